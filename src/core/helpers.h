@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QByteArray>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QString>
+
+namespace vesk {
+
+/// A random UUID as 36 characters of lower-case hexadecimal and hyphens, without braces.
+QString id();
+
+/// The current UTC time as ISO 8601 with milliseconds and a trailing "Z"; text order is time order.
+QString now();
+
+/// The object as compact JSON.
+QString json(const QJsonObject &object);
+
+/// The same text as UTF-8 bytes, without the detour over UTF-16.
+QByteArray jsonBytes(const QJsonObject &object);
+
+/// SHA-256 of the bytes as 64 lower-case hexadecimal digits.
+QString digest(const QByteArray &bytes);
+
+/// Throws std::runtime_error with the UTF-8 of `message` unless `ok`.
+void require(bool ok, const QString &message);
+
+/// The JSON object inside a model's reply: all from the first opening to the last closing brace.
+/// Throws "Expected a JSON object" when there is no such pair, "Invalid JSON: " and the parser's text when it is none.
+QJsonObject parseObject(QString text);
+
+/// The strings of an array, each element by string conversion.
+QStringList strings(const QJsonArray &array);
+
+/// The text of a caught exception.
+QString textOf(const std::exception &error);
+
+} // namespace vesk

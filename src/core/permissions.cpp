@@ -1,0 +1,45 @@
+#include "permissions.h"
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+bool scopeApplies(const Grant &grant, const QString &taskId, const QString &projectId, const QString &fingerprint)
+{
+    if (grant.scope == "THIS_ACTION"_L1)
+        return grant.task == taskId && grant.project == projectId && grant.fingerprint == fingerprint;
+    if (grant.scope == "CURRENT_TASK"_L1)
+        return grant.task == taskId && grant.project == projectId;
+    if (grant.scope == "CURRENT_PROJECT"_L1)
+        return grant.project == projectId;
+    return grant.scope == "SESSION"_L1;
+}
+
+} // namespace
+
+bool PermissionManager::allowed(const QString &tool, PermissionLevel level, const QString &taskId,
+                                const QString &projectId, const QString &fingerprint, bool consume)
+{
+    const auto grant = std::ranges::find_if(grants, [&](const Grant &candidate) {
+        return scopeApplies(candidate, taskId, projectId, fingerprint) && candidate.tool == tool
+            && level <= candidate.level;
+    });
+    if (grant == grants.end())
+        return false;
+    if (consume && grant->scope == "THIS_ACTION"_L1)
+        grants.erase(grant);
+    return true;
+}
+
+void PermissionManager::expireTask(const QString &taskId)
+{
+    grants.removeIf([&](const Grant &grant) {
+        return grant.task == taskId && (grant.scope == "CURRENT_TASK"_L1 || grant.scope == "THIS_ACTION"_L1);
+    });
+}
+
+} // namespace vesk

@@ -1,0 +1,257 @@
+#include "store.h"
+
+#include "helpers.h"
+
+#include <QJsonDocument>
+#include <QSqlError>
+#include <QVariant>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+const QStringList tables{
+    u"projects"_s,       u"tasks"_s,        u"task_nodes"_s,     u"messages"_s,    u"agents"_s,
+    u"agent_runs"_s,     u"plans"_s,        u"reviews"_s,        u"structures"_s,  u"files"_s,
+    u"file_revisions"_s, u"fix_requests"_s, u"events"_s,         u"permissions"_s, u"tool_calls"_s,
+    u"checkpoints"_s,    u"memory_entries"_s, u"decision_logs"_s, u"model_profiles"_s, u"mcp_servers"_s,
+    u"settings"_s,       u"artifacts"_s,
+};
+
+namespace {
+
+constexpr int cacheCost = 16384;
+constexpr qsizetype searchLimit = 200;
+
+QString cacheKey(const QString &table, const QString &key)
+{
+    return table + u':' + key;
+}
+
+void requireTable(const QString &table)
+{
+    require(tables.contains(table), u"Invalid table"_s);
+}
+
+QJsonObject parsed(const QByteArray &body)
+{
+    return QJsonDocument::fromJson(body).object();
+}
+
+} // namespace
+
+Store::Store(const QString &path)
+    : connection(id())
+    , records(cacheCost)
+    , lists(cacheCost)
+{
+    try {
+        open(path);
+    } catch (...) {
+        // The destructor doesn't run for an object that was never complete.
+        database = {};
+        QSqlDatabase::removeDatabase(connection);
+        throw;
+    }
+}
+
+Store::~Store()
+{
+    prepared.clear();
+    database.close();
+    database = {};
+    QSqlDatabase::removeDatabase(connection);
+}
+
+void Store::open(const QString &path)
+{
+    database = QSqlDatabase::addDatabase(u"QSQLITE"_s, connection);
+    database.setDatabaseName(path);
+    require(database.open(), u"SQLite open failed: "_s + database.lastError().text());
+
+    execute(u"PRAGMA journal_mode=WAL"_s);
+    execute(u"PRAGMA synchronous=NORMAL"_s);
+    execute(u"PRAGMA busy_timeout=5000"_s);
+    for (const QString &table : tables) {
+        execute(u"CREATE TABLE IF NOT EXISTS "_s + table
+                + u" (id TEXT PRIMARY KEY, task TEXT NOT NULL, body TEXT NOT NULL, updated TEXT NOT NULL)"_s);
+        execute(u"CREATE INDEX IF NOT EXISTS idx_"_s + table + u"_task ON "_s + table + u"(task)"_s);
+    }
+    QSqlQuery(database).exec(u"PRAGMA user_version=1"_s);
+    // SQLite opens a file that it may not write to for reading and says so only at the first write,
+    // which would be in the middle of a run.
+    execute(u"BEGIN IMMEDIATE"_s);
+    execute(u"ROLLBACK"_s);
+}
+
+void Store::execute(const QString &sql) const
+{
+    QSqlQuery query(database);
+    query.exec(sql);
+    check(query);
+}
+
+QSqlQuery &Store::statement(Statement kind, const QString &table) const
+{
+    const QString key = QString::number(int(kind)) + table;
+    const auto known = prepared.find(key);
+    if (known != prepared.end())
+        return known->second;
+
+    QString sql;
+    switch (kind) {
+    case Statement::Put:
+        // The body is bound as UTF-8 bytes and cast, which changes nothing in them: bound as text, every record would
+        // be converted to UTF-16 and back on its way.
+        sql = u"INSERT INTO "_s + table
+            + u"(id,task,body,updated) VALUES(?,?,CAST(? AS TEXT),?) ON CONFLICT(id) DO UPDATE SET "
+              "task=excluded.task,body=excluded.body,updated=excluded.updated"_s;
+        break;
+    case Statement::Get:
+        sql = u"SELECT CAST(body AS BLOB) FROM "_s + table + u" WHERE id=?"_s;
+        break;
+    case Statement::ListAll:
+        sql = u"SELECT CAST(body AS BLOB) FROM "_s + table + u" ORDER BY updated,rowid"_s;
+        break;
+    case Statement::ListOwner:
+        sql = u"SELECT CAST(body AS BLOB) FROM "_s + table + u" WHERE task=? ORDER BY updated,rowid"_s;
+        break;
+    }
+    QSqlQuery query(database);
+    query.setForwardOnly(true);
+    query.prepare(sql);
+    check(query);
+    return prepared.emplace(key, std::move(query)).first->second;
+}
+
+void Store::put(const QString &table, const QString &id, const QString &task, const QJsonObject &body)
+{
+    requireTable(table);
+    const QByteArray text = jsonBytes(body);
+    putText(table, id, task, text);
+    records.insert(cacheKey(table, id), new QJsonObject(body), int(std::max<qsizetype>(1, text.size() / 512)));
+}
+
+void Store::putText(const QString &table, const QString &id, const QString &task, const QByteArray &body)
+{
+    requireTable(table);
+    QSqlQuery &query = statement(Statement::Put, table);
+    query.bindValue(0, id);
+    // An empty key must be an empty text: a null string is bound as NULL, which the column refuses.
+    query.bindValue(1, task.isNull() ? u""_s : task);
+    query.bindValue(2, body);
+    query.bindValue(3, now());
+    query.exec();
+    query.finish();
+    check(query);
+
+    records.remove(cacheKey(table, id));
+    forgetLists(table);
+}
+
+/// All cached lists of a table go at once, since a changed owner could affect any of them.
+void Store::forgetLists(const QString &table)
+{
+    const QSet<QString> keys = listKeys.take(table);
+    for (const QString &key : keys)
+        lists.remove(key);
+}
+
+QJsonObject Store::get(const QString &table, const QString &id) const
+{
+    requireTable(table);
+    const QString key = cacheKey(table, id);
+    if (const QJsonObject *hit = records.object(key))
+        return *hit;
+
+    QSqlQuery &query = statement(Statement::Get, table);
+    query.bindValue(0, id);
+    query.exec();
+    check(query);
+    if (!query.next()) {
+        query.finish();
+        return {};
+    }
+    const QByteArray body = query.value(0).toByteArray();
+    query.finish();
+
+    const QJsonObject record = parsed(body);
+    records.insert(key, new QJsonObject(record), int(std::max<qsizetype>(1, body.size() / 1024)));
+    return record;
+}
+
+QJsonArray Store::list(const QString &table, const QString &task) const
+{
+    requireTable(table);
+    const QString key = cacheKey(table, task);
+    if (const QJsonArray *hit = lists.object(key))
+        return *hit;
+
+    QSqlQuery &query = statement(task.isEmpty() ? Statement::ListAll : Statement::ListOwner, table);
+    if (!task.isEmpty())
+        query.bindValue(0, task);
+    query.exec();
+    check(query);
+
+    QJsonArray array;
+    qsizetype bytes = 0;
+    while (query.next()) {
+        const QByteArray body = query.value(0).toByteArray();
+        bytes += body.size();
+        array.append(parsed(body));
+    }
+    query.finish();
+
+    const qsizetype cost = bytes < 2048 ? 1 : bytes / 1024;
+    lists.insert(key, new QJsonArray(array), int(std::min<qsizetype>(cost, cacheCost + 1)));
+    listKeys[table].insert(key);
+    return array;
+}
+
+QJsonArray Store::search(const QString &query) const
+{
+    QJsonArray found;
+    if (query.trimmed().isEmpty())
+        return found;
+
+    for (const QString &table : tables) {
+        if (table == "settings"_L1 || table == "model_profiles"_L1)
+            continue;
+        const QJsonArray rows = list(table, {});
+        for (const QJsonValue &row : rows) {
+            const QJsonObject record = row.toObject();
+            if (!json(record).contains(query, Qt::CaseInsensitive))
+                continue;
+            found.append(QJsonObject{{u"table"_s, table}, {u"record"_s, record}});
+            if (found.size() == searchLimit)
+                return found;
+        }
+    }
+    return found;
+}
+
+void Store::atomic(const std::function<void()> &work)
+{
+    require(database.transaction(), u"Cannot start transaction"_s);
+    try {
+        work();
+        require(database.commit(), u"Commit failed"_s);
+    } catch (...) {
+        database.rollback();
+        // put() fills the caches before the commit.
+        records.clear();
+        lists.clear();
+        listKeys.clear();
+        throw;
+    }
+}
+
+void Store::check(const QSqlQuery &query) const
+{
+    const QSqlError error = query.lastError();
+    require(!error.isValid(), u"SQLite: "_s + error.text());
+}
+
+} // namespace vesk

@@ -1,0 +1,74 @@
+#pragma once
+
+#include <QCache>
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QSet>
+#include <QSqlDatabase>
+#include <QSqlQuery>
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+#include <unordered_map>
+
+namespace vesk {
+
+/// The one whitelist of table names; only names from it reach SQL text.
+extern const QStringList tables;
+
+/// JSON records in one SQLite file: 22 named tables, each record under an id and an owner key (docs/database.md).
+///
+/// Every failure throws std::runtime_error with a readable text. Main thread only; one connection per object.
+/// Statements are prepared once per table. Two caches, bounded by the size of the bodies, spare the interface from
+/// parsing the same rows again.
+class Store
+{
+public:
+    /// Opens or makes the database. Throws "SQLite open failed: ..." or "SQLite: ..."; a file that is no database or
+    /// can't be written to is left as it is.
+    explicit Store(const QString &path);
+    ~Store();
+    Store(const Store &) = delete;
+    Store &operator=(const Store &) = delete;
+
+    /// Inserts the record, or replaces owner, body and time of the one with this id; the row keeps its place.
+    /// Throws "Invalid table" for a name that isn't in `tables`, as all operations do.
+    void put(const QString &table, const QString &id, const QString &task, const QJsonObject &body);
+
+    /// The same for a record whose compact JSON the caller has already, as UTF-8.
+    void putText(const QString &table, const QString &id, const QString &task, const QByteArray &body);
+
+    /// The record, or an empty object when there is none or its text no longer parses.
+    QJsonObject get(const QString &table, const QString &id) const;
+
+    /// All records of the owner, or of the whole table for an empty `task`, by time of the last put, then place.
+    QJsonArray list(const QString &table, const QString &task) const;
+
+    /// Up to 200 records whose JSON text contains the query, ignoring case, as {"table", "record"}.
+    QJsonArray search(const QString &query) const;
+
+    /// Runs `work` in one transaction. If it throws, nothing of it stays and the exception goes on.
+    void atomic(const std::function<void()> &work);
+
+    /// Throws "SQLite: " and the driver's message if the query failed.
+    void check(const QSqlQuery &query) const;
+
+private:
+    enum class Statement { Put, Get, ListAll, ListOwner };
+
+    void open(const QString &path);
+    void execute(const QString &sql) const;
+    QSqlQuery &statement(Statement kind, const QString &table) const;
+    void forgetLists(const QString &table);
+
+    QString connection;
+    QSqlDatabase database;
+    mutable std::unordered_map<QString, QSqlQuery> prepared;
+    mutable QCache<QString, QJsonObject> records;
+    mutable QCache<QString, QJsonArray> lists;
+    mutable QHash<QString, QSet<QString>> listKeys; ///< Per table, the keys that `lists` may hold.
+};
+
+} // namespace vesk

@@ -1,0 +1,192 @@
+#include "helpers.h"
+#include "store.h"
+
+#include <QFile>
+#include <QSqlDatabase>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace vesk;
+
+class StoreTest : public QObject
+{
+    Q_OBJECT
+private Q_SLOTS:
+    void aRecordComesBackAsItWasPut();
+    void listsFollowTheTimeOfTheLastPut();
+    void aNewOwnerMovesTheRecordBetweenLists();
+    void anUnknownTableIsRefused();
+    void aFailedTransactionLeavesNothing();
+    void searchStopsAtTwoHundredHits();
+    void aBodyThatNoLongerParsesReadsAsEmpty();
+    void twoConnectionsShareOneFile();
+    void whatIsNoDatabaseIsRefusedAndLeftAlone();
+
+private:
+    QString file() const { return folder.filePath(u"vesk.sqlite"_s); }
+    QTemporaryDir folder;
+};
+
+namespace {
+
+QJsonObject numbered(int number)
+{
+    return {{u"n"_s, number}};
+}
+
+QList<int> numbers(const QJsonArray &array)
+{
+    QList<int> list;
+    for (const QJsonValue &value : array)
+        list.append(value["n"_L1].toInt());
+    return list;
+}
+
+QString errorOf(const std::function<void()> &work)
+{
+    try {
+        work();
+    } catch (const std::runtime_error &error) {
+        return textOf(error);
+    }
+    return {};
+}
+
+/// `now()` has milliseconds; two puts within one are ordered by place.
+void letTheClockMove()
+{
+    const QString before = now();
+    QTRY_VERIFY(now() != before);
+}
+
+} // namespace
+
+void StoreTest::aRecordComesBackAsItWasPut()
+{
+    const QJsonObject body{{u"текст"_s, u"\"quoted\"\n\x01 и 🙂"_s}, {u"deep"_s, QJsonObject{{u"a"_s, QJsonArray{1, 2.5}}}}};
+    {
+        Store store(file());
+        QCOMPARE(store.get(u"tasks"_s, u"none"_s), QJsonObject());
+        store.put(u"tasks"_s, u"1"_s, u"p"_s, body);
+        QCOMPARE(store.get(u"tasks"_s, u"1"_s), body);
+    }
+    Store again(file());
+    QCOMPARE(again.get(u"tasks"_s, u"1"_s), body);
+    again.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"n\":7}");
+    QCOMPARE(again.get(u"tasks"_s, u"1"_s), numbered(7));
+}
+
+void StoreTest::listsFollowTheTimeOfTheLastPut()
+{
+    Store store(folder.filePath(u"order.sqlite"_s));
+    for (int i = 1; i <= 3; ++i)
+        store.put(u"messages"_s, QString::number(i), i == 2 ? u"other"_s : u"mine"_s, numbered(i));
+    QCOMPARE(numbers(store.list(u"messages"_s, {})), (QList<int>{1, 2, 3}));
+    letTheClockMove();
+    store.put(u"messages"_s, u"1"_s, u"mine"_s, numbered(1));
+    QCOMPARE(numbers(store.list(u"messages"_s, {})), (QList<int>{2, 3, 1}));
+    QCOMPARE(numbers(store.list(u"messages"_s, u"mine"_s)), (QList<int>{3, 1}));
+}
+
+void StoreTest::aNewOwnerMovesTheRecordBetweenLists()
+{
+    Store store(folder.filePath(u"owner.sqlite"_s));
+    store.put(u"files"_s, u"f"_s, u"one"_s, numbered(1));
+    QCOMPARE(store.list(u"files"_s, u"one"_s).size(), 1);
+    store.put(u"files"_s, u"f"_s, u"two"_s, numbered(1));
+    QCOMPARE(store.list(u"files"_s, u"one"_s).size(), 0);
+    QCOMPARE(store.list(u"files"_s, u"two"_s).size(), 1);
+    store.put(u"files"_s, u"free"_s, {}, numbered(2));
+    QCOMPARE(store.list(u"files"_s, {}).size(), 2);
+}
+
+void StoreTest::anUnknownTableIsRefused()
+{
+    Store store(folder.filePath(u"whitelist.sqlite"_s));
+    const QString bad = u"tasks; DROP TABLE tasks"_s;
+    QCOMPARE(errorOf([&] { store.put(bad, u"1"_s, {}, {}); }), u"Invalid table"_s);
+    QCOMPARE(errorOf([&] { store.get(bad, u"1"_s); }), u"Invalid table"_s);
+    QCOMPARE(errorOf([&] { store.list(bad, {}); }), u"Invalid table"_s);
+    QCOMPARE(tables.size(), 22);
+}
+
+void StoreTest::aFailedTransactionLeavesNothing()
+{
+    Store store(folder.filePath(u"atomic.sqlite"_s));
+    store.put(u"tasks"_s, u"1"_s, u"p"_s, numbered(1));
+    QCOMPARE(store.list(u"tasks"_s, u"p"_s).size(), 1);
+
+    const QString error = errorOf([&] {
+        store.atomic([&] {
+            store.put(u"tasks"_s, u"1"_s, u"p"_s, numbered(2));
+            store.put(u"tasks"_s, u"2"_s, u"p"_s, numbered(3));
+            QCOMPARE(store.list(u"tasks"_s, u"p"_s).size(), 2);
+            require(false, u"stop"_s);
+        });
+    });
+
+    QCOMPARE(error, u"stop"_s);
+    QCOMPARE(store.get(u"tasks"_s, u"1"_s), numbered(1));
+    QCOMPARE(store.get(u"tasks"_s, u"2"_s), QJsonObject());
+    QCOMPARE(numbers(store.list(u"tasks"_s, u"p"_s)), (QList<int>{1}));
+    store.atomic([&] { store.put(u"tasks"_s, u"2"_s, u"p"_s, numbered(4)); });
+    QCOMPARE(store.list(u"tasks"_s, u"p"_s).size(), 2);
+}
+
+void StoreTest::searchStopsAtTwoHundredHits()
+{
+    Store store(folder.filePath(u"search.sqlite"_s));
+    store.atomic([&] {
+        for (int i = 0; i < 150; ++i) {
+            store.put(u"events"_s, u"e%1"_s.arg(i), u"t"_s, {{u"text"_s, u"Калькулятор"_s}});
+            store.put(u"messages"_s, u"m%1"_s.arg(i), u"t"_s, {{u"калькулятор"_s, true}});
+        }
+        store.put(u"settings"_s, u"s"_s, {}, {{u"text"_s, u"калькулятор"_s}});
+    });
+    QCOMPARE(store.search(u"  "_s).size(), 0);
+    const QJsonArray hits = store.search(u"КАЛЬКУЛЯТОР"_s);
+    QCOMPARE(hits.size(), 200);
+    QCOMPARE(hits[149]["table"_L1].toString(), u"messages"_s);
+    QCOMPARE(hits[150]["table"_L1].toString(), u"events"_s);
+    QCOMPARE(store.search(u"калькулятор "_s).size(), 0);
+}
+
+void StoreTest::aBodyThatNoLongerParsesReadsAsEmpty()
+{
+    const QString path = folder.filePath(u"broken.sqlite"_s);
+    Store store(path);
+    store.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"half\":");
+    QCOMPARE(store.get(u"tasks"_s, u"1"_s), QJsonObject());
+    QCOMPARE(store.list(u"tasks"_s, u"p"_s), (QJsonArray{QJsonObject()}));
+}
+
+void StoreTest::twoConnectionsShareOneFile()
+{
+    const QString path = folder.filePath(u"shared.sqlite"_s);
+    Store writer(path);
+    Store reader(path);
+    writer.put(u"tasks"_s, u"1"_s, u"p"_s, numbered(5));
+    QCOMPARE(reader.get(u"tasks"_s, u"1"_s), numbered(5));
+}
+
+void StoreTest::whatIsNoDatabaseIsRefusedAndLeftAlone()
+{
+    const QString path = folder.filePath(u"letter.sqlite"_s);
+    const QByteArray letter = QByteArray("Dear reader, this is no database. ").repeated(100);
+    QFile out(path);
+    QVERIFY(out.open(QIODevice::WriteOnly));
+    out.write(letter);
+    out.close();
+
+    const QString error = errorOf([&] { Store store(path); });
+    QVERIFY2(error.startsWith("SQLite: "_L1), qPrintable(error));
+    QVERIFY(out.open(QIODevice::ReadOnly));
+    QCOMPARE(out.readAll(), letter);
+
+    QVERIFY(errorOf([&] { Store store(folder.filePath(u"no/such/folder/x"_s)); }).startsWith("SQLite open failed: "_L1));
+    QVERIFY(QSqlDatabase::connectionNames().isEmpty());
+}
+
+QTEST_GUILESS_MAIN(StoreTest)
+#include "tst_store.moc"
