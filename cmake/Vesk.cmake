@@ -1,0 +1,104 @@
+# What every target of ours has in common, and one function for each kind of target.
+#
+#   vesk_library(core SOURCES store.cpp ids.cpp LINKS vesk_platform Qt6::Sql)
+#   vesk_executable(vesk SOURCES main.cpp LINKS vesk_app)
+#   vesk_test(store LINKS vesk_core)
+#
+# To be included by the root after project().
+
+option(VESK_WERROR "Warnings are errors" ON)
+option(VESK_SANITIZE "Build with address and undefined-behaviour checks" OFF)
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
+set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+
+# Every clone compiles much the same text: with the paths taken as relative to the checkout, a new
+# clone is served by what the last one left in the cache.
+find_program(VESK_CCACHE ccache)
+mark_as_advanced(VESK_CCACHE)
+if(VESK_CCACHE AND NOT CMAKE_CXX_COMPILER_LAUNCHER)
+    set(CMAKE_CXX_COMPILER_LAUNCHER
+        ${CMAKE_COMMAND} -E env CCACHE_BASEDIR=${CMAKE_SOURCE_DIR} CCACHE_NOHASHDIR=1 ${VESK_CCACHE})
+endif()
+
+add_library(vesk_settings INTERFACE)
+target_compile_options(vesk_settings INTERFACE
+    -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wundef
+    $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local;-Wlogical-op;-Wduplicated-cond>
+    $<$<BOOL:${VESK_WERROR}>:-Werror>)
+target_compile_definitions(vesk_settings INTERFACE
+    QT_DISABLE_DEPRECATED_UP_TO=0x060800
+    QT_NO_FOREACH
+    QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
+    QT_NO_URL_CAST_FROM_STRING
+    $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
+if(VESK_SANITIZE)
+    set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+    target_compile_options(vesk_settings INTERFACE ${sanitizers} -g1 -O1)
+    target_link_options(vesk_settings INTERFACE ${sanitizers})
+endif()
+
+# Tests may compare a QString with a plain literal; in the product every conversion is written out.
+add_library(vesk_strict INTERFACE)
+target_link_libraries(vesk_strict INTERFACE vesk_settings)
+target_compile_definitions(vesk_strict INTERFACE
+    QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_CAST_FROM_BYTEARRAY)
+
+# A folder of src/ as a static library vesk_<name>. Its headers are seen by their bare names by whoever
+# links it, and its links are passed on: a layer sees the layers below and nothing else.
+function(vesk_library name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINKS")
+    add_library(vesk_${name} STATIC ${ARG_SOURCES})
+    target_include_directories(vesk_${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
+    target_link_libraries(vesk_${name} PUBLIC ${ARG_LINKS} PRIVATE $<BUILD_INTERFACE:vesk_strict>)
+    set_target_properties(vesk_${name} PROPERTIES AUTOMOC ON)
+endfunction()
+
+# A program build/bin/<name>.
+function(vesk_executable name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINKS")
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LINKS} vesk_strict)
+    set_target_properties(${name} PROPERTIES AUTOMOC ON)
+endfunction()
+
+# The environment of every test: no screen, no graphics card, one language.
+set(VESK_TEST_ENVIRONMENT
+    QT_QPA_PLATFORM=offscreen QT_QUICK_BACKEND=software LC_ALL=C.UTF-8
+    ASAN_OPTIONS=detect_stack_use_after_return=1
+    LSAN_OPTIONS=suppressions=${CMAKE_SOURCE_DIR}/cmake/lsan.supp:print_suppressions=0
+    UBSAN_OPTIONS=print_stacktrace=1)
+
+# tst_<name>.cpp as the program build/bin/tests/tst_<name> and the ctest test <name>.
+#   SOURCES  further files        LINKS  what it tests, Qt6::Test is there already
+#   TIMEOUT  seconds, default 60  ARGS   arguments of the program
+#   SERIAL   nothing else runs beside it: for tests that measure time
+#   DEPENDS  programs it starts; their paths are the compile definitions <TARGET>_PROGRAM
+function(vesk_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "SERIAL" "TIMEOUT" "SOURCES;LINKS;ARGS;DEPENDS;LABELS")
+    set(target tst_${name})
+    add_executable(${target} tst_${name}.cpp ${ARG_SOURCES})
+    target_link_libraries(${target} PRIVATE ${ARG_LINKS} Qt6::Test vesk_settings)
+    set_target_properties(${target} PROPERTIES
+        AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin/tests")
+    foreach(program IN LISTS ARG_DEPENDS)
+        string(MAKE_C_IDENTIFIER "${program}" id)
+        string(TOUPPER "${id}" id)
+        add_dependencies(${target} ${program})
+        target_compile_definitions(${target} PRIVATE "${id}_PROGRAM=\"$<TARGET_FILE:${program}>\"")
+    endforeach()
+    add_test(NAME ${name} COMMAND ${target} ${ARG_ARGS})
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 60)
+    endif()
+    if(VESK_SANITIZE)
+        math(EXPR ARG_TIMEOUT "${ARG_TIMEOUT} * 4")
+    endif()
+    set_tests_properties(${name} PROPERTIES
+        ENVIRONMENT "${VESK_TEST_ENVIRONMENT}" TIMEOUT ${ARG_TIMEOUT}
+        LABELS "${ARG_LABELS}" RUN_SERIAL "${ARG_SERIAL}")
+endfunction()
