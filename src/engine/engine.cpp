@@ -1,0 +1,328 @@
+#include "engine_p.h"
+
+#include "programs.h"
+
+#include <QStandardPaths>
+#include <QTimer>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr qint64 smallestBudget = 1000;
+
+bool isEnded(const QString &runStatus)
+{
+    return runStatus == "COMPLETED"_L1 || runStatus == "ERROR"_L1;
+}
+
+/// Name to full path of what a plan may use on this computer.
+QJsonObject availableExecutables()
+{
+    QJsonObject found;
+    for (const QString &name : {u"node"_s, u"python"_s, u"cmake"_s, u"git"_s, u"powershell"_s, u"pwsh"_s, u"blender"_s}) {
+        const QString path = QStandardPaths::findExecutable(name);
+        if (!path.isEmpty())
+            found[name] = path;
+    }
+    if (found.contains("node"_L1)) {
+        const QString script = npmScript(found["node"_L1].toString());
+        if (!script.isEmpty())
+            found["npm_cli"_L1] = script;
+    }
+    return found;
+}
+
+} // namespace
+
+Engine::Engine(Store &store, Workspace &workspace, EventBus &events, PermissionManager &permissions, ToolRouter &tools,
+               ILLMProvider *provider, QObject *parent)
+    : QObject(parent)
+    , store(store)
+    , workspace(workspace)
+    , events(events)
+    , permissions(permissions)
+    , tools(tools)
+    , provider(provider)
+    , phase(u"IDLE"_s)
+{
+}
+
+bool Engine::busy() const
+{
+    static const QStringList idle{u"IDLE"_s, u"COMPLETED"_s, u"FAILED"_s, u"CANCELLED"_s};
+    return !idle.contains(phase);
+}
+
+void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonObject buildCommand)
+{
+    require(!busy(), u"A task is already active"_s);
+    require(!workspace.root().isEmpty(), u"Create or select a project first"_s);
+    require(!request.trimmed().isEmpty(), u"Enter a task request"_s);
+
+    // Before anything changes: a bad network leaves the last task in view.
+    validateAgentWorkflow(agentNetwork);
+
+    ++generation;
+    reset();
+    simulation = simulated;
+    budget = {std::max(tokens, smallestBudget), 0, 0};
+
+    taskId = id();
+    spec = {
+        {u"original_request"_s, request},
+        {u"build_command"_s, buildCommand},
+        {u"available_executables"_s, availableExecutables()},
+        {u"existing_files"_s, existingFiles()},
+        {u"media"_s, requestMedia},
+        {u"media_tools"_s, mediaTools},
+        {u"conversation_history"_s, conversationHistory},
+        {u"previous_requirements"_s, previousSpec["requirements"_L1]},
+        {u"available_mcp_tools"_s, mcpTools},
+        {u"available_specialists"_s, availableSpecialists()},
+        {u"automatic_routing"_s, automaticRouting},
+        {u"disabled_agents"_s, QJsonArray::fromStringList([this] {
+             QStringList sorted = disabledAgents.values();
+             sorted.sort();
+             return sorted;
+         }())},
+    };
+
+    store.put(u"messages"_s, id(), taskId, {{u"role"_s, u"user"_s}, {u"content"_s, request}, {u"time"_s, now()}});
+    grantFileAccess();
+    step([&] {
+        stage(u"INTAKE"_s);
+        publish(u"TaskCreated"_s, request);
+        intake();
+    });
+}
+
+void Engine::reset()
+{
+    workflowGroups.clear();
+    workflowResults.clear();
+    delegations = {};
+    seenDelegations.clear();
+    delegationRounds = 0;
+    queue.clear();
+    deferred.clear();
+    active.clear();
+    pendingPermissions.clear();
+    agents.clear();
+    runs.clear();
+    runIndex.clear();
+    record.clear();
+    graph = {};
+    decision = {};
+    decisionContinuation = {};
+    plan = {};
+    structure = {};
+    error.clear();
+    planRevisions = 0;
+    structureRevisions = 0;
+    paused = false;
+}
+
+QJsonArray Engine::existingFiles() const
+{
+    QJsonArray list;
+    const QJsonArray files = workspace.files();
+    for (const QJsonValue &file : files) {
+        if (!file["deleted"_L1].toBool())
+            list.append(QJsonObject{{u"path"_s, file["path"_L1]}, {u"revision"_s, file["revision"_L1]}});
+    }
+    return list;
+}
+
+QJsonArray Engine::availableSpecialists() const
+{
+    QJsonArray list;
+    for (const QJsonValue &entry : agentNetwork) {
+        QJsonObject agent = entry.toObject();
+        const bool open = automaticRouting || !agent["parent"_L1].toString().isEmpty();
+        const bool hasTasks = !agent.contains("tasks"_L1) || !agent["tasks"_L1].toArray().isEmpty();
+        if (!agent["enabled"_L1].toBool() || !open || !hasTasks)
+            continue;
+        agent.remove("instructions"_L1);
+        list.append(agent);
+    }
+    return list;
+}
+
+void Engine::grantFileAccess()
+{
+    const QString project = workspace.project();
+    if (!simulation)
+        permissions.grants.append(
+            {u"write_file"_s, taskId, project, {}, u"CURRENT_TASK"_s, PermissionLevel::Write});
+    permissions.grants.append({u"read_file"_s, taskId, project, {}, u"CURRENT_TASK"_s, PermissionLevel::Read});
+}
+
+void Engine::stage(const QString &next)
+{
+    if (phase != next) {
+        phase = next;
+        publish(u"PhaseChanged"_s, next);
+    }
+    persist();
+}
+
+void Engine::pause()
+{
+    require(busy(), u"No task to pause"_s);
+    paused = true;
+    publish(u"TaskPaused"_s, u"Current requests may finish; queued actions wait"_s);
+    persist();
+}
+
+void Engine::resume()
+{
+    require(busy(), u"No task to resume"_s);
+    paused = false;
+    publish(u"TaskResumed"_s, u"Scheduling resumed"_s);
+    runDeferred();
+    step([this] {
+        pump();
+        scheduleNodes();
+        persist();
+    });
+}
+
+/// Continuations that came in while the run stood still, until one of them stops it again.
+void Engine::runDeferred()
+{
+    while (busy() && !waiting() && !deferred.empty()) {
+        const Step next = std::move(deferred.front());
+        deferred.pop_front();
+        step(next);
+    }
+}
+
+bool Engine::waiting() const
+{
+    return paused || !decision.isEmpty();
+}
+
+void Engine::cancel()
+{
+    if (busy())
+        endRun(u"CANCELLED"_s, u"CANCELLED"_s, {});
+}
+
+void Engine::fail(const QString &reason)
+{
+    if (busy())
+        endRun(u"FAILED"_s, u"FAILED"_s, reason);
+}
+
+/// The store may be what failed; the end is announced all the same, and exactly once.
+void Engine::endRun(const QString &endPhase, const QString &nodeStatus, const QString &reason)
+{
+    error = reason;
+    ++generation;
+    provider->cancelAll();
+    for (ILLMProvider *other : std::as_const(agentProviders))
+        other->cancelAll();
+    tools.cancelAll();
+
+    attempt([&] { tidyRun(nodeStatus); });
+    permissions.expireTask(taskId);
+    phase = endPhase;
+    attempt([&] { publish(u"PhaseChanged"_s, endPhase); });
+    attempt([this] { persist(); });
+    if (endPhase == "FAILED"_L1)
+        attempt([&] { publish(u"TaskFailed"_s, reason); });
+    Q_EMIT finished(phase);
+}
+
+void Engine::tidyRun(const QString &nodeStatus)
+{
+    queue.clear();
+    deferred.clear();
+    active.clear();
+    pendingPermissions.clear();
+    decision = {};
+    decisionContinuation = {};
+    budget.reserved = 0;
+    for (Node &node : graph.nodes) {
+        if (node.status != "COMPLETED"_L1)
+            node.status = nodeStatus;
+    }
+
+    QList<QJsonObject> cut;
+    for (QJsonObject &run : runs) {
+        if (isEnded(run["status"_L1].toString()))
+            continue;
+        run["status"_L1] = u"CANCELLED"_s;
+        cut.append(run);
+    }
+    store.atomic([&] {
+        for (const QJsonObject &run : std::as_const(cut))
+            store.put(u"agent_runs"_s, run["id"_L1].toString(), taskId, run);
+    });
+}
+
+/// The good end of a run, after everything that it asks for has been checked.
+void Engine::completeRun(const QString &message, const QJsonObject &data)
+{
+    permissions.expireTask(taskId);
+    stage(u"COMPLETED"_s);
+    publish(u"TaskCompleted"_s, message, data);
+    Q_EMIT finished(phase);
+}
+
+void Engine::setProvider(ILLMProvider *next)
+{
+    require(!busy(), u"Stop the active task before changing provider"_s);
+    provider = next;
+}
+
+void Engine::priority(const QString &nodeId, int value)
+{
+    for (Node &node : graph.nodes) {
+        if (node.id == nodeId)
+            node.priority = std::clamp(value, 0, 2);
+    }
+    persist();
+}
+
+/// Runs a step of the run; what it throws ends the run.
+void Engine::step(const Step &work)
+{
+    try {
+        work();
+    } catch (const std::exception &failure) {
+        fail(textOf(failure));
+    }
+}
+
+/// Runs what must not keep the end of a run from being announced.
+void Engine::attempt(const Step &work)
+{
+    try {
+        work();
+    } catch (const std::exception &failure) {
+        if (error.isEmpty())
+            error = textOf(failure);
+    }
+}
+
+/// A step on a later turn of the event loop, unless the run has ended by then.
+void Engine::later(int delayMs, Step work)
+{
+    QTimer::singleShot(delayMs, this, [this, noted = generation, work = std::move(work)] {
+        if (noted == generation && busy())
+            step(work);
+    });
+}
+
+void Engine::publish(const QString &type, const QString &message, const QJsonObject &data)
+{
+    events.publish(taskId, type, message, data);
+}
+
+} // namespace vesk

@@ -1,0 +1,297 @@
+#pragma once
+
+#include "budget.h"
+#include "job.h"
+#include "roles.h"
+#include "task_graph.h"
+#include "task_record.h"
+#include "workflow.h"
+
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QList>
+#include <QObject>
+#include <QSet>
+#include <QString>
+#include <QStringList>
+
+#include <deque>
+#include <functional>
+#include <memory>
+
+namespace vesk {
+
+class EventBus;
+class ILLMProvider;
+class PermissionManager;
+class Store;
+class ToolRouter;
+class Workspace;
+
+/// Carries one task at a time from a request to its end, on the main thread, driven only by events: a call from
+/// outside, a finished model job, a finished tool. It never blocks.
+///
+/// Phases: IDLE -> INTAKE -> PLANNING -> PLAN_REVIEW -> STRUCTURING -> STRUCTURE_REVIEW -> EXECUTION -> VALIDATION ->
+/// COMPLETED, with CLARIFICATION (waits for the user), PREVIEW (a simulated run before execution), FAILED and CANCELLED
+/// beside them; docs/architecture.md has the picture. Every change of state is stored before `changed` is emitted.
+///
+/// Operations called from outside throw std::runtime_error and change nothing before they do. What a step of a run
+/// throws ends the run through fail().
+class Engine : public QObject
+{
+    Q_OBJECT
+public:
+    using Answer = std::function<void(QJsonObject)>;
+    using Verdict = std::function<void(QString, QList<QJsonObject>)>;
+
+    /// All collaborators outlive the engine, which owns none of them.
+    Engine(Store &store, Workspace &workspace, EventBus &events, PermissionManager &permissions, ToolRouter &tools,
+           ILLMProvider *provider, QObject *parent = nullptr);
+
+    // Run (engine.cpp)
+
+    /// Begins a task. `simulation` stops before execution; `budget` is in tokens, at least 1000; `buildCommand` is
+    /// {"program", "arguments"} or empty.
+    void start(const QString &request, bool simulation, qint64 budget, QJsonObject buildCommand);
+    /// True while a task is between start and one of its ends.
+    bool busy() const;
+    void stage(const QString &phase);
+    void pause();
+    void resume();
+    void cancel();
+    /// Ends the run as "FAILED"; files and history stay. Nothing happens when no task is active.
+    void fail(const QString &reason);
+    /// Throws "Stop the active task before changing provider".
+    void setProvider(ILLMProvider *provider);
+    /// Sets the priority, held to 0..2, of the node with this id, if there is one.
+    void priority(const QString &node, int value);
+
+    // State (engine_state.cpp)
+
+    void persist();
+    /// The task state document (docs/task-state.md), runs in full.
+    QJsonObject snapshot() const;
+    /// Replaces or adds a run record and stores it.
+    void saveRun(const QJsonObject &run);
+
+    // Requests to models (engine_jobs.cpp)
+
+    /// The entry for all stages: the user's agents in front of the role first, then the role itself.
+    void enqueue(const QString &role, const QJsonObject &artifact, Answer callback);
+    void enqueueDirect(const QString &role, const QJsonObject &artifact, Answer callback);
+    void pump();
+    void dispatch(std::shared_ptr<Job> job);
+
+    // Intake and questions (engine_intake.cpp)
+
+    void intake();
+    void askDecision(QString question, QJsonArray options, std::function<void()> continuation);
+    /// The user's answer to the open decision.
+    void clarify(const QString &answer);
+    void consult(QString topic, QJsonObject context, std::function<void()> continuation);
+    /// The user's answer to a pending permission; a refusal ends the run.
+    void approve(const QString &id, bool allow);
+
+    // Plan, structure, panels (engine_planning.cpp)
+
+    void planning();
+    void structuring();
+    void judges(const QStringList &roles, const QJsonObject &artifact, Verdict callback);
+    void judgeRound(QStringList roles, QJsonObject artifact, int round, Verdict callback);
+
+    // Nodes (engine_nodes.cpp)
+
+    void activatePlan();
+    void execution();
+    void scheduleNodes();
+    void executeNode(int index);
+    void codeNode(int index, const QJsonArray &fixes);
+    void documentPart(int index, QJsonObject payload, const QString &content, int target, int part);
+
+    // Files and their review (engine_files.cpp)
+
+    void writeCodeResult(int index, const QJsonObject &answer);
+    void reviewFile(int index, const QJsonObject &revision);
+
+    // Programs and MCP tools (engine_tools.cpp)
+
+    void runTool(int index);
+
+    // Real checks, validation, recovery (engine_validation.cpp)
+
+    void finalValidation();
+    bool prepareProjectChecks();
+    bool prepareBrowserCheck();
+    void recoverVerification(int index, const QJsonObject &result);
+    /// Carries a simulated run on into execution.
+    void runPreview();
+
+    // The user's agents (engine_workflow.cpp)
+
+    void runWorkflow(const QString &key, QJsonObject input, std::function<void(QJsonArray)> callback);
+    void pumpWorkflow(const QString &key);
+
+Q_SIGNALS:
+    void changed();
+    /// Once per task, with the end phase.
+    void finished(QString status);
+
+private:
+    using Step = std::function<void()>;
+
+    // engine.cpp
+    void reset();
+    QJsonArray availableSpecialists() const;
+    QJsonArray existingFiles() const;
+    void grantFileAccess();
+    void endRun(const QString &endPhase, const QString &nodeStatus, const QString &reason);
+    void tidyRun(const QString &nodeStatus);
+    void completeRun(const QString &message, const QJsonObject &data);
+    bool waiting() const;
+    void runDeferred();
+    void step(const Step &work);
+    void attempt(const Step &work);
+    void later(int delayMs, Step work);
+    void publish(const QString &type, const QString &message, const QJsonObject &data = {});
+
+    // engine_state.cpp
+    void writeState();
+    QJsonObject headOfState() const;
+
+    // engine_jobs.cpp
+    void skipRole(Answer callback);
+    const Agent &agentFor(const QString &role);
+    Agent &makeAgent(const QString &role, const QString &name, const QStringList &capabilities,
+                     const QStringList &allowedTools);
+    QJsonObject customAgentFor(const QString &role, const QJsonObject &artifact) const;
+    void labelJob(Job &job, const QJsonObject &custom);
+    QJsonObject requestInput(const QString &role, QJsonObject artifact) const;
+    void addInstructions(Job &job, const QJsonObject &custom) const;
+    void queueJob(std::shared_ptr<Job> job);
+    void receive(const std::shared_ptr<Job> &job, const LLMResult &result);
+    void retryOrFail(const std::shared_ptr<Job> &job, const LLMResult &result);
+    bool acceptAnswer(const std::shared_ptr<Job> &job, const QString &content, QJsonObject &answer);
+    void deliver(const std::shared_ptr<Job> &job, const QJsonObject &answer);
+    void requeue(const std::shared_ptr<Job> &job);
+
+    // engine_intake.cpp
+    void takeSpecification(const QJsonObject &answer);
+    bool takeDelegations(const QJsonObject &answer);
+    QJsonObject newDelegations(const QJsonArray &orders);
+    void mergeSpecification(const QJsonObject &answer);
+    void followAction(const QJsonObject &answer);
+    bool alreadyAsked(const QString &key) const;
+
+    // engine_planning.cpp
+    void reviewPlan();
+    void reviewStructure();
+
+    // engine_nodes.cpp
+    void bindBuildCommand(const QJsonObject &command);
+    QJsonObject codingPayload(const Node &node, const QJsonArray &fixes) const;
+    void takeDocumentPart(int index, const QJsonObject &payload, const QString &content, int target, int part,
+                          const QJsonObject &answer);
+    QStringList codeNodeIds() const;
+    int appendNode(Node node);
+    QJsonArray graphWithoutOutputs() const;
+
+    // engine_files.cpp
+    QString faultOf(int index, const QJsonArray &files, QJsonObject &primary) const;
+    QString pathFault(const QString &path, const QString &content) const;
+    QString ownerFault(int index, const QString &path) const;
+    void repairFileList(int index, const QString &expected, const QString &fault);
+    QList<std::pair<int, QJsonObject>> splitOff(int index, const QJsonArray &files, const QString &primaryPath);
+    void writeFile(int index, const QJsonObject &file);
+    void takeWritten(int index, const QString &path, const QJsonObject &result);
+    void acceptFile(int index);
+    void requestFixes(int index, const QJsonObject &file, const QList<QJsonObject> &reviews);
+
+    // engine_tools.cpp
+    void grantAction(const QString &fingerprint);
+    bool isSafeMediaJob(const QJsonObject &input) const;
+    void askPermission(int index, const QString &fingerprint);
+    void startTool(int index);
+    void takeToolResult(int index, QJsonObject run, const QJsonObject &result);
+    void finishNode(int index, const QJsonObject &result);
+    void callMcp(int index);
+    void answerPermission(const QString &id, bool allow);
+
+    // engine_validation.cpp
+    QString addCheck(const QString &title, const QJsonArray &arguments, bool verification,
+                     const QStringList &dependencies);
+    void addBuildChecks(const QJsonObject &package, const QStringList &codeIds);
+    void runAddedChecks(const QString &message);
+    QString pageToCheck() const;
+    QJsonArray compactGraph() const;
+    QJsonArray projectFiles() const;
+    void passGates();
+    void reworkAfterValidation(const QJsonObject &review);
+    int reworkTarget(const QJsonObject &review) const;
+    bool sendBackUpstream(int index, const QJsonObject &fix);
+
+    // engine_workflow.cpp
+    void startMember(const QString &key, const QJsonObject &member);
+    void takeDeliverable(const QString &key, const QJsonObject &member, const QJsonObject &answer);
+    void finishWorkflow(const QString &key);
+    void reworkChain(const QString &key, const QString &reviewer, const QJsonObject &review);
+    void rerunUpstream(const QString &key, const QString &reviewer, const QJsonObject &review);
+
+    Store &store;
+    Workspace &workspace;
+    EventBus &events;
+    PermissionManager &permissions;
+    ToolRouter &tools;
+    ILLMProvider *provider;
+    std::deque<std::shared_ptr<Job>> queue; ///< Jobs waiting for a slot.
+    std::deque<Step> deferred; ///< Continuations held back while paused or while a decision is open.
+    QHash<QString, std::shared_ptr<Job>> active; ///< By run id, jobs with a request in flight.
+    QHash<QString, int> pendingPermissions; ///< Approval id to node index.
+    QHash<QString, Agent> agents; ///< By role, the agents made for this task.
+    QList<QJsonObject> runs; ///< All run records of the task, in order of creation.
+    /// Raised at every start, cancel and failure: whatever returns later and finds another number is stale.
+    int generation = 0;
+    int planRevisions = 0;
+    int structureRevisions = 0;
+    bool paused = false;
+    bool simulation = false;
+    QString taskId;
+    QString phase;
+    QString error;
+    QJsonObject spec; ///< The task specification, the "task" of every request.
+    QJsonObject plan;
+    QJsonObject structure;
+    QJsonObject decision; ///< The open question to the user.
+    QString decisionReturnPhase;
+    Step decisionContinuation;
+    TaskGraph graph;
+    BudgetManager budget;
+    QHash<QString, std::shared_ptr<WorkflowGroup>> workflowGroups;
+    QHash<QString, QJsonArray> workflowResults;
+    QJsonObject delegations;
+    QSet<QString> seenDelegations;
+    int delegationRounds = 0;
+
+public:
+    // Settings and inputs of the next start. They belong to no task: start() doesn't clear them.
+    int maxParallel = 8; ///< Concurrent requests; held to 1..8.
+    bool computerAccess = false; ///< Programs run without a question.
+    bool automaticRouting = false; ///< The chief agent decides how a run goes on.
+    QHash<QString, ILLMProvider *> agentProviders; ///< By agent or role; not owned.
+    QSet<QString> disabledAgents;
+    QJsonArray agentNetwork;
+    QJsonArray mcpTools;
+    QJsonObject roleSkills;
+    QJsonObject previousSpec;
+    QJsonArray conversationHistory;
+    QJsonArray requestMedia;
+    QJsonObject mediaTools;
+    /// Calls an MCP tool: server id, tool, arguments, completion.
+    std::function<void(QString, QString, QJsonObject, Answer)> mcpCall;
+
+private:
+    QHash<QString, qsizetype> runIndex; ///< Run id to its place in `runs`.
+    TaskRecord record; ///< Remembers the text of what has not changed since the last store.
+};
+
+} // namespace vesk

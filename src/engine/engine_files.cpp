@@ -1,0 +1,273 @@
+// A coding answer is not trusted: its list of files is checked, each file is written as a revision, and each revision
+// goes before two reviewers.
+
+#include "engine_p.h"
+
+#include <QJsonDocument>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr int maxFormatRepairs = 3;
+constexpr qsizetype maxGraphAndFiles = TaskGraph::maxNodes + 1;
+
+bool looksLikeList(const QString &path)
+{
+    return path.isEmpty() || path.contains(u',') || path.contains(u';') || path.contains(u'\n');
+}
+
+QString filePath(const QJsonValue &file)
+{
+    return file["path"_L1].toString();
+}
+
+QString jsonFault(const QString &path, const QString &content)
+{
+    if (!path.endsWith(".json"_L1, Qt::CaseInsensitive))
+        return {};
+    QJsonParseError fault;
+    QJsonDocument::fromJson(content.toUtf8(), &fault);
+    if (fault.error == QJsonParseError::NoError)
+        return {};
+    return u"Ошибка JSON в "_s + path + u": "_s + fault.errorString();
+}
+
+} // namespace
+
+void Engine::writeCodeResult(int index, const QJsonObject &answer)
+{
+    const QJsonArray files = answer["files"_L1].toArray();
+    QString expected = pathOf(graph.nodes.at(index));
+    if (files.size() >= 2 && looksLikeList(expected)) {
+        const QString first = filePath(files.first());
+        if (expected.isEmpty() || expected.contains(first)) {
+            expected = first;
+            graph.nodes[index].input["path"_L1] = first;
+        }
+    }
+
+    QJsonObject primary;
+    const QString fault = faultOf(index, files, primary);
+    if (!fault.isEmpty()) {
+        repairFileList(index, expected, fault);
+        return;
+    }
+
+    const auto others = splitOff(index, files, expected);
+    for (const auto &[other, file] : others) {
+        if (!busy())
+            return;
+        writeCodeResult(other, {{u"files"_s, QJsonArray{file}}});
+    }
+    if (busy())
+        writeFile(index, primary);
+}
+
+/// What is wrong with the list of files; empty, and `primary` is the expected one, when nothing is.
+QString Engine::faultOf(int index, const QJsonArray &files, QJsonObject &primary) const
+{
+    if (files.size() + graph.nodes.size() > maxGraphAndFiles)
+        return u"Слишком много файлов в одном этапе"_s;
+
+    const QString expected = pathOf(graph.nodes.at(index));
+    QSet<QString> seen;
+    for (const QJsonValue &file : files) {
+        const QString path = filePath(file);
+        QString fault = pathFault(path, file["content"_L1].toString());
+        if (fault.isEmpty() && seen.contains(path.toCaseFolded()))
+            fault = u"Повторяющийся путь файла: "_s + path;
+        seen.insert(path.toCaseFolded());
+        if (path == expected)
+            primary = file.toObject();
+        if (fault.isEmpty())
+            fault = ownerFault(index, path);
+        if (!fault.isEmpty())
+            return fault;
+    }
+    return primary.isEmpty() ? u"В ответе отсутствует ожидаемый файл: "_s + expected : QString();
+}
+
+/// Whether the path itself is safe, and a JSON file is JSON.
+QString Engine::pathFault(const QString &path, const QString &content) const
+{
+    try {
+        workspace.resolve(path);
+    } catch (const std::exception &fault) {
+        return textOf(fault);
+    }
+    return jsonFault(path, content);
+}
+
+QString Engine::ownerFault(int index, const QString &path) const
+{
+    for (int i = 0; i < graph.nodes.size(); ++i) {
+        if (i != index && isCode(graph.nodes.at(i))
+            && pathOf(graph.nodes.at(i)).compare(path, Qt::CaseInsensitive) == 0)
+            return u"Файл уже поручен другому узлу: "_s + path;
+    }
+    return {};
+}
+
+void Engine::repairFileList(int index, const QString &expected, const QString &fault)
+{
+    QJsonObject &input = graph.nodes[index].input;
+    const int repairs = input["output_repairs"_L1].toInt();
+    if (repairs >= maxFormatRepairs) {
+        fail(u"Не удалось исправить формат файлов после трёх попыток: "_s + fault);
+        return;
+    }
+    input["output_repairs"_L1] = repairs + 1;
+    publish(u"AutomaticCorrection"_s, u"Уточняю список файлов: "_s + fault);
+    const QString change = u"Верни только полный файл "_s + expected
+        + u". Не изменяй пути других узлов. Дополнительные файлы должны иметь уникальные пути внутри проекта."_s;
+    codeNode(index, {QJsonObject{{u"issues"_s, QJsonArray{fault}}, {u"required_changes"_s, QJsonArray{change}}}});
+}
+
+/// Gives every further file of an answer a node of its own, which dependants then wait for as well.
+QList<std::pair<int, QJsonObject>> Engine::splitOff(int index, const QJsonArray &files, const QString &primaryPath)
+{
+    QList<std::pair<int, QJsonObject>> added;
+    QStringList ids;
+    for (const QJsonValue &file : files) {
+        const QString path = filePath(file);
+        if (path == primaryPath)
+            continue;
+        Node node = graph.nodes.at(index);
+        node.title = u"Создать "_s + path;
+        node.input["path"_L1] = path;
+        node.input.remove("output_repairs"_L1);
+        node.input.remove("fix_attempts"_L1);
+        node.output = {};
+        node.revision = 0;
+        node.status = u"RUNNING"_s;
+        added.append({appendNode(std::move(node)), file.toObject()});
+        ids.append(graph.nodes.constLast().id);
+    }
+    if (added.isEmpty())
+        return added;
+
+    const QString owner = graph.nodes.at(index).id;
+    for (Node &node : graph.nodes) {
+        if (node.dependencies.contains(owner))
+            node.dependencies += ids;
+    }
+    graph.validate();
+    plan["nodes"_L1] = graphWithoutOutputs();
+    publish(u"AutomaticCorrection"_s,
+            u"Разделил ответ на %1 файлов. Каждый будет проверен отдельно."_s.arg(files.size()));
+    persist();
+    return added;
+}
+
+void Engine::writeFile(int index, const QJsonObject &file)
+{
+    const QString path = filePath(file);
+    const Agent author = agentFor(u"coding"_s);
+    const QJsonObject arguments{
+        {u"path"_s, path},
+        {u"content"_s, file["content"_L1]},
+        {u"expected_revision"_s, workspace.latest(path)["revision"_L1].toInt()},
+    };
+    tools.execute(taskId, author.id, author.allowed_tools, u"write_file"_s, arguments,
+                  [this, index, path, noted = generation](const QJsonObject &result) {
+                      if (noted == generation && busy())
+                          step([&] { takeWritten(index, path, result); });
+                  });
+}
+
+void Engine::takeWritten(int index, const QString &path, const QJsonObject &result)
+{
+    if (!result["success"_L1].toBool()) {
+        const QString reason = result["error"_L1].toString();
+        fail(reason.isEmpty() ? u"File write failed"_s : reason);
+        return;
+    }
+    const QJsonObject revision = result["revision"_L1].toObject();
+    Node &node = graph.nodes[index];
+    node.output = revision;
+    node.revision = revision["revision"_L1].toInt();
+    node.status = u"REVIEWING"_s;
+    publish(u"FileModified"_s, path + u" rev"_s + QString::number(node.revision), revision);
+    reviewFile(index, revision);
+}
+
+void Engine::reviewFile(int index, const QJsonObject &revision)
+{
+    const QJsonObject context{
+        {u"file"_s, revision},
+        {u"node"_s, withoutOutput(graph.nodes.at(index))},
+        {u"structure"_s, structure},
+    };
+    judges({u"correctness_reviewer"_s, u"integration_reviewer"_s}, context,
+           [this, index, revision](const QString &verdict, const QList<QJsonObject> &reviews) {
+               require(!workspace.stale(filePath(revision), revision["revision"_L1].toInt()),
+                       u"Stale review rejected"_s);
+               if (verdict == "APPROVE"_L1)
+                   acceptFile(index);
+               else
+                   requestFixes(index, revision, reviews);
+           });
+}
+
+void Engine::acceptFile(int index)
+{
+    Node &node = graph.nodes[index];
+    node.status = u"COMPLETED"_s;
+    const QJsonArray fixes = store.list(u"fix_requests"_s, taskId);
+    for (const QJsonValue &entry : fixes) {
+        QJsonObject fix = entry.toObject();
+        if (fix["node_id"_L1].toString() != node.id || fix["status"_L1].toString() != "OPEN"_L1)
+            continue;
+        fix["status"_L1] = u"RESOLVED"_s;
+        fix["resolved_revision"_L1] = node.revision;
+        store.put(u"fix_requests"_s, fix["id"_L1].toString(), taskId, fix);
+    }
+    persist();
+    scheduleNodes();
+}
+
+void Engine::requestFixes(int index, const QJsonObject &file, const QList<QJsonObject> &reviews)
+{
+    Node &node = graph.nodes[index];
+    const QString path = filePath(file);
+    const int attempts = node.input["fix_attempts"_L1].toInt();
+    if (attempts >= maxFixAttempts) {
+        fail(u"Не удалось устранить замечания к "_s + path
+             + u" после пяти исправлений. Файлы сохранены. Причина: "_s + joinedIssues(reviews));
+        return;
+    }
+    node.input["fix_attempts"_L1] = attempts + 1;
+
+    QJsonArray fixes;
+    for (const QJsonObject &review : reviews) {
+        if (review["verdict"_L1].toString() == "APPROVE"_L1)
+            continue;
+        const QJsonObject fix{
+            {u"id"_s, id()},
+            {u"node_id"_s, node.id},
+            {u"file"_s, path},
+            {u"revision"_s, file["revision"_L1]},
+            {u"severity"_s, u"ERROR"_s},
+            {u"reviewer"_s, review["reviewer"_L1]},
+            {u"description"_s, review["issues"_L1].toArray()},
+            {u"proposed_solution"_s, review["required_changes"_L1].toArray()},
+            {u"status"_s, u"OPEN"_s},
+        };
+        store.put(u"fix_requests"_s, fix["id"_L1].toString(), taskId, fix);
+        fixes.append(fix);
+        publish(u"FixRequested"_s, u"Revision-bound fix queued"_s, fix);
+    }
+    node.status = u"REVISION_REQUIRED"_s;
+    persist();
+    consult(u"code"_s, {{u"file"_s, file}, {u"fixes"_s, fixes}}, [this, index, fixes] {
+        stage(u"EXECUTION"_s);
+        codeNode(index, fixes);
+    });
+}
+
+} // namespace vesk

@@ -1,0 +1,252 @@
+// An approved plan becomes running work.
+
+#include "engine_p.h"
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr qsizetype maxDependencyChars = 12000;
+constexpr int segmentedFromChars = 12000;
+constexpr int segmentChars = 6000;
+constexpr int smallestSegment = 300;
+constexpr int maxParts = 50;
+
+bool isSegmented(const Node &node)
+{
+    const QString path = pathOf(node);
+    return node.input["min_chars"_L1].toInt() >= segmentedFromChars
+        && (path.endsWith(".md"_L1, Qt::CaseInsensitive) || path.endsWith(".txt"_L1, Qt::CaseInsensitive));
+}
+
+/// What a dependant gets to see of a finished node.
+QJsonObject dependencyOutput(QJsonObject output)
+{
+    const QString content = output["content"_L1].toString();
+    if (content.size() > maxDependencyChars) {
+        output["content"_L1] = content.left(maxDependencyChars);
+        output["content_truncated"_L1] = true;
+    }
+    return output;
+}
+
+QJsonObject segmentOf(const QString &content, int target, int part)
+{
+    const int current = int(content.size());
+    return {
+        {u"index"_s, part},
+        {u"current_chars"_s, current},
+        {u"target_chars"_s, target},
+        {u"minimum_new_chars"_s, std::min(target - current, segmentChars)},
+        {u"previous_tail"_s, content.right(segmentChars)},
+        {u"final_segment"_s, current + segmentChars >= target},
+    };
+}
+
+} // namespace
+
+void Engine::activatePlan()
+{
+    graph.load(plan["nodes"_L1].toArray());
+    for (Node &node : graph.nodes) {
+        node.status = u"QUEUED"_s;
+        node.output = {};
+        node.revision = 0;
+    }
+    const QJsonObject command = spec["build_command"_L1].toObject();
+    if (!command.isEmpty())
+        bindBuildCommand(command);
+
+    if (simulation)
+        stage(u"PREVIEW"_s);
+    else
+        execution();
+}
+
+/// The user's build command becomes a check behind all code, be it the plan's own node or one that is added.
+void Engine::bindBuildCommand(const QJsonObject &command)
+{
+    int check = -1;
+    for (int i = 0; i < graph.nodes.size(); ++i) {
+        const Node &node = graph.nodes.at(i);
+        if (node.kind == "tool"_L1 && node.input["program"_L1] == command["program"_L1]
+            && node.input["arguments"_L1] == command["arguments"_L1])
+            check = i;
+    }
+    if (check < 0) {
+        Node node;
+        node.title = u"Проверить сборку"_s;
+        node.kind = u"tool"_s;
+        node.input = command;
+        check = appendNode(std::move(node));
+    }
+
+    Node &node = graph.nodes[check];
+    node.input["verification"_L1] = true;
+    for (const QString &codeId : codeNodeIds()) {
+        if (!node.dependencies.contains(codeId))
+            node.dependencies.append(codeId);
+    }
+    graph.validate();
+}
+
+int Engine::appendNode(Node node)
+{
+    node.id = id();
+    graph.nodes.append(std::move(node));
+    return int(graph.nodes.size()) - 1;
+}
+
+QStringList Engine::codeNodeIds() const
+{
+    QStringList ids;
+    for (const Node &node : graph.nodes) {
+        if (isCode(node))
+            ids.append(node.id);
+    }
+    return ids;
+}
+
+QJsonArray Engine::graphWithoutOutputs() const
+{
+    QJsonArray nodes;
+    for (const Node &node : graph.nodes)
+        nodes.append(withoutOutput(node));
+    return nodes;
+}
+
+void Engine::execution()
+{
+    const QJsonObject checkpoint = workspace.checkpoint(taskId, graph.toJson());
+    publish(u"CheckpointCreated"_s, u"Before execution"_s, checkpoint);
+    stage(u"EXECUTION"_s);
+    scheduleNodes();
+}
+
+void Engine::scheduleNodes()
+{
+    if (paused || phase != "EXECUTION"_L1)
+        return;
+    if (graph.complete()) {
+        finalValidation();
+        return;
+    }
+    const QList<int> ready = graph.ready();
+    for (const int index : ready) {
+        if (phase != "EXECUTION"_L1)
+            break;
+        // A program that fails at once comes back here before its own start has returned, and may have started the
+        // rest of the list by then.
+        const QString &status = graph.nodes.at(index).status;
+        if (status == "QUEUED"_L1 || status == "READY"_L1)
+            executeNode(index);
+    }
+}
+
+void Engine::executeNode(int index)
+{
+    Node &node = graph.nodes[index];
+    node.status = u"RUNNING"_s;
+    if (isCode(node)) {
+        const QJsonArray fixes = node.input.take("recovery_fixes"_L1).toArray();
+        codeNode(index, fixes);
+    } else if (node.kind == "tool"_L1) {
+        runTool(index);
+    } else if (node.kind == "mcp"_L1) {
+        callMcp(index);
+    } else {
+        const QJsonObject context{{u"node"_s, node.toJson()}, {u"structure"_s, structure}};
+        enqueue(u"specialist"_s, context, [this, index](const QJsonObject &answer) {
+            graph.nodes[index].output = answer;
+            graph.nodes[index].status = u"COMPLETED"_s;
+            persist();
+            scheduleNodes();
+        });
+    }
+}
+
+void Engine::codeNode(int index, const QJsonArray &fixes)
+{
+    graph.nodes[index].status = u"RUNNING"_s;
+    if (!fixes.isEmpty()) {
+        // A changed file invalidates every check that has passed.
+        for (Node &check : graph.nodes) {
+            if (check.kind == "tool"_L1 && check.input["verification"_L1] == true && check.status == "COMPLETED"_L1) {
+                check.status = u"QUEUED"_s;
+                check.output = {};
+            }
+        }
+    }
+
+    const Node &node = graph.nodes.at(index);
+    QJsonObject payload = codingPayload(node, fixes);
+    if (isSegmented(node)) {
+        payload.remove("previous_file"_L1);
+        documentPart(index, payload, {}, node.input["min_chars"_L1].toInt(), 1);
+        return;
+    }
+    enqueue(u"coding"_s, payload, [this, index](const QJsonObject &answer) { writeCodeResult(index, answer); });
+}
+
+QJsonObject Engine::codingPayload(const Node &node, const QJsonArray &fixes) const
+{
+    QJsonObject payload{{u"node"_s, withoutOutput(node)}, {u"structure"_s, structure}};
+
+    QJsonObject file = workspace.latest(pathOf(node));
+    if (!file.isEmpty() && !file["deleted"_L1].toBool()) {
+        file["content"_L1] = QString::fromUtf8(workspace.read(pathOf(node)));
+        payload["previous_file"_L1] = file;
+    }
+
+    QJsonArray dependencies;
+    for (const Node &other : graph.nodes) {
+        if (node.dependencies.contains(other.id))
+            dependencies.append(dependencyOutput(other.output));
+    }
+    payload["dependencies"_L1] = dependencies;
+    if (!fixes.isEmpty())
+        payload["fixes"_L1] = fixes;
+    return payload;
+}
+
+void Engine::documentPart(int index, QJsonObject payload, const QString &content, int target, int part)
+{
+    payload["segment"_L1] = segmentOf(content, target, part);
+    enqueue(u"coding"_s, payload, [=, this, noted = generation](const QJsonObject &answer) {
+        if (noted == generation && busy())
+            takeDocumentPart(index, payload, content, target, part, answer);
+    });
+}
+
+void Engine::takeDocumentPart(int index, const QJsonObject &payload, const QString &content, int target, int part,
+                              const QJsonObject &answer)
+{
+    const Node &node = graph.nodes.at(index);
+    const QJsonArray files = answer["files"_L1].toArray();
+    require(files.size() == 1, u"Для части документа нужен один файл"_s);
+    QJsonObject file = files.first().toObject();
+    require(file["path"_L1].toString() == pathOf(node), u"Часть документа изменила путь файла"_s);
+    const QString chunk = file["content"_L1].toString();
+    require(chunk.trimmed().size() >= std::min<qsizetype>(target - content.size(), smallestSegment),
+            u"Модель не добавила содержательную часть документа"_s);
+
+    const QString merged = content + chunk;
+    store.put(u"artifacts"_s, taskId + u':' + node.id + u":draft"_s, taskId,
+              {{u"type"_s, u"DocumentDraft"_s}, {u"path"_s, pathOf(node)}, {u"content"_s, merged}, {u"part"_s, part}});
+    publish(u"AutomaticCorrection"_s,
+            u"Документ: подготовлено %1 из %2 символов"_s.arg(merged.size()).arg(target));
+
+    if (merged.size() < target) {
+        require(part < maxParts, u"Документ сохранён в черновиках: достигнут предел частей"_s);
+        later(0, [=, this] { documentPart(index, payload, merged, target, part + 1); });
+        return;
+    }
+    file["content"_L1] = merged;
+    writeCodeResult(index, {{u"files"_s, QJsonArray{file}}});
+}
+
+} // namespace vesk

@@ -1,0 +1,37 @@
+#pragma once
+
+// Shared by engine*.cpp only.
+
+#include "engine.h"
+#include "event_bus.h"
+#include "helpers.h"
+#include "llm_provider.h"
+#include "panel_vote.h"
+#include "permissions.h"
+#include "store.h"
+#include "tool_router.h"
+#include "workspace.h"
+
+namespace vesk {
+
+constexpr int maxFixAttempts = 5;
+
+/// The node's record without what it produced.
+inline QJsonObject withoutOutput(const Node &node)
+{
+    QJsonObject object = node.toJson();
+    object.remove(QLatin1StringView("output"));
+    return object;
+}
+
+inline QString pathOf(const Node &node)
+{
+    return node.input[QLatin1StringView("path")].toString();
+}
+
+inline bool isCode(const Node &node)
+{
+    return node.kind == QLatin1StringView("code");
+}
+
+} // namespace vesk

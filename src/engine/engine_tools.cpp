@@ -1,0 +1,170 @@
+// A program runs only under a grant for its exact command; without one its node waits for the user.
+
+#include "engine_p.h"
+
+#include <QCoreApplication>
+#include <QJsonDocument>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+const QString &runCommand()
+{
+    static const QString tool = u"run_command"_s;
+    return tool;
+}
+
+} // namespace
+
+void Engine::runTool(int index)
+{
+    const QJsonObject input = graph.nodes.at(index).input;
+    const QString fingerprint = ToolRouter::fingerprint(runCommand(), input);
+    if (computerAccess || isSafeMediaJob(input))
+        grantAction(fingerprint);
+
+    if (!permissions.allowed(runCommand(), PermissionLevel::Execute, taskId, workspace.project(), fingerprint, false)) {
+        askPermission(index, fingerprint);
+        return;
+    }
+    if (paused) {
+        graph.nodes[index].status = u"QUEUED"_s;
+        persist();
+        return;
+    }
+    startTool(index);
+}
+
+void Engine::grantAction(const QString &fingerprint)
+{
+    permissions.grants.append({runCommand(), taskId, workspace.project(), fingerprint, u"THIS_ACTION"_s,
+                               PermissionLevel::Execute});
+}
+
+/// Our own media worker on files of this project needs no question.
+bool Engine::isSafeMediaJob(const QJsonObject &input) const
+{
+    static const QStringList safe{u"image"_s, u"obj_transform"_s, u"video"_s, u"frame"_s};
+    const QJsonArray arguments = input["arguments"_L1].toArray();
+    if (input["program"_L1].toString() != QCoreApplication::applicationFilePath() || arguments.size() != 2
+        || arguments.first().toString() != "--media-job"_L1)
+        return false;
+
+    const QJsonObject job = QJsonDocument::fromJson(arguments.last().toString().toUtf8()).object();
+    const QString ffmpeg = job["ffmpeg"_L1].toString();
+    if (!safe.contains(job["operation"_L1].toString()) || job["root"_L1].toString() != workspace.root()
+        || (!ffmpeg.isEmpty() && ffmpeg != mediaTools["ffmpeg"_L1].toString()))
+        return false;
+    try {
+        workspace.resolve(job["input"_L1].toString());
+        workspace.resolve(job["output"_L1].toString());
+    } catch (const std::exception &) {
+        return false;
+    }
+    return true;
+}
+
+void Engine::askPermission(int index, const QString &fingerprint)
+{
+    const QString approval = taskId + u':' + fingerprint;
+    graph.nodes[index].status = u"BLOCKED"_s;
+    pendingPermissions.insert(approval, index);
+    publish(u"PermissionRequested"_s, u"Approve exact terminal command"_s,
+            {{u"id"_s, approval}, {u"arguments"_s, graph.nodes.at(index).input}, {u"cwd"_s, workspace.root()}});
+    persist();
+}
+
+void Engine::answerPermission(const QString &approval, bool allow)
+{
+    const auto pending = pendingPermissions.constFind(approval);
+    require(pending != pendingPermissions.cend(), u"Approval is no longer pending"_s);
+    const int index = *pending;
+    pendingPermissions.erase(pending);
+    if (!allow) {
+        fail(u"Terminal permission denied"_s);
+        return;
+    }
+
+    step([&] {
+        grantAction(ToolRouter::fingerprint(runCommand(), graph.nodes.at(index).input));
+        store.put(u"permissions"_s, id(), taskId,
+                  {{u"tool"_s, runCommand()},
+                   {u"scope"_s, u"THIS_ACTION"_s},
+                   {u"action"_s, approval},
+                   {u"granted_at"_s, now()}});
+        publish(u"PermissionGranted"_s, u"Exact command approved"_s);
+        runTool(index);
+        persist();
+    });
+}
+
+void Engine::startTool(int index)
+{
+    Node &node = graph.nodes[index];
+    node.status = u"RUNNING"_s;
+    const Agent terminal
+        = makeAgent(u"terminal"_s, u"Terminal Agent"_s, {u"process"_s}, {runCommand()});
+    const QJsonObject run{
+        {u"id"_s, id()},
+        {u"agent_id"_s, terminal.id},
+        {u"role"_s, u"terminal"_s},
+        {u"task_id"_s, taskId},
+        {u"status"_s, u"USING_TOOL"_s},
+        {u"model"_s, u"ToolRouter / QProcess"_s},
+        {u"started_at"_s, now()},
+        {u"context"_s, node.input},
+    };
+    saveRun(run);
+    tools.execute(taskId, terminal.id, terminal.allowed_tools, runCommand(), node.input,
+                  [this, index, run, noted = generation](const QJsonObject &result) {
+                      if (noted == generation && busy())
+                          step([&] { takeToolResult(index, run, result); });
+                  });
+}
+
+void Engine::takeToolResult(int index, QJsonObject run, const QJsonObject &result)
+{
+    const bool success = result["success"_L1].toBool();
+    run["status"_L1] = success ? u"COMPLETED"_s : u"ERROR"_s;
+    run["output"_L1] = result;
+    run["finished_at"_L1] = now();
+    saveRun(run);
+    store.put(u"tool_calls"_s, result["id"_L1].toString(), taskId, result);
+    finishNode(index, result);
+    if (success)
+        scheduleNodes();
+    else
+        recoverVerification(index, result);
+}
+
+void Engine::finishNode(int index, const QJsonObject &result)
+{
+    Node &node = graph.nodes[index];
+    node.output = result;
+    node.status = result["success"_L1].toBool() ? u"COMPLETED"_s : u"FAILED"_s;
+    persist();
+}
+
+void Engine::callMcp(int index)
+{
+    require(bool(mcpCall), u"MCP-клиент недоступен"_s);
+    const QJsonObject input = graph.nodes.at(index).input;
+    mcpCall(input["server_id"_L1].toString(), input["tool"_L1].toString(), input["arguments"_L1].toObject(),
+            [this, index, noted = generation](const QJsonObject &result) {
+                if (noted != generation || !busy())
+                    return;
+                step([&] {
+                    finishNode(index, result);
+                    const QString reason = result["error"_L1].toString();
+                    if (result["success"_L1].toBool())
+                        scheduleNodes();
+                    else
+                        fail(reason.isEmpty() ? u"Ошибка инструмента MCP"_s : reason);
+                });
+            });
+}
+
+} // namespace vesk

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QString>
+
+namespace vesk {
+
+/// Programs that lie in different places on different systems. Each function gives a full path, or an empty text when
+/// the program is not there.
+
+/// npm's script npm-cli.js that belongs to this node executable.
+QString npmScript(const QString &node);
+
+/// A browser that pages of a project can be checked in.
+QString browserProgram();
+
+} // namespace vesk

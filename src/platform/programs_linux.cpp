@@ -1,0 +1,35 @@
+#include "programs.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+QString npmScript(const QString &node)
+{
+    const QString script = u"node_modules/npm/bin/npm-cli.js"_s;
+    const QDir folder = QFileInfo(node).dir();
+    // Unpacked archives have npm beside the executable or in the lib folder of their prefix.
+    for (const QString &candidate : {folder.filePath(script), folder.filePath(u"../lib/"_s + script)}) {
+        if (QFileInfo(candidate).isFile())
+            return QDir::cleanPath(candidate);
+    }
+    // Distributions link the command to wherever they keep the script.
+    const QString target = QFileInfo(folder.filePath(u"npm"_s)).canonicalFilePath();
+    return target.endsWith("/npm-cli.js"_L1) ? target : QString();
+}
+
+QString browserProgram()
+{
+    for (const QString &name : {u"microsoft-edge"_s, u"chromium"_s, u"google-chrome"_s, u"brave"_s}) {
+        const QString path = QStandardPaths::findExecutable(name);
+        if (!path.isEmpty())
+            return path;
+    }
+    return {};
+}
+
+} // namespace vesk
