@@ -1,6 +1,6 @@
 # What every target of ours has in common, and one function for each kind of target.
 #
-#   vesk_library(core SOURCES store.cpp ids.cpp LINKS vesk_platform Qt6::Sql)
+#   vesk_library(core SOURCES store.h store.cpp LINKS vesk_platform Qt6::Sql)
 #   vesk_executable(vesk SOURCES main.cpp LINKS vesk_app)
 #   vesk_test(store LINKS vesk_core)
 #
@@ -12,6 +12,12 @@ option(VESK_SANITIZE "Build with address and undefined-behaviour checks" OFF)
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_AUTOMOC ON)
+set(CMAKE_AUTOUIC OFF)
+# Our mocs need nothing of the libraries that a target links: let them run before those are built.
+set(CMAKE_AUTOGEN_ORIGIN_DEPENDS OFF)
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
 set(CMAKE_ARCHIVE_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
 set(CMAKE_LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
@@ -33,6 +39,7 @@ target_compile_options(vesk_settings INTERFACE
 target_compile_definitions(vesk_settings INTERFACE
     QT_DISABLE_DEPRECATED_UP_TO=0x060800
     QT_NO_FOREACH
+    QT_NO_KEYWORDS
     QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
     QT_NO_URL_CAST_FROM_STRING
     $<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
@@ -54,8 +61,9 @@ function(vesk_library name)
     cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINKS")
     add_library(vesk_${name} STATIC ${ARG_SOURCES})
     target_include_directories(vesk_${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
-    target_link_libraries(vesk_${name} PUBLIC ${ARG_LINKS} PRIVATE $<BUILD_INTERFACE:vesk_strict>)
-    set_target_properties(vesk_${name} PROPERTIES AUTOMOC ON)
+    target_link_libraries(vesk_${name} PUBLIC Qt6::Core ${ARG_LINKS} PRIVATE vesk_strict)
+    # A folder of headers alone is a library, too: it keeps its place between the layers.
+    set_target_properties(vesk_${name} PROPERTIES LINKER_LANGUAGE CXX)
 endfunction()
 
 # A program build/bin/<name>.
@@ -63,7 +71,6 @@ function(vesk_executable name)
     cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINKS")
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE ${ARG_LINKS} vesk_strict)
-    set_target_properties(${name} PROPERTIES AUTOMOC ON)
 endfunction()
 
 # The environment of every test: no screen, no graphics card, one language.
@@ -75,7 +82,7 @@ set(VESK_TEST_ENVIRONMENT
 
 # tst_<name>.cpp as the program build/bin/tests/tst_<name> and the ctest test <name>.
 #   SOURCES  further files        LINKS  what it tests, Qt6::Test is there already
-#   TIMEOUT  seconds, default 60  ARGS   arguments of the program
+#   TIMEOUT  seconds, default 120 ARGS   arguments of the program
 #   SERIAL   nothing else runs beside it: for tests that measure time
 #   DEPENDS  programs it starts; their paths are the compile definitions <TARGET>_PROGRAM
 function(vesk_test name)
@@ -84,7 +91,7 @@ function(vesk_test name)
     add_executable(${target} tst_${name}.cpp ${ARG_SOURCES})
     target_link_libraries(${target} PRIVATE ${ARG_LINKS} Qt6::Test vesk_settings)
     set_target_properties(${target} PROPERTIES
-        AUTOMOC ON RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin/tests")
+        RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin/tests")
     foreach(program IN LISTS ARG_DEPENDS)
         string(MAKE_C_IDENTIFIER "${program}" id)
         string(TOUPPER "${id}" id)
@@ -93,7 +100,7 @@ function(vesk_test name)
     endforeach()
     add_test(NAME ${name} COMMAND ${target} ${ARG_ARGS})
     if(NOT ARG_TIMEOUT)
-        set(ARG_TIMEOUT 60)
+        set(ARG_TIMEOUT 120)
     endif()
     if(VESK_SANITIZE)
         math(EXPR ARG_TIMEOUT "${ARG_TIMEOUT} * 4")
