@@ -24,6 +24,7 @@ namespace vesk {
 
 class EventBus;
 class ILLMProvider;
+struct LLMResult;
 class PermissionManager;
 class Store;
 class ToolRouter;
@@ -56,6 +57,8 @@ public:
     void start(const QString &request, bool simulation, qint64 budget, QJsonObject buildCommand);
     /// True while a task is between start and one of its ends.
     bool busy() const;
+    /// The code of the current phase, "IDLE" before the first task.
+    QString phaseCode() const { return phase; }
     void stage(const QString &phase);
     void pause();
     void resume();

@@ -34,7 +34,7 @@ struct Agent {
     QString system_prompt;
     QStringList capabilities; ///< Free labels; nothing decides on them.
     QStringList allowed_tools; ///< The tool router refuses any other.
-    int token_budget = 0; ///< Reported only; no limit follows from it.
+    int token_budget = 16000; ///< Reported only; no limit follows from it.
 
     /// The record of the table "agents", its keys named like the members.
     QJsonObject toJson() const;

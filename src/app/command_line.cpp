@@ -1,0 +1,80 @@
+#include "command_line.h"
+
+#include <array>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+CommandLine::CommandLine(const QStringList &arguments)
+    : arguments(arguments)
+{
+}
+
+Mode CommandLine::mode() const
+{
+    // The first one found, in this order, wherever it stands in the list.
+    static const std::array<std::pair<QString, Mode>, 10> options{{
+        {u"--media-job"_s, Mode::MediaJob},
+        {u"--background-worker"_s, Mode::BackgroundWorker},
+        {u"--self-test-background"_s, Mode::SelfTestBackground},
+        {u"--probe-mcp"_s, Mode::ProbeMcp},
+        {u"--help"_s, Mode::Help},
+        {u"--version"_s, Mode::Version},
+        {u"--run"_s, Mode::Run},
+        {u"--live-smoke"_s, Mode::LiveSmoke},
+        {u"--probe-skill"_s, Mode::ProbeSkill},
+        {u"--connect-qwen-environment"_s, Mode::ConnectQwenEnvironment},
+    }};
+    for (const auto &[option, mode] : options) {
+        if (has(option))
+            return mode;
+    }
+    return Mode::Interface;
+}
+
+bool CommandLine::has(const QString &option) const
+{
+    return arguments.contains(option);
+}
+
+QString CommandLine::value(const QString &option) const
+{
+    const qsizetype at = arguments.indexOf(option);
+    return at < 0 ? QString() : arguments.value(at + 1);
+}
+
+QString CommandLine::dataFolder(const QString &usual) const
+{
+    return has(u"--data-dir"_s) ? value(u"--data-dir"_s) : usual;
+}
+
+QString helpText()
+{
+    return uR"(VESK — команда агентов, которая доводит запрос до работающего проекта.
+
+Использование:
+  vesk                          открыть приложение
+  vesk --run ЗАПРОС [ПАРАМЕТРЫ] выполнить одну задачу без окна
+  vesk --help | --version
+
+Параметры --run:
+  --project ПАПКА          папка проекта; создаётся, если её нет (текущая папка)
+  --data-dir ПАПКА         папка с базой и историей
+  --budget N               предел токенов на задачу (1000000)
+  --build-command JSON     команда сборки: {"program": "/полный/путь", "arguments": ["..."]}
+  --answer ТЕКСТ           ответ на вопрос; можно повторять, ответы идут по порядку.
+                           Когда ответы кончились, выбирается первый вариант
+  --simulate               остановиться перед выполнением и напечатать план
+  --allow-commands         запускать команды без вопроса
+  --json                   печатать события в JSON, по одному в строке; последним — итог
+  --mock-delay МС          пауза демонстрационной модели перед ответом (300)
+
+Ход работы печатается в stderr, отчёт — в stdout.
+Коды завершения: 0 — задача завершена (с --simulate — план готов), 1 — задача не завершена,
+2 — ошибка параметров или запуска, 3 — нужно разрешение на команду, 4 — нужен ответ на вопрос,
+130 — остановлено сигналом.)"_s;
+}
+
+} // namespace vesk

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+
+namespace vesk {
+
+/// What an event says to the user while a run goes on; empty for most events. `state` is the task state document.
+QString narration(const QJsonObject &event, const QJsonObject &state);
+
+/// Whether narration() reads the state for this event.
+bool narrationNeedsState(const QJsonObject &event);
+
+} // namespace vesk

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+#include <QStringList>
+
+namespace vesk {
+
+/// What "--run" was asked to do.
+struct RunOptions {
+    QString request;
+    QString projectFolder; ///< Absolute.
+    qint64 budget = 1000000; ///< Tokens.
+    QJsonObject buildCommand; ///< {"program", "arguments"} or empty.
+    QStringList answers; ///< For questions, in order.
+    bool simulate = false;
+    bool allowCommands = false;
+    bool json = false;
+    int mockDelayMs = 300;
+};
+
+/// Reads the arguments of "--run". Unlike the other modes it knows all of its options: a mistyped one throws
+/// std::runtime_error with a text for people, instead of starting a task that was meant otherwise.
+RunOptions parseRunOptions(const QStringList &arguments);
+
+} // namespace vesk

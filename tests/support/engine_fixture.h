@@ -1,0 +1,71 @@
+#pragma once
+
+#include "scripted_provider.h"
+
+#include "engine.h"
+#include "event_bus.h"
+#include "helpers.h"
+#include "permissions.h"
+#include "store.h"
+#include "tool_router.h"
+#include "workspace.h"
+
+#include <QTemporaryDir>
+
+/// A whole core on a temporary folder: real database, real files, real processes, and a scripted model.
+class EngineFixture
+{
+public:
+    explicit EngineFixture(const QString &dataFolder = {})
+        : store(dataFolder.isEmpty() ? folder.filePath(QStringLiteral("vesk.sqlite"))
+                                     : dataFolder + QStringLiteral("/vesk.sqlite"))
+    {
+        vesk::registerPrompts();
+        workspace.open(folder.filePath(QStringLiteral("project")), QStringLiteral("project"));
+        QObject::connect(&events, &vesk::EventBus::event, &events, [this](const QJsonObject &event) {
+            log.append(event);
+        });
+        QObject::connect(&engine, &vesk::Engine::finished, &engine, [this](const QString &status) {
+            endings.append(status);
+        });
+    }
+
+    /// Starts a task with a comfortable budget.
+    void start(const QString &request = QStringLiteral("Сделай файл"), bool simulation = false,
+               const QJsonObject &buildCommand = {})
+    {
+        engine.start(request, simulation, 100000000, buildCommand);
+    }
+    /// Runs the event loop until the task ends or the time is up; true when it ended.
+    bool runToEnd(int timeoutMs = 20000) { return runUntil([this] { return !engine.busy(); }, timeoutMs); }
+    bool runUntil(const std::function<bool()> &condition, int timeoutMs = 20000);
+    /// Runs the event loop until the phase is reached.
+    bool runToPhase(const QString &phase, int timeoutMs = 20000)
+    {
+        return runUntil([&] { return state(QStringLiteral("phase")).toString() == phase; }, timeoutMs);
+    }
+
+    QJsonValue state(const QString &key) const { return engine.snapshot()[key]; }
+    QString phase() const { return state(QStringLiteral("phase")).toString(); }
+    QString error() const { return state(QStringLiteral("error")).toString(); }
+    QString task() const { return state(QStringLiteral("id")).toString(); }
+    QJsonObject node(const QString &id) const;
+    /// The messages of all events of a type, in order.
+    QStringList messages(const QString &type) const;
+    QList<QJsonObject> eventsOf(const QString &type) const;
+    QString projectFile(const QString &path) const { return folder.filePath(QStringLiteral("project/") + path); }
+    QByteArray fileContent(const QString &path) const;
+    /// The text of what `work` throws; empty when it does not.
+    static QString errorOf(const std::function<void()> &work);
+
+    QTemporaryDir folder;
+    vesk::Store store;
+    vesk::EventBus events;
+    vesk::Workspace workspace{store};
+    vesk::PermissionManager permissions;
+    vesk::ToolRouter tools{&workspace, &events, &permissions};
+    ScriptedProvider model;
+    vesk::Engine engine{store, workspace, events, permissions, tools, &model};
+    QList<QJsonObject> log;
+    QStringList endings;
+};
