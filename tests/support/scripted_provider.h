@@ -44,7 +44,7 @@ public:
     static QJsonObject node(const QString &id, const QString &kind, const QJsonObject &input,
                             const QStringList &dependencies = {});
     static QJsonObject plan(const QJsonArray &nodes);
-    static QJsonObject specification(const QJsonArray &questions = {});
+    static QJsonObject specification(const QJsonArray &questions = QJsonArray());
 
     /// Delivers the oldest held answer, or that of the given role; false when there is none.
     bool release(const QString &role = {});
