@@ -6,8 +6,7 @@ namespace vesk {
 
 /// A lock on a folder, held by the kernel on the folder itself: no file is left behind, and the lock ends with the
 /// process however that ends. One process at a time holds it; a second object in the same process is refused too.
-class FolderLock
-{
+class FolderLock {
 public:
     enum class Outcome {
         Held, ///< This object holds the lock until it is destroyed.

@@ -1,0 +1,362 @@
+#include "workspace.h"
+
+#include "helpers.h"
+#include "store.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSet>
+#include <QStringConverter>
+#include <QStringTokenizer>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+using Kind = ConfinedFolder::Kind;
+using Result = ConfinedFolder::Result;
+
+constexpr qint64 limitBytes = 2097152;
+
+constexpr auto tooLarge = "File exceeds 2 MiB limit"_L1;
+constexpr auto noWorkspace = "Select a workspace first"_L1;
+
+QString slashed(QString path)
+{
+    return path.replace(u'\\', u'/');
+}
+
+/// CON, PRN, AUX, NUL, COM1 to COM9 and LPT1 to LPT9, alone or with anything after a dot.
+bool isReservedDevice(QStringView name)
+{
+    const QStringView stem = name.first(name.contains(u'.') ? name.indexOf(u'.') : name.size());
+    const auto is = [stem](QLatin1StringView device) { return stem.compare(device, Qt::CaseInsensitive) == 0; };
+    if (stem.size() == 3)
+        return is("CON"_L1) || is("PRN"_L1) || is("AUX"_L1) || is("NUL"_L1);
+    return stem.size() == 4 && stem[3] >= u'1' && stem[3] <= u'9'
+        && (stem.startsWith("COM"_L1, Qt::CaseInsensitive) || stem.startsWith("LPT"_L1, Qt::CaseInsensitive));
+}
+
+bool isForbidden(QChar c)
+{
+    return c < u' ' || "<>\"|?*"_L1.contains(c);
+}
+
+/// Why a component is refused by its name alone; empty if it is not.
+QString faultOf(QStringView name)
+{
+    if (name.isEmpty() || name == "."_L1 || name == ".."_L1 || name.endsWith(u'.') || name.endsWith(u' '))
+        return u"Unsafe path component"_s;
+    // Half a surrogate pair has no UTF-8: two such names would be one file.
+    if (!name.isValidUtf16() || std::any_of(name.begin(), name.end(), isForbidden))
+        return u"Invalid filename"_s;
+    if (isReservedDevice(name))
+        return u"Reserved device filename"_s;
+    if (name.compare(".git"_L1, Qt::CaseInsensitive) == 0)
+        return u"Git metadata is protected"_s;
+    return {};
+}
+
+void requireSafe(Kind kind)
+{
+    require(kind != Kind::Link, u"Symlink paths are not allowed"_s);
+    require(kind != Kind::Mount, u"Reparse paths are not allowed"_s);
+    require(kind != Kind::Outside, u"Path escapes workspace"_s);
+}
+
+/// Throws what a result other than Done means to the caller of write().
+void requireDone(Result result, const QString &path)
+{
+    switch (result) {
+    case Result::Done:
+        return;
+    case Result::Link:
+        return requireSafe(Kind::Link);
+    case Result::Mount:
+        return requireSafe(Kind::Mount);
+    case Result::Missing:
+        return require(false, u"Tracked file removed externally: "_s + path);
+    case Result::Exists:
+    case Result::Changed:
+        return require(false, u"Existing/untracked or externally modified file: "_s + path);
+    case Result::TooLarge:
+        return require(false, tooLarge);
+    case Result::Unreadable:
+        return require(false, u"Cannot read "_s + path);
+    case Result::Unwritable:
+        return require(false, u"Cannot write "_s + path);
+    case Result::ShortWrite:
+        return require(false, u"Short write"_s);
+    case Result::Failed:
+        return require(false, u"Atomic file replacement failed"_s);
+    }
+}
+
+bool isDeleted(const QJsonObject &record)
+{
+    return record["deleted"_L1].toBool();
+}
+
+/// The bytes as text. Unlike QString::fromUtf8 it keeps a byte order mark, so that they can be had back from it.
+QString decoded(const QByteArray &bytes)
+{
+    if (!bytes.startsWith("\xEF\xBB\xBF"))
+        return QString::fromUtf8(bytes);
+    return QStringDecoder(QStringConverter::Utf8, QStringConverter::Flag::ConvertInitialBom)(bytes);
+}
+
+} // namespace
+
+/// A vetted path as the file system takes it, and what it leads to.
+struct Workspace::Place {
+    QByteArray path;
+    Kind kind;
+};
+
+Workspace::Workspace(Store &store, ConfinedFolder::Walk walk)
+    : store(store)
+    , walk(walk)
+{
+}
+
+void Workspace::open(const QString &root, const QString &projectId)
+{
+    // Qt takes ":/..." for an absolute path, too: that of a resource.
+    require(QDir::isAbsolutePath(root) && !root.startsWith(u':'), u"Workspace must be an absolute folder"_s);
+    require(QDir().mkpath(root), u"Cannot create workspace"_s);
+
+    const QString canonical = QFileInfo(root).canonicalFilePath();
+    require(!canonical.isEmpty() && canonical != "/"_L1, u"Invalid workspace"_s);
+    std::optional<ConfinedFolder> held = ConfinedFolder::hold(QFile::encodeName(canonical), walk);
+    require(held.has_value(), u"Invalid workspace"_s);
+
+    folder = std::move(held);
+    rootPath = canonical;
+    this->projectId = projectId;
+    removeLeftovers();
+}
+
+/// Only folders of tracked files can hold any: a new file has no name until it is whole.
+void Workspace::removeLeftovers() const
+{
+    QSet<QString> folders{QString()};
+    const QJsonArray tracked = files();
+    for (const QJsonValue &record : tracked) {
+        const QString path = slashed(record["path"_L1].toString());
+        folders.insert(path.first(std::max<qsizetype>(path.lastIndexOf(u'/'), 0)));
+    }
+    for (const QString &path : std::as_const(folders))
+        folder->removeLeftovers(QFile::encodeName(path));
+}
+
+/// Every component is judged by its name and by what stands on disk before the next one is, so of several faults in a
+/// path the first is told. The disk is asked once, for the part before the first bad name.
+Workspace::Place Workspace::vet(const QString &relativePath) const
+{
+    require(!rootPath.isEmpty(), noWorkspace);
+    require(folder->isInPlace(), u"Workspace root changed or was redirected"_s);
+
+    const QString path = slashed(relativePath);
+    require(!path.isEmpty() && !path.startsWith(u'/') && !path.contains(u':') && !path.contains(QChar::Null),
+            u"Invalid relative path"_s);
+
+    qsizetype good = 0;
+    QString fault;
+    for (const QStringView name : QStringTokenizer{path, u'/'}) {
+        fault = faultOf(name);
+        if (!fault.isEmpty())
+            break;
+        good = name.end() - path.begin();
+    }
+    const QByteArray encoded = QFile::encodeName(path.first(good));
+    const Kind kind = encoded.isEmpty() ? Kind::Missing : folder->probe(encoded);
+    requireSafe(kind);
+    require(fault.isEmpty(), fault);
+    return {encoded, kind};
+}
+
+QString Workspace::resolve(const QString &relativePath) const
+{
+    vet(relativePath);
+    return rootPath + u'/' + slashed(relativePath);
+}
+
+QByteArray Workspace::read(const QString &relativePath) const
+{
+    return load(vet(relativePath), relativePath).bytes;
+}
+
+ConfinedFolder::Content Workspace::load(const Place &place, const QString &relativePath) const
+{
+    ConfinedFolder::Content content;
+    Result result = Result::Unreadable;
+    if (place.kind == Kind::File)
+        result = folder->read(place.path, limitBytes, content);
+    const bool hasOwnText
+        = result == Result::Done || result == Result::TooLarge || result == Result::Link || result == Result::Mount;
+    requireDone(hasOwnText ? result : Result::Unreadable, relativePath);
+    return content;
+}
+
+QJsonObject Workspace::write(const QString &relativePath, const QByteArray &bytes, const QString &author,
+                             int expectedRevision)
+{
+    require(bytes.size() <= limitBytes, tooLarge);
+    const Place target = vet(relativePath);
+    require(target.kind != Kind::Unknown, u"Cannot write "_s + relativePath);
+    const QJsonObject record = latest(relativePath);
+    const int current = record["revision"_L1].toInt();
+    require(expectedRevision < 0 || expectedRevision == current, u"Stale revision: "_s + relativePath);
+
+    std::optional<ConfinedFolder::Content> old;
+    if (target.kind == Kind::Missing) {
+        require(record.isEmpty() || isDeleted(record), u"Tracked file removed externally: "_s + relativePath);
+    } else {
+        old = load(target, relativePath);
+        require(!record.isEmpty() && record["hash"_L1].toString() == digest(old->bytes),
+                u"Existing/untracked or externally modified file: "_s + relativePath);
+    }
+    put(target, relativePath, bytes, old);
+
+    const QJsonObject revision{
+        {u"id"_s, id()},
+        {u"file_id"_s, key(relativePath)},
+        {u"project_id"_s, projectId},
+        {u"path"_s, relativePath},
+        {u"revision"_s, current + 1},
+        {u"hash"_s, digest(bytes)},
+        {u"timestamp"_s, now()},
+        {u"author_agent"_s, author},
+        {u"status"_s, u"REVIEWING"_s},
+        {u"content"_s, decoded(bytes)},
+    };
+    store.atomic([&] {
+        store.put(u"file_revisions"_s, revision["id"_L1].toString(), projectId, revision);
+        store.put(u"files"_s, key(relativePath), projectId, revision);
+    });
+    return revision;
+}
+
+/// Brings the bytes to their name. `old` is what stands there and was checked; none for a file that is to be new.
+void Workspace::put(const Place &place, const QString &relativePath, const QByteArray &bytes,
+                    const std::optional<ConfinedFolder::Content> &old) const
+{
+    ConfinedFolder::Spot spot;
+    const Result made = folder->makeParent(place.path, spot);
+    const bool isRedirected = made == Result::Link || made == Result::Mount;
+    require(made == Result::Done || isRedirected, u"Cannot create parent directory"_s);
+    requireDone(made, relativePath);
+
+    vet(relativePath);
+    requireDone(old ? folder->replace(spot, bytes, *old) : folder->create(spot, bytes), relativePath);
+}
+
+QJsonObject Workspace::latest(const QString &relativePath) const
+{
+    return store.get(u"files"_s, key(relativePath));
+}
+
+bool Workspace::stale(const QString &relativePath, int revision) const
+{
+    return latest(relativePath)["revision"_L1].toInt() != revision;
+}
+
+QJsonArray Workspace::files() const
+{
+    // The store takes an empty owner for all of them.
+    return projectId.isEmpty() ? QJsonArray() : store.list(u"files"_s, projectId);
+}
+
+void Workspace::requireUnchanged(const QJsonObject &record, const QString &message) const
+{
+    if (!isDeleted(record))
+        require(digest(read(record["path"_L1].toString())) == record["hash"_L1].toString(), message);
+}
+
+QJsonObject Workspace::checkpoint(const QString &taskId, const QJsonArray &graph)
+{
+    require(!rootPath.isEmpty(), noWorkspace);
+    const QJsonArray records = files();
+    for (const QJsonValue &record : records)
+        requireUnchanged(record.toObject(), u"Checkpoint conflict: external changes"_s);
+
+    const QJsonObject snapshot{
+        {u"id"_s, id()},
+        {u"project_id"_s, projectId},
+        {u"task_id"_s, taskId},
+        {u"time"_s, now()},
+        {u"files"_s, records},
+        {u"graph"_s, graph},
+        {u"kind"_s, u"controlled_workspace_snapshot"_s},
+    };
+    store.put(u"checkpoints"_s, snapshot["id"_L1].toString(), projectId, snapshot);
+    return snapshot;
+}
+
+void Workspace::rollback(const QString &checkpointId)
+{
+    require(!rootPath.isEmpty(), noWorkspace);
+    const QJsonObject snapshot = store.get(u"checkpoints"_s, checkpointId);
+    require(!snapshot.isEmpty() && snapshot["project_id"_L1].toString() == projectId,
+            u"Checkpoint belongs to another project"_s);
+    const QJsonArray records = files();
+    for (const QJsonValue &record : records)
+        requireUnchanged(record.toObject(), u"Rollback conflict: external changes"_s);
+
+    QSet<QString> restored;
+    const QJsonArray entries = snapshot["files"_L1].toArray();
+    for (const QJsonValue &value : entries) {
+        const QJsonObject entry = value.toObject();
+        // What was deleted when the snapshot was taken is to be deleted again, not to come back.
+        if (isDeleted(entry))
+            continue;
+        const QString path = entry["path"_L1].toString();
+        write(path, contentOf(entry), u"rollback"_s, latest(path)["revision"_L1].toInt());
+        restored.insert(path);
+    }
+    for (const QJsonValue &record : records) {
+        if (!isDeleted(record.toObject()) && !restored.contains(record["path"_L1].toString()))
+            remove(record.toObject());
+    }
+}
+
+/// The content of a snapshot's entry. Text is all that a record can hold; a file of other bytes which is still the same
+/// stays as it is.
+QByteArray Workspace::contentOf(const QJsonObject &entry) const
+{
+    const QByteArray text = entry["content"_L1].toString().toUtf8();
+    const QString path = entry["path"_L1].toString();
+    const QString hash = entry["hash"_L1].toString();
+    const QJsonObject current = latest(path);
+    const bool isSame = !isDeleted(current) && current["hash"_L1].toString() == hash;
+    return isSame && digest(text) != hash ? read(path) : text;
+}
+
+void Workspace::remove(const QJsonObject &record) const
+{
+    const QString path = record["path"_L1].toString();
+    const Place place = vet(path);
+    ConfinedFolder::Content content;
+    Result result = Result::Missing;
+    if (place.kind == Kind::File)
+        result = folder->read(place.path, limitBytes, content);
+    if (result == Result::Done) {
+        // Restoring the others took its time; what was saved meanwhile isn't ours to remove.
+        require(digest(content.bytes) == record["hash"_L1].toString(), u"Rollback conflict: external changes"_s);
+        result = folder->remove(place.path, content);
+    }
+    require(result != Result::Changed, u"Rollback conflict: external changes"_s);
+    if (result == Result::Link || result == Result::Mount)
+        requireDone(result, path);
+    require(result == Result::Done, u"Cannot remove controlled file"_s);
+
+    QJsonObject removed = record;
+    removed[u"deleted"_s] = true;
+    removed[u"status"_s] = u"ROLLED_BACK"_s;
+    store.put(u"files"_s, key(path), projectId, removed);
+}
+
+} // namespace vesk

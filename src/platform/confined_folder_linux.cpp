@@ -1,0 +1,290 @@
+#include "confined_folder.h"
+
+#include <QList>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits.h>
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <linux/openat2.h>
+#include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace vesk {
+
+namespace {
+
+constexpr quint64 withoutLinks = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+constexpr quint64 belowOnly = withoutLinks | RESOLVE_BENEATH | RESOLVE_NO_XDEV;
+
+int openInKernel(int folder, const QByteArray &path, int flags, quint64 resolve)
+{
+    open_how how{};
+    how.flags = quint64(flags | O_CLOEXEC);
+    how.resolve = resolve;
+    return int(::syscall(SYS_openat2, folder, path.constData(), &how, sizeof how));
+}
+
+/// The kernel before 5.6, and sandboxes that don't know the call.
+bool lacksOpenat2(int error)
+{
+    return error == ENOSYS || error == EPERM;
+}
+
+/// The number of the mount that an open file is on, -1 where /proc is not there to tell.
+long mountOf(int descriptor)
+{
+    char text[512];
+    std::snprintf(text, sizeof text, "/proc/self/fdinfo/%d", descriptor);
+    const Descriptor info(::open(text, O_RDONLY | O_CLOEXEC));
+    const ssize_t size = info ? ::read(info.get(), text, sizeof text - 1) : 0;
+    text[std::max<ssize_t>(size, 0)] = '\0';
+    const char *line = std::strstr(text, "mnt_id:");
+    return line ? std::strtol(line + 7, nullptr, 10) : -1;
+}
+
+/// Opens one component. Fails as the kernel's own walk does: ELOOP for a link, ENOTDIR for what should be a folder.
+Descriptor openComponent(int folder, const QByteArray &name, int flags)
+{
+    // With O_DIRECTORY a link would be told apart from a file no longer.
+    Descriptor next(::openat(folder, name.constData(), (flags & ~O_DIRECTORY) | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status;
+    if (!next || ::fstat(next.get(), &status) != 0)
+        return {};
+
+    const bool isLink = S_ISLNK(status.st_mode);
+    if (isLink || ((flags & O_DIRECTORY) && !S_ISDIR(status.st_mode))) {
+        errno = isLink ? ELOOP : ENOTDIR;
+        return {};
+    }
+    return next;
+}
+
+/// What openInKernel does, a component at a time. The first component that is on another mount ends it with EXDEV
+/// unless `mounts` allows that.
+Descriptor openByComponent(int folder, const QByteArray &path, int flags, bool mounts)
+{
+    const long home = mounts ? 0 : mountOf(folder);
+    const QList<QByteArray> names = path.split('/');
+    Descriptor current;
+    for (qsizetype i = 0; i < names.size(); ++i) {
+        if (names[i] == "..") {
+            errno = EXDEV;
+            return {};
+        }
+        const bool isLast = i + 1 == names.size();
+        current = openComponent(current ? current.get() : folder, names[i], isLast ? flags : O_PATH | O_DIRECTORY);
+        if (!current)
+            return {};
+        if (!mounts && mountOf(current.get()) != home) {
+            errno = EXDEV;
+            return {};
+        }
+    }
+    return current;
+}
+
+/// Opens a folder by its absolute name, in which no component may be a link.
+Descriptor openAbsolute(const QByteArray &path, int flags, ConfinedFolder::Walk walk)
+{
+    if (walk == ConfinedFolder::Walk::InKernel) {
+        Descriptor folder(openInKernel(AT_FDCWD, path, flags, withoutLinks));
+        if (folder || !lacksOpenat2(errno))
+            return folder;
+    }
+    const Descriptor top(::open("/", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    return openByComponent(top.get(), path.sliced(1), flags, true);
+}
+
+/// A lease tells whether somebody has a file open for writing. Network file systems refuse it for reasons of their
+/// own with the same error, so only those are asked which are known to tell the truth.
+bool hasHonestLeases(int folder)
+{
+    struct statfs system;
+    if (::fstatfs(folder, &system) != 0)
+        return false;
+    constexpr quint32 known[] = {EXT4_SUPER_MAGIC, XFS_SUPER_MAGIC, BTRFS_SUPER_MAGIC, F2FS_SUPER_MAGIC, TMPFS_MAGIC};
+    return std::find(std::begin(known), std::end(known), quint32(system.f_type)) != std::end(known);
+}
+
+ConfinedFolder::Kind kindOf(mode_t mode)
+{
+    if (S_ISREG(mode))
+        return ConfinedFolder::Kind::File;
+    return S_ISDIR(mode) ? ConfinedFolder::Kind::Folder : ConfinedFolder::Kind::Other;
+}
+
+/// Reads to the end, at most `limit` bytes; one more means that there are too many.
+ConfinedFolder::Result readAll(int file, qint64 size, qint64 limit, QByteArray &bytes)
+{
+    bytes.resize(std::min(size, limit) + 1);
+    qint64 done = 0;
+    for (;;) {
+        const ssize_t got = ::read(file, bytes.data() + done, size_t(bytes.size() - done));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            return ConfinedFolder::Result::Unreadable;
+        if (got == 0)
+            break;
+        done += got;
+        if (done > limit)
+            return ConfinedFolder::Result::TooLarge;
+        if (done == bytes.size())
+            bytes.resize(limit + 1); // It grew since its size was taken.
+    }
+    bytes.truncate(done);
+    return ConfinedFolder::Result::Done;
+}
+
+} // namespace
+
+void Descriptor::reset()
+{
+    if (number < 0)
+        return;
+    const int error = errno;
+    ::close(std::exchange(number, -1));
+    errno = error;
+}
+
+std::optional<ConfinedFolder> ConfinedFolder::hold(const QByteArray &path, Walk walk)
+{
+    Descriptor folder = openAbsolute(path, O_PATH | O_DIRECTORY, walk);
+    if (!folder)
+        return {};
+    return ConfinedFolder(std::move(folder), path, walk);
+}
+
+ConfinedFolder::ConfinedFolder(Descriptor folder, const QByteArray &path, Walk walk)
+    : root(std::move(folder))
+    , name(path)
+    , walk(walk)
+    , leases(hasHonestLeases(root.get()))
+{
+}
+
+bool ConfinedFolder::isInPlace() const
+{
+    const Descriptor there = openAbsolute(name, O_PATH | O_DIRECTORY, walk);
+    struct stat held;
+    struct stat found;
+    return there && ::fstat(root.get(), &held) == 0 && ::fstat(there.get(), &found) == 0 && held.st_dev == found.st_dev
+        && held.st_ino == found.st_ino;
+}
+
+ConfinedFolder::Result ConfinedFolder::refusal(int error)
+{
+    switch (error) {
+    case ELOOP:
+        return Result::Link;
+    case EXDEV:
+        return Result::Mount;
+    case ENOENT:
+    case ENOTDIR:
+    case ENAMETOOLONG:
+        return Result::Missing;
+    default:
+        return Result::Failed;
+    }
+}
+
+Descriptor ConfinedFolder::open(int folder, const QByteArray &path, int flags) const
+{
+    if (walk == Walk::InKernel) {
+        Descriptor file(openInKernel(folder, path, flags, belowOnly));
+        if (file || !lacksOpenat2(errno))
+            return file;
+    }
+    return openByComponent(folder, path, flags, false);
+}
+
+ConfinedFolder::Kind ConfinedFolder::probe(const QByteArray &path) const
+{
+    const Descriptor there = open(root.get(), path, O_PATH);
+    struct stat status;
+    if (there)
+        return ::fstat(there.get(), &status) == 0 ? kindOf(status.st_mode) : Kind::Unknown;
+
+    switch (refusal(errno)) {
+    case Result::Link:
+        return Kind::Link;
+    case Result::Mount:
+        // The kernel has one error for both; walked by component, only a mount point fails.
+        return openByComponent(root.get(), path, O_PATH, false) || errno != EXDEV ? Kind::Outside : Kind::Mount;
+    case Result::Missing:
+        return Kind::Missing;
+    default:
+        return Kind::Unknown;
+    }
+}
+
+ConfinedFolder::Result ConfinedFolder::read(const QByteArray &path, qint64 limit, Content &content) const
+{
+    // What isn't a regular file was refused by probe(); not to block matters when it became one since.
+    const Descriptor file = open(root.get(), path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    if (!file)
+        return refusal(errno);
+
+    struct stat status;
+    if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink > 1)
+        return Result::Unreadable;
+    if (status.st_size > limit)
+        return Result::TooLarge;
+    content.mode = status.st_mode & 0777;
+    content.user = status.st_uid;
+    content.group = status.st_gid;
+    return readAll(file.get(), status.st_size, limit, content.bytes);
+}
+
+ConfinedFolder::Result ConfinedFolder::makeParent(const QByteArray &path, Spot &spot) const
+{
+    // Made component by component, it could become longer than any program can name.
+    if (name.size() + 1 + path.size() >= PATH_MAX)
+        return Result::Failed;
+
+    const qsizetype slash = path.lastIndexOf('/');
+    const QByteArray folder = slash < 0 ? QByteArray(".") : path.first(slash);
+    spot.name = path.sliced(slash + 1);
+    spot.folder = open(root.get(), folder, O_PATH | O_DIRECTORY);
+    if (spot.folder)
+        return Result::Done;
+    return errno == ENOENT ? makeFolders(folder, spot.folder) : refusal(errno);
+}
+
+ConfinedFolder::Result ConfinedFolder::makeFolders(const QByteArray &path, Descriptor &made) const
+{
+    made = open(root.get(), ".", O_PATH | O_DIRECTORY);
+    const QList<QByteArray> names = path.split('/');
+    for (const QByteArray &component : names) {
+        Descriptor next = open(made.get(), component, O_PATH | O_DIRECTORY);
+        if (!next && errno == ENOENT) {
+            if (::mkdirat(made.get(), component.constData(), 0777) == 0)
+                flushFolder(made.get());
+            else if (errno != EEXIST)
+                return Result::Failed;
+            next = open(made.get(), component, O_PATH | O_DIRECTORY);
+        }
+        if (!next)
+            return refusal(errno);
+        made = std::move(next);
+    }
+    return Result::Done;
+}
+
+bool ConfinedFolder::flushFolder(int folder)
+{
+    // The held descriptor names the folder but doesn't open it. Who may not read a folder can't flush it, and some
+    // file systems have nothing to flush.
+    const Descriptor opened(::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    return !opened || ::fsync(opened.get()) == 0 || errno == EINVAL || errno == ENOTSUP;
+}
+
+} // namespace vesk
