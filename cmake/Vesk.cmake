@@ -33,7 +33,7 @@ endif()
 
 add_library(vesk_settings INTERFACE)
 target_compile_options(vesk_settings INTERFACE
-    -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wundef
+    -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Wcast-align -Wundef
     $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local;-Wlogical-op;-Wduplicated-cond>
     $<$<BOOL:${VESK_WERROR}>:-Werror>)
 target_compile_definitions(vesk_settings INTERFACE
@@ -63,6 +63,7 @@ function(vesk_library name)
     target_include_directories(vesk_${name} PUBLIC ${CMAKE_CURRENT_SOURCE_DIR})
     target_link_libraries(vesk_${name} PUBLIC Qt6::Core ${ARG_LINKS} PRIVATE vesk_strict)
     # A folder of headers alone is a library, too: it keeps its place between the layers.
+    set_property(GLOBAL APPEND PROPERTY VESK_TARGETS vesk_${name})
     set_target_properties(vesk_${name} PROPERTIES LINKER_LANGUAGE CXX)
 endfunction()
 
@@ -71,6 +72,7 @@ function(vesk_executable name)
     cmake_parse_arguments(PARSE_ARGV 1 ARG "" "" "SOURCES;LINKS")
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE ${ARG_LINKS} vesk_strict)
+    set_property(GLOBAL APPEND PROPERTY VESK_TARGETS ${name})
 endfunction()
 
 # The environment of every test: no screen, no graphics card, one language.
@@ -92,6 +94,7 @@ function(vesk_test name)
     target_link_libraries(${target} PRIVATE ${ARG_LINKS} Qt6::Test vesk_settings)
     set_target_properties(${target} PROPERTIES
         RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin/tests")
+    set_property(GLOBAL APPEND PROPERTY VESK_TARGETS ${target})
     foreach(program IN LISTS ARG_DEPENDS)
         string(MAKE_C_IDENTIFIER "${program}" id)
         string(TOUPPER "${id}" id)
