@@ -4,6 +4,7 @@
 #include "mock_provider.h"
 
 #include <QHash>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
 #include <QString>
@@ -44,7 +45,7 @@ public:
     static QJsonObject node(const QString &id, const QString &kind, const QJsonObject &input,
                             const QStringList &dependencies = {});
     static QJsonObject plan(const QJsonArray &nodes);
-    static QJsonObject specification(const QJsonArray &questions = QJsonArray());
+    static QJsonObject specification(const QJsonArray &questions = {});
 
     /// Delivers the oldest held answer, or that of the given role; false when there is none.
     bool release(const QString &role = {});
