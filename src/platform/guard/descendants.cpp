@@ -1,0 +1,106 @@
+#include "descendants.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <unordered_map>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+struct Process {
+    pid_t parent = 0;
+    char state = '?';
+};
+
+bool readProcess(pid_t id, Process &process)
+{
+    char path[40];
+    char text[512];
+    std::snprintf(path, sizeof path, "/proc/%d/stat", id);
+    const int file = open(path, O_RDONLY | O_CLOEXEC);
+    if (file < 0)
+        return false;
+    const ssize_t length = read(file, text, sizeof text - 1);
+    close(file);
+    if (length <= 0)
+        return false;
+    text[length] = 0;
+    // The name stands in brackets and may hold blanks and brackets itself.
+    const char *afterName = std::strrchr(text, ')');
+    return afterName && std::sscanf(afterName + 1, " %c %d", &process.state, &process.parent) == 2;
+}
+
+std::unordered_map<pid_t, std::vector<pid_t>> childrenOfAll(std::unordered_map<pid_t, char> &states)
+{
+    std::unordered_map<pid_t, std::vector<pid_t>> children;
+    DIR *folder = opendir("/proc");
+    if (!folder)
+        return children;
+    while (const dirent *entry = readdir(folder)) {
+        const pid_t id = std::atoi(entry->d_name);
+        Process process;
+        if (id > 0 && readProcess(id, process)) {
+            children[process.parent].push_back(id);
+            states[id] = process.state;
+        }
+    }
+    closedir(folder);
+    return children;
+}
+
+bool isDescendant(pid_t id)
+{
+    const pid_t self = getpid();
+    // While it is walked, the chain can change under us and in theory run in a circle.
+    for (int steps = 0; steps < 100000 && id > 1; ++steps) {
+        Process process;
+        if (!readProcess(id, process))
+            return false;
+        if (process.parent == self)
+            return true;
+        id = process.parent;
+    }
+    return false;
+}
+
+} // namespace
+
+std::vector<pid_t> descendants()
+{
+    std::unordered_map<pid_t, char> states;
+    const auto children = childrenOfAll(states);
+    std::vector<pid_t> found;
+    std::vector<pid_t> open{getpid()};
+    while (!open.empty()) {
+        const auto below = children.find(open.back());
+        open.pop_back();
+        if (below == children.end())
+            continue;
+        for (const pid_t id : below->second) {
+            open.push_back(id);
+            if (states[id] != 'Z')
+                found.push_back(id);
+        }
+    }
+    return found;
+}
+
+void signalDescendant(pid_t process, int signal)
+{
+    // First the handle, then the question whose it is: what the handle stands for can't change any more.
+    const int handle = int(syscall(SYS_pidfd_open, process, 0));
+    if (handle >= 0) {
+        if (isDescendant(process))
+            syscall(SYS_pidfd_send_signal, handle, signal, nullptr, 0);
+        close(handle);
+    } else if (errno != ESRCH && isDescendant(process)) {
+        kill(process, signal); // No handles in this kernel, or none left.
+    }
+}

@@ -1,0 +1,109 @@
+#include "process_containment.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+
+#include <csignal>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+// What the programs get between SIGTERM and SIGKILL when this process is gone without having ended them.
+constexpr int graceMs = 300;
+
+QString chosenGuard;
+
+QString guardPath()
+{
+    return chosenGuard.isEmpty() ? QCoreApplication::applicationDirPath() + "/vesk-guard"_L1 : chosenGuard;
+}
+
+} // namespace
+
+ProcessContainment::~ProcessContainment()
+{
+    for (const int descriptor : {lifeline.read, lifeline.write, status.read, status.write}) {
+        if (descriptor >= 0)
+            ::close(descriptor);
+    }
+}
+
+void ProcessContainment::useGuard(const QString &path)
+{
+    chosenGuard = path;
+}
+
+QString ProcessContainment::prepare(QProcess &process, const QString &program, const QStringList &arguments)
+{
+    const QString guard = guardPath();
+    if (!QFileInfo(guard).isFile() || ::access(QFile::encodeName(guard).constData(), X_OK) != 0)
+        return u"Cannot create process job"_s;
+    if (!open(lifeline))
+        return u"Cannot set process job limits"_s;
+    if (!open(status) || ::fcntl(status.read, F_SETFL, O_NONBLOCK) != 0)
+        return u"Cannot initialize process attributes"_s;
+    if (!liftAboveStandard(lifeline.read) || !liftAboveStandard(status.write))
+        return u"Cannot assign process job attribute"_s;
+
+    process.setProgram(guard);
+    process.setArguments(QStringList{u"--lifeline"_s, QString::number(lifeline.read), u"--status"_s,
+                                     QString::number(status.write), u"--grace"_s, QString::number(graceMs), u"--"_s,
+                                     program}
+                         + arguments);
+    // A session of its own keeps a Ctrl-C in the terminal from the guard: whether its program ends is decided here.
+    process.setUnixProcessParameters(QProcess::UnixProcessFlag::CreateNewSession
+                                     | QProcess::UnixProcessFlag::UseVFork);
+    process.setChildProcessModifier([self = shared_from_this()] {
+        ::fcntl(self->lifeline.read, F_SETFD, 0);
+        ::fcntl(self->status.write, F_SETFD, 0);
+    });
+    return {};
+}
+
+void ProcessContainment::end(QProcess &process)
+{
+    const auto guard = pid_t(process.processId());
+    if (guard <= 0)
+        return;
+    ::kill(guard, SIGUSR1);
+    ::kill(guard, SIGCONT);
+}
+
+bool ProcessContainment::failedToStart()
+{
+    char bytes[512];
+    for (ssize_t length; status.read >= 0 && (length = ::read(status.read, bytes, sizeof bytes)) > 0;)
+        statusText.append(bytes, length);
+    return statusText.startsWith("failed ");
+}
+
+bool ProcessContainment::open(Pipe &pipe)
+{
+    int ends[2];
+    if (::pipe2(ends, O_CLOEXEC) != 0)
+        return false;
+    pipe = {ends[0], ends[1]};
+    return true;
+}
+
+// Where this process was started without standard descriptors, a pipe may have got one of their numbers, which in the
+// child stand for the program's input and output.
+bool ProcessContainment::liftAboveStandard(int &descriptor)
+{
+    const int lifted = ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+    if (lifted < 0)
+        return false;
+    ::close(descriptor);
+    descriptor = lifted;
+    return true;
+}
+
+} // namespace vesk
