@@ -169,6 +169,8 @@ private:
                      const QStringList &allowedTools);
     QJsonObject customAgentFor(const QString &role, const QJsonObject &artifact) const;
     void labelJob(Job &job, const QJsonObject &custom);
+    QJsonObject requestTask(const QString &role) const;
+    qsizetype inputChars(const QString &role, const QJsonObject &artifact) const;
     QJsonObject requestInput(const QString &role, QJsonObject artifact) const;
     void addInstructions(Job &job, const QJsonObject &custom) const;
     void queueJob(std::shared_ptr<Job> job);
@@ -227,7 +229,8 @@ private:
     void runAddedChecks(const QString &message);
     QString pageToCheck() const;
     QJsonArray compactGraph() const;
-    QJsonArray projectFiles() const;
+    QJsonObject validatorContext(const QJsonArray &compact) const;
+    QJsonArray projectFiles(qsizetype left) const;
     void passGates();
     void reworkAfterValidation(const QJsonObject &review);
     int reworkTarget(const QJsonObject &review) const;

@@ -15,7 +15,6 @@ namespace vesk {
 namespace {
 
 constexpr int defaultPriority = 50;
-constexpr int maxContextChars = 96000;
 constexpr int maxInstructionChars = 16000;
 constexpr int maxRepeats = 2;
 constexpr int maxOutputTokens = 16384;
@@ -146,15 +145,26 @@ void Engine::labelJob(Job &job, const QJsonObject &custom)
     }
 }
 
-QJsonObject Engine::requestInput(const QString &role, QJsonObject artifact) const
+QJsonObject Engine::requestTask(const QString &role) const
 {
-    artifact.remove("workflow_agent"_L1);
     QJsonObject task = spec;
     if (role == "planner"_L1 || role == "orchestrator"_L1)
         task["available_mcp_tools"_L1] = mcpTools;
     else
         task.remove("available_mcp_tools"_L1);
-    return ContextManager::select(task, artifact, store.list(u"memory_entries"_s, workspace.project()), maxContextChars);
+    return task;
+}
+
+/// The length of a request's input before any memory is added.
+qsizetype Engine::inputChars(const QString &role, const QJsonObject &artifact) const
+{
+    return json({{u"task"_s, requestTask(role)}, {u"artifact"_s, artifact}, {u"memory"_s, QJsonArray()}}).size();
+}
+
+QJsonObject Engine::requestInput(const QString &role, QJsonObject artifact) const
+{
+    artifact.remove("workflow_agent"_L1);
+    return ContextManager::select(requestTask(role), artifact, store.list(u"memory_entries"_s, workspace.project()), maxContextChars);
 }
 
 /// What skills and the user's agents add to input and prompt, in the fixed order of the notes.

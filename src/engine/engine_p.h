@@ -16,6 +16,9 @@ namespace vesk {
 
 constexpr int maxFixAttempts = 5;
 
+/// Characters of the input of one request, as compact JSON.
+constexpr int maxContextChars = 96000;
+
 /// The node's record without what it produced.
 inline QJsonObject withoutOutput(const Node &node)
 {

@@ -76,16 +76,10 @@ void Engine::finalValidation()
     stage(u"VALIDATION"_s);
 
     const QJsonArray compact = compactGraph();
-    const QJsonArray files = projectFiles();
     const QJsonObject evidence{{u"graph"_s, compact}, {u"tokens"_s, budget.used}};
-    enqueue(u"observer"_s, evidence, [this, compact, files](const QJsonObject &observation) {
+    enqueue(u"observer"_s, evidence, [this, compact](const QJsonObject &observation) {
         publish(u"ObserverReport"_s, observation["summary"_L1].toString());
-        const QJsonObject context{
-            {u"graph"_s, compact},
-            {u"project_files"_s, files},
-            {u"open_fixes"_s, store.list(u"fix_requests"_s, taskId)},
-        };
-        enqueue(u"validator"_s, context, [this, compact](const QJsonObject &review) {
+        enqueue(u"validator"_s, validatorContext(compact), [this, compact](const QJsonObject &review) {
             if (review["verdict"_L1].toString() == "APPROVE"_L1) {
                 passGates();
                 return;
@@ -239,10 +233,26 @@ QJsonArray Engine::compactGraph() const
     return compact;
 }
 
-QJsonArray Engine::projectFiles() const
+/// Graph, files and open fixes. A large graph and its files together may be more than a request holds, and then no
+/// task of that size could ever end: the files give way, by what is too much.
+QJsonObject Engine::validatorContext(const QJsonArray &compact) const
+{
+    QJsonObject context{{u"graph"_s, compact}, {u"open_fixes"_s, store.list(u"fix_requests"_s, taskId)}};
+    for (qsizetype room = maxProjectChars; room > 0;) {
+        context["project_files"_L1] = projectFiles(room);
+        const qsizetype excess = inputChars(u"validator"_s, context) - maxContextChars;
+        if (excess <= 0)
+            return context;
+        room -= std::min(room, excess);
+    }
+    context["project_files"_L1] = projectFiles(0);
+    return context;
+}
+
+/// The start of each file; `left` is the room for all of them, in characters.
+QJsonArray Engine::projectFiles(qsizetype left) const
 {
     QJsonArray files;
-    qsizetype left = maxProjectChars;
     for (const Node &node : graph.nodes) {
         if (!isCode(node))
             continue;
