@@ -37,8 +37,7 @@ QJsonArray manyFiles()
 
 } // namespace
 
-class RunBenchmark : public QObject
-{
+class RunBenchmark : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void aRunOfManyFiles_data();
@@ -83,9 +82,10 @@ void RunBenchmark::aRunOfManyFiles()
     const double total = processorMs() - begin;
     QVERIFY2(run.phase() == "COMPLETED"_L1, qPrintable(run.error()));
 
-    qInfo("%lld model calls, %.3f ms each; the last 8 of 64 cost %.2f times the first 8 when written, %.2f when reviewed",
-          static_cast<long long>(run.model.requests.size()), total / double(run.model.requests.size()),
-          growth(written), growth(reviewed));
+    qInfo(
+        "%lld model calls, %.3f ms each; the last 8 of 64 cost %.2f times the first 8 when written, %.2f when reviewed",
+        static_cast<long long>(run.model.requests.size()), total / double(run.model.requests.size()), growth(written),
+        growth(reviewed));
 }
 
 QTEST_GUILESS_MAIN(RunBenchmark)

@@ -22,8 +22,7 @@ enum class Mode {
 
 /// The arguments of the process. There is no parser of options: each is found by comparing whole arguments, its value
 /// is the argument right behind it, and a missing value reads as the empty text.
-class CommandLine
-{
+class CommandLine {
 public:
     /// `arguments` without the program's own name.
     explicit CommandLine(const QStringList &arguments);

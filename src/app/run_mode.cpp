@@ -69,11 +69,9 @@ void RunMode::bindProject()
         projects, [&](const QJsonValue &project) { return project["root"_L1].toString() == root; });
     const QString project = known != projects.end() ? (*known)["id"_L1].toString() : id();
     if (known == projects.end()) {
-        store.put(u"projects"_s, project, {},
-                  {{u"id"_s, project},
-                   {u"name"_s, QFileInfo(root).fileName()},
-                   {u"root"_s, root},
-                   {u"created_at"_s, now()}});
+        store.put(
+            u"projects"_s, project, {},
+            {{u"id"_s, project}, {u"name"_s, QFileInfo(root).fileName()}, {u"root"_s, root}, {u"created_at"_s, now()}});
     }
     workspace.open(root, project);
 }

@@ -25,8 +25,7 @@ enum class RunExit {
 
 /// One task without an interface: progress on standard error, the report on standard output. The task is one like any
 /// other in the data folder.
-class RunMode : public QObject
-{
+class RunMode : public QObject {
     Q_OBJECT
 public:
     /// Opens the database in the data folder and binds the project folder. Throws std::runtime_error.

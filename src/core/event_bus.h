@@ -11,8 +11,7 @@ namespace vesk {
 ///
 ///     {"id": "<uuid>", "task_id": "<task or empty>", "type": "PhaseChanged", "message": "PLANNING",
 ///      "time": "2026-11-24T12:00:00.000Z", "data": {}}
-class EventBus : public QObject
-{
+class EventBus : public QObject {
     Q_OBJECT
 public:
     using QObject::QObject;

@@ -19,8 +19,7 @@ struct Grant {
 };
 
 /// Answers whether a tool action is covered by a grant. It does not know how grants come to be.
-class PermissionManager
-{
+class PermissionManager {
 public:
     /// In the order in which they were given; the engine appends.
     QList<Grant> grants;

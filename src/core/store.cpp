@@ -13,11 +13,10 @@ using namespace Qt::StringLiterals;
 namespace vesk {
 
 const QStringList tables{
-    u"projects"_s,       u"tasks"_s,        u"task_nodes"_s,     u"messages"_s,    u"agents"_s,
-    u"agent_runs"_s,     u"plans"_s,        u"reviews"_s,        u"structures"_s,  u"files"_s,
-    u"file_revisions"_s, u"fix_requests"_s, u"events"_s,         u"permissions"_s, u"tool_calls"_s,
-    u"checkpoints"_s,    u"memory_entries"_s, u"decision_logs"_s, u"model_profiles"_s, u"mcp_servers"_s,
-    u"settings"_s,       u"artifacts"_s,
+    u"projects"_s,       u"tasks"_s,       u"task_nodes"_s, u"messages"_s,    u"agents"_s,         u"agent_runs"_s,
+    u"plans"_s,          u"reviews"_s,     u"structures"_s, u"files"_s,       u"file_revisions"_s, u"fix_requests"_s,
+    u"events"_s,         u"permissions"_s, u"tool_calls"_s, u"checkpoints"_s, u"memory_entries"_s, u"decision_logs"_s,
+    u"model_profiles"_s, u"mcp_servers"_s, u"settings"_s,   u"artifacts"_s,
 };
 
 namespace {

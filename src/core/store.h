@@ -23,8 +23,7 @@ extern const QStringList tables;
 /// Every failure throws std::runtime_error with a readable text. Main thread only; one connection per object.
 /// Statements are prepared once per table. Two caches, bounded by the size of the bodies, spare the interface from
 /// parsing the same rows again.
-class Store
-{
+class Store {
 public:
     /// Opens or makes the database. Throws "SQLite open failed: ..." or "SQLite: ..."; a file that is no database or
     /// can't be written to is left as it is.

@@ -16,8 +16,7 @@ namespace {
 constexpr int maxDocumentChars = 60000;
 
 /// Depth-first walk over the dependencies. Recursion is at most 64 deep, as the graph has no more nodes.
-class DependencyWalk
-{
+class DependencyWalk {
 public:
     explicit DependencyWalk(const QList<Node> &nodes)
     {
@@ -133,7 +132,8 @@ QList<int> TaskGraph::ready() const
     for (int i = 0; i < nodes.size(); ++i) {
         const Node &node = nodes.at(i);
         const bool waiting = node.status == "QUEUED"_L1 || node.status == "READY"_L1;
-        if (waiting && std::ranges::all_of(node.dependencies, [&](const QString &id) { return completed.contains(id); }))
+        if (waiting
+            && std::ranges::all_of(node.dependencies, [&](const QString &id) { return completed.contains(id); }))
             indices.append(i);
     }
     std::ranges::stable_sort(indices, [this](int a, int b) { return nodes.at(a).priority > nodes.at(b).priority; });

@@ -32,8 +32,7 @@ struct Node {
 
 /// The plan in its executable form: an ordered list of at most 64 nodes, addressed by index.
 /// Nodes are only appended, so indices stay valid.
-class TaskGraph
-{
+class TaskGraph {
 public:
     static constexpr int maxNodes = 64;
 

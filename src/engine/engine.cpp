@@ -24,7 +24,8 @@ bool isEnded(const QString &runStatus)
 QJsonObject availableExecutables()
 {
     QJsonObject found;
-    for (const QString &name : {u"node"_s, u"python"_s, u"cmake"_s, u"git"_s, u"powershell"_s, u"pwsh"_s, u"blender"_s}) {
+    for (const QString &name :
+         {u"node"_s, u"python"_s, u"cmake"_s, u"git"_s, u"powershell"_s, u"pwsh"_s, u"blender"_s}) {
         const QString path = QStandardPaths::findExecutable(name);
         if (!path.isEmpty())
             found[name] = path;
@@ -50,6 +51,14 @@ Engine::Engine(Store &store, Workspace &workspace, EventBus &events, PermissionM
     , provider(provider)
     , phase(u"IDLE"_s)
 {
+    documentTimer.setSingleShot(true);
+    connect(&documentTimer, &QTimer::timeout, this, &Engine::writeLateDocument);
+}
+
+Engine::~Engine()
+{
+    if (documentTimer.isActive())
+        attempt([this] { store.atomic([this] { writeDocument(); }); });
 }
 
 bool Engine::busy() const
@@ -116,6 +125,9 @@ void Engine::reset()
     runs.clear();
     runIndex.clear();
     record.clear();
+    documentTimer.stop();
+    documentPace = {};
+    writtenPhase.clear();
     graph = {};
     decision = {};
     decisionContinuation = {};
@@ -157,8 +169,7 @@ void Engine::grantFileAccess()
 {
     const QString project = workspace.project();
     if (!simulation)
-        permissions.grants.append(
-            {u"write_file"_s, taskId, project, {}, u"CURRENT_TASK"_s, PermissionLevel::Write});
+        permissions.grants.append({u"write_file"_s, taskId, project, {}, u"CURRENT_TASK"_s, PermissionLevel::Write});
     permissions.grants.append({u"read_file"_s, taskId, project, {}, u"CURRENT_TASK"_s, PermissionLevel::Read});
 }
 

@@ -6,6 +6,7 @@
 #include "task_graph.h"
 #include "task_record.h"
 #include "workflow.h"
+#include "write_pace.h"
 
 #include <QHash>
 #include <QJsonArray>
@@ -15,6 +16,7 @@
 #include <QSet>
 #include <QString>
 #include <QStringList>
+#include <QTimer>
 
 #include <deque>
 #include <functional>
@@ -39,8 +41,7 @@ class Workspace;
 ///
 /// Operations called from outside throw std::runtime_error and change nothing before they do. What a step of a run
 /// throws ends the run through fail().
-class Engine : public QObject
-{
+class Engine : public QObject {
     Q_OBJECT
 public:
     using Answer = std::function<void(QJsonObject)>;
@@ -49,6 +50,7 @@ public:
     /// All collaborators outlive the engine, which owns none of them.
     Engine(Store &store, Workspace &workspace, EventBus &events, PermissionManager &permissions, ToolRouter &tools,
            ILLMProvider *provider, QObject *parent = nullptr);
+    ~Engine() override;
 
     // Run (engine.cpp)
 
@@ -160,6 +162,9 @@ private:
 
     // engine_state.cpp
     void writeState();
+    void writeDocument();
+    void writeLateDocument();
+    QByteArray documentText();
     QJsonObject headOfState() const;
 
     // engine_jobs.cpp
@@ -297,6 +302,9 @@ public:
 
 private:
     QHash<QString, qsizetype> runIndex; ///< Run id to its place in `runs`.
+    QString writtenPhase; ///< That of the stored state document.
+    WritePace documentPace;
+    QTimer documentTimer; ///< Runs while a change of the state waits to be written.
     TaskRecord record; ///< Remembers the text of what has not changed since the last store.
 };
 

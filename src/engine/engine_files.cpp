@@ -237,8 +237,8 @@ void Engine::requestFixes(int index, const QJsonObject &file, const QList<QJsonO
     const QString path = filePath(file);
     const int attempts = node.input["fix_attempts"_L1].toInt();
     if (attempts >= maxFixAttempts) {
-        fail(u"Не удалось устранить замечания к "_s + path
-             + u" после пяти исправлений. Файлы сохранены. Причина: "_s + joinedIssues(reviews));
+        fail(u"Не удалось устранить замечания к "_s + path + u" после пяти исправлений. Файлы сохранены. Причина: "_s
+             + joinedIssues(reviews));
         return;
     }
     node.input["fix_attempts"_L1] = attempts + 1;

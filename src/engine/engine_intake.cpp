@@ -20,10 +20,20 @@ constexpr qsizetype maxRoutineQuestionChars = 179;
 const QStringList &keptSpecKeys()
 {
     static const QStringList keys{
-        u"original_request"_s,  u"build_command"_s,       u"available_executables"_s, u"existing_files"_s,
-        u"media"_s,             u"media_analysis"_s,      u"delegation_results"_s,    u"automatic_routing"_s,
-        u"media_tools"_s,       u"available_mcp_tools"_s, u"available_specialists"_s, u"disabled_agents"_s,
-        u"clarification"_s,     u"decisions"_s,
+        u"original_request"_s,
+        u"build_command"_s,
+        u"available_executables"_s,
+        u"existing_files"_s,
+        u"media"_s,
+        u"media_analysis"_s,
+        u"delegation_results"_s,
+        u"automatic_routing"_s,
+        u"media_tools"_s,
+        u"available_mcp_tools"_s,
+        u"available_specialists"_s,
+        u"disabled_agents"_s,
+        u"clarification"_s,
+        u"decisions"_s,
     };
     return keys;
 }
@@ -99,8 +109,7 @@ bool Engine::takeDelegations(const QJsonObject &answer)
     workflowResults.remove(u"orchestrator"_s);
     publish(u"AutomaticCorrection"_s, u"Главный передаёт поручения выбранным помощникам"_s);
     runWorkflow(u"orchestrator"_s, {{u"request"_s, spec["original_request"_L1]}}, [this](const QJsonArray &results) {
-        require(!results.isEmpty(),
-                u"Выбранные помощники не могут выполнить это поручение с текущими вложениями"_s);
+        require(!results.isEmpty(), u"Выбранные помощники не могут выполнить это поручение с текущими вложениями"_s);
         QJsonArray all = spec["delegation_results"_L1].toArray();
         for (const QJsonValue &result : results)
             all.append(result);
@@ -217,9 +226,9 @@ void Engine::consult(QString topic, QJsonObject context, std::function<void()> c
 bool Engine::alreadyAsked(const QString &key) const
 {
     const QJsonArray decisions = spec["decisions"_L1].toArray();
-    return !key.isEmpty()
-        && std::ranges::any_of(decisions,
-                               [&](const QJsonValue &past) { return questionKey(past["question"_L1]) == key; });
+    return !key.isEmpty() && std::ranges::any_of(decisions, [&](const QJsonValue &past) {
+        return questionKey(past["question"_L1]) == key;
+    });
 }
 
 void Engine::approve(const QString &id, bool allow)

@@ -92,8 +92,7 @@ void Engine::skipRole(Answer callback)
 
 const Agent &Engine::agentFor(const QString &role)
 {
-    const QStringList allowed
-        = role == "coding"_L1 ? QStringList{u"write_file"_s, u"read_file"_s} : QStringList();
+    const QStringList allowed = role == "coding"_L1 ? QStringList{u"write_file"_s, u"read_file"_s} : QStringList();
     return makeAgent(role, role, {}, allowed);
 }
 
@@ -164,7 +163,8 @@ qsizetype Engine::inputChars(const QString &role, const QJsonObject &artifact) c
 QJsonObject Engine::requestInput(const QString &role, QJsonObject artifact) const
 {
     artifact.remove("workflow_agent"_L1);
-    return ContextManager::select(requestTask(role), artifact, store.list(u"memory_entries"_s, workspace.project()), maxContextChars);
+    return ContextManager::select(requestTask(role), artifact, store.list(u"memory_entries"_s, workspace.project()),
+                                  maxContextChars);
 }
 
 /// What skills and the user's agents add to input and prompt, in the fixed order of the notes.

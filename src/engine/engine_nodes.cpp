@@ -237,8 +237,7 @@ void Engine::takeDocumentPart(int index, const QJsonObject &payload, const QStri
     const QString merged = content + chunk;
     store.put(u"artifacts"_s, taskId + u':' + node.id + u":draft"_s, taskId,
               {{u"type"_s, u"DocumentDraft"_s}, {u"path"_s, pathOf(node)}, {u"content"_s, merged}, {u"part"_s, part}});
-    publish(u"AutomaticCorrection"_s,
-            u"Документ: подготовлено %1 из %2 символов"_s.arg(merged.size()).arg(target));
+    publish(u"AutomaticCorrection"_s, u"Документ: подготовлено %1 из %2 символов"_s.arg(merged.size()).arg(target));
 
     if (merged.size() < target) {
         require(part < maxParts, u"Документ сохранён в черновиках: достигнут предел частей"_s);

@@ -43,6 +43,8 @@ QJsonObject Engine::headOfState() const
     };
 }
 
+/// Each node that has changed is written at once; the state document, which repeats them all and grows with the run, is
+/// written as often as its size allows.
 void Engine::persist()
 {
     if (!taskId.isEmpty())
@@ -51,12 +53,48 @@ void Engine::persist()
     Q_EMIT changed();
 }
 
-/// Inside a transaction: the whole state under the task, and each node that has changed.
+/// Inside a transaction.
 void Engine::writeState()
+{
+    record.takeNodes(graph.nodes);
+    record.eachUnwritten([this](const QString &node, const QByteArray &body) {
+        store.putText(u"task_nodes"_s, taskId + u':' + node, taskId, body);
+    });
+    if (documentPace.due() || phase != writtenPhase || waiting() || !pendingPermissions.isEmpty())
+        writeDocument();
+    else if (!documentTimer.isActive())
+        documentTimer.start(documentPace.delayMs());
+}
+
+void Engine::writeDocument()
+{
+    documentPace.begin();
+    documentTimer.stop();
+    store.putText(u"tasks"_s, taskId, workspace.project(), documentText());
+    writtenPhase = phase;
+    documentPace.end();
+}
+
+/// The document that was put off, when nothing else has written it meanwhile.
+void Engine::writeLateDocument()
+{
+    step([this] {
+        store.atomic([this] { writeDocument(); });
+        Q_EMIT changed();
+    });
+}
+
+/// What snapshot() gives, with slim runs, put together from the text of what has not changed.
+QByteArray Engine::documentText()
 {
     QByteArray text = jsonBytes(headOfState());
     text.chop(1);
-    const auto add = [&](const char *key, const QByteArray &value) { text += ",\"" + QByteArray(key) + "\":" + value; };
+    const auto add = [&](const char *key, const QByteArray &value) {
+        text += ",\"";
+        text += key;
+        text += "\":";
+        text += value;
+    };
     add("spec", record.object(u"spec"_s, spec));
     add("decision", record.object(u"decision"_s, decision));
     add("plan", record.object(u"plan"_s, plan));
@@ -64,11 +102,7 @@ void Engine::writeState()
     add("graph", record.graph(graph.nodes));
     add("runs", record.runs(runs));
     text += '}';
-
-    store.putText(u"tasks"_s, taskId, workspace.project(), text);
-    record.eachUnwritten([this](const QString &node, const QByteArray &body) {
-        store.putText(u"task_nodes"_s, taskId + u':' + node, taskId, body);
-    });
+    return text;
 }
 
 void Engine::saveRun(const QJsonObject &run)

@@ -40,8 +40,8 @@ void Engine::runTool(int index)
 
 void Engine::grantAction(const QString &fingerprint)
 {
-    permissions.grants.append({runCommand(), taskId, workspace.project(), fingerprint, u"THIS_ACTION"_s,
-                               PermissionLevel::Execute});
+    permissions.grants.append(
+        {runCommand(), taskId, workspace.project(), fingerprint, u"THIS_ACTION"_s, PermissionLevel::Execute});
 }
 
 /// Our own media worker on files of this project needs no question.
@@ -105,17 +105,11 @@ void Engine::startTool(int index)
 {
     Node &node = graph.nodes[index];
     node.status = u"RUNNING"_s;
-    const Agent terminal
-        = makeAgent(u"terminal"_s, u"Terminal Agent"_s, {u"process"_s}, {runCommand()});
+    const Agent terminal = makeAgent(u"terminal"_s, u"Terminal Agent"_s, {u"process"_s}, {runCommand()});
     const QJsonObject run{
-        {u"id"_s, id()},
-        {u"agent_id"_s, terminal.id},
-        {u"role"_s, u"terminal"_s},
-        {u"task_id"_s, taskId},
-        {u"status"_s, u"USING_TOOL"_s},
-        {u"model"_s, u"ToolRouter / QProcess"_s},
-        {u"started_at"_s, now()},
-        {u"context"_s, node.input},
+        {u"id"_s, id()},          {u"agent_id"_s, terminal.id},   {u"role"_s, u"terminal"_s},
+        {u"task_id"_s, taskId},   {u"status"_s, u"USING_TOOL"_s}, {u"model"_s, u"ToolRouter / QProcess"_s},
+        {u"started_at"_s, now()}, {u"context"_s, node.input},
     };
     saveRun(run);
     tools.execute(taskId, terminal.id, terminal.allowed_tools, runCommand(), node.input,

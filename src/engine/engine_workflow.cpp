@@ -116,8 +116,8 @@ void Engine::finishWorkflow(const QString &key)
     const qsizetype before = analyses.size();
     for (const QJsonValue &member : std::as_const(group->members)) {
         const QJsonObject result = group->results.value(idOf(member));
-        deliverables.append(QJsonObject{
-            {u"agent_id"_s, member["id"_L1]}, {u"agent"_s, member["name"_L1]}, {u"result"_s, result}});
+        deliverables.append(
+            QJsonObject{{u"agent_id"_s, member["id"_L1]}, {u"agent"_s, member["name"_L1]}, {u"result"_s, result}});
         if (!member["media_analysis"_L1].toString().isEmpty())
             analyses.append(QJsonObject{{u"agent"_s, member["name"_L1]}, {u"result"_s, result}});
     }

@@ -38,18 +38,24 @@ QJsonObject TaskRecord::slimRun(QJsonObject run)
     return run;
 }
 
-QByteArray TaskRecord::graph(const QList<Node> &nodes)
+void TaskRecord::takeNodes(const QList<Node> &nodes)
 {
     nodeTexts.resize(nodes.size());
-    QList<QByteArray> texts;
-    texts.reserve(nodes.size());
     for (qsizetype i = 0; i < nodes.size(); ++i) {
         Kept<Node> &kept = nodeTexts[i];
         // Objects that still share their data compare in no time.
         if (kept.text.isEmpty() || kept.value != nodes[i])
             kept = {nodes[i], jsonBytes(nodes[i].toJson()), false};
-        texts.append(kept.text);
     }
+}
+
+QByteArray TaskRecord::graph(const QList<Node> &nodes)
+{
+    takeNodes(nodes);
+    QList<QByteArray> texts;
+    texts.reserve(nodeTexts.size());
+    for (const Kept<Node> &kept : std::as_const(nodeTexts))
+        texts.append(kept.text);
     return joined(texts);
 }
 

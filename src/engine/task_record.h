@@ -14,8 +14,7 @@ namespace vesk {
 
 /// Keeps the compact JSON text of values that rarely change, so that storing the state of a long run costs the
 /// serialisation of what changed and one concatenation.
-class TaskRecord
-{
+class TaskRecord {
 public:
     /// Forgets everything; the next text is made anew.
     void clear();
@@ -23,6 +22,8 @@ public:
     /// The run record without "context" and "system_prompt", "output" cut to "summary", "verdict" and "issues".
     static QJsonObject slimRun(QJsonObject run);
 
+    /// Makes the texts of new and changed nodes.
+    void takeNodes(const QList<Node> &nodes);
     QByteArray graph(const QList<Node> &nodes);
     QByteArray runs(const QList<QJsonObject> &runs);
     /// The text of one of the large objects of the state, kept under its name.
@@ -34,8 +35,7 @@ public:
     void confirm();
 
 private:
-    template<typename T>
-    struct Kept {
+    template <typename T> struct Kept {
         T value;
         QByteArray text;
         bool written = false;

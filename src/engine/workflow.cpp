@@ -15,8 +15,7 @@ constexpr int maxAgents = 24;
 constexpr int defaultPriority = 50;
 
 /// Depth-first walk over the links of a network; at most 24 deep.
-class LinkWalk
-{
+class LinkWalk {
 public:
     explicit LinkWalk(const QHash<QString, QJsonObject> &agents)
         : agents(agents)
@@ -72,9 +71,8 @@ bool hasWork(const QJsonObject &agent, const QJsonArray &requestMedia)
     if (agent.contains("tasks"_L1) && tasks.isEmpty())
         return false;
     const QString analysis = agent["media_analysis"_L1].toString();
-    const bool other = std::ranges::any_of(tasks, [](const QString &task) {
-        return task != "photo"_L1 && task != "video"_L1 && task != "ocr"_L1;
-    });
+    const bool other = std::ranges::any_of(
+        tasks, [](const QString &task) { return task != "photo"_L1 && task != "video"_L1 && task != "ocr"_L1; });
     return analysis.isEmpty() || other || mediaConcerns(analysis, requestMedia);
 }
 
@@ -142,11 +140,12 @@ QJsonArray readyMembers(const WorkflowGroup &group)
         if (group.running.contains(id) || group.results.contains(id))
             continue;
         const QStringList after = strings(member["after"_L1].toArray());
-        if (std::ranges::all_of(after,
-                                [&](const QString &link) { return !ids.contains(link) || group.results.contains(link); }))
+        if (std::ranges::all_of(
+                after, [&](const QString &link) { return !ids.contains(link) || group.results.contains(link); }))
             ready.push_back(member);
     }
-    std::ranges::stable_sort(ready, [](const QJsonValue &a, const QJsonValue &b) { return priorityOf(a) > priorityOf(b); });
+    std::ranges::stable_sort(ready,
+                             [](const QJsonValue &a, const QJsonValue &b) { return priorityOf(a) > priorityOf(b); });
 
     QJsonArray sorted;
     for (const QJsonValue &member : ready)

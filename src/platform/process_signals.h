@@ -5,8 +5,7 @@
 namespace vesk {
 
 /// Turns the system's requests to end (Ctrl-C, a shutdown) into a signal in the event loop. One object per process.
-class ProcessSignals : public QObject
-{
+class ProcessSignals : public QObject {
     Q_OBJECT
 public:
     explicit ProcessSignals(QObject *parent = nullptr);

@@ -31,8 +31,7 @@ struct LLMResult {
 ///
 /// request() returns at once and the callback runs later, exactly once, unless cancelAll() comes first: then it never
 /// runs. After cancelAll() the provider takes new requests.
-class ILLMProvider : public QObject
-{
+class ILLMProvider : public QObject {
     Q_OBJECT
 public:
     using QObject::QObject;

@@ -88,7 +88,7 @@ void endTree(QProcess *process)
 }
 
 // For what belongs to others, subscribers and callbacks: what they throw must not reach the event loop.
-template<typename Work> void guarded(const char *what, Work &&work)
+template <typename Work> void guarded(const char *what, Work &&work)
 {
     try {
         work();
@@ -190,9 +190,9 @@ void ToolRouter::check(const Call &call, const QStringList &allowedTools)
         checkCommand(arguments);
     else
         checkFile(*workspace, tool, arguments);
-    require(permissions->allowed(tool, levelOf(tool), call.task, workspace->project(), fingerprint(tool, arguments),
-                                 true),
-            u"Permission required for this action"_s);
+    require(
+        permissions->allowed(tool, levelOf(tool), call.task, workspace->project(), fingerprint(tool, arguments), true),
+        u"Permission required for this action"_s);
 }
 
 QJsonObject ToolRouter::readFile(const QJsonObject &arguments)

@@ -10,8 +10,7 @@
 using namespace Qt::StringLiterals;
 using namespace vesk;
 
-class HelpersTest : public QObject
-{
+class HelpersTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void parseObject_findsTheObjectInAReply_data();
@@ -46,8 +45,8 @@ void HelpersTest::parseObject_refusesWhatIsNoObject_data()
     QTest::newRow("an array") << u"[1,2]"_s << u"Expected a JSON object"_s;
     QTest::newRow("two objects in a row") << u"{\"a\":1} {\"b\":2}"_s << u"Invalid JSON: "_s;
     QTest::newRow("broken") << u"{\"a\":}"_s << u"Invalid JSON: "_s;
-    QTest::newRow("nested beyond the parser's depth") << u"{\"a\":"_s.repeated(5000) + u"1"_s + u"}"_s.repeated(5000)
-                                                      << u"Invalid JSON: "_s;
+    QTest::newRow("nested beyond the parser's depth")
+        << u"{\"a\":"_s.repeated(5000) + u"1"_s + u"}"_s.repeated(5000) << u"Invalid JSON: "_s;
 }
 
 void HelpersTest::parseObject_refusesWhatIsNoObject()

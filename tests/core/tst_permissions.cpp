@@ -5,8 +5,7 @@
 using namespace Qt::StringLiterals;
 using namespace vesk;
 
-class PermissionsTest : public QObject
-{
+class PermissionsTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void aGrantAppliesWithinItsScope_data();

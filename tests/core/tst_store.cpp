@@ -9,8 +9,7 @@
 using namespace Qt::StringLiterals;
 using namespace vesk;
 
-class StoreTest : public QObject
-{
+class StoreTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void aRecordComesBackAsItWasPut();
@@ -64,7 +63,8 @@ void letTheClockMove()
 
 void StoreTest::aRecordComesBackAsItWasPut()
 {
-    const QJsonObject body{{u"текст"_s, u"\"quoted\"\n\x01 и 🙂"_s}, {u"deep"_s, QJsonObject{{u"a"_s, QJsonArray{1, 2.5}}}}};
+    const QJsonObject body{{u"текст"_s, u"\"quoted\"\n\x01 и 🙂"_s},
+                           {u"deep"_s, QJsonObject{{u"a"_s, QJsonArray{1, 2.5}}}}};
     {
         Store store(file());
         QCOMPARE(store.get(u"tasks"_s, u"none"_s), QJsonObject());
@@ -184,7 +184,8 @@ void StoreTest::whatIsNoDatabaseIsRefusedAndLeftAlone()
     QVERIFY(out.open(QIODevice::ReadOnly));
     QCOMPARE(out.readAll(), letter);
 
-    QVERIFY(errorOf([&] { Store store(folder.filePath(u"no/such/folder/x"_s)); }).startsWith("SQLite open failed: "_L1));
+    QVERIFY(
+        errorOf([&] { Store store(folder.filePath(u"no/such/folder/x"_s)); }).startsWith("SQLite open failed: "_L1));
     QVERIFY(QSqlDatabase::connectionNames().isEmpty());
 }
 

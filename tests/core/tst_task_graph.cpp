@@ -11,8 +11,12 @@ namespace {
 QJsonObject node(const QString &id, const QStringList &dependencies = {}, int priority = 1,
                  const QString &status = u"QUEUED"_s)
 {
-    return {{u"id"_s, id}, {u"title"_s, u"Узел "_s + id}, {u"kind"_s, u"code"_s}, {u"status"_s, status},
-            {u"dependencies"_s, QJsonArray::fromStringList(dependencies)}, {u"priority"_s, priority}};
+    return {{u"id"_s, id},
+            {u"title"_s, u"Узел "_s + id},
+            {u"kind"_s, u"code"_s},
+            {u"status"_s, status},
+            {u"dependencies"_s, QJsonArray::fromStringList(dependencies)},
+            {u"priority"_s, priority}};
 }
 
 QJsonObject with(QJsonObject object, const QString &key, const QJsonValue &value)
@@ -42,8 +46,7 @@ QString faultOf(const QJsonArray &nodes)
 
 } // namespace
 
-class TaskGraphTest : public QObject
-{
+class TaskGraphTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void aFaultyPlanIsRefusedWithItsFirstFault_data();
@@ -101,9 +104,10 @@ void TaskGraphTest::aFaultyPlanIsRefusedWithItsFirstFault()
 void TaskGraphTest::readyGivesWhatMayStartByPriority()
 {
     TaskGraph graph;
-    graph.load({node(u"a"_s), node(u"b"_s, {}, 2), node(u"c"_s), node(u"d"_s, {u"e"_s}), node(u"e"_s, {}, 0, u"FAILED"_s),
-                node(u"f"_s, {u"g"_s}, 5, u"READY"_s), node(u"g"_s, {}, 1, u"COMPLETED"_s),
-                node(u"h"_s, {}, 9, u"RUNNING"_s), node(u"i"_s, {}, 9, u"BLOCKED"_s)});
+    graph.load({node(u"a"_s), node(u"b"_s, {}, 2), node(u"c"_s), node(u"d"_s, {u"e"_s}),
+                node(u"e"_s, {}, 0, u"FAILED"_s), node(u"f"_s, {u"g"_s}, 5, u"READY"_s),
+                node(u"g"_s, {}, 1, u"COMPLETED"_s), node(u"h"_s, {}, 9, u"RUNNING"_s),
+                node(u"i"_s, {}, 9, u"BLOCKED"_s)});
     QCOMPARE(graph.ready(), (QList<int>{5, 1, 0, 2}));
 }
 
@@ -120,8 +124,9 @@ void TaskGraphTest::aGraphIsCompleteWhenAllNodesAre()
 
 void TaskGraphTest::aNodeSurvivesTheWayThroughJson()
 {
-    const QJsonObject full = with(with(node(u"a"_s, {u"b"_s}, 2, u"REVIEWING"_s), u"input"_s, QJsonObject{{u"path"_s, u"x"_s}}),
-                                  u"revision"_s, 3);
+    const QJsonObject full
+        = with(with(node(u"a"_s, {u"b"_s}, 2, u"REVIEWING"_s), u"input"_s, QJsonObject{{u"path"_s, u"x"_s}}),
+               u"revision"_s, 3);
     const Node copy = Node::fromJson(Node::fromJson(full).toJson());
     QCOMPARE(copy, Node::fromJson(full));
     QCOMPARE(copy.toJson().size(), 10);

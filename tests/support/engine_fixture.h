@@ -13,8 +13,7 @@
 #include <QTemporaryDir>
 
 /// A whole core on a temporary folder: real database, real files, real processes, and a scripted model.
-class EngineFixture
-{
+class EngineFixture {
 public:
     explicit EngineFixture(const QString &dataFolder = {})
         : store(dataFolder.isEmpty() ? folder.filePath(QStringLiteral("vesk.sqlite"))
@@ -22,12 +21,10 @@ public:
     {
         vesk::registerPrompts();
         workspace.open(folder.filePath(QStringLiteral("project")), QStringLiteral("project"));
-        QObject::connect(&events, &vesk::EventBus::event, &events, [this](const QJsonObject &event) {
-            log.append(event);
-        });
-        QObject::connect(&engine, &vesk::Engine::finished, &engine, [this](const QString &status) {
-            endings.append(status);
-        });
+        QObject::connect(&events, &vesk::EventBus::event, &events,
+                         [this](const QJsonObject &event) { log.append(event); });
+        QObject::connect(&engine, &vesk::Engine::finished, &engine,
+                         [this](const QString &status) { endings.append(status); });
     }
 
     /// Starts a task with a comfortable budget.
@@ -37,7 +34,10 @@ public:
         engine.start(request, simulation, 100000000, buildCommand);
     }
     /// Runs the event loop until the task ends or the time is up; true when it ended.
-    bool runToEnd(int timeoutMs = 20000) { return runUntil([this] { return !engine.busy(); }, timeoutMs); }
+    bool runToEnd(int timeoutMs = 20000)
+    {
+        return runUntil([this] { return !engine.busy(); }, timeoutMs);
+    }
     bool runUntil(const std::function<bool()> &condition, int timeoutMs = 20000);
     /// Runs the event loop until the phase is reached.
     bool runToPhase(const QString &phase, int timeoutMs = 20000)

@@ -34,13 +34,17 @@ LLMResult ScriptedProvider::failure(const QString &error, bool retryable, bool t
 
 QJsonObject ScriptedProvider::approval()
 {
-    return {{u"verdict"_s, u"APPROVE"_s}, {u"issues"_s, QJsonArray()}, {u"required_changes"_s, QJsonArray()},
+    return {{u"verdict"_s, u"APPROVE"_s},
+            {u"issues"_s, QJsonArray()},
+            {u"required_changes"_s, QJsonArray()},
             {u"confidence"_s, 0.9}};
 }
 
 QJsonObject ScriptedProvider::verdict(const QString &verdict, const QString &issue)
 {
-    return {{u"verdict"_s, verdict}, {u"issues"_s, QJsonArray{issue}}, {u"required_changes"_s, QJsonArray{issue}},
+    return {{u"verdict"_s, verdict},
+            {u"issues"_s, QJsonArray{issue}},
+            {u"required_changes"_s, QJsonArray{issue}},
             {u"confidence"_s, 0.9}};
 }
 
@@ -52,7 +56,10 @@ QJsonObject ScriptedProvider::file(const QString &path, const QString &content)
 QJsonObject ScriptedProvider::node(const QString &id, const QString &kind, const QJsonObject &input,
                                    const QStringList &dependencies)
 {
-    return {{u"id"_s, id}, {u"title"_s, u"Узел "_s + id}, {u"kind"_s, kind}, {u"input"_s, input},
+    return {{u"id"_s, id},
+            {u"title"_s, u"Узел "_s + id},
+            {u"kind"_s, kind},
+            {u"input"_s, input},
             {u"dependencies"_s, QJsonArray::fromStringList(dependencies)}};
 }
 
@@ -63,8 +70,10 @@ QJsonObject ScriptedProvider::plan(const QJsonArray &nodes)
 
 QJsonObject ScriptedProvider::specification(const QJsonArray &questions)
 {
-    return {{u"title"_s, u"Задача"_s}, {u"requirements"_s, QJsonArray{u"Работает"_s}},
-            {u"acceptance_criteria"_s, QJsonArray{u"Работает"_s}}, {u"questions"_s, questions}};
+    return {{u"title"_s, u"Задача"_s},
+            {u"requirements"_s, QJsonArray{u"Работает"_s}},
+            {u"acceptance_criteria"_s, QJsonArray{u"Работает"_s}},
+            {u"questions"_s, questions}};
 }
 
 bool ScriptedProvider::release(const QString &role)

@@ -15,8 +15,7 @@
 
 /// The one edge that tests replace: a model whose answers are written down beforehand, per role. A role without a
 /// script answers as the mock model does. Answers come on the next turn of the event loop, or when released.
-class ScriptedProvider : public vesk::ILLMProvider
-{
+class ScriptedProvider : public vesk::ILLMProvider {
     Q_OBJECT
 public:
     using Responder = std::function<vesk::LLMResult(const vesk::LLMRequest &)>;

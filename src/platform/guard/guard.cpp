@@ -54,7 +54,7 @@ struct Watch {
 
 Options options;
 
-template<typename... Values> void report(const char *format, Values... values)
+template <typename... Values> void report(const char *format, Values... values)
 {
     if (options.status >= 0)
         dprintf(options.status, format, values...);
