@@ -37,11 +37,16 @@ packages() {
     { echo mount; sed 's/#.*//' "${lists[@]}"; } | tr -s ' \t' '\n' | sed '/^$/d' | LC_ALL=C sort -u
 }
 
+key=$suite-$({ echo "$format $suite"; packages; } | sha256sum | cut -c1-12)
+root=$roots/$key
+
 # --- What the host must have ---------------------------------------------------------------------------------
 
 missing_packages() {
-    command -v mmdebstrap >/dev/null || echo mmdebstrap
-    [ -e /usr/share/keyrings/debian-archive-keyring.gpg ] || echo debian-archive-keyring
+    if [ ! -e "$root/.ready" ]; then
+        command -v mmdebstrap >/dev/null || echo mmdebstrap
+        [ -e /usr/share/keyrings/debian-archive-keyring.gpg ] || echo debian-archive-keyring
+    fi
     command -v mount >/dev/null || echo mount
     [ "$uid" = 0 ] || command -v newuidmap >/dev/null || echo uidmap
 }
@@ -141,7 +146,7 @@ give_up() { # STATUS [REASON]
 create() { # with the lock held by us alone
     local command=() life making status=0 start=$SECONDS log=$roots/$key.log
     part=$roots/$key.part.$$
-    prepare_host
+    [ "$uid" != 0 ] || prepare_host
     check_namespaces
     remove "$roots/$key".part.* "$roots/$key" # left by one that was cut off
     say "making a Debian 13 root in $roots ($(packages | wc -l) packages, about two minutes, once)"
@@ -160,11 +165,10 @@ create() { # with the lock held by us alone
     exec {life}>&-
     say "ready in $((SECONDS - start)) s"
 }
-# Leaves the root at $root, and a shared lock on it that passes on to the command.
+# Makes the root if it is not there yet; leaves a shared lock on it that passes on to the command.
 ensure() {
+    [ "$uid" = 0 ] || prepare_host
     mkdir -p "$roots"
-    key=$suite-$({ echo "$format $suite"; packages; } | sha256sum | cut -c1-12)
-    root=$roots/$key
     exec 9>"$root.lock"
     flock -s 9
     while [ ! -e "$root/.ready" ]; do
@@ -231,7 +235,6 @@ exec env PATH="$PATH" "$@"'
 run() {
     local folders=() ids= certificates=/etc/ssl/certs/ca-certificates.crt
     [ $# -gt 0 ] || die "no command"
-    [ "$uid" = 0 ] || prepare_host
     ensure
     [ "$uid" = 0 ] || ids=$uid:$(id -g)
     # the root has no other language; its clock is the host's
