@@ -15,8 +15,7 @@ namespace vesk {
 ///
 /// The program runs below a small program of ours, the guard (docs/processes.md). The QProcess ends as the program has
 /// ended, with the same exit code or signal, but only when nothing of its tree is left.
-class ProcessContainment : public std::enable_shared_from_this<ProcessContainment>
-{
+class ProcessContainment : public std::enable_shared_from_this<ProcessContainment> {
 public:
     ProcessContainment() = default;
     ~ProcessContainment();

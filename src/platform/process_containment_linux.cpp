@@ -17,7 +17,7 @@ namespace vesk {
 namespace {
 
 // What the programs get between SIGTERM and SIGKILL when this process is gone without having ended them.
-constexpr int graceMs = 300;
+constexpr int graceMs = 500;
 
 QString chosenGuard;
 
@@ -59,8 +59,7 @@ QString ProcessContainment::prepare(QProcess &process, const QString &program, c
                                      program}
                          + arguments);
     // A session of its own keeps a Ctrl-C in the terminal from the guard: whether its program ends is decided here.
-    process.setUnixProcessParameters(QProcess::UnixProcessFlag::CreateNewSession
-                                     | QProcess::UnixProcessFlag::UseVFork);
+    process.setUnixProcessParameters(QProcess::UnixProcessFlag::CreateNewSession | QProcess::UnixProcessFlag::UseVFork);
     process.setChildProcessModifier([self = shared_from_this()] {
         ::fcntl(self->lifeline.read, F_SETFD, 0);
         ::fcntl(self->status.write, F_SETFD, 0);

@@ -27,8 +27,7 @@ class Workspace;
 /// call that was refused or went wrong "success", "error" and "duration_ms". Nothing is ever thrown to the caller.
 ///
 /// Main thread only. What it is given must outlive it.
-class ToolRouter : public QObject
-{
+class ToolRouter : public QObject {
     Q_OBJECT
 public:
     ToolRouter(Workspace *workspace, EventBus *events, PermissionManager *permissions, QObject *parent = nullptr);
