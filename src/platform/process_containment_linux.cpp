@@ -17,7 +17,7 @@ namespace vesk {
 namespace {
 
 // What the programs get between SIGTERM and SIGKILL when this process is gone without having ended them.
-constexpr int graceMs = 300;
+constexpr int graceMs = 500;
 
 QString chosenGuard;
 

@@ -6,6 +6,7 @@
 #include "process_containment.h"
 #include "workspace.h"
 
+#include <QDeadlineTimer>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -30,8 +31,8 @@ constexpr int longestTimeoutMs = 120000;
 // itself, is taken away; its second then ends what is left.
 constexpr int guardLimitMs = 8000;
 
-// How long the destructor waits for each tree.
-constexpr int destructionLimitMs = 2000;
+// How long the destructor waits for all trees together.
+constexpr int destructionLimitMs = 3000;
 
 PermissionLevel levelOf(const QString &tool)
 {
@@ -116,7 +117,6 @@ struct ToolRouter::Run {
     QByteArray out;
     QByteArray err;
     bool timedOut = false;
-    bool finished = false;
 };
 
 ToolRouter::ToolRouter(Workspace *workspace, EventBus *events, PermissionManager *permissions, QObject *parent)
@@ -130,9 +130,10 @@ ToolRouter::ToolRouter(Workspace *workspace, EventBus *events, PermissionManager
 ToolRouter::~ToolRouter()
 {
     cancelAll();
+    const QDeadlineTimer deadline(destructionLimitMs);
     const QList<QProcess *> ending = findChildren<QProcess *>(Qt::FindDirectChildrenOnly);
     for (QProcess *process : ending)
-        process->waitForFinished(destructionLimitMs);
+        process->waitForFinished(int(deadline.remainingTime()));
 }
 
 void ToolRouter::execute(const QString &taskId, const QString &agentId, const QStringList &allowedTools,
@@ -250,19 +251,20 @@ void ToolRouter::connectRun(QProcess *process, const std::shared_ptr<Run> &run)
     connect(
         process, &QProcess::errorOccurred, this,
         [this, process, run](QProcess::ProcessError error) {
-            if (error == QProcess::FailedToStart)
-                endRun(process, *run, -1, false);
+            if (error != QProcess::FailedToStart)
+                return;
+            run->err = process->errorString().toUtf8();
+            endRun(process, *run, -1, false);
         },
         Qt::QueuedConnection);
 }
 
 void ToolRouter::endRun(QProcess *process, Run &run, int exitCode, bool normalExit)
 {
-    if (std::exchange(run.finished, true))
-        return;
+    if (!processes.remove(run.call.record["id"_L1].toString()))
+        return; // It has ended already, or it was cancelled while the news was on its way.
     keep(run.out, process->readAllStandardOutput());
     keep(run.err, process->readAllStandardError());
-    processes.remove(run.call.record["id"_L1].toString());
     // The callback may delete this router; the process is in the middle of a signal and must not go with it.
     process->setParent(nullptr);
     process->deleteLater();

@@ -8,6 +8,7 @@
 
 #include "descendants.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -36,7 +37,7 @@ constexpr long innerExtraMs = 1000;
 struct Options {
     int lifeline = -1; // Read end of a pipe; its end of file says that the application is gone.
     int status = -1; // Write end of a pipe for the lines of docs/processes.md.
-    int graceMs = 300; // From SIGTERM to SIGKILL where the end is a gentle one.
+    int graceMs = 500; // From SIGTERM to SIGKILL where the end is a gentle one.
     char **program = nullptr;
 };
 
@@ -86,16 +87,20 @@ bool parse(int count, char **arguments)
     return at + 1 < count;
 }
 
-// The program gets the three standard descriptors and nothing else, whatever the application left open.
-void keepDescriptorsFromProgram()
+// Whatever the application has left open: neither the guards nor the program shall hold it.
+void closeForeignDescriptors()
 {
-    constexpr unsigned closeOnExec = 4; // CLOSE_RANGE_CLOEXEC
-    if (syscall(SYS_close_range, 3u, ~0u, closeOnExec) == 0)
-        return;
-    for (const int own : {options.lifeline, options.status}) {
-        if (own >= 0)
-            fcntl(own, F_SETFD, FD_CLOEXEC);
+    unsigned from = STDERR_FILENO + 1;
+    const auto [lower, higher] = std::minmax(options.lifeline, options.status);
+    for (const int own : {lower, higher}) {
+        if (own < int(from))
+            continue;
+        fcntl(own, F_SETFD, FD_CLOEXEC);
+        if (unsigned(own) > from)
+            syscall(SYS_close_range, from, unsigned(own) - 1, 0u);
+        from = unsigned(own) + 1;
     }
+    syscall(SYS_close_range, from, ~0u, 0u);
 }
 
 // A guard that held the output too would keep it open for a program that has closed it.
@@ -252,7 +257,7 @@ void endGently(Watch &watch)
 
 // All are stopped before the first is killed, until no new one shows up: a process that forks faster than it can be
 // killed, or a shell that sees its child die, is not given a chance.
-size_t killAll()
+size_t killAll(const Watch &watch)
 {
     constexpr int roundsOfFreezing = 50;
     std::unordered_set<pid_t> frozen;
@@ -269,6 +274,8 @@ size_t killAll()
     }
     for (const pid_t process : frozen)
         signalDescendant(process, SIGKILL);
+    if (!watch.ended)
+        kill(watch.child, SIGKILL); // Where /proc is missing, this one is known all the same.
     return frozen.size();
 }
 
@@ -280,7 +287,7 @@ void sweep(Watch &watch)
     const long deadline = nowMs() + sweepLimitMs;
     bool left = reap(watch);
     while (left && nowMs() < deadline) {
-        hits += killAll();
+        hits += killAll(watch);
         usleep(1000);
         left = reap(watch);
     }
@@ -333,7 +340,7 @@ int main(int count, char **arguments)
         std::fputs("usage: vesk-guard [--lifeline FD] [--status FD] [--grace MS] -- PROGRAM [ARGUMENT...]\n", stderr);
         return exitWrongUse;
     }
-    keepDescriptorsFromProgram();
+    closeForeignDescriptors();
     const int signals = watchSignals();
     int tie[2]; // The life-line of the inner guard.
     if (signals < 0 || !becomeGuard() || pipe2(tie, O_CLOEXEC) != 0)

@@ -1,0 +1,283 @@
+#include "process_containment.h"
+
+#include "few_descriptors.h"
+#include "tagged_processes.h"
+
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QScopeGuard>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+
+#include <fcntl.h>
+
+using namespace Qt::StringLiterals;
+using namespace vesk;
+
+namespace {
+
+const QString treeProgram = QStringLiteral(PROCESS_TREE_PROGRAM);
+// A guard that the application has started, its second, and the program.
+constexpr int processesOfARun = 3;
+
+/// A process of this test that runs one program contained.
+struct Contained {
+    QProcess process;
+    std::shared_ptr<ProcessContainment> containment = std::make_shared<ProcessContainment>();
+
+    QString prepare(const QString &program, const QStringList &arguments)
+    {
+        return containment->prepare(process, program, arguments);
+    }
+
+    bool start(const QString &program, const QStringList &arguments)
+    {
+        if (!prepare(program, arguments).isEmpty())
+            return false;
+        process.start();
+        return process.waitForStarted();
+    }
+
+    bool run(const QString &program, const QStringList &arguments)
+    {
+        return start(program, arguments) && process.waitForFinished();
+    }
+
+    bool shell(const QString &script) { return run(u"/bin/sh"_s, {u"-c"_s, script}); }
+};
+
+/// The field of /proc/<process>/status.
+QByteArray statusField(const QByteArray &status, const QByteArray &name)
+{
+    for (const QByteArray &line : status.split('\n')) {
+        if (line.startsWith(name + ':'))
+            return line.sliced(name.size() + 1).trimmed();
+    }
+    return {};
+}
+
+} // namespace
+
+class ProcessContainmentTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { ProcessContainment::useGuard(guard); }
+
+    void theProcessEndsAsTheProgramEnds_data();
+    void theProcessEndsAsTheProgramEnds();
+    void aProgramThatCannotBeExecutedIsToldApartFromOneThatFails();
+    void eachStepThatCanFailHasItsText_data();
+    void eachStepThatCanFailHasItsText();
+    void theGuardIsLookedForBesideTheApplication();
+    void aGuardThatCannotBeExecutedFailsTheFirstStep();
+
+    void aProgramHasThreeDescriptorsAndASessionOfItsOwn();
+    void aProgramStartsWithUsualSignals();
+    void aProgramThatIsAskedToEndKeepsItsExitCode();
+    void aProgramThatWillNotEndIsKilledAfterItsGrace();
+    void droppingTheProcessEndsTheTree();
+    void nothingSurvivesAKilledApplication_data();
+    void nothingSurvivesAKilledApplication();
+    void aKilledApplicationLeavesItsProgramAMomentToClearUp();
+    void aBombIsDefused();
+
+private:
+    const QString guard = QStringLiteral(VESK_GUARD_PROGRAM);
+};
+
+void ProcessContainmentTest::theProcessEndsAsTheProgramEnds_data()
+{
+    QTest::addColumn<QString>("script");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<bool>("normal");
+    QTest::newRow("success") << u"exit 0"_s << 0 << true;
+    QTest::newRow("failure") << u"exit 255"_s << 255 << true;
+    QTest::newRow("codes of the guard's own") << u"exit 126"_s << 126 << true;
+    for (const int number : {SIGTERM, SIGKILL, SIGSEGV, SIGABRT, SIGUSR1, SIGPIPE})
+        QTest::addRow("signal %d", number) << u"kill -%1 $$"_s.arg(number) << number << false;
+}
+
+void ProcessContainmentTest::theProcessEndsAsTheProgramEnds()
+{
+    QFETCH(QString, script);
+    QFETCH(int, exitCode);
+    QFETCH(bool, normal);
+    Contained contained;
+    QVERIFY(contained.shell(script));
+    QCOMPARE(contained.process.exitCode(), exitCode);
+    QCOMPARE(contained.process.exitStatus() == QProcess::NormalExit, normal);
+    QVERIFY(!contained.containment->failedToStart());
+}
+
+void ProcessContainmentTest::aProgramThatCannotBeExecutedIsToldApartFromOneThatFails()
+{
+    Contained contained;
+    QVERIFY(contained.run(u"/etc/passwd"_s, {}));
+    QVERIFY(contained.containment->failedToStart());
+    QCOMPARE(contained.process.readAllStandardError(), "/etc/passwd: Permission denied\n");
+}
+
+void ProcessContainmentTest::eachStepThatCanFailHasItsText_data()
+{
+    QTest::addColumn<int>("freeDescriptors");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("no life-line") << 1 << u"Cannot set process job limits"_s;
+    QTest::newRow("no pipe for the status") << 3 << u"Cannot initialize process attributes"_s;
+    QTest::newRow("nothing to hand over by") << 4 << u"Cannot assign process job attribute"_s;
+    QTest::newRow("enough") << 5 << QString();
+}
+
+void ProcessContainmentTest::eachStepThatCanFailHasItsText()
+{
+    QFETCH(int, freeDescriptors);
+    QFETCH(QString, text);
+    Contained contained;
+    {
+        const FewDescriptors few(freeDescriptors);
+        QCOMPARE(contained.prepare(u"/bin/sh"_s, {}), text);
+    }
+    QVERIFY(Contained().shell(u"exit 0"_s));
+}
+
+void ProcessContainmentTest::theGuardIsLookedForBesideTheApplication()
+{
+    const QTemporaryDir folder;
+    const QString application = folder.filePath(u"application"_s);
+    QVERIFY(QFile::copy(QStringLiteral(CONTAINED_APP_PROGRAM), application));
+    const QStringList runsShell{QString(), u"/bin/sh"_s, u"-c"_s, u"exit 0"_s};
+    QCOMPARE(QProcess::execute(application, runsShell), 2);
+    QVERIFY(QFile::copy(guard, folder.filePath(u"vesk-guard"_s)));
+    QCOMPARE(QProcess::execute(application, runsShell), 0);
+}
+
+void ProcessContainmentTest::aGuardThatCannotBeExecutedFailsTheFirstStep()
+{
+    const auto restore = qScopeGuard([this] { ProcessContainment::useGuard(guard); });
+    for (const QString &wrong : {u"/no/such/guard"_s, u"/tmp"_s, u"/etc/passwd"_s}) {
+        ProcessContainment::useGuard(wrong);
+        QCOMPARE(Contained().prepare(u"/bin/sh"_s, {}), "Cannot create process job");
+    }
+}
+
+void ProcessContainmentTest::aProgramHasThreeDescriptorsAndASessionOfItsOwn()
+{
+    const int stray = ::open("/dev/null", O_RDONLY); // Without O_CLOEXEC, as a careless library opens files.
+    const auto close = qScopeGuard([stray] { ::close(stray); });
+    Contained descriptors;
+    QVERIFY(descriptors.run(treeProgram, {u"descriptors"_s}));
+    QCOMPARE(descriptors.process.readAllStandardOutput(), "0 1 2 ");
+
+    Contained session;
+    QVERIFY(session.run(treeProgram, {u"session"_s}));
+    QCOMPARE(session.process.readAllStandardOutput(), "1");
+}
+
+void ProcessContainmentTest::aProgramStartsWithUsualSignals()
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    const auto restore = qScopeGuard([] { std::signal(SIGPIPE, SIG_DFL); });
+    Contained contained;
+    QVERIFY(contained.run(u"/bin/cat"_s, {u"/proc/self/status"_s}));
+    const QByteArray status = contained.process.readAllStandardOutput();
+    QCOMPARE(statusField(status, "SigBlk"), "0000000000000000");
+    QCOMPARE(statusField(status, "SigIgn"), "0000000000000000");
+}
+
+void ProcessContainmentTest::aProgramThatIsAskedToEndKeepsItsExitCode()
+{
+    const TaggedProcesses tagged;
+    Contained contained;
+    QVERIFY(
+        contained.start(u"/bin/sh"_s, {u"-c"_s, u"trap 'exit 9' TERM; echo ready; while :; do sleep 0.02; done"_s}));
+    QVERIFY(contained.process.waitForReadyRead());
+    contained.process.terminate();
+    QVERIFY(contained.process.waitForFinished());
+    QCOMPARE(contained.process.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(contained.process.exitCode(), 9);
+    QCOMPARE(tagged.alive(), 0);
+}
+
+void ProcessContainmentTest::aProgramThatWillNotEndIsKilledAfterItsGrace()
+{
+    const TaggedProcesses tagged;
+    Contained contained;
+    QVERIFY(contained.start(treeProgram, {u"grow"_s, u"5"_s, u"1"_s}));
+    QTRY_COMPARE_GE(tagged.alive(), processesOfARun + 5);
+    QElapsedTimer clock;
+    clock.start();
+    contained.process.terminate();
+    QVERIFY(contained.process.waitForFinished());
+    QCOMPARE_GE(clock.elapsed(), 400);
+    QCOMPARE(contained.process.exitCode(), SIGKILL);
+    QCOMPARE(tagged.alive(), 0);
+}
+
+void ProcessContainmentTest::droppingTheProcessEndsTheTree()
+{
+    const TaggedProcesses tagged;
+    {
+        Contained contained;
+        QVERIFY(contained.start(treeProgram, {u"grow"_s, u"5"_s, u"2"_s}));
+        QTRY_COMPARE_GE(tagged.alive(), processesOfARun + 5 + 25);
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"Destroyed while process .* is still running"_s));
+    }
+    QTRY_COMPARE(tagged.alive(), 0);
+}
+
+void ProcessContainmentTest::nothingSurvivesAKilledApplication_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::addColumn<int>("atLeast"); // Alive before the application is killed.
+    constexpr int application = 1;
+    QTest::newRow("a large tree") << QStringList{u"grow"_s, u"10"_s, u"2"_s} << application + processesOfARun + 110;
+    QTest::newRow("a daemon") << QStringList{u"close-all"_s} << application + processesOfARun + 1;
+    QTest::newRow("forks without end") << QStringList{u"hop"_s, u"4"_s} << application + processesOfARun + 2;
+    QTest::newRow("stopped guards") << QStringList{u"stop-guards"_s} << application + processesOfARun + 1;
+}
+
+void ProcessContainmentTest::nothingSurvivesAKilledApplication()
+{
+    QFETCH(QStringList, arguments);
+    QFETCH(int, atLeast);
+    const TaggedProcesses tagged;
+    QProcess application;
+    application.start(QStringLiteral(CONTAINED_APP_PROGRAM), QStringList{guard, treeProgram} + arguments);
+    QVERIFY(application.waitForStarted());
+    QTRY_COMPARE_GE(tagged.alive(), atLeast);
+
+    application.kill();
+    QVERIFY(application.waitForFinished());
+    QTRY_COMPARE(tagged.alive(), 0);
+}
+
+void ProcessContainmentTest::aKilledApplicationLeavesItsProgramAMomentToClearUp()
+{
+    const TaggedProcesses tagged;
+    const QTemporaryDir folder;
+    const QString script = u"exec 2>&-; trap ': > asked; exit' TERM; : > ready; while :; do sleep 0.02; done"_s;
+    QProcess application;
+    application.setWorkingDirectory(folder.path());
+    application.start(QStringLiteral(CONTAINED_APP_PROGRAM), {guard, u"/bin/sh"_s, u"-c"_s, script});
+    QTRY_VERIFY(QFile::exists(folder.filePath(u"ready"_s)));
+    application.kill();
+    QVERIFY(application.waitForFinished());
+    QTRY_COMPARE(tagged.alive(), 0);
+    QVERIFY(QFile::exists(folder.filePath(u"asked"_s)));
+}
+
+void ProcessContainmentTest::aBombIsDefused()
+{
+    const TaggedProcesses tagged;
+    Contained contained;
+    QVERIFY(contained.start(treeProgram, {u"bomb"_s, u"150"_s}));
+    QTRY_COMPARE_GE(tagged.alive(), 100);
+    ProcessContainment::end(contained.process);
+    QVERIFY(contained.process.waitForFinished());
+    QCOMPARE(tagged.alive(), 0);
+}
+
+QTEST_GUILESS_MAIN(ProcessContainmentTest)
+#include "tst_process_containment.moc"

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDir>
+#include <QFile>
+#include <QUuid>
+
+#include <unistd.h>
+
+/// Marks all that this process starts from now on, however it detaches itself, by a variable in the environment that is
+/// different in every object.
+class TaggedProcesses {
+public:
+    TaggedProcesses() { qputenv("VESK_TEST_TAG", tag); }
+    ~TaggedProcesses() { qunsetenv("VESK_TEST_TAG"); }
+    Q_DISABLE_COPY_MOVE(TaggedProcesses)
+
+    /// How many are alive. Guards count too; zombies don't, as they have no environment any more.
+    int alive() const
+    {
+        int count = 0;
+        const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        for (const QString &entry : entries) {
+            const int process = entry.toInt();
+            if (process > 0 && process != ::getpid() && isTagged(process))
+                ++count;
+        }
+        return count;
+    }
+
+private:
+    bool isTagged(int process) const
+    {
+        QFile file(QStringLiteral("/proc/%1/environ").arg(process));
+        return file.open(QIODevice::ReadOnly) && file.readAll().split('\0').contains("VESK_TEST_TAG=" + tag);
+    }
+
+    const QByteArray tag = QUuid::createUuid().toByteArray(QUuid::WithoutBraces);
+};
