@@ -199,6 +199,7 @@ private:
 
     // engine_nodes.cpp
     void bindBuildCommand(const QJsonObject &command);
+    bool isReleased(int index) const;
     QJsonObject codingPayload(const Node &node, const QJsonArray &fixes) const;
     void takeDocumentPart(int index, const QJsonObject &payload, const QString &content, int target, int part,
                           const QJsonObject &answer);
@@ -226,6 +227,7 @@ private:
     void finishNode(int index, const QJsonObject &result);
     void callMcp(int index);
     void answerPermission(const QString &id, bool allow);
+    bool requeueTwins(int index);
 
     // engine_validation.cpp
     QString addCheck(const QString &title, const QJsonArray &arguments, bool verification,

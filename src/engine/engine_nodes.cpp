@@ -139,12 +139,20 @@ void Engine::scheduleNodes()
     for (const int index : ready) {
         if (phase != "EXECUTION"_L1)
             break;
-        // A program that fails at once comes back here before its own start has returned, and may have started the
-        // rest of the list by then.
+        // A node that ends at once comes back here before its own start has returned. By then the rest of the list may
+        // have been started, or wait again for a file that is being rewritten.
         const QString &status = graph.nodes.at(index).status;
-        if (status == "QUEUED"_L1 || status == "READY"_L1)
+        if ((status == "QUEUED"_L1 || status == "READY"_L1) && isReleased(index))
             executeNode(index);
     }
+}
+
+/// Whether all that the node depends on is done.
+bool Engine::isReleased(int index) const
+{
+    const QStringList &dependencies = graph.nodes.at(index).dependencies;
+    return std::ranges::none_of(
+        graph.nodes, [&](const Node &node) { return node.status != "COMPLETED"_L1 && dependencies.contains(node.id); });
 }
 
 void Engine::executeNode(int index)

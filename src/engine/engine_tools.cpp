@@ -30,7 +30,8 @@ void Engine::runTool(int index)
         askPermission(index, fingerprint);
         return;
     }
-    if (paused) {
+    // The grant waits for resume(), or for a file that is being rewritten since the question was asked.
+    if (paused || !isReleased(index)) {
         graph.nodes[index].status = u"QUEUED"_s;
         persist();
         return;
@@ -96,9 +97,27 @@ void Engine::answerPermission(const QString &approval, bool allow)
                    {u"action"_s, approval},
                    {u"granted_at"_s, now()}});
         publish(u"PermissionGranted"_s, u"Exact command approved"_s);
+        const bool hasTwins = requeueTwins(index);
         runTool(index);
+        if (hasTwins)
+            scheduleNodes();
         persist();
     });
+}
+
+/// Nodes with the same command share one question, and its answer is for one of them: lets the others ask for
+/// themselves. True when there are any.
+bool Engine::requeueTwins(int index)
+{
+    bool found = false;
+    for (int i = 0; i < graph.nodes.size(); ++i) {
+        Node &node = graph.nodes[i];
+        if (i == index || node.status != "BLOCKED"_L1 || node.input != graph.nodes.at(index).input)
+            continue;
+        node.status = u"QUEUED"_s;
+        found = true;
+    }
+    return found;
 }
 
 void Engine::startTool(int index)
