@@ -235,8 +235,8 @@ private:
     void addBuildChecks(const QJsonObject &package, const QStringList &codeIds);
     void runAddedChecks(const QString &message);
     QString pageToCheck() const;
-    QJsonArray compactGraph() const;
-    QJsonObject validatorContext(const QJsonArray &compact) const;
+    QJsonArray compactGraph(qsizetype printed) const;
+    QJsonObject validatorContext() const;
     QJsonArray projectFiles(qsizetype left) const;
     void passGates();
     void reworkAfterValidation(const QJsonObject &review);
