@@ -223,7 +223,7 @@ private:
     bool isSafeMediaJob(const QJsonObject &input) const;
     void askPermission(int index, const QString &fingerprint);
     void startTool(int index);
-    void takeToolResult(int index, QJsonObject run, const QJsonObject &result);
+    void takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result);
     void finishNode(int index, const QJsonObject &result);
     void callMcp(int index);
     void answerPermission(const QString &id, bool allow);
@@ -242,6 +242,8 @@ private:
     void reworkAfterValidation(const QJsonObject &review);
     int reworkTarget(const QJsonObject &review) const;
     bool sendBackUpstream(int index, const QJsonObject &fix);
+    QHash<QString, int> testedRevisions(int index) const;
+    void rearmChecksOf(const QString &codeId);
 
     // engine_workflow.cpp
     void startMember(const QString &key, const QJsonObject &member);

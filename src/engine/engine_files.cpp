@@ -197,6 +197,7 @@ void Engine::takeWritten(int index, const QString &path, const QJsonObject &resu
     node.output = revision;
     node.revision = revision["revision"_L1].toInt();
     node.status = u"REVIEWING"_s;
+    rearmChecksOf(node.id);
     publish(u"FileModified"_s, path + u" rev"_s + QString::number(node.revision), revision);
     reviewFile(index, revision);
 }

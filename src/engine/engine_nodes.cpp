@@ -182,11 +182,9 @@ void Engine::codeNode(int index, const QJsonArray &fixes)
     graph.nodes[index].status = u"RUNNING"_s;
     if (!fixes.isEmpty()) {
         // A changed file invalidates every check that has passed.
-        for (Node &check : graph.nodes) {
-            if (check.kind == "tool"_L1 && check.input["verification"_L1] == true && check.status == "COMPLETED"_L1) {
-                check.status = u"QUEUED"_s;
-                check.output = {};
-            }
+        for (Node &node : graph.nodes) {
+            if (isCheck(node) && node.status == "COMPLETED"_L1)
+                rearm(node);
         }
     }
 

@@ -132,13 +132,13 @@ void Engine::startTool(int index)
     };
     saveRun(run);
     tools.execute(taskId, terminal.id, terminal.allowed_tools, runCommand(), node.input,
-                  [this, index, run, noted = generation](const QJsonObject &result) {
+                  [this, index, tested = testedRevisions(index), run, noted = generation](const QJsonObject &result) {
                       if (noted == generation && busy())
-                          step([&] { takeToolResult(index, run, result); });
+                          step([&] { takeToolResult(index, tested, run, result); });
                   });
 }
 
-void Engine::takeToolResult(int index, QJsonObject run, const QJsonObject &result)
+void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result)
 {
     const bool success = result["success"_L1].toBool();
     run["status"_L1] = success ? u"COMPLETED"_s : u"ERROR"_s;
@@ -146,6 +146,15 @@ void Engine::takeToolResult(int index, QJsonObject run, const QJsonObject &resul
     run["finished_at"_L1] = now();
     saveRun(run);
     store.put(u"tool_calls"_s, result["id"_L1].toString(), taskId, result);
+
+    Node &node = graph.nodes[index];
+    if (isCheck(node) && testedRevisions(index) != tested) {
+        // Files were rewritten while it ran, because of another check: this one has to see them, too.
+        rearm(node);
+        persist();
+        scheduleNodes();
+        return;
+    }
     finishNode(index, result);
     if (success)
         scheduleNodes();

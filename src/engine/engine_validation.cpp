@@ -349,7 +349,7 @@ int Engine::reworkTarget(const QJsonObject &review) const
 void Engine::recoverVerification(int index, const QJsonObject &result)
 {
     const QJsonObject input = graph.nodes.at(index).input;
-    if (input["verification"_L1] != true) {
+    if (!isCheck(graph.nodes.at(index))) {
         fail(u"Команда завершилась ошибкой. Подробности сохранены в журнале инструмента."_s);
         return;
     }
@@ -391,6 +391,29 @@ bool Engine::sendBackUpstream(int index, const QJsonObject &fix)
         // the first version would end the run; this check runs again after the rewrite.
     }
     return found;
+}
+
+/// What a check would test now: the revision of every file that it depends on, by node.
+QHash<QString, int> Engine::testedRevisions(int index) const
+{
+    const QSet<QString> upstream = upstreamOf(graph.nodes, index);
+    QHash<QString, int> revisions;
+    for (const Node &node : graph.nodes) {
+        if (isCode(node) && upstream.contains(node.id))
+            revisions.insert(node.id, node.revision);
+    }
+    return revisions;
+}
+
+/// A check that was under way when the order to rewrite a file came, and passed before it was written, has passed for
+/// the text that is gone.
+void Engine::rearmChecksOf(const QString &codeId)
+{
+    for (int i = 0; i < graph.nodes.size(); ++i) {
+        Node &node = graph.nodes[i];
+        if (isCheck(node) && node.status == "COMPLETED"_L1 && upstreamOf(graph.nodes, i).contains(codeId))
+            rearm(node);
+    }
 }
 
 void Engine::runPreview()
