@@ -26,7 +26,7 @@ bool isSegmented(const Node &node)
 /// What a dependant gets to see of a finished node.
 QJsonObject dependencyOutput(QJsonObject output)
 {
-    const QString content = output["content"_L1].toString();
+    const QString content = output.value("content"_L1).toString();
     if (content.size() > maxDependencyChars) {
         output["content"_L1] = content.left(maxDependencyChars);
         output["content_truncated"_L1] = true;
@@ -203,7 +203,7 @@ QJsonObject Engine::codingPayload(const Node &node, const QJsonArray &fixes) con
     QJsonObject payload{{u"node"_s, withoutOutput(node)}, {u"structure"_s, structure}};
 
     QJsonObject file = workspace.latest(pathOf(node));
-    if (!file.isEmpty() && !file["deleted"_L1].toBool()) {
+    if (!file.isEmpty() && !file.value("deleted"_L1).toBool()) {
         file["content"_L1] = QString::fromUtf8(workspace.read(pathOf(node)));
         payload["previous_file"_L1] = file;
     }

@@ -96,7 +96,7 @@ void Engine::finalValidation()
 
 bool Engine::prepareProjectChecks()
 {
-    if (spec["checks_prepared"_L1].toBool())
+    if (spec.value("checks_prepared"_L1).toBool())
         return false;
     spec["checks_prepared"_L1] = true;
     const QString node = spec["available_executables"_L1]["node"_L1].toString();
@@ -181,7 +181,7 @@ void Engine::runAddedChecks(const QString &message)
 
 bool Engine::prepareBrowserCheck()
 {
-    if (spec["browser_check_prepared"_L1].toBool() || provider->name().contains("Mock"_L1))
+    if (spec.value("browser_check_prepared"_L1).toBool() || provider->name().contains("Mock"_L1))
         return false;
     spec["browser_check_prepared"_L1] = true;
     const QString node = spec["available_executables"_L1]["node"_L1].toString();
@@ -316,7 +316,7 @@ void Engine::reworkAfterValidation(const QJsonObject &review)
         return;
     }
     const int attempts = graph.nodes.at(target).input["fix_attempts"_L1].toInt();
-    const int cycles = spec["final_fix_cycles"_L1].toInt();
+    const int cycles = spec.value("final_fix_cycles"_L1).toInt();
     if (attempts >= maxFixAttempts || cycles >= maxFinalFixCycles) {
         fail(u"Финальная проверка не пройдена после исправлений. Файлы сохранены. Причина: "_s
              + joinedIssues({review}));
