@@ -199,6 +199,7 @@ private:
 
     // engine_nodes.cpp
     void bindBuildCommand(const QJsonObject &command);
+    bool isReleased(int index) const;
     QJsonObject codingPayload(const Node &node, const QJsonArray &fixes) const;
     void takeDocumentPart(int index, const QJsonObject &payload, const QString &content, int target, int part,
                           const QJsonObject &answer);
@@ -222,10 +223,11 @@ private:
     bool isSafeMediaJob(const QJsonObject &input) const;
     void askPermission(int index, const QString &fingerprint);
     void startTool(int index);
-    void takeToolResult(int index, QJsonObject run, const QJsonObject &result);
+    void takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result);
     void finishNode(int index, const QJsonObject &result);
     void callMcp(int index);
     void answerPermission(const QString &id, bool allow);
+    bool requeueTwins(int index);
 
     // engine_validation.cpp
     QString addCheck(const QString &title, const QJsonArray &arguments, bool verification,
@@ -233,13 +235,15 @@ private:
     void addBuildChecks(const QJsonObject &package, const QStringList &codeIds);
     void runAddedChecks(const QString &message);
     QString pageToCheck() const;
-    QJsonArray compactGraph() const;
-    QJsonObject validatorContext(const QJsonArray &compact) const;
+    QJsonArray compactGraph(qsizetype printed) const;
+    QJsonObject validatorContext() const;
     QJsonArray projectFiles(qsizetype left) const;
     void passGates();
     void reworkAfterValidation(const QJsonObject &review);
     int reworkTarget(const QJsonObject &review) const;
     bool sendBackUpstream(int index, const QJsonObject &fix);
+    QHash<QString, int> testedRevisions(int index) const;
+    void rearmChecksOf(const QString &codeId);
 
     // engine_workflow.cpp
     void startMember(const QString &key, const QJsonObject &member);

@@ -26,6 +26,12 @@ QString filePath(const QJsonValue &file)
     return file["path"_L1].toString();
 }
 
+/// Equal for two spellings of one file: the workspace takes both slashes, and some disks both cases.
+QString fileKey(QString path)
+{
+    return path.replace(u'\\', u'/').toCaseFolded();
+}
+
 QString jsonFault(const QString &path, const QString &content)
 {
     if (!path.endsWith(".json"_L1, Qt::CaseInsensitive))
@@ -79,9 +85,9 @@ QString Engine::faultOf(int index, const QJsonArray &files, QJsonObject &primary
     for (const QJsonValue &file : files) {
         const QString path = filePath(file);
         QString fault = pathFault(path, file["content"_L1].toString());
-        if (fault.isEmpty() && seen.contains(path.toCaseFolded()))
+        if (fault.isEmpty() && seen.contains(fileKey(path)))
             fault = u"Повторяющийся путь файла: "_s + path;
-        seen.insert(path.toCaseFolded());
+        seen.insert(fileKey(path));
         if (path == expected)
             primary = file.toObject();
         if (fault.isEmpty())
@@ -106,8 +112,7 @@ QString Engine::pathFault(const QString &path, const QString &content) const
 QString Engine::ownerFault(int index, const QString &path) const
 {
     for (int i = 0; i < graph.nodes.size(); ++i) {
-        if (i != index && isCode(graph.nodes.at(i))
-            && pathOf(graph.nodes.at(i)).compare(path, Qt::CaseInsensitive) == 0)
+        if (i != index && isCode(graph.nodes.at(i)) && fileKey(pathOf(graph.nodes.at(i))) == fileKey(path))
             return u"Файл уже поручен другому узлу: "_s + path;
     }
     return {};
@@ -192,6 +197,7 @@ void Engine::takeWritten(int index, const QString &path, const QJsonObject &resu
     node.output = revision;
     node.revision = revision["revision"_L1].toInt();
     node.status = u"REVIEWING"_s;
+    rearmChecksOf(node.id);
     publish(u"FileModified"_s, path + u" rev"_s + QString::number(node.revision), revision);
     reviewFile(index, revision);
 }

@@ -26,7 +26,7 @@ bool isSegmented(const Node &node)
 /// What a dependant gets to see of a finished node.
 QJsonObject dependencyOutput(QJsonObject output)
 {
-    const QString content = output["content"_L1].toString();
+    const QString content = output.value("content"_L1).toString();
     if (content.size() > maxDependencyChars) {
         output["content"_L1] = content.left(maxDependencyChars);
         output["content_truncated"_L1] = true;
@@ -139,12 +139,20 @@ void Engine::scheduleNodes()
     for (const int index : ready) {
         if (phase != "EXECUTION"_L1)
             break;
-        // A program that fails at once comes back here before its own start has returned, and may have started the
-        // rest of the list by then.
+        // A node that ends at once comes back here before its own start has returned. By then the rest of the list may
+        // have been started, or wait again for a file that is being rewritten.
         const QString &status = graph.nodes.at(index).status;
-        if (status == "QUEUED"_L1 || status == "READY"_L1)
+        if ((status == "QUEUED"_L1 || status == "READY"_L1) && isReleased(index))
             executeNode(index);
     }
+}
+
+/// Whether all that the node depends on is done.
+bool Engine::isReleased(int index) const
+{
+    const QStringList &dependencies = graph.nodes.at(index).dependencies;
+    return std::ranges::none_of(
+        graph.nodes, [&](const Node &node) { return node.status != "COMPLETED"_L1 && dependencies.contains(node.id); });
 }
 
 void Engine::executeNode(int index)
@@ -174,11 +182,9 @@ void Engine::codeNode(int index, const QJsonArray &fixes)
     graph.nodes[index].status = u"RUNNING"_s;
     if (!fixes.isEmpty()) {
         // A changed file invalidates every check that has passed.
-        for (Node &check : graph.nodes) {
-            if (check.kind == "tool"_L1 && check.input["verification"_L1] == true && check.status == "COMPLETED"_L1) {
-                check.status = u"QUEUED"_s;
-                check.output = {};
-            }
+        for (Node &node : graph.nodes) {
+            if (isCheck(node) && node.status == "COMPLETED"_L1)
+                rearm(node);
         }
     }
 
@@ -197,7 +203,7 @@ QJsonObject Engine::codingPayload(const Node &node, const QJsonArray &fixes) con
     QJsonObject payload{{u"node"_s, withoutOutput(node)}, {u"structure"_s, structure}};
 
     QJsonObject file = workspace.latest(pathOf(node));
-    if (!file.isEmpty() && !file["deleted"_L1].toBool()) {
+    if (!file.isEmpty() && !file.value("deleted"_L1).toBool()) {
         file["content"_L1] = QString::fromUtf8(workspace.read(pathOf(node)));
         payload["previous_file"_L1] = file;
     }

@@ -37,4 +37,17 @@ inline bool isCode(const Node &node)
     return node.kind == QLatin1StringView("code");
 }
 
+/// A real build or test: what it says is true of the files that it saw.
+inline bool isCheck(const Node &node)
+{
+    return node.kind == QLatin1StringView("tool") && node.input[QLatin1StringView("verification")] == true;
+}
+
+/// Lets a check run again.
+inline void rearm(Node &check)
+{
+    check.status = QStringLiteral("QUEUED");
+    check.output = {};
+}
+
 } // namespace vesk

@@ -30,7 +30,8 @@ void Engine::runTool(int index)
         askPermission(index, fingerprint);
         return;
     }
-    if (paused) {
+    // The grant waits for resume(), or for a file that is being rewritten since the question was asked.
+    if (paused || !isReleased(index)) {
         graph.nodes[index].status = u"QUEUED"_s;
         persist();
         return;
@@ -96,9 +97,27 @@ void Engine::answerPermission(const QString &approval, bool allow)
                    {u"action"_s, approval},
                    {u"granted_at"_s, now()}});
         publish(u"PermissionGranted"_s, u"Exact command approved"_s);
+        const bool hasTwins = requeueTwins(index);
         runTool(index);
+        if (hasTwins)
+            scheduleNodes();
         persist();
     });
+}
+
+/// Nodes with the same command share one question, and its answer is for one of them: lets the others ask for
+/// themselves. True when there are any.
+bool Engine::requeueTwins(int index)
+{
+    bool found = false;
+    for (int i = 0; i < graph.nodes.size(); ++i) {
+        Node &node = graph.nodes[i];
+        if (i == index || node.status != "BLOCKED"_L1 || node.input != graph.nodes.at(index).input)
+            continue;
+        node.status = u"QUEUED"_s;
+        found = true;
+    }
+    return found;
 }
 
 void Engine::startTool(int index)
@@ -113,13 +132,13 @@ void Engine::startTool(int index)
     };
     saveRun(run);
     tools.execute(taskId, terminal.id, terminal.allowed_tools, runCommand(), node.input,
-                  [this, index, run, noted = generation](const QJsonObject &result) {
+                  [this, index, tested = testedRevisions(index), run, noted = generation](const QJsonObject &result) {
                       if (noted == generation && busy())
-                          step([&] { takeToolResult(index, run, result); });
+                          step([&] { takeToolResult(index, tested, run, result); });
                   });
 }
 
-void Engine::takeToolResult(int index, QJsonObject run, const QJsonObject &result)
+void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result)
 {
     const bool success = result["success"_L1].toBool();
     run["status"_L1] = success ? u"COMPLETED"_s : u"ERROR"_s;
@@ -127,6 +146,15 @@ void Engine::takeToolResult(int index, QJsonObject run, const QJsonObject &resul
     run["finished_at"_L1] = now();
     saveRun(run);
     store.put(u"tool_calls"_s, result["id"_L1].toString(), taskId, result);
+
+    Node &node = graph.nodes[index];
+    if (isCheck(node) && testedRevisions(index) != tested) {
+        // Files were rewritten while it ran, because of another check: this one has to see them, too.
+        rearm(node);
+        persist();
+        scheduleNodes();
+        return;
+    }
     finishNode(index, result);
     if (success)
         scheduleNodes();

@@ -10,6 +10,7 @@
 #include <QJsonDocument>
 
 #include <algorithm>
+#include <limits>
 
 using namespace Qt::StringLiterals;
 
@@ -22,6 +23,8 @@ constexpr int maxFinalFixCycles = 6;
 constexpr qsizetype maxCheckOutput = 16000;
 constexpr qsizetype maxFileChars = 12000;
 constexpr qsizetype maxProjectChars = 64000;
+constexpr qsizetype wholeOutput = std::numeric_limits<qsizetype>::max();
+constexpr qsizetype shortestOutput = 1000;
 constexpr int checkTimeoutMs = 120000;
 constexpr int browserTimeoutMs = 35000;
 
@@ -75,11 +78,12 @@ void Engine::finalValidation()
         return;
     stage(u"VALIDATION"_s);
 
-    const QJsonArray compact = compactGraph();
-    const QJsonObject evidence{{u"graph"_s, compact}, {u"tokens"_s, budget.used}};
-    enqueue(u"observer"_s, evidence, [this, compact](const QJsonObject &observation) {
+    const QJsonObject evidence = validatorContext();
+    const QJsonArray compact = evidence["graph"_L1].toArray();
+    const QJsonObject observed{{u"graph"_s, compact}, {u"tokens"_s, budget.used}};
+    enqueue(u"observer"_s, observed, [this, evidence, compact](const QJsonObject &observation) {
         publish(u"ObserverReport"_s, observation["summary"_L1].toString());
-        enqueue(u"validator"_s, validatorContext(compact), [this, compact](const QJsonObject &review) {
+        enqueue(u"validator"_s, evidence, [this, compact](const QJsonObject &review) {
             if (review["verdict"_L1].toString() == "APPROVE"_L1) {
                 passGates();
                 return;
@@ -92,7 +96,7 @@ void Engine::finalValidation()
 
 bool Engine::prepareProjectChecks()
 {
-    if (spec["checks_prepared"_L1].toBool())
+    if (spec.value("checks_prepared"_L1).toBool())
         return false;
     spec["checks_prepared"_L1] = true;
     const QString node = spec["available_executables"_L1]["node"_L1].toString();
@@ -177,7 +181,7 @@ void Engine::runAddedChecks(const QString &message)
 
 bool Engine::prepareBrowserCheck()
 {
-    if (spec["browser_check_prepared"_L1].toBool() || provider->name().contains("Mock"_L1))
+    if (spec.value("browser_check_prepared"_L1).toBool() || provider->name().contains("Mock"_L1))
         return false;
     spec["browser_check_prepared"_L1] = true;
     const QString node = spec["available_executables"_L1]["node"_L1].toString();
@@ -219,13 +223,19 @@ QString Engine::pageToCheck() const
     return page;
 }
 
-/// The graph with the size of each text in place of the text.
-QJsonArray Engine::compactGraph() const
+/// The graph with the size of each text in place of the text, and of what programs printed the last `printed`
+/// characters of each channel.
+QJsonArray Engine::compactGraph(qsizetype printed) const
 {
     QJsonArray compact;
     for (const Node &node : graph.nodes) {
         QJsonObject output = node.output;
         output["content_chars"_L1] = output.take("content"_L1).toString().size();
+        for (const QString &channel : {u"stdout"_s, u"stderr"_s}) {
+            const QString text = output.value(channel).toString();
+            if (text.size() > printed)
+                output[channel] = text.right(printed);
+        }
         QJsonObject object = node.toJson();
         object["output"_L1] = output;
         compact.append(object);
@@ -233,19 +243,22 @@ QJsonArray Engine::compactGraph() const
     return compact;
 }
 
-/// Graph, files and open fixes. A large graph and its files together may be more than a request holds, and then no
-/// task of that size could ever end: the files give way, by what is too much.
-QJsonObject Engine::validatorContext(const QJsonArray &compact) const
+/// Graph, files and open fixes. Together they may be more than a request holds, and then no such task could ever end:
+/// what programs printed gives way first, a megabyte each at most, then the files, by what is too much.
+QJsonObject Engine::validatorContext() const
 {
-    QJsonObject context{{u"graph"_s, compact}, {u"open_fixes"_s, store.list(u"fix_requests"_s, taskId)}};
-    for (qsizetype room = maxProjectChars; room > 0;) {
+    QJsonObject context{
+        {u"graph"_s, compactGraph(wholeOutput)},
+        {u"project_files"_s, projectFiles(maxProjectChars)},
+        {u"open_fixes"_s, store.list(u"fix_requests"_s, taskId)},
+    };
+    const auto excess = [&] { return inputChars(u"validator"_s, context) - maxContextChars; };
+    for (qsizetype printed = maxCheckOutput; excess() > 0 && printed >= shortestOutput; printed /= 2)
+        context["graph"_L1] = compactGraph(printed);
+    for (qsizetype room = maxProjectChars; excess() > 0 && room > 0;) {
+        room -= std::min(room, excess());
         context["project_files"_L1] = projectFiles(room);
-        const qsizetype excess = inputChars(u"validator"_s, context) - maxContextChars;
-        if (excess <= 0)
-            return context;
-        room -= std::min(room, excess);
     }
-    context["project_files"_L1] = projectFiles(0);
     return context;
 }
 
@@ -303,7 +316,7 @@ void Engine::reworkAfterValidation(const QJsonObject &review)
         return;
     }
     const int attempts = graph.nodes.at(target).input["fix_attempts"_L1].toInt();
-    const int cycles = spec["final_fix_cycles"_L1].toInt();
+    const int cycles = spec.value("final_fix_cycles"_L1).toInt();
     if (attempts >= maxFixAttempts || cycles >= maxFinalFixCycles) {
         fail(u"Финальная проверка не пройдена после исправлений. Файлы сохранены. Причина: "_s
              + joinedIssues({review}));
@@ -336,7 +349,7 @@ int Engine::reworkTarget(const QJsonObject &review) const
 void Engine::recoverVerification(int index, const QJsonObject &result)
 {
     const QJsonObject input = graph.nodes.at(index).input;
-    if (input["verification"_L1] != true) {
+    if (!isCheck(graph.nodes.at(index))) {
         fail(u"Команда завершилась ошибкой. Подробности сохранены в журнале инструмента."_s);
         return;
     }
@@ -378,6 +391,29 @@ bool Engine::sendBackUpstream(int index, const QJsonObject &fix)
         // the first version would end the run; this check runs again after the rewrite.
     }
     return found;
+}
+
+/// What a check would test now: the revision of every file that it depends on, by node.
+QHash<QString, int> Engine::testedRevisions(int index) const
+{
+    const QSet<QString> upstream = upstreamOf(graph.nodes, index);
+    QHash<QString, int> revisions;
+    for (const Node &node : graph.nodes) {
+        if (isCode(node) && upstream.contains(node.id))
+            revisions.insert(node.id, node.revision);
+    }
+    return revisions;
+}
+
+/// A check that was under way when the order to rewrite a file came, and passed before it was written, has passed for
+/// the text that is gone.
+void Engine::rearmChecksOf(const QString &codeId)
+{
+    for (int i = 0; i < graph.nodes.size(); ++i) {
+        Node &node = graph.nodes[i];
+        if (isCheck(node) && node.status == "COMPLETED"_L1 && upstreamOf(graph.nodes, i).contains(codeId))
+            rearm(node);
+    }
 }
 
 void Engine::runPreview()
