@@ -73,24 +73,27 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
     require(!workspace.root().isEmpty(), u"Create or select a project first"_s);
     require(!request.trimmed().isEmpty(), u"Enter a task request"_s);
 
-    // Before anything changes: a bad network leaves the last task in view.
+    // What may throw comes before anything changes: a bad network or a failing store leaves the last task in view.
     validateAgentWorkflow(agentNetwork);
+    const QJsonArray files = existingFiles();
+    const QString newTask = id();
+    store.put(u"messages"_s, id(), newTask, {{u"role"_s, u"user"_s}, {u"content"_s, request}, {u"time"_s, now()}});
 
     ++generation;
     reset();
     simulation = simulated;
     budget = {std::max(tokens, smallestBudget), 0, 0};
 
-    taskId = id();
+    taskId = newTask;
     spec = {
         {u"original_request"_s, request},
         {u"build_command"_s, buildCommand},
         {u"available_executables"_s, availableExecutables()},
-        {u"existing_files"_s, existingFiles()},
+        {u"existing_files"_s, files},
         {u"media"_s, requestMedia},
         {u"media_tools"_s, mediaTools},
         {u"conversation_history"_s, conversationHistory},
-        {u"previous_requirements"_s, previousSpec["requirements"_L1]},
+        {u"previous_requirements"_s, std::as_const(previousSpec)["requirements"_L1]},
         {u"available_mcp_tools"_s, mcpTools},
         {u"available_specialists"_s, availableSpecialists()},
         {u"automatic_routing"_s, automaticRouting},
@@ -101,10 +104,9 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
          }())},
     };
 
-    store.put(u"messages"_s, id(), taskId, {{u"role"_s, u"user"_s}, {u"content"_s, request}, {u"time"_s, now()}});
     grantFileAccess();
     step([&] {
-        stage(u"INTAKE"_s);
+        enter(u"INTAKE"_s);
         publish(u"TaskCreated"_s, request);
         intake();
     });
@@ -154,11 +156,11 @@ QJsonArray Engine::availableSpecialists() const
 {
     QJsonArray list;
     for (const QJsonValue &entry : agentNetwork) {
-        QJsonObject agent = entry.toObject();
-        const bool open = automaticRouting || !agent["parent"_L1].toString().isEmpty();
-        const bool hasTasks = !agent.contains("tasks"_L1) || !agent["tasks"_L1].toArray().isEmpty();
-        if (!agent["enabled"_L1].toBool() || !open || !hasTasks)
+        const bool open = automaticRouting || !entry["parent"_L1].toString().isEmpty();
+        const bool hasTasks = entry["tasks"_L1].isUndefined() || !entry["tasks"_L1].toArray().isEmpty();
+        if (!entry["enabled"_L1].toBool() || !open || !hasTasks)
             continue;
+        QJsonObject agent = entry.toObject();
         agent.remove("instructions"_L1);
         list.append(agent);
     }
@@ -175,10 +177,17 @@ void Engine::grantFileAccess()
 
 void Engine::stage(const QString &next)
 {
-    if (phase != next) {
-        phase = next;
-        publish(u"PhaseChanged"_s, next);
-    }
+    // Whoever is told of a step may have ended the run in the middle of it; the rest of the step doesn't bring it back.
+    if (busy() && phase != next)
+        enter(next);
+    else
+        persist();
+}
+
+void Engine::enter(const QString &next)
+{
+    phase = next;
+    publish(u"PhaseChanged"_s, next);
     persist();
 }
 
@@ -233,6 +242,8 @@ void Engine::fail(const QString &reason)
 /// The store may be what failed; the end is announced all the same, and exactly once.
 void Engine::endRun(const QString &endPhase, const QString &nodeStatus, const QString &reason)
 {
+    // From here on the run is over: nothing that follows can end it a second time.
+    phase = endPhase;
     error = reason;
     ++generation;
     provider->cancelAll();
@@ -242,12 +253,11 @@ void Engine::endRun(const QString &endPhase, const QString &nodeStatus, const QS
 
     attempt([&] { tidyRun(nodeStatus); });
     permissions.expireTask(taskId);
-    phase = endPhase;
     attempt([&] { publish(u"PhaseChanged"_s, endPhase); });
     attempt([this] { persist(); });
     if (endPhase == "FAILED"_L1)
         attempt([&] { publish(u"TaskFailed"_s, reason); });
-    Q_EMIT finished(phase);
+    attempt([&] { Q_EMIT finished(endPhase); });
 }
 
 void Engine::tidyRun(const QString &nodeStatus)
@@ -280,8 +290,17 @@ void Engine::tidyRun(const QString &nodeStatus)
 /// The good end of a run, after everything that it asks for has been checked.
 void Engine::completeRun(const QString &message, const QJsonObject &data)
 {
+    if (!busy())
+        return;
     permissions.expireTask(taskId);
-    stage(u"COMPLETED"_s);
+    const QString before = phase;
+    try {
+        stage(u"COMPLETED"_s);
+    } catch (const std::exception &) {
+        // An end that can't be stored is none: the step fails, and fail() must find a run to end.
+        phase = before;
+        throw;
+    }
     publish(u"TaskCompleted"_s, message, data);
     Q_EMIT finished(phase);
 }

@@ -61,6 +61,8 @@ public:
     bool busy() const;
     /// The code of the current phase, "IDLE" before the first task.
     QString phaseCode() const { return phase; }
+    /// Moves to a phase and stores the state; does no more than store it when the phase is that already or the task has
+    /// ended.
     void stage(const QString &phase);
     void pause();
     void resume();
@@ -150,6 +152,7 @@ private:
     QJsonArray availableSpecialists() const;
     QJsonArray existingFiles() const;
     void grantFileAccess();
+    void enter(const QString &next);
     void endRun(const QString &endPhase, const QString &nodeStatus, const QString &reason);
     void tidyRun(const QString &nodeStatus);
     void completeRun(const QString &message, const QJsonObject &data);

@@ -6,6 +6,8 @@
 #include "output_contract.h"
 #include "prompt_notes.h"
 
+#include <QPointer>
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -20,6 +22,17 @@ constexpr int maxRepeats = 2;
 constexpr int maxOutputTokens = 16384;
 constexpr int retryBaseMs = 250;
 constexpr int largestParallel = 8;
+
+/// Read from a constant job: a look through a modifiable one would copy the record.
+QString runIdOf(const Job &job)
+{
+    return job.run["id"_L1].toString();
+}
+
+QString taskOf(const Job &job)
+{
+    return job.run["task_id"_L1].toString();
+}
 
 } // namespace
 
@@ -229,26 +242,30 @@ void Engine::dispatch(std::shared_ptr<Job> job)
         return;
     }
 
-    active.insert(job->run["id"_L1].toString(), job);
+    const int noted = generation;
+    const QString runId = runIdOf(*job);
+    active.insert(runId, job);
     ++job->attempts;
     job->run["status"_L1] = runStatus(job->role, job->context);
     job->run["started_at"_L1] = now();
     job->run["attempt"_L1] = job->attempts;
     saveRun(job->run);
     publish(u"AgentStarted"_s, job->role, job->run);
+    if (noted != generation)
+        return;
 
-    const LLMRequest request{job->run["id"_L1].toString(), job->role, job->agent.system_prompt, job->context,
-                             job->maxTokens};
-    job->provider->request(request, [this, job, noted = generation](const LLMResult &result) {
-        if (noted == generation && busy())
-            step([&] { receive(job, result); });
+    const LLMRequest request{runId, job->role, job->agent.system_prompt, job->context, job->maxTokens};
+    // The provider outlives the engine and may answer when there is none any more.
+    job->provider->request(request, [self = QPointer(this), job, noted](const LLMResult &result) {
+        if (self && noted == self->generation && self->busy())
+            self->step([&] { self->receive(job, result); });
     });
 }
 
 void Engine::receive(const std::shared_ptr<Job> &job, const LLMResult &result)
 {
     const qint64 spent = qint64(result.promptTokens) + result.completionTokens;
-    active.remove(job->run["id"_L1].toString());
+    active.remove(runIdOf(*job));
     budget.settle(job->reserved, spent > 0 ? spent : job->reserved);
     job->run["input_tokens"_L1] = result.promptTokens;
     job->run["output_tokens"_L1] = result.completionTokens;
@@ -264,7 +281,7 @@ void Engine::receive(const std::shared_ptr<Job> &job, const LLMResult &result)
             deliver(job, answer);
     } catch (const std::exception &failure) {
         // What the run has already ended over is not its last word.
-        if (!busy() || job->run["task_id"_L1].toString() != taskId)
+        if (!busy() || taskOf(*job) != taskId)
             return;
         job->run["status"_L1] = u"ERROR"_s;
         job->run["error"_L1] = textOf(failure);
@@ -315,7 +332,8 @@ bool Engine::acceptAnswer(const std::shared_ptr<Job> &job, const QString &conten
 
 void Engine::deliver(const std::shared_ptr<Job> &job, const QJsonObject &answer)
 {
-    const QString runId = job->run["id"_L1].toString();
+    const int noted = generation;
+    const QString runId = runIdOf(*job);
     job->run["status"_L1] = u"COMPLETED"_s;
     job->run["finished_at"_L1] = now();
     job->run["output"_L1] = answer;
@@ -325,7 +343,7 @@ void Engine::deliver(const std::shared_ptr<Job> &job, const QJsonObject &answer)
               {{u"id"_s, runId}, {u"version"_s, 1}, {u"type"_s, job->agent.role}, {u"body"_s, answer}});
     publish(u"AgentFinished"_s, job->agent.role, job->run);
 
-    if (job->callback) {
+    if (job->callback && noted == generation) {
         if (waiting())
             deferred.push_back([job, answer] { job->callback(answer); });
         else

@@ -2,6 +2,8 @@
 
 #include "engine_p.h"
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace vesk {

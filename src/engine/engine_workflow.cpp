@@ -112,7 +112,7 @@ void Engine::finishWorkflow(const QString &key)
 {
     const std::shared_ptr<WorkflowGroup> group = workflowGroups.take(key);
     QJsonArray deliverables;
-    QJsonArray analyses = spec["media_analysis"_L1].toArray();
+    QJsonArray analyses = std::as_const(spec)["media_analysis"_L1].toArray();
     const qsizetype before = analyses.size();
     for (const QJsonValue &member : std::as_const(group->members)) {
         const QJsonObject result = group->results.value(idOf(member));
