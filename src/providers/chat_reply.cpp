@@ -14,6 +14,7 @@ namespace vesk {
 
 namespace {
 
+constexpr qsizetype readLinesKept = 256 * 1024;
 constexpr qsizetype maxProviderMessage = 800;
 
 QJsonObject parsed(const QByteArray &bytes)
@@ -135,8 +136,9 @@ void readFold(const QJsonObject &folded, LLMResult &result)
 StreamState::Progress StreamState::feed(const QByteArray &chunk)
 {
     Progress progress;
-    const qsizetype room = maxReplyBytes - bytes.size();
+    const qsizetype room = maxReplyBytes - received;
     bytes.append(QByteArrayView(chunk).first(std::min(room, chunk.size())));
+    received += std::min(room, chunk.size());
     if (chunk.size() > room) {
         streamError = true;
         progress.overflow = true;
@@ -148,7 +150,18 @@ StreamState::Progress StreamState::feed(const QByteArray &chunk)
         takeLine(line.trimmed(), progress);
     }
     scanned = bytes.size();
+    forgetReadLines();
     return progress;
+}
+
+/// The lines of a stream are of no use once they are read; a document is needed whole.
+void StreamState::forgetReadLines()
+{
+    if (!sawData || lineStart < readLinesKept)
+        return;
+    bytes.remove(0, lineStart);
+    scanned -= lineStart;
+    lineStart = 0;
 }
 
 void StreamState::takeLine(QByteArrayView line, Progress &progress)
@@ -210,14 +223,13 @@ LLMResult resultOf(const StreamState &state, const ReplyFacts &facts)
 {
     // A stream that was left after its terminator ends with a network error, and is whole all the same.
     // So does one that was left because it sent without end; that one has broken off.
-    const bool endless = state.raw().size() >= maxReplyBytes;
     const bool accepted = facts.status >= 200 && facts.status <= 299;
-    if (!accepted || !(state.completed || endless || facts.networkError == 0))
+    if (!accepted || !(state.completed || state.isEndless() || facts.networkError == 0))
         return failureOf(state, facts);
 
     LLMResult result;
     QJsonObject folded;
-    if (state.sawData || endless)
+    if (state.sawData || state.isEndless())
         folded = foldStream(state, result);
     else if (facts.useResponses)
         folded = foldResponse(parsed(state.raw()), result);

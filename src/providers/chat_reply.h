@@ -27,7 +27,10 @@ public:
     /// Takes a chunk as it came, which may end anywhere, in the middle of a letter too.
     Progress feed(const QByteArray &chunk);
 
+    /// What has arrived, for a document or a failure; of a stream only what has not been read yet.
     const QByteArray &raw() const { return bytes; }
+    /// Whether the reply was cut because it grew beyond maxReplyBytes.
+    bool isEndless() const { return received >= maxReplyBytes; }
 
     QString content; ///< Collected from the deltas.
     QString finishReason;
@@ -42,7 +45,10 @@ private:
     void takeChunk(const QJsonObject &chunk, Progress &progress);
     void addText(const QString &text, Progress &progress);
 
-    QByteArray bytes; ///< Everything; what has not been split into lines yet begins at `lineStart`.
+    void forgetReadLines();
+
+    QByteArray bytes; ///< What has not been split into lines yet begins at `lineStart`.
+    qsizetype received = 0;
     qsizetype lineStart = 0;
     qsizetype scanned = 0; ///< No line feed between lineStart and here.
 };

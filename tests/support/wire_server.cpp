@@ -54,8 +54,8 @@ QByteArray WireReply::text(const QJsonObject &object)
 
 WireReply WireReply::document(int status, const QByteArray &body, const QByteArray &moreHeaders)
 {
-    const QByteArray headers = "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(body.size())
-        + "\r\n" + moreHeaders;
+    const QByteArray headers
+        = "Content-Type: application/json\r\nContent-Length: " + QByteArray::number(body.size()) + "\r\n" + moreHeaders;
     return {{{head(status, headers) + body}}};
 }
 

@@ -54,8 +54,7 @@ struct WireReply {
 };
 
 /// A small real HTTP server on loopback, in the event loop of whoever makes it.
-class WireServer : public QObject
-{
+class WireServer : public QObject {
     Q_OBJECT
 public:
     using Handler = std::function<WireReply(const WireRequest &)>;
