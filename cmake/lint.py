@@ -23,10 +23,11 @@ from pathlib import Path
 
 LLVM = "19"  # each version of clang-format lays some lines out differently
 CLAZY = ("child-event-qobject-cast,connect-3arg-lambda,connect-by-name,connect-non-signal,const-signal-or-slot,"
-         "container-anti-pattern,detaching-temporary,fully-qualified-moc-types,incorrect-emit,lambda-in-connect,"
+         "container-anti-pattern,fully-qualified-moc-types,incorrect-emit,lambda-in-connect,"
          "lambda-unique-connection,missing-qobject-macro,mutable-container-key,overridden-signal,post-event,"
-         "qgetenv,range-loop-detach,range-loop-reference,returning-data-from-temporary,strict-iterators,"
+         "qgetenv,range-loop-reference,returning-data-from-temporary,strict-iterators,"
          "temporary-iterator,use-static-qregularexpression,wrong-qglobalstatic,writing-to-temporary")
+BATCH = 8  # files looked at as one text
 KEPT_DAYS = 60
 
 
@@ -75,8 +76,14 @@ class Sources:
         self.cache = Path(os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache") / "vesk-lint"
         self.hashes = {}
         self.included = self.read_includes()
-        checks = (source / ".clang-tidy").read_text()
-        self.common = "\n".join([checks, CLAZY, run(["clang-tidy", "--version"])[1], run(["clazy", "--version"])[1]])
+        self.entries = [entry for entry in json.loads((build / "compile_commands.json").read_text())
+                        if self.is_ours(Path(entry["file"]))]
+        self.common = "\n".join([Path(__file__).read_text(), (source / ".clang-tidy").read_text(),
+                                 run(["clang-tidy", "--version"])[1], run(["clazy-standalone", "--version"])[1]])
+
+    def is_ours(self, path):
+        """Not so what moc and rcc have made."""
+        return path.is_relative_to(self.source) and not path.is_relative_to(self.build)
 
     def read_includes(self):
         """Object file -> what it was made from, as the last build noted it."""
@@ -87,13 +94,6 @@ class Sources:
             elif ": #deps" in line:
                 current = includes.setdefault(line.split(": #deps")[0], [])
         return includes
-
-    def entries(self):
-        """Compile commands of our own files, generated ones left out."""
-        for entry in json.loads((self.build / "compile_commands.json").read_text()):
-            path = Path(entry["file"])
-            if path.is_relative_to(self.source) and not path.is_relative_to(self.build):
-                yield entry
 
     def describe(self, name):
         """A header's path and text; of a system header, which comes with a package, its size."""
@@ -116,49 +116,97 @@ class Sources:
         parts += sorted(self.describe(name) for name in includes)
         return self.cache / hashlib.sha256("\n".join(parts).encode()).hexdigest()
 
+    def is_clean(self, entry):
+        mark = self.mark(entry)
+        return mark is not None and mark.exists()
+
+    def note_clean(self, entries):
+        self.cache.mkdir(parents=True, exist_ok=True)
+        for mark in filter(None, map(self.mark, entries)):
+            mark.touch()
+
     def forget_old(self):
         oldest = time.time() - KEPT_DAYS * 86400
-        for path in self.cache.iterdir():
+        for path in self.cache.iterdir() if self.cache.is_dir() else []:
             if path.stat().st_mtime < oldest:
                 path.unlink(missing_ok=True)
 
+    def batches(self):
+        """What is not known to be clean, by folder in src and by kind elsewhere, a few files at a time."""
+        groups = {}
+        for entry in self.entries:
+            if not self.is_clean(entry):
+                parts = Path(entry["file"]).relative_to(self.source).parts
+                groups.setdefault(parts[:-1] if parts[0] == "src" else parts[:1], []).append(entry)
+        return [group[at:at + BATCH] for group in groups.values() for at in range(0, len(group), BATCH)]
 
-def check_source(source, build, path):
-    """The findings in one source file and the headers of ours that it includes."""
+
+def flags(entries):
+    """The compiler's flags for all of the entries together: macros and folders of each, the rest of the first."""
+    result, macros = [], set()
+    for index, entry in enumerate(entries):
+        words = iter(shlex.split(entry["command"])[1:])
+        for word in words:
+            if word in ("-o", "-c", "-MT", "-MF", "-MD"):
+                next(words) if word != "-MD" else None
+            elif word == "-isystem":
+                folder = next(words)
+                result += [] if folder in result else [word, folder]
+            elif word.startswith("-D"):
+                name = word.split("=")[0]
+                result += [] if name in macros else [word]
+                macros.add(name)
+            elif word not in result and (index == 0 or word.startswith("-I")):
+                result.append(word)
+    # our warnings are g++'s; a signal may be named like a virtual function of QObject
+    return [*result, "-Wno-unknown-warning-option", "-Wno-overloaded-virtual"]
+
+
+def one_text(entries, build):
+    """A source file that holds the given ones. Each may have a main of its own."""
+    lines = [f"#define main main_{n}\n#include \"{entry['file']}\"\n#undef main" for n, entry in enumerate(entries)]
+    text = "\n".join(lines) + "\n"
+    path = build / "lint" / f"{hashlib.sha256(text.encode()).hexdigest()[:12]}.cpp"
+    path.parent.mkdir(exist_ok=True)
+    path.write_text(text)
+    return str(path)
+
+
+def look_at(path, options, source):
+    """What clang-tidy and clazy say of one source file and the headers of ours that it includes."""
     headers = f"^{re.escape(str(source))}/(src|tests|tools|bench)/"
-    # our flags are g++'s; a signal may be named like a virtual function of QObject
-    known = ["-Wno-unknown-warning-option", "-Wno-overloaded-virtual"]
-    code, text = run(["clang-tidy", "--quiet", "-p", str(build), f"--header-filter={headers}",
-                      *(f"--extra-arg={flag}" for flag in known), path])
-    if code == 0 and path.startswith(f"{source}/src/") and shutil.which("clazy-standalone"):
-        code, text = run(["clazy-standalone", "-p", str(build), f"-checks={CLAZY}", f"-header-filter={headers}",
-                          *(f"--extra-arg={flag}" for flag in [*known, "-Wno-error"]), path])
+    code, text = run(["clang-tidy", "--quiet", f"--config-file={source}/.clang-tidy", f"--header-filter={headers}",
+                      path, "--", *options])
+    if code == 0 and shutil.which("clazy-standalone"):
+        code, text = run(["clazy-standalone", f"-checks={CLAZY}", f"-header-filter={headers}", path, "--",
+                          *options, "-Wno-error"])
         code = code or "[-Wclazy" in text
-    return [] if code == 0 else [re.sub(r"(?m)^(\d+ warnings? (generated|treated).*|Suppressed .*|Use -header.*)\n", "", text)]
+    return text if code else ""
+
+
+def check_batch(sources, entries):
+    """Qt's headers cost two to three seconds each time they are read, and our text next to nothing: so a batch is
+    looked at as one. What is found there may only come of the files being together (two helpers of one name):
+    then the halves are looked at apart, down to the single file, whose finding stands."""
+    path = entries[0]["file"] if len(entries) == 1 else one_text(entries, sources.build)
+    text = look_at(path, flags(entries), sources.source)
+    if not text:
+        sources.note_clean(entries)
+        return []
+    if len(entries) > 1:
+        half = len(entries) // 2
+        return check_batch(sources, entries[:half]) + check_batch(sources, entries[half:])
+    noise = r"(?m)^(\d+ (warning|error).* generated.*|\d+ warnings treated.*|Suppressed .*|Use -header.*|Error while.*)\n"
+    return [re.sub(noise, "", text)]
 
 
 def check_sources(source, build):
     sources = Sources(source, build)
-    todo = []
-    total = 0
-    for entry in sources.entries():
-        total += 1
-        mark = sources.mark(entry)
-        if mark is None or not mark.exists():
-            todo.append((entry["file"], mark))
-    print(f"clang-tidy: {len(todo)} of {total} files have changed", flush=True)
-
-    def one(item):
-        findings = check_source(source, build, item[0])
-        if not findings and item[1]:
-            item[1].parent.mkdir(parents=True, exist_ok=True)
-            item[1].touch()
-        return findings
-
+    batches = sources.batches()
+    print(f"clang-tidy: {sum(map(len, batches))} of {len(sources.entries)} files to look at", flush=True)
     with ThreadPoolExecutor(os.cpu_count()) as pool:
-        findings = [text for texts in pool.map(one, todo) for text in texts]
-    if sources.cache.is_dir():
-        sources.forget_old()
+        findings = [text for texts in pool.map(lambda batch: check_batch(sources, batch), batches) for text in texts]
+    sources.forget_old()
     return findings
 
 

@@ -30,7 +30,7 @@ int unavailable(const CommandLine &line)
 /// The folder of database and history, made when missing; empty when there is none to use.
 QString preparedDataFolder(const CommandLine &line)
 {
-    const QString folder = line.dataFolder(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation));
+    QString folder = line.dataFolder(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation));
     if (folder.isEmpty() || !QDir().mkpath(folder)) {
         printErrorLine(u"Не удалось создать папку данных: "_s + folder);
         return {};
