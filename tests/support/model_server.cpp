@@ -1,0 +1,48 @@
+#include "model_server.h"
+
+#include "helpers.h"
+#include "roles.h"
+
+#include <QHash>
+
+using namespace Qt::StringLiterals;
+using namespace vesk;
+
+namespace {
+
+/// Every prompt by its text. What a job appends to a prompt begins with one more line.
+const QHash<QString, QString> &rolesByPrompt()
+{
+    static const QHash<QString, QString> roles = [] {
+        registerPrompts();
+        QHash<QString, QString> found;
+        QStringList codes = builtInRoles();
+        codes << u"specialist"_s << u"workflow_reviewer"_s;
+        for (const QString &role : std::as_const(codes))
+            found.insert(PromptManager::get(role), role);
+        return found;
+    }();
+    return roles;
+}
+
+} // namespace
+
+ModelServer::ModelServer(Answer answer)
+    : WireServer([answer = std::move(answer)](const WireRequest &request) {
+        return WireReply::document(200, WireReply::completion(answer(requestOf(request.json()))));
+    })
+{
+}
+
+LLMRequest ModelServer::requestOf(const QJsonObject &body)
+{
+    const QString system = body["messages"_L1][0]["content"_L1].toString();
+    LLMRequest request{
+        {}, {}, system, parseObject(body["messages"_L1][1]["content"_L1].toString()), body["max_tokens"_L1].toInt()};
+    const auto &roles = rolesByPrompt();
+    for (auto prompt = roles.cbegin(); prompt != roles.cend(); ++prompt) {
+        if (system.startsWith(prompt.key()))
+            request.role = prompt.value();
+    }
+    return request;
+}
