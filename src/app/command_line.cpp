@@ -1,21 +1,23 @@
 #include "command_line.h"
 
+#include <algorithm>
 #include <array>
-#include <utility>
 
 using namespace Qt::StringLiterals;
 
 namespace vesk {
 
-CommandLine::CommandLine(const QStringList &arguments)
-    : arguments(arguments)
-{
-}
+namespace {
 
-Mode CommandLine::mode() const
+struct ModeOption {
+    QString name;
+    Mode mode = Mode::Interface;
+};
+
+/// In the order in which they are tested.
+const std::array<ModeOption, 10> &modeOptions()
 {
-    // The first one found, in this order, wherever it stands in the list.
-    static const std::array<std::pair<QString, Mode>, 10> options{{
+    static const std::array<ModeOption, 10> options{{
         {u"--media-job"_s, Mode::MediaJob},
         {u"--background-worker"_s, Mode::BackgroundWorker},
         {u"--self-test-background"_s, Mode::SelfTestBackground},
@@ -27,11 +29,32 @@ Mode CommandLine::mode() const
         {u"--probe-skill"_s, Mode::ProbeSkill},
         {u"--connect-qwen-environment"_s, Mode::ConnectQwenEnvironment},
     }};
-    for (const auto &[option, mode] : options) {
-        if (has(option))
-            return mode;
-    }
-    return Mode::Interface;
+    return options;
+}
+
+/// The first one found, wherever it stands in the list.
+ModeOption chosenMode(const CommandLine &line)
+{
+    const auto &options = modeOptions();
+    const auto found = std::ranges::find_if(options, [&](const ModeOption &option) { return line.has(option.name); });
+    return found == options.end() ? ModeOption() : *found;
+}
+
+} // namespace
+
+CommandLine::CommandLine(const QStringList &arguments)
+    : arguments(arguments)
+{
+}
+
+Mode CommandLine::mode() const
+{
+    return chosenMode(*this).mode;
+}
+
+QString CommandLine::modeOption() const
+{
+    return chosenMode(*this).name;
 }
 
 bool CommandLine::has(const QString &option) const

@@ -28,6 +28,8 @@ public:
     explicit CommandLine(const QStringList &arguments);
 
     Mode mode() const;
+    /// The option that has decided on the mode; empty for the interface.
+    QString modeOption() const;
     bool has(const QString &option) const;
     QString value(const QString &option) const;
     const QStringList &all() const { return arguments; }

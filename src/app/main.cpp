@@ -2,6 +2,7 @@
 #include "console.h"
 #include "folder_lock.h"
 #include "helpers.h"
+#include "mock_provider.h"
 #include "process_signals.h"
 #include "roles.h"
 #include "run_mode.h"
@@ -22,24 +23,23 @@ constexpr int usageError = 2;
 
 int unavailable(const CommandLine &line)
 {
-    const QString what = line.mode() == Mode::Interface ? u"Окно приложения"_s : line.all().value(0);
+    const QString what = line.mode() == Mode::Interface ? u"Окно приложения"_s : line.modeOption();
     printErrorLine(what + u": в этой версии ещё нет. Доступно: vesk --run ЗАПРОС, подробнее — vesk --help."_s);
     return usageError;
 }
 
-/// The folder of database and history, made when missing; empty when there is none to use.
+/// The folder of database and history, made when missing.
 QString preparedDataFolder(const CommandLine &line)
 {
-    QString folder = line.dataFolder(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation));
-    if (folder.isEmpty() || !QDir().mkpath(folder)) {
-        printErrorLine(u"Не удалось создать папку данных: "_s + folder);
-        return {};
-    }
+    const QString folder = line.dataFolder(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation));
+    require(!folder.isEmpty(), u"Не указана папка данных"_s);
+    require(QDir().mkpath(folder), u"Не удалось создать папку данных: "_s + folder);
     return folder;
 }
 
 int runTask(const CommandLine &line)
 {
+    const ProcessSignals requests;
     RunOptions options;
     try {
         options = parseRunOptions(line.all());
@@ -48,15 +48,17 @@ int runTask(const CommandLine &line)
         return usageError;
     }
     const QString folder = preparedDataFolder(line);
-    if (folder.isEmpty())
-        return startFailed;
     const FolderLock lock(folder);
+    require(lock.outcome() != FolderLock::Outcome::Unavailable, u"Не удалось занять папку данных: "_s + folder);
     if (lock.outcome() == FolderLock::Outcome::Busy) {
         printErrorLine(u"VESK уже работает с этой папкой данных: "_s + folder
                        + u"\nДождитесь его завершения или укажите другую папку через --data-dir."_s);
         return usageError;
     }
-    RunMode mode(options, folder);
+    MockProvider model;
+    model.delayMs = options.mockDelayMs;
+    RunMode mode(options, folder, model);
+    QObject::connect(&requests, &ProcessSignals::endRequested, &mode, &RunMode::interrupt);
     return mode.exec();
 }
 
@@ -80,8 +82,9 @@ int runMode(const CommandLine &line)
 
 int main(int argc, char **argv)
 {
-    registerPrompts();
+    ensureStandardStreams();
     ProcessSignals::ignoreBrokenPipes();
+    registerPrompts();
     QCoreApplication application(argc, argv);
     QCoreApplication::setOrganizationName(u"VESK"_s);
     QCoreApplication::setApplicationName(u"VESK"_s);

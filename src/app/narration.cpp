@@ -42,6 +42,11 @@ QString narration(const QJsonObject &event, const QJsonObject &state)
     return {};
 }
 
+QString narrationKind(const QJsonObject &event)
+{
+    return event["type"_L1].toString() == "FileModified"_L1 ? u"file"_s : u"progress"_s;
+}
+
 bool narrationNeedsState(const QJsonObject &event)
 {
     return event["type"_L1].toString() == "PhaseChanged"_L1;

@@ -8,6 +8,9 @@ namespace vesk {
 /// What an event says to the user while a run goes on; empty for most events. `state` is the task state document.
 QString narration(const QJsonObject &event, const QJsonObject &state);
 
+/// The kind of message that this is in the conversation of the task.
+QString narrationKind(const QJsonObject &event);
+
 /// Whether narration() reads the state for this event.
 bool narrationNeedsState(const QJsonObject &event);
 

@@ -2,6 +2,9 @@
 
 #include "helpers.h"
 #include "store.h"
+#include "task_record.h"
+
+#include <QSet>
 
 using namespace Qt::StringLiterals;
 
@@ -9,19 +12,43 @@ namespace vesk {
 
 namespace {
 
-void interruptRuns(Store &store, const QString &taskId, QJsonObject &task)
+bool isEnded(const QJsonObject &run)
 {
     static const QStringList ended{u"COMPLETED"_s, u"ERROR"_s, u"CANCELLED"_s};
-    QJsonArray runs = task["runs"_L1].toArray();
-    for (qsizetype i = 0; i < runs.size(); ++i) {
-        QJsonObject run = runs.at(i).toObject();
-        if (ended.contains(run["status"_L1].toString()))
-            continue;
+    return ended.contains(run["status"_L1].toString());
+}
+
+/// The run as it was last stored: its own row is newer than the task's document, which may have been put off.
+QJsonObject endedRun(Store &store, const QString &taskId, const QJsonObject &known)
+{
+    const QString runId = known["id"_L1].toString();
+    QJsonObject run = store.get(u"agent_runs"_s, runId);
+    if (run.isEmpty())
+        run = known;
+    if (!isEnded(run)) {
         run["status"_L1] = u"INTERRUPTED"_s;
-        runs[i] = run;
-        store.put(u"agent_runs"_s, run["id"_L1].toString(), taskId, run);
+        store.put(u"agent_runs"_s, runId, taskId, run);
     }
-    task["runs"_L1] = runs;
+    return TaskRecord::slimRun(run);
+}
+
+QJsonArray endedRuns(Store &store, const QString &taskId, const QJsonArray &known)
+{
+    QJsonArray runs;
+    QSet<QString> seen;
+    const auto take = [&](const QJsonArray &from) {
+        for (const QJsonValue &entry : from) {
+            const QJsonObject run = entry.toObject();
+            const QString runId = run["id"_L1].toString();
+            if (seen.contains(runId))
+                continue;
+            seen.insert(runId);
+            runs.append(isEnded(run) ? TaskRecord::slimRun(run) : endedRun(store, taskId, run));
+        }
+    };
+    take(known);
+    take(store.list(u"agent_runs"_s, taskId));
+    return runs;
 }
 
 } // namespace
@@ -32,15 +59,15 @@ void recoverInterruptedTasks(Store &store)
     const QJsonArray tasks = store.list(u"tasks"_s, {});
     for (const QJsonValue &entry : tasks) {
         QJsonObject task = entry.toObject();
-        if (ended.contains(task["phase"_L1].toString()))
-            continue;
         const QString taskId = task["id"_L1].toString();
+        if (taskId.isEmpty() || ended.contains(task["phase"_L1].toString()))
+            continue;
         store.atomic([&] {
             task["phase"_L1] = u"INTERRUPTED"_s;
             task["pending"_L1] = QJsonArray();
             task["error"_L1]
                 = u"Предыдущий сеанс был прерван. История сохранена; незавершённую задачу нужно запустить заново."_s;
-            interruptRuns(store, taskId, task);
+            task["runs"_L1] = endedRuns(store, taskId, task["runs"_L1].toArray());
             store.put(u"tasks"_s, taskId, task["project_id"_L1].toString(), task);
         });
     }

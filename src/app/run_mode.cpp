@@ -4,7 +4,6 @@
 #include "helpers.h"
 #include "narration.h"
 #include "narrator.h"
-#include "process_signals.h"
 #include "recovery.h"
 
 #include <QCoreApplication>
@@ -13,8 +12,8 @@
 #include <QTimer>
 
 #include <algorithm>
-#include <array>
-#include <cstdio>
+#include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -22,13 +21,27 @@ namespace vesk {
 
 namespace {
 
+/// Text in quotes, with what can't be seen, or makes other text look different, in numbers.
+QString quoted(const QString &text)
+{
+    QString result;
+    const auto characters = text.toUcs4();
+    for (const char32_t c : characters) {
+        const bool visible = c == U' ' || (QChar::isPrint(c) && !QChar::isSpace(c));
+        if (c == U'\\' || c == U'"')
+            result += u'\\';
+        result += visible ? QString::fromUcs4(&c, 1) : u"\\u{%1}"_s.arg(QString::number(uint(c), 16));
+    }
+    return u'"' + result + u'"';
+}
+
 /// A command so that nothing about it is left open: each argument in quotes of its own.
 QString exactCommand(const QJsonObject &input)
 {
-    QStringList parts{input["program"_L1].toString()};
-    parts += strings(input["arguments"_L1].toArray());
-    for (QString &part : parts)
-        part = u'"' + part.replace(u'\\', u"\\\\"_s).replace(u'"', u"\\\""_s) + u'"';
+    QStringList parts{quoted(input["program"_L1].toString())};
+    const QStringList arguments = strings(input["arguments"_L1].toArray());
+    for (const QString &argument : arguments)
+        parts.append(quoted(argument));
     return parts.join(u' ');
 }
 
@@ -43,16 +56,15 @@ QString questionText(const QJsonObject &decision)
 
 } // namespace
 
-RunMode::RunMode(const RunOptions &options, const QString &dataFolder)
+RunMode::RunMode(const RunOptions &options, const QString &dataFolder, ILLMProvider &model)
     : options(options)
     , store(dataFolder + u"/vesk.sqlite"_s)
     , workspace(store)
     , tools(&workspace, &events, &permissions)
-    , engine(store, workspace, events, permissions, tools, &mock)
+    , engine(store, workspace, events, permissions, tools, &model)
 {
     recoverInterruptedTasks(store);
     bindProject();
-    mock.delayMs = options.mockDelayMs;
     engine.computerAccess = options.allowCommands;
     connect(&events, &EventBus::event, this, &RunMode::follow);
     connect(&engine, &Engine::changed, this, &RunMode::watchPhase);
@@ -78,41 +90,51 @@ void RunMode::bindProject()
 
 int RunMode::exec()
 {
-    ProcessSignals requests;
-    connect(&requests, &ProcessSignals::endRequested, this, [this] { stop(RunExit::Interrupted); });
     QTimer::singleShot(0, this, &RunMode::begin);
     return QCoreApplication::exec();
 }
 
 void RunMode::begin()
 {
-    try {
-        engine.start(options.request, options.simulate, options.budget, options.buildCommand);
-    } catch (const std::exception &fault) {
-        printErrorLine(textOf(fault));
-        QCoreApplication::exit(int(RunExit::StartError));
-    }
+    if (!decided)
+        guarded([this] { engine.start(options.request, options.simulate, options.budget, options.buildCommand); });
 }
 
 /// Every event is stored before anything follows from it.
 void RunMode::follow(const QJsonObject &event)
 {
     store.put(u"events"_s, event["id"_L1].toString(), event["task_id"_L1].toString(), event);
-    const QString type = event["type"_L1].toString();
-    if (options.json) {
+    const QString line = narration(event, narrationNeedsState(event) ? engine.snapshot() : QJsonObject());
+    addMessage(event["task_id"_L1], narrationKind(event), line);
+    showEvent(event, line);
+    if (event["type"_L1].toString() == "PermissionRequested"_L1) {
+        permissionRequests.append(event["data"_L1].toObject());
+        QTimer::singleShot(0, this, &RunMode::askPermission);
+    }
+}
+
+void RunMode::showEvent(const QJsonObject &event, const QString &line)
+{
+    if (options.json)
         printLine(json(event));
-    } else {
-        const QJsonObject state = narrationNeedsState(event) ? engine.snapshot() : QJsonObject();
-        QString line = narration(event, state);
-        if (line.isEmpty() && type == "PhaseChanged"_L1)
-            line = Narrator::phase(event["message"_L1].toString()) + u'.';
-        if (!line.isEmpty())
-            printErrorLine(line);
-    }
-    if (type == "PermissionRequested"_L1) {
-        const QJsonObject request = event["data"_L1].toObject();
-        QTimer::singleShot(0, this, [this, request] { guarded([&] { askPermission(request); }); });
-    }
+    else if (!line.isEmpty())
+        printErrorLine(line);
+    else if (event["type"_L1].toString() == "PhaseChanged"_L1)
+        printErrorLine(Narrator::phase(event["message"_L1].toString()) + u'.');
+}
+
+/// What the user was told stays with the task.
+void RunMode::addMessage(const QJsonValue &task, const QString &kind, const QString &text)
+{
+    if (text.isEmpty())
+        return;
+    const QString message = id();
+    store.put(u"messages"_s, message, task.toString(),
+              {{u"id"_s, message},
+               {u"role"_s, u"assistant"_s},
+               {u"content"_s, text},
+               {u"kind"_s, kind},
+               {u"time"_s, now()}});
 }
 
 void RunMode::watchPhase()
@@ -168,10 +190,12 @@ void RunMode::showPlan()
     stop(RunExit::Completed);
 }
 
-void RunMode::askPermission(const QJsonObject &request)
+/// One question at a time: an answer must not go to another command than the one in view.
+void RunMode::askPermission()
 {
-    if (decided || !engine.busy())
+    if (decided || asking || permissionRequests.isEmpty() || !engine.busy())
         return;
+    const QJsonObject &request = permissionRequests.first();
     printErrorLine(u"Команда требует разрешения:\n  "_s + exactCommand(request["arguments"_L1].toObject())
                    + u"\nПапка:\n  "_s + request["cwd"_L1].toString());
     if (!canAsk()) {
@@ -180,25 +204,29 @@ void RunMode::askPermission(const QJsonObject &request)
         return;
     }
     printErrorLine(u"Выполнить? (да/нет)"_s);
-    readConsent(request["id"_L1].toString());
+    asking = true;
+    auto *input = new QSocketNotifier(standardInput, QSocketNotifier::Read, this);
+    connect(input, &QSocketNotifier::activated, this, [this, input] { takeConsent(input); });
 }
 
-void RunMode::readConsent(const QString &approval)
+void RunMode::takeConsent(QSocketNotifier *input)
 {
-    auto *input = new QSocketNotifier(fileno(stdin), QSocketNotifier::Read, this);
-    connect(input, &QSocketNotifier::activated, this, [this, input, approval] {
-        std::array<char, 256> line{};
-        const bool ended = !std::fgets(line.data(), int(line.size()), stdin);
-        const QString answer = QString::fromUtf8(line.data()).trimmed().toLower();
-        const bool yes = answer == u"да"_s;
-        if (!yes && !ended && answer != u"нет"_s) {
-            printErrorLine(u"Введите «да» или «нет»."_s);
-            return;
-        }
-        input->setEnabled(false);
-        input->deleteLater();
-        guarded([&] { engine.approve(approval, yes); });
-    });
+    if (decided || !engine.busy())
+        return input->setEnabled(false);
+    const std::optional<QString> answer = readAnswer();
+    const bool yes = answer && answer->toLower() == u"да"_s;
+    if (answer && !yes && answer->toLower() != u"нет"_s) {
+        printErrorLine(u"Введите «да» или «нет»."_s);
+        return;
+    }
+    input->setEnabled(false);
+    input->deleteLater();
+    asking = false;
+    const QJsonObject request = permissionRequests.takeFirst();
+    if (!answer)
+        return stop(RunExit::PermissionNeeded);
+    guarded([&] { engine.approve(request["id"_L1].toString(), yes); });
+    askPermission();
 }
 
 /// Ends the task in order; the process then ends with this code, whatever the task's own end.
@@ -221,6 +249,13 @@ void RunMode::finish(const QString &status)
     decided = true;
 
     const QJsonObject state = engine.snapshot();
+    const QString report = Narrator::report(state);
+    try {
+        addMessage(state["id"_L1], u"report"_s, report);
+    } catch (const std::exception &fault) {
+        // The run may have ended over the same fault; its end is told all the same.
+        printErrorLine(textOf(fault));
+    }
     if (options.json) {
         printLine(json({{u"id"_s, id()},
                         {u"task_id"_s, state["id"_L1]},
@@ -229,16 +264,19 @@ void RunMode::finish(const QString &status)
                         {u"time"_s, now()},
                         {u"data"_s, state}}));
     } else if (!(options.simulate && exitCode == RunExit::Completed)) {
-        printLine(Narrator::report(state));
+        printLine(report);
     }
     QCoreApplication::exit(int(exitCode));
 }
 
+/// A fault of a step taken from outside ends the run with its reason.
 void RunMode::guarded(const std::function<void()> &work)
 {
     try {
         work();
     } catch (const std::exception &fault) {
+        if (engine.busy())
+            return engine.fail(textOf(fault));
         printErrorLine(textOf(fault));
         stop(RunExit::NotCompleted);
     }

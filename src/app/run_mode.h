@@ -2,22 +2,25 @@
 
 #include "engine.h"
 #include "event_bus.h"
-#include "mock_provider.h"
 #include "permissions.h"
 #include "run_options.h"
 #include "store.h"
 #include "tool_router.h"
 #include "workspace.h"
 
+#include <QList>
 #include <QObject>
 
+class QSocketNotifier;
+
 namespace vesk {
+
+class ILLMProvider;
 
 /// How "vesk --run" ends.
 enum class RunExit {
     Completed = 0,
     NotCompleted = 1,
-    StartError = 2,
     PermissionNeeded = 3,
     AnswerNeeded = 4,
     Interrupted = 130,
@@ -28,11 +31,15 @@ enum class RunExit {
 class RunMode : public QObject {
     Q_OBJECT
 public:
-    /// Opens the database in the data folder and binds the project folder. Throws std::runtime_error.
-    RunMode(const RunOptions &options, const QString &dataFolder);
+    /// Opens the database in the data folder and binds the project folder. Throws std::runtime_error. The model that
+    /// answers is not owned.
+    RunMode(const RunOptions &options, const QString &dataFolder, ILLMProvider &model);
 
     /// Runs the task in the event loop of the application; the exit code of the process.
     int exec();
+
+    /// Ends the task in order, or keeps it from beginning.
+    void interrupt() { stop(RunExit::Interrupted); }
 
 private:
     void bindProject();
@@ -41,8 +48,10 @@ private:
     void watchPhase();
     void answerQuestion();
     void showPlan();
-    void askPermission(const QJsonObject &request);
-    void readConsent(const QString &approval);
+    void showEvent(const QJsonObject &event, const QString &line);
+    void addMessage(const QJsonValue &task, const QString &kind, const QString &text);
+    void askPermission();
+    void takeConsent(QSocketNotifier *input);
     void stop(RunExit code);
     void finish(const QString &status);
     void guarded(const std::function<void()> &work);
@@ -53,8 +62,9 @@ private:
     Workspace workspace;
     PermissionManager permissions;
     ToolRouter tools;
-    MockProvider mock;
     Engine engine;
+    QList<QJsonObject> permissionRequests; ///< The first is being asked for, or next.
+    bool asking = false; ///< Somebody is to type an answer.
     RunExit exitCode = RunExit::NotCompleted;
     bool decided = false; ///< The exit code is settled before the task's own end.
     bool turnPending = false;

@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QSet>
 
 #include <algorithm>
 #include <functional>
@@ -16,12 +17,19 @@ namespace vesk {
 
 namespace {
 
-qint64 positiveNumber(const QString &option, const QString &value, qint64 most)
+qint64 wholeNumber(const QString &option, const QString &value, qint64 most)
 {
     bool ok = false;
     const qint64 number = value.toLongLong(&ok);
     require(ok && number >= 0 && number <= most, option + u": нужно целое число от 0 до "_s + QString::number(most));
     return number;
+}
+
+/// A name that isn't UTF-8 would become another one on its way to the disk.
+QString folder(const QString &option, const QString &path)
+{
+    require(!path.contains(QChar::ReplacementCharacter), option + u": имя папки должно быть в кодировке UTF-8"_s);
+    return QDir().absoluteFilePath(path);
 }
 
 QJsonObject buildCommand(const QString &text)
@@ -41,19 +49,17 @@ QJsonObject buildCommand(const QString &text)
 RunOptions parseRunOptions(const QStringList &arguments)
 {
     RunOptions options;
-    options.projectFolder = QDir::currentPath();
-
     using Take = std::function<void(const QString &)>;
     const std::map<QString, Take> withValue{
         {u"--run"_s, [&](const QString &value) { options.request = value; }},
-        {u"--project"_s, [&](const QString &value) { options.projectFolder = QDir().absoluteFilePath(value); }},
-        {u"--data-dir"_s, [](const QString &) {}},
+        {u"--project"_s, [&](const QString &value) { options.projectFolder = folder(u"--project"_s, value); }},
+        {u"--data-dir"_s, [](const QString &value) { (void)folder(u"--data-dir"_s, value); }},
         {u"--budget"_s,
-         [&](const QString &value) { options.budget = positiveNumber(u"--budget"_s, value, 1000000000000); }},
+         [&](const QString &value) { options.budget = wholeNumber(u"--budget"_s, value, 1000000000000); }},
         {u"--build-command"_s, [&](const QString &value) { options.buildCommand = buildCommand(value); }},
         {u"--answer"_s, [&](const QString &value) { options.answers.append(value); }},
         {u"--mock-delay"_s,
-         [&](const QString &value) { options.mockDelayMs = int(positiveNumber(u"--mock-delay"_s, value, 60000)); }},
+         [&](const QString &value) { options.mockDelayMs = int(wholeNumber(u"--mock-delay"_s, value, 60000)); }},
     };
     const std::map<QString, bool *> switches{
         {u"--simulate"_s, &options.simulate},
@@ -61,20 +67,26 @@ RunOptions parseRunOptions(const QStringList &arguments)
         {u"--json"_s, &options.json},
     };
 
+    QSet<QString> given;
     for (qsizetype i = 0; i < arguments.size(); ++i) {
         const QString &argument = arguments[i];
+        require(argument == "--answer"_L1 || !given.contains(argument), argument + u": указан дважды"_s);
+        given.insert(argument);
         if (const auto known = switches.find(argument); known != switches.end()) {
             *known->second = true;
             continue;
         }
         const auto known = withValue.find(argument);
         require(known != withValue.end(), u"Неизвестный параметр: "_s + argument);
-        const bool present = i + 1 < arguments.size() && !withValue.contains(arguments[i + 1])
-            && !switches.contains(arguments[i + 1]) && !arguments[i + 1].isEmpty();
-        require(present, argument + u": не указано значение"_s);
-        known->second(arguments[++i]);
+        // What the data folder is when its option names none is decided where it is made.
+        const QString value = arguments.value(++i);
+        const bool present = !withValue.contains(value) && !switches.contains(value) && !value.trimmed().isEmpty();
+        require(present || (value.isEmpty() && argument == "--data-dir"_L1), argument + u": не указано значение"_s);
+        known->second(value);
     }
-    require(!options.request.trimmed().isEmpty(), u"--run: введите текст запроса"_s);
+    require(!options.request.isEmpty(), u"--run: введите текст запроса"_s);
+    if (options.projectFolder.isEmpty())
+        options.projectFolder = folder(u"--project"_s, QDir::currentPath());
     return options;
 }
 

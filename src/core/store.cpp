@@ -2,6 +2,7 @@
 
 #include "helpers.h"
 
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QSqlError>
 #include <QVariant>
@@ -68,7 +69,11 @@ void Store::open(const QString &path)
 {
     database = QSqlDatabase::addDatabase(u"QSQLITE"_s, connection);
     database.setDatabaseName(path);
-    require(database.open(), u"SQLite open failed: "_s + database.lastError().text());
+    // For a file that it may only read SQLite would leave two more beside it.
+    const QFileInfo file(path);
+    require(!file.exists() || file.isWritable(), u"SQLite open failed: attempt to write a readonly database"_s);
+    const bool opened = database.open();
+    require(opened, u"SQLite open failed: "_s + database.lastError().text());
 
     execute(u"PRAGMA journal_mode=WAL"_s);
     execute(u"PRAGMA synchronous=NORMAL"_s);

@@ -1,15 +1,25 @@
 #include "console.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace vesk {
 
 namespace {
 
-void write(std::FILE *stream, const QString &text)
+bool steersTerminal(QChar c)
 {
+    return c.category() == QChar::Other_Control && c != u'\n' && c != u'\t';
+}
+
+void write(std::FILE *stream, QString text)
+{
+    if (::isatty(::fileno(stream)) == 1)
+        std::replace_if(text.begin(), text.end(), steersTerminal, QChar(QChar::ReplacementCharacter));
     const QByteArray line = text.toUtf8() + '\n';
     std::fwrite(line.constData(), 1, std::size_t(line.size()), stream);
     std::fflush(stream);
@@ -17,9 +27,27 @@ void write(std::FILE *stream, const QString &text)
 
 } // namespace
 
+void ensureStandardStreams()
+{
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        // The lowest number that is free is this one.
+        if (::fcntl(standard, F_GETFD) < 0)
+            (void)!::open("/dev/null", O_RDWR);
+    }
+}
+
 bool canAsk()
 {
-    return ::isatty(STDIN_FILENO) == 1;
+    return ::isatty(STDIN_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1;
+}
+
+std::optional<QString> readAnswer()
+{
+    std::array<char, 4096> line;
+    const ssize_t length = ::read(STDIN_FILENO, line.data(), line.size());
+    if (length <= 0)
+        return {};
+    return QString::fromUtf8(line.data(), length).trimmed();
 }
 
 bool hasDisplay()

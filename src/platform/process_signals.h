@@ -4,7 +4,10 @@
 
 namespace vesk {
 
-/// Turns the system's requests to end (Ctrl-C, a shutdown) into a signal in the event loop. One object per process.
+/// Turns the system's requests to end (Ctrl-C, a shutdown, a terminal that is closed) into a signal in the event loop:
+/// from construction on, though the loop may start later. One object per process.
+///
+/// Whoever started the program so that it outlives its terminal (nohup) keeps that.
 class ProcessSignals : public QObject {
     Q_OBJECT
 public:

@@ -26,6 +26,12 @@ void note(int)
     errno = kept;
 }
 
+bool isIgnored(int signal)
+{
+    struct sigaction action = {};
+    return ::sigaction(signal, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
 void setHandler(int signal, void (*handler)(int))
 {
     struct sigaction action = {};
@@ -46,14 +52,18 @@ ProcessSignals::ProcessSignals(QObject *parent)
         if (::read(wakeUp, &count, sizeof count) == sizeof count)
             Q_EMIT endRequested();
     });
-    for (const int signal : endings)
-        setHandler(signal, note);
+    for (const int signal : endings) {
+        // The others are ignored in what a script starts in the background, which is no wish of anybody.
+        if (signal != SIGHUP || !isIgnored(signal))
+            setHandler(signal, note);
+    }
 }
 
 ProcessSignals::~ProcessSignals()
 {
+    // Whoever lets go of this ends by himself, with an exit code that tells more than the signal.
     for (const int signal : endings)
-        setHandler(signal, SIG_DFL);
+        setHandler(signal, SIG_IGN);
     ::close(wakeUp);
     wakeUp = -1;
 }

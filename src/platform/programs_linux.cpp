@@ -24,7 +24,9 @@ QString npmScript(const QString &node)
 
 QString browserProgram()
 {
-    for (const QString &name : {u"microsoft-edge"_s, u"chromium"_s, u"google-chrome"_s, u"brave"_s}) {
+    // Each under the names that distributions and makers give it.
+    for (const QString &name : {u"microsoft-edge"_s, u"microsoft-edge-stable"_s, u"chromium"_s, u"chromium-browser"_s,
+                                u"google-chrome"_s, u"google-chrome-stable"_s, u"brave-browser"_s, u"brave"_s}) {
         const QString path = QStandardPaths::findExecutable(name);
         if (!path.isEmpty())
             return path;
