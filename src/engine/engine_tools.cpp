@@ -122,6 +122,7 @@ bool Engine::requeueTwins(int index)
 
 void Engine::startTool(int index)
 {
+    const int noted = generation;
     Node &node = graph.nodes[index];
     node.status = u"RUNNING"_s;
     const Agent terminal = makeAgent(u"terminal"_s, u"Terminal Agent"_s, {u"process"_s}, {runCommand()});
@@ -131,8 +132,11 @@ void Engine::startTool(int index)
         {u"started_at"_s, now()}, {u"context"_s, node.input},
     };
     saveRun(run);
+    // Whoever was told of the run may have ended it.
+    if (noted != generation)
+        return;
     tools.execute(taskId, terminal.id, terminal.allowed_tools, runCommand(), node.input,
-                  [this, index, tested = testedRevisions(index), run, noted = generation](const QJsonObject &result) {
+                  [this, index, tested = testedRevisions(index), run, noted](const QJsonObject &result) {
                       if (noted == generation && busy())
                           step([&] { takeToolResult(index, tested, run, result); });
                   });

@@ -19,7 +19,8 @@ public:
         vesk::ProcessContainment::useGuard(QStringLiteral(VESK_GUARD_PROGRAM));
         model.answer(u"orchestrator"_s, ScriptedProvider::specification());
         model.answer(u"planner"_s, ScriptedProvider::plan(nodes));
-        model.answer(u"coordinator"_s, {{u"needs_user"_s, false}, {u"summary"_s, u"Исправляем"_s}});
+        model.respond(u"coordinator"_s,
+                      [this](const vesk::LLMRequest &) { return ScriptedProvider::result(coordination); });
         model.respond(u"correctness_reviewer"_s, [this](const vesk::LLMRequest &request) {
             const QJsonValue file = request.input[u"artifact"_s][u"file"_s];
             const int revision = file[u"revision"_s].toInt();
@@ -37,16 +38,21 @@ public:
     QHash<QString, QStringList> texts;
     /// Another coder: gets the order and how many were made for this path before. Empty answers are left to `texts`.
     std::function<QJsonObject(const QJsonObject &artifact, int nth)> coder;
-
+    /// What the coordinator answers.
+    QJsonObject coordination{{u"needs_user"_s, false}, {u"summary"_s, u"Исправляем"_s}};
     /// By path, how many of its first revisions the correctness reviewer objects to.
     QHash<QString, int> objections;
 
-    /// Carries the task to its end: "COMPLETED", or why it failed.
-    QString ending(int timeoutMs = 20000)
+    /// Starts a task, unless one is under way, and carries it to its end: "COMPLETED", or why it failed.
+    QString ending()
     {
         if (!engine.busy())
             start();
-        runToEnd(timeoutMs);
+        return outcome();
+    }
+    QString outcome()
+    {
+        runToEnd();
         return phase() == u"FAILED"_s ? error() : phase();
     }
 
