@@ -1,8 +1,54 @@
 #include "endpoints.h"
+
+#include "helpers.h"
+
+#include <QUrl>
+
 using namespace Qt::StringLiterals;
+
 namespace vesk {
+
+namespace {
+
+struct Endpoint {
+    QLatin1StringView provider;
+    QLatin1StringView baseUrl;
+    const char *replacedBy = nullptr; ///< An environment variable.
+};
+
+constexpr Endpoint endpoints[] = {
+    {"OpenAI"_L1, "https://api.openai.com/v1"_L1},
+    {"Gemini"_L1, "https://generativelanguage.googleapis.com/v1beta/openai"_L1},
+    {"Alem Plus"_L1, "https://api.alem-plus.example/v1"_L1, "VESK_ALEM_URL"},
+};
+
+QString hostOf(const QString &provider)
+{
+    return QUrl(endpoint(provider)).host();
+}
+
+} // namespace
+
+QString endpoint(const QString &provider)
+{
+    for (const Endpoint &known : endpoints) {
+        if (provider != known.provider)
+            continue;
+        const QString replacement = known.replacedBy ? qEnvironmentVariable(known.replacedBy) : QString();
+        return replacement.isEmpty() ? QString(known.baseUrl) : replacement;
+    }
+    require(false, u"Неизвестный провайдер"_s);
+    return {};
+}
+
+QString openAiHost()
+{
+    return hostOf(u"OpenAI"_s);
+}
+
 QString geminiHost()
 {
-    return u"generativelanguage.googleapis.com"_s;
+    return hostOf(u"Gemini"_s);
 }
+
 } // namespace vesk
