@@ -186,18 +186,18 @@ def look_at(path, options, source):
 
 def check_batch(sources, entries):
     """Qt's headers cost two to three seconds each time they are read, and our text next to nothing: so a batch is
-    looked at as one. What is found there may only come of the files being together (two helpers of one name):
-    then the halves are looked at apart, down to the single file, whose finding stands."""
+    looked at as one. What the compiler says there may only come of the files being together (two helpers of one
+    name): then the halves are looked at apart, down to the single file."""
     path = entries[0]["file"] if len(entries) == 1 else one_text(entries, sources.build)
     text = look_at(path, flags(entries), sources.source)
     if not text:
         sources.note_clean(entries)
         return []
-    if len(entries) > 1:
+    if len(entries) > 1 and "[clang-diagnostic-" in text:
         half = len(entries) // 2
         return check_batch(sources, entries[:half]) + check_batch(sources, entries[half:])
-    noise = r"(?m)^(\d+ (warning|error).* generated.*|\d+ warnings treated.*|Suppressed .*|Use -header.*|Error while.*)\n"
-    return [re.sub(noise, "", text)]
+    findings = re.split(r"(?m)^(?=/.*: (?:warning|error): )", text)
+    return findings[1:] or findings
 
 
 def check_sources(source, build):
