@@ -301,8 +301,8 @@ void Engine::completeRun(const QString &message, const QJsonObject &data)
         phase = before;
         throw;
     }
-    publish(u"TaskCompleted"_s, message, data);
-    Q_EMIT finished(phase);
+    attempt([&] { publish(u"TaskCompleted"_s, message, data); });
+    attempt([this] { Q_EMIT finished(u"COMPLETED"_s); });
 }
 
 void Engine::setProvider(ILLMProvider *next)
@@ -336,7 +336,8 @@ void Engine::attempt(const Step &work)
     try {
         work();
     } catch (const std::exception &failure) {
-        if (error.isEmpty())
+        // A task that is stored as completed has not failed, whatever became of the news.
+        if (error.isEmpty() && phase != "COMPLETED"_L1)
             error = textOf(failure);
     }
 }

@@ -1,8 +1,12 @@
 #include "engine_fixture.h"
 
+#include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QFile>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
@@ -17,6 +21,88 @@ bool EngineFixture::runUntil(const std::function<bool()> &condition, int timeout
         loop.processEvents(QEventLoop::WaitForMoreEvents);
     }
     return condition();
+}
+
+void EngineFixture::settle()
+{
+    for (int turn = 0; turn < 20; ++turn)
+        QCoreApplication::processEvents();
+}
+
+void EngineFixture::scriptOneFile(bool asks)
+{
+    if (asks)
+        model.answer(u"orchestrator"_s, ScriptedProvider::specification({u"Какой формат?"_s}));
+    model.answer(u"orchestrator"_s, ScriptedProvider::specification());
+    model.answer(u"planner"_s,
+                 ScriptedProvider::plan({ScriptedProvider::node(u"notes"_s, u"code"_s, {{u"path"_s, u"notes.md"_s}})}));
+    model.answer(u"coordinator"_s, {{u"needs_user"_s, false}, {u"summary"_s, u"Исправляем"_s}});
+}
+
+bool EngineFixture::reach(const QString &wanted)
+{
+    scriptOneFile(wanted == "CLARIFICATION"_L1);
+    model.holding = true;
+    start(u"Сделай файл"_s, wanted == "PREVIEW"_L1);
+    const bool waits = wanted == "CLARIFICATION"_L1 || wanted == "PREVIEW"_L1;
+    return runUntil([&] {
+        if (phase() == wanted && (waits || model.held() > 0))
+            return true;
+        model.release();
+        return false;
+    });
+}
+
+QJsonArray EngineFixture::stored(const QString &table) const
+{
+    return Store(databasePath).list(table, task());
+}
+
+QJsonObject EngineFixture::storedTask() const
+{
+    return Store(databasePath).get(u"tasks"_s, task());
+}
+
+void EngineFixture::sql(const QStringList &statements) const
+{
+    const QString connection = id();
+    {
+        QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s, connection);
+        database.setDatabaseName(databasePath);
+        require(database.open(), database.lastError().text());
+        QSqlQuery query(database);
+        for (const QString &statement : statements)
+            require(query.exec(statement), statement + u": "_s + query.lastError().text());
+    }
+    QSqlDatabase::removeDatabase(connection);
+}
+
+void EngineFixture::breakStore(const QString &condition, const QString &table)
+{
+    QStringList statements;
+    for (const QString &name : table.isEmpty() ? tables : QStringList{table})
+        statements.append(u"CREATE TRIGGER break_%1 BEFORE INSERT ON %1 WHEN %2 "
+                          "BEGIN SELECT RAISE(ABORT, 'disk gone'); END"_s.arg(name, condition));
+    sql(statements);
+}
+
+void EngineFixture::breakStoreAfter(int count)
+{
+    QStringList statements{u"BEGIN"_s, u"CREATE TABLE IF NOT EXISTS written(n INTEGER)"_s, u"DELETE FROM written"_s,
+                           u"INSERT INTO written VALUES(0)"_s};
+    for (const QString &name : tables)
+        statements.append(u"CREATE TRIGGER break_%1 BEFORE INSERT ON %1 BEGIN UPDATE written SET n=n+1; "
+                          "SELECT RAISE(ABORT, 'disk gone') WHERE (SELECT n FROM written)>%2; END"_s.arg(name)
+                              .arg(count));
+    sql(statements << u"COMMIT"_s);
+}
+
+void EngineFixture::mendStore()
+{
+    QStringList statements{u"BEGIN"_s};
+    for (const QString &name : tables)
+        statements.append(u"DROP TRIGGER IF EXISTS break_"_s + name);
+    sql(statements << u"COMMIT"_s);
 }
 
 QJsonObject EngineFixture::node(const QString &id) const

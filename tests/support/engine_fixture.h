@@ -16,8 +16,7 @@
 class EngineFixture {
 public:
     explicit EngineFixture(const QString &dataFolder = {})
-        : store(dataFolder.isEmpty() ? folder.filePath(QStringLiteral("vesk.sqlite"))
-                                     : dataFolder + QStringLiteral("/vesk.sqlite"))
+        : databasePath((dataFolder.isEmpty() ? folder.path() : dataFolder) + QStringLiteral("/vesk.sqlite"))
     {
         vesk::registerPrompts();
         workspace.open(folder.filePath(QStringLiteral("project")), QStringLiteral("project"));
@@ -39,11 +38,19 @@ public:
         return runUntil([this] { return !engine.busy(); }, timeoutMs);
     }
     bool runUntil(const std::function<bool()> &condition, int timeoutMs = 20000);
+    /// Runs what is due now, so that a run that could go on has done so.
+    static void settle();
     /// Runs the event loop until the phase is reached.
     bool runToPhase(const QString &phase, int timeoutMs = 20000)
     {
         return runUntil([&] { return state(QStringLiteral("phase")).toString() == phase; }, timeoutMs);
     }
+
+    /// The chief asks nothing, or one question first; the plan is one text file; everybody approves.
+    void scriptOneFile(bool asks = false);
+    /// Starts the scripted task and lets one answer after the other out until the phase is reached; the answers to
+    /// what was asked in it are held. "PREVIEW" makes it a simulation.
+    bool reach(const QString &phase);
 
     QJsonValue state(const QString &key) const { return engine.snapshot()[key]; }
     QString phase() const { return state(QStringLiteral("phase")).toString(); }
@@ -55,11 +62,24 @@ public:
     QList<QJsonObject> eventsOf(const QString &type) const;
     QString projectFile(const QString &path) const { return folder.filePath(QStringLiteral("project/") + path); }
     QByteArray fileContent(const QString &path) const;
+
+    /// The records of the current task in a table, as another program reads them.
+    QJsonArray stored(const QString &table) const;
+    /// The task's state document in the database.
+    QJsonObject storedTask() const;
+    /// From now on a write to the database fails with "SQLite: disk gone" when the condition on the new row is met,
+    /// in one table or in all.
+    void breakStore(const QString &condition, const QString &table = {});
+    /// The first `count` writes pass, all that follow fail.
+    void breakStoreAfter(int count);
+    void mendStore();
+
     /// The text of what `work` throws; empty when it does not.
     static QString errorOf(const std::function<void()> &work);
 
     QTemporaryDir folder;
-    vesk::Store store;
+    const QString databasePath;
+    vesk::Store store{databasePath};
     vesk::EventBus events;
     vesk::Workspace workspace{store};
     vesk::PermissionManager permissions;
@@ -68,4 +88,7 @@ public:
     vesk::Engine engine{store, workspace, events, permissions, tools, &model};
     QList<QJsonObject> log;
     QStringList endings;
+
+private:
+    void sql(const QStringList &statements) const;
 };

@@ -88,6 +88,12 @@ bool ScriptedProvider::release(const QString &role)
     return true;
 }
 
+void ScriptedProvider::releaseAll()
+{
+    holding = false;
+    while (release()) { }
+}
+
 qsizetype ScriptedProvider::count(const QString &role) const
 {
     return std::ranges::count_if(requests, [&](const LLMRequest &request) { return request.role == role; });
@@ -100,6 +106,14 @@ QJsonObject ScriptedProvider::input(const QString &role, qsizetype n) const
             return request.input;
     }
     return {};
+}
+
+QStringList ScriptedProvider::asked() const
+{
+    QStringList roles;
+    for (const LLMRequest &request : requests)
+        roles.append(request.role);
+    return roles;
 }
 
 void ScriptedProvider::request(const LLMRequest &request, std::function<void(LLMResult)> callback)
@@ -117,8 +131,10 @@ void ScriptedProvider::request(const LLMRequest &request, std::function<void(LLM
 
 void ScriptedProvider::cancelAll()
 {
-    ++generation;
     ++cancellations;
+    if (deaf)
+        return;
+    ++generation;
     waiting.clear();
 }
 

@@ -23,6 +23,7 @@ public:
 
     QList<vesk::LLMRequest> requests; ///< Everything that was asked, in order.
     bool holding = false; ///< While true, answers wait for release().
+    bool deaf = false; ///< Answers what waits even after cancelAll().
     int cancellations = 0;
     QString displayName = QStringLiteral("Scripted");
 
@@ -33,6 +34,8 @@ public:
         respond(role, [result](const vesk::LLMRequest &) { return result; });
     }
     void respond(const QString &role, Responder responder) { scripts[role].push_back(std::move(responder)); }
+    /// Drops the script of a role.
+    void forget(const QString &role) { scripts.remove(role); }
 
     static vesk::LLMResult result(const QJsonObject &object);
     static vesk::LLMResult text(const QString &content);
@@ -48,11 +51,20 @@ public:
 
     /// Delivers the oldest held answer, or that of the given role; false when there is none.
     bool release(const QString &role = {});
+    /// Delivers all that is held; what is asked from now on is answered at once.
+    void releaseAll();
     qsizetype held() const { return qsizetype(waiting.size()); }
     /// How often a role was asked.
     qsizetype count(const QString &role) const;
     /// The input of the nth request of a role, from 0.
     QJsonObject input(const QString &role, qsizetype n = 0) const;
+    /// What the stage handed over with that request.
+    QJsonObject artifact(const QString &role, qsizetype n = 0) const
+    {
+        return input(role, n)[QStringLiteral("artifact")].toObject();
+    }
+    /// The roles of all requests, in order.
+    QStringList asked() const;
 
     void request(const vesk::LLMRequest &request, std::function<void(vesk::LLMResult)> callback) override;
     void cancelAll() override;
