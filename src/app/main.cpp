@@ -1,8 +1,13 @@
 #include "command_line.h"
 #include "console.h"
+#include "credential_store.h"
+#include "endpoints.h"
+#include "environment.h"
 #include "folder_lock.h"
 #include "helpers.h"
+#include "live_smoke.h"
 #include "mock_provider.h"
+#include "openai_provider.h"
 #include "process_signals.h"
 #include "roles.h"
 #include "run_mode.h"
@@ -12,6 +17,10 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QUrl>
+
+#include <memory>
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
@@ -37,12 +46,41 @@ QString preparedDataFolder(const CommandLine &line)
     return folder;
 }
 
+/// The key in the variable that the options name, which is gone from the environment after this.
+QString givenKey(const RunOptions &options)
+{
+    if (options.keyVariable.isEmpty())
+        return {};
+    const QString key = takeSecretVariable(options.keyVariable);
+    require(!key.isEmpty(), u"--key-env: переменная "_s + options.keyVariable + u" не задана"_s);
+    return key;
+}
+
+/// The model that answers: a server, or the demonstration.
+std::unique_ptr<ILLMProvider> makeModel(const RunOptions &options, const QString &key)
+{
+    if (options.endpoint.isEmpty()) {
+        auto mock = std::make_unique<MockProvider>();
+        mock->delayMs = options.mockDelayMs;
+        return mock;
+    }
+    auto client = std::make_unique<OpenAICompatibleProvider>();
+    client->url = options.endpoint;
+    client->model = options.model;
+    client->root = options.projectFolder;
+    client->useResponses = QUrl(options.endpoint).host() == openAiHost();
+    client->key = options.keyVariable.isEmpty() ? CredentialStore::read(connectionTarget(options.endpoint)) : key;
+    return client;
+}
+
 int runTask(const CommandLine &line)
 {
     const ProcessSignals requests;
     RunOptions options;
+    QString key;
     try {
         options = parseRunOptions(line.all());
+        key = givenKey(options);
     } catch (const std::exception &fault) {
         printErrorLine(textOf(fault) + u"\nСправка: vesk --help"_s);
         return usageError;
@@ -55,11 +93,18 @@ int runTask(const CommandLine &line)
                        + u"\nДождитесь его завершения или укажите другую папку через --data-dir."_s);
         return usageError;
     }
-    MockProvider model;
-    model.delayMs = options.mockDelayMs;
-    RunMode mode(options, folder, model);
+    CredentialStore::setDataFolder(folder);
+    const std::unique_ptr<ILLMProvider> model = makeModel(options, key);
+    RunMode mode(options, folder, *model);
     QObject::connect(&requests, &ProcessSignals::endRequested, &mode, &RunMode::interrupt);
     return mode.exec();
+}
+
+int runLive(const CommandLine &line)
+{
+    const QTemporaryDir temporary;
+    CredentialStore::setDataFolder(preparedDataFolder(line));
+    return runLiveSmoke(line.value(u"--live-smoke"_s), temporary.path());
 }
 
 int runMode(const CommandLine &line)
@@ -73,6 +118,8 @@ int runMode(const CommandLine &line)
         return 0;
     case Mode::Run:
         return runTask(line);
+    case Mode::LiveSmoke:
+        return runLive(line);
     default:
         return unavailable(line);
     }

@@ -12,6 +12,9 @@ struct RunOptions {
     QString projectFolder; ///< Absolute.
     qint64 budget = 1000000; ///< Tokens.
     QJsonObject buildCommand; ///< {"program", "arguments"} or empty.
+    QString endpoint; ///< Base address of a model server; empty for the demonstration model.
+    QString model;
+    QString keyVariable; ///< Environment variable that holds the key.
     QStringList answers; ///< For questions, in order.
     bool simulate = false;
     bool allowCommands = false;

@@ -1,0 +1,122 @@
+#include "live_smoke.h"
+
+#include "credential_store.h"
+#include "endpoints.h"
+#include "engine.h"
+#include "event_bus.h"
+#include "openai_provider.h"
+#include "permissions.h"
+#include "store.h"
+#include "tool_router.h"
+#include "workspace.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
+#include <QTimer>
+
+#include <chrono>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr int usageError = 2;
+constexpr int timedOut = 3;
+constexpr qint64 budgetTokens = 1000000;
+constexpr auto longestRun = std::chrono::seconds(900);
+
+QString request()
+{
+    return u"Создай качественную игру змейка в одном локальном index.html: чёрно-белое оформление, плавная анимация, "
+           "счёт, пауза, перезапуск, клавиши стрелок и экранные кнопки. Без библиотек, сборки и сети. Технические "
+           "решения выбери сам, уточнения не нужны."_s;
+}
+
+QString answer()
+{
+    return u"Исправьте все технические ошибки самостоятельно. Один локальный index.html, без внешних библиотек и "
+           "установки. Управление стрелками и экранными кнопками, счёт, пауза, перезапуск, анимация. Выберите "
+           "разумные значения самостоятельно."_s;
+}
+
+bool isLogged(const QString &type)
+{
+    static const QStringList logged{u"PhaseChanged"_s, u"AgentStarted"_s, u"AgentFinished"_s, u"RetryScheduled"_s};
+    return logged.contains(type);
+}
+
+void writeResult(const QString &folder, const QJsonObject &state)
+{
+    QFile file(folder + u"/live-result.json"_s);
+    if (file.open(QIODevice::WriteOnly))
+        file.write(QJsonDocument(state).toJson(QJsonDocument::Indented));
+}
+
+/// Answers the question once the engine's step that asked it is over.
+void answerLater(Engine &engine)
+{
+    if (engine.phaseCode() != "CLARIFICATION"_L1)
+        return;
+    QTimer::singleShot(0, &engine, [&engine] {
+        if (engine.phaseCode() == "CLARIFICATION"_L1)
+            engine.clarify(answer());
+    });
+}
+
+} // namespace
+
+int runLiveSmoke(const QString &folder, const QString &temporaryFolder)
+{
+    if (folder.isEmpty())
+        return usageError;
+    Store store(temporaryFolder + u"/live.sqlite"_s);
+    EventBus events;
+    Workspace workspace(store);
+    workspace.open(QDir().absoluteFilePath(folder), u"live-smoke"_s);
+    PermissionManager permissions;
+    ToolRouter tools(&workspace, &events, &permissions);
+    OpenAICompatibleProvider provider;
+    provider.url = endpoint(u"Alem Plus"_s);
+    provider.model = u"qwen3-8"_s;
+    provider.timeoutMs = 180000;
+    provider.temperature = 0.2;
+    provider.key = CredentialStore::read(connectionTarget(provider.url));
+    if (provider.key.isEmpty())
+        return usageError;
+
+    Engine engine(store, workspace, events, permissions, tools, &provider);
+    QElapsedTimer clock;
+    clock.start();
+    QObject::connect(&events, &EventBus::event, &engine, [&](const QJsonObject &event) {
+        const QString type = event["type"_L1].toString();
+        if (isLogged(type))
+            qInfo("%lld %s %s", static_cast<long long>(clock.elapsed()), qPrintable(type),
+                  qPrintable(event["message"_L1].toString()));
+    });
+    QObject::connect(&engine, &Engine::changed, &engine, [&] { answerLater(engine); });
+    QObject::connect(&engine, &Engine::finished, &engine, [&](const QString &status) {
+        writeResult(folder, engine.snapshot());
+        qInfo("RESULT %s elapsed_ms %lld", qPrintable(status), static_cast<long long>(clock.elapsed()));
+        QCoreApplication::exit(status == "COMPLETED"_L1 ? 0 : 1);
+    });
+    QTimer::singleShot(longestRun, &engine, [&] {
+        engine.cancel();
+        QCoreApplication::exit(timedOut);
+    });
+    QTimer::singleShot(0, &engine, [&] {
+        try {
+            engine.start(request(), false, budgetTokens, {});
+        } catch (const std::exception &fault) {
+            qCritical("%s", fault.what());
+            QCoreApplication::exit(1);
+        }
+    });
+    return QCoreApplication::exec();
+}
+
+} // namespace vesk
