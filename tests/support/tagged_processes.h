@@ -3,6 +3,7 @@
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
+#include <QTest>
 #include <QUuid>
 
 #include <unistd.h>
@@ -28,7 +29,19 @@ public:
         return count;
     }
 
+    /// Waits, on a busy machine for a good while, until so many are alive, or none.
+    bool growTo(int count) const
+    {
+        return QTest::qWaitFor([this, count] { return alive() >= count; }, limitMs);
+    }
+    bool vanish() const
+    {
+        return QTest::qWaitFor([this] { return alive() == 0; }, limitMs);
+    }
+
 private:
+    static constexpr int limitMs = 30000;
+
     bool isTagged(int process) const
     {
         QFile file(QStringLiteral("/proc/%1/environ").arg(process));

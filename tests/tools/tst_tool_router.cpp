@@ -97,6 +97,8 @@ struct Desk {
 const QString treeProgram = QStringLiteral(PROCESS_TREE_PROGRAM);
 // A guard that the application has started, its second, and the program.
 constexpr int processesOfARun = 3;
+// What takes milliseconds may take seconds on a busy machine.
+constexpr std::chrono::seconds patience(30);
 
 qint64 peakMemoryKib()
 {
@@ -415,7 +417,7 @@ void ToolRouterTest::withoutItsFolderAProgramIsNotStarted()
     desk->folder.remove();
     desk->start(u"run_command"_s, Desk::command(u"/bin/sh"_s, {u"-c"_s, u"exit 0"_s}));
     QCOMPARE(desk->answers.size(), 0);
-    QTRY_COMPARE(desk->answers.size(), 1);
+    QTRY_COMPARE_WITH_TIMEOUT(desk->answers.size(), 1, patience);
     QCOMPARE(desk->answers.first()["exit_code"], QJsonValue(-1));
     QCOMPARE(desk->answers.first()["success"], QJsonValue(false));
     QVERIFY(!desk->answers.first().contains("error"));
@@ -434,7 +436,7 @@ void ToolRouterTest::aStartThatFailsAtOnceIsAnsweredLater()
         QCOMPARE(desk->answers.size(), 0);
         if (cancelled)
             desk->router->cancelAll();
-        QTRY_VERIFY(desk->router->children().isEmpty());
+        QTRY_VERIFY_WITH_TIMEOUT(desk->router->children().isEmpty(), patience);
         QCOMPARE(desk->answers.size(), cancelled ? 0 : 1);
     }
 }
@@ -531,7 +533,7 @@ void ToolRouterTest::aProgramIsKilledAtItsTimeLimit()
     clock.start();
     const QJsonObject record = desk->shell(u"trap '' TERM; echo before; sleep 600 & sleep 600"_s, 200);
     QCOMPARE(tagged.alive(), 0);
-    QCOMPARE_LT(clock.elapsed(), 5000);
+    QCOMPARE_LT(clock.elapsed(), 10000);
     QCOMPARE(record["success"], QJsonValue(false));
     QCOMPARE(record["timed_out"], QJsonValue(true));
     QCOMPARE(record["exit_code"], QJsonValue(9));
@@ -564,7 +566,7 @@ void ToolRouterTest::nothingOutlivesItsAction()
     const QJsonObject record = desk->run(treeProgram, arguments, timedOut ? 500 : 30000);
     // Without its outer guard a run is over for us a moment before the inner one has cleared up.
     if (arguments.first() == "kill-outer-guard")
-        QTRY_COMPARE(tagged.alive(), 0);
+        QVERIFY(tagged.vanish());
     QCOMPARE(tagged.alive(), 0);
     QCOMPARE(record["exit_code"], QJsonValue(exitCode));
     QCOMPARE(record["timed_out"], QJsonValue(timedOut));
@@ -576,12 +578,12 @@ void ToolRouterTest::cancellingKillsEverythingInSilence()
     const TaggedProcesses tagged;
     for (const QStringList &arguments : {QStringList{u"grow"_s, u"5"_s, u"2"_s}, QStringList{u"close-all"_s}})
         desk->start(u"run_command"_s, Desk::command(treeProgram, arguments));
-    QTRY_COMPARE_GE(tagged.alive(), 2 * processesOfARun + 5 + 25 + 1);
+    QVERIFY(tagged.growTo(2 * processesOfARun + 5 + 25 + 1));
 
     desk->router->cancelAll();
     desk->log.clear();
-    QTRY_COMPARE(tagged.alive(), 0);
-    QTRY_VERIFY(desk->router->children().isEmpty());
+    QVERIFY(tagged.vanish());
+    QTRY_VERIFY_WITH_TIMEOUT(desk->router->children().isEmpty(), patience);
     QVERIFY(desk->log.isEmpty());
     QVERIFY(desk->answers.isEmpty());
 
@@ -594,7 +596,7 @@ void ToolRouterTest::theEndOfTheRouterEndsItsPrograms()
     const TaggedProcesses tagged;
     desk->start(u"run_command"_s, Desk::command(treeProgram, {u"grow"_s, u"5"_s, u"1"_s}));
     desk->start(u"run_command"_s, Desk::sleeping());
-    QTRY_COMPARE_GE(tagged.alive(), 2 * processesOfARun + 5 + 2);
+    QVERIFY(tagged.growTo(2 * processesOfARun + 5 + 2));
     desk->router.reset();
     QCOMPARE(tagged.alive(), 0);
     QVERIFY(desk->answers.isEmpty());
@@ -608,7 +610,7 @@ void ToolRouterTest::programsRunSideBySide()
     for (int run = 0; run < 20; ++run) {
         desk->start(u"run_command"_s, Desk::command(u"/bin/sh"_s, {u"-c"_s, script, u"sh"_s, QString::number(run)}));
     }
-    QTRY_COMPARE_WITH_TIMEOUT(desk->answers.size(), 20, 25000);
+    QTRY_COMPARE_WITH_TIMEOUT(desk->answers.size(), 20, patience);
     QSet<int> codes;
     for (const QJsonObject &record : std::as_const(desk->answers)) {
         QCOMPARE(record["exit_code"].toInt(), record["arguments"]["arguments"][3].toString().toInt());
@@ -627,7 +629,7 @@ void ToolRouterTest::aCallbackMayStartTheNextProgram()
     };
     desk->router->execute(u"task"_s, u"agent"_s, allTools, u"run_command"_s,
                           Desk::command(u"/bin/sh"_s, {u"-c"_s, u"exit 1"_s}), next);
-    QTRY_COMPARE(done, 5);
+    QTRY_COMPARE_WITH_TIMEOUT(done, 5, patience);
 }
 
 void ToolRouterTest::aCallbackMayCancelTheOthers()
@@ -640,8 +642,8 @@ void ToolRouterTest::aCallbackMayCancelTheOthers()
                               called = true;
                               desk->router->cancelAll();
                           });
-    QTRY_VERIFY(called);
-    QTRY_COMPARE(tagged.alive(), 0);
+    QTRY_VERIFY_WITH_TIMEOUT(called, patience);
+    QVERIFY(tagged.vanish());
     QVERIFY(desk->answers.isEmpty());
 }
 
@@ -652,7 +654,7 @@ void ToolRouterTest::aCallbackMayDeleteTheRouter()
     desk->router->execute(u"task"_s, u"agent"_s, allTools, u"run_command"_s,
                           Desk::command(u"/bin/sh"_s, {u"-c"_s, u"exit 0"_s}),
                           [&](const QJsonObject &) { desk->router.reset(); });
-    QTRY_VERIFY(!desk->router);
+    QTRY_VERIFY_WITH_TIMEOUT(!desk->router, patience);
     QCOMPARE(tagged.alive(), 0);
     QVERIFY(desk->answers.isEmpty());
 
@@ -676,14 +678,14 @@ void ToolRouterTest::whatACallbackThrowsGoesNoFurther()
     QTest::ignoreMessage(QtWarningMsg, "A tool's callback: not my day");
     desk->router->execute(u"task"_s, u"agent"_s, allTools, u"run_command"_s,
                           Desk::command(u"/bin/sh"_s, {u"-c"_s, u"exit 0"_s}), throwing);
-    QTRY_COMPARE(calls, 2);
+    QTRY_COMPARE_WITH_TIMEOUT(calls, 2, patience);
     QCOMPARE(desk->shell(u"exit 0"_s)["success"], QJsonValue(true));
 }
 
 void ToolRouterTest::manyRunsLeaveNoDescriptorsOpen()
 {
     desk->shell(u"exit 0"_s);
-    QTRY_VERIFY(desk->router->children().isEmpty());
+    QTRY_VERIFY_WITH_TIMEOUT(desk->router->children().isEmpty(), patience);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     const int before = openDescriptors();
     for (int run = 0; run < 200; ++run)
