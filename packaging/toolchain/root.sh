@@ -64,27 +64,27 @@ install_packages() {
     { "${quietly[@]}" update || true; "${quietly[@]}" install --no-install-recommends "$@"; } </dev/null >&2 9>&- \
         || die "could not install $*"
 }
-# Run with the lock held, so that two callers do not install side by side.
+# Installs what is missing, or tells an ordinary user the one line that does.
 prepare_host() {
-    local missing=() commands=() range
+    local missing=() commands=() range line
     mapfile -t missing < <(missing_packages)
     if [ ${#missing[@]} -gt 0 ]; then
         command -v apt-get >/dev/null || die "needs Qt 6.8 or later with its development files, CMake, Ninja" \
             "and a C++20 compiler; or, to make a Debian 13 root with them: ${missing[*]}"
         [ "$uid" != 0 ] || { install_packages "${missing[@]}"; return; }
+        apt-cache show "${missing[@]}" >/dev/null 2>&1 || commands+=("apt-get update")
         commands+=("apt-get install -y --no-install-recommends ${missing[*]}")
     fi
     if [ "$uid" != 0 ] && ! has_subordinate_ids; then
         range=$(free_subordinate_ids)
         commands+=("usermod --add-subuids $range --add-subgids $range $user")
     fi
-    case ${#commands[@]} in
-    0) ;;
-    1) die "run this once, then try again:
-sudo ${commands[0]}" ;;
-    *) die "run this once, then try again:
-sudo sh -c '${commands[0]} && ${commands[1]}'" ;;
-    esac
+    [ ${#commands[@]} -gt 0 ] || return 0
+    line=$(printf ' && %s' "${commands[@]}")
+    line=${line# && }
+    [ ${#commands[@]} = 1 ] || line="sh -c '$line'"
+    die "run this once, then try again:
+sudo $line"
 }
 # Kernels that keep namespaces from ordinary users have one switch each.
 check_namespaces() {

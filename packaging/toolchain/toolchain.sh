@@ -38,14 +38,18 @@ lock_build() {
     flock -n "$lock" || { echo "waiting for another build in $build" >&2; flock "$lock"; }
 }
 # Configures if that never came to its end, or was done for another toolchain, place or preset. What has changed
-# since then in the CMake files is ninja's to see.
+# since then in the CMake files is ninja's to see; that another toolchain made an object file is not.
 configure() {
-    local for_whom
-    for_whom="$VESK_TOOLCHAIN $checkout $(cksum <"$checkout/CMakePresets.json")"
-    [ "$(cat "$build/.configured" 2>/dev/null)" != "$for_whom" ] || [ ! -e "$build/build.ninja" ] || return 0
-    rm -f "$build/.configured"
+    local stamp=$build/.configured place
+    place="$checkout $(cksum <"$checkout/CMakePresets.json")"
+    [ "$(cat "$stamp" 2>/dev/null)" != "$VESK_TOOLCHAIN
+$place" ] || [ ! -e "$build/build.ninja" ] || return 0
+    if [ -e "$stamp" ] && [ "$(head -n 1 "$stamp")" != "$VESK_TOOLCHAIN" ]; then
+        find "$build" -mindepth 1 -maxdepth 1 ! -name .lock ! -name .configured -exec rm -rf {} +
+    fi
+    rm -f "$stamp"
     (cd "$checkout" && cmake --fresh --preset release) >&2
-    echo "$for_whom" >"$build/.configured"
+    printf '%s\n%s\n' "$VESK_TOOLCHAIN" "$place" >"$stamp"
 }
 # Builds the given targets, all without one. Silent when there is nothing to do; else progress on standard error.
 build() {
