@@ -15,12 +15,15 @@ bool EngineFixture::runUntil(const std::function<bool()> &condition, int timeout
 {
     QEventLoop loop;
     QDeadlineTimer deadline(timeoutMs);
-    while (!condition() && !deadline.hasExpired()) {
+    // Asked once each time: a condition may take what it finds.
+    bool met = condition();
+    while (!met && !deadline.hasExpired()) {
         // A timer wakes the loop, so that a run that stands still is noticed.
         QTimer::singleShot(20, &loop, &QEventLoop::quit);
         loop.processEvents(QEventLoop::WaitForMoreEvents);
+        met = condition();
     }
-    return condition();
+    return met;
 }
 
 void EngineFixture::settle()
