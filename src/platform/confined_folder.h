@@ -16,7 +16,7 @@ namespace vesk {
 /// own and looked at before the next (`Walk::ByComponent`, which tests choose, too).
 ///
 /// Paths are relative, of components parted by single slashes, none of them empty, "." or ".."; the caller sees to
-/// that. Nothing blocks on a FIFO, no device is opened.
+/// that. Nothing blocks on a FIFO.
 ///
 /// A file gets its new content whole: the content is written and flushed to disk under no name, or beside the target
 /// as `.vesk-<process>-<16 hexadecimal digits>.tmp`, and takes the name in one step. A file of that pattern is left

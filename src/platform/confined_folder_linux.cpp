@@ -50,8 +50,11 @@ long mountOf(int descriptor)
     return line ? std::strtol(line + 7, nullptr, 10) : -1;
 }
 
-/// Opens one component. Fails as the kernel's own walk does: ELOOP for a link, ENOTDIR for what should be a folder.
-Descriptor openComponent(int folder, const QByteArray &name, int flags)
+constexpr long anyMount = -2;
+
+/// Opens one component. Fails as the kernel's own walk does, and in its order: ELOOP for a link, EXDEV for what is on
+/// another mount than `home`, ENOTDIR for what should be a folder.
+Descriptor openComponent(int folder, const QByteArray &name, int flags, long home)
 {
     // With O_DIRECTORY a link would be told apart from a file no longer.
     Descriptor next(::openat(folder, name.constData(), (flags & ~O_DIRECTORY) | O_NOFOLLOW | O_CLOEXEC));
@@ -59,19 +62,23 @@ Descriptor openComponent(int folder, const QByteArray &name, int flags)
     if (!next || ::fstat(next.get(), &status) != 0)
         return {};
 
-    const bool isLink = S_ISLNK(status.st_mode);
-    if (isLink || ((flags & O_DIRECTORY) && !S_ISDIR(status.st_mode))) {
-        errno = isLink ? ELOOP : ENOTDIR;
-        return {};
-    }
-    return next;
+    int error = 0;
+    if (S_ISLNK(status.st_mode))
+        error = ELOOP;
+    else if (home != anyMount && mountOf(next.get()) != home)
+        error = EXDEV;
+    else if ((flags & O_DIRECTORY) && !S_ISDIR(status.st_mode))
+        error = ENOTDIR;
+    if (error == 0)
+        return next;
+    errno = error;
+    return {};
 }
 
-/// What openInKernel does, a component at a time. The first component that is on another mount ends it with EXDEV
-/// unless `mounts` allows that.
+/// What openInKernel does, a component at a time.
 Descriptor openByComponent(int folder, const QByteArray &path, int flags, bool mounts)
 {
-    const long home = mounts ? 0 : mountOf(folder);
+    const long home = mounts ? anyMount : mountOf(folder);
     const QList<QByteArray> names = path.split('/');
     Descriptor current;
     for (qsizetype i = 0; i < names.size(); ++i) {
@@ -79,14 +86,10 @@ Descriptor openByComponent(int folder, const QByteArray &path, int flags, bool m
             errno = EXDEV;
             return {};
         }
-        const bool isLast = i + 1 == names.size();
-        current = openComponent(current ? current.get() : folder, names[i], isLast ? flags : O_PATH | O_DIRECTORY);
+        const int folderFlags = i + 1 == names.size() ? flags : O_PATH | O_DIRECTORY;
+        current = openComponent(current ? current.get() : folder, names[i], folderFlags, home);
         if (!current)
-            return {};
-        if (!mounts && mountOf(current.get()) != home) {
-            errno = EXDEV;
-            return {};
-        }
+            break;
     }
     return current;
 }

@@ -5,6 +5,7 @@
 
 #include <QRandomGenerator>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
@@ -22,12 +23,21 @@ namespace {
 using Result = ConfinedFolder::Result;
 
 constexpr int patienceMs = 100;
-constexpr int givingBackAttempts = 10000;
+constexpr int givingBackAttempts = 100;
+constexpr off_t rememberedBytes = 4 << 20;
 
 /// The file system can't exchange, or not without overwriting.
 bool lacksRenameFlags(int error)
 {
     return error == EINVAL || error == ENOSYS || error == EPERM || error == ENOTSUP;
+}
+
+/// Why a new file can't have the name it is to get.
+Result refusalOfName(int error)
+{
+    if (error == EEXIST)
+        return Result::Exists;
+    return error == ENAMETOOLONG ? Result::Unwritable : Result::Failed;
 }
 
 bool renameAt(int folder, const QByteArray &from, const QByteArray &to, unsigned flags = 0)
@@ -125,9 +135,8 @@ Result Temporary::fill(const QByteArray &bytes, unsigned mode)
 
 void Temporary::takeAfter(const ConfinedFolder::Content &old)
 {
-    // Another owner is possible for root alone: the file of the user who started us with his rights stays his.
-    if (old.user != ::geteuid() || old.group != ::getegid())
-        (void)!::fchown(file.get(), old.user, old.group);
+    // Another owner can be given by root alone, and then a user's file stays his.
+    (void)!::fchown(file.get(), old.user, old.group);
     ::fchmod(file.get(), old.mode);
 }
 
@@ -153,51 +162,62 @@ bool Temporary::settle()
 
 Result Temporary::publish(const QByteArray &target)
 {
-    if (name.isEmpty()) {
-        if (linkAs(target))
-            return Result::Done;
-        return errno == EEXIST ? Result::Exists : Result::Failed;
-    }
+    if (name.isEmpty())
+        return linkAs(target) ? Result::Done : refusalOfName(errno);
     if (renameAt(folder, name, target, RENAME_NOREPLACE)) {
         release();
         return Result::Done;
     }
-    if (errno == EEXIST)
-        return Result::Exists;
     if (!lacksRenameFlags(errno))
-        return Result::Failed;
+        return refusalOfName(errno);
     // A second name doesn't overwrite either; the first goes with the object.
     if (::linkat(folder, name.constData(), folder, target.constData(), 0) == 0)
         return Result::Done;
-    if (errno == EEXIST)
-        return Result::Exists;
-
     struct stat there;
-    if (::fstatat(folder, target.constData(), &there, AT_SYMLINK_NOFOLLOW) == 0)
+    if (errno == EEXIST || ::fstatat(folder, target.constData(), &there, AT_SYMLINK_NOFOLLOW) == 0)
         return Result::Exists;
     if (!renameAt(folder, name, target))
-        return Result::Failed;
+        return refusalOfName(errno);
     release();
     return Result::Done;
 }
 
+/// What a file was at some moment: which one, its size, and its bytes up to a limit that no file of ours passes.
+struct Memory {
+    dev_t device;
+    ino_t node;
+    off_t size;
+    QByteArray bytes;
+
+    Memory(const struct stat &status, const QByteArray &bytes)
+        : device(status.st_dev)
+        , node(status.st_ino)
+        , size(status.st_size)
+        , bytes(bytes)
+    {
+    }
+};
+
 /// What stands under a name, looked at closely: content and, where the file system tells, whether somebody has it open
-/// for writing. As long as the object lives, nobody can begin to write without our noticing.
+/// for writing. Once it was found quiet, nobody can begin to write without our noticing, until letGo() or the end of
+/// the object.
 class Sight {
 public:
     Sight(int folder, const QByteArray &name, bool leases);
 
+    bool isNothing() const { return status.st_nlink == 0; }
     /// It's a regular file with one name that holds these bytes, and nobody is writing to it.
-    bool holds(const QByteArray &bytes);
-    /// The same, but who has it open for writing and writes nothing for a while doesn't count.
-    bool holdsForNow(const QByteArray &bytes);
-    bool isSameFile(const struct stat &other) const;
-    /// Same file, and nobody wrote to it since.
-    bool isUntouchedSince(const Sight &other) const;
+    bool holds(const QByteArray &bytes) const;
+    /// It's the file remembered, and when nobody is writing to it any more it is as it was. Who has it open and writes
+    /// nothing for a while doesn't count.
+    bool settlesAs(const Memory &memory) const;
+    Memory remember() const;
+    void letGo() const;
 
 private:
     bool isQuiet() const;
-    bool contains(const QByteArray &bytes) const;
+    bool contains(off_t size, const QByteArray &bytes) const;
+    QByteArray start(qint64 limit) const;
 
     Descriptor file;
     struct stat status = {};
@@ -216,58 +236,78 @@ Sight::Sight(int folder, const QByteArray &name, bool leases)
             = Descriptor(::openat(folder, name.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 }
 
+/// A lease is refused while somebody has the file open for writing. Who opens it later has to wait for us to let go,
+/// and the lease shows that.
 bool Sight::isQuiet() const
 {
-    if (!leases)
+    if (!leases || !file || ::fcntl(file.get(), F_GETLEASE) == F_RDLCK)
         return true;
-    // A lease is refused while somebody has the file open for writing. Who wants to open it later has to wait for us
-    // to let go, which the kernel tells by a signal; the usual one would end the process.
-    if (::fcntl(file.get(), F_GETLEASE) == F_RDLCK)
-        return true;
+    // The kernel tells us of a waiting writer by a signal, too; the usual one would end the process.
     ::fcntl(file.get(), F_SETSIG, SIGURG);
     return ::fcntl(file.get(), F_SETLEASE, F_RDLCK) == 0 || errno != EAGAIN;
 }
 
-bool Sight::contains(const QByteArray &bytes) const
+void Sight::letGo() const
 {
-    QByteArray found(bytes.size() + 1, Qt::Uninitialized);
-    qsizetype done = 0;
-    while (done <= bytes.size()) {
-        const ssize_t got = ::pread(file.get(), found.data() + done, size_t(found.size() - done), done);
+    if (leases && file)
+        ::fcntl(file.get(), F_SETLEASE, F_UNLCK);
+}
+
+QByteArray Sight::start(qint64 limit) const
+{
+    QByteArray bytes(limit, Qt::Uninitialized);
+    qint64 done = 0;
+    while (done < limit) {
+        const ssize_t got = ::pread(file.get(), bytes.data() + done, size_t(limit - done), done);
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)
             break;
         done += got;
     }
-    return QByteArrayView(found).first(done) == bytes;
+    bytes.truncate(done);
+    return bytes;
 }
 
-bool Sight::holds(const QByteArray &bytes)
+bool Sight::contains(off_t size, const QByteArray &bytes) const
 {
-    return file && status.st_nlink == 1 && isQuiet() && contains(bytes) && isQuiet();
+    struct stat latest;
+    return ::fstat(file.get(), &latest) == 0 && latest.st_size == size && start(bytes.size()) == bytes;
 }
 
-bool Sight::holdsForNow(const QByteArray &bytes)
+bool Sight::holds(const QByteArray &bytes) const
 {
-    for (int waitedMs = 0; file && contains(bytes); ++waitedMs) {
-        if (holds(bytes) || waitedMs == patienceMs)
-            return true;
+    return file && status.st_nlink == 1 && isQuiet() && contains(bytes.size(), bytes) && isQuiet();
+}
+
+Memory Sight::remember() const
+{
+    if (!file)
+        return {status, {}};
+    // Who is writing now may go on; who isn't can't begin until we let go.
+    isQuiet();
+    struct stat latest = status;
+    ::fstat(file.get(), &latest);
+    return {latest, start(std::min<off_t>(latest.st_size, rememberedBytes))};
+}
+
+bool Sight::settlesAs(const Memory &memory) const
+{
+    if (status.st_dev != memory.device || status.st_ino != memory.node)
+        return false;
+    const auto isAsItWas = [&] { return !file || contains(memory.size, memory.bytes); };
+    for (int waitedMs = 0; waitedMs < patienceMs; ++waitedMs) {
+        if (isQuiet()) {
+            if (!isAsItWas())
+                return false;
+            // Who came to write meanwhile waits for our lease; he may go on.
+            if (isQuiet())
+                return true;
+        }
+        letGo();
         ::usleep(1000);
     }
-    return false;
-}
-
-bool Sight::isSameFile(const struct stat &other) const
-{
-    return status.st_dev == other.st_dev && status.st_ino == other.st_ino;
-}
-
-bool Sight::isUntouchedSince(const Sight &other) const
-{
-    return isSameFile(other.status) && status.st_size == other.status.st_size
-        && status.st_mtim.tv_sec == other.status.st_mtim.tv_sec
-        && status.st_mtim.tv_nsec == other.status.st_mtim.tv_nsec;
+    return isAsItWas();
 }
 
 /// Puts a settled temporary file in the place of one that is to hold `old`.
@@ -287,6 +327,7 @@ public:
 private:
     Result overwrite(const QByteArray &old);
     void giveBack(std::unique_ptr<Sight> theirs);
+    void discard();
     bool swap() { return renameAt(folder, ours.path(), target, RENAME_EXCHANGE); }
     std::unique_ptr<Sight> look() { return std::make_unique<Sight>(folder, ours.path(), leases); }
 
@@ -309,44 +350,78 @@ Result Exchange::run(const QByteArray &old)
         giveBack(std::move(cameOut));
         return Result::Changed;
     }
-    // Removed while the sight still holds its lease: nobody is writing to what goes.
+    discard();
+    return Result::Done;
+}
+
+/// Removes what the exchange left in our hands. To be called while its sight is there, so that nobody begins to write
+/// to it before it's gone.
+void Exchange::discard()
+{
     ::unlinkat(folder, ours.path().constData(), 0);
     ours.release();
-    return Result::Done;
 }
 
 /// The best without an exchange: a last look just before.
 Result Exchange::overwrite(const QByteArray &old)
 {
-    if (!Sight(folder, target, leases).holds(old))
-        return Result::Changed;
+    Sight there(folder, target, leases);
+    if (!there.holds(old))
+        return there.isNothing() ? Result::Missing : Result::Changed;
     if (!renameAt(folder, ours.path(), target))
         return Result::Failed;
     ours.release();
     return Result::Done;
 }
 
-/// The name must end with what was saved last. An exchange brings out what stood there until then: as long as that
-/// isn't what we had put there, untouched, somebody saved meanwhile, and that is newer than what went in.
+/// The name must end with what was saved last. An exchange brings out what stood there until then. Unless that is what
+/// we had put there, untouched, somebody saved meanwhile: another file, or into the one that he found. It goes back,
+/// and what comes out then is looked at in the same way. There's no going by times: they can be the same for
+/// milliseconds.
 void Exchange::giveBack(std::unique_ptr<Sight> theirs)
 {
-    std::unique_ptr<Sight> put; // None yet: our own file.
+    Memory put(ours.status(), bytes);
     for (int i = 0; i < givingBackAttempts; ++i) {
+        Memory next = theirs->remember();
         if (!swap()) {
             // Nothing stands there any more, or nothing can be done: what we hold must not go with us.
             if (errno != ENOENT || renameAt(folder, ours.path(), target, RENAME_NOREPLACE) || errno != EEXIST)
                 break;
             continue;
         }
-        std::unique_ptr<Sight> cameOut = look();
-        const bool isWhatWePut
-            = put ? cameOut->isUntouchedSince(*put) : cameOut->isSameFile(ours.status()) && cameOut->holdsForNow(bytes);
-        if (isWhatWePut)
-            return;
-        put = std::move(theirs);
-        theirs = std::move(cameOut);
+        theirs->letGo();
+        theirs = look();
+        if (theirs->settlesAs(put))
+            return discard();
+        put = std::move(next);
     }
     ours.release();
+}
+
+/// The best without renaming aside: a last look just before.
+Result lookAndRemove(int folder, const QByteArray &name, const QByteArray &old, bool leases)
+{
+    Sight there(folder, name, leases);
+    if (!there.holds(old))
+        return there.isNothing() ? Result::Missing : Result::Changed;
+    return ::unlinkat(folder, name.constData(), 0) == 0 ? Result::Done : Result::Failed;
+}
+
+/// Takes the file out of the way first, then looks whether it was the right one.
+Result takeAndRemove(int folder, const QByteArray &name, const QByteArray &old, bool leases)
+{
+    const QByteArray aside = temporaryName();
+    if (!renameAt(folder, name, aside, RENAME_NOREPLACE)) {
+        if (errno == ENOENT)
+            return Result::Missing;
+        return lacksRenameFlags(errno) ? lookAndRemove(folder, name, old, leases) : Result::Failed;
+    }
+    Sight taken(folder, aside, leases);
+    const bool isOld = taken.holds(old);
+    // If the place of a changed one is taken again, that was saved later, and this one is what it replaced.
+    if (isOld || (!renameAt(folder, aside, name, RENAME_NOREPLACE) && errno == EEXIST))
+        ::unlinkat(folder, aside.constData(), 0);
+    return isOld ? Result::Done : Result::Changed;
 }
 
 } // namespace
@@ -367,8 +442,8 @@ ConfinedFolder::Result ConfinedFolder::create(const Spot &spot, const QByteArray
 ConfinedFolder::Result ConfinedFolder::replace(const Spot &spot, const QByteArray &bytes, const Content &old) const
 {
     // A replacement needs no right to the file, but who made it read-only meant that.
-    if (::faccessat(spot.folder.get(), spot.name.constData(), W_OK, 0) != 0)
-        return errno == ENOENT ? Result::Missing : Result::Unwritable;
+    if (::faccessat(spot.folder.get(), spot.name.constData(), W_OK, 0) != 0 && errno != ENOENT && errno != ELOOP)
+        return Result::Unwritable;
 
     Temporary ours(spot.folder.get());
     if (const Result filled = ours.fill(bytes, old.mode); filled != Result::Done)
@@ -390,24 +465,9 @@ ConfinedFolder::Result ConfinedFolder::remove(const QByteArray &path, const Cont
     if (!folder)
         return refusal(errno);
 
-    const QByteArray aside = temporaryName();
-    if (!renameAt(folder.get(), file, aside, RENAME_NOREPLACE)) {
-        if (!lacksRenameFlags(errno))
-            return refusal(errno);
-        if (!Sight(folder.get(), file, leases).holds(old.bytes))
-            return Result::Changed;
-        if (::unlinkat(folder.get(), file.constData(), 0) != 0)
-            return Result::Failed;
-    } else {
-        Sight taken(folder.get(), aside, leases);
-        if (!taken.holds(old.bytes)) {
-            // If its place is taken already, that was saved later, and this one is what it replaced.
-            if (!renameAt(folder.get(), aside, file, RENAME_NOREPLACE) && errno == EEXIST)
-                ::unlinkat(folder.get(), aside.constData(), 0);
-            return Result::Changed;
-        }
-        ::unlinkat(folder.get(), aside.constData(), 0);
-    }
+    const Result removed = takeAndRemove(folder.get(), file, old.bytes, leases);
+    if (removed != Result::Done)
+        return removed;
     return flushFolder(folder.get()) ? Result::Done : Result::Failed;
 }
 
