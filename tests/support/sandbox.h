@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+
+#include <sys/types.h>
+
+/// For tests of what a test's own process must not suffer: other mounts, other limits, another kernel. Linux only.
+namespace sandbox {
+
+/// Runs `work` in a child process and gives back the text it returns; "died of signal N" or "threw: ..." otherwise.
+/// The child is a copy with this thread alone, so `work` makes its own objects.
+QString inChild(const std::function<QString()> &work);
+
+/// A child process that works until it is killed.
+class Worker {
+public:
+    /// Returns once `work` in the child has called `ready`.
+    explicit Worker(const std::function<void(const std::function<void()> &ready)> &work);
+    ~Worker() { kill(); }
+    Worker(const Worker &) = delete;
+    Worker &operator=(const Worker &) = delete;
+
+    /// Ends it as a power cut would, and waits for its end.
+    void kill();
+
+private:
+    pid_t process = -1;
+};
+
+/// In a child: gives it mounts of its own, so that what it mounts is gone with it. False where that isn't allowed.
+bool haveOwnMounts();
+
+/// For the rest of this process the kernel behaves like an old one or a poor file system: no openat2, no files without
+/// a name, no renaming that exchanges or spares the target. False where such a filter can't be set.
+bool behaveLikeAnOldKernel();
+
+/// What a test program returns that can't run here.
+constexpr int skipped = 77;
+
+/// Takes the argument "--old-kernel" from the command line and does that. False where it can't.
+bool obey(int &count, char *arguments[]);
+
+/// A folder of its own in memory, where flushing to disk costs nothing; on disk where there is no such.
+QString memoryTemplate();
+
+} // namespace sandbox
