@@ -20,7 +20,6 @@ private Q_SLOTS:
     void aTaskBeginsWithAllThatIsKnown();
     void whichAgentsAreOfferedToTheChief_data();
     void whichAgentsAreOfferedToTheChief();
-    void aBudgetIsAtLeastAThousand_data();
     void aBudgetIsAtLeastAThousand();
     void aSimulationMayOnlyReadUntilItIsApproved();
     void inEveryPhaseARunEndsOnce_data();
@@ -34,7 +33,6 @@ private Q_SLOTS:
     void aHeldContinuationThatThrowsEndsTheRun();
     void thePhasePassesThroughAllStages();
     void aPhaseIsAnnouncedOnlyWhenItChanges();
-    void aPriorityIsHeldToItsRange_data();
     void aPriorityIsHeldToItsRange();
     void theStoredTaskIsTheSnapshotWithSlimRuns();
     void aStoreThatBreaksEndsTheRunOnce_data();
@@ -70,10 +68,8 @@ QJsonObject timeless(QJsonObject task)
 
 QJsonObject agent(const QString &id, const QJsonObject &more)
 {
-    QJsonObject record{{u"id"_s, id}, {u"name"_s, id}, {u"enabled"_s, true}, {u"instructions"_s, u"Тайна"_s}};
-    for (auto it = more.begin(); it != more.end(); ++it)
-        record[it.key()] = *it;
-    return record;
+    return ScriptedProvider::with(
+        {{u"id"_s, id}, {u"name"_s, id}, {u"enabled"_s, true}, {u"instructions"_s, u"Тайна"_s}}, more);
 }
 
 /// The chief answers at once.
@@ -81,10 +77,7 @@ void scriptAnswer(EngineFixture &run)
 {
     run.engine.automaticRouting = true;
     run.model.forget(u"orchestrator"_s);
-    QJsonObject answer = ScriptedProvider::specification();
-    answer[u"action"_s] = u"ANSWER"_s;
-    answer[u"summary"_s] = u"Ответ"_s;
-    run.model.answer(u"orchestrator"_s, answer);
+    run.model.answer(u"orchestrator"_s, ScriptedProvider::answerOnly());
 }
 
 } // namespace
@@ -206,11 +199,8 @@ void EngineLifecycleTest::whichAgentsAreOfferedToTheChief_data()
     QTest::addColumn<bool>("automatic");
     QTest::addColumn<bool>("offered");
     const QJsonObject below{{u"parent"_s, u"coding"_s}};
-    const auto with = [&](const QString &key, const QJsonValue &value) {
-        QJsonObject fields = below;
-        fields[key] = value;
-        return fields;
-    };
+    const auto with
+        = [&](const QString &key, const QJsonValue &value) { return ScriptedProvider::with(below, {{key, value}}); };
     QTest::newRow("below a role") << below << false << true;
     QTest::newRow("below none") << QJsonObject() << false << false;
     QTest::newRow("below none, automatic") << QJsonObject() << true << true;
@@ -234,25 +224,17 @@ void EngineLifecycleTest::whichAgentsAreOfferedToTheChief()
     QCOMPARE(run.state(u"spec"_s)[u"available_specialists"_s].toArray(), offered ? QJsonArray{record} : QJsonArray());
 }
 
-void EngineLifecycleTest::aBudgetIsAtLeastAThousand_data()
-{
-    QTest::addColumn<qint64>("asked");
-    QTest::addColumn<qint64>("limit");
-    QTest::newRow("negative") << qint64(-1) << qint64(1000);
-    QTest::newRow("0") << qint64(0) << qint64(1000);
-    QTest::newRow("999") << qint64(999) << qint64(1000);
-    QTest::newRow("1001") << qint64(1001) << qint64(1001);
-    QTest::newRow("large") << qint64(5000000000) << qint64(5000000000);
-}
-
 void EngineLifecycleTest::aBudgetIsAtLeastAThousand()
 {
-    QFETCH(qint64, asked);
     EngineFixture run;
     run.model.holding = true;
-    run.engine.start(u"Файл"_s, false, asked, {});
-    QTEST(run.state(u"token_limit"_s).toInteger(), "limit");
-    QCOMPARE(run.state(u"tokens"_s).toInteger(), 0);
+    const QList<std::pair<qint64, qint64>> rows{
+        {-1, 1000}, {0, 1000}, {999, 1000}, {1001, 1001}, {5000000000, 5000000000}};
+    for (const auto &[asked, limit] : rows) {
+        run.engine.start(u"Файл"_s, false, asked, {});
+        QCOMPARE(run.state(u"token_limit"_s).toInteger(), limit);
+        run.engine.cancel();
+    }
 }
 
 void EngineLifecycleTest::aSimulationMayOnlyReadUntilItIsApproved()
@@ -507,27 +489,16 @@ void EngineLifecycleTest::aPhaseIsAnnouncedOnlyWhenItChanges()
     QCOMPARE(changed.count(), 1);
 }
 
-void EngineLifecycleTest::aPriorityIsHeldToItsRange_data()
-{
-    QTest::addColumn<QString>("node");
-    QTest::addColumn<int>("value");
-    QTest::addColumn<int>("priority");
-    QTest::newRow("0") << u"notes"_s << 0 << 0;
-    QTest::newRow("2") << u"notes"_s << 2 << 2;
-    QTest::newRow("7") << u"notes"_s << 7 << 2;
-    QTest::newRow("-1") << u"notes"_s << -1 << 0;
-    QTest::newRow("unknown node") << u"other"_s << 2 << 1;
-}
-
 void EngineLifecycleTest::aPriorityIsHeldToItsRange()
 {
-    QFETCH(QString, node);
-    QFETCH(int, value);
     EngineFixture run;
     QVERIFY(run.reach(u"PREVIEW"_s));
-    run.engine.priority(node, value);
-    QTEST(run.node(u"notes"_s)[u"priority"_s].toInt(), "priority");
-    QTEST(run.stored(u"task_nodes"_s)[0][u"priority"_s].toInt(), "priority");
+    for (const auto &[value, held] : QList<std::pair<int, int>>{{0, 0}, {2, 2}, {7, 2}, {-1, 0}, {1, 1}}) {
+        run.engine.priority(u"notes"_s, value);
+        run.engine.priority(u"unknown"_s, 2);
+        QCOMPARE(run.node(u"notes"_s)[u"priority"_s].toInt(), held);
+        QCOMPARE(run.stored(u"task_nodes"_s)[0][u"priority"_s].toInt(), held);
+    }
 }
 
 void EngineLifecycleTest::theStoredTaskIsTheSnapshotWithSlimRuns()

@@ -33,10 +33,7 @@ namespace {
 
 QJsonObject chief(const QJsonObject &more)
 {
-    QJsonObject answer = ScriptedProvider::specification();
-    for (auto it = more.begin(); it != more.end(); ++it)
-        answer[it.key()] = *it;
-    return answer;
+    return ScriptedProvider::with(ScriptedProvider::specification(), more);
 }
 
 QJsonObject order(const QString &agent, const QString &task)
@@ -47,11 +44,6 @@ QJsonObject order(const QString &agent, const QString &task)
 QJsonObject orders(const QJsonArray &list)
 {
     return chief({{u"delegations"_s, list}});
-}
-
-QJsonObject answerOnly(const QString &summary = u"Ответ"_s)
-{
-    return chief({{u"action"_s, u"ANSWER"_s}, {u"summary"_s, summary}});
 }
 
 /// A run in the autonomous mode with two specialists.
@@ -97,7 +89,8 @@ public:
 
 void IntakeTest::ordersAreCarriedOutBeforeTheChiefGoesOn()
 {
-    AutonomousRun run({orders({order(u"a"_s, u" Первое\n"_s), order(u"b"_s, u"Второе"_s)}), answerOnly()});
+    AutonomousRun run(
+        {orders({order(u"a"_s, u" Первое\n"_s), order(u"b"_s, u"Второе"_s)}), ScriptedProvider::answerOnly()});
     QCOMPARE(run.ending(), u"COMPLETED"_s);
     QCOMPARE(run.model.asked(), (QStringList{u"orchestrator"_s, u"specialist"_s, u"specialist"_s, u"orchestrator"_s}));
     QCOMPARE(run.messages(u"AutomaticCorrection"_s), QStringList{u"Главный передаёт поручения выбранным помощникам"_s});
@@ -145,7 +138,7 @@ void IntakeTest::anOrderThatCannotBeGivenEndsTheRun()
 
 void IntakeTest::anOrderIsGivenOnce()
 {
-    QJsonObject again = answerOnly();
+    QJsonObject again = ScriptedProvider::answerOnly();
     again[u"delegations"_s] = QJsonArray{order(u"a"_s, u"Дело "_s)};
     AutonomousRun run(
         {orders({order(u"a"_s, u"Дело"_s)}), orders({order(u"a"_s, u"Дело"_s), order(u"b"_s, u"Дело"_s)}), again});
@@ -166,7 +159,7 @@ void IntakeTest::theChiefHasThreeRounds()
 
     run.model.forget(u"orchestrator"_s);
     run.model.answer(u"orchestrator"_s, orders({order(u"a"_s, u"1"_s)}));
-    run.model.answer(u"orchestrator"_s, answerOnly());
+    run.model.answer(u"orchestrator"_s, ScriptedProvider::answerOnly());
     QCOMPARE(run.ending(), u"COMPLETED"_s); // a new task counts anew and knows no orders
     QCOMPARE(run.model.count(u"specialist"_s), 4);
 }
@@ -174,7 +167,7 @@ void IntakeTest::theChiefHasThreeRounds()
 void IntakeTest::anAgentWorksOnItsLastOrder()
 {
     const QString longTask(8001, u'д');
-    QJsonObject end = answerOnly();
+    QJsonObject end = ScriptedProvider::answerOnly();
     end[u"delegations"_s] = QJsonArray{order(u"a"_s, u"Первое"_s), order(u"a"_s, longTask.first(8000))};
     AutonomousRun run({orders({order(u"a"_s, u"Первое"_s), order(u"a"_s, u"  "_s + longTask)}), end});
     QCOMPARE(run.ending(), u"COMPLETED"_s);
@@ -203,8 +196,9 @@ void IntakeTest::theChiefDecidesHowTheRunGoesOn_data()
         return ScriptedProvider::node(u"n"_s, u"code"_s, {{u"path"_s, u"n.md"_s}}, after);
     };
     const QString none;
-    QTest::newRow("answer") << true << answerOnly() << false << u"COMPLETED"_s << none;
-    QTest::newRow("no answer") << true << answerOnly(u" \n"_s) << false << u"FAILED"_s << u"Главный не вернул ответ"_s;
+    QTest::newRow("answer") << true << ScriptedProvider::answerOnly() << false << u"COMPLETED"_s << none;
+    QTest::newRow("no answer") << true << ScriptedProvider::answerOnly(u" \n"_s) << false << u"FAILED"_s
+                               << u"Главный не вернул ответ"_s;
     QTest::newRow("execute") << true << execute({node({})}) << false << u"EXECUTION"_s << none;
     QTest::newRow("simulate") << true << execute({node({})}) << true << u"PREVIEW"_s << none;
     QTest::newRow("no actions") << true << execute({}) << false << u"FAILED"_s << u"Главный не вернул действия"_s;
@@ -212,7 +206,7 @@ void IntakeTest::theChiefDecidesHowTheRunGoesOn_data()
     QTest::newRow("plan") << true << chief({{u"action"_s, u"PLAN"_s}}) << false << u"PLANNING"_s << none;
     QTest::newRow("nothing") << true << chief({}) << false << u"PLANNING"_s << none;
     QTest::newRow("an unknown action") << true << chief({{u"action"_s, u"answer"_s}}) << false << u"PLANNING"_s << none;
-    QTest::newRow("by hand, answer") << false << answerOnly() << false << u"PLANNING"_s << none;
+    QTest::newRow("by hand, answer") << false << ScriptedProvider::answerOnly() << false << u"PLANNING"_s << none;
     QTest::newRow("by hand, orders") << false << orders({order(u"x"_s, u""_s)}) << false << u"PLANNING"_s << none;
 }
 
@@ -263,9 +257,9 @@ void IntakeTest::theSpecificationKeepsWhatTheChiefDidNotWrite()
 
 void IntakeTest::questionsComeFirst()
 {
-    QJsonObject asking = answerOnly();
+    QJsonObject asking = ScriptedProvider::answerOnly();
     asking[u"questions"_s] = QJsonArray{u"Первый?"_s, u"Второй?"_s};
-    AutonomousRun run({asking, answerOnly()});
+    AutonomousRun run({asking, ScriptedProvider::answerOnly()});
     run.start();
     QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
     const QJsonObject decision = run.state(u"decision"_s).toObject();

@@ -70,14 +70,12 @@ public:
 
 QJsonObject agent(const QString &id, int priority, const QJsonObject &more = {})
 {
-    QJsonObject record{{u"id"_s, id},
-                       {u"name"_s, u"Имя "_s + id},
-                       {u"enabled"_s, true},
-                       {u"priority"_s, priority},
-                       {u"parent"_s, u"specialist"_s}};
-    for (auto it = more.begin(); it != more.end(); ++it)
-        record[it.key()] = *it;
-    return record;
+    return ScriptedProvider::with({{u"id"_s, id},
+                                   {u"name"_s, u"Имя "_s + id},
+                                   {u"enabled"_s, true},
+                                   {u"priority"_s, priority},
+                                   {u"parent"_s, u"specialist"_s}},
+                                  more);
 }
 
 QJsonObject member(const QString &id, int priority)

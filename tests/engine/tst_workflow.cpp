@@ -32,12 +32,7 @@ private Q_SLOTS:
 
 namespace {
 
-QJsonObject with(QJsonObject object, const QJsonObject &more)
-{
-    for (auto it = more.begin(); it != more.end(); ++it)
-        object[it.key()] = *it;
-    return object;
-}
+const auto with = &ScriptedProvider::with;
 
 /// An agent in front of the planner.
 QJsonObject agent(const QString &id, const QStringList &after = {}, const QJsonObject &more = {})

@@ -76,6 +76,18 @@ QJsonObject ScriptedProvider::specification(const QJsonArray &questions)
             {u"questions"_s, questions}};
 }
 
+QJsonObject ScriptedProvider::answerOnly(const QString &summary)
+{
+    return with(specification(), {{u"action"_s, u"ANSWER"_s}, {u"summary"_s, summary}});
+}
+
+QJsonObject ScriptedProvider::with(QJsonObject object, const QJsonObject &more)
+{
+    for (auto entry = more.begin(); entry != more.end(); ++entry)
+        object[entry.key()] = *entry;
+    return object;
+}
+
 bool ScriptedProvider::release(const QString &role)
 {
     const auto found = std::ranges::find_if(

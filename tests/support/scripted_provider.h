@@ -48,6 +48,10 @@ public:
                             const QStringList &dependencies = {});
     static QJsonObject plan(const QJsonArray &nodes);
     static QJsonObject specification(const QJsonArray &questions = {});
+    /// The chief's answer to a request that needs no work.
+    static QJsonObject answerOnly(const QString &summary = QStringLiteral("Ответ"));
+    /// The object with further keys, or other values for its own.
+    static QJsonObject with(QJsonObject object, const QJsonObject &more);
 
     /// Delivers the oldest held answer, or that of the given role; false when there is none.
     bool release(const QString &role = {});
