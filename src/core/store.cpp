@@ -24,6 +24,15 @@ namespace {
 
 constexpr int cacheCost = 16384;
 constexpr qsizetype searchLimit = 200;
+constexpr qsizetype outlineRequestChars = 200;
+
+/// What a list of tasks shows, so that SQLite answers from the index alone. A body that no longer parses has none of
+/// it.
+const QString outlineColumns
+    = u"task,updated,CASE WHEN json_valid(body) THEN json_extract(body,'$.phase') END,"
+      "CASE WHEN json_valid(body) THEN json_extract(body,'$.archived') END,"
+      "CASE WHEN json_valid(body) THEN json_extract(body,'$.spec.title') END,"
+      "CASE WHEN json_valid(body) THEN substr(json_extract(body,'$.spec.original_request'),1,200) END,id"_s;
 
 QString cacheKey(const QString &table, const QString &key)
 {
@@ -83,6 +92,7 @@ void Store::open(const QString &path)
                 + u" (id TEXT PRIMARY KEY, task TEXT NOT NULL, body TEXT NOT NULL, updated TEXT NOT NULL)"_s);
         execute(u"CREATE INDEX IF NOT EXISTS idx_"_s + table + u"_task ON "_s + table + u"(task)"_s);
     }
+    execute(u"CREATE INDEX IF NOT EXISTS idx_tasks_outline ON tasks("_s + outlineColumns + u')');
     QSqlQuery(database).exec(u"PRAGMA user_version=1"_s);
     // SQLite opens a file that it may not write to for reading and says so only at the first write,
     // which would be in the middle of a run.
@@ -119,6 +129,17 @@ QSqlQuery &Store::statement(Statement kind, const QString &table) const
     case Statement::ListAll:
         sql = u"SELECT CAST(body AS BLOB) FROM "_s + table + u" ORDER BY updated,rowid"_s;
         break;
+    case Statement::RowsAfter:
+        sql = u"SELECT rowid,CAST(body AS BLOB) FROM "_s + table + u" WHERE task=? AND rowid>? ORDER BY rowid"_s;
+        break;
+    case Statement::LastRows:
+        sql = u"SELECT rowid,CAST(body AS BLOB) FROM "_s + table
+            + u" WHERE task=? AND rowid>? ORDER BY rowid DESC LIMIT ?"_s;
+        break;
+    case Statement::Outlines:
+        sql = u"SELECT "_s + outlineColumns
+            + u" FROM tasks INDEXED BY idx_tasks_outline WHERE task=? OR ?='' ORDER BY updated,rowid"_s;
+        break;
     case Statement::ListOwner:
         sql = u"SELECT CAST(body AS BLOB) FROM "_s + table + u" WHERE task=? ORDER BY updated,rowid"_s;
         break;
@@ -151,6 +172,7 @@ void Store::putText(const QString &table, const QString &id, const QString &task
     query.finish();
     check(query);
 
+    ++revisions[table];
     records.remove(cacheKey(table, id));
     forgetLists(table);
 }
@@ -214,6 +236,46 @@ QJsonArray Store::list(const QString &table, const QString &task) const
     return array;
 }
 
+QList<Store::Row> Store::rowsAfter(const QString &table, const QString &task, qint64 place, int limit) const
+{
+    requireTable(table);
+    QSqlQuery &query = statement(limit < 0 ? Statement::RowsAfter : Statement::LastRows, table);
+    query.bindValue(0, task);
+    query.bindValue(1, place);
+    if (limit >= 0)
+        query.bindValue(2, limit);
+    query.exec();
+    check(query);
+    QList<Row> rows;
+    while (query.next())
+        rows.append({query.value(0).toLongLong(), parsed(query.value(1).toByteArray())});
+    query.finish();
+    if (limit >= 0)
+        std::ranges::reverse(rows);
+    return rows;
+}
+
+QJsonArray Store::taskOutlines(const QString &project) const
+{
+    QSqlQuery &query = statement(Statement::Outlines, u"tasks"_s);
+    query.bindValue(0, project.isNull() ? u""_s : project);
+    query.bindValue(1, project.isNull() ? u""_s : project);
+    query.exec();
+    check(query);
+    QJsonArray outlines;
+    while (query.next()) {
+        const QJsonObject spec{{u"title"_s, query.value(4).toString()},
+                               {u"original_request"_s, query.value(5).toString().left(outlineRequestChars)}};
+        outlines.append(QJsonObject{{u"id"_s, query.value(6).toString()},
+                                    {u"project_id"_s, query.value(0).toString()},
+                                    {u"phase"_s, query.value(2).toString()},
+                                    {u"archived"_s, query.value(3).toBool()},
+                                    {u"spec"_s, spec}});
+    }
+    query.finish();
+    return outlines;
+}
+
 QJsonArray Store::search(const QString &query) const
 {
     QJsonArray found;
@@ -248,6 +310,8 @@ void Store::atomic(const std::function<void()> &work)
         records.clear();
         lists.clear();
         listKeys.clear();
+        for (quint64 &revision : revisions)
+            ++revision;
         throw;
     }
 }

@@ -45,6 +45,24 @@ public:
     /// All records of the owner, or of the whole table for an empty `task`, by time of the last put, then place.
     QJsonArray list(const QString &table, const QString &task) const;
 
+    /// A record with its place in the table. Places only grow; a record keeps its own.
+    struct Row {
+        qint64 place = 0;
+        QJsonObject body;
+    };
+    /// The records of an owner behind a place, in order of place; with a limit, only the last so many of them. For
+    /// tables to which records are only added, this gives what is new without reading the rest again.
+    QList<Row> rowsAfter(const QString &table, const QString &task, qint64 place, int limit = -1) const;
+
+    /// The tasks of a project (of all projects for an empty `project`) in the order of list(), each as
+    /// {"id", "project_id", "phase", "archived", "spec": {"title", "original_request"}} with the request cut to 200
+    /// characters. Comes from an index: the documents, which may be large, are not read.
+    QJsonArray taskOutlines(const QString &project) const;
+
+    /// Raised by every put to the table, and by every failed transaction: equal numbers mean an unchanged table, as far
+    /// as this object writes it.
+    quint64 revision(const QString &table) const { return revisions.value(table); }
+
     /// Up to 200 records whose JSON text contains the query, ignoring case, as {"table", "record"}.
     QJsonArray search(const QString &query) const;
 
@@ -55,7 +73,7 @@ public:
     void check(const QSqlQuery &query) const;
 
 private:
-    enum class Statement { Put, Get, ListAll, ListOwner };
+    enum class Statement { Put, Get, ListAll, ListOwner, RowsAfter, LastRows, Outlines };
 
     void open(const QString &path);
     void execute(const QString &sql) const;
@@ -67,6 +85,7 @@ private:
     mutable std::unordered_map<QString, QSqlQuery> prepared;
     mutable QCache<QString, QJsonObject> records;
     mutable QCache<QString, QJsonArray> lists;
+    QHash<QString, quint64> revisions;
     mutable QHash<QString, QSet<QString>> listKeys; ///< Per table, the keys that `lists` may hold.
 };
 

@@ -61,6 +61,8 @@ public:
     bool busy() const;
     /// The code of the current phase, "IDLE" before the first task.
     QString phaseCode() const { return phase; }
+    /// The id of the current or last task; empty before the first.
+    QString task() const { return taskId; }
     /// Moves to a phase and stores the state; does no more than store it when the phase is that already or the task has
     /// ended.
     void stage(const QString &phase);

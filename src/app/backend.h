@@ -1,0 +1,286 @@
+#pragma once
+
+#include "background_renderer.h"
+#include "engine.h"
+#include "event_bus.h"
+#include "growing_list.h"
+#include "mcp_client.h"
+#include "mock_provider.h"
+#include "openai_provider.h"
+#include "permissions.h"
+#include "store.h"
+#include "tool_router.h"
+#include "workspace.h"
+
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QObject>
+#include <QPointer>
+#include <QProcess>
+#include <QSet>
+#include <QString>
+#include <QVariant>
+
+#include <functional>
+
+namespace vesk {
+
+/// The one object that the interface talks to. It owns every long-lived service of the process, turns each failure of
+/// an operation into the text of `message`, and adds what exists only around the pipeline: projects, the list of tasks,
+/// settings, the conversation, the request queue, and the start-up repair of runs that died with their process.
+///
+/// Operations return at once and never throw into the interface. What it reads are copies; `changed` and `chatChanged`
+/// come at most once in 33 ms. Main thread only.
+class Backend : public QObject {
+    Q_OBJECT
+    Q_PROPERTY(QVariantMap state READ state NOTIFY changed)
+    Q_PROPERTY(QVariantMap uiState READ uiState NOTIFY changed)
+    Q_PROPERTY(QVariantList projects READ projects NOTIFY changed)
+    Q_PROPERTY(QVariantList tasks READ tasks NOTIFY changed)
+    Q_PROPERTY(QVariantList events READ events NOTIFY changed)
+    Q_PROPERTY(QVariantList files READ files NOTIFY changed)
+    Q_PROPERTY(QVariantList memory READ memory NOTIFY changed)
+    Q_PROPERTY(QVariantList checkpoints READ checkpoints NOTIFY changed)
+    Q_PROPERTY(QString projectName READ currentProjectName NOTIFY changed)
+    Q_PROPERTY(QString root READ root NOTIFY changed)
+    Q_PROPERTY(QString message READ currentMessage NOTIFY changed)
+    Q_PROPERTY(QVariantMap settings READ settingsMap NOTIFY changed)
+    Q_PROPERTY(QVariantList chat READ chat NOTIFY chatChanged)
+    Q_PROPERTY(bool chatBusy READ currentChatBusy NOTIFY changed)
+    Q_PROPERTY(bool apiTesting READ currentApiTesting NOTIFY changed)
+    Q_PROPERTY(QString apiStatus READ currentApiStatus NOTIFY changed)
+    Q_PROPERTY(QString streamNote READ currentStreamNote NOTIFY streamChanged)
+    Q_PROPERTY(QVariantList queue READ queueList NOTIFY changed)
+    Q_PROPERTY(bool queuePaused READ currentQueuePaused NOTIFY changed)
+    Q_PROPERTY(QVariantMap preferences READ preferencesMap NOTIFY preferencesChanged)
+    Q_PROPERTY(QVariantList agentProfiles READ agentProfiles NOTIFY preferencesChanged)
+    Q_PROPERTY(QVariantList mcpServers READ mcpServers NOTIFY connectorsChanged)
+    Q_PROPERTY(QVariantList attachments READ attachmentList NOTIFY changed)
+    Q_PROPERTY(bool importing READ importing NOTIFY changed)
+    Q_PROPERTY(QVariantList models READ modelList NOTIFY changed)
+    Q_PROPERTY(bool modelsLoading READ modelsLoading NOTIFY changed)
+    Q_PROPERTY(QString modelCatalogOwner READ modelCatalogOwner NOTIFY changed)
+    Q_PROPERTY(bool hasApiKey READ hasApiKey NOTIFY changed)
+    Q_PROPERTY(QVariantList backgroundFrame READ backgroundFrame NOTIFY backgroundChanged)
+    Q_PROPERTY(QString backgroundError READ backgroundError NOTIFY backgroundChanged)
+public:
+    /// Opens "vesk.sqlite" in the folder, which this process must hold the lock of, repairs interrupted tasks and
+    /// selects the last project. Throws std::runtime_error when the database can't be used.
+    explicit Backend(const QString &dataFolder, QObject *parent = nullptr);
+
+    // Projects, tasks, preferences (backend_projects.cpp)
+
+    Q_INVOKABLE void createProject(const QString &name, const QString &folder);
+    Q_INVOKABLE void selectProject(const QString &id);
+    Q_INVOKABLE void selectTask(const QString &id);
+    Q_INVOKABLE void renameTask(const QString &task, const QString &title);
+    Q_INVOKABLE void archiveTask(const QString &task);
+    Q_INVOKABLE void rollback(const QString &checkpoint);
+    Q_INVOKABLE void openFile(const QString &path);
+    Q_INVOKABLE void openWorkspace();
+    Q_INVOKABLE QString defaultFolder() const;
+    Q_INVOKABLE void addMemory(const QString &category, const QString &text);
+    Q_INVOKABLE void setPreference(const QString &key, const QVariant &value);
+    Q_INVOKABLE void renderBackground(double time, int width, int height);
+    Q_INVOKABLE void discoverMcp();
+    Q_INVOKABLE void connectMcp(const QString &id);
+    Q_INVOKABLE void disconnectMcp(const QString &id);
+
+    // Conversation (backend_conversation.cpp)
+
+    /// The input box: routes a typed line to chat, to work, or to the open question.
+    Q_INVOKABLE void sendMessage(const QString &text);
+    /// Always a chat answer.
+    Q_INVOKABLE void discuss(const QString &text);
+    Q_INVOKABLE void newConversation();
+
+    // Run control and queue (backend_run.cpp)
+
+    /// Starts a task, or queues it behind the running one. `program` and `arguments` (a JSON array as text) are the
+    /// build command; both may be empty.
+    Q_INVOKABLE void start(const QString &request, bool preview, int budget, const QString &program,
+                           const QString &arguments);
+    Q_INVOKABLE void clarify(const QString &answer);
+    Q_INVOKABLE void pause();
+    Q_INVOKABLE void resume();
+    Q_INVOKABLE void runPreview();
+    Q_INVOKABLE void approve(const QString &action, bool allow);
+    Q_INVOKABLE void setPriority(const QString &node, int priority);
+    /// Ends everything that is going on: checks, imports, chat, the run.
+    Q_INVOKABLE void stop();
+    Q_INVOKABLE void cancelQueued(const QString &key);
+    Q_INVOKABLE void resumeQueue();
+
+    // What the interface reads (backend_read.cpp)
+
+    Q_INVOKABLE QString phaseLabel(const QString &code) const;
+    Q_INVOKABLE QString statusLabel(const QString &code) const;
+    Q_INVOKABLE QString roleLabel(const QString &code) const;
+    Q_INVOKABLE QString resultReport() const;
+    Q_INVOKABLE QString fileContent(const QString &path) const;
+    Q_INVOKABLE QString fileHistory(const QString &path) const;
+    Q_INVOKABLE QString search(const QString &query) const;
+    Q_INVOKABLE QVariantMap runDetails(const QString &key) const;
+
+    QVariantMap state() const;
+    QVariantMap uiState() const;
+    QVariantList projects() const;
+    QVariantList tasks() const;
+    QVariantList events() const;
+    QVariantList files() const;
+    QVariantList memory() const;
+    QVariantList checkpoints() const;
+    QVariantList chat() const;
+    QVariantList agentProfiles() const;
+    QString root() const { return workspace.root(); }
+
+    /// Runs an operation's body: its failure becomes `message`, its success empties it.
+    void guard(const std::function<void()> &body);
+    /// Asks for one `changed` and one `chatChanged`.
+    void notifyUi();
+
+Q_SIGNALS:
+    void preferencesChanged();
+    void backgroundChanged();
+    void connectorsChanged();
+    void streamChanged();
+    void changed();
+    void chatChanged();
+
+private:
+    // backend.cpp
+    void connectServices();
+    void restoreConnection();
+    void restorePreferences();
+    void showProgress(const QString &role, int characters);
+
+    // backend_events.cpp
+    void follow(const QJsonObject &event);
+    void keepToolOutput(const QJsonObject &event);
+    void finishRun(const QString &status);
+    void saveWorkNote();
+
+    // backend_projects.cpp
+    void savePreferences();
+    void requireQuiet() const;
+    QString projectFolder(const QString &name, const QString &folder, const QString &projectId) const;
+    void writeProjectFile(const QString &name, const QString &projectId) const;
+    QJsonObject ownTask(const QString &task) const;
+
+    // backend_conversation.cpp
+    QString conversationId() const;
+    void addChat(const QString &conversation, const QString &role, const QString &content, const QString &kind);
+    bool refuseLine(const QString &text);
+    QString withAttachments(const QString &text);
+    void connectByName(const QString &text);
+    bool answersQuestion(const QString &text, const QString &body);
+    void routeByModel(const QString &text);
+    void takeRoute(const QString &text, const QString &conversation, const LLMResult &result);
+    void followRoute(const QString &text, const QString &conversation, const LLMResult &result);
+    void askChat(const QString &text, const QString &conversation);
+    void takeChatAnswer(const QString &conversation, const LLMResult &result);
+    QJsonArray historyOf(const QString &conversation, qsizetype count, qsizetype chars, bool forRun) const;
+    QString chiefSkill() const;
+    void drainLater();
+
+    // backend_run.cpp
+    void startTask(const QString &request);
+    bool answeredByDemo(const QString &request);
+    void enqueueRequest(const QString &request, bool preview, int budget, const QString &program,
+                        const QString &arguments);
+    void startNow(const QString &request, bool preview, int budget, const QJsonObject &command);
+    void saveQueue();
+    void drainQueue();
+    void stopChat();
+
+    // backend_runtime.cpp
+    void configureClient(OpenAICompatibleProvider &target);
+    void prepareRuntime(const QString &request);
+    QJsonObject mediaCapabilities() const;
+    QJsonArray mediaForRequest(const QString &request) const;
+
+    // backend_read.cpp
+    QJsonObject selected() const;
+    QJsonArray projectMedia() const;
+    QString engineTask() const;
+    QVariantMap settingsMap() const { return settings.toVariantMap(); }
+    QVariantMap preferencesMap() const { return preferences.toVariantMap(); }
+    QVariantList queueList() const { return queue.toVariantList(); }
+    QVariantList attachmentList() const { return attachments.toVariantList(); }
+    QVariantList modelList() const { return models.toVariantList(); }
+    QVariantList mcpServers() const { return mcp.list().toVariantList(); }
+    QVariantList backgroundFrame() const { return background.frame(); }
+    QString backgroundError() const { return background.error(); }
+    QString currentProjectName() const { return projectName; }
+    QString currentMessage() const { return message; }
+    bool currentChatBusy() const { return chatBusy; }
+    bool currentApiTesting() const { return apiTesting; }
+    QString currentApiStatus() const { return apiStatus; }
+    QString currentStreamNote() const { return streamNote; }
+    bool currentQueuePaused() const { return queuePaused; }
+    bool importing() const { return !importProcesses.isEmpty(); }
+    bool modelsLoading() const { return !modelsReply.isNull(); }
+    QString modelCatalogOwner() const { return catalogProvider + u'/' + catalogAgent; }
+    bool hasApiKey() const { return !client.key.isEmpty(); }
+
+    bool uiPending = false;
+    QJsonObject preferences;
+    QJsonArray attachments;
+    QSet<QProcess *> importProcesses;
+    QJsonArray models;
+    QNetworkAccessManager catalogNetwork;
+    QPointer<QNetworkReply> modelsReply;
+    QString catalogProvider;
+    QString catalogAgent;
+    int catalogGeneration = 0;
+    BackgroundRenderer background;
+    McpClient mcp;
+    QNetworkAccessManager skillNetwork;
+    QHash<QString, int> skillGeneration;
+    QJsonArray queue;
+    bool queuePaused = false;
+    Store store;
+    EventBus eventBus;
+    Workspace workspace;
+    PermissionManager permissions;
+    ToolRouter tools;
+    MockProvider mock;
+    OpenAICompatibleProvider client;
+    QHash<QString, OpenAICompatibleProvider *> agentClients;
+    Engine engine;
+    MockProvider chatMock;
+    OpenAICompatibleProvider chatClient;
+    OpenAICompatibleProvider probeClient;
+    QJsonArray connectors;
+    QPointer<OpenAICompatibleProvider> agentProbe;
+    bool chatBusy = false;
+    bool apiTesting = false;
+    QString apiStatus;
+    QString pendingChatText;
+    QString pendingChatConversation;
+    QString streamNote;
+    QString projectName;
+    QString message;
+    QString selectedTask; ///< Empty: the view follows the run. "new": a fresh conversation. Else a task.
+    QJsonObject settings;
+
+    // What reading has already made, valid as long as what it was made of is unchanged.
+    template <typename T> struct Remembered {
+        QString key;
+        T value;
+    };
+    mutable GrowingList messageRows;
+    mutable GrowingList eventRows;
+    mutable Remembered<QVariantList> projectRows;
+    mutable Remembered<QVariantList> taskRows;
+    mutable Remembered<QVariantList> fileRows;
+    mutable Remembered<QVariantList> memoryRows;
+    mutable Remembered<QVariantList> checkpointRows;
+    mutable Remembered<QVariantList> chatRows;
+    mutable Remembered<QVariantMap> stateMap;
+};
+
+} // namespace vesk

@@ -1,0 +1,298 @@
+// A typed line is a question, work, an answer to the run, or a command to connect something. What is plain is decided
+// by word lists, what is not by a model, and without a model by a simple test.
+
+#include "backend.h"
+
+#include "helpers.h"
+#include "message_kind.h"
+#include "narrator.h"
+#include "prompt_notes.h"
+#include "roles.h"
+
+#include <QTimer>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr int answerTokens = 2048;
+constexpr int taskBudget = 1000000;
+constexpr qsizetype maxSkillChars = 16000;
+constexpr qsizetype routerTurns = 8;
+constexpr qsizetype routerTurnChars = 3000;
+constexpr qsizetype chatTurns = 12;
+constexpr qsizetype chatTurnChars = 5000;
+
+} // namespace
+
+QString Backend::conversationId() const
+{
+    if (selectedTask != "new"_L1) {
+        const QString task = selected()["id"_L1].toString();
+        if (!task.isEmpty())
+            return task;
+    }
+    return u"chat:"_s + workspace.project();
+}
+
+void Backend::addChat(const QString &conversation, const QString &role, const QString &content, const QString &kind)
+{
+    if (content.isEmpty())
+        return;
+    const QString rowId = id();
+    store.put(u"messages"_s, rowId, conversation,
+              {{u"id"_s, rowId}, {u"role"_s, role}, {u"content"_s, content}, {u"kind"_s, kind}, {u"time"_s, now()}});
+    notifyUi();
+}
+
+void Backend::newConversation()
+{
+    guard([&] {
+        require(!engine.busy() && !chatBusy, u"Дождитесь завершения текущей работы."_s);
+        selectedTask = u"new"_s;
+    });
+}
+
+void Backend::sendMessage(const QString &typed)
+{
+    QString text = typed.trimmed();
+    if (refuseLine(text))
+        return;
+    text = withAttachments(text);
+    if (apiTesting) {
+        message = u"Проверяю ключ…"_s;
+        notifyUi();
+        return;
+    }
+    const QString lower = text.toLower();
+    if (lower.startsWith(u"подключи"_s)) {
+        connectByName(text);
+        return;
+    }
+
+    const QString body = bodyOf(text);
+    const bool action = asksForAction(body);
+    if (!action && answersQuestion(text, body)) {
+        discuss(text);
+    } else if (engine.phaseCode() == "CLARIFICATION"_L1) {
+        clarify(text);
+    } else if (queuePaused && !engine.busy() && !queue.isEmpty() && lower.startsWith(u"продолж"_s)) {
+        resumeQueue();
+    } else if (!chatBusy && (action || beginsLikeWork(lower))) {
+        startTask(text);
+    } else if (!std::as_const(settings)["mock"_L1].toBool()) {
+        routeByModel(text);
+    } else if (beginsLikeTalk(lower)) {
+        discuss(text);
+    } else {
+        startTask(text);
+    }
+}
+
+/// What ends a line before it is looked at.
+bool Backend::refuseLine(const QString &text)
+{
+    if (!importProcesses.isEmpty()) {
+        message = u"Дождитесь добавления вложений"_s;
+        notifyUi();
+        return true;
+    }
+    return attachments.isEmpty() && text.isEmpty();
+}
+
+/// The line with its attachments named, so that everything below sees one text.
+QString Backend::withAttachments(const QString &text)
+{
+    if (attachments.isEmpty())
+        return text;
+    QString named = text.isEmpty() ? u"Опиши прикреплённые файлы"_s : text;
+    named += u"\n\nВложения:"_s;
+    for (const QJsonValue &attachment : std::as_const(attachments))
+        named += u'\n' + attachment["path"_L1].toString();
+    return named;
+}
+
+void Backend::connectByName(const QString &text)
+{
+    const QString lower = text.toLower();
+    discoverMcp();
+    const QJsonArray servers = mcp.list();
+    const auto named = std::ranges::find_if(servers, [&](const QJsonValue &server) {
+        const QString name = server["name"_L1].toString().toLower();
+        return lower.contains(name)
+            || ((lower.contains("roblox"_L1) || lower.contains(u"роблокс"_s)) && name.contains("roblox"_L1));
+    });
+    const bool only = servers.size() == 1 && lower.contains("mcp"_L1);
+    addChat(conversationId(), u"user"_s, text, u"message"_s);
+    if (named != servers.end())
+        connectMcp((*named)["id"_L1].toString());
+    else if (only)
+        connectMcp(servers.first()["id"_L1].toString());
+    else
+        addChat(
+            conversationId(), u"assistant"_s,
+            u"Откройте настройки → Подключения: выберите доступный MCP-сервер. Для Roblox включите Enable Studio as "
+            "MCP server в Assistant → Manage MCP Servers."_s,
+            u"message"_s);
+}
+
+bool Backend::answersQuestion(const QString &text, const QString &body)
+{
+    return !attachments.isEmpty() || (engine.phaseCode() != "CLARIFICATION"_L1 && !mediaForRequest(text).isEmpty())
+        || asksAQuestion(body);
+}
+
+void Backend::startTask(const QString &request)
+{
+    start(request, false, taskBudget, u""_s, u"[]"_s);
+}
+
+QString Backend::chiefSkill() const
+{
+    return preferences["role_skills"_L1]["orchestrator"_L1]["instructions"_L1].toString().left(maxSkillChars);
+}
+
+/// The last rows of a conversation as {"role", "content"}, oldest first. For a run, rows that only narrate are left out
+/// of those taken.
+QJsonArray Backend::historyOf(const QString &conversation, qsizetype count, qsizetype chars, bool forRun) const
+{
+    QJsonArray history;
+    const QList<Store::Row> rows = store.rowsAfter(u"messages"_s, conversation, 0, int(count));
+    for (const Store::Row &row : rows) {
+        const QString kind = row.body["kind"_L1].toString();
+        if (forRun && (kind == "progress"_L1 || kind == "file"_L1))
+            continue;
+        history.append(QJsonObject{{u"role"_s, row.body["role"_L1]},
+                                   {u"content"_s, row.body["content"_L1].toString().left(chars)}});
+    }
+    return history;
+}
+
+void Backend::routeByModel(const QString &text)
+{
+    guard([&] {
+        require(!chatBusy, u"Дождитесь ответа."_s);
+        if (workspace.root().isEmpty())
+            createProject(u"Новый проект"_s, defaultFolder());
+        const QString conversation = conversationId();
+        const QJsonObject state = selected();
+        const QJsonObject input{
+            {u"media"_s, mediaForRequest(text)},
+            {u"message"_s, text},
+            {u"role_skill_instructions"_s, chiefSkill()},
+            {u"history"_s, historyOf(conversation, routerTurns, routerTurnChars, false)},
+            {u"task_report"_s,
+             state["id"_L1].toString().isEmpty() ? u"Задача ещё не запускалась."_s : Narrator::report(state)},
+        };
+        configureClient(chatClient);
+        // Not stored yet: if this is a task, the engine stores it under that.
+        chatBusy = true;
+        pendingChatText = text;
+        pendingChatConversation = conversation;
+        notifyUi();
+        chatClient.request(
+            {id(), u"chat_router"_s, PromptManager::get(u"chat_router"_s) + chatRouterSkillNote(), input, answerTokens},
+            [this, text, conversation](const LLMResult &result) { takeRoute(text, conversation, result); });
+    });
+}
+
+void Backend::takeRoute(const QString &text, const QString &conversation, const LLMResult &result)
+{
+    chatBusy = false;
+    pendingChatText.clear();
+    pendingChatConversation.clear();
+    notifyUi();
+    guard([&] { followRoute(text, conversation, result); });
+    // Nothing that the user wrote is lost on a failed call.
+    if (!message.isEmpty()) {
+        addChat(conversation, u"user"_s, text, u"message"_s);
+        addChat(conversation, u"assistant"_s, u"Не удалось получить ответ. "_s + message, u"error"_s);
+    }
+    drainLater();
+}
+
+void Backend::followRoute(const QString &text, const QString &conversation, const LLMResult &result)
+{
+    require(result.error.isEmpty(), result.error);
+    const QJsonObject answer = parseObject(result.content);
+    const QString action = answer["action"_L1].toString();
+    require(action == "TASK"_L1 || action == "CHAT"_L1, u"Модель не определила действие."_s);
+    if (action == "TASK"_L1) {
+        startTask(text);
+        return;
+    }
+    require(answer["summary"_L1].isString(), u"Пустой ответ."_s);
+    attachments = {};
+    addChat(conversation, u"user"_s, text, u"message"_s);
+    addChat(conversation, u"assistant"_s, answer["summary"_L1].toString(), u"message"_s);
+}
+
+void Backend::discuss(const QString &text)
+{
+    guard([&] {
+        require(!chatBusy, u"Дождитесь предыдущего ответа."_s);
+        require(!text.trimmed().isEmpty(), u"Введите сообщение."_s);
+        if (workspace.root().isEmpty())
+            createProject(u"Мой проект"_s, defaultFolder());
+        const QString conversation = conversationId();
+        addChat(conversation, u"user"_s, text, u"message"_s);
+        try {
+            askChat(text, conversation);
+        } catch (const std::exception &failure) {
+            addChat(conversation, u"assistant"_s, textOf(failure), u"error"_s);
+            chatBusy = false;
+        }
+    });
+}
+
+void Backend::askChat(const QString &text, const QString &conversation)
+{
+    const QJsonObject state = selected();
+    QJsonObject input{
+        {u"media"_s, isSmallTalk(text) ? QJsonArray() : mediaForRequest(text)},
+        {u"memory"_s, store.list(u"memory_entries"_s, workspace.project())},
+        {u"question"_s, text},
+        {u"history"_s, historyOf(conversation, chatTurns, chatTurnChars, false)},
+        {u"task_report"_s,
+         state["id"_L1].toString().isEmpty() ? u"Задача ещё не запускалась. Файлы не изменялись."_s
+                                             : Narrator::report(state)},
+    };
+    attachments = {};
+    configureClient(chatClient);
+    ILLMProvider *provider = &chatClient;
+    if (std::as_const(settings)["mock"_L1].toBool())
+        provider = &chatMock;
+    chatBusy = true;
+    notifyUi();
+    input["role_skill_instructions"_L1] = chiefSkill();
+    provider->request({id(), u"chat"_s, PromptManager::get(u"chat"_s) + chatSkillNote(), input, answerTokens},
+                      [this, conversation](const LLMResult &result) { takeChatAnswer(conversation, result); });
+}
+
+void Backend::takeChatAnswer(const QString &conversation, const LLMResult &result)
+{
+    chatBusy = false;
+    try {
+        require(result.error.isEmpty(), result.error);
+        const QString summary = parseObject(result.content)["summary"_L1].toString();
+        require(!summary.isEmpty(), u"Модель не вернула текст ответа."_s);
+        addChat(conversation, u"assistant"_s, summary, u"message"_s);
+    } catch (const std::exception &failure) {
+        addChat(conversation, u"assistant"_s,
+                u"Не удалось получить ответ. "_s + textOf(failure) + u"\nФайлы этим сообщением не изменялись."_s,
+                u"error"_s);
+    }
+    notifyUi();
+    drainLater();
+}
+
+void Backend::drainLater()
+{
+    QTimer::singleShot(0, this, &Backend::drainQueue);
+}
+
+} // namespace vesk

@@ -1,0 +1,224 @@
+#include "backend.h"
+
+#include "helpers.h"
+
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <QSaveFile>
+#include <QStandardPaths>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr qsizetype maxFolderName = 60;
+constexpr qsizetype maxTitle = 100;
+constexpr qsizetype maxBackgroundScript = 32000;
+
+/// A folder name that every file system takes.
+QString safeFolderName(const QString &name)
+{
+    static const QRegularExpression forbidden(u"[<>:\"/\\\\|?*\\x00-\\x1f]"_s);
+    QString safe = name.trimmed().replace(forbidden, u"_"_s).left(maxFolderName);
+    while (safe.endsWith(u'.') || safe.endsWith(u' '))
+        safe.chop(1);
+    return safe.isEmpty() ? u"project"_s : safe;
+}
+
+const QStringList &settablePreferences()
+{
+    static const QStringList keys{u"glass"_s,         u"animations"_s,         u"computer_access"_s,
+                                  u"sidebar_width"_s, u"inspector_width"_s,    u"background_js"_s,
+                                  u"team_left"_s,     u"background_opacity"_s, u"agent_positions"_s,
+                                  u"ffmpeg_path"_s,   u"blender_path"_s,       u"automatic_routing"_s};
+    return keys;
+}
+
+} // namespace
+
+void Backend::requireQuiet() const
+{
+    require(!engine.busy() && !chatBusy, u"Сначала остановите текущую работу и дождитесь ответа в чате."_s);
+}
+
+void Backend::createProject(const QString &name, const QString &folder)
+{
+    guard([&] {
+        requireQuiet();
+        require(!name.trimmed().isEmpty(), u"Укажите название проекта."_s);
+        const QString projectId = id();
+        workspace.open(projectFolder(name, folder, projectId), projectId);
+        writeProjectFile(name, projectId);
+        queue = {};
+        queuePaused = false;
+        projectName = name;
+        store.put(u"projects"_s, projectId, {},
+                  {{u"id"_s, projectId}, {u"name"_s, name}, {u"root"_s, workspace.root()}, {u"created_at"_s, now()}});
+        selectedTask.clear();
+    });
+}
+
+QString Backend::projectFolder(const QString &name, const QString &folder, const QString &projectId) const
+{
+    const QString parent = folder.startsWith("file:"_L1) ? QUrl(folder).toLocalFile() : folder;
+    return parent + u'/' + safeFolderName(name) + u'-' + projectId.left(8);
+}
+
+void Backend::writeProjectFile(const QString &name, const QString &projectId) const
+{
+    const QJsonObject document{{u"name"_s, name}, {u"project_id"_s, projectId}, {u"created_at"_s, now()}};
+    QSaveFile file(workspace.root() + u"/VESK-project.json"_s);
+    const QByteArray text = QJsonDocument(document).toJson(QJsonDocument::Indented);
+    require(file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.commit(),
+            u"Не удалось сохранить описание проекта."_s);
+}
+
+void Backend::selectProject(const QString &projectId)
+{
+    guard([&] {
+        requireQuiet();
+        const QJsonObject project = store.get(u"projects"_s, projectId);
+        require(!project.isEmpty(), u"Проект не найден."_s);
+        workspace.open(project["root"_L1].toString(), projectId);
+        projectName = project["name"_L1].toString();
+        attachments = {};
+        // A queue found on disk never starts by itself.
+        queue = store.get(u"settings"_s, u"queue:"_s + projectId)["items"_L1].toArray();
+        queuePaused = !queue.isEmpty();
+        const QJsonArray outlines = store.taskOutlines(projectId);
+        selectedTask = outlines.isEmpty() ? QString() : outlines.last()["id"_L1].toString();
+    });
+}
+
+void Backend::selectTask(const QString &task)
+{
+    guard([&] {
+        require(!engine.busy() || task == engineTask(), u"Остановите текущую задачу перед открытием другой."_s);
+        require(store.get(u"tasks"_s, task)["project_id"_L1].toString() == workspace.project()
+                    && !workspace.project().isEmpty(),
+                u"Эта задача относится к другому проекту."_s);
+        selectedTask = task;
+    });
+}
+
+/// The row of a task of this project; throws "Диалог не найден.".
+QJsonObject Backend::ownTask(const QString &task) const
+{
+    const QJsonObject row = store.get(u"tasks"_s, task);
+    require(!row.isEmpty() && row["project_id"_L1].toString() == workspace.project(), u"Диалог не найден."_s);
+    return row;
+}
+
+void Backend::renameTask(const QString &task, const QString &title)
+{
+    guard([&] {
+        require(!engine.busy() || task != engineTask(), u"Переименовать можно после завершения."_s);
+        QJsonObject row = ownTask(task);
+        const QString trimmed = title.trimmed();
+        require(!trimmed.isEmpty(), u"Введите название."_s);
+        QJsonObject spec = std::as_const(row)["spec"_L1].toObject();
+        spec["title"_L1] = trimmed.left(maxTitle);
+        row["spec"_L1] = spec;
+        store.put(u"tasks"_s, task, workspace.project(), row);
+    });
+}
+
+void Backend::archiveTask(const QString &task)
+{
+    guard([&] {
+        require(!engine.busy() || task != engineTask(), u"Сначала остановите задачу."_s);
+        QJsonObject row = ownTask(task);
+        const bool inView = selected()["id"_L1].toString() == task;
+        row["archived"_L1] = true;
+        store.put(u"tasks"_s, task, workspace.project(), row);
+        if (inView)
+            selectedTask = u"new"_s;
+    });
+}
+
+void Backend::rollback(const QString &checkpoint)
+{
+    guard([&] {
+        require(!engine.busy(), u"Остановите задачу перед восстановлением файлов."_s);
+        workspace.rollback(checkpoint);
+        eventBus.publish(store.get(u"checkpoints"_s, checkpoint)["task_id"_L1].toString(), u"RollbackCompleted"_s,
+                         u"Controlled workspace restored"_s, {});
+    });
+}
+
+void Backend::openFile(const QString &path)
+{
+    guard([&] {
+        require(QDesktopServices::openUrl(QUrl::fromLocalFile(workspace.resolve(path))),
+                u"Windows не смог открыть файл. Откройте папку проекта и выберите приложение для этого типа файла."_s);
+    });
+}
+
+void Backend::openWorkspace()
+{
+    if (!workspace.root().isEmpty())
+        QDesktopServices::openUrl(QUrl::fromLocalFile(workspace.root()));
+}
+
+QString Backend::defaultFolder() const
+{
+    return QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation) + u"/VESK Projects"_s;
+}
+
+void Backend::addMemory(const QString &category, const QString &text)
+{
+    guard([&] {
+        require(!workspace.project().isEmpty(), u"Выберите проект."_s);
+        require(!text.trimmed().isEmpty(), u"Введите текст для сохранения."_s);
+        const QString entryId = id();
+        const QJsonObject entry{{u"id"_s, entryId}, {u"category"_s, category}, {u"text"_s, text}, {u"time"_s, now()}};
+        store.put(u"memory_entries"_s, entryId, workspace.project(), entry);
+        if (category == "Architecture Decisions"_L1 || category == "User Decisions"_L1)
+            store.put(u"decision_logs"_s, entryId, workspace.project(), entry);
+    });
+}
+
+void Backend::setPreference(const QString &key, const QVariant &value)
+{
+    guard([&] {
+        require(settablePreferences().contains(key), u"Неизвестная настройка"_s);
+        require(key != "background_js"_L1 || value.toString().size() <= maxBackgroundScript,
+                u"Код фона слишком большой"_s);
+        preferences[key] = QJsonValue::fromVariant(value);
+        savePreferences();
+    });
+}
+
+void Backend::savePreferences()
+{
+    store.put(u"settings"_s, u"workspace-ui"_s, {}, preferences);
+    Q_EMIT preferencesChanged();
+}
+
+void Backend::renderBackground(double time, int width, int height)
+{
+    background.render(std::as_const(preferences)["background_js"_L1].toString(), time, width, height);
+}
+
+void Backend::discoverMcp()
+{
+    mcp.scan(workspace.root());
+}
+
+void Backend::connectMcp(const QString &server)
+{
+    mcp.connectServer(server);
+}
+
+void Backend::disconnectMcp(const QString &server)
+{
+    mcp.disconnectServer(server);
+}
+
+} // namespace vesk

@@ -1,0 +1,241 @@
+// Exactly one run lives in the engine. A request starts at once, waits in the queue, or is refused.
+
+#include "backend.h"
+
+#include "helpers.h"
+#include "message_kind.h"
+
+#include <QJsonDocument>
+
+#include <algorithm>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr qsizetype maxWaiting = 50;
+constexpr int defaultBudget = 1000000;
+constexpr qsizetype runTurns = 8;
+constexpr qsizetype runTurnChars = 2500;
+
+/// The build command as the engine takes it; empty without a program.
+QJsonObject buildCommand(const QString &program, const QString &arguments)
+{
+    if (program.trimmed().isEmpty())
+        return {};
+    const QJsonDocument list = QJsonDocument::fromJson(arguments.toUtf8());
+    require(list.isArray(), u"Аргументы команды должны быть JSON-массивом строк."_s);
+    return {{u"program"_s, program}, {u"arguments"_s, list.array()}};
+}
+
+} // namespace
+
+void Backend::start(const QString &request, bool preview, int budget, const QString &program, const QString &arguments)
+{
+    guard([&] {
+        const QJsonObject command = buildCommand(program, arguments);
+        require(!chatBusy, u"Дождитесь ответа в чате."_s);
+        require(importProcesses.isEmpty(), u"Дождитесь добавления вложений"_s);
+        if (workspace.root().isEmpty())
+            createProject(u"Мой проект"_s, defaultFolder());
+        require(!workspace.root().isEmpty(), u"Не удалось создать папку проекта."_s);
+        if (answeredByDemo(request))
+            return;
+        if (engine.busy() || !queue.isEmpty())
+            enqueueRequest(request, preview, budget, program, arguments);
+        else
+            startNow(request, preview, budget, command);
+    });
+}
+
+/// Demo mode has answers for a calculator and a build; any other request is told so and changes nothing.
+bool Backend::answeredByDemo(const QString &request)
+{
+    if (!std::as_const(settings)["mock"_L1].toBool() || suitsDemo(request))
+        return false;
+    const QString conversation = conversationId();
+    addChat(conversation, u"user"_s, request, u"message"_s);
+    addChat(conversation, u"assistant"_s,
+            u"Сейчас включён деморежим. В нём можно создать калькулятор или запустить сборку проекта. Для своей задачи "
+            "откройте настройки API и вставьте ключ. Ничего не запускал и файлы не изменял."_s,
+            u"message"_s);
+    attachments = {};
+    return true;
+}
+
+void Backend::enqueueRequest(const QString &request, bool preview, int budget, const QString &program,
+                             const QString &arguments)
+{
+    require(queue.size() < maxWaiting, u"В очереди уже 50 задач."_s);
+    queue.append(QJsonObject{{u"id"_s, id()},
+                             {u"request"_s, request},
+                             {u"preview"_s, preview},
+                             {u"budget"_s, budget},
+                             {u"program"_s, program},
+                             {u"arguments"_s, arguments},
+                             {u"created_at"_s, now()}});
+    attachments = {};
+    saveQueue();
+    const QString conversation = conversationId();
+    addChat(conversation, u"user"_s, request, u"message"_s);
+    addChat(conversation, u"assistant"_s,
+            u"Запрос добавлен в очередь, позиция "_s + QString::number(queue.size())
+                + u". Главный агент начнёт новый цикл после текущей задачи. Файлы по этому запросу пока не "
+                  "изменялись."_s,
+            u"queued"_s);
+    drainLater();
+}
+
+void Backend::startNow(const QString &request, bool preview, int budget, const QJsonObject &command)
+{
+    engine.conversationHistory = historyOf(conversationId(), runTurns, runTurnChars, true);
+    engine.previousSpec = selected()["spec"_L1].toObject();
+    engine.requestMedia = mediaForRequest(request);
+    engine.mediaTools = mediaCapabilities();
+    client.root = workspace.root();
+    attachments = {};
+    selectedTask.clear();
+    prepareRuntime(request);
+    engine.start(request, preview, budget, command);
+}
+
+void Backend::clarify(const QString &answer)
+{
+    guard([&] { engine.clarify(answer); });
+}
+
+void Backend::pause()
+{
+    guard([this] { engine.pause(); });
+}
+
+void Backend::resume()
+{
+    guard([this] { engine.resume(); });
+}
+
+void Backend::runPreview()
+{
+    guard([this] { engine.runPreview(); });
+}
+
+void Backend::approve(const QString &action, bool allow)
+{
+    guard([&] { engine.approve(action, allow); });
+}
+
+void Backend::setPriority(const QString &node, int priority)
+{
+    guard([&] { engine.priority(node, priority); });
+}
+
+void Backend::stop()
+{
+    guard([this] {
+        ++catalogGeneration;
+        if (modelsReply)
+            modelsReply->abort();
+        modelsReply.clear();
+        probeClient.cancelAll();
+        if (agentProbe) {
+            agentProbe->cancelAll();
+            agentProbe->deleteLater();
+        }
+        agentProbe.clear();
+        apiTesting = false;
+        apiStatus = u"Остановлено"_s;
+        const QSet<QProcess *> imports = std::exchange(importProcesses, {});
+        for (QProcess *process : imports) {
+            process->disconnect(this);
+            process->kill();
+            process->deleteLater();
+        }
+        queuePaused = true;
+        saveQueue();
+        if (chatBusy)
+            stopChat();
+        if (engine.busy())
+            engine.cancel();
+        mcp.cancelAll();
+        streamNote.clear();
+        Q_EMIT streamChanged();
+    });
+}
+
+void Backend::stopChat()
+{
+    chatClient.cancelAll();
+    chatMock.cancelAll();
+    if (!pendingChatText.isEmpty())
+        addChat(pendingChatConversation, u"user"_s, pendingChatText, u"message"_s);
+    pendingChatText.clear();
+    pendingChatConversation.clear();
+    chatBusy = false;
+    streamNote.clear();
+    Q_EMIT streamChanged();
+    queuePaused = true;
+    saveQueue();
+    addChat(conversationId(), u"assistant"_s, u"Ответ остановлен."_s, u"progress"_s);
+}
+
+void Backend::cancelQueued(const QString &key)
+{
+    guard([&] {
+        const auto item = std::ranges::find_if(
+            std::as_const(queue), [&](const QJsonValue &waiting) { return waiting["id"_L1].toString() == key; });
+        if (item == std::as_const(queue).end())
+            return;
+        queue.removeAt(item - std::as_const(queue).begin());
+        saveQueue();
+    });
+}
+
+void Backend::resumeQueue()
+{
+    guard([this] {
+        queuePaused = false;
+        saveQueue();
+        drainLater();
+    });
+}
+
+void Backend::saveQueue()
+{
+    const QString project = workspace.project();
+    if (!project.isEmpty())
+        store.put(u"settings"_s, u"queue:"_s + project, project, {{u"items"_s, queue}, {u"paused"_s, queuePaused}});
+    notifyUi();
+}
+
+void Backend::drainQueue()
+{
+    if (engine.busy() || chatBusy || queuePaused || queue.isEmpty())
+        return;
+    try {
+        const QJsonObject item = std::as_const(queue).first().toObject();
+        QJsonArray rest = queue;
+        rest.removeFirst();
+        // Empty for the moment: what lets start() go the direct way instead of queuing the item again. On disk the
+        // item leaves the queue only with the rest that stays, so that a crash in between loses none of them.
+        queue = {};
+        start(item["request"_L1].toString(), item["preview"_L1].toBool(), item["budget"_L1].toInt(defaultBudget),
+              item["program"_L1].toString(), item["arguments"_L1].toString());
+        queue = rest;
+        if (!message.isEmpty()) {
+            queue.prepend(item);
+            queuePaused = true;
+        }
+        saveQueue();
+        if (!engine.busy() && !queuePaused)
+            drainLater();
+    } catch (const std::exception &failure) {
+        message = textOf(failure);
+        queuePaused = true;
+        notifyUi();
+    }
+}
+
+} // namespace vesk

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QJsonArray>
+#include <QJsonObject>
+#include <QString>
+#include <QVariantList>
+#include <QVariantMap>
+
+namespace vesk {
+
+/// What the interface is shown of the stored documents: pure functions from plain data.
+
+/// The document of a view with no task.
+QJsonObject emptyState();
+
+/// Phases in which a task has ended.
+bool isEndPhase(const QString &phase);
+
+/// The task state document cut down to what the main view binds to.
+QVariantMap uiStateOf(const QJsonObject &state);
+
+/// An event without its payload but for the path in it.
+QJsonObject shownEvent(QJsonObject event);
+
+/// Message rows with the media that each user message names, the report that an ended task always shows, and the line
+/// that is still being routed. `pending` is empty when there is none; `root` is the project folder.
+QVariantList conversationOf(QVariantList rows, const QJsonObject &state, const QString &pending,
+                            const QJsonArray &media, const QString &root);
+
+/// The media records of a project's artifacts, excerpts cut to 1500 characters.
+QJsonArray mediaOf(const QJsonArray &artifacts);
+
+/// Tracked files without their content, then media without their excerpts.
+QVariantList filesOf(const QJsonArray &files, const QJsonArray &media);
+
+/// Outlines of the tasks that are not archived.
+QVariantList tasksOf(const QJsonArray &outlines);
+
+} // namespace vesk
