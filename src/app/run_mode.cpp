@@ -129,12 +129,9 @@ void RunMode::addMessage(const QJsonValue &task, const QString &kind, const QStr
     if (text.isEmpty())
         return;
     const QString message = id();
-    store.put(u"messages"_s, message, task.toString(),
-              {{u"id"_s, message},
-               {u"role"_s, u"assistant"_s},
-               {u"content"_s, text},
-               {u"kind"_s, kind},
-               {u"time"_s, now()}});
+    store.put(
+        u"messages"_s, message, task.toString(),
+        {{u"id"_s, message}, {u"role"_s, u"assistant"_s}, {u"content"_s, text}, {u"kind"_s, kind}, {u"time"_s, now()}});
 }
 
 void RunMode::watchPhase()
