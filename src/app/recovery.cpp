@@ -56,19 +56,22 @@ QJsonArray endedRuns(Store &store, const QString &taskId, const QJsonArray &know
 void recoverInterruptedTasks(Store &store)
 {
     static const QStringList ended{u"COMPLETED"_s, u"FAILED"_s, u"CANCELLED"_s, u"INTERRUPTED"_s};
-    const QJsonArray tasks = store.list(u"tasks"_s, {});
-    for (const QJsonValue &entry : tasks) {
-        QJsonObject task = entry.toObject();
-        const QString taskId = task["id"_L1].toString();
-        if (taskId.isEmpty() || ended.contains(task["phase"_L1].toString()))
+    // From the outlines: reading hundreds of whole documents to find the one that was cut off took seconds.
+    const QJsonArray outlines = store.taskOutlines({});
+    for (const QJsonValue &outline : outlines) {
+        if (ended.contains(outline["phase"_L1].toString()))
             continue;
+        const QString taskId = outline["id"_L1].toString();
+        QJsonObject task = store.get(u"tasks"_s, taskId);
+        if (task.isEmpty())
+            continue; // No longer readable; rows are never repaired.
         store.atomic([&] {
             task["phase"_L1] = u"INTERRUPTED"_s;
             task["pending"_L1] = QJsonArray();
             task["error"_L1]
                 = u"Предыдущий сеанс был прерван. История сохранена; незавершённую задачу нужно запустить заново."_s;
-            task["runs"_L1] = endedRuns(store, taskId, task["runs"_L1].toArray());
-            store.put(u"tasks"_s, taskId, task["project_id"_L1].toString(), task);
+            task["runs"_L1] = endedRuns(store, taskId, std::as_const(task)["runs"_L1].toArray());
+            store.put(u"tasks"_s, taskId, std::as_const(task)["project_id"_L1].toString(), task);
         });
     }
 }

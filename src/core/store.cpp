@@ -26,13 +26,18 @@ constexpr int cacheCost = 16384;
 constexpr qsizetype searchLimit = 200;
 constexpr qsizetype outlineRequestChars = 200;
 
-/// What a list of tasks shows, so that SQLite answers from the index alone. A body that no longer parses has none of
-/// it.
-const QString outlineColumns
-    = u"task,updated,CASE WHEN json_valid(body) THEN json_extract(body,'$.phase') END,"
-      "CASE WHEN json_valid(body) THEN json_extract(body,'$.archived') END,"
-      "CASE WHEN json_valid(body) THEN json_extract(body,'$.spec.title') END,"
-      "CASE WHEN json_valid(body) THEN substr(json_extract(body,'$.spec.original_request'),1,200) END,id"_s;
+/// What a list of tasks shows of one.
+QJsonObject outlineOf(const QJsonObject &task)
+{
+    const QJsonValue spec = task["spec"_L1];
+    return {{u"id"_s, task["id"_L1]},
+            {u"project_id"_s, task["project_id"_L1]},
+            {u"phase"_s, task["phase"_L1]},
+            {u"archived"_s, task["archived"_L1].toBool()},
+            {u"spec"_s,
+             QJsonObject{{u"title"_s, spec["title"_L1]},
+                         {u"original_request"_s, spec["original_request"_L1].toString().left(outlineRequestChars)}}}};
+}
 
 QString cacheKey(const QString &table, const QString &key)
 {
@@ -92,12 +97,51 @@ void Store::open(const QString &path)
                 + u" (id TEXT PRIMARY KEY, task TEXT NOT NULL, body TEXT NOT NULL, updated TEXT NOT NULL)"_s);
         execute(u"CREATE INDEX IF NOT EXISTS idx_"_s + table + u"_task ON "_s + table + u"(task)"_s);
     }
-    execute(u"CREATE INDEX IF NOT EXISTS idx_tasks_outline ON tasks("_s + outlineColumns + u')');
+    openOutlines();
     QSqlQuery(database).exec(u"PRAGMA user_version=1"_s);
     // SQLite opens a file that it may not write to for reading and says so only at the first write,
     // which would be in the middle of a run.
     execute(u"BEGIN IMMEDIATE"_s);
     execute(u"ROLLBACK"_s);
+}
+
+/// The outlines stand beside the tasks, since a task's document may be megabytes long: an index over expressions parsed
+/// each of them at every write. What another program, or a crash between the two writes, has left behind is made up for
+/// here; the time of the last write tells.
+void Store::openOutlines()
+{
+    execute(u"CREATE TABLE IF NOT EXISTS task_outlines (id TEXT PRIMARY KEY, task TEXT NOT NULL, body TEXT NOT NULL, "
+            "updated TEXT NOT NULL)"_s);
+    // Without this index the comparison would walk through the pages of every document to the column behind it.
+    execute(u"CREATE INDEX IF NOT EXISTS idx_tasks_updated ON tasks(updated,id)"_s);
+    QSqlQuery query(database);
+    query.exec(u"SELECT t.id FROM tasks AS t LEFT JOIN task_outlines AS o ON o.id=t.id AND o.updated=t.updated "
+               "WHERE o.id IS NULL"_s);
+    check(query);
+    QStringList missing;
+    while (query.next())
+        missing.append(query.value(0).toString());
+    query.finish();
+    for (const QString &task : std::as_const(missing))
+        addOutline(task);
+}
+
+void Store::addOutline(const QString &task)
+{
+    QSqlQuery query(database);
+    query.prepare(u"SELECT task,CAST(body AS BLOB),updated FROM tasks WHERE id=?"_s);
+    query.bindValue(0, task);
+    query.exec();
+    check(query);
+    if (!query.next())
+        return;
+    const QString owner = query.value(0).toString();
+    const QJsonObject body = parsed(query.value(1).toByteArray());
+    const QString time = query.value(2).toString();
+    query.finish();
+    QJsonObject outline = outlineOf(body);
+    outline["id"_L1] = task;
+    write(Statement::PutOutline, u"tasks"_s, task, owner, jsonBytes(outline), time);
 }
 
 void Store::execute(const QString &sql) const
@@ -137,8 +181,12 @@ QSqlQuery &Store::statement(Statement kind, const QString &table) const
             + u" WHERE task=? AND rowid>? ORDER BY rowid DESC LIMIT ?"_s;
         break;
     case Statement::Outlines:
-        sql = u"SELECT "_s + outlineColumns
-            + u" FROM tasks INDEXED BY idx_tasks_outline WHERE task=? OR ?='' ORDER BY updated,rowid"_s;
+        sql = u"SELECT CAST(body AS BLOB) FROM task_outlines WHERE task=? OR ?='' ORDER BY updated,rowid"_s;
+        break;
+    case Statement::PutOutline:
+        sql = u"INSERT INTO task_outlines(id,task,body,updated) VALUES(?,?,CAST(? AS TEXT),?) ON CONFLICT(id) DO "
+              u"UPDATE "
+              "SET task=excluded.task,body=excluded.body,updated=excluded.updated"_s;
         break;
     case Statement::ListOwner:
         sql = u"SELECT CAST(body AS BLOB) FROM "_s + table + u" WHERE task=? ORDER BY updated,rowid"_s;
@@ -155,26 +203,46 @@ void Store::put(const QString &table, const QString &id, const QString &task, co
 {
     requireTable(table);
     const QByteArray text = jsonBytes(body);
-    putText(table, id, task, text);
+    const QString time = write(Statement::Put, table, id, task, text);
+    if (table == "tasks"_L1)
+        write(Statement::PutOutline, table, id, task, jsonBytes(outlineOf(body)), time);
     records.insert(cacheKey(table, id), new QJsonObject(body), int(std::max<qsizetype>(1, text.size() / 512)));
 }
 
 void Store::putText(const QString &table, const QString &id, const QString &task, const QByteArray &body)
 {
     requireTable(table);
-    QSqlQuery &query = statement(Statement::Put, table);
+    const QString time = write(Statement::Put, table, id, task, body);
+    if (table == "tasks"_L1)
+        write(Statement::PutOutline, table, id, task, jsonBytes(outlineOf(parsed(body))), time);
+}
+
+void Store::putTask(const QString &id, const QString &project, const QByteArray &body, const QJsonObject &head)
+{
+    const QString time = write(Statement::Put, u"tasks"_s, id, project, body);
+    write(Statement::PutOutline, u"tasks"_s, id, project, jsonBytes(outlineOf(head)), time);
+}
+
+/// Executes one of the two writing statements; gives the time that the row bears.
+QString Store::write(Statement kind, const QString &table, const QString &id, const QString &task,
+                     const QByteArray &body, const QString &time)
+{
+    const QString updated = time.isEmpty() ? now() : time;
+    QSqlQuery &query = statement(kind, table);
     query.bindValue(0, id);
     // An empty key must be an empty text: a null string is bound as NULL, which the column refuses.
     query.bindValue(1, task.isNull() ? u""_s : task);
     query.bindValue(2, body);
-    query.bindValue(3, now());
+    query.bindValue(3, updated);
     query.exec();
     query.finish();
     check(query);
-
-    ++revisions[table];
-    records.remove(cacheKey(table, id));
-    forgetLists(table);
+    if (kind == Statement::Put) {
+        ++revisions[table];
+        records.remove(cacheKey(table, id));
+        forgetLists(table);
+    }
+    return updated;
 }
 
 /// All cached lists of a table go at once, since a changed owner could affect any of them.
@@ -263,15 +331,8 @@ QJsonArray Store::taskOutlines(const QString &project) const
     query.exec();
     check(query);
     QJsonArray outlines;
-    while (query.next()) {
-        const QJsonObject spec{{u"title"_s, query.value(4).toString()},
-                               {u"original_request"_s, query.value(5).toString().left(outlineRequestChars)}};
-        outlines.append(QJsonObject{{u"id"_s, query.value(6).toString()},
-                                    {u"project_id"_s, query.value(0).toString()},
-                                    {u"phase"_s, query.value(2).toString()},
-                                    {u"archived"_s, query.value(3).toBool()},
-                                    {u"spec"_s, spec}});
-    }
+    while (query.next())
+        outlines.append(parsed(query.value(0).toByteArray()));
     query.finish();
     return outlines;
 }

@@ -39,6 +39,10 @@ public:
     /// The same for a record whose compact JSON the caller has already, as UTF-8.
     void putText(const QString &table, const QString &id, const QString &task, const QByteArray &body);
 
+    /// The same for a task, whose document may be large: `head` holds what its outline shows, so that the text isn't
+    /// parsed for it.
+    void putTask(const QString &id, const QString &project, const QByteArray &body, const QJsonObject &head);
+
     /// The record, or an empty object when there is none or its text no longer parses.
     QJsonObject get(const QString &table, const QString &id) const;
 
@@ -56,7 +60,7 @@ public:
 
     /// The tasks of a project (of all projects for an empty `project`) in the order of list(), each as
     /// {"id", "project_id", "phase", "archived", "spec": {"title", "original_request"}} with the request cut to 200
-    /// characters. Comes from an index: the documents, which may be large, are not read.
+    /// characters. The documents, which may be large, are not read.
     QJsonArray taskOutlines(const QString &project) const;
 
     /// Raised by every put to the table, and by every failed transaction: equal numbers mean an unchanged table, as far
@@ -73,10 +77,14 @@ public:
     void check(const QSqlQuery &query) const;
 
 private:
-    enum class Statement { Put, Get, ListAll, ListOwner, RowsAfter, LastRows, Outlines };
+    enum class Statement { Put, Get, ListAll, ListOwner, RowsAfter, LastRows, Outlines, PutOutline };
 
     void open(const QString &path);
+    void openOutlines();
+    void addOutline(const QString &task);
     void execute(const QString &sql) const;
+    QString write(Statement kind, const QString &table, const QString &id, const QString &task, const QByteArray &body,
+                  const QString &time = {});
     QSqlQuery &statement(Statement kind, const QString &table) const;
     void forgetLists(const QString &table);
 

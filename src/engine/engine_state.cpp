@@ -70,7 +70,9 @@ void Engine::writeDocument()
 {
     documentPace.begin();
     documentTimer.stop();
-    store.putText(u"tasks"_s, taskId, workspace.project(), documentText());
+    const QString project = workspace.project();
+    store.putTask(taskId, project, documentText(),
+                  {{u"id"_s, taskId}, {u"project_id"_s, project}, {u"phase"_s, phase}, {u"spec"_s, spec}});
     writtenPhase = phase;
     documentPace.end();
 }

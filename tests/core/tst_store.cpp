@@ -3,6 +3,7 @@
 
 #include <QFile>
 #include <QSqlDatabase>
+#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -19,6 +20,8 @@ private Q_SLOTS:
     void aFailedTransactionLeavesNothing();
     void searchStopsAtTwoHundredHits();
     void aBodyThatNoLongerParsesReadsAsEmpty();
+    void outlinesFollowTheTasks();
+    void newRowsAreReadWithoutTheOld();
     void twoConnectionsShareOneFile();
     void whatIsNoDatabaseIsRefusedAndLeftAlone();
 
@@ -159,6 +162,58 @@ void StoreTest::aBodyThatNoLongerParsesReadsAsEmpty()
     store.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"half\":");
     QCOMPARE(store.get(u"tasks"_s, u"1"_s), QJsonObject());
     QCOMPARE(store.list(u"tasks"_s, u"p"_s), (QJsonArray{QJsonObject()}));
+}
+
+void StoreTest::outlinesFollowTheTasks()
+{
+    const QString path = folder.filePath(u"outlines.sqlite"_s);
+    const auto phases = [](const Store &store) {
+        QStringList list;
+        const QJsonArray outlines = store.taskOutlines(u"p"_s);
+        for (const QJsonValue &outline : outlines)
+            list.append(outline["id"_L1].toString() + u':' + outline["phase"_L1].toString());
+        return list;
+    };
+    const QJsonObject task{{u"id"_s, u"1"_s},
+                           {u"phase"_s, u"PLANNING"_s},
+                           {u"spec"_s, QJsonObject{{u"original_request"_s, QString(300, u'x')}}}};
+    {
+        Store store(path);
+        store.put(u"tasks"_s, u"1"_s, u"p"_s, task);
+        QCOMPARE(phases(store), (QStringList{u"1:PLANNING"_s}));
+        QCOMPARE(store.taskOutlines({})[0]["spec"_L1]["original_request"_L1].toString().size(), 200);
+        store.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"id\":\"1\",\"phase\":\"FAILED\"}");
+        QCOMPARE(phases(store), (QStringList{u"1:FAILED"_s}));
+        store.put(u"tasks"_s, u"2"_s, u"other"_s, task);
+        QCOMPARE(store.taskOutlines({}).size(), 2);
+    }
+    {
+        // Written by somebody who knows nothing of outlines.
+        QSqlDatabase other = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"other"_s);
+        other.setDatabaseName(path);
+        QVERIFY(other.open());
+        QVERIFY(
+            QSqlQuery(other).exec(u"UPDATE tasks SET body='{\"phase\":\"COMPLETED\"}',updated='2099' WHERE id='1'"_s));
+        other.close();
+    }
+    QSqlDatabase::removeDatabase(u"other"_s);
+    Store store(path);
+    QCOMPARE(phases(store), (QStringList{u"1:COMPLETED"_s}));
+}
+
+void StoreTest::newRowsAreReadWithoutTheOld()
+{
+    Store store(folder.filePath(u"rows.sqlite"_s));
+    for (int i = 1; i <= 5; ++i)
+        store.put(u"events"_s, QString::number(i), i == 3 ? u"other"_s : u"t"_s, numbered(i));
+    const QList<Store::Row> last = store.rowsAfter(u"events"_s, u"t"_s, 0, 2);
+    QCOMPARE(last.size(), 2);
+    QCOMPARE(last[0].body, numbered(4));
+    QVERIFY(store.rowsAfter(u"events"_s, u"t"_s, last[1].place).isEmpty());
+    const quint64 before = store.revision(u"events"_s);
+    store.put(u"events"_s, u"6"_s, u"t"_s, numbered(6));
+    QVERIFY(store.revision(u"events"_s) != before);
+    QCOMPARE(store.rowsAfter(u"events"_s, u"t"_s, last[1].place).value(0).body, numbered(6));
 }
 
 void StoreTest::twoConnectionsShareOneFile()
