@@ -15,6 +15,7 @@ find_native() {
     for module in Core Gui Sql Network Qml Quick QuickControls2 Test; do
         [ -e "$libs/cmake/Qt6$module/Qt6${module}Config.cmake" ] || return 1
     done
+    pkg-config --exists libsecret-1 2>/dev/null || return 1
     command -v cmake >/dev/null && command -v ninja >/dev/null && command -v "${CXX:-c++}" >/dev/null || return 1
     "${CXX:-c++}" -std=c++20 -x c++ -fsyntax-only - <<<'#include <version>
 #if !defined(__cpp_lib_ranges) || !defined(__cpp_concepts)

@@ -38,6 +38,7 @@ public:
 private:
     class Errand;
     SecretAnswer run(KeyringRequest request);
+    static SecretAnswer noAnswer(Errand &errand);
 
     KeyringLimits limits;
     std::shared_ptr<Errand> unfinished; ///< The last one that was given up: its thread may hang still.

@@ -38,7 +38,7 @@ public:
     }
 
     void carryOut();
-    /// False when the deadline passed first; the errand is then cancelled.
+    /// False when the deadline passed first. The errand is then given up.
     bool wait();
     bool hasEnded();
     /// The last thing that was waited for is a person's answer.
@@ -48,7 +48,7 @@ public:
 
 private:
     SecretAnswer ask();
-    void askingPerson(bool begins);
+    bool askingPerson(bool begins);
 
     const KeyringRequest request;
     const std::chrono::milliseconds person;
@@ -59,7 +59,7 @@ private:
     Clock::duration leftForService{}; ///< When a person began to be asked.
     bool personIsAsked = false;
     GCancellable *cancellable = nullptr; ///< While there is something to cancel.
-    bool cancelled = false;
+    bool givenUp = false;
     bool ended = false;
     SecretAnswer answer;
 };
@@ -75,29 +75,31 @@ void Keyring::Errand::carryOut()
 
 SecretAnswer Keyring::Errand::ask()
 {
+    if (!hasSessionBus())
+        return {SecretOutcome::Absent, {}, u"нет сеансовой шины D-Bus"_s};
     const LibSecret *library = LibSecret::get();
     if (!library)
         return {SecretOutcome::Absent, {}, u"библиотека libsecret не установлена"_s};
     {
         const std::scoped_lock lock(mutex);
-        if (cancelled)
+        if (givenUp)
             return {};
         cancellable = library->g_cancellable_new();
     }
-    SecretAnswer got = askKeyring(request, cancellable, [this](bool begins) { askingPerson(begins); });
+    SecretAnswer got = askKeyring(request, cancellable, [this](bool begins) { return askingPerson(begins); });
     const std::scoped_lock lock(mutex);
     library->g_object_unref(std::exchange(cancellable, nullptr));
     return got;
 }
 
-void Keyring::Errand::askingPerson(bool begins)
+bool Keyring::Errand::askingPerson(bool begins)
 {
     const std::scoped_lock lock(mutex);
-    if (cancelled)
-        return;
+    if (givenUp)
+        return false;
     personIsAsked = begins;
     if (!canBePrompted())
-        return;
+        return true;
     if (begins) {
         leftForService = deadline - Clock::now();
         deadline += person;
@@ -105,6 +107,7 @@ void Keyring::Errand::askingPerson(bool begins)
         deadline = Clock::now() + leftForService;
     }
     changed.notify_all();
+    return true;
 }
 
 bool Keyring::Errand::wait()
@@ -114,7 +117,11 @@ bool Keyring::Errand::wait()
         changed.wait_until(lock, deadline);
     if (ended)
         return true;
-    cancelled = true;
+    givenUp = true;
+    // A prompt is left to the person, whose answer then counts for the next operation. To take it back would end
+    // gnome-keyring with a failed assertion, for all programs of the desktop.
+    if (personIsAsked)
+        return false;
     if (cancellable)
         LibSecret::get()->g_cancellable_cancel(cancellable);
     changed.wait_for(lock, graceAfterCancel, [this] { return ended; });
@@ -131,6 +138,14 @@ bool Keyring::Errand::waitsForPerson()
 {
     const std::scoped_lock lock(mutex);
     return personIsAsked;
+}
+
+/// What to say of an errand that was given up.
+SecretAnswer Keyring::noAnswer(Errand &errand)
+{
+    if (errand.waitsForPerson())
+        return {SecretOutcome::Locked, {}, u"связка ключей заблокирована, запрос пароля остался без ответа"_s};
+    return {SecretOutcome::Silent, {}, u"служба секретов не отвечает"_s};
 }
 
 Keyring::Keyring(const KeyringLimits &limits)
@@ -157,9 +172,9 @@ SecretAnswer Keyring::remove(const QString &target)
 
 SecretAnswer Keyring::run(KeyringRequest request)
 {
-    // A thread that can't even be cancelled would be joined by another with every call.
+    // A thread that can't be cancelled would be joined by another with every call.
     if (unfinished && !unfinished->hasEnded())
-        return {SecretOutcome::Silent, {}, u"служба секретов не отвечает"_s};
+        return noAnswer(*unfinished);
     unfinished.reset();
 
     const auto errand
@@ -170,17 +185,15 @@ SecretAnswer Keyring::run(KeyringRequest request)
     } catch (const std::system_error &) {
         return {SecretOutcome::Failed, {}, u"не удалось создать поток для службы секретов"_s};
     }
-    wasSilent = !errand->wait();
+    const bool answered = errand->wait();
     if (errand->hasEnded()) {
         thread.join();
     } else {
         thread.detach();
         unfinished = errand;
     }
-    if (wasSilent && !errand->waitsForPerson())
-        return {SecretOutcome::Silent, {}, u"служба секретов не отвечает"_s};
-    SecretAnswer answer = wasSilent ? SecretAnswer{SecretOutcome::Locked, {}, u"связку ключей никто не разблокировал"_s}
-                                    : errand->takeAnswer();
+    SecretAnswer answer = answered ? errand->takeAnswer() : noAnswer(*errand);
+    wasSilent = answer.outcome == SecretOutcome::Silent;
     wasDeclined = answer.outcome == SecretOutcome::Locked;
     return answer;
 }

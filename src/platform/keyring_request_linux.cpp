@@ -38,7 +38,7 @@ const LibSecret &lib()
 struct Unref {
     void operator()(void *object) const { lib().g_object_unref(object); }
 };
-template<class T> using Held = std::unique_ptr<T, Unref>;
+template <class T> using Held = std::unique_ptr<T, Unref>;
 
 struct UnrefTable {
     void operator()(GHashTable *table) const { lib().g_hash_table_unref(table); }
@@ -66,6 +66,7 @@ public:
     Fault &operator=(const Fault &) = delete;
 
     GError **out() { return &error; }
+    explicit operator bool() const { return error; }
     bool is(GQuark domain, int code) const { return lib().g_error_matches(error, domain, code); }
     QString text() const { return error ? QString::fromUtf8(error->message) : u"причина не названа"_s; }
     /// Ends the operation unless all is well.
@@ -81,21 +82,9 @@ private:
     GError *error = nullptr;
 };
 
-/// GLib starts a bus of its own where it finds none, and that outlives us. So it is asked only where it finds one.
-bool hasSessionBus()
-{
-    const QByteArray address = qgetenv("DBUS_SESSION_BUS_ADDRESS");
-    if (!address.isEmpty())
-        return !address.contains("autolaunch:") && address != "disabled:";
-    const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
-    struct stat status;
-    return !runtime.isEmpty() && ::stat((runtime + "/bus").constData(), &status) == 0 && S_ISSOCK(status.st_mode)
-        && status.st_uid == ::geteuid();
-}
-
 class Operation {
 public:
-    Operation(const KeyringRequest &request, GCancellable *cancellable, const std::function<void(bool)> &askingPerson)
+    Operation(const KeyringRequest &request, GCancellable *cancellable, const std::function<bool(bool)> &askingPerson)
         : request(request)
         , cancellable(cancellable)
         , askingPerson(askingPerson)
@@ -108,6 +97,7 @@ private:
     using Items = std::vector<Held<SecretItem>>;
 
     void connect();
+    void askBus(const char *method, GVariant *arguments, Fault &fault) const;
     void startService() const;
     SecretAnswer read();
     SecretAnswer save();
@@ -118,12 +108,13 @@ private:
     Items search() const;
     Held<SecretCollection> defaultCollection() const;
     void makeDefaultCollection();
+    void stopAsking();
     void open(SecretItem *item);
     bool unlock(GDBusProxy *object);
 
     const KeyringRequest &request;
     GCancellable *cancellable;
-    const std::function<void(bool)> &askingPerson;
+    const std::function<bool(bool)> &askingPerson;
     Held<GDBusConnection> bus;
     Held<SecretService> service;
     std::unique_ptr<GHashTable, UnrefTable> attributes;
@@ -133,8 +124,6 @@ private:
 /// its service.
 void Operation::connect()
 {
-    if (!hasSessionBus())
-        throw Refusal{SecretOutcome::Absent, u"нет сеансовой шины D-Bus"_s};
     Fault fault;
     bus.reset(lib().g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, fault.out()));
     if (!bus)
@@ -148,16 +137,25 @@ void Operation::connect()
     attributes.reset(lib().secret_attributes_build(&schema, "target", request.target.constData(), nullptr));
 }
 
+void Operation::askBus(const char *method, GVariant *arguments, Fault &fault) const
+{
+    GVariant *reply = lib().g_dbus_connection_call_sync(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                        "org.freedesktop.DBus", method, arguments, nullptr,
+                                                        G_DBUS_CALL_FLAGS_NONE, G_MAXINT, cancellable, fault.out());
+    if (reply)
+        lib().g_variant_unref(reply);
+}
+
 /// Asked of the bus itself: to all else an absent service answers as if it merely had no such secret.
 void Operation::startService() const
 {
+    // A service that was started by other means than the bus need not be known to the bus as one that can be started.
+    Fault unowned;
+    askBus("GetNameOwner", lib().g_variant_new("(s)", serviceName), unowned);
+    if (!unowned)
+        return;
     Fault fault;
-    GVariant *reply = lib().g_dbus_connection_call_sync(
-        bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "StartServiceByName",
-        lib().g_variant_new("(su)", serviceName, 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, G_MAXINT, cancellable,
-        fault.out());
-    if (reply)
-        lib().g_variant_unref(reply);
+    askBus("StartServiceByName", lib().g_variant_new("(su)", serviceName, 0U), fault);
     if (fault.is(lib().g_dbus_error_quark(), G_DBUS_ERROR_SERVICE_UNKNOWN))
         throw Refusal{SecretOutcome::Absent, u"на сеансовой шине нет службы секретов"_s};
     fault.check(u"служба секретов не запускается"_s);
@@ -285,12 +283,16 @@ void Operation::makeDefaultCollection()
 {
     Fault fault;
     askingPerson(true);
-    const Held<SecretCollection> made(lib().secret_collection_create_sync(service.get(), "VESK",
-                                                                          SECRET_COLLECTION_DEFAULT,
-                                                                          SECRET_COLLECTION_CREATE_NONE, cancellable,
-                                                                          fault.out()));
-    askingPerson(false);
+    const Held<SecretCollection> made(lib().secret_collection_create_sync(
+        service.get(), "VESK", SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_CREATE_NONE, cancellable, fault.out()));
+    stopAsking();
     fault.check(u"служба секретов не создаёт связку ключей"_s);
+}
+
+void Operation::stopAsking()
+{
+    if (!askingPerson(false))
+        throw Refusal{SecretOutcome::Silent, u"ответ пришёл слишком поздно"_s};
 }
 
 void Operation::open(SecretItem *item)
@@ -307,14 +309,25 @@ bool Operation::unlock(GDBusProxy *object)
     Fault fault; // Whatever it is: the keyring stays locked.
     askingPerson(true);
     const int unlocked = lib().secret_service_unlock_sync(service.get(), &one, cancellable, nullptr, fault.out());
-    askingPerson(false);
+    stopAsking();
     return unlocked > 0;
 }
 
 } // namespace
 
+bool hasSessionBus()
+{
+    const QByteArray address = qgetenv("DBUS_SESSION_BUS_ADDRESS");
+    if (!address.isEmpty())
+        return !address.contains("autolaunch:") && address != "disabled:";
+    const QByteArray runtime = qgetenv("XDG_RUNTIME_DIR");
+    struct stat status;
+    return !runtime.isEmpty() && ::stat((runtime + "/bus").constData(), &status) == 0 && S_ISSOCK(status.st_mode)
+        && status.st_uid == ::geteuid();
+}
+
 SecretAnswer askKeyring(const KeyringRequest &request, GCancellable *cancellable,
-                        const std::function<void(bool)> &askingPerson)
+                        const std::function<bool(bool)> &askingPerson)
 {
     try {
         return Operation(request, cancellable, askingPerson).run();

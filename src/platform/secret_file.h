@@ -9,7 +9,7 @@ namespace vesk {
 /// else or can be opened by others is refused, for reading and for writing. One line for each secret, of the target
 /// (percent-encoded) and the Base64 of its bytes:
 ///
-///     VESK:1f0ad9c1e5bb0b1e2f6a... c2stMTIz
+///     VESK:d9617135d6fdd0a2cde7... c2stMTIz
 ///     VESK:agent:8a6a0f0e-1b0c-4a53-9f0e-0d8f6d1c2b3a 0LrQu9GO0Yc=
 ///
 /// Lines of any other form are kept as they are. The file is replaced in one step, so readers see it whole, and
