@@ -1,12 +1,9 @@
+#include "calculator_page.h"
 #include "helpers.h"
 #include "mock_provider.h"
 
 #include <QElapsedTimer>
-#include <QFile>
-#include <QJsonDocument>
-#include <QProcess>
 #include <QStandardPaths>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -69,41 +66,6 @@ QString fixedPage(const QString &clarification = {})
     QJsonObject input = taskOf(u"калькулятор"_s, clarification);
     input[u"fixes"_s] = QJsonArray();
     return written(input)[u"content"_s].toString();
-}
-
-/// Runs the script of a page in a document that has just the elements of the calculator, presses the button and tells
-/// what stands in the result and what was alerted.
-constexpr auto browser = R"(
-const fs = require('fs');
-const [page, a, op, b] = process.argv.slice(2);
-const elements = {a: {value: a}, op: {value: op}, b: {value: b}, run: {}, result: {textContent: ''}};
-for (const id of Object.keys(elements))
-    if (!fs.readFileSync(page, 'utf8').includes(`id="${id}"`)) throw new Error(id);
-const document = {getElementById: id => elements[id]};
-const alerts = [];
-const script = /<script>(.*)<\/script>/s.exec(fs.readFileSync(page, 'utf8'))[1];
-new Function('document', 'alert', script)(document, text => alerts.push(text));
-elements.run.onclick();
-console.log(JSON.stringify({result: String(elements.result.textContent), alerts}));
-)";
-
-void save(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
-
-QJsonObject calculated(const QString &node, const QString &page, const QStringList &entries)
-{
-    const QTemporaryDir folder;
-    save(folder.filePath(u"page.html"_s), page.toUtf8());
-    save(folder.filePath(u"browser.js"_s), browser);
-
-    QProcess process;
-    process.start(node, QStringList{folder.filePath(u"browser.js"_s), folder.filePath(u"page.html"_s)} + entries);
-    process.waitForFinished(20000);
-    return QJsonDocument::fromJson(process.readAllStandardOutput()).object();
 }
 
 } // namespace
@@ -369,7 +331,7 @@ void MockProviderTest::thePageCalculates()
     QFETCH(QString, page);
     QFETCH(QStringList, entries);
 
-    const QJsonObject shown = calculated(node, page, entries);
+    const QJsonObject shown = calculate(node, page, entries);
 
     QTEST(shown[u"result"_s].toString(), "result");
     QTEST(strings(shown[u"alerts"_s].toArray()), "alerts");
