@@ -223,7 +223,6 @@ void RunModeTest::anyRequestEndsInOrder_data()
     QTest::addColumn<QStringList>("more");
     QTest::addColumn<int>("code");
     QTest::newRow("control characters") << u"a\u0001\u001b[31m\r\n\u007f\u0085\u202e"_s << QStringList() << 0;
-    QTest::newRow("half a surrogate pair") << u"a\uFFFD"_s << QStringList() << 0;
     QTest::newRow("an option in words") << u"--unknown"_s << QStringList() << 0;
     QTest::newRow("as long as an argument may be") << QString(131071, u'x') << QStringList() << 1;
     QTest::newRow("no budget") << u"x"_s << QStringList{u"--budget"_s, u"0"_s} << 1;
