@@ -38,7 +38,7 @@ const LibSecret &lib()
 struct Unref {
     void operator()(void *object) const { lib().g_object_unref(object); }
 };
-template<class T> using Held = std::unique_ptr<T, Unref>;
+template <class T> using Held = std::unique_ptr<T, Unref>;
 
 struct UnrefTable {
     void operator()(GHashTable *table) const { lib().g_hash_table_unref(table); }
@@ -152,10 +152,10 @@ void Operation::connect()
 void Operation::startService() const
 {
     Fault fault;
-    GVariant *reply = lib().g_dbus_connection_call_sync(
-        bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "StartServiceByName",
-        lib().g_variant_new("(su)", serviceName, 0U), nullptr, G_DBUS_CALL_FLAGS_NONE, G_MAXINT, cancellable,
-        fault.out());
+    GVariant *reply = lib().g_dbus_connection_call_sync(bus.get(), "org.freedesktop.DBus", "/org/freedesktop/DBus",
+                                                        "org.freedesktop.DBus", "StartServiceByName",
+                                                        lib().g_variant_new("(su)", serviceName, 0U), nullptr,
+                                                        G_DBUS_CALL_FLAGS_NONE, G_MAXINT, cancellable, fault.out());
     if (reply)
         lib().g_variant_unref(reply);
     if (fault.is(lib().g_dbus_error_quark(), G_DBUS_ERROR_SERVICE_UNKNOWN))
@@ -285,10 +285,8 @@ void Operation::makeDefaultCollection()
 {
     Fault fault;
     askingPerson(true);
-    const Held<SecretCollection> made(lib().secret_collection_create_sync(service.get(), "VESK",
-                                                                          SECRET_COLLECTION_DEFAULT,
-                                                                          SECRET_COLLECTION_CREATE_NONE, cancellable,
-                                                                          fault.out()));
+    const Held<SecretCollection> made(lib().secret_collection_create_sync(
+        service.get(), "VESK", SECRET_COLLECTION_DEFAULT, SECRET_COLLECTION_CREATE_NONE, cancellable, fault.out()));
     askingPerson(false);
     fault.check(u"служба секретов не создаёт связку ключей"_s);
 }
