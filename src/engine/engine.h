@@ -142,6 +142,8 @@ public:
     void pumpWorkflow(const QString &key);
 
 Q_SIGNALS:
+    // Emitted in the middle of a step, like the events. A listener may end the run; what begins a new one or answers a
+    // question belongs on a turn of its own.
     void changed();
     /// Once per task, with the end phase.
     void finished(QString status);

@@ -248,6 +248,7 @@ void Engine::requestFixes(int index, const QJsonObject &file, const QList<QJsonO
         return;
     }
     node.input["fix_attempts"_L1] = attempts + 1;
+    node.status = u"REVISION_REQUIRED"_s;
 
     QJsonArray fixes;
     for (const QJsonObject &review : reviews) {
@@ -268,7 +269,6 @@ void Engine::requestFixes(int index, const QJsonObject &file, const QList<QJsonO
         fixes.append(fix);
         publish(u"FixRequested"_s, u"Revision-bound fix queued"_s, fix);
     }
-    node.status = u"REVISION_REQUIRED"_s;
     persist();
     consult(u"code"_s, {{u"file"_s, file}, {u"fixes"_s, fixes}}, [this, index, fixes] {
         stage(u"EXECUTION"_s);

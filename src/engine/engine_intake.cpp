@@ -216,7 +216,8 @@ void Engine::consult(QString topic, QJsonObject context, std::function<void()> c
         const QJsonValue needsUser = answer["needs_user"_L1];
         if (isRoutineQuestion(topic, key) || alreadyAsked(key) || (needsUser.isBool() && !needsUser.toBool())) {
             publish(u"AutomaticCorrection"_s, answer["summary"_L1].toString());
-            continuation();
+            if (busy())
+                continuation();
             return;
         }
         askDecision(answer["question"_L1].toString(), answer["options"_L1].toArray(), continuation);

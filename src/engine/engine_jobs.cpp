@@ -78,7 +78,8 @@ void Engine::enqueueDirect(const QString &role, const QJsonObject &artifact, Ans
         addInstructions(*job, custom);
         job->provider = agentProviders.value(custom.isEmpty() ? role : custom["id"_L1].toString(), provider);
         job->callback = std::move(callback);
-        queueJob(job);
+        if (busy()) // still, after the news of its agent
+            queueJob(job);
     });
 }
 

@@ -179,6 +179,8 @@ void Engine::executeNode(int index)
 
 void Engine::codeNode(int index, const QJsonArray &fixes)
 {
+    if (!busy())
+        return;
     graph.nodes[index].status = u"RUNNING"_s;
     if (!fixes.isEmpty()) {
         // A changed file invalidates every check that has passed.

@@ -93,7 +93,8 @@ void Engine::judges(const QStringList &roles, const QJsonObject &artifact, Verdi
                 {{u"roles"_s, QJsonArray::fromStringList(roles)}, {u"peer_reviews"_s, peers}});
         judgeRound(roles, second, 2, [this, callback](const QString &lastVerdict, const QList<QJsonObject> &last) {
             publish(u"DiscussionCompleted"_s, u"Обсуждение завершено"_s, {{u"verdict"_s, lastVerdict}});
-            callback(lastVerdict, last);
+            if (busy())
+                callback(lastVerdict, last);
         });
     });
 }
