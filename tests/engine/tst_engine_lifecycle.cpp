@@ -549,7 +549,7 @@ void EngineLifecycleTest::aStoreThatBreaksEndsTheRunOnce_data()
     QTest::addColumn<bool>("answered");
     QTest::addColumn<int>("step");
     QTest::newRow("an answer at once, every write") << true << 1;
-    QTest::newRow("a whole run, every 5th write") << false << 5;
+    QTest::newRow("a whole run, every 9th write") << false << 9;
 }
 
 void EngineLifecycleTest::aStoreThatBreaksEndsTheRunOnce()
@@ -637,14 +637,21 @@ void EngineLifecycleTest::whoIsToldOfAStepMayEndTheRun()
     QFETCH(bool, byEvent);
     EngineFixture run;
     run.scriptOneFile();
-    run.model.answer(u"correctness_reviewer"_s, ScriptedProvider::verdict(u"REVISE"_s, u"Плохо"_s));
-    run.model.answer(u"correctness_reviewer"_s, ScriptedProvider::approval());
+    run.model.respond(u"correctness_reviewer"_s, [](const LLMRequest &request) {
+        const bool fixed = request.input[u"artifact"_s][u"node"_s][u"input"_s][u"fix_attempts"_s].toInt() > 0;
+        return ScriptedProvider::result(fixed ? ScriptedProvider::approval()
+                                              : ScriptedProvider::verdict(u"REVISE"_s, u"Плохо"_s));
+    });
     int left = 0;
     qsizetype asked = 0;
+    QJsonObject atEnd;
+    QString struckBy;
     const auto strike = [&] {
         if (--left == 0) {
+            struckBy = run.log.last()[u"type"_s].toString() + run.log.last()[u"message"_s].toString();
             asked = run.model.requests.size();
             run.engine.cancel();
+            atEnd = timeless(run.engine.snapshot());
         }
     };
     QObject::connect(&run.events, &EventBus::event, &run.events, [&] { byEvent ? strike() : void(); });
@@ -663,8 +670,11 @@ void EngineLifecycleTest::whoIsToldOfAStepMayEndTheRun()
         }
         QCOMPARE(run.phase(), u"CANCELLED"_s);
         QCOMPARE(run.model.requests.size(), asked);
+        const QJsonObject after = timeless(run.engine.snapshot());
+        for (const QString &key : after.keys())
+            QVERIFY2(after[key] == atEnd[key], qPrintable(key + u" after "_s + struckBy));
         QCOMPARE(run.storedTask()[u"phase"_s].toString(), u"CANCELLED"_s);
-        QCOMPARE(run.state(u"reserved_tokens"_s).toInt(), 0);
+        QCOMPARE(after[u"reserved_tokens"_s].toInt(), 0);
     }
 }
 
