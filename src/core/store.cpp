@@ -49,6 +49,12 @@ void requireTable(const QString &table)
     require(tables.contains(table), u"Invalid table"_s);
 }
 
+/// A null string would be bound as NULL, which equals nothing: an empty key is an empty text.
+QString boundKey(const QString &key)
+{
+    return key.isNull() ? u""_s : key;
+}
+
 QJsonObject parsed(const QByteArray &body)
 {
     return QJsonDocument::fromJson(body).object();
@@ -229,9 +235,8 @@ QString Store::write(Statement kind, const QString &table, const QString &id, co
 {
     const QString updated = time.isEmpty() ? now() : time;
     QSqlQuery &query = statement(kind, table);
-    query.bindValue(0, id);
-    // An empty key must be an empty text: a null string is bound as NULL, which the column refuses.
-    query.bindValue(1, task.isNull() ? u""_s : task);
+    query.bindValue(0, boundKey(id));
+    query.bindValue(1, boundKey(task));
     query.bindValue(2, body);
     query.bindValue(3, updated);
     query.exec();
@@ -261,7 +266,7 @@ QJsonObject Store::get(const QString &table, const QString &id) const
         return *hit;
 
     QSqlQuery &query = statement(Statement::Get, table);
-    query.bindValue(0, id);
+    query.bindValue(0, boundKey(id));
     query.exec();
     check(query);
     if (!query.next()) {
@@ -296,6 +301,7 @@ QJsonArray Store::list(const QString &table, const QString &task) const
         bytes += body.size();
         array.append(parsed(body));
     }
+    check(query); // A page that can't be read ends the rows early.
     query.finish();
 
     const qsizetype cost = bytes < 2048 ? 1 : bytes / 1024;
@@ -308,7 +314,7 @@ QList<Store::Row> Store::rowsAfter(const QString &table, const QString &task, qi
 {
     requireTable(table);
     QSqlQuery &query = statement(limit < 0 ? Statement::RowsAfter : Statement::LastRows, table);
-    query.bindValue(0, task);
+    query.bindValue(0, boundKey(task));
     query.bindValue(1, place);
     if (limit >= 0)
         query.bindValue(2, limit);
@@ -317,6 +323,7 @@ QList<Store::Row> Store::rowsAfter(const QString &table, const QString &task, qi
     QList<Row> rows;
     while (query.next())
         rows.append({query.value(0).toLongLong(), parsed(query.value(1).toByteArray())});
+    check(query);
     query.finish();
     if (limit >= 0)
         std::ranges::reverse(rows);
@@ -326,13 +333,14 @@ QList<Store::Row> Store::rowsAfter(const QString &table, const QString &task, qi
 QJsonArray Store::taskOutlines(const QString &project) const
 {
     QSqlQuery &query = statement(Statement::Outlines, u"tasks"_s);
-    query.bindValue(0, project.isNull() ? u""_s : project);
-    query.bindValue(1, project.isNull() ? u""_s : project);
+    query.bindValue(0, boundKey(project));
+    query.bindValue(1, boundKey(project));
     query.exec();
     check(query);
     QJsonArray outlines;
     while (query.next())
         outlines.append(parsed(query.value(0).toByteArray()));
+    check(query);
     query.finish();
     return outlines;
 }

@@ -78,6 +78,11 @@ void StoreTest::aRecordComesBackAsItWasPut()
     QCOMPARE(again.get(u"tasks"_s, u"1"_s), body);
     again.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"n\":7}");
     QCOMPARE(again.get(u"tasks"_s, u"1"_s), numbered(7));
+    // A null string is an id like the empty one.
+    again.putText(u"plans"_s, {}, {}, "{\"n\":1}");
+    again.putText(u"plans"_s, u""_s, {}, "{\"n\":2}");
+    QCOMPARE(again.get(u"plans"_s, {}), numbered(2));
+    QCOMPARE(again.list(u"plans"_s, {}).size(), 1);
 }
 
 void StoreTest::listsFollowTheTimeOfTheLastPut()
