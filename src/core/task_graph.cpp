@@ -99,10 +99,11 @@ QJsonObject Node::toJson() const
 void TaskGraph::load(const QJsonArray &array)
 {
     nodes.clear();
-    // A plan from a model may hold a million entries; more than one over the limit tells nothing new.
-    for (qsizetype i = 0; i < std::min<qsizetype>(array.size(), maxNodes + 1); ++i) {
-        require(array.at(i).isObject(), u"Node must be object"_s);
-        nodes.append(Node::fromJson(array.at(i).toObject()));
+    for (const QJsonValue &value : array) {
+        require(value.isObject(), u"Node must be object"_s);
+        // A plan from a model may hold a million entries; more than one over the limit tells nothing new.
+        if (nodes.size() <= maxNodes)
+            nodes.append(Node::fromJson(value.toObject()));
     }
     validate();
 }

@@ -69,6 +69,9 @@ void TaskGraphTest::aFaultyPlanIsRefusedWithItsFirstFault_data()
     QTest::newRow("64 nodes") << manyNodes(64) << QString();
     QTest::newRow("65 nodes") << manyNodes(65) << u"Graph requires 1..64 nodes"_s;
     QTest::newRow("no object") << QJsonArray{u"x"_s} << u"Node must be object"_s;
+    QJsonArray late = manyNodes(70);
+    late.append(1);
+    QTest::newRow("no object behind too many") << late << u"Node must be object"_s;
     QTest::newRow("empty id") << QJsonArray{node({})} << u"Duplicate/empty node ID"_s;
     QTest::newRow("id twice") << QJsonArray{node(u"a"_s), node(u"a"_s)} << u"Duplicate/empty node ID"_s;
     QTest::newRow("capital kind") << QJsonArray{with(node(u"a"_s), u"kind"_s, u"Code"_s)} << u"Unsupported node kind"_s;
