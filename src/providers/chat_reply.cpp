@@ -251,8 +251,11 @@ QString withoutSecrets(QString message, const QString &key)
 QString withoutThinking(const QString &content)
 {
     const QString text = content.trimmed();
+    // An answer may speak of such blocks itself, in a code fence too.
+    if (text.startsWith(u'{') || text.startsWith("```"_L1))
+        return content;
     // A template may have opened the block itself, so that the reply holds only its end.
-    const qsizetype end = text.startsWith(u'{') ? -1 : text.indexOf("</think>"_L1);
+    const qsizetype end = text.indexOf("</think>"_L1);
     return end < 0 ? content : text.sliced(end + 8).trimmed();
 }
 

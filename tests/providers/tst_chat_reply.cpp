@@ -217,6 +217,8 @@ void ChatReplyTest::thinkingIsLeftOut_data()
     QTest::newRow("a block with braces") << u"<think>\nmaybe {\"a\":0}?\n</think>\n\n{\"a\":1}"_s << u"{\"a\":1}"_s;
     QTest::newRow("opened by the template") << u"hm {x}\n</think>{\"a\":1}"_s << u"{\"a\":1}"_s;
     QTest::newRow("inside the answer") << u"{\"a\":\"</think>\"}"_s << u"{\"a\":\"</think>\"}"_s;
+    QTest::newRow("inside a fence") << u"```json\n{\"a\":\"</think>\"}\n```"_s
+                                    << u"```json\n{\"a\":\"</think>\"}\n```"_s;
     QTest::newRow("none") << u"Текст {\"a\":1}"_s << u"Текст {\"a\":1}"_s;
     QTest::newRow("nothing else") << u"<think>x</think>"_s << u""_s;
 }
