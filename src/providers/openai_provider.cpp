@@ -100,6 +100,9 @@ void OpenAICompatibleProvider::post(const std::shared_ptr<Attempt> &attempt)
     QNetworkRequest http(chatAddress(attempt->settings));
     http.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
     http.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+    // Nothing but the key says who is asking: an endpoint's cookies would go on with the next key.
+    http.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    http.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     http.setTransferTimeout(std::min(attempt->silenceMs, maxTransferSilenceMs));
     // As many as the engine has in flight: a request that waits for a connection would run into its time limit.
     QHttp1Configuration connections;
@@ -156,7 +159,9 @@ void OpenAICompatibleProvider::complete(const std::shared_ptr<Attempt> &attempt)
 
     if (repeatsWithoutFormat(attempt, status))
         return;
-    end(attempt, resultOf(attempt->stream, facts));
+    // On a turn of its own: the callback may delete this provider, and the replies with it, which must not happen in
+    // the middle of a reply's signal.
+    QTimer::singleShot(0, this, [this, attempt, result = resultOf(attempt->stream, facts)] { end(attempt, result); });
 }
 
 /// Some servers know no "response_format" and say so by name: they are asked once more without it, and from then on.
@@ -182,7 +187,7 @@ void OpenAICompatibleProvider::end(const std::shared_ptr<Attempt> &attempt, cons
 
     LLMRequest again = attempt->request;
     if (result.truncated)
-        again.maxTokens = std::min(again.maxTokens * 2, maxOutputTokens);
+        again.maxTokens = std::min(again.maxTokens, maxOutputTokens / 2) * 2;
     QTimer::singleShot(repeatBaseMs << attempt->number, this, [this, attempt, again] {
         if (generation == attempt->generation)
             requestAttempt(again, attempt->callback, attempt->number + 1, attempt->generation);

@@ -18,7 +18,8 @@ namespace vesk {
 /// dialect. The connection may be changed between two requests; those in flight go on with the values they have.
 ///
 /// Requests for the roles "chat" and "chat_router" are repeated here, at most twice; for all others the engine decides.
-/// Replies are bounded by maxReplyBytes, nothing blocks, and the key never appears in a result.
+/// Replies are bounded by maxReplyBytes, nothing blocks, and the key never appears in a result. A callback may do
+/// anything, such as ask again, cancel or delete the provider.
 class OpenAICompatibleProvider : public ILLMProvider {
     Q_OBJECT
 public:

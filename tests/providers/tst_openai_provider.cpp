@@ -92,6 +92,7 @@ private Q_SLOTS:
     void chatIsRepeatedAndOthersAreNot();
     void aTruncatedChatGetsMoreRoom();
     void cancellingSilencesAllRequests();
+    void aCallbackMayDoAnything();
     void aServerWithoutJsonFormatIsAskedOnceMore();
     void eightRequestsRunSideBySide();
     void largeRequestsDoNotWaitForAcknowledgements();
@@ -100,7 +101,10 @@ private Q_SLOTS:
 
 void OpenAIProviderTest::aRequestIsOnePostWithTheKey()
 {
-    WireServer server([](const WireRequest &) { return answer(u"{\"x\":\"да\"}"_s); });
+    WireServer server([](const WireRequest &) {
+        return WireReply::document(200, WireReply::text(WireReply::completion(u"{\"x\":\"да\"}"_s)),
+                                   "Set-Cookie: who=me; Path=/\r\n");
+    });
     Client client(server.url());
     QSignalSpy progress(&client.provider, &OpenAICompatibleProvider::responseProgress);
     client.ask(u"planner"_s);
@@ -123,6 +127,7 @@ void OpenAIProviderTest::aRequestIsOnePostWithTheKey()
     client.ask();
     QVERIFY(client.waitFor(2));
     QCOMPARE(server.requests[1].header("Authorization"), QByteArray());
+    QCOMPARE(server.requests[1].header("Cookie"), QByteArray());
 }
 
 void OpenAIProviderTest::aRefusedAddressAnswersLater()
@@ -318,6 +323,25 @@ void OpenAIProviderTest::cancellingSilencesAllRequests()
     client.ask();
     QVERIFY(client.waitFor(1));
     QCOMPARE(client.results[0].content, u"{}"_s);
+}
+
+void OpenAIProviderTest::aCallbackMayDoAnything()
+{
+    WireServer server([](const WireRequest &) { return answer(u"{}"_s); });
+    auto client = std::make_unique<Client>(server.url());
+    int answers = 0;
+    const auto never = [&](const LLMResult &) { answers += 100; };
+    client->provider.request(requestOf(u"coding"_s), [&](const LLMResult &) {
+        ++answers;
+        client->provider.request(requestOf(u"coding"_s), never);
+        client->provider.cancelAll();
+        client->provider.request(requestOf(u"coding"_s), [&](const LLMResult &) {
+            ++answers;
+            client.reset();
+        });
+    });
+    QTRY_VERIFY(!client);
+    QCOMPARE(answers, 2);
 }
 
 void OpenAIProviderTest::aServerWithoutJsonFormatIsAskedOnceMore()
