@@ -57,6 +57,17 @@ void writeResult(const QString &folder, const QJsonObject &state)
         file.write(QJsonDocument(state).toJson(QJsonDocument::Indented));
 }
 
+/// An exception must not find its way through the event loop; it ends the process as anywhere else.
+template <typename Work> void orLeave(Work &&work)
+{
+    try {
+        work();
+    } catch (const std::exception &fault) {
+        qCritical("%s", fault.what());
+        QCoreApplication::exit(1);
+    }
+}
+
 /// Answers the question once the engine's step that asked it is over.
 void answerLater(Engine &engine)
 {
@@ -64,7 +75,7 @@ void answerLater(Engine &engine)
         return;
     QTimer::singleShot(0, &engine, [&engine] {
         if (engine.phaseCode() == "CLARIFICATION"_L1)
-            engine.clarify(answer());
+            orLeave([&] { engine.clarify(answer()); });
     });
 }
 
@@ -108,14 +119,7 @@ int runLiveSmoke(const QString &folder, const QString &temporaryFolder)
         engine.cancel();
         QCoreApplication::exit(timedOut);
     });
-    QTimer::singleShot(0, &engine, [&] {
-        try {
-            engine.start(request(), false, budgetTokens, {});
-        } catch (const std::exception &fault) {
-            qCritical("%s", fault.what());
-            QCoreApplication::exit(1);
-        }
-    });
+    QTimer::singleShot(0, &engine, [&] { orLeave([&] { engine.start(request(), false, budgetTokens, {}); }); });
     return QCoreApplication::exec();
 }
 
