@@ -323,6 +323,7 @@ QList<Store::Row> Store::rowsAfter(const QString &table, const QString &task, qi
     QList<Row> rows;
     while (query.next())
         rows.append({query.value(0).toLongLong(), parsed(query.value(1).toByteArray())});
+    check(query);
     query.finish();
     if (limit >= 0)
         std::ranges::reverse(rows);
@@ -339,6 +340,7 @@ QJsonArray Store::taskOutlines(const QString &project) const
     QJsonArray outlines;
     while (query.next())
         outlines.append(parsed(query.value(0).toByteArray()));
+    check(query);
     query.finish();
     return outlines;
 }
