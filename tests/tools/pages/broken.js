@@ -1,0 +1,1 @@
+const list = [1, 2;

@@ -1,0 +1,2 @@
+import { title } from './text.js';
+document.getElementById('title').textContent = title;

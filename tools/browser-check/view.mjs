@@ -1,0 +1,302 @@
+// Opens a page on a screen of one size, waits until it stands still, and looks at it.
+import { measurePage } from './measure.mjs';
+import { isOneColour } from './picture.mjs';
+import { pause, within } from './time.mjs';
+import { Watch } from './watch.mjs';
+
+const loadLimitMs = 8000;
+
+// A page stands still when nothing has happened for so long: time for what scripts do just after loading.
+const stillMs = 700;
+
+// Some pages never stand still.
+const restlessLimitMs = 2500;
+
+// A page that answers a simple question later than this is one that nobody can use.
+const answerLimitMs = 4000;
+const pauseLimitMs = 1500;
+
+// Splash screens and things that fade in get this time to appear.
+const blankLimitMs = 2000;
+
+const closeLimitMs = 1000;
+
+const mostDialogs = 3;
+const mostNavigations = 5;
+
+const targetFilter = ['page', 'iframe', 'worker', 'shared_worker', 'service_worker'].map(type => ({ type }));
+const autoAttach = { autoAttach: true, waitForDebuggerOnStart: true, flatten: true, filter: targetFilter };
+
+const domains = ['Inspector', 'Runtime', 'Network', 'Log', 'Audits', 'Page', 'Debugger', 'Fetch'];
+
+/** Nothing more is to be learnt from the page; what there was to say is said. */
+class PageEnded extends Error {}
+
+export class View {
+  #connection;
+  #site;
+  #screen;
+  #findings;
+  #watch;
+  #session; // Of the page itself; its frames and workers have their own.
+  #target;
+  #attached;
+  #loadedAt = 0;
+  #navigations = 0;
+  #dialogs = 0;
+  #onPaused = null;
+  #scripts = new Map(); // Address by the id that the debugger uses.
+  #end;
+  #ended;
+
+  constructor(connection, site, screen, findings) {
+    this.#connection = connection;
+    this.#site = site;
+    this.#screen = screen;
+    this.#findings = findings;
+    this.#watch = new Watch(site, findings, screen);
+    this.#ended = new Promise((_, reject) => { this.#end = reject; });
+    this.#ended.catch(() => {});
+  }
+
+  /** Looks at the page; what it finds is in the findings then. */
+  async run() {
+    this.#connection.onEvent = event => this.#receive(event);
+    await this.#send('Target.setAutoAttach', autoAttach, null);
+    // Of its own, so that no view sees what another has stored.
+    const { browserContextId } = await this.#send('Target.createBrowserContext', { disposeOnDetach: true }, null);
+    await this.#send('Browser.setDownloadBehavior', { behavior: 'deny', browserContextId }, null);
+    try {
+      await Promise.race([this.#look(browserContextId), this.#ended]);
+    } catch (error) {
+      if (!(error instanceof PageEnded))
+        throw error;
+    }
+    this.#connection.onEvent = () => {};
+    // Its last events must not reach the next view.
+    const closed = this.#send('Target.disposeBrowserContext', { browserContextId }, null);
+    await within(closed, closeLimitMs, '').catch(() => {});
+    this.#watch.conclude();
+  }
+
+  async #look(browserContextId) {
+    const attached = new Promise(resolve => { this.#attached = resolve; });
+    const { width, height } = this.#screen;
+    await this.#send('Target.createTarget', { url: 'about:blank', browserContextId, width, height }, null);
+    // Not earlier: what a page loads before its requests are judged is not judged at all.
+    await attached;
+    await within(this.#navigate(), loadLimitMs, 'браузер не открывает страницу');
+    await this.#untilStill();
+    await this.#judge();
+  }
+
+  // The empty page that a tab begins with can be overtaken, and then it is its loading that ends the other one.
+  async #navigate() {
+    while ((await this.#send('Page.navigate', { url: this.#site.url })).errorText === 'net::ERR_ABORTED')
+      await pause(50);
+  }
+
+  #send(method, params = {}, session = this.#session) {
+    return this.#connection.send(method, params, session ?? undefined);
+  }
+
+  // Ends the look at a page that cannot be looked at any longer.
+  #giveUp(text, details = []) {
+    this.#watch.find(text, details);
+    this.#findings.final = true;
+    this.#end(new PageEnded());
+  }
+
+  #receive({ method, params, sessionId }) {
+    const received = {
+      'Target.attachedToTarget': () => this.#onAttached(params),
+      'Target.detachedFromTarget': () => this.#onDetached(params),
+      'Fetch.requestPaused': () => this.#onRequest(params, sessionId),
+      'Page.javascriptDialogOpening': () => this.#onDialog(params, sessionId),
+      'Page.windowOpen': () => this.#onWindow(params.url),
+      'Page.frameNavigated': () => this.#onNavigated(params.frame),
+      'Page.loadEventFired': () => this.#onLoaded(this.#target),
+      'Page.frameStoppedLoading': () => this.#onLoaded(params.frameId),
+      'Debugger.scriptParsed': () => sessionId === this.#session && this.#scripts.set(params.scriptId, params.url),
+      'Debugger.paused': () => this.#onScriptPaused(params, sessionId),
+      'Inspector.targetCrashed': () => this.#onCrashed(sessionId),
+    }[method];
+    received?.();
+    this.#watch.see(method, params);
+  }
+
+  // Each of them is held until it has got its orders.
+  #onAttached({ sessionId, targetInfo }) {
+    if (targetInfo.type === 'page' && this.#session)
+      return this.#connection.tell('Target.closeTarget', { targetId: targetInfo.targetId }); // A window it has opened.
+    const orders = domains.map(domain => this.#send(`${domain}.enable`, {}, sessionId));
+    orders.push(this.#send('Target.setAutoAttach', autoAttach, sessionId));
+    if (targetInfo.type === 'page')
+      orders.push(...this.#takePage(sessionId, targetInfo.targetId));
+    orders.push(this.#send('Runtime.runIfWaitingForDebugger', {}, sessionId));
+    if (targetInfo.type === 'page')
+      Promise.all(orders).then(this.#attached, this.#end);
+    else
+      Promise.allSettled(orders); // A worker knows some of them only.
+  }
+
+  #takePage(session, target) {
+    this.#session = session;
+    this.#target = target;
+    const { width, height, mobile } = this.#screen;
+    const metrics = { width, height, mobile, deviceScaleFactor: 1 };
+    return [
+      this.#send('Emulation.setDeviceMetricsOverride', metrics),
+      this.#send('Emulation.setTouchEmulationEnabled', { enabled: mobile }),
+    ];
+  }
+
+  #onDetached({ sessionId }) {
+    if (sessionId === this.#session)
+      this.#giveUp('Страница закрывает свою вкладку.');
+  }
+
+  #onCrashed(sessionId) {
+    if (sessionId === this.#session)
+      this.#giveUp('Страница роняет вкладку браузера: скорее всего, ей не хватает памяти.');
+  }
+
+  #onRequest({ requestId, request, frameId, resourceType }, session) {
+    const refusal = this.#site.refusal(request.url);
+    if (!refusal)
+      return this.#connection.tell('Fetch.continueRequest', { requestId }, session);
+    const leaves = resourceType === 'Document' && frameId === this.#target;
+    if (leaves)
+      this.#watch.find(`Страница сама переходит на ${this.#site.nameOf(request.url)}: ${refusal}.`);
+    // A page that cannot leave stays, and the rest of it can be judged; another reason would put an error page there.
+    const errorReason = leaves ? 'Aborted' : 'AccessDenied';
+    this.#connection.tell('Fetch.failRequest', { requestId, errorReason }, session);
+  }
+
+  #onDialog({ type, message }, session) {
+    if (type !== 'beforeunload')
+      this.#watch.find(`Окно ${type}() при загрузке останавливает страницу: «${message.slice(0, 100)}». `
+                       + 'Показывай сообщение на самой странице.');
+    if (++this.#dialogs > mostDialogs)
+      return this.#giveUp(`Страница открывает окна ${type}() одно за другим.`);
+    this.#connection.tell('Page.handleJavaScriptDialog', { accept: true }, session);
+  }
+
+  #onWindow(url) {
+    this.#watch.find(`Страница при загрузке открывает окно ${this.#site.nameOf(url)}: браузеры это запрещают. Открывай `
+                     + 'окно только по нажатию.');
+  }
+
+  #onNavigated({ parentId }) {
+    if (parentId)
+      return;
+    this.#loadedAt = 0;
+    if (++this.#navigations > mostNavigations)
+      this.#giveUp('Страница без конца перезагружается или переходит с адреса на адрес.');
+  }
+
+  // The event of loading does not come on a page that wanted to leave before.
+  #onLoaded(frame) {
+    if (frame === this.#target)
+      this.#loadedAt ||= performance.now();
+  }
+
+  // Nobody has asked for a stop at a `debugger` statement.
+  #onScriptPaused({ callFrames }, session) {
+    if (this.#onPaused)
+      this.#onPaused(callFrames.map(({ location }) => ({ url: this.#scripts.get(location.scriptId), ...location })));
+    else
+      this.#connection.tell('Debugger.resume', {}, session);
+  }
+
+  async #untilStill() {
+    const started = performance.now();
+    for (;;) {
+      await pause(50);
+      if (this.#findings.final)
+        throw new PageEnded();
+      const now = performance.now();
+      const still = !this.#watch.pending.length && now - this.#watch.lastActivity > stillMs;
+      if (this.#loadedAt && (now - this.#loadedAt > restlessLimitMs || (still && now - this.#loadedAt > stillMs)))
+        return;
+      if (now - started > loadLimitMs)
+        return this.#loadedAt || this.#reportSlowLoad();
+    }
+  }
+
+  async #reportSlowLoad() {
+    if (await this.#ask('document.readyState') === 'complete')
+      return;
+    const pending = this.#watch.pending.slice(0, 5);
+    this.#findings.final = true; // Another try would take as long.
+    this.#watch.find(`Страница не загрузилась за ${loadLimitMs / 1000} с.`, pending.map(name => `ждёт: ${name}`));
+  }
+
+  /** The value of an expression in the page. A page that does not answer is given up. */
+  async #ask(expression) {
+    try {
+      return await within(this.#evaluate(expression), answerLimitMs, 'hangs');
+    } catch (error) {
+      if (error.message === 'hangs')
+        await this.#reportHang();
+      return undefined; // It has left for another address meanwhile.
+    }
+  }
+
+  // In a world of its own, where the page's scripts have not put anything in place of what every page has.
+  async #evaluate(expression) {
+    const { executionContextId: contextId } = await this.#send('Page.createIsolatedWorld', { frameId: this.#target });
+    return (await this.#send('Runtime.evaluate', { expression, contextId, returnByValue: true })).result.value;
+  }
+
+  async #reportHang() {
+    const places = this.#watch.places(await this.#whereItRuns());
+    if (places.length)
+      this.#giveUp('Скрипт занимает страницу без конца, она не отвечает. Он сейчас здесь:', places);
+    else
+      this.#giveUp('Страница не отвечает: она слишком велика или перегружена.');
+    throw new PageEnded();
+  }
+
+  // Stops the script that does not let the page answer.
+  async #whereItRuns() {
+    const paused = new Promise(resolve => { this.#onPaused = resolve; });
+    this.#connection.tell('Debugger.pause', {}, this.#session);
+    return within(paused, pauseLimitMs, '').catch(() => []);
+  }
+
+  async #judge() {
+    const limit = performance.now() + blankLimitMs;
+    let facts;
+    let blank;
+    do {
+      facts = await this.#ask(`(${measurePage})(${this.#screen.width})`) ?? facts;
+      blank = facts && (!facts.content || await this.#showsOneColour());
+    } while ((blank || !facts) && performance.now() < limit && await pause(300) === undefined);
+    this.#watch.conclude(); // What is missing is the cause of what is seen, so it comes first.
+    if (facts)
+      this.#report(facts, blank);
+    else
+      this.#watch.note('Как выглядит страница, проверить не удалось.');
+  }
+
+  async #showsOneColour() {
+    const shot = this.#send('Page.captureScreenshot', { format: 'png' });
+    try {
+      return isOneColour(Buffer.from((await within(shot, answerLimitMs, 'no picture')).data, 'base64'));
+    } catch {
+      return false; // It says nothing about the page that there is no picture of it.
+    }
+  }
+
+  #report({ width, overflows, scaled, tooWide }, blank) {
+    if (blank)
+      this.#watch.find('Страница пуста: на экране ничего не видно.');
+    if (overflows)
+      this.#watch.find(`Страница шире экрана: ${width} вместо ${this.#screen.width} пикселей, появляется прокрутка `
+                       + 'вбок.', tooWide);
+    if (scaled)
+      this.#watch.note('Нет <meta name="viewport" content="width=device-width, initial-scale=1">: телефон показывает '
+                       + 'страницу мелко.');
+  }
+}
