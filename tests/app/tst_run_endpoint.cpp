@@ -1,5 +1,6 @@
 // vesk --run against a real HTTP server: the whole pipeline, and where a key must never be found.
 
+#include "credential_store.h"
 #include "helpers.h"
 #include "mock_provider.h"
 #include "model_server.h"
@@ -47,7 +48,6 @@ struct Program {
         process.start(QStringLiteral(VESK_PROGRAM), arguments);
         loop.exec();
         output = process.readAllStandardOutput();
-        errors = process.readAllStandardError();
         return process.state() == QProcess::NotRunning ? process.exitCode() : -1;
     }
 
@@ -74,6 +74,7 @@ private Q_SLOTS:
     void theKeyIsNowhereToBeFound_data();
     void theKeyIsNowhereToBeFound();
     void programsDoNotInheritTheKey();
+    void anUnattendedRunUsesTheStoredKey();
     void badConnectionsEndWithAClearText_data();
     void badConnectionsEndWithAClearText();
 };
@@ -139,6 +140,56 @@ void RunEndpointTest::programsDoNotInheritTheKey()
     const QByteArray environment = file.readAll();
     QVERIFY(environment.contains("VESK_SECRETS=file"));
     QVERIFY(!environment.contains("VESK_TEST_KEY"));
+}
+
+void RunEndpointTest::anUnattendedRunUsesTheStoredKey()
+{
+    ModelServer server([](const LLMRequest &request) {
+        if (request.role == "orchestrator"_L1)
+            return json(ScriptedProvider::specification());
+        if (request.role == "planner"_L1)
+            return json(
+                ScriptedProvider::plan({ScriptedProvider::node(u"game"_s, u"code"_s, {{u"path"_s, u"index.html"_s}})}));
+        if (request.role == "coding"_L1)
+            return json(ScriptedProvider::file(u"index.html"_s, u"<!doctype html><title>Змейка</title>"_s));
+        if (request.role == "correctness_reviewer"_L1)
+            return json(ScriptedProvider::approval());
+        return json(MockProvider::respond(request));
+    });
+    QTemporaryDir folder;
+    const QString project = folder.filePath(u"snake"_s);
+    const auto liveSmoke = [&](const QString &value) {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"VESK_SECRETS"_s, u"file"_s);
+        environment.insert(u"VESK_ALEM_URL"_s, server.url());
+        QProcess process;
+        process.setProcessEnvironment(environment);
+        QEventLoop loop;
+        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+        QTimer::singleShot(20000, &loop, &QEventLoop::quit);
+        process.start(QStringLiteral(VESK_PROGRAM), {u"--live-smoke"_s, value, u"--data-dir"_s, folder.path()});
+        loop.exec();
+        return process.state() == QProcess::NotRunning ? process.exitCode() : -1;
+    };
+    QCOMPARE(liveSmoke({}), 2);
+    QCOMPARE(liveSmoke(project), 2);
+    QVERIFY(server.requests.isEmpty());
+
+    qputenv("VESK_SECRETS", "file");
+    CredentialStore::setDataFolder(folder.path());
+    QVERIFY(CredentialStore::save(connectionTarget(server.url()), key));
+    // A check of the page in a browser would wait for a permission here; no browser is found on this path.
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", "/nowhere");
+    const int code = liveSmoke(project);
+    qputenv("PATH", path);
+    QFile result(project + u"/live-result.json"_s);
+    QVERIFY(result.open(QIODevice::ReadOnly));
+    const QJsonObject state = parseObject(QString::fromUtf8(result.readAll()));
+    QVERIFY2(code == 0, qPrintable(state["error"_L1].toString()));
+    QCOMPARE(server.requests.value(0).header("Authorization"), "Bearer " + key.toUtf8());
+    QCOMPARE(server.requests.value(0).json()["model"_L1].toString(), u"qwen3-8"_s);
+    QCOMPARE(state["phase"_L1].toString(), u"COMPLETED"_s);
 }
 
 void RunEndpointTest::badConnectionsEndWithAClearText_data()
