@@ -48,6 +48,7 @@ struct Program {
         process.start(QStringLiteral(VESK_PROGRAM), arguments);
         loop.exec();
         output = process.readAllStandardOutput();
+        errors = process.readAllStandardError();
         return process.state() == QProcess::NotRunning ? process.exitCode() : -1;
     }
 

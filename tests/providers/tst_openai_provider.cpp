@@ -396,7 +396,9 @@ void OpenAIProviderTest::largeRequestsDoNotWaitForAcknowledgements()
     };
     fastest(10);
     // A delayed acknowledgement takes 40 ms.
-    QVERIFY2(fastest(60000) < 25000000, qPrintable(QString::number(fastest(60000))));
+    const qint64 best = fastest(60000);
+    qInfo("a request of 60 KB takes %.1f ms", double(best) / 1e6);
+    QVERIFY(best < 25000000);
 }
 
 void OpenAIProviderTest::tlsIsChecked()
