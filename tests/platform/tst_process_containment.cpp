@@ -232,23 +232,27 @@ void ProcessContainmentTest::droppingTheProcessEndsTheTree()
 void ProcessContainmentTest::nothingSurvivesAKilledApplication_data()
 {
     QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<int>("atLeast"); // Alive before the application is killed.
+    QTest::addColumn<int>("atLeast"); // Alive before the application is killed,
+    QTest::addColumn<int>("stopped"); // and stopped among them.
     constexpr int application = 1;
-    QTest::newRow("a large tree") << QStringList{u"grow"_s, u"10"_s, u"2"_s} << application + processesOfARun + 110;
-    QTest::newRow("a daemon") << QStringList{u"close-all"_s} << application + processesOfARun + 1;
-    QTest::newRow("forks without end") << QStringList{u"hop"_s, u"4"_s} << application + processesOfARun;
-    QTest::newRow("stopped guards") << QStringList{u"stop-guards"_s} << application + processesOfARun + 1;
+    QTest::newRow("a large tree") << QStringList{u"grow"_s, u"10"_s, u"2"_s} << application + processesOfARun + 110
+                                  << 0;
+    QTest::newRow("a daemon") << QStringList{u"close-all"_s} << application + processesOfARun + 1 << 0;
+    QTest::newRow("forks without end") << QStringList{u"hop"_s, u"4"_s} << application + processesOfARun << 0;
+    QTest::newRow("stopped guards") << QStringList{u"stop-guards"_s} << application + processesOfARun + 1 << 2;
 }
 
 void ProcessContainmentTest::nothingSurvivesAKilledApplication()
 {
     QFETCH(QStringList, arguments);
     QFETCH(int, atLeast);
+    QFETCH(int, stopped);
     const TaggedProcesses tagged;
     QProcess application;
     application.start(QStringLiteral(CONTAINED_APP_PROGRAM), QStringList{guard, treeProgram} + arguments);
     QVERIFY(application.waitForStarted());
     QVERIFY(tagged.growTo(atLeast));
+    QVERIFY(tagged.stopTo(stopped));
 
     application.kill();
     QVERIFY(application.waitForFinished());

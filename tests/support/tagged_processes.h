@@ -19,20 +19,23 @@ public:
     /// How many are alive. Guards count too; zombies don't, as they have no environment any more.
     int alive() const
     {
-        int count = 0;
-        const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-        for (const QString &entry : entries) {
-            const int process = entry.toInt();
-            if (process > 0 && process != ::getpid() && isTagged(process))
-                ++count;
-        }
-        return count;
+        return count([this](int process) { return isTagged(process); });
     }
 
-    /// Waits, on a busy machine for a good while, until so many are alive, or none.
-    bool growTo(int count) const
+    /// How many of them are stopped.
+    int stopped() const
     {
-        return QTest::qWaitFor([this, count] { return alive() >= count; }, limitMs);
+        return count([this](int process) { return isTagged(process) && isStopped(process); });
+    }
+
+    /// Waits, on a busy machine for a good while, until so many are alive, stopped, or none is left.
+    bool growTo(int wanted) const
+    {
+        return QTest::qWaitFor([this, wanted] { return alive() >= wanted; }, limitMs);
+    }
+    bool stopTo(int wanted) const
+    {
+        return QTest::qWaitFor([this, wanted] { return stopped() >= wanted; }, limitMs);
     }
     bool vanish() const
     {
@@ -41,6 +44,28 @@ public:
 
 private:
     static constexpr int limitMs = 30000;
+
+    template <typename Test> static int count(const Test &test)
+    {
+        int found = 0;
+        const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        for (const QString &entry : entries) {
+            const int process = entry.toInt();
+            if (process > 0 && process != ::getpid() && test(process))
+                ++found;
+        }
+        return found;
+    }
+
+    /// The state stands behind the name, which may hold blanks and brackets of its own.
+    static bool isStopped(int process)
+    {
+        QFile file(QStringLiteral("/proc/%1/stat").arg(process));
+        if (!file.open(QIODevice::ReadOnly))
+            return false;
+        const QByteArray line = file.readAll();
+        return line.sliced(line.lastIndexOf(')') + 1).startsWith(" T");
+    }
 
     bool isTagged(int process) const
     {
