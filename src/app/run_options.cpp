@@ -88,6 +88,8 @@ RunOptions parseRunOptions(const QStringList &arguments)
         known->second(value);
     }
     require(!options.request.isEmpty(), u"--run: введите текст запроса"_s);
+    require(options.endpoint.isEmpty() == options.model.isEmpty(), u"--endpoint и --model указываются вместе"_s);
+    require(options.keyVariable.isEmpty() || !options.endpoint.isEmpty(), u"--key-env: нужен и --endpoint"_s);
     if (options.projectFolder.isEmpty())
         options.projectFolder = folder(u"--project"_s, QDir::currentPath());
     return options;

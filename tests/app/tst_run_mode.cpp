@@ -168,12 +168,20 @@ void RunModeTest::aCommandLineThatIsNotUnderstoodIsRefused_data()
     row("an option for a request", {u"--run"_s, u"--json"_s}, u"--run: не указано значение"_s);
     withRun("an unknown option", {u"--jsno"_s}, u"Неизвестный параметр: --jsno"_s);
     withRun("a stray word", {u"запрос"_s}, u"Неизвестный параметр: запрос"_s);
-    for (const char *option : {"--project", "--budget", "--build-command", "--answer", "--mock-delay"}) {
+    for (const char *option : {"--project", "--budget", "--build-command", "--answer", "--mock-delay", "--endpoint",
+                               "--model", "--key-env"}) {
         const QString name = QString::fromLatin1(option);
         withRun(option, {name}, name + u": не указано значение"_s);
         QTest::addRow("%s empty", option)
             << QStringList{u"--run"_s, u"x"_s, name, u""_s} << name + u": не указано значение"_s;
     }
+    const QString together = u"--endpoint и --model указываются вместе"_s;
+    withRun("a server without a model", {u"--endpoint"_s, u"http://127.0.0.1:1/v1"_s}, together);
+    withRun("a model without a server", {u"--model"_s, u"m"_s}, together);
+    withRun("a key without a server", {u"--key-env"_s, u"HOME"_s}, u"--key-env: нужен и --endpoint"_s);
+    withRun("a key that is not there",
+            {u"--endpoint"_s, u"http://127.0.0.1:1/v1"_s, u"--model"_s, u"m"_s, u"--key-env"_s, u"VESK_TEST_NO_KEY"_s},
+            u"--key-env: переменная VESK_TEST_NO_KEY не задана"_s);
     withRun("an option for a folder", {u"--data-dir"_s, u"--json"_s}, u"--data-dir: не указано значение"_s);
     withRun("an option twice", {u"--project"_s, u"a"_s, u"--project"_s, u"b"_s}, u"--project: указан дважды"_s);
     withRun("a switch twice", {u"--json"_s, u"--json"_s}, u"--json: указан дважды"_s);
