@@ -314,7 +314,7 @@ QList<Store::Row> Store::rowsAfter(const QString &table, const QString &task, qi
 {
     requireTable(table);
     QSqlQuery &query = statement(limit < 0 ? Statement::RowsAfter : Statement::LastRows, table);
-    query.bindValue(0, task);
+    query.bindValue(0, boundKey(task));
     query.bindValue(1, place);
     if (limit >= 0)
         query.bindValue(2, limit);

@@ -83,6 +83,7 @@ void StoreTest::aRecordComesBackAsItWasPut()
     again.putText(u"plans"_s, u""_s, {}, "{\"n\":2}");
     QCOMPARE(again.get(u"plans"_s, {}), numbered(2));
     QCOMPARE(again.list(u"plans"_s, {}).size(), 1);
+    QCOMPARE(again.rowsAfter(u"plans"_s, {}, 0).size(), 1);
 }
 
 void StoreTest::listsFollowTheTimeOfTheLastPut()
