@@ -30,7 +30,7 @@ private Q_SLOTS:
     void researchIsPassedOnToWhatDependsOnIt();
     void aPausedRunStartsNothingEvenWhenAllIsDone();
     void aFixRunsThePassedChecksAgainAndNoOthers();
-    void aCheckThatMustWaitAgainIsNotStarted();
+    void aNodeThatMustWaitAgainIsNotStarted();
 };
 
 namespace {
@@ -372,7 +372,7 @@ void NodesTest::everyReadyNodeStartsAtOnceAndOthersWait()
 
     run.model.holding = false;
     while (run.model.release()) { }
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+    QCOMPARE(run.outcome(), u"COMPLETED"_s);
     QCOMPARE(run.orders(u"last.txt"_s).first()[u"dependencies"_s].toArray().size(), 2);
 }
 
@@ -415,7 +415,8 @@ void NodesTest::aFixRunsThePassedChecksAgainAndNoOthers()
 {
     PlannedRun run({code(u"a.txt"_s), check(u"ta"_s, u"cat a.txt"_s, {u"a.txt"_s}),
                     shell(u"setup"_s, u"echo setup"_s, {u"a.txt"_s}), code(u"b.txt"_s, {u"ta"_s, u"setup"_s}),
-                    check(u"tb"_s, u"cat b.txt"_s, {u"b.txt"_s})});
+                    check(u"tb"_s, u"touch go"_s, {u"b.txt"_s}),
+                    check(u"running"_s, u"until [ -e go ]; do sleep 0.01; done"_s)});
     run.engine.computerAccess = true;
     run.objections = {{u"b.txt"_s, 1}};
     run.when(u"FixRequested"_s, {}, [&] { QCOMPARE(run.status(u"ta"_s), u"COMPLETED"_s); });
@@ -425,16 +426,17 @@ void NodesTest::aFixRunsThePassedChecksAgainAndNoOthers()
     QCOMPARE(run.calls(u"ta"_s), 2);
     QCOMPARE(run.calls(u"setup"_s), 1);
     QCOMPARE(run.calls(u"tb"_s), 1);
+    QCOMPARE(run.messages(u"ToolCalled"_s).count(u"run_command"_s), 5);
 }
 
-void NodesTest::aCheckThatMustWaitAgainIsNotStarted()
+void NodesTest::aNodeThatMustWaitAgainIsNotStarted()
 {
     const QTemporaryDir programs;
     const QString program = programs.filePath(u"sh"_s);
     QJsonObject input = command(program, {u"-c"_s, u"true"_s});
     input[u"verification"_s] = true;
     PlannedRun run({code(u"a.txt"_s), ScriptedProvider::node(u"refused"_s, u"tool"_s, input, {u"a.txt"_s}),
-                    check(u"other"_s, u"cat a.txt"_s, {u"a.txt"_s})});
+                    check(u"check"_s, u"cat a.txt"_s, {u"a.txt"_s}), code(u"b.txt"_s, {u"a.txt"_s})});
     run.engine.computerAccess = true;
     run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
     run.when(u"AutomaticCorrection"_s, u"Проверка не прошла"_s, [&] { QVERIFY(QFile::link(u"/bin/sh"_s, program)); });
@@ -442,8 +444,10 @@ void NodesTest::aCheckThatMustWaitAgainIsNotStarted()
     QCOMPARE(run.ending(), u"COMPLETED"_s);
 
     QCOMPARE(run.calls(u"refused"_s), 2);
-    QCOMPARE(run.calls(u"other"_s), 1);
-    QCOMPARE(run.node(u"other"_s)[u"output"_s][u"stdout"_s].toString(), u"new"_s);
+    QCOMPARE(run.calls(u"check"_s), 1);
+    QCOMPARE(run.node(u"check"_s)[u"output"_s][u"stdout"_s].toString(), u"new"_s);
+    QCOMPARE(run.orders(u"b.txt"_s).size(), 1);
+    QCOMPARE(run.orders(u"b.txt"_s).first()[u"dependencies"_s][0][u"content"_s].toString(), u"new"_s);
 }
 
 QTEST_GUILESS_MAIN(NodesTest)
