@@ -14,6 +14,10 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG")
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+# The same libraries serve the executable and the interface, which it loads when a window is wanted.
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
 set(CMAKE_AUTOMOC ON)
 set(CMAKE_AUTOUIC OFF)
 # Our mocs need nothing of the libraries that a target links: let them run before those are built.

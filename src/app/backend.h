@@ -114,6 +114,15 @@ public:
     Q_INVOKABLE void cancelQueued(const QString &key);
     Q_INVOKABLE void resumeQueue();
 
+    // What this version does not have yet: each says so in `message` (backend_pending.cpp)
+
+    Q_INVOKABLE void attachFiles(const QStringList &urls);
+    Q_INVOKABLE void removeAttachment(const QString &path);
+    Q_INVOKABLE void pinAsset(const QString &path, const QString &usage);
+    Q_INVOKABLE void connectProvider(const QString &provider, const QString &model, const QString &key);
+    Q_INVOKABLE void connectAgents(const QString &agent, const QString &target);
+    Q_INVOKABLE void addWorkflowTemplate();
+
     // What the interface reads (backend_read.cpp)
 
     Q_INVOKABLE QString phaseLabel(const QString &code) const;
@@ -136,6 +145,11 @@ public:
     QVariantList chat() const;
     QVariantList agentProfiles() const;
     QString root() const { return workspace.root(); }
+
+    /// The document of the task in view.
+    QJsonObject selected() const;
+    /// For those who drive the application as a whole.
+    const Engine &runner() const { return engine; }
 
     /// Runs an operation's body: its failure becomes `message`, its success empties it.
     void guard(const std::function<void()> &body);
@@ -203,7 +217,6 @@ private:
     QJsonArray mediaForRequest(const QString &request) const;
 
     // backend_read.cpp
-    QJsonObject selected() const;
     QJsonArray projectMedia() const;
     QString engineTask() const;
     QVariantMap settingsMap() const { return settings.toVariantMap(); }

@@ -1,14 +1,15 @@
 #include "command_line.h"
 #include "console.h"
 #include "credential_store.h"
+#include "data_folder.h"
 #include "endpoints.h"
 #include "environment.h"
-#include "folder_lock.h"
 #include "helpers.h"
 #include "live_smoke.h"
 #include "mock_provider.h"
 #include "openai_provider.h"
 #include "process_signals.h"
+#include "programs.h"
 #include "roles.h"
 #include "run_mode.h"
 #include "run_options.h"
@@ -16,6 +17,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QLibrary>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QUrl>
@@ -30,20 +32,25 @@ namespace {
 constexpr int startFailed = 1;
 constexpr int usageError = 2;
 
+/// The arguments before there is an application: good enough to find options, which are all ASCII.
+QStringList plainArguments(int argc, char **argv)
+{
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.append(QString::fromUtf8(argv[i]));
+    return arguments;
+}
+
 int unavailable(const CommandLine &line)
 {
-    const QString what = line.mode() == Mode::Interface ? u"Окно приложения"_s : line.modeOption();
-    printErrorLine(what + u": в этой версии ещё нет. Доступно: vesk --run ЗАПРОС, подробнее — vesk --help."_s);
+    printErrorLine(line.modeOption()
+                   + u": в этой версии ещё нет. Доступно: vesk --run ЗАПРОС, подробнее — vesk --help."_s);
     return usageError;
 }
 
-/// The folder of database and history, made when missing.
-QString preparedDataFolder(const CommandLine &line)
+QString usualDataFolder(const CommandLine &line)
 {
-    const QString folder = line.dataFolder(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation));
-    require(!folder.isEmpty(), u"Не указана папка данных"_s);
-    require(QDir().mkpath(folder), u"Не удалось создать папку данных: "_s + folder);
-    return folder;
+    return line.dataFolder(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation));
 }
 
 /// The key in the variable that the options name, which is gone from the environment after this.
@@ -85,17 +92,14 @@ int runTask(const CommandLine &line)
         printErrorLine(textOf(fault) + u"\nСправка: vesk --help"_s);
         return usageError;
     }
-    const QString folder = preparedDataFolder(line);
-    const FolderLock lock(folder);
-    require(lock.outcome() != FolderLock::Outcome::Unavailable, u"Не удалось занять папку данных: "_s + folder);
-    if (lock.outcome() == FolderLock::Outcome::Busy) {
-        printErrorLine(u"VESK уже работает с этой папкой данных: "_s + folder
-                       + u"\nДождитесь его завершения или укажите другую папку через --data-dir."_s);
+    const DataFolder folder(usualDataFolder(line));
+    if (folder.isTaken()) {
+        printErrorLine(folder.takenText());
         return usageError;
     }
-    CredentialStore::setDataFolder(folder);
+    CredentialStore::setDataFolder(folder.path());
     const std::unique_ptr<ILLMProvider> model = makeModel(options, key);
-    RunMode mode(options, folder, *model);
+    RunMode mode(options, folder.path(), *model);
     QObject::connect(&requests, &ProcessSignals::endRequested, &mode, &RunMode::interrupt);
     return mode.exec();
 }
@@ -103,8 +107,28 @@ int runTask(const CommandLine &line)
 int runLive(const CommandLine &line)
 {
     const QTemporaryDir temporary;
-    CredentialStore::setDataFolder(preparedDataFolder(line));
+    const QString folder = usualDataFolder(line);
+    require(!folder.isEmpty(), u"Не указана папка данных"_s);
+    require(QDir().mkpath(folder), u"Не удалось создать папку данных: "_s + folder);
+    CredentialStore::setDataFolder(folder);
     return runLiveSmoke(line.value(u"--live-smoke"_s), temporary.path());
+}
+
+/// The interface is loaded only now: see interface.cpp.
+int openInterface(int argc, char **argv)
+{
+    if (!hasDisplay()) {
+        printErrorLine(
+            u"Экрана нет, окно открыть негде. Без окна работает vesk --run ЗАПРОС, подробнее — vesk --help."_s);
+        return usageError;
+    }
+    QLibrary library(interfaceLibrary());
+    const auto open = reinterpret_cast<int (*)(int, char **)>(library.resolve("veskInterface"));
+    if (!open) {
+        printErrorLine(u"Не удалось загрузить интерфейс: "_s + library.errorString());
+        return usageError;
+    }
+    return open(argc, argv);
 }
 
 int runMode(const CommandLine &line)
@@ -131,6 +155,8 @@ int main(int argc, char **argv)
 {
     ensureStandardStreams();
     ProcessSignals::ignoreBrokenPipes();
+    if (CommandLine(plainArguments(argc, argv)).mode() == Mode::Interface)
+        return openInterface(argc, argv);
     registerPrompts();
     QCoreApplication application(argc, argv);
     QCoreApplication::setOrganizationName(u"VESK"_s);

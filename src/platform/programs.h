@@ -10,6 +10,9 @@ namespace vesk {
 /// npm's script npm-cli.js that belongs to this node executable.
 QString npmScript(const QString &node);
 
+/// The library that holds the window, where it belongs to this executable.
+QString interfaceLibrary();
+
 /// A browser that pages of a project can be checked in.
 QString browserProgram();
 

@@ -22,6 +22,15 @@ QString npmScript(const QString &node)
     return target.endsWith("/npm-cli.js"_L1) ? target : QString();
 }
 
+QString interfaceLibrary()
+{
+    // Asked before there is an application object that knows its own folder.
+    const QDir folder = QFileInfo(QFileInfo(u"/proc/self/exe"_s).symLinkTarget()).dir();
+    const QString name = u"libvesk-interface.so"_s;
+    const QString beside = folder.filePath(name);
+    return QFileInfo::exists(beside) ? beside : folder.filePath(u"../lib/vesk/"_s + name);
+}
+
 QString browserProgram()
 {
     // Each under the names that distributions and makers give it.

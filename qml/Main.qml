@@ -1,0 +1,445 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Layouts
+import Vesk
+import "Wording.js" as Wording
+
+/* The one window: projects and conversations at the left, the conversation in the middle, the team at the right. It
+   keeps nothing but what is in view; everything else is asked of, and done by, the application object. */
+ApplicationWindow {
+    id: app
+
+    readonly property var service: backend // qmllint disable unqualified
+    readonly property var preferences: service.preferences
+    property real sidebarWidth: preferences.sidebar_width ?? Theme.sidebarWidth
+    property real inspectorWidth: preferences.inspector_width ?? Theme.inspectorWidth
+    readonly property bool animated: (preferences.animations ?? true) && active && visibility !== Window.Minimized
+    readonly property bool glass: preferences.glass ?? true
+    readonly property var current: service.uiState
+    property bool sidebarOpen: true
+    property bool inspectorOpen: true
+    property string panel: "agents"
+    property string page: "Чат"
+    property var selectedRun: ({})
+    property var selectedFile: ({})
+    property string settingsAgent: ""
+    property string menuTask: ""
+    property string renameDraft: ""
+    readonly property string phase: current.phase || "IDLE"
+    readonly property bool live: !["IDLE", "COMPLETED", "FAILED", "CANCELLED", "INTERRUPTED"].includes(phase)
+    readonly property string note: service.chatBusy ? "Готовлю ответ"
+        : service.apiTesting ? "Проверяю API"
+        : current.paused ? "На паузе"
+        : phase === "CLARIFICATION" ? "Нужен ваш ответ"
+        : live ? service.phaseLabel(phase) : "Готов к работе"
+    readonly property bool teamLeft: preferences.team_left === true
+    property alias input: chat.input
+
+    title: "VESK — рабочий чат"
+    width: 1440
+    height: 900
+    minimumWidth: 1000
+    minimumHeight: 700
+    visible: true
+    color: Theme.window
+    font.family: Theme.family
+    font.pixelSize: Theme.normal
+    palette {
+        window: "#181818"
+        base: "#202020"
+        text: "#f0f0f0"
+        windowText: "#eeeeee"
+        button: "#252525"
+        buttonText: "#eeeeee"
+        highlight: "#eeeeee"
+        highlightedText: "#111111"
+        placeholderText: "#777777"
+        toolTipBase: "#242424"
+        toolTipText: "#e1e1e1"
+        mid: "#5a5a5a"
+        dark: "#8a8a8a"
+    }
+
+    function send() {
+        const value = input.text.trim();
+        if (value === "" && service.attachments.length === 0)
+            return;
+        service.sendMessage(value);
+        // A refused line stays in the box.
+        if (service.message === "")
+            input.clear();
+    }
+    function pretty(value: var): string {
+        return Wording.pretty(value);
+    }
+    function eventText(event: var): string {
+        return Wording.eventText(event, service);
+    }
+    function agentReport(run: var): string {
+        const stored = run.id ? service.runDetails(run.id) : {};
+        return Wording.agentReport(run, Object.keys(stored).length ? stored : run, service.agentProfiles, service);
+    }
+    /* The path that a tool of this task has reported last. */
+    function reportedResult(): string {
+        let path = "";
+        for (const node of service.state.graph ?? []) {
+            try {
+                const told = JSON.parse(node.output?.stdout ?? "");
+                if (told?.success && told.path)
+                    path = told.path;
+            } catch (error) {
+                continue; // Most output is no such report.
+            }
+        }
+        return path;
+    }
+    function openResult() {
+        const made = reportedResult();
+        const page = service.files.find(file => file.path?.endsWith(".html"));
+        if (made !== "" || page)
+            service.openFile(made || page.path);
+        else
+            showPanel("files");
+    }
+    function showPanel(name: string) {
+        panel = name;
+        inspectorOpen = true;
+    }
+    function togglePanel(name: string) {
+        if (inspectorOpen && panel === name)
+            inspectorOpen = false;
+        else
+            showPanel(name);
+    }
+    function showDetails(text: string) {
+        const dialog = details.show();
+        dialog.detailsText = text;
+        dialog.open();
+    }
+    function showProgress() {
+        const told = service.chat.filter(row => row.kind === "progress" || row.kind === "file").map(row => row.content);
+        const happened = service.events.map(event => eventText(event)).join("\n");
+        showDetails(told.concat(happened).join("\n\n"));
+    }
+    function showAgent() {
+        const dialog = agentDetails.show();
+        dialog.report = agentReport(selectedRun);
+        dialog.open();
+    }
+    function showRename(task: string, draft: string, x: real, y: real) {
+        menuTask = task;
+        renameDraft = draft;
+        const box = renameBox.show();
+        box.x = x;
+        box.y = y;
+        box.open();
+    }
+    function titleOf(task: string): string {
+        return taskRows.find("id", task).spec?.title || "Диалог";
+    }
+    function dropFile() {
+        selectedFile = {};
+    }
+    function focusInput() {
+        page = "Чат";
+        input.forceActiveFocus();
+    }
+
+    /* What is in view follows what has become of it. */
+    function refreshSelection() {
+        if (selectedFile.path) {
+            const file = fileRows.find("path", selectedFile.path);
+            if (!file.path)
+                dropFile();
+            else if (file.revision !== selectedFile.revision)
+                selectedFile = file;
+        }
+        if (selectedRun.id) {
+            const run = (current.runs ?? []).find(other => other.id === selectedRun.id);
+            if (run && run.status !== selectedRun.status) {
+                selectedRun = run;
+                if (agentDetails.item?.visible)
+                    agentDetails.item.report = agentReport(run);
+            }
+        }
+    }
+    function showPage() {
+        switch (page) {
+        case "Выбор проекта":
+            agentDetails.hide();
+            left.projectMenu.open();
+            break;
+        case "Переименование":
+            left.projectMenu.close();
+            if (taskRows.count > 0) {
+                const task = taskRows.at(0);
+                showRename(task.id, task.spec?.title || "Диалог", 14, 280);
+            }
+            break;
+        case "Отчёт агента":
+            workspaceSettings.hide();
+            connection.hide();
+            showAgent();
+            break;
+        case "Настройки агентов": {
+            connection.hide();
+            const settings = workspaceSettings.show();
+            settings.section = 1;
+            settings.open();
+            break;
+        }
+        case "Модель и API":
+            connection.show().open();
+            break;
+        case "Файлы":
+            showPanel("files");
+            break;
+        case "Ход работы":
+            showPanel("agents");
+            break;
+        case "История":
+            showPanel("history");
+            break;
+        }
+    }
+    function showSettingsOf(agent: string) {
+        if (agent === "__new__")
+            workspaceSettings.show().beginAdd();
+        else if (agent === "__api__")
+            connection.show().open();
+        else if (agent !== "")
+            workspaceSettings.show().selectAgent(agent);
+    }
+
+    onWidthChanged: if (width < 1150) inspectorOpen = false
+    onInspectorOpenChanged: if (inspectorOpen && width < 1250) sidebarOpen = false
+    onSidebarOpenChanged: if (sidebarOpen && width < 1250) inspectorOpen = false
+    onPageChanged: showPage()
+    onSettingsAgentChanged: showSettingsOf(settingsAgent)
+    Component.onCompleted: input.forceActiveFocus()
+
+    Binding {
+        target: Theme
+        property: "animated"
+        value: app.animated
+    }
+    Binding {
+        target: Theme
+        property: "glass"
+        value: app.glass
+    }
+    Rows {
+        id: fileRows
+        source: app.service
+        list: "files"
+    }
+    Rows {
+        id: taskRows
+        source: app.service
+        list: "tasks"
+    }
+    Connections {
+        target: app.service
+        function onChanged() { app.refreshSelection(); }
+        function onPreferencesChanged() {
+            app.sidebarWidth = app.preferences.sidebar_width ?? Theme.sidebarWidth;
+            app.inspectorWidth = app.preferences.inspector_width ?? Theme.inspectorWidth;
+        }
+    }
+
+    CustomBackground {
+        id: customBackground
+        objectName: "customBackground"
+        anchors.fill: parent
+        service: app.service
+        animated: app.animated
+        visible: app.visible
+    }
+    DropArea {
+        anchors.fill: parent
+        onDropped: drop => {
+            if (!drop.hasUrls)
+                return;
+            drop.acceptProposedAction();
+            app.service.attachFiles(drop.urls.map(url => url.toString()));
+        }
+    }
+    RowLayout {
+        id: workspaceLayout
+        anchors.fill: parent
+        spacing: 0
+        layoutDirection: app.teamLeft ? Qt.RightToLeft : Qt.LeftToRight
+
+        SlidingColumn {
+            objectName: "leftColumn"
+            open: app.sidebarOpen
+            contentWidth: app.sidebarWidth
+            dragged: leftHandle.dragging
+            Layout.fillHeight: true
+
+            LeftColumn {
+                id: left
+                width: app.sidebarWidth
+                height: parent.height
+                service: app.service
+                quiet: !app.live && !app.service.chatBusy
+                currentTask: app.current.id ?? ""
+                onNewChat: {
+                    app.service.newConversation();
+                    app.focusInput();
+                }
+                onNewProject: projectDialog.show().begin()
+                onProjectChosen: app.dropFile()
+                onTaskChosen: app.page = "Чат"
+                onTaskMenu: (task, row) => {
+                    app.menuTask = task;
+                    app.renameDraft = app.titleOf(task);
+                    const place = row.mapToItem(null, 0, 0);
+                    threadMenu.show().openBy(row, place);
+                }
+                onSettings: workspaceSettings.show().open()
+                onHidden: app.sidebarOpen = false
+            }
+        }
+        ColumnHandle {
+            id: leftHandle
+            objectName: "leftHandle"
+            visible: app.sidebarOpen
+            value: app.sidebarWidth
+            from: 180
+            to: 380
+            direction: app.teamLeft ? -1 : 1
+            Layout.fillHeight: true
+            onMoved: value => app.sidebarWidth = value
+            onReleased: value => app.service.setPreference("sidebar_width", value)
+        }
+        ChatColumn {
+            id: chat
+            objectName: "chatColumn"
+            service: app.service
+            current: app.current
+            note: app.note
+            live: app.live
+            sidebarOpen: app.sidebarOpen
+            openPanel: app.inspectorOpen ? app.panel : ""
+            fileCount: fileRows.count
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            onSidebarRequested: app.sidebarOpen = true
+            onConnectionRequested: connection.show().open()
+            onPanelToggled: panel => app.togglePanel(panel)
+            onSubmitted: app.send()
+            onProgressRequested: app.showProgress()
+            onResultRequested: app.openResult()
+            onDetailsRequested: text => app.showDetails(text)
+            onQueueRequested: queueDialog.show().open()
+            onPermissionsRequested: permissions.show().open()
+            onFilesRequested: attachmentPicker.show().open()
+        }
+        ColumnHandle {
+            id: rightHandle
+            objectName: "rightHandle"
+            visible: app.inspectorOpen
+            value: app.inspectorWidth
+            from: 280
+            to: 620
+            direction: app.teamLeft ? 1 : -1
+            Layout.fillHeight: true
+            onMoved: value => app.inspectorWidth = value
+            onReleased: value => app.service.setPreference("inspector_width", value)
+        }
+        SlidingColumn {
+            objectName: "rightColumn"
+            open: app.inspectorOpen
+            contentWidth: app.inspectorWidth
+            dragged: rightHandle.dragging
+            Layout.fillHeight: true
+
+            RightColumn {
+                width: app.inspectorWidth
+                height: parent.height
+                service: app.service
+                current: app.current
+                note: app.note
+                panel: app.panel
+                selectedFile: app.selectedFile
+                eventText: event => app.eventText(event)
+                onPanelChosen: panel => app.showPanel(panel)
+                onHidden: app.inspectorOpen = false
+                onAddAgent: workspaceSettings.show().beginAdd()
+                onConfigureAgent: role => {
+                    agentDetails.hide();
+                    workspaceSettings.show().selectAgent(role);
+                }
+                onInspectRun: run => {
+                    app.selectedRun = run;
+                    app.showAgent();
+                }
+                onFileSelected: file => app.selectedFile = file
+                onDetailsRequested: text => app.showDetails(text)
+            }
+        }
+    }
+
+    LazyDialog {
+        id: attachmentPicker
+        sourceComponent: AttachmentPicker { service: app.service }
+    }
+    LazyDialog {
+        id: connection
+        sourceComponent: ConnectionPopup { service: app.service }
+    }
+    LazyDialog {
+        id: projectDialog
+        sourceComponent: ProjectDialog {
+            service: app.service
+            onCreated: app.dropFile()
+        }
+    }
+    LazyDialog {
+        id: renameBox
+        sourceComponent: RenameBox {
+            width: Math.max(180, app.sidebarWidth - 28)
+            service: app.service
+            task: app.menuTask
+            draft: app.renameDraft
+        }
+    }
+    LazyDialog {
+        id: threadMenu
+        sourceComponent: ThreadMenu {
+            onRenameRequested: place => Qt.callLater(() => app.showRename(app.menuTask, app.renameDraft, 14, place.y))
+            onArchiveRequested: app.service.archiveTask(app.menuTask)
+        }
+    }
+    LazyDialog {
+        id: agentDetails
+        sourceComponent: AgentDetails {
+            service: app.service
+            run: app.selectedRun
+            onDetailsRequested: text => app.showDetails(text)
+        }
+    }
+    LazyDialog {
+        id: details
+        sourceComponent: DetailsDialog {}
+    }
+    LazyDialog {
+        id: queueDialog
+        sourceComponent: QueueDialog { service: app.service }
+    }
+    LazyDialog {
+        id: permissions
+        sourceComponent: PermissionsDialog {
+            service: app.service
+            pending: app.current.pending ?? []
+        }
+    }
+    LazyDialog {
+        id: workspaceSettings
+        sourceComponent: SettingsPanel {
+            service: app.service
+            backdropItem: workspaceLayout
+        }
+    }
+}

@@ -1,0 +1,78 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Layouts
+import Vesk
+
+/* The compact connection form, for the one provider that most users have. */
+ColumnLayout {
+    id: root
+
+    required property var service
+    property bool connecting: false
+    property bool attempted: false
+
+    spacing: 14
+
+    function connectModel() {
+        if (service.apiTesting)
+            return;
+        connecting = true;
+        attempted = true;
+        service.connectProvider("Alem Plus", "qwen3-8", key.text);
+    }
+
+    LabelText {
+        text: "Alem Plus · Qwen 3.8"
+        color: Theme.textStrong
+        font.pixelSize: 20
+        Layout.fillWidth: true
+    }
+    TextField {
+        id: key
+        objectName: "apiKey"
+        placeholderText: "API-ключ Alem Plus"
+        placeholderTextColor: Theme.placeholder
+        color: Theme.textField
+        echoMode: TextInput.Password
+        inputMethodHints: Qt.ImhSensitiveData | Qt.ImhNoPredictiveText
+        padding: 12
+        focus: true
+        enabled: !root.service.apiTesting
+        Accessible.name: placeholderText
+        Layout.fillWidth: true
+        background: Rectangle {
+            radius: 10
+            color: Theme.popupField
+            border.color: key.activeFocus ? "#bbbbbb" : "#484848"
+        }
+        onAccepted: root.connectModel()
+    }
+    Action {
+        objectName: "connectButton"
+        text: root.service.apiTesting ? "Подключаю…" : "Подключить"
+        primary: true
+        enabled: !root.service.apiTesting
+        Layout.fillWidth: true
+        onClicked: root.connectModel()
+    }
+    LabelText {
+        objectName: "connectionStatus"
+        text: root.attempted ? root.service.message || root.service.apiStatus
+            : !root.service.settings.mock && root.service.settings.provider === "Alem Plus" ? "Подключено" : ""
+        visible: text !== ""
+        color: Theme.textStatus
+        font.pixelSize: Theme.note
+        Layout.fillWidth: true
+    }
+
+    Connections {
+        target: root.service
+        function onChanged() {
+            if (!root.connecting || root.service.apiTesting)
+                return;
+            root.connecting = false;
+            if (root.service.apiStatus.startsWith("Подключено:"))
+                key.clear();
+        }
+    }
+}

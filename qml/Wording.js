@@ -1,0 +1,102 @@
+.pragma library
+
+// How events and agents' reports read. `labels` is the application object: phaseLabel, statusLabel, roleLabel.
+
+const eventTexts = {
+    TaskCreated: "Запрос принят",
+    RetryScheduled: "Повторяю запрос",
+    DiscussionStarted: "Агенты обсуждают замечания",
+    DiscussionCompleted: "Обсуждение завершено",
+    CheckpointCreated: "Сохранён снимок проекта",
+    FixRequested: "Нужно исправление",
+    PermissionRequested: "Запрошено разрешение",
+    PermissionGranted: "Команда разрешена",
+    ObserverReport: "Проверка цикла завершена",
+    TaskCompleted: "Задача завершена",
+    TaskPaused: "Работа приостановлена",
+    TaskResumed: "Работа продолжена",
+    TaskFailed: "Задачу не удалось завершить",
+    ToolFinished: "Команда завершена"
+};
+const agentSteps = {
+    AgentStarted: "начал работу",
+    AgentFinished: "завершил этап",
+    AgentCreated: "подключён"
+};
+const verdicts = {
+    APPROVE: "Принято",
+    REVISE: "Нужны исправления",
+    REJECT: "Отклонено"
+};
+const sections = [
+    ["plan", "План"],
+    ["steps", "Шаги"],
+    ["deliverables", "Подготовлено"],
+    ["recommendations", "Рекомендации"],
+    ["requirements", "Требования"]
+];
+
+function pretty(value) {
+    return JSON.stringify(value, null, 2);
+}
+
+function eventText(event, labels) {
+    if (event.type === "WorkflowStepCompleted")
+        return event.message + " · результат передан дальше";
+    if (event.type === "PhaseChanged")
+        return labels.phaseLabel(event.message);
+    if (event.type === "FileModified")
+        return "Сохранён файл " + (event.data?.path ?? "");
+    if (event.type in agentSteps)
+        return labels.roleLabel(event.message) + " · " + agentSteps[event.type];
+    return eventTexts[event.type] ?? "Событие работы";
+}
+
+function isGiven(value) {
+    return value !== undefined && value !== null && value !== "" && !(Array.isArray(value) && value.length === 0);
+}
+
+function lines(items) {
+    return items.map(item => "• " + (typeof item === "string" ? item : pretty(item))).join("\n");
+}
+
+function fileLines(files) {
+    return files.map(file => "• " + file.path + " — " + (file.content ?? "").length + " символов").join("\n");
+}
+
+// Where the result of a user's own agent goes.
+function route(profile, profiles, labels) {
+    const next = profiles.filter(other => (other.after ?? []).includes(profile.id)).map(other => other.name);
+    return "Далее по схеме\n" + (next.length ? next.join(", ") : labels.roleLabel(profile.parent ?? ""))
+        + ". Получатель ждёт завершения зависимостей.";
+}
+
+// `run` as it is in view, `whole` as it is stored (or the same), `profiles` of all agents.
+function agentReport(run, whole, profiles, labels) {
+    const output = whole.output ?? {};
+    const role = whole.logical_role || whole.role || run.role || "";
+    const profile = profiles.find(other => other.id === role || other.id === run.role);
+    const parts = ["Состояние: " + labels.statusLabel(whole.status || run.status || "IDLE")];
+    if (isGiven(whole.error))
+        parts.push("Причина остановки\n" + whole.error);
+    if (isGiven(output.summary))
+        parts.push("Результат\n" + output.summary);
+    if (isGiven(output.files))
+        parts.push("Подготовленные файлы\n" + fileLines(output.files));
+    if (isGiven(output.verdict))
+        parts.push("Решение проверки: " + (verdicts[output.verdict] ?? output.verdict));
+    if (isGiven(output.issues))
+        parts.push("Замечания\n" + lines(output.issues));
+    for (const [key, title] of sections) {
+        if (isGiven(output[key]))
+            parts.push(title + "\n" + (typeof output[key] === "string" ? output[key] : pretty(output[key])));
+    }
+    if (profile?.custom)
+        parts.push(route(profile, profiles, labels));
+    if (!run.id)
+        parts.push("Агент ещё не получал задание в этой задаче.");
+    else if (Object.keys(output).length === 0)
+        parts.push("Готового результата пока нет.");
+    parts.push("Это отчёт о полученном результате. Выполнение кода подтверждается отдельными проверками.");
+    return parts.join("\n\n");
+}

@@ -1,0 +1,45 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Vesk
+
+/* A button. With a `tip` it explains itself, which also names it for those who can't see its sign. */
+Button {
+    id: root
+
+    property bool primary: false
+    property string tip: ""
+
+    padding: 7
+    leftPadding: 11
+    rightPadding: 11
+    font.pixelSize: Theme.body
+    hoverEnabled: true
+    scale: down ? .97 : 1
+    Accessible.name: tip || text
+    Keys.onReturnPressed: click()
+    Keys.onEnterPressed: click()
+    ToolTip.text: tip
+    ToolTip.visible: tip !== "" && hovered
+    ToolTip.delay: Theme.tipDelay
+
+    Behavior on scale { NumberAnimation { duration: Theme.press } }
+
+    background: Rectangle {
+        radius: 8
+        color: !root.enabled ? Theme.buttonDisabled
+            : root.primary ? Theme.buttonPrimary : root.hovered ? Theme.buttonHovered : Theme.button
+        border.width: root.visualFocus ? 2 : root.primary ? 0 : 1
+        border.color: root.visualFocus ? (root.primary && root.enabled ? Theme.dotIdle : Theme.focus)
+            : Theme.buttonBorder
+        Behavior on color { ColorAnimation { duration: Theme.tint } }
+    }
+    contentItem: Text {
+        text: root.text
+        font: root.font
+        textFormat: Text.PlainText
+        color: !root.enabled ? Theme.buttonTextDisabled : root.primary ? Theme.buttonTextPrimary : Theme.buttonText
+        elide: Text.ElideRight
+        horizontalAlignment: Text.AlignHCenter
+        verticalAlignment: Text.AlignVCenter
+    }
+}

@@ -1,0 +1,53 @@
+import QtQuick
+import Vesk
+
+/* The border between two columns, which changes the width of one of them. */
+Rectangle {
+    id: root
+
+    required property real value
+    required property real from
+    required property real to
+    /* 1 when a move to the right widens the column, -1 when it narrows it. */
+    required property int direction
+    property alias dragging: area.pressed
+
+    signal moved(real value)
+    signal released(real value)
+
+    implicitWidth: Theme.handleWidth
+    color: area.containsMouse || area.pressed || activeFocus ? Theme.handleHovered : Theme.handle
+    activeFocusOnTab: true
+    Accessible.role: Accessible.Splitter
+    Accessible.name: "Ширина панели"
+    Keys.onLeftPressed: nudge(-10)
+    Keys.onRightPressed: nudge(10)
+
+    function bounded(value: real): real {
+        return Math.max(from, Math.min(to, value));
+    }
+    function nudge(step: int) {
+        const next = bounded(value + step * direction);
+        moved(next);
+        released(next);
+    }
+
+    MouseArea {
+        id: area
+        property real startX
+        property real startValue
+
+        anchors.fill: parent
+        hoverEnabled: true
+        cursorShape: Qt.SplitHCursor
+        onPressed: mouse => {
+            startX = mapToItem(null, mouse.x, 0).x;
+            startValue = root.value;
+        }
+        onPositionChanged: mouse => {
+            if (pressed)
+                root.moved(root.bounded(startValue + (mapToItem(null, mouse.x, 0).x - startX) * root.direction));
+        }
+        onReleased: root.released(root.value)
+    }
+}

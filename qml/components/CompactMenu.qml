@@ -1,0 +1,21 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Vesk
+
+Menu {
+    id: root
+
+    padding: 5
+    width: 190
+    delegate: CompactMenuItem {}
+    background: Rectangle {
+        implicitWidth: 190
+        color: Theme.menu
+        radius: 10
+        border.color: Theme.menuBorder
+    }
+    enter: Transition {
+        NumberAnimation { property: "opacity"; from: 0; to: 1; duration: Theme.fade }
+    }
+    exit: null
+}

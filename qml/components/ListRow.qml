@@ -1,0 +1,23 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Vesk
+
+/* The frame of a row in a list: fill, focus ring and click. */
+AbstractButton {
+    id: root
+
+    property color fill: Theme.row
+    property int corner: 8
+    property bool current: ListView.isCurrentItem && ListView.view.activeFocus
+
+    focusPolicy: Qt.NoFocus
+    hoverEnabled: true
+    Accessible.role: Accessible.ListItem
+    background: Rectangle {
+        radius: root.corner
+        color: root.fill
+        border.width: root.current ? 2 : 0
+        border.color: Theme.focus
+        Behavior on color { ColorAnimation { duration: Theme.animated ? 120 : 0 } }
+    }
+}

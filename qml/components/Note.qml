@@ -1,0 +1,7 @@
+import Vesk
+
+/* A remark beside something. */
+LabelText {
+    color: Theme.textNote
+    font.pixelSize: Theme.note
+}

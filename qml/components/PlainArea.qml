@@ -1,0 +1,30 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Vesk
+
+/* A long text that can be read, selected and copied. */
+ScrollView {
+    id: root
+
+    property alias text: area.text
+    property alias textFont: area.font
+    property alias textColor: area.color
+    property alias wrapMode: area.wrapMode
+    property string name: ""
+
+    clip: true
+
+    TextArea {
+        id: area
+        objectName: "plainText"
+        readOnly: true
+        selectByMouse: true
+        textFormat: TextEdit.PlainText
+        wrapMode: TextEdit.Wrap
+        color: Theme.textMessage
+        font.pixelSize: Theme.body
+        padding: 8
+        background: null
+        Accessible.name: root.name
+    }
+}

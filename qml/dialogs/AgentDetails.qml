@@ -1,0 +1,49 @@
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* The report of one agent's run. */
+FloatingDialog {
+    id: root
+
+    required property var service
+    required property var run
+    property string report: ""
+
+    signal detailsRequested(string text)
+
+    objectName: "agentDetails"
+    title: run.name || service.roleLabel(run.logical_role || run.role || "")
+    width: Math.min(620, (parent?.width ?? 620) - 40)
+    height: Math.min(600, (parent?.height ?? 600) - 40)
+
+    contentItem: ColumnLayout {
+        spacing: 12
+        LabelText {
+            text: root.service.statusLabel(root.run.status || "IDLE")
+            font.pixelSize: Theme.title
+            Layout.fillWidth: true
+        }
+        PlainArea {
+            objectName: "agentReport"
+            name: "Отчёт агента"
+            text: root.report
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+        }
+        RowLayout {
+            spacing: 10
+            Layout.alignment: Qt.AlignRight
+            Action {
+                text: "Технические данные"
+                enabled: !!root.run.id
+                onClicked: root.detailsRequested(JSON.stringify(root.service.runDetails(root.run.id), null, 2))
+            }
+            Action {
+                text: "Закрыть"
+                primary: true
+                onClicked: root.close()
+            }
+        }
+    }
+}

@@ -1,0 +1,24 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Vesk
+
+/* The compact connection form in the middle of the window. */
+Popup {
+    id: root
+
+    required property var service
+
+    objectName: "connection"
+    parent: Overlay.overlay
+    anchors.centerIn: parent
+    width: Math.min(420, (parent?.width ?? 420) - 40)
+    padding: 24
+    focus: true
+    closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutside
+    background: Rectangle {
+        color: Theme.popup
+        radius: 20
+        border.color: Theme.cardBorder
+    }
+    contentItem: MainApi { service: root.service }
+}

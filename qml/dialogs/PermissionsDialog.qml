@@ -1,0 +1,69 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Layouts
+import Vesk
+
+/* The commands that a run asks leave for, each in full. */
+FloatingDialog {
+    id: root
+
+    required property var service
+    required property var pending
+
+    objectName: "permissions"
+    title: "Разрешить команду?"
+    width: 650
+    height: 430
+
+    function decide(item: string, allow: bool) {
+        service.approve(item, allow);
+        close();
+    }
+
+    contentItem: ColumnLayout {
+        spacing: 12
+        ListView {
+            clip: true
+            spacing: 14
+            boundsBehavior: Flickable.StopAtBounds
+            model: root.pending ?? []
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            ScrollBar.vertical: ScrollBar {}
+            delegate: ColumnLayout {
+                id: request
+                required property var modelData
+                width: ListView.view.width
+                spacing: 10
+                PlainArea {
+                    name: "Команда"
+                    text: JSON.stringify(request.modelData.node?.input ?? {}, null, 2)
+                    textFont.family: Theme.codeFamily
+                    textFont.pixelSize: Theme.note
+                    Layout.fillWidth: true
+                    Layout.preferredHeight: Math.min(220, implicitHeight)
+                }
+                RowLayout {
+                    spacing: 10
+                    Layout.alignment: Qt.AlignRight
+                    Action {
+                        objectName: "denyCommand"
+                        text: "Запретить"
+                        onClicked: root.decide(request.modelData.id, false)
+                    }
+                    Action {
+                        objectName: "allowCommand"
+                        text: "Разрешить"
+                        primary: true
+                        onClicked: root.decide(request.modelData.id, true)
+                    }
+                }
+            }
+        }
+        Action {
+            text: "Закрыть"
+            Layout.alignment: Qt.AlignRight
+            onClicked: root.close()
+        }
+    }
+}

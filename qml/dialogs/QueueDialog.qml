@@ -1,0 +1,59 @@
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* The requests that wait. */
+FloatingDialog {
+    id: root
+
+    required property var service
+
+    objectName: "queueDialog"
+    title: "Ожидающие запросы"
+    width: 600
+    height: 400
+
+    contentItem: ColumnLayout {
+        spacing: 12
+        PaneList {
+            objectName: "queueList"
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            Accessible.name: root.title
+            model: Rows {
+                source: root.service
+                list: "queue"
+            }
+            delegate: ListRow {
+                id: waiting
+                required property var row
+                width: ListView.view.width
+                leftPadding: 12
+                rightPadding: 8
+                topPadding: 8
+                bottomPadding: 8
+                Accessible.name: row.request
+                contentItem: RowLayout {
+                    spacing: 10
+                    LabelText {
+                        text: waiting.row.request.slice(0, 1000)
+                        font.pixelSize: Theme.body
+                        maximumLineCount: 3
+                        elide: Text.ElideRight
+                        Layout.fillWidth: true
+                    }
+                    Action {
+                        objectName: "cancelQueued"
+                        text: "Убрать"
+                        onClicked: root.service.cancelQueued(waiting.row.id)
+                    }
+                }
+            }
+        }
+        Action {
+            text: "Закрыть"
+            Layout.alignment: Qt.AlignRight
+            onClicked: root.close()
+        }
+    }
+}

@@ -1,0 +1,40 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Vesk
+
+/* Renames a conversation in its place. */
+Popup {
+    id: root
+
+    required property var service
+    required property string task
+    required property string draft
+
+    objectName: "renameBox"
+    parent: Overlay.overlay
+    padding: 6
+    focus: true
+    onAboutToShow: {
+        editor.text = draft;
+        editor.selectAll();
+        editor.forceActiveFocus();
+    }
+    background: Rectangle {
+        color: Theme.menu
+        radius: 8
+        border.color: Theme.grip
+    }
+    contentItem: Entry {
+        id: editor
+        objectName: "renameEditor"
+        maximumLength: 120
+        placeholderText: "Название диалога"
+        onAccepted: {
+            if (text.trim() === "")
+                return;
+            root.service.renameTask(root.task, text);
+            if (root.service.message === "")
+                root.close();
+        }
+    }
+}

@@ -1,0 +1,37 @@
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* A line that waits for the user, with the button that answers it. */
+Rectangle {
+    id: root
+
+    required property string text
+    required property string action
+    property bool primary: false
+
+    signal triggered()
+
+    radius: 14
+    color: Theme.card
+    border.color: Theme.cardBorder
+
+    RowLayout {
+        anchors.fill: parent
+        anchors.leftMargin: 16
+        anchors.rightMargin: 12
+        spacing: 12
+        LabelText {
+            text: root.text
+            wrapMode: Text.NoWrap
+            elide: Text.ElideRight
+            Layout.fillWidth: true
+        }
+        Action {
+            objectName: "cardAction"
+            text: root.action
+            primary: root.primary
+            onClicked: root.triggered()
+        }
+    }
+}

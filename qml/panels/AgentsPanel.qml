@@ -1,0 +1,86 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Layouts
+import Vesk
+
+/* The team at work. */
+ColumnLayout {
+    id: root
+
+    required property var service
+    required property var current
+    required property string note
+    readonly property var profiles: service.agentProfiles
+    readonly property int customAgents: profiles.filter(profile => profile.custom).length
+
+    signal addAgent()
+    signal configureAgent(string role)
+    signal inspectRun(var run)
+
+    spacing: 12
+
+    RowLayout {
+        Note {
+            text: root.note
+            wrapMode: Text.NoWrap
+            elide: Text.ElideRight
+            Layout.fillWidth: true
+        }
+        IconAction {
+            objectName: "addAgent"
+            text: "+ Агент"
+            onClicked: root.addAgent()
+        }
+    }
+    Flickable {
+        id: scroller
+        clip: true
+        boundsBehavior: Flickable.StopAtBounds
+        contentWidth: width
+        contentHeight: Math.max(height, 760 + 100 * Math.ceil(root.customAgents / 3))
+        Layout.fillWidth: true
+        Layout.fillHeight: true
+        Layout.minimumHeight: 400
+        ScrollBar.vertical: ScrollBar {}
+
+        AgentNetwork {
+            objectName: "agentNetwork"
+            width: scroller.width
+            height: scroller.contentHeight
+            task: root.current
+            profiles: root.profiles.map(profile => ({
+                id: profile.id, name: profile.name, enabled: profile.enabled, custom: profile.custom,
+                parent: profile.parent, mode: profile.mode, after: profile.after, priority: profile.priority
+            }))
+            positions: root.service.preferences.agent_positions ?? {}
+            animated: Theme.animated
+            scrollOffset: scroller.contentY
+            onConfigure: role => root.configureAgent(role)
+            onLink: (agent, role) => root.service.connectAgents(agent, role)
+            onMoveNode: positions => root.service.setPreference("agent_positions", positions)
+            onInspect: run => {
+                if (run.role)
+                    root.inspectRun(run);
+            }
+        }
+    }
+    Rectangle {
+        color: Theme.rule
+        Layout.fillWidth: true
+        Layout.preferredHeight: 1
+    }
+    LabelText {
+        objectName: "teamState"
+        text: root.current.phase === "CLARIFICATION" ? "Главный агент ждёт ваше решение."
+            : root.service.preferences.automatic_routing ?? true
+            ? "Главный выбирает действия и нужных помощников"
+            : "Ручная цепочка: план → структура → код → проверка"
+        font.pixelSize: Theme.note
+        Layout.fillWidth: true
+    }
+    Note {
+        text: "Перетаскивайте узлы. Двойной щелчок — skill и настройки."
+        font.pixelSize: Theme.small
+        Layout.fillWidth: true
+    }
+}

@@ -1,0 +1,42 @@
+import QtQuick
+import Vesk
+
+/* A file that waits to go with the next line. */
+Rectangle {
+    id: root
+
+    required property var row
+
+    signal removed()
+
+    width: 210
+    height: 64
+    radius: 8
+    color: Theme.chip
+
+    Image {
+        id: picture
+        x: 6
+        y: 6
+        width: 52
+        height: 52
+        source: root.row.url ?? ""
+        asynchronous: true
+        fillMode: Image.PreserveAspectFit
+        sourceSize: Qt.size(104, 104)
+    }
+    Note {
+        anchors { left: picture.right; right: remove.left; verticalCenter: parent.verticalCenter; margins: 6 }
+        text: root.row.name ?? ""
+        wrapMode: Text.NoWrap
+        elide: Text.ElideMiddle
+    }
+    IconAction {
+        id: remove
+        objectName: "removeAttachment"
+        anchors { right: parent.right; verticalCenter: parent.verticalCenter; rightMargin: 6 }
+        text: "×"
+        Accessible.name: "Убрать " + root.row.name
+        onClicked: root.removed()
+    }
+}

@@ -1,0 +1,184 @@
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* The middle of the window: state, conversation, what waits for the user, and the input box. */
+Rectangle {
+    id: root
+
+    required property var service
+    required property var current
+    required property string note
+    required property bool live
+    required property bool sidebarOpen
+    required property string openPanel
+    required property int fileCount
+    property alias input: composer.input
+    readonly property bool clarifying: current.phase === "CLARIFICATION"
+    readonly property bool empty: all.count === 0
+
+    signal sidebarRequested()
+    signal connectionRequested()
+    signal panelToggled(string panel)
+    signal submitted()
+    signal progressRequested()
+    signal resultRequested()
+    signal detailsRequested(string text)
+    signal queueRequested()
+    signal permissionsRequested()
+    signal filesRequested()
+
+    color: "transparent"
+
+    Rows {
+        id: all
+        source: root.service
+        list: "chat"
+    }
+    Rows {
+        id: told
+        source: root.service
+        list: "chat"
+        only: ["progress"]
+    }
+
+    ColumnLayout {
+        anchors.fill: parent
+        spacing: 0
+
+        ChatHeader {
+            service: root.service
+            note: root.note
+            live: root.live
+            paused: root.current.paused ?? false
+            sidebarOpen: root.sidebarOpen
+            openPanel: root.openPanel
+            fileCount: root.fileCount
+            Layout.fillWidth: true
+            onSidebarRequested: root.sidebarRequested()
+            onConnectionRequested: root.connectionRequested()
+            onPanelToggled: panel => root.panelToggled(panel)
+        }
+        MessageStrip {
+            message: root.service.message
+            Layout.fillWidth: true
+        }
+        Item {
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+
+            AmbientMesh {
+                anchors.fill: parent
+                animate: Theme.animated
+                opacity: root.empty ? .16 : .045
+            }
+            ColumnLayout {
+                readonly property real side: Math.max(Theme.sideMargin, (parent.width - Theme.textColumn) / 2)
+                anchors.fill: parent
+                anchors.leftMargin: side
+                anchors.rightMargin: side
+                anchors.bottomMargin: 18
+                spacing: 14
+
+                Item {
+                    visible: root.empty
+                    Layout.fillWidth: true
+                    Layout.fillHeight: true
+                    Welcome {
+                        anchors.centerIn: parent
+                        width: parent.width
+                        onDrafted: text => {
+                            root.input.text = text;
+                            root.input.cursorPosition = text.length;
+                            root.input.forceActiveFocus();
+                        }
+                        onDemoRequested: {
+                            root.input.text = "Создай калькулятор";
+                            root.submitted();
+                        }
+                    }
+                }
+                ProgressCard {
+                    objectName: "progressCard"
+                    visible: told.count > 0
+                    note: root.note
+                    streamNote: root.service.streamNote
+                    live: root.live
+                    Layout.fillWidth: true
+                    onExpanded: root.progressRequested()
+                }
+                MessageList {
+                    objectName: "messageList"
+                    visible: !root.empty
+                    hasFiles: root.fileCount > 0
+                    Layout.fillWidth: true
+                    Layout.fillHeight: true
+                    model: Rows {
+                        source: root.service
+                        list: "chat"
+                        without: ["progress", "file"]
+                    }
+                    onFileRequested: path => root.service.openFile(path)
+                    onResultRequested: root.resultRequested()
+                    onDetailsRequested: text => root.detailsRequested(text)
+                }
+                WaitingLine {
+                    visible: root.service.chatBusy
+                    streamNote: root.service.streamNote
+                    Layout.fillWidth: true
+                }
+                DecisionCard {
+                    objectName: "decisionCard"
+                    visible: root.clarifying
+                    decision: root.current.decision
+                    Layout.fillWidth: true
+                    onAnswered: answer => root.service.clarify(answer)
+                    onOwnAnswer: root.input.forceActiveFocus()
+                }
+                ActionCard {
+                    objectName: "previewCard"
+                    visible: root.current.phase === "PREVIEW"
+                    text: "План из предыдущей версии готов."
+                    action: "Продолжить"
+                    primary: true
+                    Layout.fillWidth: true
+                    Layout.preferredHeight: 54
+                    onTriggered: root.service.runPreview()
+                }
+                ActionCard {
+                    objectName: "permissionCard"
+                    visible: (root.current.pending?.length ?? 0) > 0
+                    text: "Нужно разрешение на команду"
+                    action: "Посмотреть"
+                    Layout.fillWidth: true
+                    Layout.preferredHeight: 58
+                    onTriggered: root.permissionsRequested()
+                }
+                QueueLine {
+                    objectName: "queueLine"
+                    visible: count > 0
+                    count: root.service.queue.length
+                    paused: root.service.queuePaused
+                    Layout.fillWidth: true
+                    onResumed: root.service.resumeQueue()
+                    onOpened: root.queueRequested()
+                }
+                Composer {
+                    id: composer
+                    objectName: "composer"
+                    service: root.service
+                    live: root.live
+                    clarifying: root.clarifying
+                    Layout.fillWidth: true
+                    onSubmitted: root.submitted()
+                    onFilesRequested: root.filesRequested()
+                }
+                StatusLine {
+                    service: root.service
+                    live: root.live
+                    Layout.fillWidth: true
+                }
+            }
+        }
+    }
+}

@@ -1,0 +1,58 @@
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* A question of the run. */
+Rectangle {
+    id: root
+
+    required property var decision
+
+    signal answered(string answer)
+    signal ownAnswer()
+
+    implicitHeight: content.implicitHeight + 32
+    radius: 14
+    color: Theme.card
+    border.color: Theme.cardBorder
+    Accessible.role: Accessible.Grouping
+    Accessible.name: question.text
+
+    ColumnLayout {
+        id: content
+        anchors { left: parent.left; right: parent.right; top: parent.top; margins: 16 }
+        spacing: 12
+
+        LabelText {
+            id: question
+            objectName: "decisionQuestion"
+            text: root.decision?.question || "Уточните задачу"
+            font.weight: Font.DemiBold
+            maximumLineCount: 6
+            elide: Text.ElideRight
+            Layout.fillWidth: true
+        }
+        Flow {
+            spacing: 8
+            Layout.fillWidth: true
+            Repeater {
+                model: root.decision?.options ?? []
+                Action {
+                    required property string modelData
+                    required property int index
+                    objectName: "decisionOption" + index
+                    text: modelData
+                    tip: implicitWidth > width ? modelData : ""
+                    primary: index === 0
+                    width: Math.min(implicitWidth, content.width)
+                    onClicked: root.answered(modelData)
+                }
+            }
+            Action {
+                objectName: "ownAnswer"
+                text: "Свой ответ"
+                onClicked: root.ownAnswer()
+            }
+        }
+    }
+}

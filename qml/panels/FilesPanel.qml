@@ -1,0 +1,126 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Layouts
+import Vesk
+
+/* The files of the project and the text of one of them. */
+ColumnLayout {
+    id: root
+
+    required property var service
+    /* The text of the file is read only while somebody can see it. */
+    required property bool shown
+    required property var selected
+    readonly property string path: selected.path ?? ""
+    readonly property bool media: selected.type === "media"
+
+    signal fileSelected(var file)
+    signal detailsRequested(string text)
+
+    spacing: 12
+
+    RowLayout {
+        LabelText {
+            text: root.service.projectName || "Нет проекта"
+            wrapMode: Text.NoWrap
+            elide: Text.ElideRight
+            Layout.fillWidth: true
+        }
+        IconAction {
+            objectName: "openRoot"
+            text: "↗"
+            tip: "Открыть папку"
+            onClicked: root.service.openWorkspace()
+        }
+    }
+    Note {
+        text: root.service.root
+        font.pixelSize: Theme.small
+        wrapMode: Text.NoWrap
+        elide: Text.ElideMiddle
+        Layout.fillWidth: true
+        Layout.topMargin: -8
+    }
+    PaneList {
+        id: list
+        objectName: "fileList"
+        spacing: 6
+        Layout.fillWidth: true
+        Layout.preferredHeight: Math.max(90, Math.min(230, count * 62))
+        Accessible.name: "Файлы проекта"
+        model: Rows {
+            id: files
+            source: root.service
+            list: "files"
+        }
+        delegate: FileRow {
+            width: ListView.view.width
+            selected: row.path === root.path
+            onClicked: root.fileSelected(row)
+            onDoubleClicked: root.service.openFile(row.path)
+        }
+        onActivated: place => root.fileSelected(files.at(place))
+
+        Note {
+            anchors.fill: parent
+            anchors.margins: 8
+            visible: files.count === 0
+            text: "Файлы появятся здесь по мере создания."
+        }
+    }
+    Action {
+        objectName: "openFile"
+        text: "Открыть файл ↗"
+        primary: true
+        enabled: root.path !== ""
+        Layout.fillWidth: true
+        onClicked: root.service.openFile(root.path)
+    }
+    RowLayout {
+        visible: root.media
+        spacing: 8
+        Action {
+            text: "Баннер"
+            Layout.fillWidth: true
+            onClicked: root.service.pinAsset(root.path, "Баннер")
+        }
+        Action {
+            text: "Иконка"
+            Layout.fillWidth: true
+            onClicked: root.service.pinAsset(root.path, "Иконка")
+        }
+        Action {
+            text: "Открепить"
+            Layout.fillWidth: true
+            onClicked: root.service.pinAsset(root.path, "")
+        }
+    }
+    Rectangle {
+        color: Theme.code
+        radius: 8
+        Layout.fillWidth: true
+        Layout.fillHeight: true
+
+        PlainArea {
+            objectName: "fileViewer"
+            anchors.fill: parent
+            name: "Содержимое файла"
+            textFont.family: Theme.codeFamily
+            textFont.pixelSize: Theme.small
+            textColor: Theme.textCode
+            text: root.shown && root.path !== "" ? root.readFile(root.selected) : ""
+        }
+    }
+    Action {
+        objectName: "fileHistory"
+        text: "История версий"
+        enabled: root.path !== ""
+        Layout.fillWidth: true
+        onClicked: root.detailsRequested(root.service.fileHistory(root.path))
+    }
+
+    /* Takes the whole record, so that a new revision is read anew. */
+    function readFile(file: var): string {
+        return service.fileContent(file.path);
+    }
+}

@@ -1,0 +1,161 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Layouts
+import Vesk
+
+/* Projects and conversations. */
+Rectangle {
+    id: root
+
+    required property var service
+    /* Neither a run nor a chat is going on. */
+    required property bool quiet
+    required property string currentTask
+    property alias projectMenu: projectMenu
+
+    signal newChat()
+    signal newProject()
+    signal projectChosen()
+    signal taskChosen()
+    signal taskMenu(string task, Item row)
+    signal settings()
+    signal hidden()
+
+    color: Theme.column
+
+    ColumnLayout {
+        anchors.fill: parent
+        anchors.margins: 14
+        spacing: 12
+
+        RowLayout {
+            spacing: 10
+            Image {
+                source: "qrc:/assets/vesk-logo.png"
+                sourceSize: Qt.size(56, 56)
+                Layout.preferredWidth: 28
+                Layout.preferredHeight: 28
+                smooth: true
+                mipmap: true
+                Accessible.ignored: true
+            }
+            LabelText {
+                text: "VESK"
+                font.pixelSize: Theme.title
+                font.bold: true
+                font.letterSpacing: 2
+                Layout.fillWidth: true
+            }
+            IconAction {
+                objectName: "hideSidebar"
+                text: "‹"
+                tip: "Скрыть панель"
+                onClicked: root.hidden()
+            }
+        }
+        Action {
+            objectName: "newChat"
+            text: "+  Новый чат"
+            enabled: root.quiet
+            Layout.fillWidth: true
+            onClicked: root.newChat()
+        }
+        RowLayout {
+            Heading {
+                text: "ПРОЕКТ"
+                Layout.fillWidth: true
+            }
+            IconAction {
+                objectName: "newProject"
+                text: "+"
+                tip: "Новый проект"
+                onClicked: root.newProject()
+            }
+        }
+        Action {
+            id: projectButton
+            objectName: "projectButton"
+            text: root.service.projectName || "Выбрать проект"
+            Layout.fillWidth: true
+            onClicked: projectMenu.open()
+
+            ProjectMenu {
+                id: projectMenu
+                y: projectButton.height + 4
+                width: projectButton.width
+                service: root.service
+                onChosen: root.projectChosen()
+                onNewProject: root.newProject()
+            }
+        }
+        Action {
+            objectName: "openFolder"
+            text: "Открыть папку"
+            visible: root.service.root !== ""
+            Layout.fillWidth: true
+            onClicked: root.service.openWorkspace()
+        }
+        Heading { text: "ДИАЛОГИ" }
+        PaneList {
+            id: threadList
+            objectName: "threadList"
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            Accessible.name: "Диалоги"
+            model: Rows {
+                id: threads
+                source: root.service
+                list: "tasks"
+                newestFirst: true
+            }
+            delegate: ThreadRow {
+                width: ListView.view.width
+                chosen: row.id === root.currentTask
+                phase: root.service.phaseLabel(row.phase)
+                onClicked: root.choose(row.id)
+                onMenuRequested: root.taskMenu(row.id, this)
+            }
+            onActivated: place => root.choose(threads.at(place).id)
+        }
+        Rectangle {
+            color: Theme.rule
+            Layout.fillWidth: true
+            Layout.preferredHeight: 1
+        }
+        RowLayout {
+            spacing: 8
+            Rectangle {
+                readonly property bool demo: root.service.settings.mock ?? true
+                color: demo ? Theme.dotOff : Theme.dotOn
+                radius: 3.5
+                Layout.preferredWidth: 7
+                Layout.preferredHeight: 7
+            }
+            Note {
+                objectName: "modelName"
+                text: root.service.settings.mock ? "Демонстрация" : root.service.settings.model ?? ""
+                wrapMode: Text.NoWrap
+                elide: Text.ElideRight
+                Layout.fillWidth: true
+            }
+            IconAction {
+                objectName: "settingsButton"
+                text: "Настройки"
+                tip: "Настройки пространства и агентов"
+                onClicked: root.settings()
+            }
+        }
+    }
+
+    function choose(task: string) {
+        service.selectTask(task);
+        taskChosen();
+    }
+    function rowOf(task: string): Item {
+        for (let place = 0; place < threads.count; ++place) {
+            if (threads.at(place).id === task)
+                return threadList.itemAtIndex(place);
+        }
+        return null;
+    }
+}

@@ -1,0 +1,47 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Vesk
+
+/* A file that a message names; opens in the desktop's own program. */
+AbstractButton {
+    id: root
+
+    required property var file
+
+    width: 156
+    height: 104
+    hoverEnabled: true
+    Accessible.name: "Открыть " + file.name
+    Keys.onReturnPressed: click()
+    background: Rectangle {
+        radius: 9
+        color: Theme.tile
+        border.width: root.visualFocus ? 2 : 0
+        border.color: Theme.focus
+    }
+    contentItem: Item {
+        Image {
+            id: picture
+            x: 6
+            y: 6
+            width: 144
+            height: 68
+            source: root.file.url ?? ""
+            visible: source.toString() !== ""
+            asynchronous: true
+            fillMode: Image.PreserveAspectFit
+            sourceSize: Qt.size(288, 136)
+        }
+        Note {
+            anchors.centerIn: picture
+            visible: !picture.visible
+            text: "Файл"
+        }
+        Note {
+            anchors { left: parent.left; right: parent.right; bottom: parent.bottom; margins: 8 }
+            text: root.file.name ?? ""
+            wrapMode: Text.NoWrap
+            elide: Text.ElideMiddle
+        }
+    }
+}

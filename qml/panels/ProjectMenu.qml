@@ -1,0 +1,72 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Vesk
+
+/* The projects to choose from, below the button with the name of the current one. */
+Popup {
+    id: root
+
+    required property var service
+
+    signal chosen()
+    signal newProject()
+
+    objectName: "projectMenu"
+    padding: 6
+    focus: true
+    onOpened: list.forceActiveFocus()
+    background: Rectangle {
+        color: Theme.menu
+        radius: 10
+        border.color: Theme.menuBorder
+    }
+    contentItem: Column {
+        spacing: 6
+        PaneList {
+            id: list
+            objectName: "projectList"
+            width: parent.width
+            height: Math.min(240, contentHeight)
+            spacing: 2
+            Accessible.name: "Проекты"
+            model: Rows {
+                id: projects
+                source: root.service
+                list: "projects"
+            }
+            delegate: ListRow {
+                id: project
+                required property var row
+                width: ListView.view.width
+                height: 32
+                padding: 8
+                text: row.name
+                fill: hovered ? Theme.menuHighlight : "transparent"
+                contentItem: LabelText {
+                    text: project.text
+                    font.pixelSize: Theme.note
+                    wrapMode: Text.NoWrap
+                    elide: Text.ElideRight
+                    verticalAlignment: Text.AlignVCenter
+                }
+                onClicked: root.choose(row.id)
+            }
+            onActivated: place => root.choose(projects.at(place).id)
+        }
+        Action {
+            objectName: "menuNewProject"
+            width: parent.width
+            text: "Новый проект"
+            onClicked: {
+                root.close();
+                root.newProject();
+            }
+        }
+    }
+
+    function choose(id: string) {
+        close();
+        service.selectProject(id);
+        chosen();
+    }
+}

@@ -1,0 +1,103 @@
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* Team, files or events of the task. */
+Rectangle {
+    id: root
+
+    required property var service
+    required property var current
+    required property string note
+    required property string panel
+    required property var selectedFile
+    property var eventText: event => ""
+
+    signal panelChosen(string panel)
+    signal hidden()
+    signal addAgent()
+    signal configureAgent(string role)
+    signal inspectRun(var run)
+    signal fileSelected(var file)
+    signal detailsRequested(string text)
+
+    color: Theme.inspector
+
+    ColumnLayout {
+        anchors.fill: parent
+        anchors.margins: 16
+        spacing: 12
+
+        RowLayout {
+            spacing: 8
+            LabelText {
+                objectName: "panelTitle"
+                text: root.panel === "agents" ? "Команда" : root.panel === "files" ? "Файлы проекта" : "События"
+                font.weight: Font.DemiBold
+                wrapMode: Text.NoWrap
+                elide: Text.ElideRight
+                Layout.fillWidth: true
+            }
+            IconAction {
+                id: menuButton
+                objectName: "panelMenuButton"
+                text: "⋯"
+                tip: "Что показать"
+                onClicked: panelMenu.popup(menuButton, 0, menuButton.height + 4)
+
+                CompactMenu {
+                    id: panelMenu
+                    objectName: "panelMenu"
+                    CompactMenuItem {
+                        text: "Сеть агентов"
+                        onTriggered: root.panelChosen("agents")
+                    }
+                    CompactMenuItem {
+                        text: "Файлы"
+                        onTriggered: root.panelChosen("files")
+                    }
+                    CompactMenuItem {
+                        text: "События"
+                        onTriggered: root.panelChosen("history")
+                    }
+                    CompactMenuItem {
+                        text: "Закрыть панель"
+                        onTriggered: root.hidden()
+                    }
+                }
+            }
+            IconAction {
+                objectName: "hideInspector"
+                text: "×"
+                tip: "Закрыть панель"
+                onClicked: root.hidden()
+            }
+        }
+        StackLayout {
+            currentIndex: ["agents", "files", "history"].indexOf(root.panel)
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+
+            AgentsPanel {
+                service: root.service
+                current: root.current
+                note: root.note
+                onAddAgent: root.addAgent()
+                onConfigureAgent: role => root.configureAgent(role)
+                onInspectRun: run => root.inspectRun(run)
+            }
+            FilesPanel {
+                service: root.service
+                shown: root.panel === "files" && root.visible
+                selected: root.selectedFile
+                onFileSelected: file => root.fileSelected(file)
+                onDetailsRequested: text => root.detailsRequested(text)
+            }
+            HistoryPanel {
+                service: root.service
+                eventText: root.eventText
+                onDetailsRequested: text => root.detailsRequested(text)
+            }
+        }
+    }
+}

@@ -1,0 +1,17 @@
+import QtQuick
+import Vesk
+
+/* Which model answers, or what it is sending right now. */
+Note {
+    required property var service
+    required property bool live
+
+    objectName: "statusLine"
+    text: (live || service.chatBusy) && service.streamNote !== "" ? service.streamNote
+        : service.settings.mock ? "Подключение модели — в настройках API"
+        : (service.settings.model ?? "") + " · до 8 агентов"
+    font.pixelSize: Theme.caption
+    horizontalAlignment: Text.AlignHCenter
+    wrapMode: Text.NoWrap
+    elide: Text.ElideRight
+}

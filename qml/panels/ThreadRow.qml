@@ -1,0 +1,49 @@
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* One conversation of the project. */
+ListRow {
+    id: root
+
+    required property var row
+    required property bool chosen
+    required property string phase
+
+    signal menuRequested()
+
+    height: 56
+    fill: chosen ? Theme.rowCurrent : hovered ? Theme.rowHovered : "transparent"
+    Accessible.name: title.text + ", " + phase
+    Keys.onMenuPressed: menuRequested()
+
+    contentItem: RowLayout {
+        spacing: 4
+        ColumnLayout {
+            spacing: 2
+            LabelText {
+                id: title
+                text: (root.row.spec.title || root.row.spec.original_request || "Новая задача").replace(/\s+/g, " ")
+                font.pixelSize: Theme.note
+                wrapMode: Text.NoWrap
+                elide: Text.ElideRight
+                Layout.fillWidth: true
+            }
+            Note {
+                text: root.phase
+                font.pixelSize: Theme.caption
+                wrapMode: Text.NoWrap
+                elide: Text.ElideRight
+                Layout.fillWidth: true
+            }
+        }
+        IconAction {
+            objectName: "threadMenuButton"
+            text: "⋯"
+            tip: "Действия с диалогом"
+            onClicked: root.menuRequested()
+        }
+    }
+    leftPadding: 10
+    rightPadding: 6
+}

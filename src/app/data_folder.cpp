@@ -1,0 +1,31 @@
+#include "data_folder.h"
+
+#include "helpers.h"
+
+#include <QDir>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+DataFolder::DataFolder(const QString &path)
+    : folder(path)
+{
+    require(!folder.isEmpty(), u"Не указана папка данных"_s);
+    require(QDir().mkpath(folder), u"Не удалось создать папку данных: "_s + folder);
+    lock = std::make_unique<FolderLock>(folder);
+    require(lock->outcome() != FolderLock::Outcome::Unavailable, u"Не удалось занять папку данных: "_s + folder);
+}
+
+bool DataFolder::isTaken() const
+{
+    return lock->outcome() == FolderLock::Outcome::Busy;
+}
+
+QString DataFolder::takenText() const
+{
+    return u"VESK уже работает с этой папкой данных: "_s + folder
+        + u"\nДождитесь его завершения или укажите другую папку через --data-dir."_s;
+}
+
+} // namespace vesk

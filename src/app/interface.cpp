@@ -1,0 +1,107 @@
+// The window, as a library of its own: linked into the executable, what Qt Quick brings along would cost every run
+// without a window 25 ms and 16 MB.
+
+#include "backend.h"
+#include "command_line.h"
+#include "console.h"
+#include "credential_store.h"
+#include "data_folder.h"
+#include "desktop.h"
+#include "helpers.h"
+#include "interface_options.h"
+#include "process_signals.h"
+#include "roles.h"
+#include "self_test_ui.h"
+#include "window_place.h"
+
+#include <QFont>
+#include <QFontDatabase>
+#include <QGuiApplication>
+#include <QIcon>
+#include <QQmlApplicationEngine>
+#include <QQmlContext>
+#include <QQuickStyle>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QtQml/qqmlextensionplugin.h>
+
+Q_IMPORT_QML_PLUGIN(VeskPlugin)
+
+using namespace Qt::StringLiterals;
+using namespace vesk;
+
+namespace {
+
+constexpr int startFailed = 1;
+constexpr int usageError = 2;
+
+void prepareFonts()
+{
+    if (qEnvironmentVariable("QT_QPA_PLATFORM") == "offscreen"_L1) {
+        const QStringList files = offscreenFontFiles();
+        for (const QString &file : files)
+            QFontDatabase::addApplicationFont(file);
+    }
+    const QList<FontSubstitutes> substitutes = fontSubstitutes();
+    for (const FontSubstitutes &font : substitutes)
+        QFont::insertSubstitutions(font.family, font.others);
+}
+
+int showWindow(const CommandLine &line, const DataFolder &folder, const QTemporaryDir &temporary)
+{
+    Backend backend(folder.path());
+    const ProcessSignals requests;
+    QObject::connect(&requests, &ProcessSignals::endRequested, qApp, [] { QCoreApplication::quit(); });
+
+    QQmlApplicationEngine engine;
+    engine.rootContext()->setContextProperty(u"backend"_s, &backend);
+    QObject::connect(
+        &engine, &QQmlApplicationEngine::objectCreationFailed, qApp, [] { QCoreApplication::exit(startFailed); },
+        Qt::QueuedConnection);
+    QObject::connect(qApp, &QCoreApplication::aboutToQuit, &backend, &Backend::stop);
+    engine.loadFromModule("Vesk", "Main");
+
+    WindowPlace place(folder.path());
+    if (!isUnattended(line))
+        place.follow(firstWindow(engine));
+    applyWindowOptions(line, engine);
+    armTimedOptions(line, engine, backend);
+    SelfTestUi selfTest(engine, backend, temporary.path());
+    if (line.has(u"--self-test-ui"_s))
+        selfTest.begin(line.value(u"--self-test-ui"_s), line.has(u"--workflow-demo"_s));
+    return QCoreApplication::exec();
+}
+
+int runInterface(const CommandLine &line)
+{
+    const QTemporaryDir temporary;
+    const bool leavesNoTrace = line.has(u"--self-test-ui"_s);
+    const DataFolder folder(line.dataFolder(
+        leavesNoTrace ? temporary.path() : QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation)));
+    if (folder.isTaken()) {
+        printErrorLine(folder.takenText());
+        return usageError;
+    }
+    CredentialStore::setDataFolder(folder.path());
+    return showWindow(line, folder, temporary);
+}
+
+} // namespace
+
+extern "C" Q_DECL_EXPORT int veskInterface(int argc, char **argv)
+{
+    registerPrompts();
+    QGuiApplication application(argc, argv);
+    QCoreApplication::setOrganizationName(u"VESK"_s);
+    QCoreApplication::setApplicationName(u"VESK"_s);
+    QGuiApplication::setDesktopFileName(u"vesk"_s);
+    QGuiApplication::setWindowIcon(QIcon(u":/assets/vesk-logo.png"_s));
+    QQuickStyle::setStyle(u"Basic"_s);
+    prepareFonts();
+    try {
+        return runInterface(CommandLine(QCoreApplication::arguments().sliced(1)));
+    } catch (const std::exception &fault) {
+        qCritical("%s", fault.what());
+        return startFailed;
+    }
+}

@@ -1,0 +1,23 @@
+#include "desktop.h"
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+QList<FontSubstitutes> fontSubstitutes()
+{
+    return {
+        {u"Segoe UI"_s, {u"Inter"_s, u"Noto Sans"_s, u"DejaVu Sans"_s}},
+        {u"Consolas"_s, {u"Cascadia Code"_s, u"JetBrains Mono"_s, u"Noto Sans Mono"_s, u"DejaVu Sans Mono"_s}},
+    };
+}
+
+QStringList offscreenFontFiles()
+{
+    const QString folder = qEnvironmentVariable("WINDIR");
+    if (folder.isEmpty())
+        return {}; // The usual case here: the offscreen platform finds the installed fonts by itself.
+    return {folder + u"/Fonts/segoeui.ttf"_s, folder + u"/Fonts/consola.ttf"_s};
+}
+
+} // namespace vesk
