@@ -35,6 +35,7 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , workspace(store)
     , tools(&workspace, &eventBus, &permissions)
     , engine(store, workspace, eventBus, permissions, tools, &mock)
+    , journal(store, workspace, engine)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
 {

@@ -9,6 +9,7 @@
 #include "openai_provider.h"
 #include "permissions.h"
 #include "store.h"
+#include "task_journal.h"
 #include "tool_router.h"
 #include "workspace.h"
 
@@ -159,9 +160,7 @@ private:
 
     // backend_events.cpp
     void follow(const QJsonObject &event);
-    void keepToolOutput(const QJsonObject &event);
     void finishRun(const QString &status);
-    void saveWorkNote();
 
     // backend_projects.cpp
     void savePreferences();
@@ -266,6 +265,8 @@ private:
     QString message;
     QString selectedTask; ///< Empty: the view follows the run. "new": a fresh conversation. Else a task.
     QJsonObject settings;
+
+    TaskJournal journal;
 
     // What reading has already made, valid as long as what it was made of is unchanged.
     template <typename T> struct Remembered {

@@ -41,11 +41,7 @@ QString Backend::conversationId() const
 
 void Backend::addChat(const QString &conversation, const QString &role, const QString &content, const QString &kind)
 {
-    if (content.isEmpty())
-        return;
-    const QString rowId = id();
-    store.put(u"messages"_s, rowId, conversation,
-              {{u"id"_s, rowId}, {u"role"_s, role}, {u"content"_s, content}, {u"kind"_s, kind}, {u"time"_s, now()}});
+    journal.addMessage(conversation, role, content, kind);
     notifyUi();
 }
 
