@@ -15,11 +15,12 @@ void Backend::follow(const QJsonObject &event)
 
 void Backend::finishRun(const QString &status)
 {
-    journal.close(engine.snapshot());
+    // The run may have ended over a failing store; its end is taken notice of all the same.
+    attempt([this] { journal.close(engine.snapshot()); });
     // After a failed or stopped run the user decides whether the waiting requests still make sense.
     if (status != "COMPLETED"_L1)
         queuePaused = true;
-    saveQueue();
+    attempt([this] { saveQueue(); });
     drainLater();
 }
 
