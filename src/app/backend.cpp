@@ -35,35 +35,29 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , workspace(store)
     , tools(&workspace, &eventBus, &permissions)
     , engine(store, workspace, eventBus, permissions, tools, &mock)
+    , journal(store, workspace, engine)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
 {
-    connectServices();
+    connectRun();
     recoverInterruptedTasks(store);
     restoreConnection();
+    connect(&background, &BackgroundRenderer::changed, this, &Backend::backgroundChanged);
     restorePreferences();
+    connectTools();
 
     const QJsonArray all = store.list(u"projects"_s, {});
     if (!all.isEmpty())
         selectProject(all.last()["id"_L1].toString());
 }
 
-void Backend::connectServices()
+void Backend::connectRun()
 {
     for (OpenAICompatibleProvider *provider : {&client, &chatClient})
         connect(provider, &OpenAICompatibleProvider::responseProgress, this, &Backend::showProgress);
     connect(&engine, &Engine::changed, this, &Backend::notifyUi);
     connect(&eventBus, &EventBus::event, this, &Backend::follow);
     connect(&engine, &Engine::finished, this, &Backend::finishRun);
-    connect(&background, &BackgroundRenderer::changed, this, &Backend::backgroundChanged);
-    connect(&mcp, &McpClient::changed, this, [this] {
-        connectors = mcp.availableTools();
-        Q_EMIT connectorsChanged();
-    });
-    connect(&mcp, &McpClient::statusMessage, this,
-            [this](const QString &text) { addChat(conversationId(), u"assistant"_s, text, u"connection"_s); });
-    engine.mcpCall = [this](const QString &server, const QString &tool, const QJsonObject &arguments,
-                            const Engine::Answer &done) { mcp.call(server, tool, arguments, done); };
 }
 
 void Backend::restoreConnection()
@@ -96,6 +90,19 @@ void Backend::restorePreferences()
     }
 }
 
+void Backend::connectTools()
+{
+    connect(&mcp, &McpClient::changed, this, [this] {
+        connectors = mcp.availableTools();
+        Q_EMIT connectorsChanged();
+    });
+    connect(&mcp, &McpClient::statusMessage, this, [this](const QString &text) {
+        attempt([&] { addChat(conversationId(), u"assistant"_s, text, u"connection"_s); });
+    });
+    engine.mcpCall = [this](const QString &server, const QString &tool, const QJsonObject &arguments,
+                            const Engine::Answer &done) { mcp.call(server, tool, arguments, done); };
+}
+
 void Backend::guard(const std::function<void()> &body)
 {
     message.clear();
@@ -105,6 +112,28 @@ void Backend::guard(const std::function<void()> &body)
         message = textOf(failure);
     }
     notifyUi();
+}
+
+/// Runs what no operation asked for, or what others have to follow: its failure becomes `message`, its success changes
+/// nothing.
+void Backend::attempt(const std::function<void()> &body)
+{
+    try {
+        body();
+    } catch (const std::exception &failure) {
+        showFailure(failure);
+    }
+}
+
+/// Const, since reading fails, too. The same failure at every refresh asks for no further refresh.
+void Backend::showFailure(const std::exception &failure) const
+{
+    const QString text = textOf(failure);
+    if (message == text)
+        return;
+    auto *self = const_cast<Backend *>(this);
+    self->message = text;
+    self->notifyUi();
 }
 
 void Backend::notifyUi()

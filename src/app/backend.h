@@ -9,6 +9,7 @@
 #include "openai_provider.h"
 #include "permissions.h"
 #include "store.h"
+#include "task_journal.h"
 #include "tool_router.h"
 #include "workspace.h"
 
@@ -32,8 +33,9 @@ namespace vesk {
 /// an operation into the text of `message`, and adds what exists only around the pipeline: projects, the list of tasks,
 /// settings, the conversation, the request queue, and the start-up repair of runs that died with their process.
 ///
-/// Operations return at once and never throw into the interface. What it reads are copies; `changed` and `chatChanged`
-/// come at most once in 33 ms. Main thread only.
+/// Operations and readers return at once and never throw: their caller is the event loop, which takes no exception.
+/// What the interface reads are copies, empty when the store fails; `changed` and `chatChanged` come at most once in
+/// 33 ms. Main thread only.
 class Backend : public QObject {
     Q_OBJECT
     Q_PROPERTY(QVariantMap state READ state NOTIFY changed)
@@ -118,10 +120,15 @@ public:
 
     Q_INVOKABLE void attachFiles(const QStringList &urls);
     Q_INVOKABLE void removeAttachment(const QString &path);
-    Q_INVOKABLE void pinAsset(const QString &path, const QString &usage);
     Q_INVOKABLE void connectProvider(const QString &provider, const QString &model, const QString &key);
     Q_INVOKABLE void connectAgents(const QString &agent, const QString &target);
     Q_INVOKABLE void addWorkflowTemplate();
+
+    // Attachments (backend_attachments.cpp)
+
+    /// Notes what a medium of the project is for ("Баннер"); at most 120 characters are kept, and blanks take the note
+    /// back.
+    Q_INVOKABLE void pinAsset(const QString &path, const QString &usage);
 
     // What the interface reads (backend_read.cpp)
 
@@ -166,20 +173,22 @@ Q_SIGNALS:
 
 private:
     // backend.cpp
-    void connectServices();
+    void connectRun();
     void restoreConnection();
+    void connectTools();
     void restorePreferences();
     void showProgress(const QString &role, int characters);
+    void attempt(const std::function<void()> &body);
+    void showFailure(const std::exception &failure) const;
 
     // backend_events.cpp
     void follow(const QJsonObject &event);
-    void keepToolOutput(const QJsonObject &event);
     void finishRun(const QString &status);
-    void saveWorkNote();
 
     // backend_projects.cpp
     void savePreferences();
     void requireQuiet() const;
+    void requireProject(const QString &name);
     QString projectFolder(const QString &name, const QString &folder, const QString &projectId) const;
     void writeProjectFile(const QString &name, const QString &projectId) const;
     QJsonObject ownTask(const QString &task) const;
@@ -187,6 +196,7 @@ private:
     // backend_conversation.cpp
     QString conversationId() const;
     void addChat(const QString &conversation, const QString &role, const QString &content, const QString &kind);
+    void routeLine(const QString &typed);
     bool refuseLine(const QString &text);
     QString withAttachments(const QString &text);
     void connectByName(const QString &text);
@@ -206,8 +216,11 @@ private:
     void enqueueRequest(const QString &request, bool preview, int budget, const QString &program,
                         const QString &arguments);
     void startNow(const QString &request, bool preview, int budget, const QJsonObject &command);
+    void changeQueue(QJsonArray next);
     void saveQueue();
     void drainQueue();
+    void stopChecks();
+    void stopImports();
     void stopChat();
 
     // backend_runtime.cpp
@@ -217,8 +230,16 @@ private:
     QJsonArray mediaForRequest(const QString &request) const;
 
     // backend_read.cpp
+    template <typename T> struct Remembered {
+        QString key;
+        T value;
+    };
+    template <typename Read> auto answered(const Read &read) const -> decltype(read());
+    QVariantList projectRecords(Remembered<QVariantList> &slot, const QString &table) const;
     QJsonArray projectMedia() const;
-    QString engineTask() const;
+    QString selectedId() const;
+    bool followsRun() const;
+    QString engineTask() const { return engine.task(); }
     QVariantMap settingsMap() const { return settings.toVariantMap(); }
     QVariantMap preferencesMap() const { return preferences.toVariantMap(); }
     QVariantList queueList() const { return queue.toVariantList(); }
@@ -256,7 +277,7 @@ private:
     QJsonArray queue;
     bool queuePaused = false;
     Store store;
-    EventBus eventBus;
+    EventBus eventBus; ///< `events` is what the interface reads.
     Workspace workspace;
     PermissionManager permissions;
     ToolRouter tools;
@@ -280,11 +301,10 @@ private:
     QString selectedTask; ///< Empty: the view follows the run. "new": a fresh conversation. Else a task.
     QJsonObject settings;
 
+    TaskJournal journal;
+    bool draining = false; ///< `queue` lacks what waits behind the item that is being started.
+
     // What reading has already made, valid as long as what it was made of is unchanged.
-    template <typename T> struct Remembered {
-        QString key;
-        T value;
-    };
     mutable GrowingList messageRows;
     mutable GrowingList eventRows;
     mutable Remembered<QVariantList> projectRows;

@@ -32,7 +32,7 @@ constexpr qsizetype chatTurnChars = 5000;
 QString Backend::conversationId() const
 {
     if (selectedTask != "new"_L1) {
-        const QString task = selected()["id"_L1].toString();
+        const QString task = selectedId();
         if (!task.isEmpty())
             return task;
     }
@@ -41,11 +41,7 @@ QString Backend::conversationId() const
 
 void Backend::addChat(const QString &conversation, const QString &role, const QString &content, const QString &kind)
 {
-    if (content.isEmpty())
-        return;
-    const QString rowId = id();
-    store.put(u"messages"_s, rowId, conversation,
-              {{u"id"_s, rowId}, {u"role"_s, role}, {u"content"_s, content}, {u"kind"_s, kind}, {u"time"_s, now()}});
+    journal.addMessage(conversation, role, content, kind);
     notifyUi();
 }
 
@@ -57,7 +53,12 @@ void Backend::newConversation()
     });
 }
 
-void Backend::sendMessage(const QString &typed)
+void Backend::sendMessage(const QString &text)
+{
+    attempt([&] { routeLine(text); });
+}
+
+void Backend::routeLine(const QString &typed)
 {
     QString text = typed.trimmed();
     if (refuseLine(text))
@@ -104,11 +105,15 @@ bool Backend::refuseLine(const QString &text)
     return attachments.isEmpty() && text.isEmpty();
 }
 
-/// The line with its attachments named, so that everything below sees one text.
+/// The line with its attachments named, so that everything below sees one text. What it says they are for is noted.
 QString Backend::withAttachments(const QString &text)
 {
     if (attachments.isEmpty())
         return text;
+    const QString usage = assetUsage(text);
+    const QJsonArray pinned = usage.isEmpty() ? QJsonArray() : attachments;
+    for (const QJsonValue &attachment : pinned)
+        pinAsset(attachment["path"_L1].toString(), usage);
     QString named = text.isEmpty() ? u"Опиши прикреплённые файлы"_s : text;
     named += u"\n\nВложения:"_s;
     for (const QJsonValue &attachment : std::as_const(attachments))
@@ -123,7 +128,7 @@ void Backend::connectByName(const QString &text)
     const QJsonArray servers = mcp.list();
     const auto named = std::ranges::find_if(servers, [&](const QJsonValue &server) {
         const QString name = server["name"_L1].toString().toLower();
-        return lower.contains(name)
+        return (!name.isEmpty() && lower.contains(name))
             || ((lower.contains("roblox"_L1) || lower.contains(u"роблокс"_s)) && name.contains("roblox"_L1));
     });
     const bool only = servers.size() == 1 && lower.contains("mcp"_L1);
@@ -176,8 +181,7 @@ void Backend::routeByModel(const QString &text)
 {
     guard([&] {
         require(!chatBusy, u"Дождитесь ответа."_s);
-        if (workspace.root().isEmpty())
-            createProject(u"Новый проект"_s, defaultFolder());
+        requireProject(u"Новый проект"_s);
         const QString conversation = conversationId();
         const QJsonObject state = selected();
         const QJsonObject input{
@@ -188,6 +192,8 @@ void Backend::routeByModel(const QString &text)
             {u"task_report"_s,
              state["id"_L1].toString().isEmpty() ? u"Задача ещё не запускалась."_s : Narrator::report(state)},
         };
+        const LLMRequest request{id(), u"chat_router"_s, PromptManager::get(u"chat_router"_s) + chatRouterSkillNote(),
+                                 input, answerTokens};
         configureClient(chatClient);
         // Not stored yet: if this is a task, the engine stores it under that.
         chatBusy = true;
@@ -195,8 +201,7 @@ void Backend::routeByModel(const QString &text)
         pendingChatConversation = conversation;
         notifyUi();
         chatClient.request(
-            {id(), u"chat_router"_s, PromptManager::get(u"chat_router"_s) + chatRouterSkillNote(), input, answerTokens},
-            [this, text, conversation](const LLMResult &result) { takeRoute(text, conversation, result); });
+            request, [this, text, conversation](const LLMResult &result) { takeRoute(text, conversation, result); });
     });
 }
 
@@ -209,8 +214,10 @@ void Backend::takeRoute(const QString &text, const QString &conversation, const 
     guard([&] { followRoute(text, conversation, result); });
     // Nothing that the user wrote is lost on a failed call.
     if (!message.isEmpty()) {
-        addChat(conversation, u"user"_s, text, u"message"_s);
-        addChat(conversation, u"assistant"_s, u"Не удалось получить ответ. "_s + message, u"error"_s);
+        attempt([&] {
+            addChat(conversation, u"user"_s, text, u"message"_s);
+            addChat(conversation, u"assistant"_s, u"Не удалось получить ответ. "_s + message, u"error"_s);
+        });
     }
     drainLater();
 }
@@ -236,15 +243,14 @@ void Backend::discuss(const QString &text)
     guard([&] {
         require(!chatBusy, u"Дождитесь предыдущего ответа."_s);
         require(!text.trimmed().isEmpty(), u"Введите сообщение."_s);
-        if (workspace.root().isEmpty())
-            createProject(u"Мой проект"_s, defaultFolder());
+        requireProject(u"Мой проект"_s);
         const QString conversation = conversationId();
         addChat(conversation, u"user"_s, text, u"message"_s);
         try {
             askChat(text, conversation);
         } catch (const std::exception &failure) {
-            addChat(conversation, u"assistant"_s, textOf(failure), u"error"_s);
             chatBusy = false;
+            addChat(conversation, u"assistant"_s, textOf(failure), u"error"_s);
         }
     });
 }
@@ -282,9 +288,11 @@ void Backend::takeChatAnswer(const QString &conversation, const LLMResult &resul
         require(!summary.isEmpty(), u"Модель не вернула текст ответа."_s);
         addChat(conversation, u"assistant"_s, summary, u"message"_s);
     } catch (const std::exception &failure) {
-        addChat(conversation, u"assistant"_s,
-                u"Не удалось получить ответ. "_s + textOf(failure) + u"\nФайлы этим сообщением не изменялись."_s,
-                u"error"_s);
+        attempt([&] {
+            addChat(conversation, u"assistant"_s,
+                    u"Не удалось получить ответ. "_s + textOf(failure) + u"\nФайлы этим сообщением не изменялись."_s,
+                    u"error"_s);
+        });
     }
     notifyUi();
     drainLater();

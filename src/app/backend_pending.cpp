@@ -27,11 +27,6 @@ void Backend::removeAttachment(const QString &)
     guard([] { notYet(u"Вложения"_s); });
 }
 
-void Backend::pinAsset(const QString &, const QString &)
-{
-    guard([] { notYet(u"Вложения"_s); });
-}
-
 void Backend::connectProvider(const QString &, const QString &, const QString &)
 {
     guard([] { notYet(u"Подключение модели из окна"_s); });

@@ -21,6 +21,17 @@ constexpr qsizetype maxFolderName = 60;
 constexpr qsizetype maxTitle = 100;
 constexpr qsizetype maxBackgroundScript = 32000;
 
+/// A value as JSON. A script's object or array arrives wrapped in a type of the script engine, which converts to the
+/// plain ones but isn't known to QJsonValue.
+QJsonValue jsonOf(const QVariant &value)
+{
+    if (value.metaType().id() < QMetaType::User)
+        return QJsonValue::fromVariant(value);
+    const QVariantList list = value.toList();
+    return list.isEmpty() ? QJsonValue(QJsonObject::fromVariantMap(value.toMap()))
+                          : QJsonValue(QJsonArray::fromVariantList(list));
+}
+
 /// A folder name that every file system takes.
 QString safeFolderName(const QString &name)
 {
@@ -47,6 +58,14 @@ void Backend::requireQuiet() const
     require(!engine.busy() && !chatBusy, u"Сначала остановите текущую работу и дождитесь ответа в чате."_s);
 }
 
+/// A project to work in, made in the usual place when there is none; throws what kept it from being made.
+void Backend::requireProject(const QString &name)
+{
+    if (workspace.root().isEmpty())
+        createProject(name, defaultFolder());
+    require(!workspace.root().isEmpty(), message);
+}
+
 void Backend::createProject(const QString &name, const QString &folder)
 {
     guard([&] {
@@ -67,7 +86,8 @@ void Backend::createProject(const QString &name, const QString &folder)
 QString Backend::projectFolder(const QString &name, const QString &folder, const QString &projectId) const
 {
     const QString parent = folder.startsWith("file:"_L1) ? QUrl(folder).toLocalFile() : folder;
-    return parent + u'/' + safeFolderName(name) + u'-' + projectId.left(8);
+    // Without a folder the name stays relative, which the workspace refuses.
+    return QDir(parent).filePath(safeFolderName(name) + u'-' + projectId.left(8));
 }
 
 void Backend::writeProjectFile(const QString &name, const QString &projectId) const
@@ -85,13 +105,14 @@ void Backend::selectProject(const QString &projectId)
         requireQuiet();
         const QJsonObject project = store.get(u"projects"_s, projectId);
         require(!project.isEmpty(), u"Проект не найден."_s);
+        // All that may fail comes before anything changes: the queue of one project must not become another's.
+        const QJsonArray waiting = store.get(u"settings"_s, u"queue:"_s + projectId)["items"_L1].toArray();
+        const QJsonArray outlines = store.taskOutlines(projectId);
         workspace.open(project["root"_L1].toString(), projectId);
         projectName = project["name"_L1].toString();
         attachments = {};
-        // A queue found on disk never starts by itself.
-        queue = store.get(u"settings"_s, u"queue:"_s + projectId)["items"_L1].toArray();
-        queuePaused = !queue.isEmpty();
-        const QJsonArray outlines = store.taskOutlines(projectId);
+        queue = waiting;
+        queuePaused = !queue.isEmpty(); // A queue found on disk never starts by itself.
         selectedTask = outlines.isEmpty() ? QString() : outlines.last()["id"_L1].toString();
     });
 }
@@ -134,7 +155,7 @@ void Backend::archiveTask(const QString &task)
     guard([&] {
         require(!engine.busy() || task != engineTask(), u"Сначала остановите задачу."_s);
         QJsonObject row = ownTask(task);
-        const bool inView = selected()["id"_L1].toString() == task;
+        const bool inView = selectedId() == task;
         row["archived"_L1] = true;
         store.put(u"tasks"_s, task, workspace.project(), row);
         if (inView)
@@ -178,9 +199,11 @@ void Backend::addMemory(const QString &category, const QString &text)
         require(!text.trimmed().isEmpty(), u"Введите текст для сохранения."_s);
         const QString entryId = id();
         const QJsonObject entry{{u"id"_s, entryId}, {u"category"_s, category}, {u"text"_s, text}, {u"time"_s, now()}};
-        store.put(u"memory_entries"_s, entryId, workspace.project(), entry);
-        if (category == "Architecture Decisions"_L1 || category == "User Decisions"_L1)
-            store.put(u"decision_logs"_s, entryId, workspace.project(), entry);
+        store.atomic([&] {
+            store.put(u"memory_entries"_s, entryId, workspace.project(), entry);
+            if (category == "Architecture Decisions"_L1 || category == "User Decisions"_L1)
+                store.put(u"decision_logs"_s, entryId, workspace.project(), entry);
+        });
     });
 }
 
@@ -190,8 +213,14 @@ void Backend::setPreference(const QString &key, const QVariant &value)
         require(settablePreferences().contains(key), u"Неизвестная настройка"_s);
         require(key != "background_js"_L1 || value.toString().size() <= maxBackgroundScript,
                 u"Код фона слишком большой"_s);
-        preferences[key] = QJsonValue::fromVariant(value);
-        savePreferences();
+        const QJsonObject before = preferences;
+        preferences[key] = jsonOf(value);
+        try {
+            savePreferences();
+        } catch (...) {
+            preferences = before;
+            throw;
+        }
     });
 }
 

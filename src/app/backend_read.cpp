@@ -9,6 +9,8 @@
 
 #include <QJsonDocument>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace vesk {
@@ -41,23 +43,41 @@ QString indented(const QJsonArray &array)
 
 } // namespace
 
-QString Backend::engineTask() const
+/// What `read` gives, or, when that fails, nothing: the failure is shown.
+template <typename Read> auto Backend::answered(const Read &read) const -> decltype(read())
 {
-    return engine.task();
+    try {
+        return read();
+    } catch (const std::exception &failure) {
+        showFailure(failure);
+        return {};
+    }
+}
+
+/// Whether the document in view is the one that the engine holds, not a stored one.
+bool Backend::followsRun() const
+{
+    const QString running = engineTask();
+    return (selectedTask.isEmpty() || selectedTask == running) && (running.isEmpty() || engine.busy());
+}
+
+/// The id of the document in view, without making that of a run.
+QString Backend::selectedId() const
+{
+    return followsRun() ? engineTask() : selected()["id"_L1].toString();
 }
 
 /// The document of the task in view: a stored one, or, as long as it runs, the live one.
 QJsonObject Backend::selected() const
 {
-    const QString running = engineTask();
     if (selectedTask == "new"_L1)
         return emptyState();
-    if (!selectedTask.isEmpty() && selectedTask != running)
-        return store.get(u"tasks"_s, selectedTask);
     // A running task is always one of the project in view: another can't be chosen meanwhile.
-    if (running.isEmpty() || engine.busy())
+    if (followsRun())
         return engine.snapshot();
-    const QJsonObject stored = store.get(u"tasks"_s, running);
+    if (!selectedTask.isEmpty() && selectedTask != engineTask())
+        return store.get(u"tasks"_s, selectedTask);
+    const QJsonObject stored = store.get(u"tasks"_s, engineTask());
     if (stored.isEmpty())
         return engine.snapshot();
     return stored["project_id"_L1].toString() == workspace.project() ? stored : emptyState();
@@ -65,45 +85,55 @@ QJsonObject Backend::selected() const
 
 QVariantMap Backend::state() const
 {
-    // A stored document is converted once; a running one is new at every step.
-    const bool live = engine.busy() && (selectedTask.isEmpty() || selectedTask == engineTask());
-    const QString key = live ? QString() : versioned(store, {u"tasks"_s}, selectedTask + u'/' + engineTask());
-    return remembered(stateMap, key, [this] { return selected().toVariantMap(); });
+    return answered([this] {
+        // A stored document is converted once; a running one is new at every step.
+        const QString view = workspace.project() + u'/' + selectedTask + u'/' + engineTask();
+        const QString key = followsRun() ? QString() : versioned(store, {u"tasks"_s}, view);
+        return remembered(stateMap, key, [this] { return selected().toVariantMap(); });
+    });
 }
 
 QVariantMap Backend::uiState() const
 {
-    return uiStateOf(selected());
+    return answered([this] { return uiStateOf(selected()); });
 }
 
 QVariantList Backend::projects() const
 {
-    return remembered(projectRows, versioned(store, {u"projects"_s}, u"-"_s),
-                      [this] { return store.list(u"projects"_s, {}).toVariantList(); });
+    return answered([this] {
+        return remembered(projectRows, versioned(store, {u"projects"_s}, u"-"_s),
+                          [this] { return store.list(u"projects"_s, {}).toVariantList(); });
+    });
 }
 
 QVariantList Backend::tasks() const
 {
-    const QString project = workspace.project();
-    if (project.isEmpty())
-        return {};
-    return remembered(taskRows, versioned(store, {u"tasks"_s}, project),
-                      [&] { return tasksOf(store.taskOutlines(project)); });
+    return answered([this]() -> QVariantList {
+        const QString project = workspace.project();
+        if (project.isEmpty())
+            return {};
+        return remembered(taskRows, versioned(store, {u"tasks"_s}, project),
+                          [&] { return tasksOf(store.taskOutlines(project)); });
+    });
 }
 
 QVariantList Backend::events() const
 {
-    const QString task = selected()["id"_L1].toString();
-    return task.isEmpty() ? QVariantList() : eventRows.of(store, task);
+    return answered([this] {
+        const QString task = selectedId();
+        return task.isEmpty() ? QVariantList() : eventRows.of(store, task);
+    });
 }
 
 QVariantList Backend::files() const
 {
-    const QString project = workspace.project();
-    if (project.isEmpty())
-        return {};
-    return remembered(fileRows, versioned(store, {u"files"_s, u"artifacts"_s}, project),
-                      [this] { return filesOf(workspace.files(), projectMedia()); });
+    return answered([this]() -> QVariantList {
+        const QString project = workspace.project();
+        if (project.isEmpty())
+            return {};
+        return remembered(fileRows, versioned(store, {u"files"_s, u"artifacts"_s}, project),
+                          [this] { return filesOf(workspace.files(), projectMedia()); });
+    });
 }
 
 QJsonArray Backend::projectMedia() const
@@ -112,35 +142,44 @@ QJsonArray Backend::projectMedia() const
     return project.isEmpty() ? QJsonArray() : mediaOf(store.list(u"artifacts"_s, project));
 }
 
-QVariantList Backend::memory() const
+/// All records of the project in a table.
+QVariantList Backend::projectRecords(Remembered<QVariantList> &slot, const QString &table) const
 {
     const QString project = workspace.project();
     if (project.isEmpty())
         return {};
-    return remembered(memoryRows, versioned(store, {u"memory_entries"_s}, project),
-                      [&] { return store.list(u"memory_entries"_s, project).toVariantList(); });
+    return remembered(slot, versioned(store, {table}, project),
+                      [&] { return store.list(table, project).toVariantList(); });
+}
+
+QVariantList Backend::memory() const
+{
+    return answered([this] { return projectRecords(memoryRows, u"memory_entries"_s); });
 }
 
 QVariantList Backend::checkpoints() const
 {
-    const QString project = workspace.project();
-    if (project.isEmpty())
-        return {};
-    return remembered(checkpointRows, versioned(store, {u"checkpoints"_s}, project),
-                      [&] { return store.list(u"checkpoints"_s, project).toVariantList(); });
+    return answered([this] { return projectRecords(checkpointRows, u"checkpoints"_s); });
 }
 
 QVariantList Backend::chat() const
 {
-    if (workspace.project().isEmpty())
-        return {};
-    const QString conversation = conversationId();
-    const QJsonObject shown = selected();
-    const QString pending = pendingChatConversation == conversation ? pendingChatText : QString();
-    const QString key = versioned(store, {u"messages"_s, u"artifacts"_s},
-                                  conversation + u'|' + shown["phase"_L1].toString() + u'|' + pending);
-    return remembered(chatRows, key, [&] {
-        return conversationOf(messageRows.of(store, conversation), shown, pending, projectMedia(), workspace.root());
+    return answered([this]() -> QVariantList {
+        if (workspace.project().isEmpty())
+            return {};
+        const QString conversation = conversationId();
+        const QJsonObject shown = selected();
+        const QString phase = shown["phase"_L1].toString();
+        const QString pending = pendingChatConversation == conversation ? pendingChatText : QString();
+        // The report of an ended task is made of its document; as long as it runs, only its lines are shown.
+        QStringList tables{u"messages"_s, u"artifacts"_s};
+        if (isEndPhase(phase))
+            tables.append(u"tasks"_s);
+        const QString key = versioned(store, tables, conversation + u'|' + phase + u'|' + pending);
+        return remembered(chatRows, key, [&] {
+            return conversationOf(messageRows.of(store, conversation), shown, pending, projectMedia(),
+                                  workspace.root());
+        });
     });
 }
 
@@ -172,18 +211,18 @@ QString Backend::roleLabel(const QString &code) const
 
 QString Backend::resultReport() const
 {
-    return Narrator::report(selected());
+    return answered([this] { return Narrator::report(selected()); });
 }
 
 QString Backend::fileContent(const QString &path) const
 {
-    const QJsonArray media = projectMedia();
-    for (const QJsonValue &item : media) {
-        if (item["path"_L1].toString() == path && item["kind"_L1].toString() != "text"_L1)
+    try {
+        const QJsonArray media = projectMedia();
+        const auto medium
+            = std::ranges::find_if(media, [&](const QJsonValue &item) { return item["path"_L1].toString() == path; });
+        if (medium != media.end() && (*medium)["kind"_L1].toString() != "text"_L1)
             return u"Медиафайл: "_s + path
                 + u"\nОткройте файл для просмотра в системном приложении. Оригинал хранится в папке проекта."_s;
-    }
-    try {
         return QString::fromUtf8(workspace.read(path));
     } catch (const std::exception &failure) {
         return textOf(failure);
@@ -192,23 +231,26 @@ QString Backend::fileContent(const QString &path) const
 
 QString Backend::fileHistory(const QString &path) const
 {
-    QJsonArray history;
-    const QJsonArray revisions = store.list(u"file_revisions"_s, workspace.project());
-    for (const QJsonValue &revision : revisions) {
-        if (revision["path"_L1].toString() == path)
-            history.append(revision);
-    }
-    return indented(history);
+    return answered([&] {
+        QJsonArray history;
+        const QString project = workspace.project();
+        const QJsonArray revisions = project.isEmpty() ? QJsonArray() : store.list(u"file_revisions"_s, project);
+        for (const QJsonValue &revision : revisions) {
+            if (revision["path"_L1].toString() == path)
+                history.append(revision);
+        }
+        return indented(history);
+    });
 }
 
 QString Backend::search(const QString &query) const
 {
-    return indented(store.search(query));
+    return answered([&] { return indented(store.search(query)); });
 }
 
 QVariantMap Backend::runDetails(const QString &key) const
 {
-    return store.get(u"agent_runs"_s, key).toVariantMap();
+    return answered([&] { return store.get(u"agent_runs"_s, key).toVariantMap(); });
 }
 
 } // namespace vesk

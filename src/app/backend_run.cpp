@@ -70,15 +70,16 @@ void Backend::enqueueRequest(const QString &request, bool preview, int budget, c
                              const QString &arguments)
 {
     require(queue.size() < maxWaiting, u"В очереди уже 50 задач."_s);
-    queue.append(QJsonObject{{u"id"_s, id()},
-                             {u"request"_s, request},
-                             {u"preview"_s, preview},
-                             {u"budget"_s, budget},
-                             {u"program"_s, program},
-                             {u"arguments"_s, arguments},
-                             {u"created_at"_s, now()}});
+    QJsonArray longer = queue;
+    longer.append(QJsonObject{{u"id"_s, id()},
+                              {u"request"_s, request},
+                              {u"preview"_s, preview},
+                              {u"budget"_s, budget},
+                              {u"program"_s, program},
+                              {u"arguments"_s, arguments},
+                              {u"created_at"_s, now()}});
+    changeQueue(longer);
     attachments = {};
-    saveQueue();
     const QString conversation = conversationId();
     addChat(conversation, u"user"_s, request, u"message"_s);
     addChat(conversation, u"assistant"_s,
@@ -129,34 +130,24 @@ void Backend::approve(const QString &action, bool allow)
 
 void Backend::setPriority(const QString &node, int priority)
 {
-    guard([&] { engine.priority(node, priority); });
+    guard([&] {
+        // Of a task that has ended nothing is scheduled any more, and storing it again would undo its new name, or
+        // bring it into the project in view.
+        if (engine.busy())
+            engine.priority(node, priority);
+    });
 }
 
 void Backend::stop()
 {
     guard([this] {
-        ++catalogGeneration;
-        if (modelsReply)
-            modelsReply->abort();
-        modelsReply.clear();
-        probeClient.cancelAll();
-        if (agentProbe) {
-            agentProbe->cancelAll();
-            agentProbe->deleteLater();
-        }
-        agentProbe.clear();
-        apiTesting = false;
-        apiStatus = u"Остановлено"_s;
-        const QSet<QProcess *> imports = std::exchange(importProcesses, {});
-        for (QProcess *process : imports) {
-            process->disconnect(this);
-            process->kill();
-            process->deleteLater();
-        }
+        stopChecks();
+        stopImports();
         queuePaused = true;
-        saveQueue();
+        // A store that can't be written to doesn't keep the rest going.
+        attempt([this] { saveQueue(); });
         if (chatBusy)
-            stopChat();
+            attempt([this] { stopChat(); });
         if (engine.busy())
             engine.cancel();
         mcp.cancelAll();
@@ -165,18 +156,43 @@ void Backend::stop()
     });
 }
 
+void Backend::stopChecks()
+{
+    ++catalogGeneration;
+    if (modelsReply)
+        modelsReply->abort();
+    modelsReply.clear();
+    probeClient.cancelAll();
+    if (agentProbe) {
+        agentProbe->cancelAll();
+        agentProbe->deleteLater();
+    }
+    agentProbe.clear();
+    apiTesting = false;
+    apiStatus = u"Остановлено"_s;
+}
+
+void Backend::stopImports()
+{
+    const QSet<QProcess *> imports = std::exchange(importProcesses, {});
+    for (QProcess *process : imports) {
+        process->disconnect(this);
+        process->kill();
+        process->deleteLater();
+    }
+}
+
 void Backend::stopChat()
 {
     chatClient.cancelAll();
     chatMock.cancelAll();
-    if (!pendingChatText.isEmpty())
-        addChat(pendingChatConversation, u"user"_s, pendingChatText, u"message"_s);
-    pendingChatText.clear();
-    pendingChatConversation.clear();
+    const QString asked = std::exchange(pendingChatText, {});
+    const QString conversation = std::exchange(pendingChatConversation, {});
     chatBusy = false;
     streamNote.clear();
     Q_EMIT streamChanged();
     queuePaused = true;
+    addChat(conversation, u"user"_s, asked, u"message"_s);
     saveQueue();
     addChat(conversationId(), u"assistant"_s, u"Ответ остановлен."_s, u"progress"_s);
 }
@@ -184,12 +200,13 @@ void Backend::stopChat()
 void Backend::cancelQueued(const QString &key)
 {
     guard([&] {
+        QJsonArray shorter = queue;
         const auto item = std::ranges::find_if(
-            std::as_const(queue), [&](const QJsonValue &waiting) { return waiting["id"_L1].toString() == key; });
-        if (item == std::as_const(queue).end())
+            std::as_const(shorter), [&](const QJsonValue &waiting) { return waiting["id"_L1].toString() == key; });
+        if (item == std::as_const(shorter).end())
             return;
-        queue.removeAt(item - std::as_const(queue).begin());
-        saveQueue();
+        shorter.removeAt(item - std::as_const(shorter).begin());
+        changeQueue(shorter);
     });
 }
 
@@ -202,10 +219,22 @@ void Backend::resumeQueue()
     });
 }
 
+/// A change that can't be stored is none: the request is typed again, or cancelled again.
+void Backend::changeQueue(QJsonArray next)
+{
+    queue.swap(next);
+    try {
+        saveQueue();
+    } catch (...) {
+        queue.swap(next);
+        throw;
+    }
+}
+
 void Backend::saveQueue()
 {
     const QString project = workspace.project();
-    if (!project.isEmpty())
+    if (!project.isEmpty() && !draining)
         store.put(u"settings"_s, u"queue:"_s + project, project, {{u"items"_s, queue}, {u"paused"_s, queuePaused}});
     notifyUi();
 }
@@ -219,10 +248,12 @@ void Backend::drainQueue()
         QJsonArray rest = queue;
         rest.removeFirst();
         // Empty for the moment: what lets start() go the direct way instead of queuing the item again. On disk the
-        // item leaves the queue only with the rest that stays, so that a crash in between loses none of them.
+        // queue stays as it is meanwhile, whatever the start leads to, so that a crash loses none of it.
         queue = {};
+        draining = true;
         start(item["request"_L1].toString(), item["preview"_L1].toBool(), item["budget"_L1].toInt(defaultBudget),
               item["program"_L1].toString(), item["arguments"_L1].toString());
+        draining = false;
         queue = rest;
         if (!message.isEmpty()) {
             queue.prepend(item);

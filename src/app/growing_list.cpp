@@ -21,8 +21,8 @@ const QVariantList &GrowingList::of(const Store &store, const QString &wanted)
     } else if (revision == store.revision(table)) {
         return items;
     }
-    revision = store.revision(table);
     const QList<Store::Row> rows = store.rowsAfter(table, owner, place, limit);
+    revision = store.revision(table); // Only now: rows that couldn't be read are still to come.
     for (const Store::Row &row : rows) {
         items.append(cut(row.body).toVariantMap());
         place = std::max(place, row.place);

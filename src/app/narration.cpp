@@ -47,9 +47,4 @@ QString narrationKind(const QJsonObject &event)
     return event["type"_L1].toString() == "FileModified"_L1 ? u"file"_s : u"progress"_s;
 }
 
-bool narrationNeedsState(const QJsonObject &event)
-{
-    return event["type"_L1].toString() == "PhaseChanged"_L1;
-}
-
 } // namespace vesk

@@ -5,13 +5,11 @@
 
 namespace vesk {
 
-/// What an event says to the user while a run goes on; empty for most events. `state` is the task state document.
+/// What an event says to the user while a run goes on; empty for most events. `state` is the task state document, which
+/// only "PhaseChanged" is told from.
 QString narration(const QJsonObject &event, const QJsonObject &state);
 
 /// The kind of message that this is in the conversation of the task.
 QString narrationKind(const QJsonObject &event);
-
-/// Whether narration() reads the state for this event.
-bool narrationNeedsState(const QJsonObject &event);
 
 } // namespace vesk

@@ -96,7 +96,7 @@ QVariantMap uiStateOf(const QJsonObject &state)
 
 QJsonObject shownEvent(QJsonObject event)
 {
-    event["data"_L1] = QJsonObject{{u"path"_s, std::as_const(event)["data"_L1]["path"_L1]}};
+    event["data"_L1] = QJsonObject{{u"path"_s, std::as_const(event)["data"_L1]["path"_L1].toString()}};
     return event;
 }
 

@@ -2,7 +2,6 @@
 
 #include "console.h"
 #include "helpers.h"
-#include "narration.h"
 #include "narrator.h"
 #include "recovery.h"
 
@@ -62,6 +61,7 @@ RunMode::RunMode(const RunOptions &options, const QString &dataFolder, ILLMProvi
     , workspace(store)
     , tools(&workspace, &events, &permissions)
     , engine(store, workspace, events, permissions, tools, &model)
+    , journal(store, workspace, engine)
 {
     recoverInterruptedTasks(store);
     bindProject();
@@ -103,10 +103,7 @@ void RunMode::begin()
 /// Every event is stored before anything follows from it.
 void RunMode::follow(const QJsonObject &event)
 {
-    store.put(u"events"_s, event["id"_L1].toString(), event["task_id"_L1].toString(), event);
-    const QString line = narration(event, narrationNeedsState(event) ? engine.snapshot() : QJsonObject());
-    addMessage(event["task_id"_L1], narrationKind(event), line);
-    showEvent(event, line);
+    showEvent(event, journal.record(event));
     if (event["type"_L1].toString() == "PermissionRequested"_L1) {
         permissionRequests.append(event["data"_L1].toObject());
         QTimer::singleShot(0, this, &RunMode::askPermission);
@@ -121,17 +118,6 @@ void RunMode::showEvent(const QJsonObject &event, const QString &line)
         printErrorLine(line);
     else if (event["type"_L1].toString() == "PhaseChanged"_L1)
         printErrorLine(Narrator::phase(event["message"_L1].toString()) + u'.');
-}
-
-/// What the user was told stays with the task.
-void RunMode::addMessage(const QJsonValue &task, const QString &kind, const QString &text)
-{
-    if (text.isEmpty())
-        return;
-    const QString message = id();
-    store.put(
-        u"messages"_s, message, task.toString(),
-        {{u"id"_s, message}, {u"role"_s, u"assistant"_s}, {u"content"_s, text}, {u"kind"_s, kind}, {u"time"_s, now()}});
 }
 
 void RunMode::watchPhase()
@@ -246,9 +232,8 @@ void RunMode::finish(const QString &status)
     decided = true;
 
     const QJsonObject state = engine.snapshot();
-    const QString report = Narrator::report(state);
     try {
-        addMessage(state["id"_L1], u"report"_s, report);
+        journal.close(state);
     } catch (const std::exception &fault) {
         // The run may have ended over the same fault; its end is told all the same.
         printErrorLine(textOf(fault));
@@ -261,7 +246,7 @@ void RunMode::finish(const QString &status)
                         {u"time"_s, now()},
                         {u"data"_s, state}}));
     } else if (!(options.simulate && exitCode == RunExit::Completed)) {
-        printLine(report);
+        printLine(Narrator::report(state));
     }
     QCoreApplication::exit(int(exitCode));
 }

@@ -5,6 +5,7 @@
 #include "permissions.h"
 #include "run_options.h"
 #include "store.h"
+#include "task_journal.h"
 #include "tool_router.h"
 #include "workspace.h"
 
@@ -49,7 +50,6 @@ private:
     void answerQuestion();
     void showPlan();
     void showEvent(const QJsonObject &event, const QString &line);
-    void addMessage(const QJsonValue &task, const QString &kind, const QString &text);
     void askPermission();
     void takeConsent(QSocketNotifier *input);
     void stop(RunExit code);
@@ -63,6 +63,7 @@ private:
     PermissionManager permissions;
     ToolRouter tools;
     Engine engine;
+    TaskJournal journal;
     QList<QJsonObject> permissionRequests; ///< The first is being asked for, or next.
     bool asking = false; ///< Somebody is to type an answer.
     RunExit exitCode = RunExit::NotCompleted;

@@ -8,11 +8,18 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QMetaProperty>
+#include <QQmlContext>
+#include <QQmlEngine>
+#include <QQmlExpression>
 #include <QRegularExpression>
 #include <QSignalSpy>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <algorithm>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -42,6 +49,18 @@ struct Desk {
     QVariant read(const char *property) const { return backend->property(property); }
     QString message() const { return read("message").toString(); }
     QString phase() const { return read("uiState").toMap().value(u"phase"_s).toString(); }
+    /// Changes the database behind the backend's back.
+    void sql(const QString &statement) const
+    {
+        {
+            QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"test"_s);
+            database.setDatabaseName(folder.filePath(u"data/vesk.sqlite"_s));
+            QVERIFY(database.open());
+            QSqlQuery query(database);
+            QVERIFY2(query.exec(statement), qPrintable(query.lastError().text()));
+        }
+        QSqlDatabase::removeDatabase(u"test"_s);
+    }
     void createProject(const QString &name = u"Проба"_s) { call("createProject", name, folder.path()); }
     QStringList chat(const QString &kind = {}) const
     {
@@ -79,6 +98,11 @@ private Q_SLOTS:
     void refusalsAreTextsAndChangeNothing_data();
     void refusalsAreTextsAndChangeNothing();
     void refreshesAreCoalesced();
+    void aSceneMaySetAnObject();
+    void anotherProjectShowsNothingOfTheLastTask();
+    void whatCannotBeReadIsEmptyAndToldUntilItCan();
+    void whatCannotBeStoredNeitherThrowsNorStaysHalfDone();
+    void aProjectThatCannotBeReadIsNotSelected();
 };
 
 void BackendTest::everyPropertyIsReadOnlyAndAnnounced()
@@ -240,6 +264,7 @@ void BackendTest::tasksAreChosenRenamedAndArchived()
     desk.call("selectTask", u"unknown"_s);
     QCOMPARE(desk.message(), u"Эта задача относится к другому проекту."_s);
     desk.call("archiveTask", task);
+    desk.call("setPriority", u"calculator"_s, 2);
     QCOMPARE(desk.read("tasks").toList().size(), 0);
     QCOMPARE(desk.phase(), u"IDLE"_s);
     QVERIFY(desk.backend->search(u"Мой калькулятор"_s).contains(task));
@@ -263,9 +288,11 @@ void BackendTest::refusalsAreTextsAndChangeNothing_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("text");
     const auto row = [](const char *operation, const QStringList &arguments, const QString &text) {
-        QTest::newRow(operation) << QByteArray(operation) << arguments << text;
+        QTest::addRow("%s: %s", operation, qPrintable(text)) << QByteArray(operation) << arguments << text;
     };
     row("createProject", {u"  "_s, u"/tmp"_s}, u"Укажите название проекта."_s);
+    row("createProject", {u"Проба"_s, u""_s}, u"Workspace must be an absolute folder"_s);
+    row("pinAsset", {u"нет.png"_s, u"Баннер"_s}, u"Ресурс не найден в проекте"_s);
     row("selectProject", {u"unknown"_s}, u"Проект не найден."_s);
     row("selectTask", {u"unknown"_s}, u"Эта задача относится к другому проекту."_s);
     row("renameTask", {u"unknown"_s, u"x"_s}, u"Диалог не найден."_s);
@@ -316,6 +343,106 @@ void BackendTest::refreshesAreCoalesced()
     QTRY_COMPARE(changes.count(), 1);
     QCOMPARE(chats.count(), 1);
     QCOMPARE(desk.read("memory").toList().size(), 20);
+}
+
+void BackendTest::aSceneMaySetAnObject()
+{
+    Desk desk;
+    QQmlEngine engine;
+    engine.rootContext()->setContextProperty(u"backend"_s, desk.backend.get());
+    QQmlExpression expression(engine.rootContext(), nullptr,
+                              u"backend.setPreference('agent_positions', {planner: {x: 1, y: 2.5}, list: [1]});"
+                              "backend.setPreference('sidebar_width', 250)"_s);
+    expression.evaluate();
+    QVERIFY2(!expression.hasError(), qPrintable(expression.error().toString()));
+    desk.reopen();
+    const QVariantMap preferences = desk.read("preferences").toMap();
+    QCOMPARE(
+        preferences.value(u"agent_positions"_s),
+        QVariant(QVariantMap{{u"planner"_s, QVariantMap{{u"x"_s, 1}, {u"y"_s, 2.5}}}, {u"list"_s, QVariantList{1}}}));
+    QCOMPARE(preferences.value(u"sidebar_width"_s).toInt(), 250);
+}
+
+void BackendTest::anotherProjectShowsNothingOfTheLastTask()
+{
+    Desk desk;
+    desk.createProject();
+    desk.call("sendMessage", u"Создай калькулятор"_s);
+    desk.call("stop");
+    QCOMPARE(desk.read("state").toMap().value(u"phase"_s).toString(), "CANCELLED");
+    desk.createProject(u"Другой"_s);
+    QCOMPARE(desk.read("state").toMap().value(u"phase"_s).toString(), "IDLE");
+    QVERIFY(desk.chat().isEmpty() && desk.read("events").toList().isEmpty());
+}
+
+void BackendTest::whatCannotBeReadIsEmptyAndToldUntilItCan()
+{
+    Desk desk;
+    desk.createProject();
+    desk.call("discuss", u"привет"_s);
+    QTRY_VERIFY(!desk.read("chatBusy").toBool());
+    QCOMPARE(desk.chat().size(), 2);
+    desk.sql(u"ALTER TABLE messages RENAME TO gone"_s);
+    desk.sql(u"ALTER TABLE file_revisions RENAME TO gone_too"_s);
+    QCOMPARE(desk.backend->fileHistory(u"a"_s), QString());
+    QVERIFY2(desk.message().contains(u"file_revisions"_s), qPrintable(desk.message()));
+    // A transaction that fails makes the backend look at everything again.
+    desk.sql(u"CREATE TRIGGER no BEFORE INSERT ON decision_logs BEGIN SELECT RAISE(FAIL, 'no'); END"_s);
+    desk.call("addMemory", u"User Decisions"_s, u"text"_s);
+    QCOMPARE(desk.chat(), QStringList());
+    QVERIFY2(desk.message().contains(u"messages"_s), qPrintable(desk.message()));
+
+    desk.sql(u"INSERT INTO gone SELECT 'new', task, body, updated FROM gone LIMIT 1"_s);
+    desk.sql(u"ALTER TABLE gone RENAME TO messages"_s);
+    QCOMPARE(desk.chat().size(), 3);
+}
+
+void BackendTest::whatCannotBeStoredNeitherThrowsNorStaysHalfDone()
+{
+    Desk desk;
+    desk.createProject();
+    desk.call("sendMessage", u"Создай калькулятор"_s);
+    desk.call("start", u"Создай калькулятор ещё раз"_s, false, 5000, u""_s, u"[]"_s);
+    const auto refuse = [&](const QString &table) {
+        desk.sql(u"CREATE TRIGGER no_%1 BEFORE INSERT ON %1 BEGIN SELECT RAISE(FAIL, 'no %1'); END"_s.arg(table));
+    };
+    for (const QString &table : {u"settings"_s, u"messages"_s, u"memory_entries"_s, u"decision_logs"_s})
+        refuse(table);
+    const QVariant preferences = desk.read("preferences");
+    const QVariant queue = desk.read("queue");
+    desk.call("sendMessage", u"подключи mcp"_s);
+    QVERIFY2(desk.message().contains(u"no messages"_s), qPrintable(desk.message()));
+    desk.call("setPreference", u"glass"_s, QVariant(false));
+    QVERIFY2(desk.message().contains(u"no settings"_s), qPrintable(desk.message()));
+    desk.call("start", u"Создай калькулятор в третий раз"_s, false, 5000, u""_s, u"[]"_s);
+    desk.call("cancelQueued", desk.read("queue").toList()[0].toMap().value(u"id"_s).toString());
+    desk.sql(u"DROP TRIGGER no_memory_entries"_s);
+    desk.call("addMemory", u"User Decisions"_s, u"text"_s);
+    QVERIFY2(desk.message().contains(u"no decision_logs"_s), qPrintable(desk.message()));
+    QCOMPARE(desk.read("preferences"), preferences);
+    QCOMPARE(desk.read("queue"), queue);
+
+    desk.call("stop");
+    QVERIFY2(!desk.message().isEmpty(), "stop has failed to store");
+    QCOMPARE(desk.phase(), u"CANCELLED"_s);
+    QVERIFY(desk.read("queuePaused").toBool());
+    const QVariantList memory = desk.read("memory").toList();
+    QVERIFY(std::ranges::none_of(memory, [](const QVariant &entry) {
+        return entry.toMap().value(u"category"_s).toString() == "User Decisions";
+    }));
+}
+
+void BackendTest::aProjectThatCannotBeReadIsNotSelected()
+{
+    Desk desk;
+    desk.createProject(u"Первый"_s);
+    desk.createProject(u"Второй"_s);
+    const QString root = desk.read("root").toString();
+    desk.sql(u"ALTER TABLE task_outlines RENAME TO gone"_s);
+    desk.call("selectProject", desk.read("projects").toList()[0].toMap().value(u"id"_s).toString());
+    QVERIFY(desk.message().contains(u"task_outlines"_s));
+    QCOMPARE(desk.read("root").toString(), root);
+    QCOMPARE(desk.read("projectName").toString(), u"Второй"_s);
 }
 
 QTEST_GUILESS_MAIN(BackendTest)

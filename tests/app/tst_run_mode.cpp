@@ -483,6 +483,11 @@ void RunModeTest::whatTheRunTellsStaysWithItsTask()
     QCOMPARE(kinds.first(), "user");
     QCOMPARE(kinds.count(u"file"_s), 3);
     QCOMPARE(kinds.last(), "report");
+    const QList<QJsonObject> memory = stored.rows(u"memory_entries"_s);
+    QCOMPARE(memory.size(), 1);
+    QCOMPARE(memory[0]["id"_L1].toString(), u"work-note:"_s + stored.lastTask()["id"_L1].toString());
+    QVERIFY(memory[0]["text"_L1].toString().contains(u"\nЭтап: COMPLETED\nСоздать калькулятор: COMPLETED "
+                                                     "calculator.html\n"_s));
 }
 
 void RunModeTest::aSimulatedRunPrintsThePlanAndWritesNothing()

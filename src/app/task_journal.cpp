@@ -1,0 +1,122 @@
+#include "task_journal.h"
+
+#include "engine.h"
+#include "helpers.h"
+#include "narration.h"
+#include "narrator.h"
+#include "store.h"
+#include "workspace.h"
+
+#include <QFileInfo>
+#include <QJsonDocument>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr qsizetype maxNoteChars = 7000;
+constexpr qsizetype maxRequestChars = 1500;
+constexpr qsizetype maxTitleChars = 160;
+constexpr qsizetype maxErrorChars = 700;
+
+bool touchesNote(const QString &type)
+{
+    return type == "FileModified"_L1 || type == "PhaseChanged"_L1 || type == "WorkflowStepCompleted"_L1;
+}
+
+QString noteOf(const QJsonObject &state)
+{
+    QStringList lines{u"Запрос: "_s + state["spec"_L1]["original_request"_L1].toString().left(maxRequestChars),
+                      u"Этап: "_s + state["phase"_L1].toString()};
+    const QJsonArray nodes = state["graph"_L1].toArray();
+    for (const QJsonValue &node : nodes)
+        lines.append(node["title"_L1].toString().left(maxTitleChars) + u": "_s + node["status"_L1].toString() + u' '
+                     + node["input"_L1]["path"_L1].toString());
+    const QString error = state["error"_L1].toString();
+    if (!error.isEmpty())
+        lines.append(u"Причина остановки: "_s + error.left(maxErrorChars));
+    if (!state["decision"_L1].toObject().isEmpty())
+        lines.append(u"Ожидается ответ: "_s + state["decision"_L1]["question"_L1].toString());
+    return lines.join(u'\n').left(maxNoteChars);
+}
+
+} // namespace
+
+TaskJournal::TaskJournal(Store &store, const Workspace &workspace, const Engine &engine)
+    : store(store)
+    , workspace(workspace)
+    , engine(engine)
+{
+}
+
+QString TaskJournal::record(const QJsonObject &event)
+{
+    const QString task = event["task_id"_L1].toString();
+    const QString type = event["type"_L1].toString();
+    store.put(u"events"_s, event["id"_L1].toString(), task, event);
+
+    const QJsonObject state = touchesNote(type) ? engine.snapshot() : QJsonObject();
+    const QString line = narration(event, state);
+    addMessage(task, u"assistant"_s, line, narrationKind(event));
+    if (touchesNote(type))
+        saveWorkNote(state);
+    if (type == "ToolFinished"_L1 && event["data"_L1]["success"_L1].toBool())
+        keepToolOutput(event["data"_L1]["stdout"_L1].toString());
+    return line;
+}
+
+void TaskJournal::close(const QJsonObject &state)
+{
+    saveWorkNote(state);
+    addMessage(state["id"_L1].toString(), u"assistant"_s, Narrator::report(state), u"report"_s);
+}
+
+void TaskJournal::addMessage(const QString &conversation, const QString &role, const QString &content,
+                             const QString &kind)
+{
+    if (content.isEmpty())
+        return;
+    const QString rowId = id();
+    store.put(u"messages"_s, rowId, conversation,
+              {{u"id"_s, rowId}, {u"role"_s, role}, {u"content"_s, content}, {u"kind"_s, kind}, {u"time"_s, now()}});
+}
+
+/// One short summary of each task, which chat and later tasks read with the rest of the project's memory.
+void TaskJournal::saveWorkNote(const QJsonObject &state)
+{
+    const QString task = state["id"_L1].toString();
+    if (workspace.project().isEmpty() || task.isEmpty())
+        return;
+    const QString noteId = u"work-note:"_s + task;
+    store.put(u"memory_entries"_s, noteId, workspace.project(),
+              {{u"id"_s, noteId}, {u"category"_s, u"Work summary"_s}, {u"text"_s, noteOf(state)}, {u"time"_s, now()}});
+}
+
+/// A file that a tool says it has made appears among the project's media.
+void TaskJournal::keepToolOutput(const QString &printed)
+{
+    QJsonObject made = QJsonDocument::fromJson(printed.toUtf8()).object();
+    const QString path = std::as_const(made)["path"_L1].toString();
+    if (!std::as_const(made)["success"_L1].toBool() || path.isEmpty())
+        return;
+    try {
+        const QFileInfo file(workspace.resolve(path));
+        if (!file.isFile())
+            return;
+        made["id"_L1] = id();
+        made["type"_L1] = u"media"_s;
+        made["path"_L1] = file.filePath();
+        made["name"_L1] = file.fileName();
+        if (!made.contains("kind"_L1))
+            made["kind"_L1] = u"result"_s;
+        made["status"_L1] = u"COMPLETED"_s;
+        made["bytes"_L1] = file.size();
+        store.put(u"artifacts"_s, std::as_const(made)["id"_L1].toString(), workspace.project(), made);
+    } catch (const std::exception &) {
+        return; // What lies outside the project, or can't be noted, is no medium of it; the run goes on.
+    }
+}
+
+} // namespace vesk
