@@ -1,4 +1,5 @@
 import QtQuick
+import Vesk
 
 /* A slowly drifting net behind the conversation. */
 Canvas {
@@ -23,7 +24,7 @@ Canvas {
         const rows = Math.ceil(height / gap) + 1;
         context.clearRect(0, 0, width, height);
         context.lineWidth = .5;
-        context.strokeStyle = Theme.mesh;
+        context.strokeStyle = Theme.meshLine;
         context.fillStyle = Theme.meshPoint;
         context.beginPath();
         for (let y = 0; y < rows; ++y) {

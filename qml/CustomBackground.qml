@@ -1,4 +1,5 @@
 import QtQuick
+import Vesk
 
 /* The shapes that the user's background script describes, behind everything else. */
 Canvas {

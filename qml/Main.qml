@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Basic
 import QtQuick.Layouts
@@ -158,8 +159,8 @@ ApplicationWindow {
             const run = (current.runs ?? []).find(other => other.id === selectedRun.id);
             if (run && run.status !== selectedRun.status) {
                 selectedRun = run;
-                if (agentDetails.item?.visible)
-                    agentDetails.item.report = agentReport(run);
+                if (agentDetails.dialog?.visible)
+                    agentDetails.dialog.report = agentReport(run);
             }
         }
     }
@@ -363,7 +364,6 @@ ApplicationWindow {
                 note: app.note
                 panel: app.panel
                 selectedFile: app.selectedFile
-                eventText: event => app.eventText(event)
                 onPanelChosen: panel => app.showPanel(panel)
                 onHidden: app.inspectorOpen = false
                 onAddAgent: workspaceSettings.show().beginAdd()

@@ -75,7 +75,7 @@ QtObject {
     readonly property color dotIdle: "#888888"
     readonly property color face: "#686868"
     readonly property color eyes: "#e6e6e6"
-    readonly property color mesh: "#454545"
+    readonly property color meshLine: "#454545"
     readonly property color meshPoint: "#747474"
 
     // Metrics, in pixels

@@ -52,21 +52,22 @@ function eventText(event, labels) {
     return eventTexts[event.type] ?? "Событие работы";
 }
 
+// Lists that come from C++ have a length, and are no arrays by Array.isArray.
 function isGiven(value) {
-    return value !== undefined && value !== null && value !== "" && !(Array.isArray(value) && value.length === 0);
+    return value !== undefined && value !== null && value !== "" && value.length !== 0;
 }
 
 function lines(items) {
-    return items.map(item => "• " + (typeof item === "string" ? item : pretty(item))).join("\n");
+    return Array.from(items).map(item => "• " + (typeof item === "string" ? item : pretty(item))).join("\n");
 }
 
 function fileLines(files) {
-    return files.map(file => "• " + file.path + " — " + (file.content ?? "").length + " символов").join("\n");
+    return Array.from(files).map(file => "• " + file.path + " — " + (file.content ?? "").length + " символов").join("\n");
 }
 
 // Where the result of a user's own agent goes.
 function route(profile, profiles, labels) {
-    const next = profiles.filter(other => (other.after ?? []).includes(profile.id)).map(other => other.name);
+    const next = profiles.filter(other => Array.from(other.after ?? []).includes(profile.id)).map(other => other.name);
     return "Далее по схеме\n" + (next.length ? next.join(", ") : labels.roleLabel(profile.parent ?? ""))
         + ". Получатель ждёт завершения зависимостей.";
 }

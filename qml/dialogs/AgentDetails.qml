@@ -9,11 +9,12 @@ FloatingDialog {
     required property var service
     required property var run
     property string report: ""
+    readonly property string role: run.logical_role || run.role || ""
 
     signal detailsRequested(string text)
 
     objectName: "agentDetails"
-    title: run.name || service.roleLabel(run.logical_role || run.role || "")
+    title: run.name && run.name !== role ? run.name : service.roleLabel(role)
     width: Math.min(620, (parent?.width ?? 620) - 40)
     height: Math.min(600, (parent?.height ?? 600) - 40)
 

@@ -1,4 +1,5 @@
 import QtQuick.Dialogs
+import Vesk
 
 FileDialog {
     required property var service

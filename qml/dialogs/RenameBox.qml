@@ -16,7 +16,7 @@ Popup {
     focus: true
     onAboutToShow: {
         editor.text = draft;
-        editor.selectAll();
+        editor.select(editor.length, 0); // from the end, so that the beginning is in sight
         editor.forceActiveFocus();
     }
     background: Rectangle {

@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Layouts
 import Vesk
 
 /* A file of the project, tracked or brought along. */
@@ -15,19 +14,17 @@ ListRow {
     fill: selected ? Theme.rowSelected : hovered ? Theme.rowHovered : Theme.row
     Accessible.name: row.path + ", " + about.text
 
-    contentItem: ColumnLayout {
-        spacing: 2
+    contentItem: Item {
         LabelText {
+            anchors { left: parent.left; right: parent.right; bottom: parent.verticalCenter }
             text: "▤  " + root.row.path.replace(/\//g, "  ›  ")
             font.pixelSize: Theme.note
             wrapMode: Text.NoWrap
             elide: Text.ElideMiddle
-            verticalAlignment: Text.AlignBottom
-            Layout.fillWidth: true
-            Layout.fillHeight: true
         }
         Note {
             id: about
+            anchors { left: parent.left; right: parent.right; top: parent.verticalCenter; topMargin: 3 }
             text: root.row.type === "media"
                 ? (root.row.usage ? root.row.usage + " · " : "") + (root.row.kind ?? "") + " · "
                   + Math.ceil((root.row.bytes ?? 0) / 1024) + " КБ"
@@ -35,9 +32,6 @@ ListRow {
             font.pixelSize: Theme.caption
             wrapMode: Text.NoWrap
             elide: Text.ElideRight
-            verticalAlignment: Text.AlignTop
-            Layout.fillWidth: true
-            Layout.fillHeight: true
         }
     }
 }

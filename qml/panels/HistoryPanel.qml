@@ -1,13 +1,13 @@
+pragma ComponentBehavior: Bound
 import QtQuick
-import QtQuick.Layouts
 import Vesk
+import "../Wording.js" as Wording
 
 /* What has happened, the newest first. */
 PaneList {
     id: root
 
     required property var service
-    property var eventText: event => ""
 
     signal detailsRequested(string text)
 
@@ -31,22 +31,23 @@ PaneList {
         Accessible.name: line.text
         onClicked: root.showEvent(row.row)
 
-        contentItem: ColumnLayout {
-            spacing: 2
-            LabelText {
-                id: line
-                text: root.eventText(row.row)
-                font.pixelSize: Theme.small
-                maximumLineCount: 2
-                elide: Text.ElideRight
-                verticalAlignment: Text.AlignBottom
-                Layout.fillWidth: true
-                Layout.fillHeight: true
-            }
-            Note {
-                text: Qt.locale("ru_RU").toString(new Date(row.row.time), "hh:mm:ss")
-                font.pixelSize: Theme.tiny
-                Layout.fillWidth: true
+        contentItem: Item {
+            Column {
+                anchors.verticalCenter: parent.verticalCenter
+                width: parent.width
+                spacing: 3
+                LabelText {
+                    id: line
+                    width: parent.width
+                    text: Wording.eventText(row.row, root.service)
+                    font.pixelSize: Theme.small
+                    maximumLineCount: 2
+                    elide: Text.ElideRight
+                }
+                Note {
+                    text: Qt.locale("ru_RU").toString(new Date(row.row.time), "hh:mm:ss")
+                    font.pixelSize: Theme.tiny
+                }
             }
         }
     }

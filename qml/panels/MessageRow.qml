@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Layouts
 import Vesk
@@ -31,7 +32,7 @@ Item {
     Rectangle {
         id: card
         anchors.right: root.own ? parent.right : undefined
-        width: root.own ? Math.min(parent.width * .9, 610, body.wanted + 28) : parent.width
+        width: root.own ? Math.min(parent.width * .9, 610, Math.ceil(body.wanted) + 30) : parent.width
         height: body.implicitHeight + (root.own ? 24 : 0)
         radius: 14
         color: root.own ? Theme.message : "transparent"

@@ -11,7 +11,6 @@ Rectangle {
     required property string note
     required property string panel
     required property var selectedFile
-    property var eventText: event => ""
 
     signal panelChosen(string panel)
     signal hidden()
@@ -95,7 +94,6 @@ Rectangle {
             }
             HistoryPanel {
                 service: root.service
-                eventText: root.eventText
                 onDetailsRequested: text => root.detailsRequested(text)
             }
         }
