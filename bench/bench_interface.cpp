@@ -1,0 +1,295 @@
+// The window: time and memory to its first frame beside a plain window's, what it costs when nothing happens, and
+// scrolling through a long conversation.
+//
+//   bench_interface                    all of it
+//   bench_interface --floor|--vesk DIR one start, as the process that is measured: prints ms, MB, then lives on
+
+#include "helpers.h"
+#include "store.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QGuiApplication>
+#include <QLibrary>
+#include <QProcess>
+#include <QQmlApplicationEngine>
+#include <QQuickItem>
+#include <QQuickStyle>
+#include <QQuickWindow>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <algorithm>
+#include <ctime>
+#include <memory>
+#include <unistd.h>
+
+Q_IMPORT_QML_PLUGIN(FloorPlugin)
+
+using namespace Qt::StringLiterals;
+using namespace vesk;
+
+namespace {
+
+constexpr int starts = 21;
+constexpr int messageCount = 2000;
+constexpr int frames = 300;
+constexpr int idleSeconds = 10;
+
+double monotonicMs()
+{
+    timespec time{};
+    clock_gettime(CLOCK_MONOTONIC, &time);
+    return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
+}
+
+double proportionalMemory()
+{
+    QFile file(u"/proc/self/smaps_rollup"_s);
+    file.open(QIODevice::ReadOnly);
+    const QList<QByteArray> lines = file.readAll().split('\n');
+    for (const QByteArray &line : lines) {
+        if (line.startsWith("Pss:"))
+            return line.simplified().split(' ').value(1).toDouble() / 1024;
+    }
+    return 0;
+}
+
+QQuickWindow *mainWindow()
+{
+    const QWindowList windows = QGuiApplication::topLevelWindows();
+    return windows.isEmpty() ? nullptr : qobject_cast<QQuickWindow *>(windows.first());
+}
+
+void report(QQuickWindow *window)
+{
+    static bool done = false;
+    if (std::exchange(done, true))
+        return;
+    const double since = monotonicMs() - qEnvironmentVariable("BENCH_START").toDouble();
+    Q_UNUSED(window)
+    QTimer::singleShot(500, qApp, [since] {
+        printf("%.1f %.1f\n", since, proportionalMemory());
+        fflush(stdout);
+    });
+}
+
+/// One frame after another while the conversation moves; the times of all, in ms.
+QList<double> scrollFrames(QQuickWindow *window)
+{
+    auto *list = window->findChild<QQuickItem *>(u"messageList"_s);
+    QList<double> times;
+    const double top = list->property("originY").toDouble();
+    const double room = list->property("contentHeight").toDouble() - list->height();
+    for (int i = 0; i < frames; ++i) {
+        QElapsedTimer timer;
+        timer.start();
+        // Back and forth in steps of a wheel, a good way up from the end.
+        const double y = top + room - 120.0 * (i % 150 < 75 ? i % 150 : 150 - i % 150);
+        list->setProperty("contentY", std::max(top, y));
+        QCoreApplication::processEvents();
+        window->grabWindow();
+        times.append(double(timer.nsecsElapsed()) / 1e6);
+    }
+    return times;
+}
+
+void scroll()
+{
+    QQuickWindow *window = mainWindow();
+    scrollFrames(window); // warm
+    QElapsedTimer timer;
+    double grab = 1e9;
+    for (int i = 0; i < 20; ++i) {
+        timer.start();
+        window->grabWindow();
+        grab = std::min(grab, double(timer.nsecsElapsed()) / 1e6);
+    }
+    QList<double> times = scrollFrames(window);
+    std::ranges::sort(times);
+    printf("%.2f %.2f %.2f %.2f\n", times[times.size() / 2], times[times.size() * 99 / 100], times.last(), grab);
+    fflush(stdout);
+    QCoreApplication::exit(0);
+}
+
+void watchFirstFrame()
+{
+    QTimer::singleShot(0, qApp, [] {
+        if (QQuickWindow *window = mainWindow())
+            QObject::connect(window, &QQuickWindow::frameSwapped, qApp, [window] { report(window); });
+    });
+    if (qEnvironmentVariableIsSet("BENCH_SCROLL"))
+        QTimer::singleShot(2000, qApp, scroll);
+}
+Q_COREAPP_STARTUP_FUNCTION(watchFirstFrame)
+
+int runFloor(int argc, char **argv)
+{
+    QGuiApplication application(argc, argv);
+    QQuickStyle::setStyle(u"Basic"_s);
+    QQmlApplicationEngine engine;
+    engine.loadFromModule("Floor", "Floor");
+    return QCoreApplication::exec();
+}
+
+int runVesk(int argc, char **argv)
+{
+    QLibrary library(QString::fromUtf8(VESK_INTERFACE_LIBRARY));
+    const auto open = reinterpret_cast<int (*)(int, char **)>(library.resolve("veskInterface"));
+    return open ? open(argc, argv) : 99;
+}
+
+/// A child of the given kind, ended when it goes out of scope.
+struct Child {
+    QProcess process;
+
+    Child(const QStringList &arguments, const QStringList &settings = {})
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        for (const QString &setting : settings)
+            environment.insert(setting.section(u'=', 0, 0), setting.section(u'=', 1));
+        environment.insert(u"BENCH_START"_s, QString::number(monotonicMs(), 'f', 3));
+        process.setProcessEnvironment(environment);
+        process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        process.start(QCoreApplication::applicationFilePath(), arguments);
+    }
+    ~Child()
+    {
+        process.terminate();
+        process.waitForFinished(5000);
+    }
+    QList<double> line()
+    {
+        while (!process.canReadLine()) {
+            if (!process.waitForReadyRead(30000))
+                return {};
+        }
+        QList<double> values;
+        const QList<QByteArray> words = process.readLine().simplified().split(' ');
+        for (const QByteArray &word : words)
+            values.append(word.toDouble());
+        return values;
+    }
+    /// Processor time so far, in seconds.
+    double used() const
+    {
+        QFile file(u"/proc/%1/stat"_s.arg(process.processId()));
+        file.open(QIODevice::ReadOnly);
+        const QByteArray text = file.readAll();
+        const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+        return (fields.value(11).toDouble() + fields.value(12).toDouble()) / double(sysconf(_SC_CLK_TCK));
+    }
+};
+
+double median(QList<double> values)
+{
+    std::ranges::sort(values);
+    return values.isEmpty() ? 0 : values[values.size() / 2];
+}
+
+void fillConversation(const QString &dataFolder, const QString &projectFolder)
+{
+    Store store(dataFolder + u"/vesk.sqlite"_s);
+    const QString text = u"Строка текста на русском языке, и ещё немного. "_s;
+    store.atomic([&] {
+        store.put(u"projects"_s, u"p"_s, {}, {{u"id"_s, u"p"_s}, {u"name"_s, u"П"_s}, {u"root"_s, projectFolder}});
+        store.put(u"tasks"_s, u"t"_s, u"p"_s,
+                  {{u"id"_s, u"t"_s}, {u"project_id"_s, u"p"_s}, {u"phase"_s, u"COMPLETED"_s}});
+        for (int i = 0; i < messageCount; ++i) {
+            const QString row = u"m%1"_s.arg(i);
+            store.put(u"messages"_s, row, u"t"_s,
+                      {{u"id"_s, row},
+                       {u"role"_s, i % 2 ? u"user"_s : u"assistant"_s},
+                       {u"content"_s, text.repeated(1 + i * 7 % 12)},
+                       {u"kind"_s, u"message"_s},
+                       {u"time"_s, now()}});
+        }
+    });
+}
+
+} // namespace
+
+class InterfaceBenchmark : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void theFirstFrameComesSoon();
+    void anIdleWindowDoesNothing_data();
+    void anIdleWindowDoesNothing();
+    void aLongConversationScrolls();
+};
+
+void InterfaceBenchmark::theFirstFrameComesSoon()
+{
+    QList<double> floorTime;
+    QList<double> floorMemory;
+    QList<double> time;
+    QList<double> memory;
+    const QTemporaryDir data;
+    for (int i = 0; i < starts; ++i) {
+        const QList<double> floor = Child({u"--floor"_s}).line();
+        const QList<double> ours = Child({u"--vesk"_s, u"--data-dir"_s, data.path()}).line();
+        QCOMPARE(floor.size(), 2);
+        QCOMPARE(ours.size(), 2);
+        floorTime.append(floor[0]);
+        floorMemory.append(floor[1]);
+        time.append(ours[0]);
+        memory.append(ours[1]);
+    }
+    qInfo("first frame: plain window %.0f ms, ours %.0f ms, ratio %.2f (goal 1.5)", median(floorTime), median(time),
+          median(time) / median(floorTime));
+    qInfo("memory: plain window %.1f MB, ours %.1f MB, ratio %.2f (goal 1.6)", median(floorMemory), median(memory),
+          median(memory) / median(floorMemory));
+}
+
+void InterfaceBenchmark::anIdleWindowDoesNothing_data()
+{
+    QTest::addColumn<bool>("animations");
+    QTest::newRow("animations off (goal 0.1)") << false;
+    QTest::newRow("animations on (goal 3)") << true;
+}
+
+void InterfaceBenchmark::anIdleWindowDoesNothing()
+{
+    QFETCH(bool, animations);
+    const QTemporaryDir data;
+    {
+        Store store(data.filePath(u"vesk.sqlite"_s));
+        store.put(u"settings"_s, u"workspace-ui"_s, {}, {{u"animations"_s, animations}});
+    }
+    Child child({u"--vesk"_s, u"--data-dir"_s, data.path()});
+    QCOMPARE(child.line().size(), 2);
+    QTest::qWait(1500);
+    const double before = child.used();
+    QTest::qWait(idleSeconds * 1000);
+    qInfo("%s: %.2f percent of one core", QTest::currentDataTag(), (child.used() - before) / idleSeconds * 100);
+}
+
+void InterfaceBenchmark::aLongConversationScrolls()
+{
+    const QTemporaryDir data;
+    const QTemporaryDir project;
+    fillConversation(data.path(), project.path());
+    Child child({u"--vesk"_s, u"--data-dir"_s, data.path()}, {u"BENCH_SCROLL=1"_s});
+    child.line();
+    const QList<double> times = child.line();
+    QCOMPARE(times.size(), 4);
+    qInfo("scrolling 2000 messages: a frame takes %.1f ms, 99%% %.1f, longest %.1f (goal 33); a still frame %.1f",
+          times[0], times[1], times[2], times[3]);
+}
+
+int main(int argc, char **argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("QT_QUICK_BACKEND", "software");
+    if (argc > 1 && qstrcmp(argv[1], "--floor") == 0)
+        return runFloor(argc, argv);
+    if (argc > 1 && qstrcmp(argv[1], "--vesk") == 0)
+        return runVesk(argc, argv);
+    QCoreApplication application(argc, argv);
+    InterfaceBenchmark benchmark;
+    return QTest::qExec(&benchmark, argc, argv);
+}
+
+#include "bench_interface.moc"
