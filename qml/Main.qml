@@ -168,10 +168,10 @@ ApplicationWindow {
         switch (page) {
         case "Выбор проекта":
             agentDetails.hide();
-            left.projectMenu.open();
+            left.projectMenu.show().open();
             break;
         case "Переименование":
-            left.projectMenu.close();
+            left.projectMenu.hide();
             if (taskRows.count > 0) {
                 const task = taskRows.at(0);
                 showRename(task.id, task.spec?.title || "Диалог", 14, 280);
@@ -248,13 +248,16 @@ ApplicationWindow {
         }
     }
 
-    CustomBackground {
-        id: customBackground
-        objectName: "customBackground"
+    Loader {
         anchors.fill: parent
-        service: app.service
-        animated: app.animated
-        visible: app.visible
+        active: !!app.preferences.background_js
+        sourceComponent: CustomBackground {
+            id: customBackground
+            objectName: "customBackground"
+            service: app.service
+            animated: app.animated
+            visible: app.visible
+        }
     }
     DropArea {
         anchors.fill: parent
@@ -383,7 +386,8 @@ ApplicationWindow {
 
     LazyDialog {
         id: attachmentPicker
-        sourceComponent: AttachmentPicker { service: app.service }
+        file: "dialogs/AttachmentPicker.qml"
+        settings: ({ service: app.service })
     }
     LazyDialog {
         id: connection

@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Basic
 import Vesk
@@ -18,9 +19,14 @@ Button {
     Accessible.name: tip || text
     Keys.onReturnPressed: click()
     Keys.onEnterPressed: click()
-    ToolTip.text: tip
-    ToolTip.visible: tip !== "" && hovered
-    ToolTip.delay: Theme.tipDelay
+
+    Loader {
+        active: root.tip !== "" && root.hovered
+        sourceComponent: Tip {
+            text: root.tip
+            visible: root.hovered
+        }
+    }
 
     Behavior on scale { NumberAnimation { duration: Theme.press } }
 

@@ -7,7 +7,13 @@ Loader {
 
     readonly property var dialog: item
 
+    /* With a file, even its type and what that imports are loaded only then. */
+    property url file: ""
+    property var settings: ({})
+
     function show(): var {
+        if (file != "" && !active)
+            setSource(file, settings);
         active = true;
         return dialog;
     }

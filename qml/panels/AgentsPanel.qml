@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Basic
 import QtQuick.Layouts
@@ -43,24 +44,28 @@ ColumnLayout {
         Layout.minimumHeight: 400
         ScrollBar.vertical: ScrollBar {}
 
-        AgentNetwork {
-            objectName: "agentNetwork"
+        /* The window doesn't wait for it. */
+        Loader {
+            asynchronous: true
             width: scroller.width
             height: scroller.contentHeight
-            task: root.current
-            profiles: root.profiles.map(profile => ({
-                id: profile.id, name: profile.name, enabled: profile.enabled, custom: profile.custom,
-                parent: profile.parent, mode: profile.mode, after: profile.after, priority: profile.priority
-            }))
-            positions: root.service.preferences.agent_positions ?? {}
-            animated: Theme.animated
-            scrollOffset: scroller.contentY
-            onConfigure: role => root.configureAgent(role)
-            onLink: (agent, role) => root.service.connectAgents(agent, role)
-            onMoveNode: positions => root.service.setPreference("agent_positions", positions)
-            onInspect: run => {
-                if (run.role)
-                    root.inspectRun(run);
+            sourceComponent: AgentNetwork {
+                objectName: "agentNetwork"
+                task: root.current
+                profiles: root.profiles.map(profile => ({
+                    id: profile.id, name: profile.name, enabled: profile.enabled, custom: profile.custom,
+                    parent: profile.parent, mode: profile.mode, after: profile.after, priority: profile.priority
+                }))
+                positions: root.service.preferences.agent_positions ?? {}
+                animated: Theme.animated
+                scrollOffset: scroller.contentY
+                onConfigure: role => root.configureAgent(role)
+                onLink: (agent, role) => root.service.connectAgents(agent, role)
+                onMoveNode: positions => root.service.setPreference("agent_positions", positions)
+                onInspect: run => {
+                    if (run.role)
+                        root.inspectRun(run);
+                }
             }
         }
     }

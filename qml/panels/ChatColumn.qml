@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Layouts
 import Vesk
@@ -67,10 +68,14 @@ Rectangle {
             Layout.fillWidth: true
             Layout.fillHeight: true
 
-            AmbientMesh {
+            Loader {
                 anchors.fill: parent
-                animate: Theme.animated
-                opacity: root.empty ? .16 : .045
+                asynchronous: true
+                sourceComponent: AmbientMesh {
+                    objectName: "ambientMesh"
+                    animate: Theme.animated
+                    opacity: root.empty ? .16 : .045
+                }
             }
             ColumnLayout {
                 readonly property real side: Math.max(Theme.sideMargin, (parent.width - Theme.textColumn) / 2)

@@ -32,6 +32,7 @@ Rectangle {
             spacing: 10
             Image {
                 source: "qrc:/assets/vesk-logo.png"
+                asynchronous: true
                 sourceSize: Qt.size(56, 56)
                 Layout.preferredWidth: 28
                 Layout.preferredHeight: 28
@@ -77,15 +78,17 @@ Rectangle {
             objectName: "projectButton"
             text: root.service.projectName || "Выбрать проект"
             Layout.fillWidth: true
-            onClicked: projectMenu.open()
+            onClicked: projectMenu.show().open()
 
-            ProjectMenu {
+            LazyDialog {
                 id: projectMenu
                 y: projectButton.height + 4
-                width: projectButton.width
-                service: root.service
-                onChosen: root.projectChosen()
-                onNewProject: root.newProject()
+                sourceComponent: ProjectMenu {
+                    width: projectButton.width
+                    service: root.service
+                    onChosen: root.projectChosen()
+                    onNewProject: root.newProject()
+                }
             }
         }
         Action {

@@ -18,6 +18,7 @@ ListView {
     clip: true
     spacing: 24
     cacheBuffer: 1800
+    reuseItems: true
     boundsBehavior: Flickable.StopAtBounds
     activeFocusOnTab: true
     Accessible.role: Accessible.List

@@ -1,9 +1,9 @@
 pragma ComponentBehavior: Bound
 import QtQuick
-import QtQuick.Layouts
 import Vesk
 
-/* One turn of the conversation: the user's on a card at the right, the others' over the whole width. */
+/* One turn of the conversation: the user's on a card at the right, the others' over the whole width. A long list makes
+   and unmakes these while it scrolls, so that only what a message really has is made. */
 Item {
     id: root
 
@@ -13,9 +13,16 @@ Item {
     readonly property bool own: row.role === "user"
     readonly property bool report: row.kind === "report"
     readonly property string content: row.content ?? ""
+    readonly property string whole: report ? shortReport(content) : row.display_content ?? content
     /* A text beyond this is opened apart: laying out a megabyte in a list would stop the window. */
     readonly property int longest: 20000
-    readonly property string shown: report ? shortReport(content) : row.display_content ?? content
+    readonly property bool cut: whole.length > longest
+    readonly property var files: row.attachments ?? []
+    /* Long texts take all the room there is; only of a short one it matters how long it is. */
+    readonly property real wanted: files.length > 0 || whole.length > 120 ? room
+        : Math.ceil(Math.max(40, ...whole.split("\n").map(line => metrics.advanceWidth(line)))) + 2 * inset + 2
+    readonly property real room: own ? Math.min(width * .9, 610) : width
+    readonly property int inset: own ? 14 : 0
 
     signal fileRequested(string path)
     signal resultRequested()
@@ -27,23 +34,20 @@ Item {
             : text.split("\n\n")[0];
     }
 
-    implicitHeight: card.height
+    height: body.height + (own ? 24 : 0)
 
     Rectangle {
-        id: card
-        anchors.right: root.own ? parent.right : undefined
-        width: root.own ? Math.min(parent.width * .9, 610, Math.ceil(body.wanted) + 30) : parent.width
-        height: body.implicitHeight + (root.own ? 24 : 0)
+        x: root.own ? root.width - width : 0
+        width: root.own ? Math.min(root.room, root.wanted) : root.width
+        height: root.height
         radius: 14
         color: root.own ? Theme.message : "transparent"
 
-        ColumnLayout {
+        Column {
             id: body
-            readonly property real wanted: Math.max(header.implicitWidth, text.naturalWidth,
-                                                    tiles.visible ? 156 * Math.min(3, tiles.count) + 16 : 0)
-            x: root.own ? 14 : 0
+            x: root.inset
             y: root.own ? 12 : 0
-            width: parent.width - 2 * x
+            width: parent.width - 2 * root.inset
             spacing: 8
 
             Note {
@@ -55,9 +59,8 @@ Item {
             TextEdit {
                 id: text
                 objectName: "messageText"
-                /* As wide as the text would like to be, however narrow the card is. */
-                readonly property real naturalWidth: metrics.advanceWidth > 560 ? 610 : widest.implicitWidth
-                text: root.shown.length > root.longest ? root.shown.slice(0, root.longest) + "…" : root.shown
+                width: body.width
+                text: root.cut ? root.whole.slice(0, root.longest) + "…" : root.whole
                 textFormat: TextEdit.PlainText
                 readOnly: true
                 selectByMouse: true
@@ -67,58 +70,55 @@ Item {
                 selectedTextColor: Theme.window
                 font.family: Theme.family
                 font.pixelSize: Theme.normal
-                activeFocusOnPress: true
                 Accessible.name: header.text
-                Layout.fillWidth: true
             }
-            Action {
-                text: "Показать полностью"
-                visible: root.shown.length > root.longest
-                onClicked: root.detailsRequested(root.shown)
+            Loader {
+                active: root.cut
+                visible: active
+                sourceComponent: Action {
+                    text: "Показать полностью"
+                    onClicked: root.detailsRequested(root.whole)
+                }
             }
-            Flow {
-                id: tiles
-                readonly property int count: root.row.attachments?.length ?? 0
-                visible: count > 0
-                spacing: 8
-                Layout.fillWidth: true
-                Repeater {
-                    model: root.row.attachments ?? []
-                    MessageAttachment {
-                        required property var modelData
-                        file: modelData
-                        onClicked: root.fileRequested(file.path)
+            Loader {
+                active: root.files.length > 0
+                visible: active
+                width: body.width
+                sourceComponent: Flow {
+                    spacing: 8
+                    Repeater {
+                        model: root.files
+                        MessageAttachment {
+                            required property var modelData
+                            file: modelData
+                            onClicked: root.fileRequested(file.path)
+                        }
                     }
                 }
             }
-            RowLayout {
-                visible: root.report
-                spacing: 10
-                Action {
-                    objectName: "openResult"
-                    text: "Открыть результат"
-                    primary: true
-                    enabled: root.hasFiles
-                    onClicked: root.resultRequested()
-                }
-                Action {
-                    objectName: "reportDetails"
-                    text: "Подробности"
-                    onClicked: root.detailsRequested(root.content)
+            Loader {
+                active: root.report
+                visible: active
+                sourceComponent: Row {
+                    spacing: 10
+                    Action {
+                        objectName: "openResult"
+                        text: "Открыть результат"
+                        primary: true
+                        enabled: root.hasFiles
+                        onClicked: root.resultRequested()
+                    }
+                    Action {
+                        objectName: "reportDetails"
+                        text: "Подробности"
+                        onClicked: root.detailsRequested(root.content)
+                    }
                 }
             }
         }
     }
-    TextMetrics {
+    FontMetrics {
         id: metrics
         font: text.font
-        text: root.own ? root.shown.slice(0, 200) : ""
-    }
-    Text {
-        id: widest
-        visible: false
-        textFormat: Text.PlainText
-        font: text.font
-        text: root.own && root.shown.length < 400 ? root.shown : ""
     }
 }

@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Layouts
 import Vesk
@@ -42,26 +43,13 @@ Rectangle {
                 objectName: "panelMenuButton"
                 text: "⋯"
                 tip: "Что показать"
-                onClicked: panelMenu.popup(menuButton, 0, menuButton.height + 4)
+                onClicked: panelMenu.show().popup(menuButton, 0, menuButton.height + 4)
 
-                CompactMenu {
+                LazyDialog {
                     id: panelMenu
-                    objectName: "panelMenu"
-                    CompactMenuItem {
-                        text: "Сеть агентов"
-                        onTriggered: root.panelChosen("agents")
-                    }
-                    CompactMenuItem {
-                        text: "Файлы"
-                        onTriggered: root.panelChosen("files")
-                    }
-                    CompactMenuItem {
-                        text: "События"
-                        onTriggered: root.panelChosen("history")
-                    }
-                    CompactMenuItem {
-                        text: "Закрыть панель"
-                        onTriggered: root.hidden()
+                    sourceComponent: PanelMenu {
+                        onPanelChosen: panel => root.panelChosen(panel)
+                        onHidden: root.hidden()
                     }
                 }
             }
@@ -85,16 +73,22 @@ Rectangle {
                 onConfigureAgent: role => root.configureAgent(role)
                 onInspectRun: run => root.inspectRun(run)
             }
-            FilesPanel {
-                service: root.service
+            LazyPanel {
                 shown: root.panel === "files" && root.visible
-                selected: root.selectedFile
-                onFileSelected: file => root.fileSelected(file)
-                onDetailsRequested: text => root.detailsRequested(text)
+                sourceComponent: FilesPanel {
+                    service: root.service
+                    shown: root.panel === "files" && root.visible
+                    selected: root.selectedFile
+                    onFileSelected: file => root.fileSelected(file)
+                    onDetailsRequested: text => root.detailsRequested(text)
+                }
             }
-            HistoryPanel {
-                service: root.service
-                onDetailsRequested: text => root.detailsRequested(text)
+            LazyPanel {
+                shown: root.panel === "history" && root.visible
+                sourceComponent: HistoryPanel {
+                    service: root.service
+                    onDetailsRequested: text => root.detailsRequested(text)
+                }
             }
         }
     }

@@ -69,7 +69,9 @@ void Backend::restoreConnection()
 
     client.url = std::as_const(settings)["base_url"_L1].toString();
     client.model = std::as_const(settings)["model"_L1].toString();
-    client.key = CredentialStore::read(connectionTarget(client.url));
+    // Without an address there is no connection, and a keyring that is asleep is not woken for it.
+    if (!client.url.isEmpty())
+        client.key = CredentialStore::read(connectionTarget(client.url));
     const QUrl address(client.url);
     client.useResponses = address.host() == openAiHost();
     // A model on this machine needs no key; a remote one does.

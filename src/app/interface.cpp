@@ -16,14 +16,18 @@
 
 #include <QFont>
 #include <QFontDatabase>
+#include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QIcon>
 #include <QQmlApplicationEngine>
+#include <QQmlComponent>
 #include <QQmlContext>
 #include <QQuickStyle>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtQml/qqmlextensionplugin.h>
+
+#include <memory>
 
 Q_IMPORT_QML_PLUGIN(VeskPlugin)
 
@@ -45,15 +49,34 @@ void prepareFonts()
     const QList<FontSubstitutes> substitutes = fontSubstitutes();
     for (const FontSubstitutes &font : substitutes)
         QFont::insertSubstitutions(font.family, font.others);
+    QFont font(u"Segoe UI"_s);
+    font.setPixelSize(14);
+    QGuiApplication::setFont(font);
+}
+
+/// The first text in a font costs milliseconds: the time in which the types of the scene are being loaded is free.
+void warmFonts()
+{
+    for (const QFont::Weight weight : {QFont::Normal, QFont::DemiBold, QFont::Bold}) {
+        QFont font = QGuiApplication::font();
+        font.setWeight(weight);
+        QFontMetricsF(font).horizontalAdvance(u"VESK Привет"_s);
+    }
 }
 
 int showWindow(const CommandLine &line, const DataFolder &folder, const QTemporaryDir &temporary)
 {
-    Backend backend(folder.path());
+    // Outlives the scene, and is made while a thread of the scene's engine loads its types.
+    std::unique_ptr<Backend> owned;
+    QQmlApplicationEngine engine;
+    QQmlComponent types(&engine);
+    types.loadFromModule("Vesk", "Main", QQmlComponent::Asynchronous);
+    owned = std::make_unique<Backend>(folder.path());
+    Backend &backend = *owned;
+    warmFonts();
     const ProcessSignals requests;
     QObject::connect(&requests, &ProcessSignals::endRequested, qApp, [] { QCoreApplication::quit(); });
 
-    QQmlApplicationEngine engine;
     engine.rootContext()->setContextProperty(u"backend"_s, &backend);
     QObject::connect(
         &engine, &QQmlApplicationEngine::objectCreationFailed, qApp, [] { QCoreApplication::exit(startFailed); },
