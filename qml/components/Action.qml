@@ -23,6 +23,7 @@ Button {
     Loader {
         active: root.tip !== "" && root.hovered
         sourceComponent: Tip {
+            parent: root
             text: root.tip
             visible: root.hovered
         }

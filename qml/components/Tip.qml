@@ -7,6 +7,7 @@ ToolTip {
     id: root
 
     delay: Theme.tipDelay
+    y: (parent?.height ?? 0) + 6 // below: above the header there is no room
     padding: 8
     contentItem: LabelText {
         text: root.text

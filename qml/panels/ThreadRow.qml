@@ -41,6 +41,8 @@ ListRow {
             objectName: "threadMenuButton"
             text: "⋯"
             tip: "Действия с диалогом"
+            leftPadding: 7
+            rightPadding: 7
             onClicked: root.menuRequested()
         }
     }

@@ -60,11 +60,8 @@ void WindowPlace::restore()
 {
     const QSettings settings(file, QSettings::IniFormat);
     const QRect place = settings.value("place").toRect();
-    const QSize room = window->screen() ? window->screen()->availableGeometry().size() : window->size();
     if (place.isValid())
-        window->resize(place.size().boundedTo(room).expandedTo(window->minimumSize()));
-    else
-        window->resize(window->size().boundedTo(room).expandedTo(window->minimumSize()));
+        window->resize(place.size().expandedTo(window->minimumSize()));
     if (place.isValid() && canBeSeen(place))
         window->setPosition(place.topLeft());
     if (settings.value("maximized").toBool())
