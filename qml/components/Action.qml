@@ -9,6 +9,8 @@ Button {
 
     property bool primary: false
     property string tip: ""
+    /* Who has pressed the button needs no explanation any more. */
+    property bool explained: false
 
     padding: 7
     leftPadding: 11
@@ -17,6 +19,8 @@ Button {
     hoverEnabled: true
     scale: down ? .97 : 1
     Accessible.name: tip || text
+    onPressed: explained = true
+    onHoveredChanged: explained = explained && hovered
     Keys.onReturnPressed: click()
     Keys.onEnterPressed: click()
 
@@ -25,7 +29,7 @@ Button {
         sourceComponent: Tip {
             parent: root
             text: root.tip
-            visible: root.hovered
+            visible: root.hovered && !root.explained
         }
     }
 

@@ -7,6 +7,7 @@ Menu {
     id: root
 
     padding: 5
+    margins: 6
     width: 190
     delegate: CompactMenuItem {}
     background: Rectangle {
