@@ -63,7 +63,7 @@ void WindowPlace::restore()
     if (place.isValid())
         window->resize(place.size().expandedTo(window->minimumSize()));
     if (place.isValid() && canBeSeen(place))
-        window->setPosition(place.topLeft());
+        window->setFramePosition(place.topLeft());
     if (settings.value("maximized").toBool())
         window->showMaximized();
 }
@@ -74,7 +74,7 @@ void WindowPlace::note()
         return;
     maximized = window->visibility() == QWindow::Maximized;
     if (window->visibility() == QWindow::Windowed)
-        normal = window->geometry();
+        normal = QRect(window->framePosition(), window->size()); // of the frame, or each start would move it by that
 }
 
 } // namespace vesk
