@@ -107,6 +107,7 @@ ColumnLayout {
             name: "Содержимое файла"
             textFont.family: Theme.codeFamily
             textFont.pixelSize: Theme.small
+            textFont.features: ({ calt: 0, liga: 0 }) // code is shown sign by sign
             textColor: Theme.textCode
             text: root.shown && root.path !== "" ? root.readFile(root.selected) : ""
         }
