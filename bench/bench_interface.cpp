@@ -15,6 +15,7 @@
 #include <QQuickItem>
 #include <QQuickStyle>
 #include <QQuickWindow>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
@@ -92,14 +93,12 @@ QList<double> scrollFrames(QQuickWindow *window)
     const double room = list->property("contentHeight").toDouble() - list->height();
     for (int i = 0; i < frames; ++i) {
         const double before = threadMs();
-        bool shown = false;
-        const auto done = QObject::connect(window, &QQuickWindow::frameSwapped, window, [&shown] { shown = true; });
+        const QSignalSpy shown(window, &QQuickWindow::frameSwapped);
         // Back and forth in steps of a wheel, a good way up from the end.
         const double y = top + room - 120.0 * (i % 150 < 75 ? i % 150 : 150 - i % 150);
         list->setProperty("contentY", std::max(top, y));
-        while (!shown)
+        while (shown.isEmpty())
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        QObject::disconnect(done);
         times.append(threadMs() - before);
     }
     return times;

@@ -50,8 +50,10 @@ void WindowPlace::follow(QQuickWindow *followed)
         return;
     window = followed;
     restore();
-    for (const auto signal : {&QWindow::xChanged, &QWindow::yChanged, &QWindow::widthChanged, &QWindow::heightChanged})
-        connect(window, signal, this, &WindowPlace::note);
+    connect(window, &QWindow::xChanged, this, &WindowPlace::note);
+    connect(window, &QWindow::yChanged, this, &WindowPlace::note);
+    connect(window, &QWindow::widthChanged, this, &WindowPlace::note);
+    connect(window, &QWindow::heightChanged, this, &WindowPlace::note);
     connect(window, &QWindow::visibilityChanged, this, &WindowPlace::note);
     note();
 }

@@ -160,7 +160,6 @@ void RunModeTest::aCommandLineThatIsNotUnderstoodIsRefused_data()
     QTest::addColumn<QStringList>("arguments");
     QTest::addColumn<QString>("text");
 
-    row("nothing", {}, u"Окно приложения: в этой версии ещё нет."_s);
     row("another mode", {u"--run"_s, u"x"_s, u"--media-job"_s, u"{}"_s}, u"--media-job: в этой версии ещё нет."_s);
     row("no request", {u"--run"_s}, u"--run: не указано значение"_s);
     row("an empty request", {u"--run"_s, u""_s}, u"--run: не указано значение"_s);
