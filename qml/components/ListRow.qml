@@ -13,6 +13,7 @@ AbstractButton {
     focusPolicy: Qt.NoFocus
     hoverEnabled: true
     Accessible.role: Accessible.ListItem
+    Accessible.name: text
     background: Rectangle {
         radius: root.corner
         color: root.fill
