@@ -13,6 +13,12 @@ ScrollView {
     property string name: ""
 
     clip: true
+    background: Rectangle {
+        color: "transparent"
+        radius: 8
+        border.width: area.activeFocus ? 1 : 0
+        border.color: Theme.focus
+    }
 
     TextArea {
         id: area

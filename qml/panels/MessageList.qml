@@ -58,6 +58,15 @@ ListView {
         event.accepted = true;
     }
 
+    // The keyboard is here, and not in one of the texts.
+    Rectangle {
+        parent: root
+        anchors.fill: parent
+        visible: root.currentItem?.activeFocus ?? false
+        color: "transparent"
+        radius: 8
+        border.color: Theme.focus
+    }
     WheelHandler {
         acceptedDevices: PointerDevice.Mouse | PointerDevice.TouchPad
         onWheel: event => root.scrollBy(event.pixelDelta.y !== 0 ? -event.pixelDelta.y : -event.angleDelta.y * .8)
