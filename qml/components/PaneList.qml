@@ -11,7 +11,8 @@ ListView {
     clip: true
     spacing: 5
     boundsBehavior: Flickable.StopAtBounds
-    activeFocusOnTab: count > 0
+    // An item that has the focus can't be taken out of the order of Tab.
+    activeFocusOnTab: count > 0 || activeFocus
     keyNavigationEnabled: true
     currentIndex: -1
     Accessible.role: Accessible.List
