@@ -14,6 +14,8 @@ Canvas {
         service.renderBackground(Date.now() / 1000, width, height);
     }
     function paintShape(context: var, shape: var) {
+        if (typeof shape !== "object" || shape === null)
+            return;
         context.fillStyle = context.strokeStyle = shape.color ?? "#303030";
         context.beginPath();
         if (shape.type === "circle") {
@@ -39,7 +41,6 @@ Canvas {
     Connections {
         target: canvas.service
         function onBackgroundChanged() { canvas.requestPaint(); }
-        function onPreferencesChanged() { canvas.render(); }
     }
     Timer {
         interval: 100

@@ -12,8 +12,11 @@ ApplicationWindow {
 
     readonly property var service: backend // qmllint disable unqualified
     readonly property var preferences: service.preferences
-    property real sidebarWidth: preferences.sidebar_width ?? Theme.sidebarWidth
-    property real inspectorWidth: preferences.inspector_width ?? Theme.inspectorWidth
+    property real sidebarWidth: wantedSidebar()
+    property real inspectorWidth: wantedInspector()
+    /* What of it there is room for beside the conversation. */
+    readonly property real shownInspectorWidth: Math.max(Theme.inspectorLeast, Math.min(inspectorWidth,
+        width - (sidebarOpen ? sidebarWidth : 0) - 2 * Theme.handleWidth - Theme.centreLeast))
     readonly property bool animated: (preferences.animations ?? true) && active && visibility !== Window.Minimized
     readonly property bool glass: preferences.glass ?? true
     readonly property var current: service.uiState
@@ -67,8 +70,18 @@ ApplicationWindow {
             return;
         service.sendMessage(value);
         // A refused line stays in the box.
-        if (service.message === "")
+        if (service.message === "") {
             input.clear();
+            chat.followEnd();
+        }
+        input.forceActiveFocus();
+    }
+    function wantedSidebar(): real {
+        return Math.max(Theme.sidebarLeast, Math.min(Theme.sidebarMost, preferences.sidebar_width || Theme.sidebarWidth));
+    }
+    function wantedInspector(): real {
+        return Math.max(Theme.inspectorLeast,
+                        Math.min(Theme.inspectorMost, preferences.inspector_width || Theme.inspectorWidth));
     }
     function pretty(value: var): string {
         return Wording.pretty(value);
@@ -149,8 +162,9 @@ ApplicationWindow {
     /* What is in view follows what has become of it. */
     function refreshSelection() {
         if (selectedFile.path) {
-            const file = fileRows.find("path", selectedFile.path);
-            if (!file.path)
+            // Asked of the backend itself: the rows follow the same signal, and may do so later.
+            const file = service.files.find(other => other.path === selectedFile.path);
+            if (!file)
                 dropFile();
             else if (file.revision !== selectedFile.revision)
                 selectedFile = file;
@@ -243,8 +257,9 @@ ApplicationWindow {
         target: app.service
         function onChanged() { app.refreshSelection(); }
         function onPreferencesChanged() {
-            app.sidebarWidth = app.preferences.sidebar_width ?? Theme.sidebarWidth;
-            app.inspectorWidth = app.preferences.inspector_width ?? Theme.inspectorWidth;
+            app.sidebarWidth = app.wantedSidebar();
+            app.inspectorWidth = app.wantedInspector();
+            app.service.renderBackground(Date.now() / 1000, app.width, app.height);
         }
     }
 
@@ -299,7 +314,7 @@ ApplicationWindow {
                     app.menuTask = task;
                     app.renameDraft = app.titleOf(task);
                     const place = row.mapToItem(null, 0, 0);
-                    threadMenu.show().openBy(row, place);
+                    threadMenu.show().openBy(row, Qt.point(place.x, Math.min(place.y, app.height - 70)));
                 }
                 onSettings: workspaceSettings.show().open()
                 onHidden: app.sidebarOpen = false
@@ -310,8 +325,8 @@ ApplicationWindow {
             objectName: "leftHandle"
             visible: app.sidebarOpen
             value: app.sidebarWidth
-            from: 180
-            to: 380
+            from: Theme.sidebarLeast
+            to: Theme.sidebarMost
             direction: app.teamLeft ? -1 : 1
             Layout.fillHeight: true
             onMoved: value => app.sidebarWidth = value
@@ -344,9 +359,9 @@ ApplicationWindow {
             id: rightHandle
             objectName: "rightHandle"
             visible: app.inspectorOpen
-            value: app.inspectorWidth
-            from: 280
-            to: 620
+            value: app.shownInspectorWidth
+            from: Theme.inspectorLeast
+            to: Theme.inspectorMost
             direction: app.teamLeft ? 1 : -1
             Layout.fillHeight: true
             onMoved: value => app.inspectorWidth = value
@@ -355,12 +370,12 @@ ApplicationWindow {
         SlidingColumn {
             objectName: "rightColumn"
             open: app.inspectorOpen
-            contentWidth: app.inspectorWidth
+            contentWidth: app.shownInspectorWidth
             dragged: rightHandle.dragging
             Layout.fillHeight: true
 
             RightColumn {
-                width: app.inspectorWidth
+                width: app.shownInspectorWidth
                 height: parent.height
                 service: app.service
                 current: app.current
@@ -412,7 +427,7 @@ ApplicationWindow {
     LazyDialog {
         id: threadMenu
         sourceComponent: ThreadMenu {
-            onRenameRequested: place => Qt.callLater(() => app.showRename(app.menuTask, app.renameDraft, 14, place.y))
+            onRenameRequested: place => Qt.callLater(() => app.showRename(app.menuTask, app.renameDraft, place.x, place.y))
             onArchiveRequested: app.service.archiveTask(app.menuTask)
         }
     }

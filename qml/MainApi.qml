@@ -31,8 +31,8 @@ ColumnLayout {
         id: key
         objectName: "apiKey"
         placeholderText: "API-ключ Alem Plus"
-        placeholderTextColor: Theme.placeholder
-        color: Theme.textField
+        placeholderTextColor: Theme.inputPlaceholder
+        color: Theme.textInput
         echoMode: TextInput.Password
         inputMethodHints: Qt.ImhSensitiveData | Qt.ImhNoPredictiveText
         padding: 12
@@ -51,14 +51,13 @@ ColumnLayout {
         objectName: "connectButton"
         text: root.service.apiTesting ? "Подключаю…" : "Подключить"
         primary: true
-        enabled: !root.service.apiTesting
         Layout.fillWidth: true
         onClicked: root.connectModel()
     }
     LabelText {
         objectName: "connectionStatus"
         text: root.attempted ? root.service.message || root.service.apiStatus
-            : !root.service.settings.mock && root.service.settings.provider === "Alem Plus" ? "Подключено" : ""
+            : !(root.service.settings.mock ?? true) && root.service.settings.provider === "Alem Plus" ? "Подключено" : ""
         visible: text !== ""
         color: Theme.textStatus
         font.pixelSize: Theme.note
@@ -73,6 +72,8 @@ ColumnLayout {
             root.connecting = false;
             if (root.service.apiStatus.startsWith("Подключено:"))
                 key.clear();
+            else
+                key.forceActiveFocus();
         }
     }
 }

@@ -67,6 +67,8 @@ QtObject {
     readonly property color textNote: "#929292"
     readonly property color textStatus: "#aaaaaa"
     readonly property color placeholder: "#797979"
+    readonly property color textInput: "#f0f0f0"
+    readonly property color inputPlaceholder: "#777777"
 
     // Marks
     readonly property color dotOff: "#666666"
@@ -80,7 +82,12 @@ QtObject {
 
     // Metrics, in pixels
     readonly property int sidebarWidth: 236
+    readonly property int sidebarLeast: 180
+    readonly property int sidebarMost: 380
     readonly property int inspectorWidth: 390
+    readonly property int inspectorLeast: 280
+    readonly property int inspectorMost: 620
+    readonly property int centreLeast: 440
     readonly property int handleWidth: 7
     readonly property int textColumn: 840
     readonly property int sideMargin: 24

@@ -40,9 +40,15 @@ function pretty(value) {
     return JSON.stringify(value, null, 2);
 }
 
+// A text whose every sign can be seen: what changes the direction of writing, or has no width, is written as a number.
+function visible(text) {
+    return text.replace(/[\u00ad\u061c\u180e\u200b-\u200f\u202a-\u202e\u2060-\u206f\ufeff]/g,
+                        sign => "\\u" + sign.charCodeAt(0).toString(16).padStart(4, "0"));
+}
+
 function eventText(event, labels) {
     if (event.type === "WorkflowStepCompleted")
-        return event.message + " · результат передан дальше";
+        return (event.message ?? "") + " · результат передан дальше";
     if (event.type === "PhaseChanged")
         return labels.phaseLabel(event.message);
     if (event.type === "FileModified")
@@ -58,11 +64,13 @@ function isGiven(value) {
 }
 
 function lines(items) {
-    return Array.from(items).map(item => "• " + (typeof item === "string" ? item : pretty(item))).join("\n");
+    const list = typeof items === "string" ? [items] : Array.from(items);
+    return list.map(item => "• " + (typeof item === "string" ? item : pretty(item))).join("\n");
 }
 
 function fileLines(files) {
-    return Array.from(files).map(file => "• " + file.path + " — " + (file.content ?? "").length + " символов").join("\n");
+    return Array.from(files).map(file => "• " + (file?.path ?? "") + " — " + String(file?.content ?? "").length
+        + " символов").join("\n");
 }
 
 // Where the result of a user's own agent goes.
@@ -77,7 +85,7 @@ function agentReport(run, whole, profiles, labels) {
     const output = whole.output ?? {};
     const role = whole.logical_role || whole.role || run.role || "";
     const profile = profiles.find(other => other.id === role || other.id === run.role);
-    const parts = ["Состояние: " + labels.statusLabel(whole.status || run.status || "IDLE")];
+    const parts = ["Состояние: " + labels.statusLabel(run.status || whole.status || "IDLE")];
     if (isGiven(whole.error))
         parts.push("Причина остановки\n" + whole.error);
     if (isGiven(output.summary))

@@ -21,15 +21,16 @@ Button {
     Accessible.name: tip || text
     onPressed: explained = true
     onHoveredChanged: explained = explained && hovered
+    onVisualFocusChanged: explained = false
     Keys.onReturnPressed: click()
     Keys.onEnterPressed: click()
 
     Loader {
-        active: root.tip !== "" && root.hovered
+        active: root.tip !== "" && (root.hovered || root.visualFocus)
         sourceComponent: Tip {
             parent: root
             text: root.tip
-            visible: root.hovered && !root.explained
+            visible: (root.hovered || root.visualFocus) && !root.explained
         }
     }
 
@@ -38,7 +39,7 @@ Button {
     background: Rectangle {
         radius: 8
         color: !root.enabled ? Theme.buttonDisabled
-            : root.primary ? Theme.buttonPrimary : root.hovered ? Theme.buttonHovered : Theme.button
+            : root.primary ? Theme.buttonPrimary : root.hovered || root.checked ? Theme.buttonHovered : Theme.button
         border.width: root.visualFocus ? 2 : root.primary ? 0 : 1
         border.color: root.visualFocus ? (root.primary && root.enabled ? Theme.dotIdle : Theme.focus)
             : Theme.buttonBorder

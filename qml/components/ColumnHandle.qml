@@ -39,7 +39,7 @@ Rectangle {
 
         anchors.fill: parent
         hoverEnabled: true
-        cursorShape: Qt.SplitHCursor
+        cursorShape: Qt.SizeHorCursor
         onPressed: mouse => {
             startX = mapToItem(null, mouse.x, 0).x;
             startValue = root.value;

@@ -12,20 +12,50 @@ Dialog {
     padding: 16
     focus: true
     closePolicy: Popup.CloseOnEscape
-    onAboutToShow: centre()
+    onAboutToShow: if (!raising) centre()
+
+    property bool moved: false
+    property bool raising: false
 
     function centre() {
         if (!room)
             return;
+        moved = false;
         x = Math.round((room.width - width) / 2);
         y = Math.round((room.height - height) / 2);
+    }
+    /* Before the other dialogs: the one opened last stands in front. */
+    function raise() {
+        if (!visible)
+            return;
+        raising = true;
+        close();
+        open();
+        raising = false;
+    }
+    function fit() {
+        if (width > room.width - 20)
+            width = room.width - 20;
+        if (height > room.height - 20)
+            height = room.height - 20;
+        if (!moved)
+            return centre();
+        x = Math.max(0, Math.min(x, room.width - width));
+        y = Math.max(0, Math.min(y, room.height - height));
     }
 
     Connections {
         target: root.room
         enabled: root.visible
-        function onWidthChanged() { root.centre(); }
-        function onHeightChanged() { root.centre(); }
+        function onWidthChanged() { root.fit(); }
+        function onHeightChanged() { root.fit(); }
+    }
+    /* Also when the focus has gone to the window beneath. */
+    Shortcut {
+        sequence: "Escape"
+        enabled: root.visible && !root.activeFocus
+        onActivated: root.close()
+        onActivatedAmbiguously: root.close()
     }
 
     background: Rectangle {
@@ -44,6 +74,7 @@ Dialog {
             cursorShape: Qt.OpenHandCursor
             onPressed: mouse => start = Qt.point(mouse.x, mouse.y)
             onPositionChanged: mouse => {
+                root.moved = true;
                 root.x = Math.max(40 - root.width, Math.min(root.room.width - 40, root.x + mouse.x - start.x));
                 root.y = Math.max(0, Math.min(root.room.height - 40, root.y + mouse.y - start.y));
             }

@@ -15,6 +15,8 @@ Loader {
         if (file != "" && !active)
             setSource(file, settings);
         active = true;
+        if (typeof dialog.raise === "function")
+            dialog.raise();
         return dialog;
     }
     function hide() {

@@ -7,6 +7,16 @@ ListView {
     id: root
 
     signal activated(int place)
+    /* The menu key on the row chosen, and Delete. */
+    signal menuRequested(int place)
+    signal removed(int place)
+
+    function act(what: var): bool {
+        if (currentIndex < 0 || currentIndex >= count)
+            return false;
+        what(currentIndex);
+        return true;
+    }
 
     clip: true
     spacing: 5
@@ -17,8 +27,10 @@ ListView {
     currentIndex: -1
     Accessible.role: Accessible.List
     ScrollBar.vertical: ScrollBar {}
-    Keys.onReturnPressed: root.activated(currentIndex)
-    Keys.onEnterPressed: root.activated(currentIndex)
-    Keys.onSpacePressed: root.activated(currentIndex)
+    Keys.onReturnPressed: event => event.accepted = act(activated)
+    Keys.onEnterPressed: event => event.accepted = act(activated)
+    Keys.onSpacePressed: event => event.accepted = act(activated)
+    Keys.onMenuPressed: event => event.accepted = act(menuRequested)
+    Keys.onDeletePressed: event => event.accepted = act(removed)
     onActiveFocusChanged: if (activeFocus && currentIndex < 0) currentIndex = 0
 }

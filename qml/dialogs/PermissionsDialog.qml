@@ -3,6 +3,7 @@ import QtQuick
 import QtQuick.Controls.Basic
 import QtQuick.Layouts
 import Vesk
+import "../Wording.js" as Wording
 
 /* The commands that a run asks leave for, each in full. */
 FloatingDialog {
@@ -38,11 +39,11 @@ FloatingDialog {
                 spacing: 10
                 PlainArea {
                     name: "Команда"
-                    text: JSON.stringify(request.modelData.node?.input ?? {}, null, 2)
+                    text: Wording.visible(Wording.pretty(request.modelData.node?.input ?? {}))
                     textFont.family: Theme.codeFamily
                     textFont.pixelSize: Theme.note
                     Layout.fillWidth: true
-                    Layout.preferredHeight: Math.min(220, implicitHeight)
+                    Layout.preferredHeight: Math.min(ListView.view.count > 1 ? 220 : 260, implicitHeight)
                 }
                 RowLayout {
                     spacing: 10

@@ -40,12 +40,6 @@ FloatingDialog {
             text: "Создам отдельную папку в Документах / VESK Projects."
             Layout.fillWidth: true
         }
-        LabelText {
-            text: root.service.message
-            visible: text !== ""
-            font.pixelSize: Theme.note
-            Layout.fillWidth: true
-        }
         RowLayout {
             spacing: 10
             Layout.alignment: Qt.AlignRight

@@ -22,9 +22,11 @@ FloatingDialog {
             Layout.fillHeight: true
             Accessible.name: root.title
             model: Rows {
+                id: requests
                 source: root.service
                 list: "queue"
             }
+            onRemoved: place => root.service.cancelQueued(requests.at(place).id)
             delegate: ListRow {
                 id: waiting
                 required property var row
@@ -33,11 +35,11 @@ FloatingDialog {
                 rightPadding: 8
                 topPadding: 8
                 bottomPadding: 8
-                Accessible.name: row.request
+                Accessible.name: row.request ?? ""
                 contentItem: RowLayout {
                     spacing: 10
                     LabelText {
-                        text: waiting.row.request.slice(0, 1000)
+                        text: (waiting.row.request ?? "").slice(0, 1000)
                         font.pixelSize: Theme.body
                         maximumLineCount: 3
                         elide: Text.ElideRight
@@ -46,6 +48,7 @@ FloatingDialog {
                     Action {
                         objectName: "cancelQueued"
                         text: "Убрать"
+                        focusPolicy: Qt.NoFocus // Delete in the list does the same
                         onClicked: root.service.cancelQueued(waiting.row.id)
                     }
                 }

@@ -20,7 +20,7 @@ Rectangle {
         y: 6
         width: 52
         height: 52
-        source: root.row.url ?? ""
+        source: root.row.url?.startsWith("file:") ? root.row.url : ""
         asynchronous: true
         fillMode: Image.PreserveAspectFit
         sourceSize: Qt.size(104, 104)
@@ -36,7 +36,7 @@ Rectangle {
         objectName: "removeAttachment"
         anchors { right: parent.right; verticalCenter: parent.verticalCenter; rightMargin: 6 }
         text: "×"
-        Accessible.name: "Убрать " + root.row.name
+        Accessible.name: "Убрать " + (root.row.name ?? "файл")
         onClicked: root.removed()
     }
 }

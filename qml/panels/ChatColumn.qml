@@ -31,6 +31,15 @@ Rectangle {
 
     color: "transparent"
 
+    readonly property string task: current.id ?? ""
+
+    function followEnd() {
+        messages.follow = true;
+        messages.keepEnd();
+    }
+
+    onTaskChanged: messages.follow = true
+
     Rows {
         id: all
         source: root.service
@@ -63,6 +72,7 @@ Rectangle {
         MessageStrip {
             message: root.service.message
             Layout.fillWidth: true
+            onOpened: root.detailsRequested(message)
         }
         Item {
             Layout.fillWidth: true
@@ -113,6 +123,7 @@ Rectangle {
                     onExpanded: root.progressRequested()
                 }
                 MessageList {
+                    id: messages
                     objectName: "messageList"
                     visible: !root.empty
                     hasFiles: root.fileCount > 0
@@ -137,7 +148,10 @@ Rectangle {
                     visible: root.clarifying
                     decision: root.current.decision
                     Layout.fillWidth: true
-                    onAnswered: answer => root.service.clarify(answer)
+                    onAnswered: answer => {
+                        root.service.clarify(answer);
+                        root.input.forceActiveFocus();
+                    }
                     onOwnAnswer: root.input.forceActiveFocus()
                 }
                 ActionCard {

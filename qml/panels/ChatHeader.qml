@@ -65,12 +65,16 @@ Rectangle {
             objectName: "agentsToggle"
             text: "Агенты"
             checked: root.openPanel === "agents"
+            Accessible.checkable: true
+            Accessible.checked: checked
             onClicked: root.panelToggled("agents")
         }
         IconAction {
             objectName: "filesToggle"
             text: root.fileCount > 0 ? "Файлы · " + root.fileCount : "Файлы"
             checked: root.openPanel === "files"
+            Accessible.checkable: true
+            Accessible.checked: checked
             onClicked: root.panelToggled("files")
         }
     }

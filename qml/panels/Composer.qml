@@ -62,8 +62,8 @@ Rectangle {
                 id: input
                 objectName: "chatInput"
                 placeholderText: root.clarifying ? "Ваш ответ…" : "Напишите задачу или задайте вопрос"
-                placeholderTextColor: Theme.placeholder
-                color: Theme.textField
+                placeholderTextColor: Theme.inputPlaceholder
+                color: Theme.textInput
                 textFormat: TextEdit.PlainText
                 wrapMode: TextEdit.Wrap
                 selectByMouse: true
@@ -72,15 +72,14 @@ Rectangle {
                 font.family: Theme.family
                 font.pixelSize: Theme.normal
                 Accessible.name: "Сообщение"
-                KeyNavigation.priority: KeyNavigation.BeforeItem
-                KeyNavigation.tab: attach
+                Keys.onTabPressed: nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
+                Keys.onBacktabPressed: nextItemInFocusChain(false).forceActiveFocus(Qt.BacktabFocusReason)
                 Keys.onPressed: event => {
                     const enter = event.key === Qt.Key_Return || event.key === Qt.Key_Enter;
                     if (!enter || (event.modifiers & Qt.ShiftModifier))
                         return;
                     event.accepted = true;
-                    if (sendButton.enabled)
-                        root.submitted();
+                    root.submitted();
                 }
             }
         }

@@ -33,26 +33,36 @@ Rectangle {
             elide: Text.ElideRight
             Layout.fillWidth: true
         }
-        Flow {
-            spacing: 8
+        /* However many and long the answers are, the input box stays in sight. */
+        Flickable {
+            clip: true
+            boundsBehavior: Flickable.StopAtBounds
+            contentHeight: choices.implicitHeight
             Layout.fillWidth: true
-            Repeater {
-                model: root.decision?.options ?? []
-                Action {
-                    required property string modelData
-                    required property int index
-                    objectName: "decisionOption" + index
-                    text: modelData
-                    tip: implicitWidth > width ? modelData : ""
-                    primary: index === 0
-                    width: Math.min(implicitWidth, content.width)
-                    onClicked: root.answered(modelData)
+            Layout.preferredHeight: Math.min(220, choices.implicitHeight)
+
+            Flow {
+                id: choices
+                width: content.width
+                spacing: 8
+                Repeater {
+                    model: Array.from(root.decision?.options ?? []).filter(option => typeof option === "string")
+                    Action {
+                        required property string modelData
+                        required property int index
+                        objectName: "decisionOption" + index
+                        text: modelData
+                        tip: implicitWidth > width ? modelData : ""
+                        primary: index === 0
+                        width: Math.min(implicitWidth, content.width)
+                        onClicked: root.answered(modelData)
+                    }
                 }
-            }
-            Action {
-                objectName: "ownAnswer"
-                text: "Свой ответ"
-                onClicked: root.ownAnswer()
+                Action {
+                    objectName: "ownAnswer"
+                    text: "Свой ответ"
+                    onClicked: root.ownAnswer()
+                }
             }
         }
     }

@@ -11,13 +11,13 @@ ListRow {
     height: 56
     leftPadding: 12
     rightPadding: 12
-    fill: selected ? Theme.rowSelected : hovered ? Theme.rowHovered : Theme.row
-    Accessible.name: row.path + ", " + about.text
+    fill: selected ? Theme.rowSelected : Theme.row
+    Accessible.name: (row.path ?? "") + ", " + about.text
 
     contentItem: Item {
         LabelText {
             anchors { left: parent.left; right: parent.right; bottom: parent.verticalCenter }
-            text: "▤  " + root.row.path.replace(/\//g, "  ›  ")
+            text: "▤  " + (root.row.path ?? "").replace(/\//g, "  ›  ")
             font.pixelSize: Theme.note
             wrapMode: Text.NoWrap
             elide: Text.ElideMiddle

@@ -11,6 +11,7 @@ Rectangle {
     /* Neither a run nor a chat is going on. */
     required property bool quiet
     required property string currentTask
+    readonly property bool demo: service.settings.mock ?? true
     property alias projectMenu: projectMenu
 
     signal newChat()
@@ -78,12 +79,19 @@ Rectangle {
             objectName: "projectButton"
             text: root.service.projectName || "Выбрать проект"
             Layout.fillWidth: true
-            onClicked: projectMenu.show().open()
+            onClicked: projectMenu.toggle()
 
             LazyDialog {
                 id: projectMenu
-                y: projectButton.height + 4
+                function toggle() {
+                    if (dialog?.visible)
+                        hide();
+                    else
+                        show().open();
+                }
                 sourceComponent: ProjectMenu {
+                    parent: projectButton
+                    y: projectButton.height + 4
                     width: projectButton.width
                     service: root.service
                     onChosen: root.projectChosen()
@@ -119,6 +127,7 @@ Rectangle {
                 onMenuRequested: root.taskMenu(row.id, this)
             }
             onActivated: place => root.choose(threads.at(place).id)
+            onMenuRequested: place => root.taskMenu(threads.at(place).id, itemAtIndex(place))
         }
         Rectangle {
             color: Theme.rule
@@ -128,15 +137,14 @@ Rectangle {
         RowLayout {
             spacing: 8
             Rectangle {
-                readonly property bool demo: root.service.settings.mock ?? true
-                color: demo ? Theme.dotOff : Theme.dotOn
+                color: root.demo ? Theme.dotOff : Theme.dotOn
                 radius: 3.5
                 Layout.preferredWidth: 7
                 Layout.preferredHeight: 7
             }
             Note {
                 objectName: "modelName"
-                text: root.service.settings.mock ? "Демонстрация" : root.service.settings.model ?? ""
+                text: root.demo ? "Демонстрация" : root.service.settings.model ?? ""
                 wrapMode: Text.NoWrap
                 elide: Text.ElideRight
                 Layout.fillWidth: true
@@ -153,12 +161,5 @@ Rectangle {
     function choose(task: string) {
         service.selectTask(task);
         taskChosen();
-    }
-    function rowOf(task: string): Item {
-        for (let place = 0; place < threads.count; ++place) {
-            if (threads.at(place).id === task)
-                return threadList.itemAtIndex(place);
-        }
-        return null;
     }
 }

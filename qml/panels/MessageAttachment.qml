@@ -11,7 +11,7 @@ AbstractButton {
     width: 156
     height: 104
     hoverEnabled: true
-    Accessible.name: "Открыть " + file.name
+    Accessible.name: "Открыть " + (file.name ?? "файл")
     Keys.onReturnPressed: click()
     background: Rectangle {
         radius: 9
@@ -26,7 +26,7 @@ AbstractButton {
             y: 6
             width: 144
             height: 68
-            source: root.file.url ?? ""
+            source: root.file.url?.startsWith("file:") ? root.file.url : ""
             visible: source.toString() !== ""
             asynchronous: true
             fillMode: Image.PreserveAspectFit

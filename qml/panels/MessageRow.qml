@@ -91,7 +91,7 @@ Item {
                         MessageAttachment {
                             required property var modelData
                             file: modelData
-                            onClicked: root.fileRequested(file.path)
+                            onClicked: root.fileRequested(file.path ?? "")
                         }
                     }
                 }

@@ -7,6 +7,8 @@ Rectangle {
 
     required property string message
 
+    signal opened()
+
     objectName: "messageStrip"
     visible: message !== ""
     implicitHeight: Math.min(text.implicitHeight, 160) + 16
@@ -14,6 +16,9 @@ Rectangle {
     clip: true
     Accessible.role: Accessible.AlertMessage
     Accessible.name: message
+    onMessageChanged: if (message !== "") Accessible.announce(message)
+
+    TapHandler { onTapped: root.opened() }
 
     LabelText {
         id: text

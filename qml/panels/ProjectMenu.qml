@@ -15,6 +15,8 @@ Popup {
     objectName: "projectMenu"
     padding: 6
     focus: true
+    // A press on the button closes it by the button's own click.
+    closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutsideParent
     onOpened: list.forceActiveFocus()
     background: Rectangle {
         color: Theme.menu

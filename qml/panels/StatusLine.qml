@@ -8,7 +8,7 @@ Note {
 
     objectName: "statusLine"
     text: (live || service.chatBusy) && service.streamNote !== "" ? service.streamNote
-        : service.settings.mock ? "Подключение модели — в настройках API"
+        : service.settings.mock ?? true ? "Подключение модели — в настройках API"
         : (service.settings.model ?? "") + " · до 8 агентов"
     font.pixelSize: Theme.caption
     horizontalAlignment: Text.AlignHCenter

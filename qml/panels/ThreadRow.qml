@@ -15,7 +15,6 @@ ListRow {
     height: 56
     fill: chosen ? Theme.rowCurrent : hovered ? Theme.rowHovered : "transparent"
     Accessible.name: title.text + ", " + phase
-    Keys.onMenuPressed: menuRequested()
 
     contentItem: RowLayout {
         spacing: 4
@@ -23,7 +22,8 @@ ListRow {
             spacing: 2
             LabelText {
                 id: title
-                text: (root.row.spec.title || root.row.spec.original_request || "Новая задача").replace(/\s+/g, " ")
+                text: root.row.spec?.title || root.row.spec?.original_request || "Новая задача"
+                maximumLineCount: 1
                 font.pixelSize: Theme.note
                 wrapMode: Text.NoWrap
                 elide: Text.ElideRight
@@ -41,6 +41,7 @@ ListRow {
             objectName: "threadMenuButton"
             text: "⋯"
             tip: "Действия с диалогом"
+            focusPolicy: Qt.NoFocus // the menu key of the list does the same
             leftPadding: 7
             rightPadding: 7
             onClicked: root.menuRequested()

@@ -123,6 +123,7 @@ QString Backend::withAttachments(const QString &text)
 
 void Backend::connectByName(const QString &text)
 {
+    message.clear(); // an earlier failure is none of this line
     const QString lower = text.toLower();
     discoverMcp();
     const QJsonArray servers = mcp.list();

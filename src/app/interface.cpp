@@ -82,10 +82,12 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
         &engine, &QQmlApplicationEngine::objectCreationFailed, qApp, [] { QCoreApplication::exit(startFailed); },
         Qt::QueuedConnection);
     QObject::connect(qApp, &QCoreApplication::aboutToQuit, &backend, &Backend::stop);
-    engine.loadFromModule("Vesk", "Main");
-
     WindowPlace place(folder.path());
-    if (!isUnattended(line))
+    const bool attended = !isUnattended(line);
+    if (attended)
+        engine.setInitialProperties(place.initialProperties());
+    engine.loadFromModule("Vesk", "Main");
+    if (attended)
         place.follow(firstWindow(engine));
     applyWindowOptions(line, engine);
     armTimedOptions(line, engine, backend);

@@ -38,6 +38,7 @@ QVariantList mediaIn(const QString &content, const QJsonArray &media, const QStr
         const QString path = item["path"_L1].toString();
         if (path.isEmpty() || !content.contains(path))
             continue;
+        item.remove("url"_L1); // what a tool says of itself is fetched from nowhere
         const QString preview = item["preview"_L1].toString();
         if (!preview.isEmpty())
             item["url"_L1] = QUrl::fromLocalFile(root + u'/' + preview).toString();

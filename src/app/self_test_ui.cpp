@@ -59,6 +59,10 @@ void SelfTestUi::begin(const QString &target, bool withWorkflow)
         return;
     }
     backend.createProject(u"Калькулятор"_s, temporary + u"/project"_s);
+    if (backend.root().isEmpty()) {
+        QTimer::singleShot(0, this, [] { leave(NoFolder); });
+        return;
+    }
     if (withWorkflow)
         backend.addWorkflowTemplate();
     backend.addMemory(u"Constraints"_s, u"Калькулятор работает локально, без внешних зависимостей."_s);

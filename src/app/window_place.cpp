@@ -6,8 +6,10 @@
 #include <QSettings>
 
 #include <algorithm>
+#include <chrono>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 
 namespace vesk {
 
@@ -15,6 +17,8 @@ namespace {
 
 /// So much of a window must lie on a screen that it can be taken by its title and moved.
 constexpr int graspable = 80;
+/// No screen is larger than this.
+constexpr int mostPixels = 16384;
 
 bool canBeSeen(const QRect &place)
 {
@@ -31,10 +35,16 @@ WindowPlace::WindowPlace(const QString &dataFolder, QObject *parent)
     : QObject(parent)
     , file(dataFolder + u"/window.ini"_s)
 {
+    // A window that is being maximised may have its size before it is known to be so.
+    settled.setSingleShot(true);
+    settled.setInterval(300ms);
+    connect(&settled, &QTimer::timeout, this, &WindowPlace::note);
 }
 
 WindowPlace::~WindowPlace()
 {
+    if (settled.isActive())
+        note();
     if (!normal.isValid())
         return;
     QSettings settings(file, QSettings::IniFormat);
@@ -44,30 +54,37 @@ WindowPlace::~WindowPlace()
     settings.setValue("maximized", maximized);
 }
 
+QVariantMap WindowPlace::initialProperties() const
+{
+    const QSettings settings(file, QSettings::IniFormat);
+    const QRect place = settings.value("place").toRect();
+    QVariantMap properties;
+    if (place.isValid() && place.width() <= mostPixels && place.height() <= mostPixels) {
+        properties[u"width"_s] = place.width();
+        properties[u"height"_s] = place.height();
+        if (canBeSeen(place)) {
+            properties[u"x"_s] = place.x();
+            properties[u"y"_s] = place.y();
+        }
+    }
+    if (settings.value("maximized").toBool())
+        properties[u"visibility"_s] = QWindow::Maximized;
+    return properties;
+}
+
 void WindowPlace::follow(QQuickWindow *followed)
 {
     if (!followed)
         return;
     window = followed;
-    restore();
-    connect(window, &QWindow::xChanged, this, &WindowPlace::note);
-    connect(window, &QWindow::yChanged, this, &WindowPlace::note);
-    connect(window, &QWindow::widthChanged, this, &WindowPlace::note);
-    connect(window, &QWindow::heightChanged, this, &WindowPlace::note);
-    connect(window, &QWindow::visibilityChanged, this, &WindowPlace::note);
+    const auto later = [this] { settled.start(); };
+    connect(window, &QWindow::xChanged, this, later);
+    connect(window, &QWindow::yChanged, this, later);
+    connect(window, &QWindow::widthChanged, this, later);
+    connect(window, &QWindow::heightChanged, this, later);
+    connect(window, &QWindow::visibilityChanged, this, later);
+    connect(window, &QQuickWindow::closing, this, &WindowPlace::note);
     note();
-}
-
-void WindowPlace::restore()
-{
-    const QSettings settings(file, QSettings::IniFormat);
-    const QRect place = settings.value("place").toRect();
-    if (place.isValid())
-        window->resize(place.size().expandedTo(window->minimumSize()));
-    if (place.isValid() && canBeSeen(place))
-        window->setFramePosition(place.topLeft());
-    if (settings.value("maximized").toBool())
-        window->showMaximized();
 }
 
 void WindowPlace::note()
@@ -76,7 +93,7 @@ void WindowPlace::note()
         return;
     maximized = window->visibility() == QWindow::Maximized;
     if (window->visibility() == QWindow::Windowed)
-        normal = QRect(window->framePosition(), window->size()); // of the frame, or each start would move it by that
+        normal = window->geometry();
 }
 
 } // namespace vesk

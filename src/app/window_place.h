@@ -4,6 +4,8 @@
 #include <QPointer>
 #include <QRect>
 #include <QString>
+#include <QTimer>
+#include <QVariantMap>
 
 class QQuickWindow;
 
@@ -18,17 +20,19 @@ public:
     /// Writes what has changed since it was read.
     ~WindowPlace() override;
 
-    /// Gives the window its last size and place, and follows it from now on. Null is ignored.
+    /// What the window is to be made with: its last size and place, so that it never jumps. Empty at the first start.
+    QVariantMap initialProperties() const;
+    /// Follows the window from now on. Null is ignored.
     void follow(QQuickWindow *window);
 
 private:
-    void restore();
     void note();
 
     QString file;
     QPointer<QQuickWindow> window;
     QRect normal;
     bool maximized = false;
+    QTimer settled;
 };
 
 } // namespace vesk
