@@ -1,0 +1,576 @@
+// The whole window, without a screen: worked by mouse and keyboard, against the real backend on the demonstration
+// model. A warning of a scene fails the test.
+
+#include "roles.h"
+#include "store.h"
+#include "window_desk.h"
+
+#include <QAccessible>
+#include <QDir>
+#include <QFile>
+#include <QImage>
+#include <QQuickStyle>
+#include <QRegularExpression>
+#include <QSet>
+#include <QTest>
+#include <QtQml/qqmlextensionplugin.h>
+
+Q_IMPORT_QML_PLUGIN(VeskPlugin)
+
+using namespace Qt::StringLiterals;
+using namespace vesk;
+
+namespace {
+
+const QString calculator = u"Создай калькулятор"_s;
+
+/// The row of a list in view.
+QQuickItem *rowAt(QQuickItem *list, int place)
+{
+    QQuickItem *row = nullptr;
+    if (list)
+        QMetaObject::invokeMethod(list, "itemAtIndex", Q_RETURN_ARG(QQuickItem *, row), Q_ARG(int, place));
+    return row;
+}
+
+QString nameOf(const QObject *object)
+{
+    return object ? QString::fromLatin1(object->metaObject()->className()) + u' ' + object->objectName() : u"?"_s;
+}
+
+bool isControl(const QQuickItem *item)
+{
+    for (const char *kind : {"QQuickAbstractButton", "QQuickTextField", "QQuickTextArea"}) {
+        if (item->inherits(kind))
+            return true;
+    }
+    return false;
+}
+
+/// Everything that assistive technology is told of and that can be operated, and has no name.
+void collectNameless(QAccessibleInterface *node, QStringList &found)
+{
+    if (!node || node->state().invisible)
+        return;
+    static const QSet<QAccessible::Role> operated{
+        QAccessible::Button,   QAccessible::EditableText, QAccessible::ListItem, QAccessible::MenuItem,
+        QAccessible::CheckBox, QAccessible::List,         QAccessible::Splitter};
+    if (operated.contains(node->role()) && node->text(QAccessible::Name).isEmpty())
+        found.append(nameOf(node->object()));
+    for (int i = 0; i < node->childCount(); ++i)
+        collectNameless(node->child(i), found);
+}
+
+} // namespace
+
+class WindowTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase();
+    void init();
+    void cleanup() { desk.reset(); }
+
+    void aProjectIsMadeFromTheFirstWordToTheLast();
+    void aRefusedLineStaysInTheInput();
+    void aProjectWithoutANameLeavesTheDialogOpen();
+    void aRunIsPausedResumedAndStoppedWhileRequestsWait();
+    void aNarrowWindowHasRoomForOneColumn();
+    void theTeamMayStandAtTheLeft();
+    void withoutMotionNothingMoves();
+    void aPageIsShownByItsName_data();
+    void aPageIsShownByItsName();
+    void anAgentsSettingsAreOpenedByItsId();
+    void theKeyboardReachesEveryControlAndIsSeenThere_data();
+    void theKeyboardReachesEveryControlAndIsSeenThere();
+    void everyControlHasAName();
+    void whatIsTypedIsShownAsItIs();
+    void aLongConversationFollowsItsEndUntilOneScrollsAway();
+
+private:
+    void startRun();
+    std::unique_ptr<WindowDesk> desk;
+};
+
+void WindowTest::initTestCase()
+{
+    registerPrompts();
+    QQuickStyle::setStyle(u"Basic"_s);
+    QAccessible::setActive(true);
+}
+
+void WindowTest::init()
+{
+    // That there is no keyring here says nothing about the window.
+    QTest::failOnWarning(QRegularExpression(u"^(?!Связка ключей)"_s));
+    desk = std::make_unique<WindowDesk>();
+}
+
+void WindowTest::startRun()
+{
+    desk->app().createProject(u"Проба"_s, desk->path(u"projects"_s));
+    desk->type(calculator);
+    desk->press(Qt::Key_Return);
+}
+
+void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
+{
+    QVERIFY(desk->item(u"welcomeDemo"_s));
+    QCOMPARE(desk->text(u"statusLine"_s), u"Подключение модели — в настройках API"_s);
+    QVERIFY(desk->tabTo(u"newProject"_s));
+    desk->press(Qt::Key_Return);
+    QTRY_VERIFY(desk->isOpen(u"projectDialog"_s));
+    desk->type(u"Счёты"_s);
+    QVERIFY(desk->tabTo(u"createProject"_s));
+    desk->press(Qt::Key_Space);
+    QTRY_VERIFY(!desk->isOpen(u"projectDialog"_s));
+    QTRY_COMPARE(desk->text(u"projectButton"_s), u"Счёты"_s);
+
+    QVERIFY(desk->tabTo(u"chatInput"_s));
+    desk->type(calculator);
+    desk->press(Qt::Key_Return);
+    QCOMPARE(desk->text(u"chatInput"_s), QString());
+    QVERIFY(desk->waitForPhase(u"CLARIFICATION"_s));
+    QTRY_VERIFY(desk->item(u"decisionCard"_s));
+    QVERIFY(!desk->item(u"welcomeDemo"_s));
+    QCOMPARE(desk->text(u"note"_s), u"Нужен ваш ответ"_s);
+    QCOMPARE(desk->text(u"composerHint"_s), u"Выберите вариант выше или напишите свой ответ"_s);
+    QCOMPARE(desk->text(u"teamState"_s), u"Главный агент ждёт ваше решение."_s);
+    QVERIFY(desk->click(u"ownAnswer"_s));
+    QVERIFY(desk->item(u"chatInput"_s)->hasActiveFocus());
+    while (desk->phase() != "COMPLETED"_L1) {
+        QVERIFY(QTest::qWaitFor([&] { return desk->item(u"decisionOption0"_s) || desk->phase() == "COMPLETED"_L1; },
+                                30000));
+        if (desk->item(u"decisionOption0"_s)) {
+            QVERIFY(desk->click(u"decisionOption0"_s));
+            QTRY_VERIFY(!desk->item(u"decisionCard"_s));
+        }
+    }
+
+    QTRY_VERIFY(desk->item(u"reportDetails"_s));
+    QStringList told;
+    const QList<QQuickItem *> items = desk->visibleItems();
+    for (const QQuickItem *item : items) {
+        if (item->objectName() == "messageText"_L1)
+            told.append(item->property("text").toString());
+    }
+    QCOMPARE(told.value(0), calculator);
+    QVERIFY(told.contains(u"Готово. Результат сохранён в проекте.\n"
+                          "Выполненные проверки и ограничения — в подробностях."_s));
+    QVERIFY(desk->click(u"reportDetails"_s));
+    QTRY_VERIFY(desk->isOpen(u"details"_s));
+    QVERIFY(desk->text(u"plainText"_s).startsWith(u"Задача завершена."_s));
+    QVERIFY(desk->text(u"plainText"_s).contains(u"\n\n"_s));
+    desk->press(Qt::Key_Escape);
+    QTRY_VERIFY(!desk->isOpen(u"details"_s));
+    QVERIFY(desk->click(u"expandProgress"_s));
+    QTRY_VERIFY(desk->isOpen(u"details"_s));
+    QVERIFY(desk->text(u"plainText"_s).contains(u"Запрос принят\n"_s));
+    desk->press(Qt::Key_Escape);
+
+    QCOMPARE(desk->text(u"filesToggle"_s), u"Файлы · 2"_s);
+    QVERIFY(desk->click(u"filesToggle"_s));
+    QTRY_VERIFY(rowAt(desk->item(u"fileList"_s), 1));
+    QCOMPARE(desk->text(u"panelTitle"_s), u"Файлы проекта"_s);
+    const int page = desk->app().files()[0].toMap().value(u"path"_s) == u"calculator.html"_s ? 0 : 1;
+    QVERIFY(desk->click(rowAt(desk->item(u"fileList"_s), page)));
+    QTRY_COMPARE(desk->text(u"plainText"_s), desk->app().fileContent(u"calculator.html"_s));
+    QVERIFY(desk->text(u"plainText"_s).contains(u"<!doctype"_s, Qt::CaseInsensitive));
+    QVERIFY(desk->click(u"fileHistory"_s));
+    QTRY_VERIFY(desk->isOpen(u"details"_s));
+    desk->press(Qt::Key_Escape);
+    QTRY_VERIFY(!desk->isOpen(u"details"_s));
+
+    QVERIFY(desk->click(u"panelMenuButton"_s));
+    QTRY_VERIFY(desk->isOpen(u"panelMenu"_s));
+    for (int i = 0; i < 3; ++i)
+        desk->press(Qt::Key_Down);
+    desk->press(Qt::Key_Return);
+    QTRY_COMPARE(desk->text(u"panelTitle"_s), u"События"_s);
+    QVERIFY(desk->tabTo(u"eventList"_s));
+    desk->press(Qt::Key_Down);
+    desk->press(Qt::Key_Return);
+    QTRY_VERIFY(desk->isOpen(u"details"_s));
+    QVERIFY(desk->text(u"plainText"_s).contains(u"\"type\": "_s));
+    desk->press(Qt::Key_Escape);
+    QTRY_VERIFY(!desk->isOpen(u"details"_s));
+
+    QVERIFY(desk->click(u"threadMenuButton"_s));
+    QTRY_VERIFY(desk->isOpen(u"threadMenu"_s));
+    desk->press(Qt::Key_Down);
+    desk->press(Qt::Key_Return);
+    QTRY_VERIFY(desk->isOpen(u"renameBox"_s));
+    desk->type(u"Мой счёт"_s);
+    desk->press(Qt::Key_Return);
+    QTRY_VERIFY(!desk->isOpen(u"renameBox"_s));
+    QCOMPARE(desk->app().tasks()[0].toMap().value(u"spec"_s).toMap().value(u"title"_s).toString(), u"Мой счёт"_s);
+    QVERIFY(desk->click(u"threadMenuButton"_s));
+    QTRY_VERIFY(desk->isOpen(u"threadMenu"_s));
+    desk->press(Qt::Key_Down);
+    desk->press(Qt::Key_Down);
+    desk->press(Qt::Key_Return);
+    QTRY_COMPARE(desk->app().tasks().size(), 0);
+    QVERIFY(desk->click(u"newChat"_s));
+    QTRY_VERIFY(desk->item(u"welcomeSite"_s));
+    QVERIFY(desk->item(u"chatInput"_s)->hasActiveFocus());
+    QVERIFY(desk->click(u"welcomeSite"_s));
+    QCOMPARE(desk->text(u"chatInput"_s), u"Создай сайт "_s);
+    QVERIFY(desk->item(u"chatInput"_s)->hasActiveFocus());
+}
+
+void WindowTest::aRefusedLineStaysInTheInput()
+{
+    // Where the project's folder is to be made stands a file.
+    QFile file(desk->path(u"Documents"_s));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QVERIFY(!desk->item(u"messageStrip"_s));
+    desk->type(calculator);
+    desk->press(Qt::Key_Return, Qt::ShiftModifier);
+    desk->press(Qt::Key_Return);
+    QCOMPARE(desk->text(u"chatInput"_s), calculator + u'\n');
+    QTRY_VERIFY(desk->item(u"messageStrip"_s));
+    QVERIFY(!desk->text(u"messageStrip"_s, "message").isEmpty());
+    file.remove();
+    QVERIFY(desk->click(u"sendButton"_s));
+    QTRY_VERIFY(!desk->item(u"messageStrip"_s));
+    QCOMPARE(desk->text(u"chatInput"_s), QString());
+    QTRY_COMPARE(desk->text(u"projectButton"_s), u"Мой проект"_s);
+}
+
+void WindowTest::aProjectWithoutANameLeavesTheDialogOpen()
+{
+    QVERIFY(desk->click(u"newProject"_s));
+    QTRY_VERIFY(desk->isOpen(u"projectDialog"_s));
+    desk->type(u"  "_s);
+    desk->press(Qt::Key_Return);
+    QTRY_COMPARE(desk->text(u"messageStrip"_s, "message"), u"Укажите название проекта."_s);
+    QVERIFY(desk->isOpen(u"projectDialog"_s));
+    desk->type(u"Имя"_s);
+    QVERIFY(desk->click(u"createProject"_s));
+    QTRY_VERIFY(!desk->isOpen(u"projectDialog"_s));
+    QVERIFY(!desk->app().root().isEmpty());
+}
+
+void WindowTest::aRunIsPausedResumedAndStoppedWhileRequestsWait()
+{
+    QVERIFY(!desk->item(u"pauseButton"_s));
+    startRun();
+    // At once: the run's first question, which comes soon, would take the line for its answer.
+    desk->type(u"Создай второй калькулятор"_s);
+    desk->press(Qt::Key_Return);
+    QTRY_COMPARE(desk->text(u"queueText"_s), u"В очереди 1"_s);
+    QVERIFY(desk->item(u"pauseButton"_s) && desk->item(u"composerStop"_s));
+    QVERIFY(!desk->item(u"newChat"_s)->isEnabled());
+    QVERIFY(desk->click(u"queueAction"_s));
+    QTRY_VERIFY(desk->isOpen(u"queueDialog"_s));
+    QVERIFY(desk->click(u"cancelQueued"_s));
+    QTRY_VERIFY(!desk->item(u"queueLine"_s));
+    desk->press(Qt::Key_Escape);
+    QTRY_VERIFY(!desk->isOpen(u"queueDialog"_s));
+
+    QVERIFY(desk->click(u"pauseButton"_s));
+    QTRY_COMPARE(desk->text(u"note"_s), u"На паузе"_s);
+    QCOMPARE(desk->text(u"pauseButton"_s), u"▶"_s);
+    QVERIFY(desk->click(u"pauseButton"_s));
+    QTRY_COMPARE(desk->text(u"pauseButton"_s), u"Ⅱ"_s);
+    desk->app().start(u"Создай третий калькулятор"_s, false, 1000000, {}, u"[]"_s);
+    QVERIFY(desk->click(u"stopButton"_s));
+    QTRY_COMPARE(desk->text(u"queueText"_s), u"В очереди 1 · приостановлена"_s);
+    QCOMPARE(desk->phase(), u"CANCELLED"_s);
+    QVERIFY(!desk->item(u"pauseButton"_s) && !desk->item(u"stopButton"_s) && !desk->item(u"composerStop"_s));
+    QVERIFY(desk->click(u"queueAction"_s));
+    QTRY_VERIFY(!desk->item(u"queueLine"_s));
+    QVERIFY(desk->click(u"composerStop"_s));
+    QTRY_COMPARE(desk->phase(), u"CANCELLED"_s);
+    QCOMPARE(desk->app().tasks().size(), 2);
+    // The newest stands first, while the list has it last.
+    const QString newest = desk->app().tasks()[1].toMap().value(u"id"_s).toString();
+    QTRY_VERIFY(rowAt(desk->item(u"threadList"_s), 1));
+    QCOMPARE(rowAt(desk->item(u"threadList"_s), 0)->property("row").toMap().value(u"id"_s).toString(), newest);
+    QVERIFY(desk->click(rowAt(desk->item(u"threadList"_s), 1)));
+    QTRY_VERIFY(desk->state().value(u"id"_s).toString() != newest);
+}
+
+void WindowTest::aNarrowWindowHasRoomForOneColumn()
+{
+    const auto open
+        = [this] { return std::pair(desk->get("sidebarOpen").toBool(), desk->get("inspectorOpen").toBool()); };
+    desk->screen().setWidth(1150);
+    QTRY_COMPARE(open(), std::pair(true, true));
+    desk->screen().setWidth(1149);
+    QTRY_COMPARE(open(), std::pair(true, false));
+    desk->screen().setWidth(1249);
+    QVERIFY(desk->click(u"filesToggle"_s));
+    QTRY_COMPARE(open(), std::pair(false, true));
+    QVERIFY(desk->click(u"showSidebar"_s));
+    QTRY_COMPARE(open(), std::pair(true, false));
+    desk->screen().setWidth(1250);
+    QVERIFY(desk->click(u"agentsToggle"_s));
+    QTRY_COMPARE(open(), std::pair(true, true));
+    QVERIFY(desk->click(u"agentsToggle"_s));
+    QTRY_COMPARE(open(), std::pair(true, false));
+    QTRY_VERIFY(!desk->item(u"rightColumn"_s));
+    QVERIFY(desk->click(u"hideSidebar"_s));
+    QTRY_VERIFY(!desk->item(u"leftColumn"_s));
+    QTRY_COMPARE(desk->item(u"chatColumn"_s)->width(), 1250);
+}
+
+void WindowTest::theTeamMayStandAtTheLeft()
+{
+    const auto leftOf
+        = [this](const char *name) { return int(desk->item(QString::fromLatin1(name))->mapToScene({}).x()); };
+    const auto middle = [&](const char *handle) { return QPoint(leftOf(handle) + 3, 400); };
+    QVERIFY(leftOf("leftColumn") < leftOf("chatColumn") && leftOf("chatColumn") < leftOf("rightColumn"));
+    desk->drag(middle("leftHandle"), middle("leftHandle") + QPoint(30, 0));
+    desk->drag(middle("rightHandle"), middle("rightHandle") + QPoint(-40, 0));
+    QCOMPARE(desk->get("sidebarWidth").toInt(), 266);
+    QCOMPARE(desk->get("inspectorWidth").toInt(), 430);
+    QTRY_COMPARE(desk->item(u"leftColumn"_s)->width(), 266);
+
+    desk->app().setPreference(u"team_left"_s, true);
+    QTRY_VERIFY(leftOf("rightColumn") == 0);
+    QVERIFY(leftOf("rightColumn") < leftOf("chatColumn") && leftOf("chatColumn") < leftOf("leftColumn"));
+    desk->drag(middle("leftHandle"), middle("leftHandle") + QPoint(-30, 0));
+    desk->drag(middle("rightHandle"), middle("rightHandle") + QPoint(40, 0));
+    QCOMPARE(desk->get("sidebarWidth").toInt(), 296);
+    QCOMPARE(desk->get("inspectorWidth").toInt(), 470);
+    desk->open();
+    QCOMPARE(desk->get("sidebarWidth").toInt(), 296);
+    QTRY_COMPARE(leftOf("rightColumn"), 0);
+}
+
+void WindowTest::withoutMotionNothingMoves()
+{
+    desk->app().setPreference(u"animations"_s, true);
+    QTRY_VERIFY(desk->item(u"ambientMesh"_s));
+    const QObject *mesh = desk->item(u"ambientMesh"_s);
+    QTRY_VERIFY(mesh->property("drift").toDouble() > 0);
+    desk->app().setPreference(u"animations"_s, false);
+    QVERIFY(!desk->get("animated").toBool());
+    QVERIFY(!mesh->property("animate").toBool());
+    QVERIFY(desk->click(u"panelMenuButton"_s));
+    const QObject *menu = desk->screen().findChild<QObject *>(u"panelMenu"_s);
+    QVERIFY(menu->property("visible").toBool());
+    QCOMPARE(menu->property("opacity").toDouble(), 1.0);
+    QVERIFY(desk->isOpen(u"panelMenu"_s));
+    desk->press(Qt::Key_Escape);
+    QVERIFY(desk->click(u"hideSidebar"_s));
+    QVERIFY(QTest::qWaitFor([&] { return !desk->item(u"leftColumn"_s); }, 100));
+}
+
+void WindowTest::aPageIsShownByItsName_data()
+{
+    QTest::addColumn<QString>("page");
+    QTest::addColumn<QString>("opened");
+    QTest::addColumn<QString>("panel");
+    QTest::newRow("project") << u"Выбор проекта"_s << u"projectMenu"_s << u"agents"_s;
+    QTest::newRow("report") << u"Отчёт агента"_s << u"agentDetails"_s << u"agents"_s;
+    QTest::newRow("agents") << u"Настройки агентов"_s << u"workspaceSettings"_s << u"agents"_s;
+    QTest::newRow("api") << u"Модель и API"_s << u"connection"_s << u"agents"_s;
+    QTest::newRow("rename") << u"Переименование"_s << u"renameBox"_s << u"agents"_s;
+    QTest::newRow("files") << u"Файлы"_s << QString() << u"files"_s;
+    QTest::newRow("progress") << u"Ход работы"_s << QString() << u"agents"_s;
+    QTest::newRow("history") << u"История"_s << QString() << u"history"_s;
+}
+
+void WindowTest::aPageIsShownByItsName()
+{
+    QFETCH(QString, page);
+    QFETCH(QString, opened);
+    QFETCH(QString, panel);
+    if (page == u"Переименование"_s) {
+        startRun();
+        QTRY_VERIFY(rowAt(desk->item(u"threadList"_s), 0));
+        desk->app().stop();
+    }
+    desk->screen().setProperty("inspectorOpen", false);
+    desk->screen().setProperty("page", page);
+    if (opened.isEmpty())
+        QVERIFY(desk->get("inspectorOpen").toBool());
+    else
+        QTRY_VERIFY(desk->isOpen(opened));
+    QCOMPARE(desk->get("panel").toString(), panel);
+    if (page == u"Переименование"_s)
+        QCOMPARE(desk->item(u"renameEditor"_s)->property("selectedText").toString(), u"Диалог"_s);
+    if (opened == u"workspaceSettings"_s)
+        QCOMPARE(desk->screen().findChild<QObject *>(opened)->property("section").toInt(), 1);
+}
+
+void WindowTest::anAgentsSettingsAreOpenedByItsId()
+{
+    desk->screen().setProperty("settingsAgent", u"__api__"_s);
+    QTRY_VERIFY(desk->isOpen(u"connection"_s));
+    desk->press(Qt::Key_Escape);
+    QTRY_VERIFY(!desk->isOpen(u"connection"_s));
+    desk->screen().setProperty("settingsAgent", u"__new__"_s);
+    QTRY_VERIFY(desk->isOpen(u"workspaceSettings"_s));
+    const QObject *settings = desk->screen().findChild<QObject *>(u"workspaceSettings"_s);
+    QCOMPARE(settings->property("adding").toBool(), true);
+    desk->screen().setProperty("settingsAgent", u"planner"_s);
+    QCOMPARE(settings->property("adding").toBool(), false);
+    QCOMPARE(settings->property("selectedAgent").toString(), u"planner"_s);
+}
+
+void WindowTest::theKeyboardReachesEveryControlAndIsSeenThere_data()
+{
+    QTest::addColumn<QString>("page");
+    QTest::addColumn<QString>("popup");
+    QTest::newRow("team") << u"Ход работы"_s << QString();
+    QTest::newRow("files") << u"Файлы"_s << QString();
+    QTest::newRow("events") << u"История"_s << QString();
+    QTest::newRow("connection") << u"Модель и API"_s << u"connection"_s;
+    QTest::newRow("settings") << u"Настройки агентов"_s << u"workspaceSettings"_s;
+    QTest::newRow("report") << u"Отчёт агента"_s << u"agentDetails"_s;
+}
+
+void WindowTest::theKeyboardReachesEveryControlAndIsSeenThere()
+{
+    QFETCH(QString, page);
+    QFETCH(QString, popup);
+    startRun();
+    QTRY_VERIFY(desk->item(u"progressCard"_s));
+    desk->app().stop();
+    QTRY_VERIFY(desk->item(u"reportDetails"_s));
+    desk->screen().setProperty("page", page);
+    if (!popup.isEmpty())
+        QTRY_VERIFY(desk->isOpen(popup));
+
+    QList<QQuickItem *> stops;
+    QStringList unseen;
+    desk->press(Qt::Key_Tab);
+    QImage before = desk->screen().grabWindow();
+    for (QQuickItem *here = desk->screen().activeFocusItem(); here && !stops.contains(here);) {
+        stops.append(here);
+        desk->press(Qt::Key_Tab);
+        QQuickItem *next = desk->screen().activeFocusItem();
+        const QImage after = desk->screen().grabWindow();
+        const QRect area = here->mapRectToScene(here->boundingRect()).toRect().adjusted(-14, -14, 14, 14);
+        if (next != here && before.copy(area) == after.copy(area))
+            unseen.append(nameOf(here));
+        before = after;
+        here = next;
+    }
+    QCOMPARE(unseen.join(u", "_s), QString());
+
+    QStringList unreached;
+    const auto isRow = [](QQuickItem *item) { return item->property("corner").isValid(); }; // chosen by the arrows
+    const QList<QQuickItem *> items = desk->visibleItems();
+    for (QQuickItem *item : items) {
+        if (isControl(item) && item->isEnabled() && !isRow(item) && !stops.contains(item))
+            unreached.append(nameOf(item) + u' ' + item->property("text").toString());
+    }
+    QCOMPARE(unreached.join(u", "_s), QString());
+}
+
+void WindowTest::everyControlHasAName()
+{
+    startRun();
+    QVERIFY(desk->waitForPhase(u"CLARIFICATION"_s));
+    QTRY_VERIFY(desk->item(u"decisionOption0"_s));
+    const auto nameless = [this] {
+        QStringList found;
+        collectNameless(QAccessible::queryAccessibleInterface(&desk->screen()), found);
+        return found.join(u", "_s);
+    };
+    QCOMPARE(nameless(), QString());
+    for (const QString &page : {u"Файлы"_s, u"История"_s, u"Модель и API"_s, u"Отчёт агента"_s, u"Настройки агентов"_s,
+                                u"Выбор проекта"_s, u"Переименование"_s}) {
+        desk->screen().setProperty("page", page);
+        QCoreApplication::processEvents();
+        QVERIFY2(nameless().isEmpty(), qPrintable(page + u": "_s + nameless()));
+    }
+    const QAccessibleInterface *button = QAccessible::queryAccessibleInterface(desk->item(u"hideSidebar"_s));
+    QCOMPARE(button->text(QAccessible::Name), u"Скрыть панель"_s);
+    QCOMPARE(button->role(), QAccessible::Button);
+}
+
+void WindowTest::whatIsTypedIsShownAsItIs()
+{
+    const QString line = u"Создай <b>калькулятор</b> <img src=\"http://127.0.0.1:9/x.png\"> https://a.b &amp;"_s;
+    desk->app().createProject(u"<i>Проба</i>"_s, desk->path(u"projects"_s));
+    desk->type(line);
+    desk->press(Qt::Key_Return);
+    QTRY_COMPARE(desk->text(u"messageText"_s), line);
+    desk->app().stop();
+    desk->app().renameTask(desk->app().tasks()[0].toMap().value(u"id"_s).toString(), u"<u>Имя</u>"_s);
+    QTRY_VERIFY(rowAt(desk->item(u"threadList"_s), 0)->property("row").toMap()[u"spec"_s].toMap()[u"title"_s]
+                == u"<u>Имя</u>"_s);
+    desk->screen().setProperty("page", u"Выбор проекта"_s);
+    QTRY_VERIFY(rowAt(desk->item(u"projectList"_s), 0));
+    const QSet<QString> marks{u"<b>"_s, u"<i>"_s, u"<u>"_s};
+    QSet<QString> seen;
+    const QList<QQuickItem *> items = desk->visibleItems();
+    for (const QQuickItem *item : items) {
+        const QVariant format = item->property("textFormat");
+        const QString text = item->property("text").toString();
+        for (const QString &mark : marks) {
+            if (!format.isValid() || !text.contains(mark))
+                continue;
+            seen.insert(mark);
+            QVERIFY2(format.toInt() == Qt::PlainText, qPrintable(text));
+        }
+    }
+    QCOMPARE(seen, marks);
+}
+
+void WindowTest::aLongConversationFollowsItsEndUntilOneScrollsAway()
+{
+    desk->app().createProject(u"Проба"_s, desk->path(u"projects"_s));
+    const QString conversation = u"chat:"_s + desk->app().projects()[0].toMap().value(u"id"_s).toString();
+    desk->close();
+    {
+        Store store(desk->data() + u"/vesk.sqlite"_s);
+        store.atomic([&] {
+            for (int i = 0; i < 2000; ++i) {
+                const QString id = QString::number(i);
+                store.put(u"messages"_s, id, conversation,
+                          {{u"id"_s, id},
+                           {u"role"_s, i % 2 ? u"assistant"_s : u"user"_s},
+                           {u"content"_s, (u"Строка "_s + id + u'\n').repeated(i % 7 + 1)},
+                           {u"kind"_s, u"message"_s}});
+            }
+        });
+    }
+    desk->open();
+    QQuickItem *list = desk->item(u"messageList"_s);
+    QVERIFY(list);
+    const auto atEnd = [&] { return list->property("atYEnd").toBool(); };
+    const auto topRow = [&] {
+        int row = -1;
+        QMetaObject::invokeMethod(list, "indexAt", Q_RETURN_ARG(int, row), Q_ARG(double, 100),
+                                  Q_ARG(double, list->property("contentY").toDouble() + 40));
+        return row;
+    };
+    QCOMPARE(list->property("count").toInt(), 2000);
+    QTRY_VERIFY(atEnd());
+    desk->type(u"Напиши письмо"_s);
+    desk->press(Qt::Key_Return);
+    QTRY_COMPARE(list->property("count").toInt(), 2002);
+    QTRY_VERIFY(atEnd());
+    QTRY_VERIFY(rowAt(list, 2001));
+
+    const QPoint middle = list->mapToScene(QPointF(list->width() / 2, list->height() / 2)).toPoint();
+    QTest::wheelEvent(&desk->screen(), middle, QPoint(0, 1200));
+    QTRY_VERIFY(!atEnd());
+    QVERIFY(!list->property("follow").toBool());
+    const int kept = topRow();
+    QVERIFY(kept > 0);
+    desk->type(u"Напиши письмо"_s);
+    desk->press(Qt::Key_Return);
+    QTRY_COMPARE(list->property("count").toInt(), 2004);
+    QCOMPARE(topRow(), kept);
+    QVERIFY(!atEnd());
+
+    list->forceActiveFocus(Qt::TabFocusReason);
+    desk->press(Qt::Key_PageUp);
+    QTRY_VERIFY(topRow() < kept);
+    for (int i = 0; i < 20 && !atEnd(); ++i)
+        desk->press(Qt::Key_End);
+    QVERIFY(atEnd());
+    QVERIFY(list->property("follow").toBool());
+    desk->app().sendMessage(u"Напиши письмо"_s);
+    QTRY_COMPARE(list->property("count").toInt(), 2006);
+    QTRY_VERIFY(atEnd());
+}
+
+QTEST_MAIN(WindowTest)
+#include "tst_window.moc"

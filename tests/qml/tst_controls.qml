@@ -1,0 +1,191 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import QtTest
+import Vesk
+
+/* What one presses, drags and types into. */
+Item {
+    id: root
+    width: 900
+    height: 700
+
+    Component { id: actionComponent; Action { text: "Создать" } }
+    Component { id: entryComponent; Entry { placeholderText: "Название"; width: 200 } }
+    Component {
+        id: handleComponent
+        ColumnHandle {
+            value: 236; from: 180; to: 380; direction: 1
+            x: 400; width: 7; height: 300
+            onMoved: next => value = next
+        }
+    }
+    Component {
+        id: menuComponent
+        CompactMenu {
+            property string chosen
+            CompactMenuItem { text: "Переименовать"; onTriggered: chosen = text }
+            CompactMenuItem { text: "<b>Скрыть</b>"; onTriggered: chosen = text }
+        }
+    }
+    Component { id: meshComponent; AmbientMesh { width: 200; height: 100 } }
+    Component { id: queueComponent; QueueLine { width: 400 } }
+    Component {
+        id: threadComponent
+        ThreadRow { width: 240; chosen: false; phase: "Завершено"; row: ({ id: "t", spec: {} }) }
+    }
+    Component { id: spyComponent; SignalSpy {} }
+
+    TestCase {
+        name: "Controls"
+        when: windowShown
+
+        function spy(target, signalName) {
+            return createTemporaryObject(spyComponent, root, { target, signalName });
+        }
+        function init() {
+            failOnWarning(/.?/);
+            Theme.animated = true;
+            root.Window.window.requestActivate();
+            tryVerify(() => root.Window.window.active);
+        }
+
+        function test_aButtonIsPressedByMouseAndKeyboard() {
+            const button = createTemporaryObject(actionComponent, root);
+            const clicks = spy(button, "clicked");
+            button.forceActiveFocus(Qt.TabFocusReason);
+            compare(button.background.border.width, 2);
+            mouseClick(button);
+            for (const key of [Qt.Key_Return, Qt.Key_Enter, Qt.Key_Space])
+                keyClick(key);
+            compare(clicks.count, 4);
+            compare(button.Accessible.name, "Создать");
+            button.tip = "Создать проект";
+            compare(button.Accessible.name, "Создать проект");
+            button.enabled = false;
+            mouseClick(button);
+            compare(clicks.count, 4);
+            compare(button.contentItem.color, Qt.color("#666666"));
+        }
+        function test_aTipNeverTakesTheClick() {
+            // At the upper edge, where a tip has no room above.
+            const button = createTemporaryObject(actionComponent, root, { tip: "Создать проект" });
+            const clicks = spy(button, "clicked");
+            mouseMove(button, 10, 10);
+            tryVerify(() => Array.from(button.children).some(child => child.item?.opened ?? false));
+            mouseClick(button, 10, 10);
+            compare(clicks.count, 1);
+            mouseMove(root, 500, 500);
+        }
+        function test_anEntryTakesTextAndShowsItsFocus() {
+            const entry = createTemporaryObject(entryComponent, root);
+            compare(entry.background.border.color, Qt.color("#404040"));
+            const accepted = spy(entry, "accepted");
+            mouseClick(entry);
+            compare(entry.background.border.color, Qt.color("#aaaaaa"));
+            keyClick("a");
+            keyClick(Qt.Key_Return);
+            compare(entry.text, "a");
+            compare(accepted.count, 1);
+            compare(entry.Accessible.name, "Название");
+        }
+        function test_aHandleKeepsToItsLimits_data() {
+            return [
+                { tag: "wider", direction: 1, by: 50, value: 286 },
+                { tag: "narrower", direction: 1, by: -40, value: 196 },
+                { tag: "too wide", direction: 1, by: 400, value: 380 },
+                { tag: "too narrow", direction: 1, by: -300, value: 180 },
+                { tag: "turned", direction: -1, by: -50, value: 286 },
+                { tag: "turned, too narrow", direction: -1, by: 400, value: 180 }
+            ];
+        }
+        function test_aHandleKeepsToItsLimits(data) {
+            const handle = createTemporaryObject(handleComponent, root, { direction: data.direction });
+            const released = spy(handle, "released");
+            mousePress(root, 403, 100);
+            verify(handle.dragging);
+            mouseMove(root, 403 + data.by / 2, 120);
+            mouseMove(root, 403 + data.by, 140);
+            compare(released.count, 0);
+            mouseRelease(root, 403 + data.by, 140);
+            compare(handle.value, data.value);
+            compare(released.count, 1);
+            compare(released.signalArguments[0][0], data.value);
+        }
+        function test_aHandleIsMovedByTheArrows() {
+            const handle = createTemporaryObject(handleComponent, root);
+            handle.forceActiveFocus(Qt.TabFocusReason);
+            keyClick(Qt.Key_Right);
+            compare(handle.value, 246);
+            handle.direction = -1;
+            for (let i = 0; i < 20; ++i)
+                keyClick(Qt.Key_Left);
+            compare(handle.value, 380);
+        }
+        function test_aMenuIsWorkedByTheKeyboard() {
+            const menu = createTemporaryObject(menuComponent, root);
+            menu.popup(root, 20, 20);
+            verify(menu.opacity < 1, "it fades in");
+            tryCompare(menu, "opened", true);
+            compare(menu.opacity, 1);
+            keyClick(Qt.Key_Down);
+            keyClick(Qt.Key_Down);
+            compare(menu.itemAt(1).contentItem.textFormat, Text.PlainText);
+            keyClick(Qt.Key_Return);
+            compare(menu.chosen, "<b>Скрыть</b>");
+            compare(menu.visible, false);
+            menu.popup(root, 20, 20);
+            tryCompare(menu, "opened", true);
+            keyClick(Qt.Key_Escape);
+            compare(menu.visible, false);
+        }
+        function test_withoutMotionAMenuIsThereAtOnce() {
+            Theme.animated = false;
+            const menu = createTemporaryObject(menuComponent, root);
+            menu.popup(root, 20, 20);
+            compare(menu.opacity, 1);
+            menu.close();
+        }
+        function test_theMeshStandsStillUnlessItIsToMove() {
+            const moving = createTemporaryObject(meshComponent, root, { animate: true });
+            const still = createTemporaryObject(meshComponent, root);
+            const hidden = createTemporaryObject(meshComponent, root, { animate: true, visible: false });
+            compare(still.opacity, .22);
+            tryVerify(() => moving.drift > .015);
+            compare(still.drift, 0);
+            compare(hidden.drift, 0);
+            compare(still.place(2, 0), Qt.point(116, Math.cos(.8) * 4));
+        }
+        function test_aQueueLineCountsAndActs_data() {
+            return [
+                { tag: "waiting", paused: false, text: "В очереди 3", action: "Посмотреть", sent: "opened" },
+                { tag: "paused", paused: true, text: "В очереди 3 · приостановлена", action: "Продолжить", sent: "resumed" }
+            ];
+        }
+        function test_aQueueLineCountsAndActs(data) {
+            const line = createTemporaryObject(queueComponent, root, { count: 3, paused: data.paused });
+            const sent = spy(line, data.sent);
+            compare(findChild(line, "queueText").text, data.text);
+            compare(findChild(line, "queueAction").text, data.action);
+            mouseClick(findChild(line, "queueAction"));
+            compare(sent.count, 1);
+        }
+        function test_aThreadIsNamedByWhatItHas_data() {
+            return [
+                { tag: "title", spec: { title: "Калькулятор", original_request: "Создай" }, name: "Калькулятор" },
+                { tag: "request", spec: { title: "", original_request: "Создай\nсайт" }, name: "Создай сайт" },
+                { tag: "nothing", spec: {}, name: "Новая задача" }
+            ];
+        }
+        function test_aThreadIsNamedByWhatItHas(data) {
+            const thread = createTemporaryObject(threadComponent, root, { row: { id: "t", spec: data.spec } });
+            compare(thread.Accessible.name, data.name + ", Завершено");
+            const clicked = spy(thread, "clicked");
+            const menu = spy(thread, "menuRequested");
+            mouseClick(findChild(thread, "threadMenuButton"));
+            compare(menu.count, 1);
+            compare(clicked.count, 0);
+            mouseClick(thread, 20, 20);
+            compare(clicked.count, 1);
+        }
+    }
+}

@@ -1,0 +1,149 @@
+import QtQuick
+import QtQuick.Controls.Basic as Basic
+import QtTest
+import Vesk
+
+/* Dialogs and forms, with an application that notes what it is asked. */
+Item {
+    id: root
+    width: 900
+    height: 700
+
+    readonly property alias service: stub
+    QtObject {
+        id: stub
+        property bool apiTesting: false
+        property string message: ""
+        property string apiStatus: ""
+        property var settings: ({ mock: true, provider: "" })
+        property var calls: []
+        signal changed()
+        function connectProvider(provider: string, model: string, key: string) { calls.push([provider, model, key]); }
+        function renameTask(task: string, title: string) { calls.push([task, title]); }
+    }
+    Component {
+        id: dialogComponent
+        FloatingDialog { title: "<i>Заголовок</i>"; width: 500; height: 300; contentItem: Item {} }
+    }
+    Component { id: apiComponent; MainApi { width: 360; service: root.service } }
+    Component { id: renameComponent; RenameBox { width: 208; service: root.service; task: "t1"; draft: "Черновик" } }
+
+    TestCase {
+        name: "Dialogs"
+        when: windowShown
+
+        function init() {
+            failOnWarning(/.?/);
+            Object.assign(stub, { apiTesting: false, message: "", apiStatus: "", calls: [] });
+            stub.settings = { mock: true, provider: "" };
+            root.Window.window.requestActivate();
+            tryVerify(() => root.Window.window.active);
+        }
+        function openDialog() {
+            const dialog = createTemporaryObject(dialogComponent, root);
+            dialog.open();
+            tryCompare(dialog, "opened", true);
+            return dialog;
+        }
+        function drag(fromX, fromY, toX, toY) {
+            mousePress(root, fromX, fromY);
+            mouseMove(root, (fromX + toX) / 2, (fromY + toY) / 2);
+            mouseMove(root, toX, toY);
+            mouseRelease(root, toX, toY);
+        }
+
+        function test_aDialogIsMovedByItsHeaderAndStaysInReach() {
+            const dialog = openDialog();
+            compare([dialog.x, dialog.y], [200, 200]);
+            compare(dialog.header.height, 58);
+            drag(300, 220, 350, 180);
+            compare([dialog.x, dialog.y], [250, 160]);
+            drag(350, 180, 20, 20);
+            compare(dialog.y, 0);
+            drag(Math.max(dialog.x, 0) + 20, 20, 899, 699);
+            verify(dialog.x <= root.width - 40 && dialog.y <= root.height - 40);
+            compare(dialog.width, 500);
+        }
+        function test_aDialogIsResizedWithinLimits_data() {
+            return [
+                { tag: "larger", by: [60, 40], size: [560, 340] },
+                { tag: "smaller", by: [-60, -40], size: [440, 260] },
+                { tag: "too small", by: [-490, -290], size: [380, 200] },
+                { tag: "too large", by: [2000, 2000], size: [880, 680] }
+            ];
+        }
+        function test_aDialogIsResizedWithinLimits(data) {
+            const dialog = openDialog();
+            compare(dialog.footer.height, 16);
+            drag(690, 490, 690 + data.by[0], 490 + data.by[1]);
+            compare([dialog.width, dialog.height], data.size);
+            compare([dialog.x, dialog.y], [200, 200]);
+        }
+        function test_aDialogIsClosedByEscapeAndByItsCross() {
+            const dialog = openDialog();
+            keyClick(Qt.Key_Escape);
+            tryCompare(dialog, "visible", false);
+            dialog.open();
+            tryCompare(dialog, "opened", true);
+            mouseClick(findChild(dialog.header, "dialogClose"));
+            tryCompare(dialog, "visible", false);
+        }
+        function test_aNewTitleIsStoredByEnterAlone() {
+            const box = createTemporaryObject(renameComponent, root);
+            box.open();
+            tryCompare(box, "opened", true);
+            const editor = findChild(box.contentItem, "renameEditor") ?? box.contentItem;
+            compare(editor.selectedText, "Черновик");
+            compare(editor.maximumLength, 120);
+            keyClick(" ");
+            keyClick(Qt.Key_Return);
+            compare([stub.calls.length, box.visible], [0, true]);
+            stub.message = "Диалог не найден.";
+            keyClick("x");
+            keyClick(Qt.Key_Return);
+            compare(stub.calls, [["t1", " x"]]);
+            compare(box.visible, true);
+            stub.message = "";
+            keyClick(Qt.Key_Return);
+            tryCompare(box, "visible", false);
+            box.open();
+            tryCompare(box, "opened", true);
+            keyClick(Qt.Key_Escape);
+            tryCompare(box, "visible", false);
+            compare(stub.calls.length, 2);
+        }
+        function test_aKeyIsSentOnceAndForgottenWhenItWorks() {
+            const form = createTemporaryObject(apiComponent, root);
+            const key = findChild(form, "apiKey");
+            const button = findChild(form, "connectButton");
+            const status = findChild(form, "connectionStatus");
+            compare([status.visible, key.placeholderText, button.text], [false, "API-ключ Alem Plus", "Подключить"]);
+            compare(key.echoMode, TextInput.Password);
+            key.forceActiveFocus();
+            for (const letter of "sk-1")
+                keyClick(letter);
+            keyClick(Qt.Key_Return);
+            compare(stub.calls, [["Alem Plus", "qwen3-8", "sk-1"]]);
+            stub.apiTesting = true;
+            compare([key.enabled, button.enabled, button.text], [false, false, "Подключаю…"]);
+            stub.changed();
+            form.connectModel();
+            compare([stub.calls.length, form.connecting], [1, true]);
+            stub.apiTesting = false;
+            stub.apiStatus = "Ключ не подошёл";
+            stub.changed();
+            compare([form.connecting, key.text, status.text], [false, "sk-1", "Ключ не подошёл"]);
+            mouseClick(button);
+            stub.apiStatus = "Подключено: qwen3-8";
+            stub.changed();
+            compare([key.text, status.text, stub.calls.length], ["", "Подключено: qwen3-8", 2]);
+            stub.message = "Нет сети";
+            compare(status.text, "Нет сети");
+        }
+        function test_theFormSaysWhatIsConnectedAlready() {
+            stub.settings = { mock: false, provider: "Alem Plus" };
+            const form = createTemporaryObject(apiComponent, root);
+            compare(findChild(form, "connectionStatus").text, "Подключено");
+        }
+    }
+}
