@@ -31,6 +31,10 @@ ListView {
     Keys.onEnterPressed: event => event.accepted = act(activated)
     Keys.onSpacePressed: event => event.accepted = act(activated)
     Keys.onMenuPressed: event => event.accepted = act(menuRequested)
+    Keys.onPressed: event => {
+        if (event.key === Qt.Key_F10 && event.modifiers & Qt.ShiftModifier)
+            event.accepted = act(menuRequested);
+    }
     Keys.onDeletePressed: event => event.accepted = act(removed)
     onActiveFocusChanged: if (activeFocus && currentIndex < 0) currentIndex = 0
 }

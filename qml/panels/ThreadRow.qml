@@ -14,7 +14,7 @@ ListRow {
 
     height: 56
     fill: chosen ? Theme.rowCurrent : hovered ? Theme.rowHovered : "transparent"
-    Accessible.name: title.text + ", " + phase
+    Accessible.name: title.text.replace(/\s+/g, " ") + ", " + phase
 
     contentItem: RowLayout {
         spacing: 4

@@ -77,6 +77,8 @@ void WindowPlace::follow(QQuickWindow *followed)
     if (!followed)
         return;
     window = followed;
+    if (window->width() < window->minimumWidth() || window->height() < window->minimumHeight())
+        window->resize(window->size().expandedTo(window->minimumSize()));
     const auto later = [this] { settled.start(); };
     connect(window, &QWindow::xChanged, this, later);
     connect(window, &QWindow::yChanged, this, later);

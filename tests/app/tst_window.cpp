@@ -452,7 +452,10 @@ void WindowTest::theKeyboardReachesEveryControlAndIsSeenThere()
     QCOMPARE(unseen.join(u", "_s), QString());
 
     QStringList unreached;
-    const auto isRow = [](QQuickItem *item) { return item->property("corner").isValid(); }; // chosen by the arrows
+    // Rows are chosen by the arrows, and the menu key opens the menu of the one chosen.
+    const auto isRow = [](QQuickItem *item) {
+        return item->property("corner").isValid() || item->objectName() == "threadMenuButton"_L1;
+    };
     const QList<QQuickItem *> items = desk->visibleItems();
     for (QQuickItem *item : items) {
         if (isControl(item) && item->isEnabled() && !isRow(item) && !stops.contains(item))
@@ -554,8 +557,7 @@ void WindowTest::aLongConversationFollowsItsEndUntilOneScrollsAway()
     QVERIFY(!list->property("follow").toBool());
     const int kept = topRow();
     QVERIFY(kept > 0);
-    desk->type(u"Напиши письмо"_s);
-    desk->press(Qt::Key_Return);
+    desk->app().sendMessage(u"Напиши письмо"_s); // not typed here: nobody's place changes
     QTRY_COMPARE(list->property("count").toInt(), 2004);
     QCOMPARE(topRow(), kept);
     QVERIFY(!atEnd());

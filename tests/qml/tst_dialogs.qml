@@ -125,7 +125,7 @@ Item {
             keyClick(Qt.Key_Return);
             compare(stub.calls, [["Alem Plus", "qwen3-8", "sk-1"]]);
             stub.apiTesting = true;
-            compare([key.enabled, button.enabled, button.text], [false, false, "Подключаю…"]);
+            compare([key.enabled, button.enabled, button.text], [false, true, "Подключаю…"]);
             stub.changed();
             form.connectModel();
             compare([stub.calls.length, form.connecting], [1, true]);
