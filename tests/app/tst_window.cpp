@@ -203,7 +203,8 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
     desk->press(Qt::Key_Return);
     QTRY_VERIFY(!desk->isOpen(u"renameBox"_s));
     QCOMPARE(desk->app().tasks()[0].toMap().value(u"spec"_s).toMap().value(u"title"_s).toString(), u"Мой счёт"_s);
-    QVERIFY(desk->click(u"threadMenuButton"_s));
+    desk->item(u"threadList"_s)->forceActiveFocus(Qt::TabFocusReason);
+    desk->press(Qt::Key_Menu);
     QTRY_VERIFY(desk->isOpen(u"threadMenu"_s));
     desk->press(Qt::Key_Down);
     desk->press(Qt::Key_Down);
