@@ -37,7 +37,8 @@ QString safeFolderName(const QString &name)
 {
     static const QRegularExpression forbidden(u"[<>:\"/\\\\|?*\\x00-\\x1f]"_s);
     QString safe = name.trimmed().replace(forbidden, u"_"_s).left(maxFolderName);
-    while (safe.endsWith(u'.') || safe.endsWith(u' '))
+    // Half a letter, which no file system takes, may be left of one that the limit has cut.
+    while (!safe.isEmpty() && (safe.endsWith(u'.') || safe.endsWith(u' ') || safe.back().isHighSurrogate()))
         safe.chop(1);
     return safe.isEmpty() ? u"project"_s : safe;
 }

@@ -17,7 +17,7 @@ const QHash<QString, QString> &rolesByPrompt()
         registerPrompts();
         QHash<QString, QString> found;
         QStringList codes = builtInRoles();
-        codes << u"specialist"_s << u"workflow_reviewer"_s;
+        codes << u"specialist"_s << u"workflow_reviewer"_s << u"chat"_s << u"chat_router"_s;
         for (const QString &role : std::as_const(codes))
             found.insert(PromptManager::get(role), role);
         return found;
