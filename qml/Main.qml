@@ -77,11 +77,11 @@ ApplicationWindow {
         input.forceActiveFocus();
     }
     function wantedSidebar(): real {
-        return Math.max(Theme.sidebarLeast, Math.min(Theme.sidebarMost, preferences.sidebar_width || Theme.sidebarWidth));
+        return Math.max(Theme.sidebarLeast, Math.min(Theme.sidebarMost, Number(preferences.sidebar_width) || Theme.sidebarWidth));
     }
     function wantedInspector(): real {
         return Math.max(Theme.inspectorLeast,
-                        Math.min(Theme.inspectorMost, preferences.inspector_width || Theme.inspectorWidth));
+                        Math.min(Theme.inspectorMost, Number(preferences.inspector_width) || Theme.inspectorWidth));
     }
     function pretty(value: var): string {
         return Wording.pretty(value);
