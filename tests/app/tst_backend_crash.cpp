@@ -1,0 +1,170 @@
+// What a killed application leaves of conversations, queue and projects: everything that was done is there, once, and
+// the next start finds it in order.
+
+#include "backend.h"
+#include "credential_store.h"
+#include "roles.h"
+#include "store.h"
+#include "stored_records.h"
+
+#include <QDir>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QSet>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+using namespace vesk;
+
+namespace {
+
+constexpr int kills = 25;
+
+/// A data folder, and what was said to be done in it.
+struct Scene {
+    QTemporaryDir folder;
+    QHash<QString, QStringList> done; ///< By kind of step, in order.
+
+    QString path(const QString &name) const { return folder.filePath(name); }
+
+    /// Lets the driver work and kills it after so many milliseconds.
+    void work(int seed, int ms)
+    {
+        QProcess driver;
+        driver.start(QString::fromUtf8(BACKEND_DRIVER_PROGRAM),
+                     {path(u"data"_s), path(u"projects"_s), QString::number(seed)});
+        driver.waitForReadyRead(10000);
+        QTest::qWait(ms);
+        driver.kill();
+        driver.waitForFinished();
+        QStringList lines = QString::fromUtf8(driver.readAllStandardOutput()).split(u'\n');
+        lines.removeLast(); // cut off, or empty
+        for (const QString &line : std::as_const(lines))
+            done[line.section(u' ', 0, 0)].append(line.section(u' ', 1));
+    }
+};
+
+QStringList field(const QList<QJsonObject> &rows, const QString &name)
+{
+    QStringList values;
+    for (const QJsonObject &row : rows)
+        values.append(row[name].toString());
+    return values;
+}
+
+/// The first that was done and is not there.
+QString missing(const QStringList &done, const QStringList &there)
+{
+    const auto lost = std::ranges::find_if(done, [&](const QString &value) { return !there.contains(value); });
+    return lost == done.end() ? QString() : *lost;
+}
+
+QStringList requestsOf(const StoredRecords &stored)
+{
+    QStringList requests;
+    const QList<QJsonObject> settings = stored.rows(u"settings"_s);
+    for (const QJsonObject &row : settings) {
+        const QJsonArray items = row["items"_L1].toArray();
+        for (const QJsonValue &item : items)
+            requests.append(item["request"_L1].toString());
+    }
+    const QList<QJsonObject> tasks = stored.rows(u"tasks"_s);
+    for (const QJsonObject &task : tasks)
+        requests.append(task["spec"_L1]["original_request"_L1].toString());
+    return requests;
+}
+
+} // namespace
+
+class BackendCrashTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { registerPrompts(); }
+    void aKilledApplicationLosesNothingThatWasDone();
+
+private:
+    void compareRecords(const Scene &scene) const;
+    void compareNextStart(const Scene &scene) const;
+};
+
+/// One folder is worked in and killed again and again: what one round leaves is what the next one finds.
+void BackendCrashTest::aKilledApplicationLosesNothingThatWasDone()
+{
+    Scene scene;
+    QDir().mkpath(scene.path(u"data"_s));
+    QDir().mkpath(scene.path(u"projects"_s));
+    QRandomGenerator random(20);
+    for (int round = 0; round < kills; ++round) {
+        scene.work(round, random.bounded(350));
+        compareRecords(scene);
+        compareNextStart(scene);
+        if (QTest::currentTestFailed())
+            return;
+    }
+    for (const QString &kind : {u"project"_s, u"said"_s, u"asked"_s, u"renamed"_s, u"remembered"_s, u"width"_s})
+        QVERIFY2(scene.done[kind].size() > 3, qPrintable(kind));
+}
+
+void BackendCrashTest::compareRecords(const Scene &scene) const
+{
+    const StoredRecords stored(scene.path(u"data"_s));
+    QCOMPARE(stored.problem(), QString());
+    const QList<QJsonObject> projects = stored.rows(u"projects"_s);
+    QCOMPARE(missing(scene.done[u"project"_s], field(projects, u"name"_s)), QString());
+    for (const QJsonObject &project : projects)
+        QVERIFY(QDir(project["root"_L1].toString()).exists(u"VESK-project.json"_s));
+
+    const QStringList messages = field(stored.rows(u"messages"_s), u"content"_s);
+    QCOMPARE(missing(scene.done[u"said"_s], messages), QString());
+    QCOMPARE(missing(scene.done[u"asked"_s], requestsOf(stored)), QString());
+    QCOMPARE(missing(scene.done[u"remembered"_s], field(stored.rows(u"memory_entries"_s), u"text"_s)), QString());
+    QCOMPARE(stored.rows(u"decision_logs"_s).size(),
+             std::ranges::count_if(stored.rows(u"memory_entries"_s), [](const QJsonObject &entry) {
+                 return entry["category"_L1].toString() == "User Decisions"_L1;
+             }));
+    QSet<QString> archived;
+    const QList<QJsonObject> tasks = stored.rows(u"tasks"_s);
+    for (const QJsonObject &task : tasks) {
+        if (task["archived"_L1].toBool())
+            archived.insert(task["id"_L1].toString());
+    }
+    QCOMPARE(missing(scene.done[u"archived"_s], archived.values()), QString());
+}
+
+void BackendCrashTest::compareNextStart(const Scene &scene) const
+{
+    CredentialStore::setDataFolder(scene.path(u"data"_s));
+    Backend backend(scene.path(u"data"_s));
+    QCOMPARE(backend.property("message").toString(), QString());
+    const QString width = scene.done[u"width"_s].isEmpty() ? QString() : scene.done[u"width"_s].last();
+    if (!width.isEmpty())
+        QVERIFY(backend.property("preferences").toMap()[u"sidebar_width"_s].toInt() >= width.toInt());
+
+    const QVariantList projects = backend.projects();
+    for (const QVariant &project : projects) {
+        backend.selectProject(project.toMap()[u"id"_s].toString());
+        QCOMPARE(backend.property("message").toString(), QString());
+        QCOMPARE(backend.property("queuePaused").toBool(), !backend.property("queue").toList().isEmpty());
+        const QVariantList tasks = backend.tasks();
+        for (const QVariant &task : tasks) {
+            backend.selectTask(task.toMap()[u"id"_s].toString());
+            const QString phase = backend.uiState()[u"phase"_s].toString();
+            QVERIFY2((QStringList{u"COMPLETED"_s, u"FAILED"_s, u"CANCELLED"_s, u"INTERRUPTED"_s}.contains(phase)),
+                     qPrintable(phase));
+            QStringList said;
+            const QVariantList chat = backend.chat();
+            for (const QVariant &row : chat) {
+                if (row.toMap()[u"role"_s] == u"user"_s)
+                    said.append(row.toMap()[u"content"_s].toString());
+            }
+            said.removeAll(u"Да"_s); // the answers to questions
+            QCOMPARE(QSet<QString>(said.begin(), said.end()).size(), said.size());
+        }
+    }
+}
+
+QTEST_GUILESS_MAIN(BackendCrashTest)
+#include "tst_backend_crash.moc"
