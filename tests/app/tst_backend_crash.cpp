@@ -11,6 +11,7 @@
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QSet>
+#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -21,7 +22,7 @@ using namespace vesk;
 
 namespace {
 
-constexpr int kills = 25;
+constexpr int kills = 40;
 
 /// A data folder, and what was said to be done in it.
 struct Scene {
@@ -30,16 +31,23 @@ struct Scene {
 
     QString path(const QString &name) const { return folder.filePath(name); }
 
-    /// Lets the driver work and kills it after so many milliseconds.
-    void work(int seed, int ms)
+    /// Lets the driver work and kills it at this write to the database, where that can be traced, or else, and at the
+    /// latest, after so many milliseconds.
+    void work(int seed, int write, int ms)
     {
+        static const QString tracer = QStandardPaths::findExecutable(u"strace"_s);
+        QStringList command{QString::fromUtf8(BACKEND_DRIVER_PROGRAM), path(u"data"_s), path(u"projects"_s),
+                            QString::number(seed)};
+        if (write > 0 && !tracer.isEmpty())
+            command = QStringList{tracer, u"-f"_s, u"-qq"_s, u"-o"_s, u"/dev/null"_s, u"-e"_s, u"trace=pwrite64"_s, u"-e"_s,
+                                  u"inject=pwrite64:signal=KILL:when=%1"_s.arg(write)} + command;
         QProcess driver;
-        driver.start(QString::fromUtf8(BACKEND_DRIVER_PROGRAM),
-                     {path(u"data"_s), path(u"projects"_s), QString::number(seed)});
+        driver.start(command.takeFirst(), command);
         driver.waitForReadyRead(10000);
-        QTest::qWait(ms);
-        driver.kill();
-        driver.waitForFinished();
+        if (!driver.waitForFinished(ms)) {
+            driver.kill();
+            driver.waitForFinished();
+        }
         QStringList lines = QString::fromUtf8(driver.readAllStandardOutput()).split(u'\n');
         lines.removeLast(); // cut off, or empty
         for (const QString &line : std::as_const(lines))
@@ -98,7 +106,8 @@ void BackendCrashTest::aKilledApplicationLosesNothingThatWasDone()
     QDir().mkpath(scene.path(u"projects"_s));
     QRandomGenerator random(20);
     for (int round = 0; round < kills; ++round) {
-        scene.work(round, random.bounded(350));
+        // Half of them anywhere, half exactly between one write and the next.
+        scene.work(round, round % 2 ? 1 + random.bounded(600) : 0, round % 2 ? 3000 : random.bounded(350));
         compareRecords(scene);
         compareNextStart(scene);
         if (QTest::currentTestFailed())
