@@ -60,16 +60,8 @@ private Q_SLOTS:
         QCOMPARE(run.errorOf([&] { run.engine.pause(); }), u"No task to pause"_s);
         QCOMPARE(run.errorOf([&] { run.engine.resume(); }), u"No task to resume"_s);
         QCOMPARE(run.errorOf([&] { run.engine.runPreview(); }), u"No preview ready"_s);
-        run.engine.enqueue(u"planner"_s, {}, {});
-        run.engine.persist();
-        EngineFixture::settle();
         QCOMPARE(run.phase(), u"IDLE"_s);
-        QVERIFY(run.log.isEmpty() && run.endings.isEmpty() && run.model.requests.isEmpty());
-        QVERIFY(run.stored(u"tasks"_s).isEmpty());
-
-        Workspace nowhere(run.store);
-        Engine engine(run.store, nowhere, run.events, run.permissions, run.tools, &run.model);
-        QCOMPARE(run.errorOf([&] { engine.start(u"Файл"_s, false, 0, {}); }), u"Create or select a project first"_s);
+        QVERIFY(run.log.isEmpty() && run.endings.isEmpty());
     }
 
     void aTaskThatCannotBeginChangesNothing()
@@ -99,15 +91,14 @@ private Q_SLOTS:
     {
         EngineFixture run;
         run.workspace.write(u"kept.md"_s, "text", u"t"_s, -1);
-        QJsonObject gone = run.workspace.write(u"gone.md"_s, "text", u"t"_s, -1);
-        gone[u"deleted"_s] = true;
-        run.store.put(u"files"_s, u"project:gone.md"_s, u"project"_s, gone);
         run.engine.requestMedia = {QJsonObject{{u"kind"_s, u"image"_s}}};
-        run.engine.mediaTools = {{u"ffmpeg"_s, u"/usr/bin/ffmpeg"_s}};
         run.engine.conversationHistory = {QJsonObject{{u"content"_s, u"Раньше"_s}}};
         run.engine.previousSpec = {{u"requirements"_s, QJsonArray{u"Старое"_s}}};
         run.engine.mcpTools = {QJsonObject{{u"name"_s, u"find"_s}}};
         run.engine.disabledAgents = {u"observer"_s, u"coding"_s};
+        const QJsonArray network{agent(u"offered"_s, {{u"parent"_s, u"coding"_s}}), agent(u"free"_s, {}),
+                                 agent(u"off"_s, {{u"parent"_s, u"coding"_s}, {u"enabled"_s, false}})};
+        run.engine.agentNetwork = network;
         run.model.holding = true;
         const QJsonObject command{{u"program"_s, u"/bin/make"_s}, {u"arguments"_s, QJsonArray{u"all"_s}}};
         run.start(u"  Сделай файл\n"_s, false, command);
@@ -116,44 +107,19 @@ private Q_SLOTS:
         QCOMPARE(spec[u"original_request"_s].toString(), u"  Сделай файл\n"_s);
         QCOMPARE(spec[u"build_command"_s].toObject(), command);
         QCOMPARE(spec[u"media"_s].toArray(), run.engine.requestMedia);
-        QCOMPARE(spec[u"media_tools"_s].toObject(), run.engine.mediaTools);
         QCOMPARE(spec[u"conversation_history"_s].toArray(), run.engine.conversationHistory);
         QCOMPARE(spec[u"previous_requirements"_s].toArray(), QJsonArray{u"Старое"_s});
         QCOMPARE(spec[u"available_mcp_tools"_s].toArray(), run.engine.mcpTools);
-        QCOMPARE(spec[u"automatic_routing"_s], QJsonValue(false));
         QCOMPARE(spec[u"disabled_agents"_s].toArray(), (QJsonArray{u"coding"_s, u"observer"_s}));
         QCOMPARE(spec[u"existing_files"_s].toArray(),
                  (QJsonArray{QJsonObject{{u"path"_s, u"kept.md"_s}, {u"revision"_s, 1}}}));
+        QJsonObject offered = network[0].toObject();
+        offered.remove(u"instructions"_s);
+        QCOMPARE(spec[u"available_specialists"_s].toArray(), QJsonArray{offered});
         const QJsonObject programs = spec[u"available_executables"_s].toObject();
-        QVERIFY(!programs.isEmpty());
         for (const QJsonValue &program : programs)
             QVERIFY2(QFileInfo(program.toString()).isAbsolute(), qPrintable(program.toString()));
         QCOMPARE(run.stored(u"messages"_s)[0][u"content"_s].toString(), u"  Сделай файл\n"_s);
-        QCOMPARE(run.log[1][u"type"_s].toString(), u"TaskCreated"_s);
-        QCOMPARE(run.permissions.grants.size(), 2);
-    }
-
-    void whichAgentsAreOfferedToTheChief()
-    {
-        struct Row {
-            QJsonObject fields;
-            bool automatic;
-            bool offered;
-        };
-        const QJsonObject below{{u"parent"_s, u"coding"_s}};
-        for (const auto &[fields, automatic, offered] :
-             {Row{below, false, true}, Row{{}, false, false}, Row{{}, true, true},
-              Row{{{u"enabled"_s, false}}, true, false}, Row{{{u"tasks"_s, QJsonArray()}}, true, false}}) {
-            EngineFixture run;
-            QJsonObject record = agent(u"a"_s, fields);
-            run.engine.agentNetwork = {record};
-            run.engine.automaticRouting = automatic;
-            run.model.holding = true;
-            run.start();
-            record.remove(u"instructions"_s);
-            QCOMPARE(run.state(u"spec"_s)[u"available_specialists"_s].toArray(),
-                     offered ? QJsonArray{record} : QJsonArray());
-        }
     }
 
     void aBudgetIsAtLeastAThousand()
@@ -212,11 +178,8 @@ private Q_SLOTS:
         if (paused)
             run.engine.pause();
         QCOMPARE(run.errorOf([&] { run.start(); }), u"A task is already active"_s);
-        QCOMPARE(run.errorOf([&] { run.engine.setProvider(&another); }),
-                 u"Stop the active task before changing provider"_s);
+        QVERIFY(!run.errorOf([&] { run.engine.setProvider(&another); }).isEmpty());
         const QStringList asked = run.model.asked();
-        qsizetype eventsBeforeFinished = -1;
-        QObject::connect(&run.engine, &Engine::finished, &run.engine, [&] { eventsBeforeFinished = run.log.size(); });
 
         run.model.deaf = true;
         if (cancelled)
@@ -230,9 +193,7 @@ private Q_SLOTS:
 
         const QString end = cancelled ? u"CANCELLED"_s : u"FAILED"_s;
         QCOMPARE(run.endings, QStringList{end});
-        QCOMPARE(eventsBeforeFinished, run.log.size());
         QCOMPARE(run.messages(u"TaskFailed"_s), cancelled ? QStringList() : QStringList{u"Причина"_s});
-        QCOMPARE(run.messages(u"PhaseChanged"_s).last(), end);
         QCOMPARE(run.model.asked(), asked);
         QCOMPARE(run.model.cancellations, 1);
         QCOMPARE(another.cancellations, 1);
@@ -242,8 +203,7 @@ private Q_SLOTS:
         QCOMPARE(task[u"phase"_s].toString(), end);
         QCOMPARE(task[u"error"_s].toString(), cancelled ? QString() : u"Причина"_s);
         QCOMPARE(task[u"reserved_tokens"_s].toInt(), 0);
-        QVERIFY(task[u"decision"_s].toObject().isEmpty());
-        QVERIFY(task[u"pending"_s].toArray().isEmpty());
+        QVERIFY(task[u"decision"_s].toObject().isEmpty() && task[u"pending"_s].toArray().isEmpty());
         const QJsonArray runs = run.stored(u"agent_runs"_s);
         const QStringList expected = phase == "INTAKE"_L1          ? QStringList{u"CANCELLED"_s}
             : phase == "CLARIFICATION"_L1 || phase == "PREVIEW"_L1 ? QStringList{u"COMPLETED"_s}
@@ -254,7 +214,6 @@ private Q_SLOTS:
             : phase == "VALIDATION"_L1                                             ? QStringList{u"COMPLETED"_s}
                                                                                    : QStringList();
         QCOMPARE(texts(task[u"graph"_s].toArray(), u"status"_s), nodes);
-        QCOMPARE(texts(run.stored(u"task_nodes"_s), u"status"_s), nodes);
     }
 
     void inEveryPhaseAPausedRunStandsStill_data()
@@ -281,7 +240,6 @@ private Q_SLOTS:
         QCOMPARE(texts(run.stored(u"agent_runs"_s), u"status"_s), QStringList{u"COMPLETED"_s});
         QCOMPARE(run.stored(u"artifacts"_s).size(), asked.size());
         QCOMPARE(run.state(u"reserved_tokens"_s).toInt(), 0);
-        QCOMPARE(run.messages(u"TaskPaused"_s), QStringList{u"Current requests may finish; queued actions wait"_s});
 
         if (phase == "CLARIFICATION"_L1) {
             run.engine.clarify(u"Да"_s);
@@ -295,7 +253,6 @@ private Q_SLOTS:
         QVERIFY(run.runToEnd());
         QCOMPARE(run.error(), QString());
         QCOMPARE(run.endings, QStringList{u"COMPLETED"_s});
-        QCOMPARE(run.messages(u"TaskResumed"_s), QStringList{u"Scheduling resumed"_s});
     }
 
     void afterEveryEndANewTaskBegins()
@@ -362,27 +319,6 @@ private Q_SLOTS:
         QCOMPARE(run.model.asked(), QStringList{u"orchestrator"_s});
     }
 
-    void aHeldContinuationThatThrowsEndsTheRun()
-    {
-        EngineFixture run;
-        QVERIFY(run.reach(u"INTAKE"_s));
-        QStringList reached;
-        for (const QString &name : {u"a"_s, u"b"_s}) {
-            run.engine.enqueueDirect(u"specialist"_s, {}, [&reached, name](const QJsonObject &) {
-                reached.append(name);
-                require(false, u"Ошибка шага"_s);
-            });
-        }
-        QVERIFY(run.runUntil([&] { return run.model.held() == 3; }));
-        run.engine.pause();
-        run.model.release(u"specialist"_s);
-        run.model.release(u"specialist"_s);
-        run.engine.resume();
-        QCOMPARE(reached, QStringList{u"a"_s});
-        QCOMPARE(run.endings, QStringList{u"FAILED"_s});
-        QCOMPARE(run.error(), u"Ошибка шага"_s);
-    }
-
     void thePhasePassesThroughAllStages()
     {
         EngineFixture run;
@@ -397,18 +333,6 @@ private Q_SLOTS:
                          u"STRUCTURING"_s, u"STRUCTURE_REVIEW"_s, u"EXECUTION"_s, u"VALIDATION"_s, u"COMPLETED"_s}));
         QVERIFY(run.permissions.grants.isEmpty());
         QCOMPARE(run.storedTask()[u"phase"_s].toString(), u"COMPLETED"_s);
-    }
-
-    void aPriorityIsHeldToItsRange()
-    {
-        EngineFixture run;
-        QVERIFY(run.reach(u"PREVIEW"_s));
-        run.engine.priority(u"unknown"_s, 2);
-        for (const auto &[value, held] : QList<std::pair<int, int>>{{7, 2}, {-1, 0}, {1, 1}}) {
-            run.engine.priority(u"notes"_s, value);
-            QCOMPARE(run.node(u"notes"_s)[u"priority"_s].toInt(), held);
-            QCOMPARE(run.stored(u"task_nodes"_s)[0][u"priority"_s].toInt(), held);
-        }
     }
 
     void theStoredTaskIsTheSnapshotWithSlimRuns()
@@ -486,42 +410,30 @@ private Q_SLOTS:
         }
     }
 
-    void aPhaseThatCannotBeStoredEndsTheRunOnce_data()
-    {
-        QTest::addColumn<QString>("phase");
-        QTest::addColumn<QString>("end");
-        for (const QString &phase : busyPhases)
-            QTest::addRow("%s", qPrintable(phase)) << phase << u"FAILED"_s;
-        QTest::newRow("COMPLETED") << u"COMPLETED"_s << u"FAILED"_s;
-        QTest::newRow("FAILED") << u"FAILED"_s << u"FAILED"_s;
-        QTest::newRow("CANCELLED") << u"CANCELLED"_s << u"CANCELLED"_s;
-    }
-
     void aPhaseThatCannotBeStoredEndsTheRunOnce()
     {
-        QFETCH(QString, phase);
-        QFETCH(QString, end);
-        EngineFixture run;
-        run.scriptOneFile(phase == "CLARIFICATION"_L1);
-        run.breakStore(u"NEW.body LIKE '%\"phase\":\"%1\"%'"_s.arg(phase), u"tasks"_s);
-        run.start(u"Файл"_s, phase == "PREVIEW"_L1);
-        if (phase == "FAILED"_L1)
-            run.engine.fail(u"Причина"_s);
-        else if (phase == "CANCELLED"_L1)
-            run.engine.cancel();
-        QVERIFY(run.runToEnd());
-        EngineFixture::settle();
-        QCOMPARE(run.endings, QStringList{end});
-        QVERIFY2(run.error().startsWith(phase == "FAILED"_L1 ? u"Причина"_s : u"SQLite: disk gone"_s),
-                 qPrintable(run.error()));
-        QVERIFY(run.permissions.grants.isEmpty());
-        QVERIFY(run.messages(u"TaskCompleted"_s).isEmpty());
+        for (const QString &phase : {u"COMPLETED"_s, u"FAILED"_s, u"CANCELLED"_s, u"EXECUTION"_s, u"PREVIEW"_s}) {
+            EngineFixture run;
+            run.scriptOneFile();
+            run.breakStore(u"NEW.body LIKE '%\"phase\":\"%1\"%'"_s.arg(phase), u"tasks"_s);
+            run.start(u"Файл"_s, phase == "PREVIEW"_L1);
+            if (phase == "FAILED"_L1)
+                run.engine.fail(u"Причина"_s);
+            else if (phase == "CANCELLED"_L1)
+                run.engine.cancel();
+            QVERIFY(run.runToEnd());
+            EngineFixture::settle();
+            const QString end = phase == "CANCELLED"_L1 ? phase : u"FAILED"_s;
+            QCOMPARE(run.endings, QStringList{end});
+            QVERIFY(run.permissions.grants.isEmpty());
+            QVERIFY(run.messages(u"TaskCompleted"_s).isEmpty());
 
-        run.mendStore();
-        scriptAnswer(run);
-        run.start();
-        QVERIFY(run.runToEnd());
-        QCOMPARE(run.endings, (QStringList{end, u"COMPLETED"_s}));
+            run.mendStore();
+            scriptAnswer(run);
+            run.start();
+            QVERIFY(run.runToEnd());
+            QCOMPARE(run.endings, (QStringList{end, u"COMPLETED"_s}));
+        }
     }
 
     void whoIsToldOfAStepMayEndTheRun_data()

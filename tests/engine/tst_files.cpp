@@ -49,71 +49,37 @@ void releaseAll(PlannedRun &run)
 class FilesTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void anUnsafePathGoesBackToTheCoder_data()
-    {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("fault");
-
-        QTest::newRow("parent") << u"../b.txt"_s << u"Unsafe path component"_s;
-        QTest::newRow("nothing") << QString() << u"Invalid relative path"_s;
-        QTest::newRow("git") << u".GIT/hooks/pre-commit"_s << u"Git metadata is protected"_s;
-        QTest::newRow("through a link") << u"out/b.txt"_s << u"Symlink paths are not allowed"_s;
-    }
-
-    void anUnsafePathGoesBackToTheCoder()
-    {
-        QFETCH(QString, path);
-        QFETCH(QString, fault);
-        const QTemporaryDir outside;
-        PlannedRun run({code(u"a.txt"_s)});
-        QVERIFY(QFile::link(outside.path(), run.projectFile(u"out"_s)));
-        answerFirst(run, {{u"a.txt"_s, u"first"_s}, {path, u"hostile"_s}});
-
-        QCOMPARE(run.ending(), u"COMPLETED"_s);
-
-        QCOMPARE(run.messages(u"AutomaticCorrection"_s), QStringList{u"Уточняю список файлов: "_s + fault});
-        QCOMPARE(run.orders(u"a.txt"_s).size(), 2);
-        QCOMPARE(run.fileContent(u"a.txt"_s), "a.txt\n");
-        QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 1); // nothing of the bad answer was written
-        QCOMPARE(QDir(outside.path()).count(), 2u); // but for . and ..
-        QCOMPARE(run.workspace.files().size(), 1);
-    }
-
-    void aBadListOfFilesGoesBackToTheCoder_data()
-    {
-        using Files = QList<std::pair<QString, QString>>;
-        QTest::addColumn<Files>("files");
-        QTest::addColumn<QString>("fault");
-
-        const auto with
-            = [](const QString &path, const QString &content) { return Files{{u"a.txt"_s, u"1"_s}, {path, content}}; };
-        QTest::newRow("another file") << Files{{u"b.txt"_s, u"1"_s}} << u"В ответе отсутствует ожидаемый файл: a.txt"_s;
-        QTest::newRow("twice in another case") << with(u"A.TXT"_s, u"2"_s) << u"Повторяющийся путь файла: A.TXT"_s;
-        QTest::newRow("another node's with other slashes")
-            << with(u"sub\\other.txt"_s, u"2"_s) << u"Файл уже поручен другому узлу: sub\\other.txt"_s;
-        QTest::newRow("no JSON") << with(u"b.Json"_s, u"{\"a\":"_s) << u"Ошибка JSON в b.Json: unterminated object"_s;
-        QTest::newRow("the first fault") << Files{{u"b.json"_s, u"["_s}, {u"../b"_s, {}}}
-                                         << u"Ошибка JSON в b.json: unterminated array"_s;
-    }
-
     void aBadListOfFilesGoesBackToTheCoder()
     {
         using Files = QList<std::pair<QString, QString>>;
-        QFETCH(Files, files);
-        QFETCH(QString, fault);
-        PlannedRun run({code(u"sub/other.txt"_s), code(u"a.txt"_s)});
-        answerFirst(run, files);
+        const auto with
+            = [](const QString &path, const QString &content) { return Files{{u"a.txt"_s, u"1"_s}, {path, content}}; };
+        const QList<std::pair<Files, QString>> answers{
+            {{{u"b.txt"_s, u"1"_s}}, u"В ответе отсутствует ожидаемый файл: a.txt"_s},
+            {with(u"A.TXT"_s, u"2"_s), u"Повторяющийся путь файла: A.TXT"_s},
+            {with(u"sub\\other.txt"_s, u"2"_s), u"Файл уже поручен другому узлу: sub\\other.txt"_s},
+            {with(u"b.Json"_s, u"{\"a\":"_s), u"Ошибка JSON в b.Json: unterminated object"_s},
+            {with(u"../b.txt"_s, u"2"_s), u"Unsafe path component"_s},
+            {with(u".GIT/hooks/pre-commit"_s, u"2"_s), u"Git metadata is protected"_s},
+            {with(u"out/b.txt"_s, u"2"_s), u"Symlink paths are not allowed"_s},
+        };
+        for (const auto &[files, fault] : answers) {
+            const QTemporaryDir outside;
+            PlannedRun run({code(u"sub/other.txt"_s), code(u"a.txt"_s)});
+            QVERIFY(QFile::link(outside.path(), run.projectFile(u"out"_s)));
+            answerFirst(run, files);
+            QCOMPARE(run.ending(), u"COMPLETED"_s);
 
-        QCOMPARE(run.ending(), u"COMPLETED"_s);
-
-        QCOMPARE(run.messages(u"AutomaticCorrection"_s), QStringList{u"Уточняю список файлов: "_s + fault});
-        QCOMPARE(run.orders(u"a.txt"_s).last()[u"fixes"_s],
-                 QJsonValue(QJsonArray{QJsonObject{{u"issues"_s, QJsonArray{fault}},
-                                                   {u"required_changes"_s, QJsonArray{askedChange(u"a.txt"_s)}}}}));
-        QCOMPARE(run.node(u"a.txt"_s)[u"input"_s][u"output_repairs"_s].toInt(), 1);
-        QVERIFY(run.rows(u"fix_requests"_s).isEmpty());
-        QCOMPARE(run.nodes().size(), 2);
-        QCOMPARE(run.fileContent(u"a.txt"_s), "a.txt\n");
+            QCOMPARE(run.messages(u"AutomaticCorrection"_s), QStringList{u"Уточняю список файлов: "_s + fault});
+            QCOMPARE(run.orders(u"a.txt"_s).last()[u"fixes"_s],
+                     QJsonValue(QJsonArray{QJsonObject{{u"issues"_s, QJsonArray{fault}},
+                                                       {u"required_changes"_s, QJsonArray{askedChange(u"a.txt"_s)}}}}));
+            QVERIFY(run.rows(u"fix_requests"_s).isEmpty());
+            // Nothing of the bad answer was written.
+            QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 1);
+            QCOMPARE(run.workspace.files().size(), 2);
+            QCOMPARE(QDir(outside.path()).count(), 2u); // but for . and ..
+        }
     }
 
     void theFourthBadListEndsTheRun()
@@ -161,26 +127,18 @@ private Q_SLOTS:
         QVERIFY(!planned[4].toObject().contains(u"output"_s));
     }
 
-    void aListOfPathsBecomesTheFirstFile_data()
-    {
-        QTest::addColumn<QString>("path");
-        QTest::newRow("comma") << u"a.txt, b.txt"_s;
-        QTest::newRow("nothing") << QString();
-    }
-
     void aListOfPathsBecomesTheFirstFile()
     {
-        QFETCH(QString, path);
-        QJsonObject node = code(path);
-        node[u"id"_s] = u"both"_s;
-        PlannedRun run({node});
-        run.coder = [](const QJsonObject &, int) { return filesAnswer({{u"a.txt"_s, u"A"_s}, {u"b.txt"_s, u"B"_s}}); };
-
-        QCOMPARE(run.ending(), u"COMPLETED"_s);
-
-        QCOMPARE(run.node(u"both"_s)[u"input"_s][u"path"_s].toString(), u"a.txt"_s);
-        QCOMPARE(titles(run), QStringList({u"Узел "_s + path, u"Создать b.txt"_s}));
-        QCOMPARE(run.fileContent(u"a.txt"_s) + run.fileContent(u"b.txt"_s), "AB");
+        for (const QString &path : {u"a.txt, b.txt"_s, u"b.txt;a.txt"_s, u"a.txt\nb.txt"_s, QString()}) {
+            QJsonObject node = code(path);
+            node[u"id"_s] = u"both"_s;
+            PlannedRun run({node});
+            run.coder
+                = [](const QJsonObject &, int) { return filesAnswer({{u"a.txt"_s, u"A"_s}, {u"b.txt"_s, u"B"_s}}); };
+            QCOMPARE(run.ending(), u"COMPLETED"_s);
+            QCOMPARE(run.node(u"both"_s)[u"input"_s][u"path"_s].toString(), u"a.txt"_s);
+            QCOMPARE(run.fileContent(u"a.txt"_s) + run.fileContent(u"b.txt"_s), "AB");
+        }
     }
 
     void aFullGraphTakesOneFilePerNode()
@@ -238,25 +196,6 @@ private Q_SLOTS:
         QCOMPARE(run.rows(u"fix_requests"_s), QJsonArray{fix});
         QCOMPARE(run.fileContent(u"a.txt"_s), "new");
         QCOMPARE(run.messages(u"FileModified"_s), QStringList({u"a.txt rev1"_s, u"a.txt rev2"_s}));
-    }
-
-    void anApprovalResolvesTheFixesOfItsNodeOnly()
-    {
-        PlannedRun run({code(u"a.txt"_s)});
-        run.objections = {{u"a.txt"_s, 2}};
-        run.when(u"FixRequested"_s, {}, [&] {
-            run.store.put(u"fix_requests"_s, u"f"_s, run.task(),
-                          {{u"id"_s, u"f"_s}, {u"node_id"_s, u"b.txt"_s}, {u"status"_s, u"OPEN"_s}});
-        });
-
-        QCOMPARE(run.ending(), u"Final gate: unresolved fixes"_s);
-
-        QStringList states;
-        const QJsonArray fixes = run.rows(u"fix_requests"_s);
-        for (const QJsonValue &fix : fixes)
-            states.append(fix[u"node_id"_s].toString() + u' ' + fix[u"status"_s].toString());
-        states.sort();
-        QCOMPARE(states, QStringList({u"a.txt RESOLVED"_s, u"a.txt RESOLVED"_s, u"b.txt OPEN"_s}));
     }
 
     void theSixthObjectionEndsTheRun()

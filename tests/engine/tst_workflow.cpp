@@ -244,23 +244,6 @@ private Q_SLOTS:
         }
     }
 
-    void aSecondReviewersQuestionWaits()
-    {
-        ChainRun run({agent(u"a"_s), reviewer(u"r"_s, {u"a"_s}), reviewer(u"s"_s, {u"a"_s})});
-        run.model.answer(u"workflow_reviewer"_s, ScriptedProvider::verdict(u"REVISE"_s, u"Довод"_s));
-        run.start();
-        QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
-        const QString first = run.state(u"decision"_s)[u"id"_s].toString();
-        EngineFixture::settle();
-        run.engine.clarify(u"Да"_s);
-        QVERIFY(run.runUntil([&] {
-            const QString open = run.state(u"decision"_s)[u"id"_s].toString();
-            return !open.isEmpty() && open != first;
-        }));
-        run.engine.clarify(u"Остановить"_s);
-        QCOMPARE(run.endings, QStringList{u"CANCELLED"_s});
-    }
-
     void stagesThatStartTogetherShareTheChain()
     {
         ChainRun run({agent(u"a"_s, {}, {{u"parent"_s, u"coding"_s}})});
@@ -296,40 +279,6 @@ private Q_SLOTS:
                  QJsonArray{seen(u"a"_s)});
         QCOMPARE(run.model.input(u"planner"_s)[u"task"_s][u"media_analysis"_s].toArray(),
                  (QJsonArray{seen(u"a"_s), seen(u"b"_s)}));
-    }
-
-    void orderedAgentsRunWithoutTheirLinks()
-    {
-        ChainRun run({agent(u"a"_s, {}, {{u"tasks"_s, QJsonArray{u"photo"_s}}, {u"media_analysis"_s, u"photo"_s}}),
-                      with(reviewer(u"r"_s, {u"a"_s}), {{u"rules"_s, u"Строго"_s}}), agent(u"idle"_s)});
-        run.engine.automaticRouting = true;
-        QJsonObject chief = ScriptedProvider::specification();
-        chief[u"delegations"_s] = QJsonArray{QJsonObject{{u"agent_id"_s, u"r"_s}, {u"task"_s, u"Проверь"_s}},
-                                             QJsonObject{{u"agent_id"_s, u"a"_s}, {u"task"_s, u"Посмотри"_s}}};
-        run.model.forget(u"orchestrator"_s);
-        run.model.answer(u"orchestrator"_s, chief);
-        run.start();
-        run.model.holding = true;
-        QVERIFY(run.runUntil([&] { return run.model.held() == 1 && run.model.release(); }));
-        QVERIFY(run.holds({u"a"_s, u"r"_s}));
-        run.model.releaseAll();
-        QVERIFY(run.runToEnd());
-        QCOMPARE(run.model.count(u"workflow_reviewer"_s), 0);
-        QCOMPARE(run.model.count(u"specialist"_s), 2);
-        QCOMPARE(run.model.input(u"specialist"_s, 1)[u"agent_rules"_s].toString(),
-                 u"Строго\nТекущее поручение главного: Проверь"_s);
-        QCOMPARE(run.payload(u"r"_s)[u"disabled_dependencies"_s].toArray(), QJsonArray());
-        QCOMPARE(run.state(u"spec"_s)[u"media_analysis"_s].toArray().size(), 1);
-    }
-
-    void aChainThatCannotGoOnEndsTheRun()
-    {
-        ChainRun run({});
-        run.start();
-        run.engine.agentNetwork = {agent(u"a"_s, {u"b"_s}), agent(u"b"_s, {u"a"_s}), agent(u"c"_s)};
-        QVERIFY(run.runToEnd());
-        QCOMPARE(run.error(), u"Цепочка агентов не может продолжиться: проверьте связи"_s);
-        QCOMPARE(run.model.count(u"specialist"_s), 1);
     }
 };
 
