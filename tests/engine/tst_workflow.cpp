@@ -80,15 +80,6 @@ public:
         }
         return {};
     }
-    /// Runs until these are under way, and nothing else.
-    bool holds(const QStringList &ids)
-    {
-        settle();
-        QStringList held;
-        for (const LLMRequest &request : model.requests.mid(model.requests.size() - model.held()))
-            held.append(idOf(request));
-        return held == ids;
-    }
 };
 
 } // namespace

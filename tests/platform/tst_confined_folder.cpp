@@ -15,7 +15,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
-using Kind = ConfinedFolder::Kind;
 using Result = ConfinedFolder::Result;
 
 namespace {
@@ -76,43 +75,6 @@ private Q_SLOTS:
         folder = std::make_unique<QTemporaryDir>();
         confined = ConfinedFolder::hold(QFile::encodeName(folder->path()));
         QVERIFY(confined.has_value());
-    }
-
-    void probeTellsWhatAPathLeadsTo_data()
-    {
-        QTest::addColumn<QByteArray>("name");
-        QTest::addColumn<Kind>("kind");
-        const QList<std::pair<const char *, Kind>> rows{
-            {"d", Kind::Folder},     {"d/file", Kind::File},       {"d/fifo", Kind::Other},
-            {"none", Kind::Missing}, {"none/x", Kind::Missing},    {"d/file/x", Kind::Missing},
-            {"d/link", Kind::Link},  {"d/link/x/y", Kind::Link},   {"dangling", Kind::Link},
-            {"loop/x", Kind::Link},  {"none/link", Kind::Missing},
-        };
-        for (const auto &[name, kind] : rows)
-            QTest::newRow(name) << QByteArray(name) << kind;
-        QTest::newRow("too long a name") << QByteArray(256, 'n') << Kind::Missing;
-        QTest::newRow("too long a path") << QByteArray("d/").repeated(3000) + 'x' << Kind::Missing;
-    }
-
-    void probeTellsWhatAPathLeadsTo()
-    {
-        QFETCH(QByteArray, name);
-        QFETCH(Kind, kind);
-        QCOMPARE(::mkdir(path("d").constData(), 0777), 0);
-        save(path("d/file"), "x");
-        QCOMPARE(::mkfifo(path("d/fifo").constData(), 0666), 0);
-        for (const auto &[target, link] : {std::pair("/tmp", "d/link"), {"nowhere", "dangling"}, {"loop", "loop"}})
-            QCOMPARE(::symlink(target, path(link).constData()), 0);
-
-        for (const auto walk : {ConfinedFolder::Walk::InKernel, ConfinedFolder::Walk::ByComponent}) {
-            confined = ConfinedFolder::hold(QFile::encodeName(folder->path()), walk);
-            QVERIFY(confined.has_value());
-            QCOMPARE(confined->probe(name), kind);
-            ConfinedFolder::Content content;
-            QCOMPARE(confined->read(name, 10, content) == Result::Done, kind == Kind::File);
-        }
-        QVERIFY(!ConfinedFolder::hold(path("d/link")).has_value());
-        QVERIFY(!ConfinedFolder::hold(path("d/file")).has_value());
     }
 
     void whatStandsInTheWayOfANewFileStays_data() { addDeeds(); }

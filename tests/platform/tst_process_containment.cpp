@@ -85,14 +85,6 @@ private Q_SLOTS:
         }
     }
 
-    void aProgramThatCannotBeExecutedIsToldApartFromOneThatFails()
-    {
-        Contained contained;
-        QVERIFY(contained.run(u"/etc/passwd"_s, {}));
-        QVERIFY(contained.containment->failedToStart());
-        QCOMPARE(contained.process.readAllStandardError(), "/etc/passwd: Permission denied\n");
-    }
-
     void eachStepThatCanFailHasItsText()
     {
         const QList<std::pair<int, QString>> steps{{1, u"Cannot set process job limits"_s},

@@ -139,38 +139,34 @@ private Q_SLOTS:
         QCOMPARE(result.retryable, retryable);
     }
 
-    void aFailureSaysWhatAUserCanQuote_data()
-    {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<int>("networkError");
-        QTest::addColumn<QString>("error");
-        QTest::addColumn<bool>("retryable");
-        const auto row = [](const char *name, int status, int networkError, const QString &error, bool retryable) {
-            QTest::newRow(name) << status << networkError << error << retryable;
-        };
-        const QString cut = u"Передача ответа прервалась или превысила время ожидания."_s;
-        row("404", 404, 203, u"Модель или адрес API не найдены. (HTTP 404, сеть 203)"_s, false);
-        row("401", 401, 204, u"API-ключ не принят. Проверьте ключ и регион endpoint. (HTTP 401, сеть 204)"_s, false);
-        row("403", 403, 201, u"Нет доступа к модели. Проверьте разрешения ключа. (HTTP 403, сеть 201)"_s, false);
-        row("429", 429, 299, u"Достигнут лимит запросов провайдера. (HTTP 429, сеть 299)"_s, true);
-        row("500", 500, 401, u"Ошибка на стороне провайдера. (HTTP 500, сеть 401)"_s, true);
-        row("no answer", 0, 1, u"Нет ответа сервера: проверьте соединение и адрес API. (HTTP 0, сеть 1)"_s, true);
-        row("redirect", 302, 0, u"Провайдер отклонил параметры запроса. (HTTP 302, сеть 0)"_s, false);
-        row("given up", 200, 5, cut + u" (HTTP 200, сеть 5)"_s, true);
-    }
-
     void aFailureSaysWhatAUserCanQuote()
     {
-        QFETCH(int, status);
-        QFETCH(int, networkError);
-        QFETCH(QString, error);
-        QFETCH(bool, retryable);
-        StreamState state;
-        state.feed("not json");
-        const LLMResult result = resultOf(state, {status, networkError, false, {}});
-        QCOMPARE(result.error, error);
-        QCOMPARE(result.retryable, retryable);
-        QCOMPARE(result.content, QString());
+        struct Row {
+            int status;
+            int networkError;
+            QString error;
+            bool retryable;
+        };
+        const QString cut = u"Передача ответа прервалась или превысила время ожидания."_s;
+        const QList<Row> rows{
+            {404, 203, u"Модель или адрес API не найдены."_s, false},
+            {401, 204, u"API-ключ не принят. Проверьте ключ и регион endpoint."_s, false},
+            {403, 201, u"Нет доступа к модели. Проверьте разрешения ключа."_s, false},
+            {429, 299, u"Достигнут лимит запросов провайдера."_s, true},
+            {500, 401, u"Ошибка на стороне провайдера."_s, true},
+            {0, 1, u"Нет ответа сервера: проверьте соединение и адрес API."_s, true},
+            {302, 0, u"Провайдер отклонил параметры запроса."_s, false},
+            {200, 5, cut, true},
+            {0, 4, cut, true},
+        };
+        for (const auto &[status, networkError, error, retryable] : rows) {
+            StreamState state;
+            state.feed("not json");
+            const LLMResult result = resultOf(state, {status, networkError, false, {}});
+            QCOMPARE(result.error, error + u" (HTTP %1, сеть %2)"_s.arg(status).arg(networkError));
+            QCOMPARE(result.retryable, retryable);
+            QCOMPARE(result.content, QString());
+        }
     }
 
     void keysAreCutOutOfWhatTheProviderSays()
@@ -185,23 +181,18 @@ private Q_SLOTS:
         QCOMPARE(withoutSecrets(u"sk-1 sk-"_s, {}), u"[ключ скрыт] sk-"_s);
     }
 
-    void thinkingIsLeftOut_data()
-    {
-        QTest::addColumn<QString>("reply");
-        QTest::addColumn<QString>("answer");
-        QTest::newRow("a block with braces") << u"<think>\nmaybe {\"a\":0}?\n</think>\n\n{\"a\":1}"_s << u"{\"a\":1}"_s;
-        QTest::newRow("opened by the template") << u"hm {x}\n</think>{\"a\":1}"_s << u"{\"a\":1}"_s;
-        QTest::newRow("inside the answer") << u"{\"a\":\"</think>\"}"_s << u"{\"a\":\"</think>\"}"_s;
-        QTest::newRow("inside a fence") << u"```json\n{\"a\":\"</think>\"}\n```"_s
-                                        << u"```json\n{\"a\":\"</think>\"}\n```"_s;
-        QTest::newRow("nothing else") << u"<think>x</think>"_s << u""_s;
-    }
-
     void thinkingIsLeftOut()
     {
-        QFETCH(QString, reply);
-        QFETCH(QString, answer);
-        QCOMPARE(withoutThinking(reply), answer);
+        const QString fence = u"```json\n{\"a\":\"</think>\"}\n```"_s;
+        const QList<std::pair<QString, QString>> replies{
+            {u"<think>\nmaybe {\"a\":0}?\n</think>\n\n{\"a\":1}"_s, u"{\"a\":1}"_s},
+            {u"hm {x}\n</think>{\"a\":1}"_s, u"{\"a\":1}"_s}, // opened by the template
+            {u"{\"a\":\"</think>\"}"_s, u"{\"a\":\"</think>\"}"_s},
+            {fence, fence},
+            {u"<think>x</think>"_s, u""_s},
+        };
+        for (const auto &[reply, answer] : replies)
+            QCOMPARE(withoutThinking(reply), answer);
     }
 
     void aReplyWithoutEndIsCut()

@@ -4,7 +4,6 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocalServer>
 #include <QTest>
 
 #include <sys/stat.h>
@@ -117,12 +116,10 @@ private Q_SLOTS:
     void aKeyIsReplacedAndRemoved()
     {
         QVERIFY(startSession());
-
-        const QStringList operations{"read", "a",     "remove", "a",      "save",   "a",    "first", "save",
-                                     "b",    "other", "save",   "a",      "second", "read", "a",     "remove",
-                                     "a",    "read",  "a",      "remove", "a",      "read", "b"};
-        QCOMPARE(results(*session, operations),
-                 QVariantList({"", true, true, true, true, "second", true, "", true, "other"}));
+        QCOMPARE(results(*session, {"save", "a", "first", "save", "b", "other", "save", "a", "second", "read", "a"}),
+                 QVariantList({true, true, true, "second"}));
+        QCOMPARE(results(*session, {"remove", "a", "read", "a", "remove", "a", "read", "b"}),
+                 QVariantList({true, "", true, "other"}));
     }
 
     void whoDeclinesToMakeAKeyringHasNoKeySaved()
@@ -152,17 +149,9 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(session->keyFile()));
     }
 
-    void aPersonUnlocksTheKeyring()
-    {
-        lockKey(Person::Knowing);
-
-        QCOMPARE(results(*session, {"read", "a", "read", "b"}), QVariantList({key, ""}));
-    }
-
     void whoDeclinesIsNotAskedAgainForReading()
     {
         lockKey(Person::DecliningAtFirst);
-
         // The person would give the password on being asked a second time.
         QCOMPARE(results(*session, {"read", "a", "read", "a", "save", "b", "other", "read", "a"}),
                  QVariantList({"", "", true, key}));
@@ -192,22 +181,18 @@ private Q_SLOTS:
         for (int i = 0; i < readings; ++i)
             operations += {"pause", "read", "a"};
         Tool tool(*session, operations);
-
         QCOMPARE(tool.next()["result"].toBool(true), false);
         QString read;
-        int longestMs = 0;
         for (int i = 0; i < readings && read.isEmpty(); ++i) {
             QTest::qWait(100);
             tool.goOn();
             tool.next();
             const QJsonObject line = tool.next();
             read = line["result"].toString();
-            longestMs = std::max(longestMs, line["ms"].toInt());
+            QCOMPARE_LT(line["ms"].toInt(), 1000);
         }
-
         // What was told to have failed isn't done later on.
         QCOMPARE(read, key);
-        QCOMPARE_LT(longestMs, 1000);
     }
 
     void aKeyringThatHangsCostsThreeSecondsOnce()
@@ -218,39 +203,20 @@ private Q_SLOTS:
         Tool tool(*session, {"read", "a", "read", "a", "save", "a", "new", "pause", "read", "a"});
 
         const QJsonObject first = tool.next();
-        const QJsonObject second = tool.next();
-        const QJsonObject saved = tool.next();
-        session->resumeKeyring();
-        tool.goOn();
-        tool.next();
-        const QJsonObject afterwards = tool.next();
-
         QCOMPARE(first["result"].toString(), "");
         QCOMPARE_GE(first["ms"].toInt(), 2500);
         QCOMPARE_LT(first["ms"].toInt(), 4500);
+        const QJsonObject second = tool.next();
         QCOMPARE(second["result"].toString(), "");
         QCOMPARE_LT(second["ms"].toInt(), 1500);
-        QCOMPARE(saved["result"].toBool(true), false);
-        QCOMPARE(afterwards["result"].toString(), key);
+        QCOMPARE(tool.next()["result"].toBool(true), false);
+
+        session->resumeKeyring();
+        tool.goOn();
+        tool.next();
+        QCOMPARE(tool.next()["result"].toString(), key);
         QVERIFY(tool.ends());
-        const QByteArray log = tool.log();
-        QVERIFY2(log.contains("не отвечает"), log);
-        QVERIFY(!QFile::exists(session->keyFile()));
-    }
-
-    void aBusThatDoesNotAnswerCostsThreeSecondsOnce()
-    {
-        // Connections wait for ever to be taken.
-        QLocalServer bus;
-        QVERIFY2(bus.listen(session->dataFolder() + "-bus"), qPrintable(bus.errorString()));
-        session->environment.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + bus.fullServerName());
-
-        const Outcome outcome = run(*session, {"save", "a", key, "read", "a", "remove", "a"});
-
-        QCOMPARE(outcome.results, QVariantList({false, "", false}));
-        QCOMPARE_GE(outcome.ms[0], 2500);
-        QCOMPARE_LT(outcome.ms[0], 4500);
-        QCOMPARE_LT(outcome.ms[1], 1500);
+        QVERIFY(tool.log().contains("не отвечает"));
         QVERIFY(!QFile::exists(session->keyFile()));
     }
 
@@ -268,34 +234,24 @@ private Q_SLOTS:
         QVERIFY(tool.ends());
     }
 
-    void withoutAServiceTheFileIsUsed_data()
-    {
-        QTest::addColumn<QString>("address");
-        QTest::newRow("no bus") << "disabled:";
-        QTest::newRow("a bus to be started") << "autolaunch:";
-        QTest::newRow("a bus without the service") << "bus";
-    }
-
     void withoutAServiceTheFileIsUsed()
     {
-        QFETCH(QString, address);
-        session->environment.insert("DBUS_SESSION_BUS_ADDRESS", address);
-        if (address == "bus")
-            QVERIFY(session->startBus());
+        for (const QString &address : {u"disabled:"_s, u"autolaunch:"_s, u"unix:path=/nonexistent/bus"_s}) {
+            init();
+            session->environment.insert("DBUS_SESSION_BUS_ADDRESS", address);
+            const Outcome saved = run(*session, {"save", "a", "ключ", "save", "b", key, "read", "b", "remove", "c"});
+            const Outcome read = run(*session, {"read", "a", "remove", "a", "read", "a", "read", "b"});
 
-        const Outcome saved = run(*session, {"save", "a", "ключ", "save", "b", key, "read", "b", "remove", "c"});
-        const Outcome read = run(*session, {"read", "a", "remove", "a", "read", "a", "read", "b"});
-
-        QCOMPARE(saved.results, QVariantList({true, true, key, true}));
-        QCOMPARE(read.results, QVariantList({"ключ", true, "", key}));
-        for (const Outcome *outcome : {&saved, &read}) {
-            QCOMPARE(outcome->log.count('\n'), 1);
-            QVERIFY2(outcome->log.contains(session->keyFile().toUtf8()), outcome->log);
-            QVERIFY(!outcome->log.contains(key));
+            QCOMPARE(saved.results, QVariantList({true, true, key, true}));
+            QCOMPARE(read.results, QVariantList({"ключ", true, "", key}));
+            for (const Outcome *outcome : {&saved, &read}) {
+                QCOMPARE(outcome->log.count('\n'), 1);
+                QVERIFY2(outcome->log.contains(session->keyFile().toUtf8()), outcome->log);
+                QVERIFY(!outcome->log.contains(key));
+            }
+            QCOMPARE(QFile::permissions(session->keyFile()),
+                     QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser);
         }
-        struct stat status;
-        QCOMPARE(::lstat(session->keyFile().toLocal8Bit().constData(), &status), 0);
-        QCOMPARE(status.st_mode, mode_t(S_IFREG | 0600));
     }
 
     void withoutLibsecretTheFileIsUsed()
@@ -315,36 +271,22 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(session->keyFile()));
     }
 
-    void theFileCanBeDemanded()
-    {
-        QVERIFY(startSession());
-        session->environment.insert("VESK_SECRETS", "file");
-        const Outcome file = run(*session, {"save", "a", key, "read", "a", "ask", "a", "1000"});
-        QCOMPARE(file.results, QVariantList({true, key, "Missing"}));
-        QCOMPARE(file.log, QByteArray());
-        QVERIFY(QFile::exists(session->keyFile()));
-    }
-
     void aKeyMovesFromTheFileToTheService()
     {
-        QCOMPARE(results(*session, {"save", "a", key, "save", "b", "other"}), QVariantList({true, true}));
-        QVERIFY(startSession());
-        QCOMPARE(results(*session, {"read", "a", "save", "a", "new", "read", "a"}), QVariantList({key, true, "new"}));
-
+        // Only where the file may be used at all.
+        session->environment.insert("VESK_SECRETS", "service");
+        QCOMPARE(results(*session, {"save", "a", key, "read", "a", "remove", "a"}), QVariantList({false, "", false}));
+        QVERIFY(!QDir(session->dataFolder()).exists());
         session->environment.insert("VESK_SECRETS", "file");
-        QCOMPARE(results(*session, {"read", "a", "read", "b"}), QVariantList({"", "other"}));
-    }
+        QCOMPARE(results(*session, {"save", "a", key, "save", "b", "other", "save", "c", key}),
+                 QVariantList({true, true, true}));
 
-    void aRemovedKeyIsGoneFromBoth()
-    {
         QVERIFY(startSession());
-        QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-        QProcessEnvironment there = session->environment;
+        session->environment.remove("VESK_SECRETS");
+        QCOMPARE(results(*session, {"read", "a", "save", "a", "new", "read", "a", "remove", "c", "read", "c"}),
+                 QVariantList({key, true, "new", true, ""}));
         session->environment.insert("VESK_SECRETS", "file");
-        QCOMPARE(results(*session, {"save", "a", "other"}), QVariantList{true});
-        session->environment = there;
-
-        QCOMPARE(results(*session, {"remove", "a", "read", "a"}), QVariantList({true, ""}));
+        QCOMPARE(results(*session, {"read", "a", "read", "b", "read", "c"}), QVariantList({"", "other", ""}));
     }
 
     void aRefusedFileGivesNoKeyAndTellsWhy()
@@ -361,46 +303,30 @@ private Q_SLOTS:
 
     void processesThatSaveAtOnceLoseNothing()
     {
-        constexpr int processes = 4;
-        constexpr int each = 25;
         session->environment.insert("VESK_SECRETS", "file");
+        const QString large(20000, 'x');
+        QCOMPARE(results(*session, {"save", "a", large}), QVariantList{true});
         std::vector<std::unique_ptr<Tool>> tools;
-        for (int i = 0; i < processes; ++i)
-            tools.push_back(
-                std::make_unique<Tool>(*session, QStringList{"fill", QString("p%1-").arg(i), QString::number(each)}));
+        for (int i = 0; i < 4; ++i)
+            tools.push_back(std::make_unique<Tool>(*session, QStringList{"fill", QString("p%1-").arg(i), "25"}));
+
+        // A reader sees the file whole meanwhile.
+        QStringList reading;
+        for (int i = 0; i < 200; ++i)
+            reading += {"read", "a"};
+        QCOMPARE(results(*session, reading), QVariantList(200, large));
         for (const std::unique_ptr<Tool> &tool : tools) {
             QCOMPARE(tool->next()["result"].toBool(), true);
             QVERIFY(tool->ends());
         }
 
-        QStringList reading;
+        reading.clear();
         QVariantList expected;
-        for (int i = 0; i < processes * each; ++i) {
-            expected.append(QString("p%1-%2").arg(i / each).arg(i % each));
+        for (int i = 0; i < 100; ++i) {
+            expected.append(QString("p%1-%2").arg(i / 25).arg(i % 25));
             reading += {"read", expected.last().toString()};
         }
         QCOMPARE(results(*session, reading), expected);
-    }
-
-    void aReaderSeesTheFileWhole()
-    {
-        session->environment.insert("VESK_SECRETS", "file");
-        const QString large(20000, 'x');
-        QCOMPARE(results(*session, {"save", "a", large}), QVariantList{true});
-        Tool writer(*session, {"fill", "b", "60"});
-
-        QStringList reading;
-        QVariantList expected;
-        for (int i = 0; i < 400; ++i) {
-            reading += {"read", "a"};
-            expected.append(large);
-        }
-        const Outcome outcome = run(*session, reading);
-
-        QCOMPARE(outcome.results, expected);
-        QCOMPARE(outcome.log, QByteArray());
-        QCOMPARE(writer.next()["result"].toBool(), true);
-        QVERIFY(writer.ends());
     }
 
     void nothingOfAKeyStaysInMemory()
