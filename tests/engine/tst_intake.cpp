@@ -86,24 +86,20 @@ private Q_SLOTS:
         QVERIFY(run.permissions.grants.isEmpty());
     }
 
-    void anOrderThatCannotBeGivenEndsTheRun_data()
-    {
-        QTest::addColumn<QJsonValue>("bad");
-        QTest::addColumn<QString>("error");
-        const QString noTask = u"Главный не указал задание помощнику"_s;
-        const QString noAgent = u"Главный выбрал недоступного агента: "_s;
-        QTest::newRow("a blank task") << QJsonValue(order(u"x"_s, u" \t"_s)) << noTask;
-        QTest::newRow("an agent switched off") << QJsonValue(order(u"off"_s, u"Дело"_s)) << noAgent + u"off"_s;
-        QTest::newRow("no object") << QJsonValue(u"a"_s) << noTask;
-    }
-
     void anOrderThatCannotBeGivenEndsTheRun()
     {
-        QFETCH(QJsonValue, bad);
-        AutonomousRun run({orders({order(u"a"_s, u"Дело"_s), bad})});
-        run.engine.agentNetwork.append(QJsonObject{{u"id"_s, u"off"_s}});
-        QTEST(run.ending(), "error");
-        QCOMPARE(run.model.asked(), QStringList{u"orchestrator"_s});
+        const QString noTask = u"Главный не указал задание помощнику"_s;
+        const QList<std::pair<QJsonValue, QString>> bad{
+            {order(u"x"_s, u" \t"_s), noTask},
+            {u"a"_s, noTask},
+            {order(u"off"_s, u"Дело"_s), u"Главный выбрал недоступного агента: off"_s},
+        };
+        for (const auto &[wrong, error] : bad) {
+            AutonomousRun run({orders({order(u"a"_s, u"Дело"_s), wrong})});
+            run.engine.agentNetwork.append(QJsonObject{{u"id"_s, u"off"_s}});
+            QCOMPARE(run.ending(), error);
+            QCOMPARE(run.model.asked(), QStringList{u"orchestrator"_s});
+        }
     }
 
     void anOrderIsGivenOnce()
@@ -146,51 +142,42 @@ private Q_SLOTS:
                  longTask.first(8000));
     }
 
-    void theChiefDecidesHowTheRunGoesOn_data()
-    {
-        QTest::addColumn<bool>("automatic");
-        QTest::addColumn<QJsonObject>("answer");
-        QTest::addColumn<bool>("simulation");
-        QTest::addColumn<QString>("phase"); // the first one after INTAKE
-        QTest::addColumn<QString>("error");
-        const auto execute
-            = [](const QJsonArray &nodes) { return chief({{u"action"_s, u"EXECUTE"_s}, {u"nodes"_s, nodes}}); };
-        const auto node = [](const QStringList &after) {
-            return ScriptedProvider::node(u"n"_s, u"code"_s, {{u"path"_s, u"n.md"_s}}, after);
-        };
-        const QString none;
-        QTest::newRow("answer") << true << ScriptedProvider::answerOnly() << false << u"COMPLETED"_s << none;
-        QTest::newRow("no answer") << true << ScriptedProvider::answerOnly(u" \n"_s) << false << u"FAILED"_s
-                                   << u"Главный не вернул ответ"_s;
-        QTest::newRow("execute") << true << execute({node({})}) << false << u"EXECUTION"_s << none;
-        QTest::newRow("simulate") << true << execute({node({})}) << true << u"PREVIEW"_s << none;
-        QTest::newRow("no actions") << true << execute({}) << false << u"FAILED"_s << u"Главный не вернул действия"_s;
-        QTest::newRow("plan") << true << chief({{u"action"_s, u"PLAN"_s}}) << false << u"PLANNING"_s << none;
-        QTest::newRow("an unknown action")
-            << true << chief({{u"action"_s, u"answer"_s}}) << false << u"PLANNING"_s << none;
-        QTest::newRow("by hand, answer") << false << ScriptedProvider::answerOnly() << false << u"PLANNING"_s << none;
-        QTest::newRow("by hand, orders") << false << orders({order(u"x"_s, u""_s)}) << false << u"PLANNING"_s << none;
-    }
-
     void theChiefDecidesHowTheRunGoesOn()
     {
-        QFETCH(bool, automatic);
-        QFETCH(QJsonObject, answer);
-        QFETCH(bool, simulation);
-        QFETCH(QString, phase);
-        AutonomousRun run({answer});
-        run.engine.automaticRouting = automatic;
-        run.start(u"Файл"_s, simulation);
-        QVERIFY(run.runUntil([&] { return run.messages(u"PhaseChanged"_s).size() == 2; }));
-        QCOMPARE(run.messages(u"PhaseChanged"_s).last(), phase);
-        QTEST(run.error(), "error");
-        if (phase == "PLANNING"_L1)
-            return;
-        QCOMPARE(run.model.count(u"planner"_s), 0);
-        QCOMPARE(run.state(u"plan"_s)[u"revision"_s].toInt(),
-                 answer[u"action"_s] == "EXECUTE"_L1 && !answer[u"nodes"_s].toArray().isEmpty() ? 1 : 0);
-        if (phase == "EXECUTION"_L1)
-            QCOMPARE(run.ending(), u"COMPLETED"_s);
+        struct Row {
+            QJsonObject answer;
+            QString phase; ///< The first one after INTAKE.
+            QString error{};
+            bool automatic = true;
+            bool simulation = false;
+        };
+        const auto execute
+            = [](const QJsonArray &nodes) { return chief({{u"action"_s, u"EXECUTE"_s}, {u"nodes"_s, nodes}}); };
+        const QJsonArray nodes{ScriptedProvider::node(u"n"_s, u"code"_s, {{u"path"_s, u"n.md"_s}})};
+        const QList<Row> rows{
+            {ScriptedProvider::answerOnly(), u"COMPLETED"_s},
+            {ScriptedProvider::answerOnly(u" \n"_s), u"FAILED"_s, u"Главный не вернул ответ"_s},
+            {execute(nodes), u"EXECUTION"_s},
+            {execute(nodes), u"PREVIEW"_s, {}, true, true},
+            {execute({}), u"FAILED"_s, u"Главный не вернул действия"_s},
+            {chief({{u"action"_s, u"PLAN"_s}}), u"PLANNING"_s},
+            {chief({{u"action"_s, u"answer"_s}}), u"PLANNING"_s},
+            {ScriptedProvider::answerOnly(), u"PLANNING"_s, {}, false},
+            {orders({order(u"x"_s, u""_s)}), u"PLANNING"_s, {}, false},
+        };
+        for (const auto &[answer, phase, error, automatic, simulation] : rows) {
+            AutonomousRun run({answer});
+            run.engine.automaticRouting = automatic;
+            run.start(u"Файл"_s, simulation);
+            QVERIFY(run.runUntil([&] { return run.messages(u"PhaseChanged"_s).size() == 2; }));
+            QCOMPARE(run.messages(u"PhaseChanged"_s).last(), phase);
+            QCOMPARE(run.error(), error);
+            if (phase == "EXECUTION"_L1) {
+                QCOMPARE(run.state(u"plan"_s)[u"revision"_s].toInt(), 1);
+                QCOMPARE(run.ending(), u"COMPLETED"_s);
+                QCOMPARE(run.model.count(u"planner"_s), 0);
+            }
+        }
     }
 
     void questionsComeFirst()
@@ -283,50 +270,42 @@ private Q_SLOTS:
         QCOMPARE(run.state(u"spec"_s)[u"decisions"_s].toArray().size(), 2);
     }
 
-    void theCoordinatorAsksOnlyWhatIsNew_data()
-    {
-        QTest::addColumn<QString>("topic");
-        QTest::addColumn<QJsonValue>("needsUser");
-        QTest::addColumn<QString>("question");
-        QTest::addColumn<bool>("asked");
-        const QJsonValue yes(true);
-        const QString routine = u"Стоит ли  Продолжить и Исправить это?"_s;
-        QTest::newRow("needed") << u"code"_s << yes << u"Какой цвет?"_s << true;
-        QTest::newRow("not needed") << u"code"_s << QJsonValue(false) << u"Какой цвет?"_s << false;
-        QTest::newRow("a repeat") << u"plan"_s << yes << u" СТАРЫЙ \n вопрос? "_s << false;
-        QTest::newRow("routine, code") << u"code"_s << yes << routine << false;
-        QTest::newRow("routine, final") << u"final"_s << yes << u" ПРОДОЛЖИТЬ? "_s << false;
-        QTest::newRow("routine, plan") << u"plan"_s << yes << u"Продолжить?"_s << true;
-        QTest::newRow("routine, but long")
-            << u"code"_s << yes << u"продолжить, исправить "_s + QString(158, u'я') << true;
-    }
-
     void theCoordinatorAsksOnlyWhatIsNew()
     {
-        QFETCH(QString, topic);
-        QFETCH(QJsonValue, needsUser);
-        QFETCH(QString, question);
-        QFETCH(bool, asked);
-        AskingRun run;
-        run.askUser(u"Старый вопрос?"_s);
-        run.engine.clarify(u"Да"_s);
-        run.model.answer(u"coordinator"_s,
-                         {{u"needs_user"_s, needsUser},
-                          {u"summary"_s, u"Итог"_s},
-                          {u"question"_s, question},
-                          {u"options"_s, QJsonArray{u"Да"_s}}});
-        int continued = 0;
-        run.engine.consult(topic, {{u"plan"_s, 1}}, [&] { ++continued; });
-        QVERIFY(run.runUntil([&] { return run.model.release(u"coordinator"_s); }));
-        QCOMPARE(run.model.artifact(u"coordinator"_s), (QJsonObject{{u"plan"_s, 1}, {u"topic"_s, topic}}));
-        QCOMPARE(run.messages(u"AutomaticCorrection"_s), asked ? QStringList() : QStringList{u"Итог"_s});
-        QCOMPARE(continued, asked ? 0 : 1);
-        if (!asked)
-            return;
-        QCOMPARE(run.state(u"decision"_s)[u"question"_s].toString(), question);
-        QCOMPARE(run.state(u"decision"_s)[u"options"_s].toArray(), QJsonArray{u"Да"_s});
-        run.engine.clarify(u"Да"_s);
-        QCOMPARE(continued, 1);
+        struct Row {
+            QString topic;
+            QString question;
+            bool asked;
+            bool needsUser = true;
+        };
+        const QList<Row> rows{
+            {u"code"_s, u"Какой цвет?"_s, true},
+            {u"code"_s, u"Какой цвет?"_s, false, false},
+            {u"plan"_s, u" СТАРЫЙ \n вопрос? "_s, false},
+            {u"code"_s, u"Стоит ли  Продолжить и Исправить это?"_s, false},
+            {u"final"_s, u" ПРОДОЛЖИТЬ? "_s, false},
+            {u"plan"_s, u"Продолжить?"_s, true},
+            {u"code"_s, u"продолжить, исправить "_s + QString(158, u'я'), true},
+        };
+        for (const auto &[topic, question, asked, needsUser] : rows) {
+            AskingRun run;
+            run.askUser(u"Старый вопрос?"_s);
+            run.engine.clarify(u"Да"_s);
+            run.model.answer(u"coordinator"_s,
+                             {{u"needs_user"_s, needsUser},
+                              {u"summary"_s, u"Итог"_s},
+                              {u"question"_s, question},
+                              {u"options"_s, QJsonArray{u"Да"_s}}});
+            int continued = 0;
+            run.engine.consult(topic, {{u"plan"_s, 1}}, [&] { ++continued; });
+            QVERIFY(run.runUntil([&] { return run.model.release(u"coordinator"_s); }));
+            QCOMPARE(run.model.artifact(u"coordinator"_s), (QJsonObject{{u"plan"_s, 1}, {u"topic"_s, topic}}));
+            QCOMPARE(continued, asked ? 0 : 1);
+            QCOMPARE(run.state(u"decision"_s)[u"question"_s].toString(), asked ? question : QString());
+            if (asked)
+                run.engine.clarify(u"Да"_s);
+            QCOMPARE(continued, 1);
+        }
     }
 };
 

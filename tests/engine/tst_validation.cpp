@@ -248,40 +248,37 @@ private Q_SLOTS:
         QCOMPARE(run.ending(), u"Для проверок не осталось места в плане; разделите проект на этапы"_s);
     }
 
-    void aPageIsOpenedInABrowserAndRepaired_data()
-    {
-        QTest::addColumn<QStringList>("paths");
-        QTest::addColumn<QString>("built");
-        QTest::addColumn<QString>("page");
-        QTest::newRow("the only one") << QStringList{u"a.txt"_s, u"sub/p.html"_s} << QString() << u"sub/p.html"_s;
-        QTest::newRow("the start page") << QStringList{u"b.html"_s, u"index.html"_s} << QString() << u"index.html"_s;
-        QTest::newRow("the built one") << QStringList{u"index.html"_s} << u"dist/index.html"_s << u"dist/index.html"_s;
-    }
-
     void aPageIsOpenedInABrowserAndRepaired()
     {
-        QFETCH(QStringList, paths);
-        QFETCH(QString, built);
-        QFETCH(QString, page);
-        const BrowserCheck tools;
-        QJsonArray plan;
-        for (const QString &path : paths)
-            plan.append(code(path));
-        PlannedRun run(plan);
-        run.engine.computerAccess = true;
-        if (built.isEmpty())
-            run.texts = {{page, {u"error"_s, u"well"_s}}};
-        else
-            QVERIFY(QDir().mkpath(run.projectFile(u"dist"_s)) && run.save(built, "well"));
-        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        struct Row {
+            QStringList paths;
+            QString page;
+            bool built = false;
+        };
+        const QList<Row> rows{{{u"a.txt"_s, u"sub/p.html"_s}, u"sub/p.html"_s},
+                              {{u"b.html"_s, u"index.html"_s}, u"index.html"_s},
+                              {{u"index.html"_s}, u"dist/index.html"_s, true}};
+        for (const auto &[paths, page, built] : rows) {
+            const BrowserCheck tools;
+            QJsonArray plan;
+            for (const QString &path : paths)
+                plan.append(code(path));
+            PlannedRun run(plan);
+            run.engine.computerAccess = true;
+            if (built)
+                QVERIFY(QDir().mkpath(run.projectFile(u"dist"_s)) && run.save(page, "well"));
+            else
+                run.texts = {{page, {u"error"_s, u"well"_s}}};
+            QCOMPARE(run.ending(), u"COMPLETED"_s);
 
-        const QJsonObject check = nodeTitled(run, u"Проверить сайт в браузере"_s);
-        QCOMPARE(check[u"input"_s][u"arguments"_s],
-                 QJsonValue(QJsonArray{tools.script, tools.programs.path(u"microsoft-edge"_s),
-                                       run.workspace.root() + u'/' + page}));
-        QCOMPARE(check[u"input"_s][u"timeout_ms"_s].toInt(), 35000);
-        QCOMPARE(strings(check[u"dependencies"_s].toArray()), paths);
-        QCOMPARE(run.calls(check[u"id"_s].toString()), built.isEmpty() ? 2 : 1);
+            const QJsonObject check = nodeTitled(run, u"Проверить сайт в браузере"_s);
+            QCOMPARE(check[u"input"_s][u"arguments"_s],
+                     QJsonValue(QJsonArray{tools.script, tools.programs.path(u"microsoft-edge"_s),
+                                           run.workspace.root() + u'/' + page}));
+            QCOMPARE(check[u"input"_s][u"timeout_ms"_s].toInt(), 35000);
+            QCOMPARE(strings(check[u"dependencies"_s].toArray()), paths);
+            QCOMPARE(run.calls(check[u"id"_s].toString()), built ? 1 : 2);
+        }
     }
 
     void noBrowserCheckWhereItCannotRun()

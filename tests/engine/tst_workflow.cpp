@@ -1,4 +1,5 @@
 #include "engine_fixture.h"
+#include "json_text.h"
 
 #include "workflow.h"
 
@@ -116,36 +117,34 @@ private Q_SLOTS:
         QTEST(EngineFixture::errorOf([&] { validateAgentWorkflow(network); }), "error");
     }
 
-    void whoRunsInFrontOfAStage_data()
-    {
-        QTest::addColumn<QJsonObject>("fields");
-        QTest::addColumn<QString>("media"); // i: an image, v: a video
-        QTest::addColumn<bool>("runs");
-        const auto analyst = [](const QString &kind, const QJsonArray &tasks) {
-            return QJsonObject{{u"media_analysis"_s, kind}, {u"tasks"_s, tasks}};
-        };
-        const QString none;
-        QTest::newRow("off") << QJsonObject{{u"enabled"_s, false}} << none << false;
-        QTest::newRow("elsewhere") << QJsonObject{{u"parent"_s, u"coding"_s}} << none << false;
-        QTest::newRow("free") << QJsonObject{{u"mode"_s, u"delegate"_s}} << none << false;
-        QTest::newRow("no tasks left") << QJsonObject{{u"tasks"_s, QJsonArray()}} << u"iv"_s << false;
-        QTest::newRow("photo, image") << analyst(u"photo"_s, {u"photo"_s}) << u"vi"_s << true;
-        QTest::newRow("photo, video") << analyst(u"photo"_s, {u"photo"_s, u"ocr"_s}) << u"v"_s << false;
-        QTest::newRow("video, image") << analyst(u"video"_s, {u"video"_s}) << u"i"_s << false;
-        QTest::newRow("both, video") << analyst(u"both"_s, {u"ocr"_s}) << u"v"_s << true;
-        QTest::newRow("both, nothing") << analyst(u"both"_s, {u"ocr"_s}) << none << false;
-    }
-
     void whoRunsInFrontOfAStage()
     {
-        QFETCH(QJsonObject, fields);
-        QFETCH(QString, media);
-        QFETCH(bool, runs);
-        QJsonArray items;
-        for (const QChar letter : media)
-            items.append(QJsonObject{{u"kind"_s, letter == u'i' ? u"image"_s : u"video"_s}});
-        const QJsonObject candidate = agent(u"a"_s, {}, fields);
-        QCOMPARE(chainMembers({candidate}, u"planner"_s, items), runs ? QJsonArray{candidate} : QJsonArray());
+        struct Row {
+            QString fields;
+            QString media; ///< i: an image, v: a video
+            bool runs;
+        };
+        const QList<Row> rows{
+            {u"{'enabled':false}"_s, {}, false},
+            {u"{'parent':'coding'}"_s, {}, false},
+            {u"{'mode':'delegate'}"_s, {}, false},
+            {u"{'tasks':[]}"_s, u"iv"_s, false},
+            {u"{'tasks':['photo']}"_s, {}, true},
+            {u"{'media_analysis':'photo','tasks':['photo']}"_s, u"vi"_s, true},
+            {u"{'media_analysis':'photo','tasks':['photo','ocr']}"_s, u"v"_s, false},
+            {u"{'media_analysis':'photo','tasks':['photo','code']}"_s, u"v"_s, true},
+            {u"{'media_analysis':'video','tasks':['video']}"_s, u"i"_s, false},
+            {u"{'media_analysis':'both','tasks':['ocr']}"_s, u"v"_s, true},
+            {u"{'media_analysis':'both','tasks':['ocr']}"_s, {}, false},
+        };
+        for (const auto &[fields, media, runs] : rows) {
+            QJsonArray items;
+            for (const QChar letter : media)
+                items.append(QJsonObject{{u"kind"_s, letter == u'i' ? u"image"_s : u"video"_s}});
+            const QJsonObject candidate = agent(u"a"_s, {}, object(fields));
+            QVERIFY2(chainMembers({candidate}, u"planner"_s, items) == (runs ? QJsonArray{candidate} : QJsonArray()),
+                     qPrintable(fields));
+        }
     }
 
     void aChainHandsItsResultsOn()

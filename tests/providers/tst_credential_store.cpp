@@ -236,9 +236,11 @@ private Q_SLOTS:
 
     void withoutAServiceTheFileIsUsed()
     {
-        for (const QString &address : {u"disabled:"_s, u"autolaunch:"_s, u"unix:path=/nonexistent/bus"_s}) {
+        for (const QString &address : {u"disabled:"_s, u"autolaunch:"_s, u"unix:path=/nonexistent/bus"_s, u"bus"_s}) {
             init();
             session->environment.insert("DBUS_SESSION_BUS_ADDRESS", address);
+            if (address == "bus") // one without the service
+                QVERIFY(session->startBus());
             const Outcome saved = run(*session, {"save", "a", "ключ", "save", "b", key, "read", "b", "remove", "c"});
             const Outcome read = run(*session, {"read", "a", "remove", "a", "read", "a", "read", "b"});
 
