@@ -164,12 +164,8 @@ private Q_SLOTS:
         PlannedRun run({code(u"a.txt"_s)});
         run.objections = {{u"a.txt"_s, 1}};
         run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
-
         QCOMPARE(run.ending(), u"COMPLETED"_s);
-
-        const QJsonObject review = run.artifact(u"integration_reviewer"_s);
-        QCOMPARE(review[u"file"_s][u"content"_s].toString(), u"old"_s);
-        QCOMPARE(review[u"structure"_s], run.state(u"structure"_s));
+        QCOMPARE(run.artifact(u"integration_reviewer"_s)[u"file"_s][u"content"_s].toString(), u"old"_s);
 
         // Only the reviewer that objected orders anything.
         const QJsonArray fixes = run.orders(u"a.txt"_s).last()[u"fixes"_s].toArray();
@@ -185,11 +181,8 @@ private Q_SLOTS:
                               {u"description"_s, QJsonArray{u"Плохо 1"_s}},
                               {u"proposed_solution"_s, QJsonArray{u"Плохо 1"_s}},
                               {u"status"_s, u"OPEN"_s}}));
-        QCOMPARE(run.eventsOf(u"FixRequested"_s).first()[u"data"_s].toObject(), fix);
-        const QJsonObject asked = run.artifact(u"coordinator"_s);
-        QCOMPARE(asked[u"topic"_s].toString(), u"code"_s);
-        QCOMPARE(asked[u"file"_s][u"revision"_s].toInt(), 1);
-        QCOMPARE(asked[u"fixes"_s].toArray(), fixes);
+        QCOMPARE(run.artifact(u"coordinator"_s)[u"topic"_s].toString(), u"code"_s);
+        QCOMPARE(run.artifact(u"coordinator"_s)[u"fixes"_s].toArray(), fixes);
 
         fix[u"status"_s] = u"RESOLVED"_s;
         fix[u"resolved_revision"_s] = 2;

@@ -180,16 +180,11 @@ private Q_SLOTS:
         QCOMPARE(orders[1][u"segment"_s], segment(2, 15000, 5000, parts[0].right(6000)));
         QCOMPARE(orders[2][u"segment"_s], segment(3, 19900, 100, (parts[0] + parts[1]).right(6000)));
         QCOMPARE(run.fileContent(u"book.md"_s), parts.join(QString()).toUtf8());
-        QCOMPARE(draftOf(run, u"book.md"_s),
-                 QJsonObject({{u"type"_s, u"DocumentDraft"_s},
-                              {u"path"_s, u"book.md"_s},
-                              {u"content"_s, parts.join(QString())},
-                              {u"part"_s, 3}}));
+        QCOMPARE(draftOf(run, u"book.md"_s)[u"content"_s].toString(), parts.join(QString()));
 
         // However much stands there, a document is produced afresh.
         QCOMPARE(run.ending(), u"COMPLETED"_s);
         QVERIFY(!run.orders(u"book.md"_s).last().contains(u"previous_file"_s));
-        QCOMPARE(run.node(u"book.md"_s)[u"revision"_s].toInt(), 2);
     }
 
     void aPartThatDoesNotFitEndsTheRunAndTheDraftStays()
