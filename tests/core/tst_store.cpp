@@ -1,7 +1,7 @@
-#include "helpers.h"
+#include "error_of.h"
+#include "files.h"
 #include "store.h"
 
-#include <QFile>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QTemporaryDir>
@@ -23,16 +23,6 @@ QList<int> numbers(const QJsonArray &array)
     for (const QJsonValue &value : array)
         list.append(value["n"_L1].toInt());
     return list;
-}
-
-QString errorOf(const std::function<void()> &work)
-{
-    try {
-        work();
-    } catch (const std::runtime_error &error) {
-        return textOf(error);
-    }
-    return {};
 }
 
 /// `now()` has milliseconds; two puts within one are ordered by place.
@@ -193,15 +183,11 @@ private Q_SLOTS:
     {
         const QString path = folder.filePath(u"letter.sqlite"_s);
         const QByteArray letter = QByteArray("Dear reader, this is no database. ").repeated(100);
-        QFile out(path);
-        QVERIFY(out.open(QIODevice::WriteOnly));
-        out.write(letter);
-        out.close();
+        save(path, letter);
 
         const QString error = errorOf([&] { Store store(path); });
         QVERIFY2(error.startsWith("SQLite: "_L1), qPrintable(error));
-        QVERIFY(out.open(QIODevice::ReadOnly));
-        QCOMPARE(out.readAll(), letter);
+        QCOMPARE(contentOf(path), letter);
 
         QVERIFY(errorOf([&] {
                     Store store(folder.filePath(u"no/such/folder/x"_s));

@@ -1,4 +1,4 @@
-#include "helpers.h"
+#include "error_of.h"
 #include "task_graph.h"
 
 #include <QTest>
@@ -31,17 +31,6 @@ QJsonArray manyNodes(int count)
     for (int i = 0; i < count; ++i)
         array.append(node(QString::number(i)));
     return array;
-}
-
-QString faultOf(const QJsonArray &nodes)
-{
-    TaskGraph graph;
-    try {
-        graph.load(nodes);
-    } catch (const std::runtime_error &error) {
-        return textOf(error);
-    }
-    return {};
 }
 
 } // namespace
@@ -82,7 +71,7 @@ private Q_SLOTS:
     {
         QFETCH(QJsonArray, nodes);
         QFETCH(QString, fault);
-        QCOMPARE(faultOf(nodes), fault);
+        QCOMPARE(errorOf([&] { TaskGraph().load(nodes); }), fault);
     }
 
     void readyGivesWhatMayStartByPriority()

@@ -1,10 +1,9 @@
-#include "helpers.h"
+#include "error_of.h"
+#include "files.h"
 #include "sandbox.h"
 #include "store.h"
 #include "workspace.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -17,38 +16,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
-
-namespace {
-
-QString errorOf(const std::function<void()> &work)
-{
-    try {
-        work();
-    } catch (const std::runtime_error &error) {
-        return textOf(error);
-    }
-    return u"(no error)"_s;
-}
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(none)");
-}
-
-void save(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
-
-QStringList everythingIn(const QString &folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-}
-
-} // namespace
 
 class WorkspaceTest : public QObject {
     Q_OBJECT

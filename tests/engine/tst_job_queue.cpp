@@ -60,10 +60,6 @@ QJsonObject nodeFor(const QString &agentId)
     return {{u"node"_s, QJsonObject{{u"input"_s, QJsonObject{{u"agent_id"_s, agentId}}}}}};
 }
 
-} // namespace
-
-namespace {
-
 /// What a model does, one letter per request, and what becomes of it.
 struct Story {
     QString letters; ///< r: fails for now, t: is cut off, f: fails for good, e: fails with a text, x: no JSON, g: good

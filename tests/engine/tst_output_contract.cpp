@@ -1,3 +1,4 @@
+#include "error_of.h"
 #include "json_text.h"
 #include "output_contract.h"
 #include "roles.h"
@@ -13,7 +14,7 @@ private Q_SLOTS:
     void anEmptyAnswerIsRefusedForEveryRole()
     {
         for (const QString &role : builtInRoles() + QStringList{u"specialist"_s, QString()})
-            QCOMPARE(faultOf(role, {}), u"Empty result"_s);
+            QCOMPARE(errorOf([&] { validateOutput(role, {}); }), u"Empty result"_s);
     }
 
     void anAnswerIsHeldToTheContractOfItsRole_data()
@@ -89,18 +90,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, role);
         QFETCH(QString, answer);
-        QTEST(faultOf(role, object(answer)), "fault");
-    }
-
-private:
-    static QString faultOf(const QString &role, const QJsonObject &result)
-    {
-        try {
-            validateOutput(role, result);
-        } catch (const std::runtime_error &error) {
-            return textOf(error);
-        }
-        return {};
+        QTEST(errorOf([&] { validateOutput(role, object(answer)); }), "fault");
     }
 };
 

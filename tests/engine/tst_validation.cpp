@@ -72,10 +72,6 @@ void objectWith(PlannedRun &run, const QStringList &issues)
     run.model.answer(u"validator"_s, ScriptedProvider::approval());
 }
 
-} // namespace
-
-namespace {
-
 /// A page checker beside this program, a browser, and a node that objects to pages with an error in them.
 class BrowserCheck {
 public:

@@ -1,9 +1,8 @@
 #include "chat_request.h"
 #include "endpoints.h"
+#include "files.h"
 #include "helpers.h"
 
-#include <QDir>
-#include <QFile>
 #include <QJsonArray>
 #include <QTemporaryDir>
 #include <QTest>
@@ -154,14 +153,7 @@ private Q_SLOTS:
     }
 
 private:
-    void write(const QString &path, qsizetype size = 10)
-    {
-        const QString full = folder.filePath(path);
-        QVERIFY(QDir().mkpath(QFileInfo(full).path()));
-        QFile file(full);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(QByteArray(size, 'x'));
-    }
+    void write(const QString &path, qsizetype size = 10) { save(folder.filePath(path), QByteArray(size, 'x')); }
 
     QTemporaryDir folder;
 };

@@ -1,3 +1,4 @@
+#include "files.h"
 #include "programs.h"
 #include "tagged_processes.h"
 
@@ -27,19 +28,6 @@ const QString pages = QStringLiteral(PAGES "/");
 // The caller's limit is 35 s.
 constexpr qint64 latestEndMs = 30000;
 constexpr std::chrono::seconds patience(60);
-
-QStringList contentOf(const QString &folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-}
-
-void save(const QString &path, const QString &text)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(text.toUtf8());
-}
 
 QString document(const QString &body)
 {
@@ -92,7 +80,7 @@ public:
         return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -process.exitCode();
     }
     /// What the run has left behind.
-    QStringList leftovers() const { return contentOf(temporary.path()) + contentOf(home.path()); }
+    QStringList leftovers() const { return everythingIn(temporary.path()) + everythingIn(home.path()); }
 
     QTemporaryDir temporary;
     QTemporaryDir home;
@@ -366,7 +354,7 @@ private Q_SLOTS:
 private:
     QString makePage(const QString &name, const QString &text)
     {
-        save(folder.filePath(name), document(text));
+        save(folder.filePath(name), document(text).toUtf8());
         return folder.filePath(name);
     }
 
@@ -415,8 +403,8 @@ void BrowserCheckTest::initTestCase()
     QVERIFY(silent.listen(QHostAddress::LocalHost));
     never = makePage(u"never.html"_s, u"<img src='http://127.0.0.1:%1/never.png' alt=''>"_s.arg(silent.serverPort()));
     longName = makePage(u"Мой сайт №1 (100%)/глав #1?.html"_s, u"<script src='скрипт и всё.js'></script>"_s);
-    save(QFileInfo(longName).path() + u"/скрипт и всё.js"_s, u"document.title = 'готово'"_s);
-    save(folder.filePath(u"secret.js"_s), u"for (;;) alert('Секрет прочитан');"_s);
+    save(QFileInfo(longName).path() + u"/скрипт и всё.js"_s, "document.title = 'готово'");
+    save(folder.filePath(u"secret.js"_s), "for (;;) alert('Секрет прочитан');");
     linked = makePage(
         u"linked/index.html"_s,
         u"<script src='link.js'></script><script src='file:///%1'></script>"_s.arg(folder.filePath(u"secret.js"_s)));
@@ -424,7 +412,7 @@ void BrowserCheckTest::initTestCase()
     mail = makePage(u"mail.html"_s, u"<script>setTimeout(() => { location = 'mailto:a@b.example'; }, 300)</script>"_s);
     // A browser starts this command for an address that is not its own.
     const QString command = folder.filePath(u"bin/xdg-open"_s);
-    save(command, u"#!/bin/sh\ntouch '%1'\n"_s.arg(folder.filePath(u"started"_s)));
+    save(command, u"#!/bin/sh\ntouch '%1'\n"_s.arg(folder.filePath(u"started"_s)).toUtf8());
     QVERIFY(QFile::setPermissions(command, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
 
     for (const Verdict &verdict : verdicts)
