@@ -57,9 +57,9 @@ private Q_SLOTS:
         EngineFixture run;
         run.engine.cancel();
         run.engine.fail(u"Причина"_s);
-        QCOMPARE(run.errorOf([&] { run.engine.pause(); }), u"No task to pause"_s);
-        QCOMPARE(run.errorOf([&] { run.engine.resume(); }), u"No task to resume"_s);
-        QCOMPARE(run.errorOf([&] { run.engine.runPreview(); }), u"No preview ready"_s);
+        QCOMPARE(errorOf([&] { run.engine.pause(); }), u"No task to pause"_s);
+        QCOMPARE(errorOf([&] { run.engine.resume(); }), u"No task to resume"_s);
+        QCOMPARE(errorOf([&] { run.engine.runPreview(); }), u"No preview ready"_s);
         QCOMPARE(run.phase(), u"IDLE"_s);
         QVERIFY(run.log.isEmpty() && run.endings.isEmpty());
     }
@@ -78,8 +78,7 @@ private Q_SLOTS:
                 run.engine.agentNetwork = {agent(u"a"_s, {}), agent(u"a"_s, {})};
             if (message.startsWith(u"SQLite"_s))
                 run.breakStore(u"1"_s, u"messages"_s);
-            const QString error
-                = run.errorOf([&] { run.start(message.startsWith(u"Enter"_s) ? u" \n\t"_s : u"Файл"_s); });
+            const QString error = errorOf([&] { run.start(message.startsWith(u"Enter"_s) ? u" \n\t"_s : u"Файл"_s); });
             QVERIFY2(error.startsWith(message), qPrintable(error));
             QCOMPARE(timeless(run.engine.snapshot()), before);
             QCOMPARE(run.permissions.grants.size(), grants);
@@ -177,8 +176,8 @@ private Q_SLOTS:
         QVERIFY(run.reach(phase));
         if (paused)
             run.engine.pause();
-        QCOMPARE(run.errorOf([&] { run.start(); }), u"A task is already active"_s);
-        QVERIFY(!run.errorOf([&] { run.engine.setProvider(&another); }).isEmpty());
+        QCOMPARE(errorOf([&] { run.start(); }), u"A task is already active"_s);
+        QVERIFY(!errorOf([&] { run.engine.setProvider(&another); }).isEmpty());
         const QStringList asked = run.model.asked();
 
         run.model.deaf = true;
@@ -384,7 +383,7 @@ private Q_SLOTS:
                 run.store.put(u"events"_s, event[u"id"_s].toString(), run.task(), event);
             });
             run.breakStoreAfter(passing);
-            const QString refusal = run.errorOf([&] { run.start(); });
+            const QString refusal = errorOf([&] { run.start(); });
             QVERIFY(run.runToEnd());
             EngineFixture::settle();
             if (run.phase() == "COMPLETED"_L1) {

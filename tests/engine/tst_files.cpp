@@ -191,6 +191,21 @@ private Q_SLOTS:
         QCOMPARE(run.messages(u"FileModified"_s), QStringList({u"a.txt rev1"_s, u"a.txt rev2"_s}));
     }
 
+    void anApprovalResolvesTheFixesOfItsNodeOnly()
+    {
+        PlannedRun run({code(u"a.txt"_s)});
+        run.objections = {{u"a.txt"_s, 2}};
+        run.when(u"FixRequested"_s, {}, [&] {
+            run.store.put(u"fix_requests"_s, u"f"_s, run.task(),
+                          {{u"node_id"_s, u"b.txt"_s}, {u"status"_s, u"OPEN"_s}});
+        });
+        QCOMPARE(run.ending(), u"Final gate: unresolved fixes"_s);
+        const QJsonArray fixes = run.rows(u"fix_requests"_s);
+        QCOMPARE(fixes.size(), 3);
+        for (const QJsonValue &fix : fixes)
+            QCOMPARE(fix[u"status"_s] == u"OPEN"_s, fix[u"node_id"_s] == u"b.txt"_s);
+    }
+
     void theSixthObjectionEndsTheRun()
     {
         PlannedRun run({code(u"a.txt"_s)});

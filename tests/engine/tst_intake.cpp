@@ -216,20 +216,20 @@ private Q_SLOTS:
             run.askUser(u" Вопрос? "_s, options);
             QCOMPARE(run.state(u"decision"_s)[u"question"_s].toString(), u"Вопрос?"_s);
             QCOMPARE(run.state(u"decision"_s)[u"options"_s].toArray(), kept);
-            QCOMPARE(run.errorOf([&] { run.askUser(u"Ещё?"_s); }), u"Другое уточнение ещё ожидает ответа."_s);
+            QCOMPARE(errorOf([&] { run.askUser(u"Ещё?"_s); }), u"Другое уточнение ещё ожидает ответа."_s);
         }
     }
 
     void anAnswerIsRefused()
     {
         AskingRun run;
-        QCOMPARE(run.errorOf([&] { run.askUser(u" "_s); }), u"Главный агент не сформулировал вопрос."_s);
-        QCOMPARE(run.errorOf([&] { run.engine.clarify(u"Да"_s); }), u"Нет ожидающего уточнения."_s);
+        QCOMPARE(errorOf([&] { run.askUser(u" "_s); }), u"Главный агент не сформулировал вопрос."_s);
+        QCOMPARE(errorOf([&] { run.engine.clarify(u"Да"_s); }), u"Нет ожидающего уточнения."_s);
         run.askUser(u"Вопрос?"_s);
         const QJsonObject before = run.engine.snapshot();
-        QCOMPARE(run.errorOf([&] { run.engine.clarify(u" \n"_s); }), u"Введите ответ."_s);
+        QCOMPARE(errorOf([&] { run.engine.clarify(u" \n"_s); }), u"Введите ответ."_s);
         run.breakStore(u"1"_s, u"messages"_s);
-        QVERIFY(run.errorOf([&] { run.engine.clarify(u"Да"_s); }).startsWith(u"SQLite: disk gone"_s));
+        QVERIFY(errorOf([&] { run.engine.clarify(u"Да"_s); }).startsWith(u"SQLite: disk gone"_s));
         for (const QString &key : {u"phase"_s, u"decision"_s, u"spec"_s})
             QCOMPARE(run.state(key), before[key]);
         QCOMPARE(run.endings, QStringList());

@@ -62,12 +62,11 @@ private Q_SLOTS:
                  QJsonObject({{u"id"_s, id}, {u"arguments"_s, input}, {u"cwd"_s, run.workspace.root()}}));
         QCOMPARE(run.state(u"pending"_s),
                  QJsonValue(QJsonArray{QJsonObject{{u"id"_s, id}, {u"node"_s, run.node(u"t"_s)}}}));
-        QCOMPARE(PlannedRun::errorOf([&] { run.engine.approve(u"another"_s, true); }),
-                 u"Approval is no longer pending"_s);
+        QCOMPARE(errorOf([&] { run.engine.approve(u"another"_s, true); }), u"Approval is no longer pending"_s);
 
         run.engine.approve(id, true);
         QCOMPARE(run.status(u"t"_s), u"RUNNING"_s);
-        QCOMPARE(PlannedRun::errorOf([&] { run.engine.approve(id, true); }), u"Approval is no longer pending"_s);
+        QCOMPARE(errorOf([&] { run.engine.approve(id, true); }), u"Approval is no longer pending"_s);
         const QJsonArray audit = run.rows(u"permissions"_s);
         QCOMPARE(audit.size(), 1);
         QCOMPARE(audit[0].toObject(),

@@ -114,7 +114,7 @@ private Q_SLOTS:
     void aNetworkIsChecked()
     {
         QFETCH(QJsonArray, network);
-        QTEST(EngineFixture::errorOf([&] { validateAgentWorkflow(network); }), "error");
+        QTEST(errorOf([&] { validateAgentWorkflow(network); }), "error");
     }
 
     void whoRunsInFrontOfAStage()

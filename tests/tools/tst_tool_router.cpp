@@ -423,18 +423,6 @@ private Q_SLOTS:
         QCOMPARE(desk->shell(u"exit 0"_s)["success"], QJsonValue(true));
     }
 
-    void theEndOfTheRouterEndsItsPrograms()
-    {
-        const TaggedProcesses tagged;
-        desk->start(u"run_command"_s, Desk::command(treeProgram, {u"grow"_s, u"5"_s, u"1"_s}));
-        desk->start(u"run_command"_s, Desk::sleeping());
-        QVERIFY(tagged.growTo(2 * processesOfARun + 5 + 2));
-        desk->router.reset();
-        QCOMPARE(tagged.alive(), 0);
-        QVERIFY(desk->answers.isEmpty());
-        QCOMPARE(desk->published(), QStringList({"ToolCalled: run_command", "ToolCalled: run_command"}));
-    }
-
     void programsRunSideBySide()
     {
         // Each ends only when all have begun.
