@@ -181,7 +181,7 @@ private Q_SLOTS:
                                                             {u"input"_s, u"in.png"_s},
                                                             {u"output"_s, u"art/out.png"_s}},
                                                            object(changes));
-            const QStringList arguments = QStringList{u"--media-job"_s, json(job)} + further;
+            const QStringList arguments = QStringList{u"--media-job"_s} + further + QStringList{json(job)};
             PlannedRun run({ScriptedProvider::node(u"m"_s, u"tool"_s, command(program, arguments))});
             run.workspace.open(folder.path(), u"media"_s);
             run.engine.mediaTools = {{u"ffmpeg"_s, u"/usr/bin/ffmpeg"_s}};
