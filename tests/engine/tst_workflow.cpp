@@ -88,33 +88,24 @@ public:
 class WorkflowTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void aNetworkIsChecked_data()
-    {
-        QTest::addColumn<QJsonArray>("network");
-        QTest::addColumn<QString>("error");
-        const QString twice = u"Повторный ID агента"_s;
-        const QString cycle = u"Связь создаёт цикл: агент не может ждать сам себя"_s;
-        const QString mode = u"Связи между агентами требуют режима цепочки"_s;
-        const QJsonObject free = agent(u"b"_s, {}, {{u"mode"_s, u"delegate"_s}});
-        QTest::newRow("24") << agents(24) << QString();
-        QTest::newRow("25") << agents(25) << u"Можно добавить до 24 агентов"_s;
-        QTest::newRow("one id") << QJsonArray{agent(u"a"_s), agent(u"a"_s)} << twice;
-        QTest::newRow("self") << QJsonArray{agent(u"a"_s, {u"a"_s})} << cycle;
-        QTest::newRow("ring") << QJsonArray{agent(u"a"_s, {u"c"_s}), agent(u"b"_s, {u"a"_s}), agent(u"c"_s, {u"b"_s})}
-                              << cycle;
-        QTest::newRow("diamond") << QJsonArray{agent(u"a"_s), agent(u"b"_s, {u"a"_s}), agent(u"c"_s, {u"a"_s}),
-                                               agent(u"d"_s, {u"b"_s, u"c"_s})}
-                                 << QString();
-        QTest::newRow("unknown") << QJsonArray{agent(u"a"_s, {u"x"_s})} << u"Связанный агент не найден"_s;
-        QTest::newRow("stages") << QJsonArray{agent(u"a"_s, {u"b"_s}), agent(u"b"_s, {}, {{u"parent"_s, u"coding"_s}})}
-                                << u"Связанные агенты должны работать перед одним этапом"_s;
-        QTest::newRow("to a free agent") << QJsonArray{agent(u"a"_s, {u"b"_s}), free} << mode;
-    }
-
     void aNetworkIsChecked()
     {
-        QFETCH(QJsonArray, network);
-        QTEST(errorOf([&] { validateAgentWorkflow(network); }), "error");
+        const QString cycle = u"Связь создаёт цикл: агент не может ждать сам себя"_s;
+        const QList<std::pair<QJsonArray, QString>> networks{
+            {agents(24), {}},
+            {agents(25), u"Можно добавить до 24 агентов"_s},
+            {{agent(u"a"_s), agent(u"a"_s)}, u"Повторный ID агента"_s},
+            {{agent(u"a"_s, {u"a"_s})}, cycle},
+            {{agent(u"a"_s, {u"c"_s}), agent(u"b"_s, {u"a"_s}), agent(u"c"_s, {u"b"_s})}, cycle},
+            {{agent(u"a"_s), agent(u"b"_s, {u"a"_s}), agent(u"c"_s, {u"a"_s}), agent(u"d"_s, {u"b"_s, u"c"_s})}, {}},
+            {{agent(u"a"_s, {u"x"_s})}, u"Связанный агент не найден"_s},
+            {{agent(u"a"_s, {u"b"_s}), agent(u"b"_s, {}, {{u"parent"_s, u"coding"_s}})},
+             u"Связанные агенты должны работать перед одним этапом"_s},
+            {{agent(u"a"_s, {u"b"_s}), agent(u"b"_s, {}, {{u"mode"_s, u"delegate"_s}})},
+             u"Связи между агентами требуют режима цепочки"_s},
+        };
+        for (const auto &[network, error] : networks)
+            QCOMPARE(errorOf([&] { validateAgentWorkflow(network); }), error);
     }
 
     void whoRunsInFrontOfAStage()

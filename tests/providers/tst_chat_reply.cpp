@@ -16,6 +16,12 @@ QByteArray delta(const QByteArray &text, const QByteArray &finish = "null")
     return "data: {\"choices\":[{\"delta\":{\"content\":\"" + text + "\"},\"finish_reason\":" + finish + "}]}\n\n";
 }
 
+/// One event; its text is written with ' for ".
+QByteArray line(QByteArray text)
+{
+    return "data: " + text.replace('\'', '"') + "\n";
+}
+
 ReplyFacts ok(bool useResponses = false)
 {
     return {200, 0, useResponses, u"my-key"_s};
@@ -26,57 +32,40 @@ ReplyFacts ok(bool useResponses = false)
 class ChatReplyTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void aStreamIsFoldedIntoOneAnswer_data()
-    {
-        QTest::addColumn<QByteArray>("stream");
-        QTest::addColumn<QString>("content");
-        QTest::addColumn<QString>("error");
-        QTest::addColumn<bool>("retryable");
-        QTest::addColumn<bool>("truncated");
-        const QByteArray done = "data: [DONE]\n\n";
-        const auto row = [](const char *name, const QByteArray &stream, const QString &content,
-                            const QString &error = {}, bool retryable = false, bool truncated = false) {
-            QTest::newRow(name) << stream << content << error << retryable << truncated;
-        };
-        row("chat chunks", delta("Привет") + delta(", мир", "\"stop\"") + done, u"Привет, мир"_s);
-        row("CRLF, comments, event names",
-            ": keep-alive\r\nevent: x\r\n" + delta("a", "\"stop\"").replace('\n', "\r\n") + "data:[DONE]  \r\n",
-            u"a"_s);
-        row("no terminator", delta("a", "\"stop\""), u"a"_s);
-        row("no finish reason", delta("a") + done, u"a"_s, brokenStream, true);
-        row("one broken line", delta("a") + "data: {oops\n" + delta("b", "\"stop\"") + done, u"ab"_s, brokenStream,
-            true);
-        row("an error object", delta("a") + "data: {\"error\":{\"message\":\"out of memory\"}}\n", u"a"_s, brokenStream,
-            true);
-        row("last line without its end", delta("a") + delta("b", "\"stop\"").trimmed(), u"a"_s, brokenStream, true);
-        row("cut by the limit", delta("a", "\"length\"") + done, {}, truncatedText, false, true);
-        row("no text", "data: {\"choices\":[{\"delta\":{\"content\":\"\"},\"finish_reason\":\"stop\"}]}\n" + done, {},
-            u"Модель вернула пустой ответ. Повторяю запрос."_s, true);
-        row("responses",
-            "data: {\"type\":\"response.output_text.delta\",\"delta\":\"x\"}\n"
-            "data: "
-            "{\"type\":\"response.completed\",\"response\":{\"usage\":{\"input_tokens\":3,\"output_tokens\":4}}}\n",
-            u"x"_s);
-        row("responses cut",
-            "data: {\"type\":\"response.output_text.delta\",\"delta\":\"x\"}\ndata: "
-            "{\"type\":\"response.incomplete\"}\n",
-            {}, truncatedText, false, true);
-    }
-
     void aStreamIsFoldedIntoOneAnswer()
     {
-        QFETCH(QByteArray, stream);
-        QFETCH(QString, content);
-        QFETCH(QString, error);
-        QFETCH(bool, retryable);
-        QFETCH(bool, truncated);
-        StreamState state;
-        state.feed(stream);
-        const LLMResult result = resultOf(state, ok());
-        QCOMPARE(result.content, content);
-        QCOMPARE(result.error, error);
-        QCOMPARE(result.retryable, retryable);
-        QCOMPARE(result.truncated, truncated);
+        struct Row {
+            QByteArray stream;
+            QString content;
+            QString error{};
+            bool retryable = false;
+            bool truncated = false;
+        };
+        const QByteArray done = "data: [DONE]\n\n";
+        const QByteArray more = line("{'type':'response.output_text.delta','delta':'x'}");
+        const QList<Row> rows{
+            {delta("Привет") + delta(", мир", "\"stop\"") + done, u"Привет, мир"_s},
+            {": alive\r\nevent: x\r\n" + delta("a", "\"stop\"").replace('\n', "\r\n") + "data:[DONE]  \r\n", u"a"_s},
+            {delta("a", "\"stop\""), u"a"_s}, // without the terminator
+            {more + line("{'type':'response.completed','response':{'usage':{'input_tokens':3}}}"), u"x"_s},
+            // Broken in several ways: no finish reason, a bad line, an error, a last line that does not end.
+            {delta("a") + done, u"a"_s, brokenStream, true},
+            {delta("a") + "data: {oops\n" + delta("b", "\"stop\"") + done, u"ab"_s, brokenStream, true},
+            {delta("a") + line("{'error':{'message':'out of memory'}}"), u"a"_s, brokenStream, true},
+            {delta("a") + delta("b", "\"stop\"").trimmed(), u"a"_s, brokenStream, true},
+            // Cut by the limit of tokens.
+            {delta("a", "\"length\"") + done, {}, truncatedText, false, true},
+            {more + line("{'type':'response.incomplete'}"), {}, truncatedText, false, true},
+            {delta("", "\"stop\"") + done, {}, u"Модель вернула пустой ответ. Повторяю запрос."_s, true},
+        };
+        for (const Row &row : rows) {
+            StreamState state;
+            state.feed(row.stream);
+            const LLMResult result = resultOf(state, ok());
+            QVERIFY2(result.content == row.content && result.error == row.error, row.stream.constData());
+            QCOMPARE(result.retryable, row.retryable);
+            QCOMPARE(result.truncated, row.truncated);
+        }
     }
 
     void aStreamMayArriveInAnyPieces()
@@ -99,44 +88,38 @@ private Q_SLOTS:
         }
     }
 
-    void aDocumentIsReadInItsDialect_data()
-    {
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<bool>("responses");
-        QTest::addColumn<QString>("content");
-        QTest::addColumn<QString>("error");
-        QTest::addColumn<bool>("retryable");
-        QTest::newRow("completion") << QByteArray(
-            "{\"choices\":[{\"message\":{\"content\":\"x\"},\"finish_reason\":\"stop\"}]}")
-                                    << false << u"x"_s << QString() << false;
-        QTest::newRow("null content") << QByteArray("{\"choices\":[{\"message\":{\"content\":null}}]}") << false
-                                      << QString() << u"Модель вернула пустой ответ. Повторяю запрос."_s << true;
-        QTest::newRow("empty") << QByteArray() << false << QString() << u"Модель вернула пустой ответ."_s << true;
-        QTest::newRow("response") << QByteArray(
-            "{\"status\":\"completed\",\"output\":[{\"content\":[{\"type\":\"output_text\",\"text\":\"a\"},"
-            "{\"type\":\"refusal\",\"text\":\"no\"}]},{\"content\":[{\"type\":\"output_text\",\"text\":\"b\"}]}]}")
-                                  << true << u"ab"_s << QString() << false;
-        QTest::newRow("unfinished response") << QByteArray(
-            "{\"status\":\"in_progress\",\"output\":[{\"content\":[{\"type\":\"output_text\",\"text\":\"a\"}]}]}")
-                                             << true << u"a"_s << u"Провайдер не завершил ответ."_s << false;
-        QTest::newRow("response cut") << QByteArray(
-            "{\"status\":\"incomplete\",\"incomplete_details\":{\"reason\":\"max_output_tokens\"}}")
-                                      << true << QString() << truncatedText << false;
-    }
-
     void aDocumentIsReadInItsDialect()
     {
-        QFETCH(QByteArray, body);
-        QFETCH(bool, responses);
-        QFETCH(QString, content);
-        QFETCH(QString, error);
-        QFETCH(bool, retryable);
-        StreamState state;
-        state.feed(body);
-        const LLMResult result = resultOf(state, ok(responses));
-        QCOMPARE(result.content, content);
-        QCOMPARE(result.error, error);
-        QCOMPARE(result.retryable, retryable);
+        struct Row {
+            QByteArray body;
+            bool responses;
+            QString content;
+            QString error{};
+            bool retryable = false;
+        };
+        const QList<Row> rows{
+            {"{'choices':[{'message':{'content':'x'},'finish_reason':'stop'}]}", false, u"x"_s},
+            {"{'choices':[{'message':{'content':null}}]}",
+             false,
+             {},
+             u"Модель вернула пустой ответ. Повторяю запрос."_s,
+             true},
+            {{}, false, {}, u"Модель вернула пустой ответ."_s, true},
+            {"{'status':'completed','output':[{'content':[{'type':'output_text','text':'a'},{'type':'refusal','text':'"
+             "no'}]},"
+             "{'content':[{'type':'output_text','text':'b'}]}]}",
+             true, u"ab"_s},
+            {"{'status':'in_progress','output':[{'content':[{'type':'output_text','text':'a'}]}]}", true, u"a"_s,
+             u"Провайдер не завершил ответ."_s},
+            {"{'status':'incomplete','incomplete_details':{'reason':'max_output_tokens'}}", true, {}, truncatedText},
+        };
+        for (const Row &row : rows) {
+            StreamState state;
+            state.feed(QByteArray(row.body).replace('\'', '"'));
+            const LLMResult result = resultOf(state, ok(row.responses));
+            QVERIFY2(result.content == row.content && result.error == row.error, row.body.constData());
+            QCOMPARE(result.retryable, row.retryable);
+        }
     }
 
     void aFailureSaysWhatAUserCanQuote()
