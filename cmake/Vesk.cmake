@@ -95,6 +95,7 @@ function(vesk_test name)
     cmake_parse_arguments(PARSE_ARGV 1 ARG "SERIAL" "TIMEOUT" "SOURCES;LINKS;ARGS;DEPENDS;LABELS")
     set(target tst_${name})
     add_executable(${target} tst_${name}.cpp ${ARG_SOURCES})
+    target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support")
     target_link_libraries(${target} PRIVATE ${ARG_LINKS} Qt6::Test vesk_settings)
     set_target_properties(${target} PROPERTIES
         RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin/tests")

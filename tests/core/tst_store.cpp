@@ -1,7 +1,7 @@
-#include "helpers.h"
+#include "error_of.h"
+#include "files.h"
 #include "store.h"
 
-#include <QFile>
 #include <QSqlDatabase>
 #include <QSqlQuery>
 #include <QTemporaryDir>
@@ -9,26 +9,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
-
-class StoreTest : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void aRecordComesBackAsItWasPut();
-    void listsFollowTheTimeOfTheLastPut();
-    void aNewOwnerMovesTheRecordBetweenLists();
-    void anUnknownTableIsRefused();
-    void aFailedTransactionLeavesNothing();
-    void searchStopsAtTwoHundredHits();
-    void aBodyThatNoLongerParsesReadsAsEmpty();
-    void outlinesFollowTheTasks();
-    void newRowsAreReadWithoutTheOld();
-    void twoConnectionsShareOneFile();
-    void whatIsNoDatabaseIsRefusedAndLeftAlone();
-
-private:
-    QString file() const { return folder.filePath(u"vesk.sqlite"_s); }
-    QTemporaryDir folder;
-};
 
 namespace {
 
@@ -45,16 +25,6 @@ QList<int> numbers(const QJsonArray &array)
     return list;
 }
 
-QString errorOf(const std::function<void()> &work)
-{
-    try {
-        work();
-    } catch (const std::runtime_error &error) {
-        return textOf(error);
-    }
-    return {};
-}
-
 /// `now()` has milliseconds; two puts within one are ordered by place.
 void letTheClockMove()
 {
@@ -64,191 +34,171 @@ void letTheClockMove()
 
 } // namespace
 
-void StoreTest::aRecordComesBackAsItWasPut()
-{
-    const QJsonObject body{{u"текст"_s, u"\"quoted\"\n\x01 и 🙂"_s},
-                           {u"deep"_s, QJsonObject{{u"a"_s, QJsonArray{1, 2.5}}}}};
+class StoreTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void aRecordComesBackAsItWasPut()
     {
-        Store store(file());
-        QCOMPARE(store.get(u"tasks"_s, u"none"_s), QJsonObject());
-        store.put(u"tasks"_s, u"1"_s, u"p"_s, body);
-        QCOMPARE(store.get(u"tasks"_s, u"1"_s), body);
-    }
-    Store again(file());
-    QCOMPARE(again.get(u"tasks"_s, u"1"_s), body);
-    again.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"n\":7}");
-    QCOMPARE(again.get(u"tasks"_s, u"1"_s), numbered(7));
-    // A null string is an id like the empty one.
-    again.putText(u"plans"_s, {}, {}, "{\"n\":1}");
-    again.putText(u"plans"_s, u""_s, {}, "{\"n\":2}");
-    QCOMPARE(again.get(u"plans"_s, {}), numbered(2));
-    QCOMPARE(again.list(u"plans"_s, {}).size(), 1);
-    QCOMPARE(again.rowsAfter(u"plans"_s, {}, 0).size(), 1);
-}
-
-void StoreTest::listsFollowTheTimeOfTheLastPut()
-{
-    Store store(folder.filePath(u"order.sqlite"_s));
-    for (int i = 1; i <= 3; ++i)
-        store.put(u"messages"_s, QString::number(i), i == 2 ? u"other"_s : u"mine"_s, numbered(i));
-    QCOMPARE(numbers(store.list(u"messages"_s, {})), (QList<int>{1, 2, 3}));
-    letTheClockMove();
-    store.put(u"messages"_s, u"1"_s, u"mine"_s, numbered(1));
-    QCOMPARE(numbers(store.list(u"messages"_s, {})), (QList<int>{2, 3, 1}));
-    QCOMPARE(numbers(store.list(u"messages"_s, u"mine"_s)), (QList<int>{3, 1}));
-}
-
-void StoreTest::aNewOwnerMovesTheRecordBetweenLists()
-{
-    Store store(folder.filePath(u"owner.sqlite"_s));
-    store.put(u"files"_s, u"f"_s, u"one"_s, numbered(1));
-    QCOMPARE(store.list(u"files"_s, u"one"_s).size(), 1);
-    store.put(u"files"_s, u"f"_s, u"two"_s, numbered(1));
-    QCOMPARE(store.list(u"files"_s, u"one"_s).size(), 0);
-    QCOMPARE(store.list(u"files"_s, u"two"_s).size(), 1);
-    store.put(u"files"_s, u"free"_s, {}, numbered(2));
-    QCOMPARE(store.list(u"files"_s, {}).size(), 2);
-}
-
-void StoreTest::anUnknownTableIsRefused()
-{
-    Store store(folder.filePath(u"whitelist.sqlite"_s));
-    const QString bad = u"tasks; DROP TABLE tasks"_s;
-    QCOMPARE(errorOf([&] { store.put(bad, u"1"_s, {}, {}); }), u"Invalid table"_s);
-    QCOMPARE(errorOf([&] { store.get(bad, u"1"_s); }), u"Invalid table"_s);
-    QCOMPARE(errorOf([&] { store.list(bad, {}); }), u"Invalid table"_s);
-    QCOMPARE(tables.size(), 22);
-}
-
-void StoreTest::aFailedTransactionLeavesNothing()
-{
-    Store store(folder.filePath(u"atomic.sqlite"_s));
-    store.put(u"tasks"_s, u"1"_s, u"p"_s, numbered(1));
-    QCOMPARE(store.list(u"tasks"_s, u"p"_s).size(), 1);
-
-    const QString error = errorOf([&] {
-        store.atomic([&] {
-            store.put(u"tasks"_s, u"1"_s, u"p"_s, numbered(2));
-            store.put(u"tasks"_s, u"2"_s, u"p"_s, numbered(3));
-            QCOMPARE(store.list(u"tasks"_s, u"p"_s).size(), 2);
-            require(false, u"stop"_s);
-        });
-    });
-
-    QCOMPARE(error, u"stop"_s);
-    QCOMPARE(store.get(u"tasks"_s, u"1"_s), numbered(1));
-    QCOMPARE(store.get(u"tasks"_s, u"2"_s), QJsonObject());
-    QCOMPARE(numbers(store.list(u"tasks"_s, u"p"_s)), (QList<int>{1}));
-    store.atomic([&] { store.put(u"tasks"_s, u"2"_s, u"p"_s, numbered(4)); });
-    QCOMPARE(store.list(u"tasks"_s, u"p"_s).size(), 2);
-}
-
-void StoreTest::searchStopsAtTwoHundredHits()
-{
-    Store store(folder.filePath(u"search.sqlite"_s));
-    store.atomic([&] {
-        for (int i = 0; i < 150; ++i) {
-            store.put(u"events"_s, u"e%1"_s.arg(i), u"t"_s, {{u"text"_s, u"Калькулятор"_s}});
-            store.put(u"messages"_s, u"m%1"_s.arg(i), u"t"_s, {{u"калькулятор"_s, true}});
+        const QJsonObject body{{u"текст"_s, u"\"quoted\"\n\x01 и 🙂"_s},
+                               {u"deep"_s, QJsonObject{{u"a"_s, QJsonArray{1, 2.5}}}}};
+        {
+            Store store(file());
+            QCOMPARE(store.get(u"tasks"_s, u"none"_s), QJsonObject());
+            store.put(u"tasks"_s, u"1"_s, u"p"_s, body);
+            QCOMPARE(store.get(u"tasks"_s, u"1"_s), body);
         }
-        store.put(u"settings"_s, u"s"_s, {}, {{u"text"_s, u"калькулятор"_s}});
-    });
-    QCOMPARE(store.search(u"  "_s).size(), 0);
-    const QJsonArray hits = store.search(u"КАЛЬКУЛЯТОР"_s);
-    QCOMPARE(hits.size(), 200);
-    QCOMPARE(hits[149]["table"_L1].toString(), u"messages"_s);
-    QCOMPARE(hits[150]["table"_L1].toString(), u"events"_s);
-    QCOMPARE(store.search(u"калькулятор "_s).size(), 0);
-}
+        Store again(file());
+        QCOMPARE(again.get(u"tasks"_s, u"1"_s), body);
+        again.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"n\":7}");
+        QCOMPARE(again.get(u"tasks"_s, u"1"_s), numbered(7));
+        // A null string is an id like the empty one.
+        again.putText(u"plans"_s, {}, {}, "{\"n\":1}");
+        again.putText(u"plans"_s, u""_s, {}, "{\"n\":2}");
+        QCOMPARE(again.get(u"plans"_s, {}), numbered(2));
+    }
 
-void StoreTest::aBodyThatNoLongerParsesReadsAsEmpty()
-{
-    const QString path = folder.filePath(u"broken.sqlite"_s);
-    Store store(path);
-    store.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"half\":");
-    QCOMPARE(store.get(u"tasks"_s, u"1"_s), QJsonObject());
-    QCOMPARE(store.list(u"tasks"_s, u"p"_s), (QJsonArray{QJsonObject()}));
-}
-
-void StoreTest::outlinesFollowTheTasks()
-{
-    const QString path = folder.filePath(u"outlines.sqlite"_s);
-    const auto phases = [](const Store &store) {
-        QStringList list;
-        const QJsonArray outlines = store.taskOutlines(u"p"_s);
-        for (const QJsonValue &outline : outlines)
-            list.append(outline["id"_L1].toString() + u':' + outline["phase"_L1].toString());
-        return list;
-    };
-    const QJsonObject task{{u"id"_s, u"1"_s},
-                           {u"phase"_s, u"PLANNING"_s},
-                           {u"spec"_s, QJsonObject{{u"original_request"_s, QString(300, u'x')}}}};
+    void listsFollowTheTimeOfTheLastPut()
     {
+        Store store(folder.filePath(u"order.sqlite"_s));
+        for (int i = 1; i <= 3; ++i)
+            store.put(u"messages"_s, QString::number(i), i == 2 ? u"other"_s : u"mine"_s, numbered(i));
+        QCOMPARE(numbers(store.list(u"messages"_s, {})), (QList<int>{1, 2, 3}));
+        letTheClockMove();
+        store.put(u"messages"_s, u"1"_s, u"mine"_s, numbered(1));
+        QCOMPARE(numbers(store.list(u"messages"_s, {})), (QList<int>{2, 3, 1}));
+        QCOMPARE(numbers(store.list(u"messages"_s, u"mine"_s)), (QList<int>{3, 1}));
+        store.put(u"messages"_s, u"1"_s, u"other"_s, numbered(1));
+        QCOMPARE(numbers(store.list(u"messages"_s, u"mine"_s)), (QList<int>{3}));
+    }
+
+    void anUnknownTableIsRefused()
+    {
+        Store store(folder.filePath(u"whitelist.sqlite"_s));
+        const QString bad = u"tasks; DROP TABLE tasks"_s;
+        QCOMPARE(errorOf([&] { store.put(bad, u"1"_s, {}, {}); }), u"Invalid table"_s);
+        QCOMPARE(errorOf([&] { store.get(bad, u"1"_s); }), u"Invalid table"_s);
+        QCOMPARE(errorOf([&] { store.list(bad, {}); }), u"Invalid table"_s);
+    }
+
+    void aFailedTransactionLeavesNothing()
+    {
+        Store store(folder.filePath(u"atomic.sqlite"_s));
+        store.put(u"tasks"_s, u"1"_s, u"p"_s, numbered(1));
+        QCOMPARE(store.list(u"tasks"_s, u"p"_s).size(), 1);
+
+        const QString error = errorOf([&] {
+            store.atomic([&] {
+                store.put(u"tasks"_s, u"1"_s, u"p"_s, numbered(2));
+                store.put(u"tasks"_s, u"2"_s, u"p"_s, numbered(3));
+                QCOMPARE(store.list(u"tasks"_s, u"p"_s).size(), 2);
+                require(false, u"stop"_s);
+            });
+        });
+
+        QCOMPARE(error, u"stop"_s);
+        QCOMPARE(store.get(u"tasks"_s, u"1"_s), numbered(1));
+        QCOMPARE(store.get(u"tasks"_s, u"2"_s), QJsonObject());
+        QCOMPARE(numbers(store.list(u"tasks"_s, u"p"_s)), (QList<int>{1}));
+        store.atomic([&] { store.put(u"tasks"_s, u"2"_s, u"p"_s, numbered(4)); });
+        QCOMPARE(store.list(u"tasks"_s, u"p"_s).size(), 2);
+    }
+
+    void searchStopsAtTwoHundredHits()
+    {
+        Store store(folder.filePath(u"search.sqlite"_s));
+        store.atomic([&] {
+            for (int i = 0; i < 150; ++i) {
+                store.put(u"events"_s, u"e%1"_s.arg(i), u"t"_s, {{u"text"_s, u"Калькулятор"_s}});
+                store.put(u"messages"_s, u"m%1"_s.arg(i), u"t"_s, {{u"калькулятор"_s, true}});
+            }
+            store.put(u"settings"_s, u"s"_s, {}, {{u"text"_s, u"калькулятор"_s}});
+        });
+        QCOMPARE(store.search(u"  "_s).size(), 0);
+        const QJsonArray hits = store.search(u"КАЛЬКУЛЯТОР"_s);
+        QCOMPARE(hits.size(), 200);
+        QCOMPARE(hits[149]["table"_L1].toString(), u"messages"_s);
+        QCOMPARE(hits[150]["table"_L1].toString(), u"events"_s);
+    }
+
+    void aBodyThatNoLongerParsesReadsAsEmpty()
+    {
+        const QString path = folder.filePath(u"broken.sqlite"_s);
         Store store(path);
-        store.put(u"tasks"_s, u"1"_s, u"p"_s, task);
-        QCOMPARE(phases(store), (QStringList{u"1:PLANNING"_s}));
-        QCOMPARE(store.taskOutlines({})[0]["spec"_L1]["original_request"_L1].toString().size(), 200);
-        store.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"id\":\"1\",\"phase\":\"FAILED\"}");
-        QCOMPARE(phases(store), (QStringList{u"1:FAILED"_s}));
-        store.put(u"tasks"_s, u"2"_s, u"other"_s, task);
-        QCOMPARE(store.taskOutlines({}).size(), 2);
+        store.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"half\":");
+        QCOMPARE(store.get(u"tasks"_s, u"1"_s), QJsonObject());
+        QCOMPARE(store.list(u"tasks"_s, u"p"_s), (QJsonArray{QJsonObject()}));
     }
+
+    void outlinesFollowTheTasks()
     {
-        // Written by somebody who knows nothing of outlines.
-        QSqlDatabase other = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"other"_s);
-        other.setDatabaseName(path);
-        QVERIFY(other.open());
-        QVERIFY(
-            QSqlQuery(other).exec(u"UPDATE tasks SET body='{\"phase\":\"COMPLETED\"}',updated='2099' WHERE id='1'"_s));
-        other.close();
+        const QString path = folder.filePath(u"outlines.sqlite"_s);
+        const auto phases = [](const Store &store) {
+            QStringList list;
+            const QJsonArray outlines = store.taskOutlines(u"p"_s);
+            for (const QJsonValue &outline : outlines)
+                list.append(outline["id"_L1].toString() + u':' + outline["phase"_L1].toString());
+            return list;
+        };
+        const QJsonObject task{{u"id"_s, u"1"_s},
+                               {u"phase"_s, u"PLANNING"_s},
+                               {u"spec"_s, QJsonObject{{u"original_request"_s, QString(300, u'x')}}}};
+        {
+            Store store(path);
+            store.put(u"tasks"_s, u"1"_s, u"p"_s, task);
+            QCOMPARE(phases(store), (QStringList{u"1:PLANNING"_s}));
+            QCOMPARE(store.taskOutlines({})[0]["spec"_L1]["original_request"_L1].toString().size(), 200);
+            store.putText(u"tasks"_s, u"1"_s, u"p"_s, "{\"id\":\"1\",\"phase\":\"FAILED\"}");
+            QCOMPARE(phases(store), (QStringList{u"1:FAILED"_s}));
+        }
+        {
+            // Written by somebody who knows nothing of outlines.
+            QSqlDatabase other = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"other"_s);
+            other.setDatabaseName(path);
+            QVERIFY(other.open());
+            QVERIFY(QSqlQuery(other).exec(
+                u"UPDATE tasks SET body='{\"phase\":\"COMPLETED\"}',updated='2099' WHERE id='1'"_s));
+            other.close();
+        }
+        QSqlDatabase::removeDatabase(u"other"_s);
+        Store store(path);
+        QCOMPARE(phases(store), (QStringList{u"1:COMPLETED"_s}));
     }
-    QSqlDatabase::removeDatabase(u"other"_s);
-    Store store(path);
-    QCOMPARE(phases(store), (QStringList{u"1:COMPLETED"_s}));
-}
 
-void StoreTest::newRowsAreReadWithoutTheOld()
-{
-    Store store(folder.filePath(u"rows.sqlite"_s));
-    for (int i = 1; i <= 5; ++i)
-        store.put(u"events"_s, QString::number(i), i == 3 ? u"other"_s : u"t"_s, numbered(i));
-    const QList<Store::Row> last = store.rowsAfter(u"events"_s, u"t"_s, 0, 2);
-    QCOMPARE(last.size(), 2);
-    QCOMPARE(last[0].body, numbered(4));
-    QVERIFY(store.rowsAfter(u"events"_s, u"t"_s, last[1].place).isEmpty());
-    const quint64 before = store.revision(u"events"_s);
-    store.put(u"events"_s, u"6"_s, u"t"_s, numbered(6));
-    QVERIFY(store.revision(u"events"_s) != before);
-    QCOMPARE(store.rowsAfter(u"events"_s, u"t"_s, last[1].place).value(0).body, numbered(6));
-}
+    void newRowsAreReadWithoutTheOld()
+    {
+        Store store(folder.filePath(u"rows.sqlite"_s));
+        for (int i = 1; i <= 5; ++i)
+            store.put(u"events"_s, QString::number(i), i == 3 ? u"other"_s : u"t"_s, numbered(i));
+        const QList<Store::Row> last = store.rowsAfter(u"events"_s, u"t"_s, 0, 2);
+        QCOMPARE(last.size(), 2);
+        QCOMPARE(last[0].body, numbered(4));
+        QVERIFY(store.rowsAfter(u"events"_s, u"t"_s, last[1].place).isEmpty());
+        const quint64 before = store.revision(u"events"_s);
+        store.put(u"events"_s, u"6"_s, u"t"_s, numbered(6));
+        QVERIFY(store.revision(u"events"_s) != before);
+        QCOMPARE(store.rowsAfter(u"events"_s, u"t"_s, last[1].place).value(0).body, numbered(6));
+    }
 
-void StoreTest::twoConnectionsShareOneFile()
-{
-    const QString path = folder.filePath(u"shared.sqlite"_s);
-    Store writer(path);
-    Store reader(path);
-    writer.put(u"tasks"_s, u"1"_s, u"p"_s, numbered(5));
-    QCOMPARE(reader.get(u"tasks"_s, u"1"_s), numbered(5));
-}
+    void whatIsNoDatabaseIsRefusedAndLeftAlone()
+    {
+        const QString path = folder.filePath(u"letter.sqlite"_s);
+        const QByteArray letter = QByteArray("Dear reader, this is no database. ").repeated(100);
+        save(path, letter);
 
-void StoreTest::whatIsNoDatabaseIsRefusedAndLeftAlone()
-{
-    const QString path = folder.filePath(u"letter.sqlite"_s);
-    const QByteArray letter = QByteArray("Dear reader, this is no database. ").repeated(100);
-    QFile out(path);
-    QVERIFY(out.open(QIODevice::WriteOnly));
-    out.write(letter);
-    out.close();
+        const QString error = errorOf([&] { Store store(path); });
+        QVERIFY2(error.startsWith("SQLite: "_L1), qPrintable(error));
+        QCOMPARE(contentOf(path), letter);
 
-    const QString error = errorOf([&] { Store store(path); });
-    QVERIFY2(error.startsWith("SQLite: "_L1), qPrintable(error));
-    QVERIFY(out.open(QIODevice::ReadOnly));
-    QCOMPARE(out.readAll(), letter);
+        QVERIFY(errorOf([&] {
+                    Store store(folder.filePath(u"no/such/folder/x"_s));
+                }).startsWith("SQLite open failed: "_L1));
+        QVERIFY(QSqlDatabase::connectionNames().isEmpty());
+    }
 
-    QVERIFY(
-        errorOf([&] { Store store(folder.filePath(u"no/such/folder/x"_s)); }).startsWith("SQLite open failed: "_L1));
-    QVERIFY(QSqlDatabase::connectionNames().isEmpty());
-}
+private:
+    QString file() const { return folder.filePath(u"vesk.sqlite"_s); }
+    QTemporaryDir folder;
+};
 
 QTEST_GUILESS_MAIN(StoreTest)
 #include "tst_store.moc"

@@ -1,10 +1,9 @@
-#include "helpers.h"
+#include "error_of.h"
+#include "files.h"
 #include "sandbox.h"
 #include "store.h"
 #include "workspace.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -12,9 +11,7 @@
 #include <memory>
 
 #include <sys/mount.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -23,38 +20,486 @@ using namespace vesk;
 class WorkspaceTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void init();
-    void cleanup();
-    void openRefusesWhatIsNoFolder_data();
-    void openRefusesWhatIsNoFolder();
-    void openMakesTheFolderAndFollowsLinksToIt();
-    void nothingIsReachedBeforeOpen();
-    void aRootThatIsNoLongerThereEndsEverything_data();
-    void aRootThatIsNoLongerThereEndsEverything();
-    void resolveRefusesHostilePaths_data();
-    void resolveRefusesHostilePaths();
-    void resolveGivesThePathAsWritten_data();
-    void resolveGivesThePathAsWritten();
-    void whatIsNoPlainFileIsNeitherReadNorReplaced_data();
-    void whatIsNoPlainFileIsNeitherReadNorReplaced();
-    void aRevisionHasItsFixedForm();
-    void revisionsAreCountedAndCompared();
-    void theSystemOverwritesOnlyWhatItWroteItself();
-    void aRemovedFileIsNotWrittenAgain();
-    void aPathIsTheKeyExactlyAsWritten();
-    void exactlyTwoMebibytesPass();
-    void aReplacedFileKeepsItsMode();
-    void aFileOnTheWayIsNoFolder();
-    void externalChangesBlockACheckpoint();
-    void rollbackBringsBackTheSnapshot();
-    void rollbackTouchesNothingIfAFileWasChanged();
-    void rollbackOfAnotherProjectFailsFirst();
-    void filesDeletedInTheSnapshotStayDeleted();
-    void whatIsNotTextSurvivesARollback();
-    void leftoversOfAKilledProcessAreCleared();
-    void mountPointsAreRefused();
-    void aFullDiskLosesNothing_data();
-    void aFullDiskLosesNothing();
+    void init()
+    {
+        cleanup();
+        top = std::make_unique<QTemporaryDir>(sandbox::memoryTemplate());
+        store = std::make_unique<Store>(top->filePath(u"store.sqlite"_s));
+        workspace = std::make_unique<Workspace>(*store);
+        workspace->open(top->filePath(u"project"_s), u"p"_s);
+    }
+
+    void cleanup()
+    {
+        workspace.reset();
+        store.reset();
+        top.reset();
+    }
+
+    void openRefusesWhatIsNoFolder()
+    {
+        save(top->filePath(u"file"_s), "x");
+        QFile::link(u"nowhere"_s, top->filePath(u"dangling"_s));
+        const QString before = workspace->root();
+        const auto refusal
+            = [&](const QString &folder) { return errorOf([&] { workspace->open(folder, u"other"_s); }); };
+        QCOMPARE(refusal(u"some/folder"_s), u"Workspace must be an absolute folder"_s);
+        QCOMPARE(refusal(top->filePath(u"file"_s)), u"Cannot create workspace"_s);
+        QCOMPARE(refusal(top->filePath(u"dangling"_s)), u"Cannot create workspace"_s);
+        QCOMPARE(refusal(u"/"_s), u"Invalid workspace"_s);
+        QCOMPARE(workspace->root(), before);
+        QCOMPARE(workspace->project(), u"p"_s);
+    }
+
+    void openMakesTheFolderAndFollowsLinksToIt()
+    {
+        QFile::link(top->filePath(u"project"_s), top->filePath(u"link"_s));
+        workspace->open(top->filePath(u"link/deep/er"_s), u"q"_s);
+        QCOMPARE(workspace->root(), QFileInfo(path(u"deep/er"_s)).canonicalFilePath());
+        workspace->write(u"a"_s, "1", u"me"_s, 0);
+        QCOMPARE(contentOf(path(u"deep/er/a"_s)), "1");
+    }
+
+    void nothingIsReachedBeforeOpen()
+    {
+        Workspace fresh(*store);
+        const QString error = u"Select a workspace first"_s;
+        QCOMPARE(errorOf([&] { fresh.resolve(u"a"_s); }), error);
+        QCOMPARE(errorOf([&] { fresh.read(u"a"_s); }), error);
+        QCOMPARE(errorOf([&] { fresh.write(u"a"_s, "x", u"me"_s, -1); }), error);
+        QCOMPARE(errorOf([&] { fresh.checkpoint(u"t"_s, {}); }), error);
+        QCOMPARE(errorOf([&] { fresh.rollback(u"unknown"_s); }), error);
+    }
+
+    void aRootThatIsNoLongerThereEndsEverything()
+    {
+        for (const QString &instead : {u"nothing"_s, u"a link"_s, u"a folder"_s}) {
+            init();
+            workspace->write(u"a"_s, "1", u"me"_s, 0);
+            QVERIFY(QDir(top->path()).rename(u"project"_s, u"elsewhere"_s));
+            if (instead == u"a link"_s)
+                QVERIFY(QFile::link(u"elsewhere"_s, top->filePath(u"project"_s)));
+            if (instead == u"a folder"_s)
+                QVERIFY(QDir(top->path()).mkdir(u"project"_s));
+
+            const QString error = u"Workspace root changed or was redirected"_s;
+            QCOMPARE(errorOf([&] { workspace->resolve(u"a"_s); }), error);
+            QCOMPARE(errorOf([&] { workspace->read(u"a"_s); }), error);
+            QCOMPARE(errorOf([&] { workspace->write(u"a"_s, "2", u"me"_s, -1); }), error);
+            QCOMPARE(contentOf(top->filePath(u"elsewhere/a"_s)), "1");
+        }
+    }
+
+    void resolveRefusesHostilePaths_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("error");
+        const auto row = [](const QString &path, const char *error) {
+            const QByteArray name = path.left(40).toUtf8().toPercentEncoding("/. :\\");
+            QTest::newRow(name.isEmpty() ? "empty" : name.constData()) << path << QString::fromLatin1(error);
+        };
+        for (const QString &path : {u""_s, u"/x"_s, u"\\x"_s, u"//server/x"_s, u"C:/x"_s, u"a/b:stream"_s, u"a\0b"_s})
+            row(path, "Invalid relative path");
+        for (const QString &path : {u".."_s, u"."_s, u"../x"_s, u"a/../b"_s, u"./a"_s, u"a/."_s, u"a//b"_s, u"a/"_s,
+                                    u"a\\..\\..\\b"_s, u"a."_s, u"a "_s, u"con."_s, u".git."_s, u".git "_s})
+            row(path, "Unsafe path component");
+        for (const QString &path :
+             {u"a<b"_s, u"a\"b"_s, u"a|b"_s, u"a?"_s, u"*"_s, u"a\nb"_s, u"half"_s + QChar(0xd83d)})
+            row(path, "Invalid filename");
+        for (const QString &path : {u"con"_s, u"docs/LPT1.md"_s, u"Prn"_s, u"nul.tar.gz"_s, u"com9"_s, u"NUL/x"_s})
+            row(path, "Reserved device filename");
+        for (const QString &path : {u".git"_s, u".GIT/config"_s, u"sub/.Git/hooks/x"_s, u"a\\.gIt\\x"_s})
+            row(path, "Git metadata is protected");
+        // The disk is asked up to the first bad name, so the fault further left is the one that is told.
+        for (const QString &path :
+             {u"link"_s, u"link/x"_s, u"link/deep/missing"_s, u"dangling/x"_s, u"loop"_s, u"inside/x"_s,
+              u"folder/up/x"_s, u"link/con"_s, u"link/../x"_s, u"outside.txt"_s, u"proc"_s})
+            row(path, "Symlink paths are not allowed");
+        row(u"con/link"_s, "Reserved device filename");
+    }
+
+    void resolveRefusesHostilePaths()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, error);
+        const QString root = workspace->root();
+        QVERIFY(QDir(root).mkpath(u"folder"_s));
+        QVERIFY(QDir(root).mkpath(u"../outside/deep"_s));
+        save(top->filePath(u"outside/x"_s), "secret");
+        for (const auto &[target, name] : {std::pair("../outside", "link"),
+                                           {"nowhere", "dangling"},
+                                           {"loop", "loop"},
+                                           {"folder", "inside"},
+                                           {"..", "folder/up"},
+                                           {"../outside/x", "outside.txt"},
+                                           {"/proc/self/cwd", "proc"}})
+            QVERIFY(QFile::link(QString::fromLatin1(target), root + u'/' + QString::fromLatin1(name)));
+
+        for (const auto walk : {ConfinedFolder::Walk::InKernel, ConfinedFolder::Walk::ByComponent}) {
+            Workspace either(*store, walk);
+            either.open(root, u"p"_s);
+            QCOMPARE(errorOf([&] { either.resolve(path); }), error);
+            QCOMPARE(errorOf([&] { either.read(path); }), error);
+            QCOMPARE(errorOf([&] { either.write(path, "overwritten", u"me"_s, -1); }), error);
+        }
+        QCOMPARE(everythingIn(top->filePath(u"outside"_s)), (QStringList{u"deep"_s, u"x"_s}));
+        QCOMPARE(contentOf(top->filePath(u"outside/x"_s)), "secret");
+        QCOMPARE(workspace->files(), QJsonArray());
+    }
+
+    void resolveGivesThePathAsWritten()
+    {
+        for (const QString &same : {u"a/b"_s, u".gitignore"_s, u"console.txt"_s, u"com10"_s, u"..a"_s, u" a"_s,
+                                    u"документ ё/файл.txt"_s, u"🙂.md"_s, u"a.git"_s, u"~/x"_s, u"$HOME;&'`"_s})
+            QCOMPARE(workspace->resolve(same), workspace->root() + u'/' + same);
+        QCOMPARE(workspace->resolve(u"a\\b\\c"_s), workspace->root() + u"/a/b/c"_s);
+    }
+
+    void whatIsNoPlainFileIsNeitherReadNorReplaced_data()
+    {
+        QTest::addColumn<std::function<void(QByteArray)>>("make");
+        using Make = std::function<void(QByteArray)>;
+        QTest::newRow("folder") << Make([](QByteArray path) { QCOMPARE(::mkdir(path.constData(), 0777), 0); });
+        QTest::newRow("fifo") << Make([](QByteArray path) { QCOMPARE(::mkfifo(path.constData(), 0666), 0); });
+        QTest::newRow("hard link to a file outside") << Make([](QByteArray path) {
+            const QString outside = QFileInfo(QString::fromUtf8(path)).dir().filePath(u"../outside"_s);
+            save(outside, "1");
+            QCOMPARE(::link(QFile::encodeName(outside).constData(), path.constData()), 0);
+        });
+    }
+
+    void whatIsNoPlainFileIsNeitherReadNorReplaced()
+    {
+        QFETCH(std::function<void(QByteArray)>, make);
+        workspace->write(u"it"_s, "1", u"me"_s, 0);
+        QVERIFY(QFile::remove(path(u"it"_s)));
+        make(QFile::encodeName(path(u"it"_s)));
+
+        for (const auto walk : {ConfinedFolder::Walk::InKernel, ConfinedFolder::Walk::ByComponent}) {
+            Workspace either(*store, walk);
+            either.open(workspace->root(), u"p"_s);
+            QCOMPARE(either.resolve(u"it"_s), workspace->root() + u"/it"_s);
+            QCOMPARE(errorOf([&] { either.read(u"it"_s); }), u"Cannot read it"_s);
+            QCOMPARE(errorOf([&] { either.write(u"it"_s, "2", u"me"_s, 1); }), u"Cannot read it"_s);
+            QCOMPARE(errorOf([&] { either.checkpoint(u"t"_s, {}); }), u"Cannot read it"_s);
+        }
+        QCOMPARE(everythingIn(workspace->root()), QStringList{u"it"_s});
+    }
+
+    void aRevisionHasItsFixedForm()
+    {
+        const QByteArray bytes = "\xEF\xBB\xBFтекст\n";
+        const QJsonObject revision = workspace->write(u"src\\main.cpp"_s, bytes, u"agent"_s, 0);
+        const QString id = revision["id"_L1].toString();
+        QCOMPARE(revision,
+                 (QJsonObject{{u"id"_s, id},
+                              {u"file_id"_s, u"p:src\\main.cpp"_s},
+                              {u"project_id"_s, u"p"_s},
+                              {u"path"_s, u"src\\main.cpp"_s},
+                              {u"revision"_s, 1},
+                              {u"hash"_s, digest(bytes)},
+                              {u"author_agent"_s, u"agent"_s},
+                              {u"status"_s, u"REVIEWING"_s},
+                              {u"content"_s, u"\uFEFFтекст\n"_s},
+                              {u"timestamp"_s, revision["timestamp"_L1]}}));
+        QCOMPARE(contentOf(path(u"src/main.cpp"_s)), bytes);
+        QCOMPARE(workspace->read(u"src/main.cpp"_s), bytes);
+        QCOMPARE(store->get(u"file_revisions"_s, id), revision);
+        QCOMPARE(workspace->files(), QJsonArray{revision});
+    }
+
+    void revisionsAreCountedAndCompared()
+    {
+        const auto revision = [&](const QByteArray &bytes, int expected) {
+            return workspace->write(u"a"_s, bytes, u"me"_s, expected)["revision"_L1].toInt();
+        };
+        QVERIFY(!workspace->stale(u"a"_s, 0));
+        QCOMPARE(revision("1", 0), 1);
+        QCOMPARE(errorOf([&] { revision("2", 0); }), u"Stale revision: a"_s);
+        QCOMPARE(errorOf([&] { revision("2", 2); }), u"Stale revision: a"_s);
+        QCOMPARE(contentOf(path(u"a"_s)), "1");
+        QCOMPARE(revision("2", 1), 2);
+        QCOMPARE(revision("", -1), 3);
+        QCOMPARE(revision("4", 3), 4);
+        QVERIFY(workspace->stale(u"a"_s, 3));
+        QVERIFY(!workspace->stale(u"a"_s, 4));
+        QCOMPARE(errorOf([&] { workspace->write(u"new"_s, "1", u"me"_s, 1); }), u"Stale revision: new"_s);
+        QCOMPARE(everythingIn(workspace->root()), QStringList{u"a"_s});
+    }
+
+    void theSystemOverwritesOnlyWhatItWroteItself()
+    {
+        save(path(u"untracked"_s), "theirs");
+        QCOMPARE(errorOf([&] { workspace->write(u"untracked"_s, "x", u"me"_s, 0); }),
+                 u"Existing/untracked or externally modified file: untracked"_s);
+        QCOMPARE(contentOf(path(u"untracked"_s)), "theirs");
+        workspace->write(u"a"_s, "1", u"me"_s, 0);
+        save(path(u"a"_s), "edited");
+        QCOMPARE(errorOf([&] { workspace->write(u"a"_s, "2", u"me"_s, 1); }),
+                 u"Existing/untracked or externally modified file: a"_s);
+        QCOMPARE(contentOf(path(u"a"_s)), "edited");
+        save(path(u"a"_s), "1");
+        QCOMPARE(workspace->write(u"a"_s, "2", u"me"_s, 1)["revision"_L1].toInt(), 2);
+    }
+
+    void aRemovedFileIsNotWrittenAgain()
+    {
+        workspace->write(u"d/a"_s, "1", u"me"_s, 0);
+        QVERIFY(QDir(path(u"d"_s)).removeRecursively());
+        QCOMPARE(errorOf([&] { workspace->write(u"d/a"_s, "2", u"me"_s, 1); }),
+                 u"Tracked file removed externally: d/a"_s);
+        QCOMPARE(errorOf([&] { workspace->read(u"d/a"_s); }), u"Cannot read d/a"_s);
+        QVERIFY(everythingIn(workspace->root()).isEmpty());
+    }
+
+    void exactlyTwoMebibytesPass()
+    {
+        const QByteArray full(2097152, 'x');
+        const QString error = u"File exceeds 2 MiB limit"_s;
+        QCOMPARE(errorOf([&] { workspace->write(u"../a"_s, full + 'x', u"me"_s, 0); }), error);
+        workspace->write(u"a"_s, full, u"me"_s, 0);
+        QCOMPARE(workspace->read(u"a"_s), full);
+        workspace->write(u"a"_s, "1", u"me"_s, 1);
+
+        save(path(u"a"_s), full + 'x');
+        QCOMPARE(errorOf([&] { workspace->read(u"a"_s); }), error);
+        QCOMPARE(errorOf([&] { workspace->write(u"a"_s, "2", u"me"_s, 2); }), error);
+        QCOMPARE(errorOf([&] { workspace->checkpoint(u"t"_s, {}); }), error);
+        QCOMPARE(QFileInfo(path(u"a"_s)).size(), 2097153);
+    }
+
+    void aReplacedFileKeepsItsMode()
+    {
+        const auto mode = [&](const QString &name) {
+            struct stat status = {};
+            ::stat(QFile::encodeName(path(name)).constData(), &status);
+            return status.st_mode & 07777;
+        };
+        const mode_t mask = ::umask(027);
+        workspace->write(u"new/script"_s, "1", u"me"_s, 0);
+        ::umask(mask);
+        QCOMPARE(mode(u"new/script"_s), 0640U);
+        QCOMPARE(mode(u"new"_s), 0750U);
+
+        QCOMPARE(::chmod(QFile::encodeName(path(u"new/script"_s)).constData(), 0707), 0);
+        workspace->write(u"new/script"_s, "2", u"me"_s, 1);
+        QCOMPARE(mode(u"new/script"_s), 0707U);
+    }
+
+    void aFileOnTheWayIsNoFolder()
+    {
+        workspace->write(u"a"_s, "1", u"me"_s, 0);
+        QCOMPARE(errorOf([&] { workspace->write(u"a/b"_s, "1", u"me"_s, 0); }), u"Cannot create parent directory"_s);
+        QCOMPARE(errorOf([&] { workspace->read(u"a/b"_s); }), u"Cannot read a/b"_s);
+        QCOMPARE(errorOf([&] { workspace->write(QString(256, u'n'), "1", u"me"_s, 0); }),
+                 u"Cannot write "_s + QString(256, u'n'));
+        QCOMPARE(everythingIn(workspace->root()), QStringList{u"a"_s});
+    }
+
+    void externalChangesBlockACheckpoint()
+    {
+        workspace->write(u"a"_s, "1", u"me"_s, 0);
+        workspace->write(u"b"_s, "1", u"me"_s, 0);
+        const QJsonArray graph{QJsonObject{{u"id"_s, u"n1"_s}}};
+        const QJsonObject snapshot = workspace->checkpoint(u"task"_s, graph);
+        QCOMPARE(snapshot["task_id"_L1].toString(), u"task"_s);
+        QCOMPARE(snapshot["graph"_L1].toArray(), graph);
+        QCOMPARE(snapshot["files"_L1].toArray(), workspace->files());
+        QCOMPARE(store->get(u"checkpoints"_s, snapshot["id"_L1].toString()), snapshot);
+
+        save(path(u"b"_s), "edited");
+        QCOMPARE(errorOf([&] { workspace->checkpoint(u"task"_s, {}); }), u"Checkpoint conflict: external changes"_s);
+        QVERIFY(QFile::remove(path(u"b"_s)));
+        QCOMPARE(errorOf([&] { workspace->checkpoint(u"task"_s, {}); }), u"Cannot read b"_s);
+        QCOMPARE(store->list(u"checkpoints"_s, u"p"_s).size(), 1);
+    }
+
+    void rollbackBringsBackTheSnapshot()
+    {
+        for (const char *bytes : {"a1", "a2", "a3"})
+            workspace->write(u"a"_s, bytes, u"me"_s, -1);
+        workspace->write(u"same"_s, "s", u"me"_s, 0);
+        const QString snapshot = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
+        workspace->write(u"a"_s, "a4", u"me"_s, 3);
+        workspace->write(u"a"_s, "a5", u"me"_s, 4);
+        const QJsonObject later = workspace->write(u"d/later"_s, "l", u"me"_s, 0);
+        save(path(u"untracked"_s), "u");
+
+        workspace->rollback(snapshot);
+
+        const QJsonObject restored = workspace->latest(u"a"_s);
+        QCOMPARE(restored["revision"_L1].toInt(), 6);
+        QCOMPARE(restored["content"_L1].toString(), u"a3"_s);
+        QCOMPARE(restored["author_agent"_L1].toString(), u"rollback"_s);
+        QCOMPARE(contentOf(path(u"a"_s)), "a3");
+        QCOMPARE(workspace->latest(u"same"_s)["revision"_L1].toInt(), 2);
+
+        QJsonObject removed = later;
+        removed[u"deleted"_s] = true;
+        removed[u"status"_s] = u"ROLLED_BACK"_s;
+        QCOMPARE(workspace->latest(u"d/later"_s), removed);
+        QCOMPARE(everythingIn(path(u"d"_s)), QStringList());
+        QCOMPARE(contentOf(path(u"untracked"_s)), "u");
+        const QJsonObject again = workspace->write(u"d/later"_s, "l2", u"me"_s, 1);
+        QCOMPARE(again["revision"_L1].toInt(), 2);
+        QVERIFY(!again.contains("deleted"_L1));
+    }
+
+    void rollbackTouchesNothingIfAFileWasChanged()
+    {
+        workspace->write(u"a"_s, "a1", u"me"_s, 0);
+        const QString snapshot = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
+        workspace->write(u"a"_s, "a2", u"me"_s, 1);
+        workspace->write(u"z"_s, "z1", u"me"_s, 0);
+        save(path(u"z"_s), "edited");
+
+        QCOMPARE(errorOf([&] { workspace->rollback(snapshot); }), u"Rollback conflict: external changes"_s);
+        QCOMPARE(contentOf(path(u"a"_s)), "a2");
+        QCOMPARE(contentOf(path(u"z"_s)), "edited");
+        QVERIFY(QFile::remove(path(u"z"_s)));
+        QCOMPARE(errorOf([&] { workspace->rollback(snapshot); }), u"Cannot read z"_s);
+        QCOMPARE(workspace->latest(u"a"_s)["revision"_L1].toInt(), 2);
+    }
+
+    void rollbackOfAnotherProjectFailsFirst()
+    {
+        workspace->write(u"a"_s, "1", u"me"_s, 0);
+        const QString snapshot = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
+        workspace->open(top->filePath(u"second"_s), u"q"_s);
+        for (const QString &wrong : {snapshot, u"unknown"_s})
+            QCOMPARE(errorOf([&] { workspace->rollback(wrong); }), u"Checkpoint belongs to another project"_s);
+        QVERIFY(everythingIn(top->filePath(u"second"_s)).isEmpty());
+    }
+
+    void filesDeletedInTheSnapshotStayDeleted()
+    {
+        const QString empty = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
+        workspace->write(u"a"_s, "1", u"me"_s, 0);
+        workspace->rollback(empty);
+        workspace->write(u"b"_s, "1", u"me"_s, 0);
+        const QString withDeleted = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
+
+        workspace->rollback(withDeleted);
+        QCOMPARE(everythingIn(workspace->root()), QStringList{u"b"_s});
+        QCOMPARE(workspace->latest(u"a"_s)["revision"_L1].toInt(), 1);
+
+        workspace->write(u"a"_s, "2", u"me"_s, 1);
+        workspace->rollback(withDeleted);
+        QCOMPARE(everythingIn(workspace->root()), QStringList{u"b"_s});
+        QVERIFY(workspace->latest(u"a"_s)["deleted"_L1].toBool());
+    }
+
+    void whatIsNotTextSurvivesARollback()
+    {
+        const QByteArray bytes = "\x89PNG\xff\xfe";
+        workspace->write(u"image"_s, bytes, u"me"_s, 0);
+        const QString snapshot = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
+        workspace->rollback(snapshot);
+        QCOMPARE(contentOf(path(u"image"_s)), bytes);
+    }
+
+    void leftoversOfAKilledProcessAreCleared()
+    {
+        workspace->write(u"d/a"_s, "1", u"me"_s, 0);
+        const QString dead = u".vesk-%1-0123456789abcdef.tmp"_s.arg(999999999);
+        const QString living = u".vesk-%1-0123456789abcdef.tmp"_s.arg(::getppid());
+        for (const QString &name : {dead, living, u".vesk-notes.tmp"_s, u"x"_s + dead})
+            save(path(u"d/"_s + name), "left");
+        save(path(dead), "left");
+
+        workspace->open(workspace->root(), u"p"_s);
+
+        QCOMPARE(everythingIn(workspace->root()), QStringList{u"d"_s});
+        QStringList kept{u".vesk-notes.tmp"_s, living, u"a"_s, u"x"_s + dead};
+        kept.sort();
+        QStringList found = everythingIn(path(u"d"_s));
+        found.sort();
+        QCOMPARE(found, kept);
+    }
+
+    void mountPointsAreRefused()
+    {
+        workspace->write(u"file"_s, "1", u"me"_s, 0);
+        workspace->write(u"d/below/x"_s, "1", u"me"_s, 0);
+        QVERIFY(QDir(top->path()).mkpath(u"outside/below"_s));
+        save(top->filePath(u"outside/below/x"_s), "secret");
+        const auto encoded = [&](const QString &name) { return QFile::encodeName(top->filePath(name)); };
+
+        const QString outcome = sandbox::inChild([&] {
+            // Of the same file system, so that its number gives nothing away.
+            if (!sandbox::haveOwnMounts()
+                || ::mount(encoded(u"outside"_s), encoded(u"project/d"_s), nullptr, MS_BIND, nullptr) != 0
+                || ::mount(encoded(u"outside/below/x"_s), encoded(u"project/file"_s), nullptr, MS_BIND, nullptr) != 0)
+                return u"no mounts"_s;
+            QStringList errors;
+            for (const auto walk : {ConfinedFolder::Walk::InKernel, ConfinedFolder::Walk::ByComponent}) {
+                Store ours(top->filePath(u"child.sqlite"_s));
+                Workspace inside(ours, walk);
+                inside.open(top->filePath(u"project"_s), u"p"_s);
+                for (const QString &path : {u"d"_s, u"d/below/x"_s, u"d/new"_s, u"d/con"_s, u"file"_s, u"file/x"_s}) {
+                    errors += errorOf([&] { inside.read(path); });
+                    errors += errorOf([&] { inside.write(path, "overwritten", u"me"_s, -1); });
+                }
+                // A root that is one itself is what the user chose.
+                inside.open(top->filePath(u"project/d"_s), u"p"_s);
+                errors += QString::fromUtf8(inside.read(u"below/x"_s));
+            }
+            errors.removeDuplicates();
+            return errors.join(u", "_s);
+        });
+
+        if (outcome == "no mounts"_L1)
+            QSKIP("no mounts of one's own here");
+        QCOMPARE(outcome, u"Reparse paths are not allowed, secret"_s);
+        QCOMPARE(contentOf(top->filePath(u"outside/below/x"_s)), "secret");
+        QCOMPARE(everythingIn(top->filePath(u"outside"_s)), QStringList{u"below"_s});
+    }
+
+    void aFullDiskLosesNothing_data()
+    {
+        QTest::addColumn<QByteArray>("options");
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("error");
+        const QByteArray noBlocks = "size=64k";
+        const QByteArray noNodes = "nr_inodes=4"; // The top folder, one file, and what fill() takes.
+        QTest::newRow("no room for a new file") << noBlocks << u"new"_s << u"Short write"_s;
+        QTest::newRow("no room for a replacement") << noBlocks << u"a"_s << u"Short write"_s;
+        QTest::newRow("no node for a file") << noNodes << u"new"_s << u"Cannot write new"_s;
+        QTest::newRow("no node for a replacement") << noNodes << u"a"_s << u"Cannot write a"_s;
+        QTest::newRow("no node for a folder") << noNodes << u"d/new"_s << u"Cannot create parent directory"_s;
+    }
+
+    void aFullDiskLosesNothing()
+    {
+        QFETCH(QByteArray, options);
+        QFETCH(QString, path);
+        QFETCH(QString, error);
+        const QByteArray root = QFile::encodeName(workspace->root());
+
+        const QString outcome = sandbox::inChild([&] {
+            if (!sandbox::haveOwnMounts() || ::mount("tmpfs", root, "tmpfs", 0, options.constData()) != 0)
+                return u"no mounts"_s;
+            Store ours(top->filePath(u"child.sqlite"_s));
+            Workspace full(ours);
+            full.open(workspace->root(), u"p"_s);
+            full.write(u"a"_s, "1", u"me"_s, 0);
+            save(this->path(u"x"_s), {});
+            save(this->path(u"y"_s), {});
+            const QString first = errorOf([&] { full.write(path, QByteArray(100000, 'x'), u"me"_s, -1); });
+            const QByteArray state
+                = contentOf(this->path(u"a"_s)) + ' ' + everythingIn(workspace->root()).join(u' ').toUtf8();
+            if (state != "1 a x y" || ours.list(u"file_revisions"_s, {}).size() != 1)
+                return u"left: "_s + QString::fromUtf8(state);
+            // With room again, all goes on.
+            ::mount(nullptr, root, nullptr, MS_REMOUNT, "size=1m,nr_inodes=100");
+            full.write(path, "2", u"me"_s, -1);
+            return first;
+        });
+
+        if (outcome == "no mounts"_L1)
+            QSKIP("no mounts of one's own here");
+        QCOMPARE(outcome, error);
+    }
 
 private:
     QString path(const QString &name) const { return top->filePath(u"project/"_s + name); }
@@ -63,615 +508,6 @@ private:
     std::unique_ptr<Store> store;
     std::unique_ptr<Workspace> workspace;
 };
-
-namespace {
-
-QString errorOf(const std::function<void()> &work)
-{
-    try {
-        work();
-    } catch (const std::runtime_error &error) {
-        return textOf(error);
-    }
-    return u"(no error)"_s;
-}
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(none)");
-}
-
-void save(const QString &path, const QByteArray &bytes)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
-
-QStringList everythingIn(const QString &folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot, QDir::Name);
-}
-
-} // namespace
-
-void WorkspaceTest::init()
-{
-    top = std::make_unique<QTemporaryDir>(sandbox::memoryTemplate());
-    store = std::make_unique<Store>(top->filePath(u"store.sqlite"_s));
-    workspace = std::make_unique<Workspace>(*store);
-    workspace->open(top->filePath(u"project"_s), u"p"_s);
-}
-
-void WorkspaceTest::cleanup()
-{
-    workspace.reset();
-    store.reset();
-    top.reset();
-}
-
-void WorkspaceTest::openRefusesWhatIsNoFolder_data()
-{
-    QTest::addColumn<QString>("folder");
-    QTest::addColumn<QString>("error");
-    const QString relative = u"Workspace must be an absolute folder"_s;
-    QTest::newRow("empty") << QString() << relative;
-    QTest::newRow("relative") << u"some/folder"_s << relative;
-    QTest::newRow("resource") << u":/some"_s << relative;
-    QTest::newRow("a file") << u"%1/file"_s << u"Cannot create workspace"_s;
-    QTest::newRow("below a file") << u"%1/file/x"_s << u"Cannot create workspace"_s;
-    QTest::newRow("dangling link") << u"%1/dangling"_s << u"Cannot create workspace"_s;
-    QTest::newRow("the whole disk") << u"/"_s << u"Invalid workspace"_s;
-    QTest::newRow("the whole disk, roundabout") << u"%1/../../../../../../../.."_s << u"Invalid workspace"_s;
-}
-
-void WorkspaceTest::openRefusesWhatIsNoFolder()
-{
-    QFETCH(QString, folder);
-    QFETCH(QString, error);
-    save(top->filePath(u"file"_s), "x");
-    QFile::link(u"nowhere"_s, top->filePath(u"dangling"_s));
-    const QString before = workspace->root();
-
-    QCOMPARE(errorOf([&] { workspace->open(folder.replace(u"%1"_s, top->path()), u"other"_s); }), error);
-
-    QCOMPARE(workspace->root(), before);
-    QCOMPARE(workspace->project(), u"p"_s);
-}
-
-void WorkspaceTest::openMakesTheFolderAndFollowsLinksToIt()
-{
-    QFile::link(top->filePath(u"project"_s), top->filePath(u"link"_s));
-    workspace->open(top->filePath(u"link/deep/er"_s), u"q"_s);
-    QCOMPARE(workspace->root(), QFileInfo(path(u"deep/er"_s)).canonicalFilePath());
-    QCOMPARE(workspace->project(), u"q"_s);
-    workspace->write(u"a"_s, "1", u"me"_s, 0);
-    QCOMPARE(contentOf(path(u"deep/er/a"_s)), "1");
-}
-
-void WorkspaceTest::nothingIsReachedBeforeOpen()
-{
-    workspace->write(u"a"_s, "1", u"me"_s, 0);
-    Workspace fresh(*store);
-    const QString error = u"Select a workspace first"_s;
-    QCOMPARE(errorOf([&] { fresh.resolve(u"a"_s); }), error);
-    QCOMPARE(errorOf([&] { fresh.read(u"a"_s); }), error);
-    QCOMPARE(errorOf([&] { fresh.write(u"a"_s, "x", u"me"_s, -1); }), error);
-    QCOMPARE(errorOf([&] { fresh.checkpoint(u"t"_s, {}); }), error);
-    QCOMPARE(errorOf([&] { fresh.rollback(u"unknown"_s); }), error);
-    QCOMPARE(fresh.files(), QJsonArray());
-    QCOMPARE(fresh.latest(u"a"_s), QJsonObject());
-    QVERIFY(!fresh.stale(u"a"_s, 0));
-    QCOMPARE(fresh.root(), QString());
-}
-
-void WorkspaceTest::aRootThatIsNoLongerThereEndsEverything_data()
-{
-    QTest::addColumn<QStringList>("moves"); // Pairs: what, where to.
-    QTest::addColumn<QString>("link"); // What then stands in the root's place, a link to this ...
-    QTest::addColumn<bool>("folder"); // ... or a new folder.
-    QTest::newRow("moved") << QStringList{u"project"_s, u"elsewhere"_s} << QString() << false;
-    QTest::newRow("replaced by a link to it") << QStringList{u"project"_s, u"elsewhere"_s} << u"elsewhere"_s << false;
-    QTest::newRow("replaced by a link that differs in case")
-        << QStringList{u"project"_s, u"PROJECT"_s} << u"PROJECT"_s << false;
-    QTest::newRow("replaced by a link to itself") << QStringList{u"project"_s, u"x"_s} << u"project"_s << false;
-    QTest::newRow("replaced by another folder") << QStringList{u"project"_s, u"elsewhere"_s} << QString() << true;
-}
-
-void WorkspaceTest::aRootThatIsNoLongerThereEndsEverything()
-{
-    QFETCH(QStringList, moves);
-    QFETCH(QString, link);
-    QFETCH(bool, folder);
-    workspace->write(u"a"_s, "1", u"me"_s, 0);
-
-    QVERIFY(QDir(top->path()).rename(moves[0], moves[1]));
-    if (!link.isEmpty())
-        QVERIFY(QFile::link(link, top->filePath(u"project"_s)));
-    if (folder)
-        QVERIFY(QDir(top->path()).mkdir(u"project"_s));
-
-    const QString error = u"Workspace root changed or was redirected"_s;
-    QCOMPARE(errorOf([&] { workspace->resolve(u"a"_s); }), error);
-    QCOMPARE(errorOf([&] { workspace->read(u"a"_s); }), error);
-    QCOMPARE(errorOf([&] { workspace->write(u"a"_s, "2", u"me"_s, -1); }), error);
-    QCOMPARE(contentOf(top->filePath(moves[1] + u"/a"_s)), "1");
-}
-
-void WorkspaceTest::resolveRefusesHostilePaths_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("error");
-    const auto row = [](const QString &path, const char *error) {
-        const QByteArray name = path.left(40).toUtf8().toPercentEncoding("/. :\\");
-        QTest::newRow(name.isEmpty() ? "empty" : name.constData()) << path << QString::fromLatin1(error);
-    };
-    for (const QString &path : {u""_s, u"/x"_s, u"/"_s, u"\\x"_s, u"//server/x"_s, u"C:/x"_s, u"C:\\x"_s, u"a:b"_s,
-                                u"a/b:stream"_s, u"a\0b"_s, u"\0"_s, u"../:"_s})
-        row(path, "Invalid relative path");
-    for (const QString &path :
-         {u".."_s,   u"."_s,  u"../x"_s, u"a/../b"_s,       u"./a"_s,   u"a/."_s,   u"a/.."_s,
-          u"a//b"_s, u"a/"_s, u"a\\"_s,  u"a\\..\\..\\b"_s, u"a."_s,    u"a./b"_s,  u"..."_s,
-          u"a "_s,   u" "_s,  u"a /b"_s, u"con."_s,         u".git."_s, u".git "_s, u"a/..\\..\\../etc/passwd"_s})
-        row(path, "Unsafe path component");
-    for (const QString &path : {u"a<b"_s, u"a>b"_s, u"a\"b"_s, u"a|b"_s, u"a?"_s, u"*"_s, u"a\nb"_s, u"a\x1f"_s,
-                                u"\x01/x"_s, u"a\t"_s, u"con?"_s, u"half"_s + QChar(0xd83d)})
-        row(path, "Invalid filename");
-    for (const QString &path :
-         {u"con"_s, u"CON.txt"_s, u"docs/LPT1.md"_s, u"Prn"_s, u"aux.h"_s, u"nul.tar.gz"_s, u"com9"_s, u"NUL/x"_s})
-        row(path, "Reserved device filename");
-    for (const QString &path : {u".git"_s, u".GIT/config"_s, u"sub/.Git/hooks/x"_s, u"a\\.gIt\\x"_s})
-        row(path, "Git metadata is protected");
-    // The disk is asked up to the first bad name, so the fault further left is the one that is told.
-    for (const QString &path : {u"link"_s, u"link/x"_s, u"link/deep/missing"_s, u"dangling"_s, u"dangling/x"_s,
-                                u"loop"_s, u"inside"_s, u"inside/x"_s, u"folder/up"_s, u"folder/up/x"_s, u"link/con"_s,
-                                u"link/../x"_s, u"link/.git"_s, u"outside.txt"_s, u"proc"_s, u"folder\\up\\x"_s})
-        row(path, "Symlink paths are not allowed");
-    row(u"con/link"_s, "Reserved device filename");
-}
-
-void WorkspaceTest::resolveRefusesHostilePaths()
-{
-    QFETCH(QString, path);
-    QFETCH(QString, error);
-    const QString root = workspace->root();
-    QVERIFY(QDir(root).mkpath(u"folder"_s));
-    QVERIFY(QDir(root).mkpath(u"../outside/deep"_s));
-    save(top->filePath(u"outside/x"_s), "secret");
-    for (const auto &[target, name] : {std::pair("../outside", "link"),
-                                       {"nowhere", "dangling"},
-                                       {"loop", "loop"},
-                                       {"folder", "inside"},
-                                       {"..", "folder/up"},
-                                       {"../outside/x", "outside.txt"},
-                                       {"/proc/self/cwd", "proc"}})
-        QVERIFY(QFile::link(QString::fromLatin1(target), root + u'/' + QString::fromLatin1(name)));
-
-    for (const auto walk : {ConfinedFolder::Walk::InKernel, ConfinedFolder::Walk::ByComponent}) {
-        Workspace either(*store, walk);
-        either.open(root, u"p"_s);
-        QCOMPARE(errorOf([&] { either.resolve(path); }), error);
-        QCOMPARE(errorOf([&] { either.read(path); }), error);
-        QCOMPARE(errorOf([&] { either.write(path, "overwritten", u"me"_s, -1); }), error);
-    }
-    QCOMPARE(everythingIn(top->filePath(u"outside"_s)), (QStringList{u"deep"_s, u"x"_s}));
-    QCOMPARE(contentOf(top->filePath(u"outside/x"_s)), "secret");
-    QCOMPARE(workspace->files(), QJsonArray());
-}
-
-void WorkspaceTest::resolveGivesThePathAsWritten_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("resolved");
-    for (const QString &same : {u"a/b"_s, u".gitignore"_s, u"console.txt"_s, u"com10"_s, u"COM0.txt"_s, u"..a"_s,
-                                u" a"_s, u"документ ё/файл.txt"_s, u"🙂.md"_s, u"a.git"_s, u"xcon"_s, u"~/x"_s,
-                                u"file/below"_s, u"$HOME;&'`"_s, QString(300, u'n')})
-        QTest::newRow(same.left(20).toUtf8().constData()) << same << same;
-    QTest::newRow("backslashes") << u"a\\b\\c"_s << u"a/b/c"_s;
-}
-
-void WorkspaceTest::resolveGivesThePathAsWritten()
-{
-    QFETCH(QString, path);
-    QFETCH(QString, resolved);
-    save(this->path(u"file"_s), "x");
-    QCOMPARE(workspace->resolve(path), workspace->root() + u'/' + resolved);
-}
-
-void WorkspaceTest::whatIsNoPlainFileIsNeitherReadNorReplaced_data()
-{
-    QTest::addColumn<std::function<void(QByteArray)>>("make");
-    using Make = std::function<void(QByteArray)>;
-    QTest::newRow("folder") << Make([](QByteArray path) { QCOMPARE(::mkdir(path.constData(), 0777), 0); });
-    QTest::newRow("fifo") << Make([](QByteArray path) { QCOMPARE(::mkfifo(path.constData(), 0666), 0); });
-    QTest::newRow("socket") << Make([](QByteArray path) {
-        sockaddr_un address{AF_UNIX, {}};
-        QVERIFY(path.size() < qsizetype(sizeof address.sun_path));
-        std::copy(path.begin(), path.end(), address.sun_path);
-        const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
-        QCOMPARE(::bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
-        ::close(socket);
-    });
-    QTest::newRow("device") << Make([](QByteArray path) {
-        if (::mknod(path.constData(), S_IFCHR | 0666, dev_t(0x103)) != 0) // 1:3 is /dev/null.
-            QSKIP("only root makes devices");
-    });
-    QTest::newRow("hard link to a file outside") << Make([](QByteArray path) {
-        const QString outside = QFileInfo(QString::fromUtf8(path)).dir().filePath(u"../outside"_s);
-        save(outside, "1");
-        QCOMPARE(::link(QFile::encodeName(outside).constData(), path.constData()), 0);
-    });
-}
-
-void WorkspaceTest::whatIsNoPlainFileIsNeitherReadNorReplaced()
-{
-    QFETCH(std::function<void(QByteArray)>, make);
-    workspace->write(u"it"_s, "1", u"me"_s, 0);
-    QVERIFY(QFile::remove(path(u"it"_s)));
-    make(QFile::encodeName(path(u"it"_s)));
-    if (QTest::currentTestResolved())
-        return;
-
-    for (const auto walk : {ConfinedFolder::Walk::InKernel, ConfinedFolder::Walk::ByComponent}) {
-        Workspace either(*store, walk);
-        either.open(workspace->root(), u"p"_s);
-        QCOMPARE(either.resolve(u"it"_s), workspace->root() + u"/it"_s);
-        QCOMPARE(errorOf([&] { either.read(u"it"_s); }), u"Cannot read it"_s);
-        QCOMPARE(errorOf([&] { either.write(u"it"_s, "2", u"me"_s, 1); }), u"Cannot read it"_s);
-        QCOMPARE(errorOf([&] { either.checkpoint(u"t"_s, {}); }), u"Cannot read it"_s);
-    }
-    QCOMPARE(everythingIn(workspace->root()), QStringList{u"it"_s});
-}
-
-void WorkspaceTest::aRevisionHasItsFixedForm()
-{
-    const QByteArray bytes = "\xEF\xBB\xBFтекст\n";
-    const QJsonObject revision = workspace->write(u"src\\main.cpp"_s, bytes, u"agent"_s, 0);
-
-    QCOMPARE(revision.keys(),
-             (QStringList{u"author_agent"_s, u"content"_s, u"file_id"_s, u"hash"_s, u"id"_s, u"path"_s, u"project_id"_s,
-                          u"revision"_s, u"status"_s, u"timestamp"_s}));
-    QCOMPARE(revision["file_id"_L1].toString(), u"p:src\\main.cpp"_s);
-    QCOMPARE(revision["project_id"_L1].toString(), u"p"_s);
-    QCOMPARE(revision["path"_L1].toString(), u"src\\main.cpp"_s);
-    QCOMPARE(revision["revision"_L1].toInt(), 1);
-    QCOMPARE(revision["hash"_L1].toString(), digest(bytes));
-    QCOMPARE(revision["author_agent"_L1].toString(), u"agent"_s);
-    QCOMPARE(revision["status"_L1].toString(), u"REVIEWING"_s);
-    QCOMPARE(revision["content"_L1].toString().toUtf8(), bytes);
-    QCOMPARE(contentOf(path(u"src/main.cpp"_s)), bytes);
-    QCOMPARE(workspace->read(u"src/main.cpp"_s), bytes);
-
-    const QString id = revision["id"_L1].toString();
-    QCOMPARE(store->get(u"file_revisions"_s, id), revision);
-    QCOMPARE(store->list(u"file_revisions"_s, u"p"_s), QJsonArray{revision});
-    QCOMPARE(store->get(u"files"_s, u"p:src\\main.cpp"_s), revision);
-    QCOMPARE(workspace->files(), QJsonArray{revision});
-}
-
-void WorkspaceTest::revisionsAreCountedAndCompared()
-{
-    const auto revision = [&](const QByteArray &bytes, int expected) {
-        return workspace->write(u"a"_s, bytes, u"me"_s, expected)["revision"_L1].toInt();
-    };
-    QVERIFY(!workspace->stale(u"a"_s, 0));
-    QCOMPARE(revision("1", 0), 1);
-    QCOMPARE(errorOf([&] { revision("2", 0); }), u"Stale revision: a"_s);
-    QCOMPARE(errorOf([&] { revision("2", 2); }), u"Stale revision: a"_s);
-    QCOMPARE(contentOf(path(u"a"_s)), "1");
-    QCOMPARE(revision("2", 1), 2);
-    QCOMPARE(revision("", -1), 3);
-    QCOMPARE(revision("4", 3), 4);
-    QVERIFY(workspace->stale(u"a"_s, 3));
-    QVERIFY(!workspace->stale(u"a"_s, 4));
-    QCOMPARE(workspace->latest(u"a"_s)["content"_L1].toString(), u"4"_s);
-    QCOMPARE(store->list(u"file_revisions"_s, u"p"_s).size(), 4);
-    QCOMPARE(errorOf([&] { workspace->write(u"new"_s, "1", u"me"_s, 1); }), u"Stale revision: new"_s);
-    QCOMPARE(everythingIn(workspace->root()), QStringList{u"a"_s});
-}
-
-void WorkspaceTest::theSystemOverwritesOnlyWhatItWroteItself()
-{
-    save(path(u"untracked"_s), "theirs");
-    QCOMPARE(errorOf([&] { workspace->write(u"untracked"_s, "x", u"me"_s, 0); }),
-             u"Existing/untracked or externally modified file: untracked"_s);
-    QCOMPARE(contentOf(path(u"untracked"_s)), "theirs");
-    QCOMPARE(workspace->read(u"untracked"_s), "theirs");
-
-    workspace->write(u"a"_s, "1", u"me"_s, 0);
-    save(path(u"a"_s), "edited");
-    QCOMPARE(errorOf([&] { workspace->write(u"a"_s, "2", u"me"_s, 1); }),
-             u"Existing/untracked or externally modified file: a"_s);
-    QCOMPARE(contentOf(path(u"a"_s)), "edited");
-    QVERIFY(!workspace->stale(u"a"_s, 1));
-
-    save(path(u"a"_s), "1");
-    QCOMPARE(workspace->write(u"a"_s, "2", u"me"_s, 1)["revision"_L1].toInt(), 2);
-}
-
-void WorkspaceTest::aRemovedFileIsNotWrittenAgain()
-{
-    workspace->write(u"d/a"_s, "1", u"me"_s, 0);
-    QVERIFY(QDir(path(u"d"_s)).removeRecursively());
-    QCOMPARE(errorOf([&] { workspace->write(u"d/a"_s, "2", u"me"_s, 1); }), u"Tracked file removed externally: d/a"_s);
-    QCOMPARE(errorOf([&] { workspace->read(u"d/a"_s); }), u"Cannot read d/a"_s);
-    QVERIFY(everythingIn(workspace->root()).isEmpty());
-}
-
-void WorkspaceTest::aPathIsTheKeyExactlyAsWritten()
-{
-    workspace->write(u"d\\a"_s, "1", u"me"_s, 0);
-    QCOMPARE(workspace->latest(u"d/a"_s), QJsonObject());
-    QCOMPARE(errorOf([&] { workspace->write(u"d/a"_s, "2", u"me"_s, -1); }),
-             u"Existing/untracked or externally modified file: d/a"_s);
-    QCOMPARE(workspace->write(u"d\\a"_s, "2", u"me"_s, 1)["path"_L1].toString(), u"d\\a"_s);
-}
-
-void WorkspaceTest::exactlyTwoMebibytesPass()
-{
-    const QByteArray full(2097152, 'x');
-    const QString error = u"File exceeds 2 MiB limit"_s;
-    QCOMPARE(errorOf([&] { workspace->write(u"../a"_s, full + 'x', u"me"_s, 0); }), error);
-    workspace->write(u"a"_s, full, u"me"_s, 0);
-    QCOMPARE(workspace->read(u"a"_s), full);
-    workspace->write(u"a"_s, "1", u"me"_s, 1);
-
-    save(path(u"a"_s), full + 'x');
-    QCOMPARE(errorOf([&] { workspace->read(u"a"_s); }), error);
-    QCOMPARE(errorOf([&] { workspace->write(u"a"_s, "2", u"me"_s, 2); }), error);
-    QCOMPARE(errorOf([&] { workspace->checkpoint(u"t"_s, {}); }), error);
-    QCOMPARE(QFileInfo(path(u"a"_s)).size(), 2097153);
-}
-
-void WorkspaceTest::aReplacedFileKeepsItsMode()
-{
-    const auto mode = [&](const QString &name) {
-        struct stat status = {};
-        ::stat(QFile::encodeName(path(name)).constData(), &status);
-        return status.st_mode & 07777;
-    };
-    const mode_t mask = ::umask(027);
-    workspace->write(u"new/script"_s, "1", u"me"_s, 0);
-    ::umask(mask);
-    QCOMPARE(mode(u"new/script"_s), 0640U);
-    QCOMPARE(mode(u"new"_s), 0750U);
-
-    QCOMPARE(::chmod(QFile::encodeName(path(u"new/script"_s)).constData(), 0707), 0);
-    workspace->write(u"new/script"_s, "2", u"me"_s, 1);
-    QCOMPARE(mode(u"new/script"_s), 0707U);
-}
-
-void WorkspaceTest::aFileOnTheWayIsNoFolder()
-{
-    workspace->write(u"a"_s, "1", u"me"_s, 0);
-    QCOMPARE(errorOf([&] { workspace->write(u"a/b"_s, "1", u"me"_s, 0); }), u"Cannot create parent directory"_s);
-    QCOMPARE(errorOf([&] { workspace->read(u"a/b"_s); }), u"Cannot read a/b"_s);
-    QCOMPARE(errorOf([&] { workspace->write(QString(256, u'n'), "1", u"me"_s, 0); }),
-             u"Cannot write "_s + QString(256, u'n'));
-    QCOMPARE(errorOf([&] { workspace->write(QString(256, u'n') + u"/x"_s, "1", u"me"_s, 0); }),
-             u"Cannot create parent directory"_s);
-    // Every component is short enough, the whole can't be named.
-    QCOMPARE(errorOf([&] { workspace->write(u"dir/"_s.repeated(1100) + u"x"_s, "1", u"me"_s, 0); }),
-             u"Cannot create parent directory"_s);
-    QCOMPARE(everythingIn(workspace->root()), QStringList{u"a"_s});
-}
-
-void WorkspaceTest::externalChangesBlockACheckpoint()
-{
-    workspace->write(u"a"_s, "1", u"me"_s, 0);
-    workspace->write(u"b"_s, "1", u"me"_s, 0);
-    const QJsonArray graph{QJsonObject{{u"id"_s, u"n1"_s}}};
-    const QJsonObject snapshot = workspace->checkpoint(u"task"_s, graph);
-    QCOMPARE(snapshot.keys(),
-             (QStringList{u"files"_s, u"graph"_s, u"id"_s, u"kind"_s, u"project_id"_s, u"task_id"_s, u"time"_s}));
-    QCOMPARE(snapshot["kind"_L1].toString(), u"controlled_workspace_snapshot"_s);
-    QCOMPARE(snapshot["task_id"_L1].toString(), u"task"_s);
-    QCOMPARE(snapshot["project_id"_L1].toString(), u"p"_s);
-    QCOMPARE(snapshot["graph"_L1].toArray(), graph);
-    QCOMPARE(snapshot["files"_L1].toArray(), workspace->files());
-    QCOMPARE(store->get(u"checkpoints"_s, snapshot["id"_L1].toString()), snapshot);
-
-    save(path(u"b"_s), "edited");
-    QCOMPARE(errorOf([&] { workspace->checkpoint(u"task"_s, {}); }), u"Checkpoint conflict: external changes"_s);
-    QVERIFY(QFile::remove(path(u"b"_s)));
-    QCOMPARE(errorOf([&] { workspace->checkpoint(u"task"_s, {}); }), u"Cannot read b"_s);
-    QCOMPARE(store->list(u"checkpoints"_s, u"p"_s).size(), 1);
-}
-
-void WorkspaceTest::rollbackBringsBackTheSnapshot()
-{
-    for (const char *bytes : {"a1", "a2", "a3"})
-        workspace->write(u"a"_s, bytes, u"me"_s, -1);
-    workspace->write(u"same"_s, "s", u"me"_s, 0);
-    const QString snapshot = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
-    workspace->write(u"a"_s, "a4", u"me"_s, 3);
-    workspace->write(u"a"_s, "a5", u"me"_s, 4);
-    const QJsonObject later = workspace->write(u"d/later"_s, "l", u"me"_s, 0);
-    save(path(u"untracked"_s), "u");
-
-    workspace->rollback(snapshot);
-
-    const QJsonObject restored = workspace->latest(u"a"_s);
-    QCOMPARE(restored["revision"_L1].toInt(), 6);
-    QCOMPARE(restored["content"_L1].toString(), u"a3"_s);
-    QCOMPARE(restored["author_agent"_L1].toString(), u"rollback"_s);
-    QCOMPARE(contentOf(path(u"a"_s)), "a3");
-    QCOMPARE(workspace->latest(u"same"_s)["revision"_L1].toInt(), 2);
-
-    QJsonObject removed = later;
-    removed[u"deleted"_s] = true;
-    removed[u"status"_s] = u"ROLLED_BACK"_s;
-    QCOMPARE(workspace->latest(u"d/later"_s), removed);
-    QCOMPARE(everythingIn(path(u"d"_s)), QStringList());
-    QCOMPARE(contentOf(path(u"untracked"_s)), "u");
-    QCOMPARE(store->list(u"file_revisions"_s, u"p"_s).size(), 9);
-
-    QCOMPARE(errorOf([&] { workspace->write(u"d/later"_s, "l", u"me"_s, 0); }), u"Stale revision: d/later"_s);
-    const QJsonObject again = workspace->write(u"d/later"_s, "l2", u"me"_s, 1);
-    QCOMPARE(again["revision"_L1].toInt(), 2);
-    QVERIFY(!again.contains("deleted"_L1));
-}
-
-void WorkspaceTest::rollbackTouchesNothingIfAFileWasChanged()
-{
-    workspace->write(u"a"_s, "a1", u"me"_s, 0);
-    const QString snapshot = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
-    workspace->write(u"a"_s, "a2", u"me"_s, 1);
-    workspace->write(u"z"_s, "z1", u"me"_s, 0);
-    save(path(u"z"_s), "edited");
-
-    QCOMPARE(errorOf([&] { workspace->rollback(snapshot); }), u"Rollback conflict: external changes"_s);
-    QCOMPARE(contentOf(path(u"a"_s)), "a2");
-    QCOMPARE(contentOf(path(u"z"_s)), "edited");
-    QVERIFY(QFile::remove(path(u"z"_s)));
-    QCOMPARE(errorOf([&] { workspace->rollback(snapshot); }), u"Cannot read z"_s);
-    QCOMPARE(workspace->latest(u"a"_s)["revision"_L1].toInt(), 2);
-}
-
-void WorkspaceTest::rollbackOfAnotherProjectFailsFirst()
-{
-    workspace->write(u"a"_s, "1", u"me"_s, 0);
-    const QString snapshot = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
-    workspace->open(top->filePath(u"second"_s), u"q"_s);
-    workspace->write(u"b"_s, "1", u"me"_s, 0);
-    save(top->filePath(u"second/b"_s), "edited");
-
-    const QString error = u"Checkpoint belongs to another project"_s;
-    QCOMPARE(errorOf([&] { workspace->rollback(snapshot); }), error);
-    QCOMPARE(errorOf([&] { workspace->rollback(u"unknown"_s); }), error);
-    QCOMPARE(everythingIn(top->filePath(u"second"_s)), QStringList{u"b"_s});
-}
-
-void WorkspaceTest::filesDeletedInTheSnapshotStayDeleted()
-{
-    const QString empty = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
-    workspace->write(u"a"_s, "1", u"me"_s, 0);
-    workspace->rollback(empty);
-    workspace->write(u"b"_s, "1", u"me"_s, 0);
-    const QString withDeleted = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
-
-    workspace->rollback(withDeleted);
-    QCOMPARE(everythingIn(workspace->root()), QStringList{u"b"_s});
-    QCOMPARE(workspace->latest(u"a"_s)["revision"_L1].toInt(), 1);
-
-    workspace->write(u"a"_s, "2", u"me"_s, 1);
-    workspace->rollback(withDeleted);
-    QCOMPARE(everythingIn(workspace->root()), QStringList{u"b"_s});
-    QVERIFY(workspace->latest(u"a"_s)["deleted"_L1].toBool());
-}
-
-void WorkspaceTest::whatIsNotTextSurvivesARollback()
-{
-    const QByteArray bytes = "\x89PNG\xff\xfe";
-    workspace->write(u"image"_s, bytes, u"me"_s, 0);
-    const QString snapshot = workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
-    workspace->rollback(snapshot);
-    QCOMPARE(contentOf(path(u"image"_s)), bytes);
-}
-
-void WorkspaceTest::leftoversOfAKilledProcessAreCleared()
-{
-    workspace->write(u"d/a"_s, "1", u"me"_s, 0);
-    const QString dead = u".vesk-%1-0123456789abcdef.tmp"_s.arg(999999999);
-    const QString living = u".vesk-%1-0123456789abcdef.tmp"_s.arg(::getppid());
-    for (const QString &name : {dead, living, u".vesk-notes.tmp"_s, u"x"_s + dead})
-        save(path(u"d/"_s + name), "left");
-    save(path(dead), "left");
-
-    workspace->open(workspace->root(), u"p"_s);
-
-    QCOMPARE(everythingIn(workspace->root()), QStringList{u"d"_s});
-    QStringList kept{u".vesk-notes.tmp"_s, living, u"a"_s, u"x"_s + dead};
-    kept.sort();
-    QStringList found = everythingIn(path(u"d"_s));
-    found.sort();
-    QCOMPARE(found, kept);
-}
-
-void WorkspaceTest::mountPointsAreRefused()
-{
-    workspace->write(u"file"_s, "1", u"me"_s, 0);
-    workspace->write(u"d/below/x"_s, "1", u"me"_s, 0);
-    QVERIFY(QDir(top->path()).mkpath(u"outside/below"_s));
-    save(top->filePath(u"outside/below/x"_s), "secret");
-    const auto encoded = [&](const QString &name) { return QFile::encodeName(top->filePath(name)); };
-
-    const QString outcome = sandbox::inChild([&] {
-        // Of the same file system, so that its number gives nothing away.
-        if (!sandbox::haveOwnMounts()
-            || ::mount(encoded(u"outside"_s), encoded(u"project/d"_s), nullptr, MS_BIND, nullptr) != 0
-            || ::mount(encoded(u"outside/below/x"_s), encoded(u"project/file"_s), nullptr, MS_BIND, nullptr) != 0)
-            return u"no mounts"_s;
-        QStringList errors;
-        for (const auto walk : {ConfinedFolder::Walk::InKernel, ConfinedFolder::Walk::ByComponent}) {
-            Store ours(top->filePath(u"child.sqlite"_s));
-            Workspace inside(ours, walk);
-            inside.open(top->filePath(u"project"_s), u"p"_s);
-            for (const QString &path : {u"d"_s, u"d/below/x"_s, u"d/new"_s, u"d/con"_s, u"file"_s, u"file/x"_s}) {
-                errors += errorOf([&] { inside.read(path); });
-                errors += errorOf([&] { inside.write(path, "overwritten", u"me"_s, -1); });
-            }
-            // A root that is one itself is what the user chose.
-            inside.open(top->filePath(u"project/d"_s), u"p"_s);
-            errors += QString::fromUtf8(inside.read(u"below/x"_s));
-        }
-        errors.removeDuplicates();
-        return errors.join(u", "_s);
-    });
-
-    if (outcome == "no mounts"_L1)
-        QSKIP("no mounts of one's own here");
-    QCOMPARE(outcome, u"Reparse paths are not allowed, secret"_s);
-    QCOMPARE(contentOf(top->filePath(u"outside/below/x"_s)), "secret");
-    QCOMPARE(everythingIn(top->filePath(u"outside"_s)), QStringList{u"below"_s});
-}
-
-void WorkspaceTest::aFullDiskLosesNothing_data()
-{
-    QTest::addColumn<QByteArray>("options");
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("error");
-    const QByteArray noBlocks = "size=64k";
-    const QByteArray noNodes = "nr_inodes=4"; // The top folder, one file, and what fill() takes.
-    QTest::newRow("no room for a new file") << noBlocks << u"new"_s << u"Short write"_s;
-    QTest::newRow("no room for a replacement") << noBlocks << u"a"_s << u"Short write"_s;
-    QTest::newRow("no node for a file") << noNodes << u"new"_s << u"Cannot write new"_s;
-    QTest::newRow("no node for a replacement") << noNodes << u"a"_s << u"Cannot write a"_s;
-    QTest::newRow("no node for a folder") << noNodes << u"d/new"_s << u"Cannot create parent directory"_s;
-}
-
-void WorkspaceTest::aFullDiskLosesNothing()
-{
-    QFETCH(QByteArray, options);
-    QFETCH(QString, path);
-    QFETCH(QString, error);
-    const QByteArray root = QFile::encodeName(workspace->root());
-
-    const QString outcome = sandbox::inChild([&] {
-        if (!sandbox::haveOwnMounts() || ::mount("tmpfs", root, "tmpfs", 0, options.constData()) != 0)
-            return u"no mounts"_s;
-        Store ours(top->filePath(u"child.sqlite"_s));
-        Workspace full(ours);
-        full.open(workspace->root(), u"p"_s);
-        full.write(u"a"_s, "1", u"me"_s, 0);
-        save(this->path(u"x"_s), {});
-        save(this->path(u"y"_s), {});
-        const QString first = errorOf([&] { full.write(path, QByteArray(100000, 'x'), u"me"_s, -1); });
-        const QByteArray state
-            = contentOf(this->path(u"a"_s)) + ' ' + everythingIn(workspace->root()).join(u' ').toUtf8();
-        if (state != "1 a x y" || ours.list(u"file_revisions"_s, {}).size() != 1)
-            return u"left: "_s + QString::fromUtf8(state);
-        // With room again, all goes on.
-        ::mount(nullptr, root, nullptr, MS_REMOUNT, "size=1m,nr_inodes=100");
-        full.write(path, "2", u"me"_s, -1);
-        return first;
-    });
-
-    if (outcome == "no mounts"_L1)
-        QSKIP("no mounts of one's own here");
-    QCOMPARE(outcome, error);
-}
 
 /// With "--old-kernel" the same where the kernel and the file system can do less.
 int main(int count, char *arguments[])

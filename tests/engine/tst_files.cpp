@@ -4,32 +4,6 @@
 
 using namespace vesk;
 
-class FilesTest : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void anUnsafePathGoesBackToTheCoder_data();
-    void anUnsafePathGoesBackToTheCoder();
-    void aBadListOfFilesGoesBackToTheCoder_data();
-    void aBadListOfFilesGoesBackToTheCoder();
-    void theFourthBadListEndsTheRun();
-    void aFurtherFileGetsANodeOfItsOwn();
-    void aNodeThatWasSplitOffCountsItsOwnRepairs();
-    void aListOfPathsBecomesTheFirstFile_data();
-    void aListOfPathsBecomesTheFirstFile();
-    void aListOfPathsWithOneFileIsRepaired();
-    void aFullGraphTakesOneFilePerNode();
-    void anObjectionBecomesAFixBoundToItsRevision();
-    void anApprovalResolvesTheFixesOfItsNodeOnly();
-    void theSixthObjectionEndsTheRun();
-    void theUserDecidesOnAFixWhenTheCoordinatorAsks();
-    void aReviewOfAnOldRevisionIsRejected();
-    void anEditDuringTheReviewSurvives_data();
-    void anEditDuringTheReviewSurvives();
-    void aFileOfTheUserIsNeverOverwritten();
-    void noFurtherFileIsWrittenOnceTheRunHasEnded();
-    void reviewersThatAreSwitchedOffHoldNothingBack();
-};
-
 namespace {
 
 QString askedChange(const QString &path)
@@ -72,382 +46,252 @@ void releaseAll(PlannedRun &run)
 
 } // namespace
 
-void FilesTest::anUnsafePathGoesBackToTheCoder_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QString>("fault");
+class FilesTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void aBadListOfFilesGoesBackToTheCoder()
+    {
+        using Files = QList<std::pair<QString, QString>>;
+        const auto with
+            = [](const QString &path, const QString &content) { return Files{{u"a.txt"_s, u"1"_s}, {path, content}}; };
+        const QList<std::pair<Files, QString>> answers{
+            {{{u"b.txt"_s, u"1"_s}}, u"В ответе отсутствует ожидаемый файл: a.txt"_s},
+            {with(u"A.TXT"_s, u"2"_s), u"Повторяющийся путь файла: A.TXT"_s},
+            {with(u"sub\\other.txt"_s, u"2"_s), u"Файл уже поручен другому узлу: sub\\other.txt"_s},
+            {with(u"b.Json"_s, u"{\"a\":"_s), u"Ошибка JSON в b.Json: unterminated object"_s},
+            {with(u"../b.txt"_s, u"2"_s), u"Unsafe path component"_s},
+            {with(u".GIT/hooks/pre-commit"_s, u"2"_s), u"Git metadata is protected"_s},
+            {with(u"out/b.txt"_s, u"2"_s), u"Symlink paths are not allowed"_s},
+        };
+        for (const auto &[files, fault] : answers) {
+            const QTemporaryDir outside;
+            PlannedRun run({code(u"sub/other.txt"_s), code(u"a.txt"_s)});
+            QVERIFY(QFile::link(outside.path(), run.projectFile(u"out"_s)));
+            answerFirst(run, files);
+            QCOMPARE(run.ending(), u"COMPLETED"_s);
 
-    const QString invalid = u"Invalid relative path"_s;
-    const QString unsafe = u"Unsafe path component"_s;
-    QTest::newRow("parent") << u"../b.txt"_s << unsafe;
-    QTest::newRow("parent inside") << u"src/../../b.txt"_s << unsafe;
-    QTest::newRow("parent by backslash") << u"src\\..\\b.txt"_s << unsafe;
-    QTest::newRow("absolute") << u"/etc/passwd"_s << invalid;
-    QTest::newRow("a drive") << u"C:\\b.txt"_s << invalid;
-    QTest::newRow("nothing") << QString() << invalid;
-    QTest::newRow("no name") << u"src/"_s << unsafe;
-    QTest::newRow("a zero") << u"b.txt"_s + QChar::Null << invalid;
-    QTest::newRow("a line break") << u"b\n.txt"_s << u"Invalid filename"_s;
-    QTest::newRow("a device") << u"src/con.txt"_s << u"Reserved device filename"_s;
-    QTest::newRow("git") << u".GIT/hooks/pre-commit"_s << u"Git metadata is protected"_s;
-    QTest::newRow("through a link") << u"out/b.txt"_s << u"Symlink paths are not allowed"_s;
-}
+            QCOMPARE(run.messages(u"AutomaticCorrection"_s), QStringList{u"Уточняю список файлов: "_s + fault});
+            QCOMPARE(run.orders(u"a.txt"_s).last()[u"fixes"_s],
+                     QJsonValue(QJsonArray{QJsonObject{{u"issues"_s, QJsonArray{fault}},
+                                                       {u"required_changes"_s, QJsonArray{askedChange(u"a.txt"_s)}}}}));
+            QVERIFY(run.rows(u"fix_requests"_s).isEmpty());
+            // Nothing of the bad answer was written.
+            QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 1);
+            QCOMPARE(run.workspace.files().size(), 2);
+            QCOMPARE(QDir(outside.path()).count(), 2u); // but for . and ..
+        }
+    }
 
-void FilesTest::anUnsafePathGoesBackToTheCoder()
-{
-    QFETCH(QString, path);
-    QFETCH(QString, fault);
-    const QTemporaryDir outside;
-    PlannedRun run({code(u"a.txt"_s)});
-    QVERIFY(QFile::link(outside.path(), run.projectFile(u"out"_s)));
-    answerFirst(run, {{u"a.txt"_s, u"first"_s}, {path, u"hostile"_s}});
+    void theFourthBadListEndsTheRun()
+    {
+        PlannedRun run({code(u"a.txt"_s)});
+        answerFirst(run, {{u"b.txt"_s, {}}}, 4);
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(
+            run.ending(),
+            u"Не удалось исправить формат файлов после трёх попыток: В ответе отсутствует ожидаемый файл: a.txt"_s);
+        QCOMPARE(run.orders(u"a.txt"_s).size(), 4);
+        QCOMPARE(run.status(u"a.txt"_s), u"FAILED"_s);
 
-    QCOMPARE(run.messages(u"AutomaticCorrection"_s), QStringList{u"Уточняю список файлов: "_s + fault});
-    QCOMPARE(run.orders(u"a.txt"_s).size(), 2);
-    QCOMPARE(run.fileContent(u"a.txt"_s), "a.txt\n");
-    QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 1); // nothing of the bad answer was written
-    QCOMPARE(QDir(outside.path()).count(), 2u); // but for . and ..
-    QCOMPARE(run.workspace.files().size(), 1);
-}
+        PlannedRun patient({code(u"a.txt"_s)});
+        answerFirst(patient, {{u"b.txt"_s, {}}}, 3);
+        QCOMPARE(patient.ending(), u"COMPLETED"_s);
+    }
 
-void FilesTest::aBadListOfFilesGoesBackToTheCoder_data()
-{
-    using Files = QList<std::pair<QString, QString>>;
-    QTest::addColumn<Files>("files");
-    QTest::addColumn<QString>("fault");
+    void aFurtherFileGetsANodeOfItsOwn()
+    {
+        PlannedRun run({code(u"base.txt"_s), code(u"a.txt"_s, {u"base.txt"_s}, {{u"instructions"_s, u"Обе"_s}}),
+                        code(u"after.txt"_s, {u"a.txt"_s}), code(u"beside.txt"_s, {u"base.txt"_s})});
+        answerFirst(run, {{u"sub/b.txt"_s, u"B"_s}, {u"a.txt"_s, u"A"_s}, {u"c.json"_s, u"[]"_s}});
 
-    const auto with
-        = [](const QString &path, const QString &content) { return Files{{u"a.txt"_s, u"1"_s}, {path, content}}; };
-    const QString missing = u"В ответе отсутствует ожидаемый файл: a.txt"_s;
-    QTest::newRow("another file") << Files{{u"b.txt"_s, u"1"_s}} << missing;
-    QTest::newRow("another case") << Files{{u"A.txt"_s, u"1"_s}} << missing;
-    QTest::newRow("twice") << with(u"a.txt"_s, u"2"_s) << u"Повторяющийся путь файла: a.txt"_s;
-    QTest::newRow("twice in another case") << with(u"A.TXT"_s, u"2"_s) << u"Повторяющийся путь файла: A.TXT"_s;
-    QTest::newRow("twice with other slashes")
-        << Files{{u"a.txt"_s, {}}, {u"x/b.txt"_s, {}}, {u"x\\b.txt"_s, {}}} << u"Повторяющийся путь файла: x\\b.txt"_s;
-    QTest::newRow("another node's") << with(u"sub/other.txt"_s, u"2"_s)
-                                    << u"Файл уже поручен другому узлу: sub/other.txt"_s;
-    QTest::newRow("another node's in another case")
-        << with(u"Sub/Other.txt"_s, u"2"_s) << u"Файл уже поручен другому узлу: Sub/Other.txt"_s;
-    QTest::newRow("another node's with other slashes")
-        << with(u"sub\\other.txt"_s, u"2"_s) << u"Файл уже поручен другому узлу: sub\\other.txt"_s;
-    QTest::newRow("no JSON") << with(u"b.Json"_s, u"{\"a\":"_s) << u"Ошибка JSON в b.Json: unterminated object"_s;
-    QTest::newRow("empty JSON") << with(u"b.json"_s, {}) << u"Ошибка JSON в b.json: illegal value"_s;
-    QTest::newRow("the first fault") << Files{{u"b.json"_s, u"["_s}, {u"../b"_s, {}}}
-                                     << u"Ошибка JSON в b.json: unterminated array"_s;
-}
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
 
-void FilesTest::aBadListOfFilesGoesBackToTheCoder()
-{
-    using Files = QList<std::pair<QString, QString>>;
-    QFETCH(Files, files);
-    QFETCH(QString, fault);
-    PlannedRun run({code(u"sub/other.txt"_s), code(u"a.txt"_s)});
-    answerFirst(run, files);
+        QCOMPARE(titles(run).mid(4), QStringList({u"Создать sub/b.txt"_s, u"Создать c.json"_s}));
+        const QJsonObject added = run.nodes()[4].toObject();
+        QCOMPARE(added[u"dependencies"_s], QJsonValue(QJsonArray{u"base.txt"_s}));
+        QCOMPARE(added[u"input"_s],
+                 QJsonValue(QJsonObject{{u"path"_s, u"sub/b.txt"_s}, {u"instructions"_s, u"Обе"_s}}));
+        QCOMPARE(added[u"output"_s][u"content"_s].toString(), u"B"_s);
+        QCOMPARE(added[u"revision"_s].toInt(), 1);
+        const QString second = run.nodes()[5][u"id"_s].toString();
+        QCOMPARE(run.node(u"after.txt"_s)[u"dependencies"_s],
+                 QJsonValue(QJsonArray{u"a.txt"_s, added[u"id"_s].toString(), second}));
+        QCOMPARE(run.node(u"beside.txt"_s)[u"dependencies"_s], QJsonValue(QJsonArray{u"base.txt"_s}));
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+        // Those that wait see the whole answer, each file was reviewed, and the plan knows the new nodes.
+        QCOMPARE(run.orders(u"after.txt"_s).first()[u"dependencies"_s].toArray().size(), 3);
+        QCOMPARE(run.model.count(u"correctness_reviewer"_s), 6);
+        QCOMPARE(run.fileContent(u"c.json"_s), "[]");
+        const QJsonArray planned = run.state(u"plan"_s)[u"nodes"_s].toArray();
+        QCOMPARE(planned.size(), 6);
+        QVERIFY(!planned[4].toObject().contains(u"output"_s));
+    }
 
-    QCOMPARE(run.messages(u"AutomaticCorrection"_s), QStringList{u"Уточняю список файлов: "_s + fault});
-    QCOMPARE(run.orders(u"a.txt"_s).last()[u"fixes"_s],
-             QJsonValue(QJsonArray{QJsonObject{{u"issues"_s, QJsonArray{fault}},
-                                               {u"required_changes"_s, QJsonArray{askedChange(u"a.txt"_s)}}}}));
-    QCOMPARE(run.node(u"a.txt"_s)[u"input"_s][u"output_repairs"_s].toInt(), 1);
-    QVERIFY(run.rows(u"fix_requests"_s).isEmpty());
-    QCOMPARE(run.nodes().size(), 2);
-    QCOMPARE(run.fileContent(u"a.txt"_s), "a.txt\n");
-}
+    void aListOfPathsBecomesTheFirstFile()
+    {
+        for (const QString &path : {u"a.txt, b.txt"_s, u"b.txt;a.txt"_s, u"a.txt\nb.txt"_s, QString()}) {
+            QJsonObject node = code(path);
+            node[u"id"_s] = u"both"_s;
+            PlannedRun run({node});
+            run.coder
+                = [](const QJsonObject &, int) { return filesAnswer({{u"a.txt"_s, u"A"_s}, {u"b.txt"_s, u"B"_s}}); };
+            QCOMPARE(run.ending(), u"COMPLETED"_s);
+            QCOMPARE(run.node(u"both"_s)[u"input"_s][u"path"_s].toString(), u"a.txt"_s);
+            QCOMPARE(run.fileContent(u"a.txt"_s) + run.fileContent(u"b.txt"_s), "AB");
+        }
+    }
 
-void FilesTest::theFourthBadListEndsTheRun()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    answerFirst(run, {{u"b.txt"_s, {}}}, 4);
+    void aFullGraphTakesOneFilePerNode()
+    {
+        QJsonArray plan{code(u"a.txt"_s)};
+        while (plan.size() < 64)
+            plan.append(ScriptedProvider::node(u"r%1"_s.arg(plan.size()), u"research"_s, {}));
+        // Even an unsafe path is the smaller fault.
+        PlannedRun overfull(plan);
+        answerFirst(overfull, {{u"a.txt"_s, {}}, {u"../b.txt"_s, {}}}, 4);
+        QCOMPARE(overfull.ending(),
+                 u"Не удалось исправить формат файлов после трёх попыток: Слишком много файлов в одном этапе"_s);
 
-    QCOMPARE(run.ending(),
-             u"Не удалось исправить формат файлов после трёх попыток: В ответе отсутствует ожидаемый файл: a.txt"_s);
-    QCOMPARE(run.orders(u"a.txt"_s).size(), 4);
-    QCOMPARE(run.messages(u"AutomaticCorrection"_s).size(), 3);
-    QCOMPARE(run.status(u"a.txt"_s), u"FAILED"_s);
+        plan.removeLast();
+        PlannedRun room(plan);
+        answerFirst(room, {{u"a.txt"_s, {}}, {u"b.txt"_s, {}}});
+        QCOMPARE(room.ending(), u"COMPLETED"_s);
+        QCOMPARE(room.nodes().size(), 64);
+    }
 
-    PlannedRun patient({code(u"a.txt"_s)});
-    answerFirst(patient, {{u"b.txt"_s, {}}}, 3);
-    QCOMPARE(patient.ending(), u"COMPLETED"_s);
-}
+    void anObjectionBecomesAFixBoundToItsRevision()
+    {
+        PlannedRun run({code(u"a.txt"_s)});
+        run.objections = {{u"a.txt"_s, 1}};
+        run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(run.artifact(u"integration_reviewer"_s)[u"file"_s][u"content"_s].toString(), u"old"_s);
 
-void FilesTest::aFurtherFileGetsANodeOfItsOwn()
-{
-    PlannedRun run({code(u"base.txt"_s), code(u"a.txt"_s, {u"base.txt"_s}, {{u"instructions"_s, u"Обе"_s}}),
-                    code(u"after.txt"_s, {u"a.txt"_s}), code(u"beside.txt"_s, {u"base.txt"_s})});
-    answerFirst(run, {{u"sub/b.txt"_s, u"B"_s}, {u"a.txt"_s, u"A"_s}, {u"c.json"_s, u"[]"_s}});
+        // Only the reviewer that objected orders anything.
+        const QJsonArray fixes = run.orders(u"a.txt"_s).last()[u"fixes"_s].toArray();
+        QCOMPARE(fixes.size(), 1);
+        QJsonObject fix = fixes[0].toObject();
+        QCOMPARE(fix,
+                 QJsonObject({{u"id"_s, fix[u"id"_s]},
+                              {u"node_id"_s, u"a.txt"_s},
+                              {u"file"_s, u"a.txt"_s},
+                              {u"revision"_s, 1},
+                              {u"severity"_s, u"ERROR"_s},
+                              {u"reviewer"_s, u"correctness_reviewer"_s},
+                              {u"description"_s, QJsonArray{u"Плохо 1"_s}},
+                              {u"proposed_solution"_s, QJsonArray{u"Плохо 1"_s}},
+                              {u"status"_s, u"OPEN"_s}}));
+        QCOMPARE(run.artifact(u"coordinator"_s)[u"topic"_s].toString(), u"code"_s);
+        QCOMPARE(run.artifact(u"coordinator"_s)[u"fixes"_s].toArray(), fixes);
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+        fix[u"status"_s] = u"RESOLVED"_s;
+        fix[u"resolved_revision"_s] = 2;
+        QCOMPARE(run.rows(u"fix_requests"_s), QJsonArray{fix});
+        QCOMPARE(run.fileContent(u"a.txt"_s), "new");
+        QCOMPARE(run.messages(u"FileModified"_s), QStringList({u"a.txt rev1"_s, u"a.txt rev2"_s}));
+    }
 
-    QCOMPARE(run.messages(u"AutomaticCorrection"_s),
-             QStringList{u"Разделил ответ на 3 файлов. Каждый будет проверен отдельно."_s});
-    QCOMPARE(titles(run).mid(4), QStringList({u"Создать sub/b.txt"_s, u"Создать c.json"_s}));
-    const QJsonObject added = run.nodes()[4].toObject();
-    QCOMPARE(added[u"dependencies"_s], QJsonValue(QJsonArray{u"base.txt"_s}));
-    QCOMPARE(added[u"input"_s], QJsonValue(QJsonObject{{u"path"_s, u"sub/b.txt"_s}, {u"instructions"_s, u"Обе"_s}}));
-    QCOMPARE(added[u"output"_s][u"content"_s].toString(), u"B"_s);
-    QCOMPARE(added[u"revision"_s].toInt(), 1);
-    const QString second = run.nodes()[5][u"id"_s].toString();
-    QCOMPARE(run.node(u"after.txt"_s)[u"dependencies"_s],
-             QJsonValue(QJsonArray{u"a.txt"_s, added[u"id"_s].toString(), second}));
-    QCOMPARE(run.node(u"beside.txt"_s)[u"dependencies"_s], QJsonValue(QJsonArray{u"base.txt"_s}));
+    void anApprovalResolvesTheFixesOfItsNodeOnly()
+    {
+        PlannedRun run({code(u"a.txt"_s)});
+        run.objections = {{u"a.txt"_s, 2}};
+        run.when(u"FixRequested"_s, {}, [&] {
+            run.store.put(u"fix_requests"_s, u"f"_s, run.task(),
+                          {{u"node_id"_s, u"b.txt"_s}, {u"status"_s, u"OPEN"_s}});
+        });
+        QCOMPARE(run.ending(), u"Final gate: unresolved fixes"_s);
+        const QJsonArray fixes = run.rows(u"fix_requests"_s);
+        QCOMPARE(fixes.size(), 3);
+        for (const QJsonValue &fix : fixes)
+            QCOMPARE(fix[u"status"_s] == u"OPEN"_s, fix[u"node_id"_s] == u"b.txt"_s);
+    }
 
-    // Those that wait see the whole answer, each file was reviewed, and the plan knows the new nodes.
-    QCOMPARE(run.orders(u"after.txt"_s).first()[u"dependencies"_s].toArray().size(), 3);
-    QCOMPARE(run.model.count(u"correctness_reviewer"_s), 6);
-    QCOMPARE(run.fileContent(u"c.json"_s), "[]");
-    const QJsonArray planned = run.state(u"plan"_s)[u"nodes"_s].toArray();
-    QCOMPARE(planned.size(), 6);
-    QVERIFY(!planned[4].toObject().contains(u"output"_s));
-}
+    void theSixthObjectionEndsTheRun()
+    {
+        PlannedRun run({code(u"a.txt"_s)});
+        run.objections = {{u"a.txt"_s, 6}};
+        QJsonObject noted = ScriptedProvider::approval();
+        noted[u"issues"_s] = QJsonArray{7, QString(2000, u'ы')};
+        run.model.answer(u"integration_reviewer"_s, noted);
 
-void FilesTest::aNodeThatWasSplitOffCountsItsOwnRepairs()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    run.objections = {{u"a.txt"_s, 1}};
-    run.coder = [](const QJsonObject &, int nth) {
-        if (nth == 0)
-            return filesAnswer({{u"wrong.txt"_s, {}}});
-        return nth == 1 ? QJsonObject() : filesAnswer({{u"a.txt"_s, u"A"_s}, {u"b.txt"_s, u"B"_s}});
-    };
+        QCOMPARE(run.ending(),
+                 u"Не удалось устранить замечания к a.txt после пяти исправлений. Файлы сохранены. Причина: Плохо 6; "_s
+                     + QString(1791, u'ы'));
+        QCOMPARE(run.orders(u"a.txt"_s).size(), 6);
+        QCOMPARE(run.workspace.latest(u"a.txt"_s)[u"revision"_s].toInt(), 6);
+        QCOMPARE(run.rows(u"fix_requests"_s).size(), 5);
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+        PlannedRun patient({code(u"a.txt"_s)});
+        patient.objections = {{u"a.txt"_s, 5}};
+        QCOMPARE(patient.ending(), u"COMPLETED"_s);
+    }
 
-    QCOMPARE(run.node(u"a.txt"_s)[u"input"_s],
-             QJsonValue(QJsonObject{{u"path"_s, u"a.txt"_s}, {u"output_repairs"_s, 1}, {u"fix_attempts"_s, 1}}));
-    QCOMPARE(run.nodes()[1][u"input"_s], QJsonValue(QJsonObject{{u"path"_s, u"b.txt"_s}}));
-}
+    void theUserDecidesOnAFixWhenTheCoordinatorAsks()
+    {
+        PlannedRun run({code(u"a.txt"_s)});
+        run.objections = {{u"a.txt"_s, 1}};
+        run.coordination = {{u"needs_user"_s, true},
+                            {u"summary"_s, u"Спросим"_s},
+                            {u"question"_s, u"Как исправить?"_s},
+                            {u"options"_s, QJsonArray{u"Коротко"_s}}};
+        run.start();
+        QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
+        QCOMPARE(run.status(u"a.txt"_s), u"REVISION_REQUIRED"_s);
+        QCOMPARE(run.orders(u"a.txt"_s).size(), 1);
 
-void FilesTest::aListOfPathsBecomesTheFirstFile_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::newRow("comma") << u"a.txt, b.txt"_s;
-    QTest::newRow("semicolon") << u"b.txt;a.txt"_s;
-    QTest::newRow("line break") << u"a.txt\nb.txt"_s;
-    QTest::newRow("nothing") << QString();
-}
+        run.engine.clarify(u"Коротко"_s);
+        QCOMPARE(run.phase(), u"EXECUTION"_s);
+        QCOMPARE(run.status(u"a.txt"_s), u"RUNNING"_s);
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(run.model.input(u"coding"_s, 1)[u"task"_s][u"clarification"_s].toString(), u"Коротко"_s);
+    }
 
-void FilesTest::aListOfPathsBecomesTheFirstFile()
-{
-    QFETCH(QString, path);
-    QJsonObject node = code(path);
-    node[u"id"_s] = u"both"_s;
-    PlannedRun run({node});
-    run.coder = [](const QJsonObject &, int) { return filesAnswer({{u"a.txt"_s, u"A"_s}, {u"b.txt"_s, u"B"_s}}); };
+    void aReviewOfAnOldRevisionIsRejected()
+    {
+        PlannedRun run({code(u"a.txt"_s)});
+        holdReviews(run);
+        run.workspace.write(u"a.txt"_s, "newer", u"somebody"_s, 1);
+        releaseAll(run);
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(run.outcome(), u"Stale review rejected"_s);
+        QCOMPARE(run.fileContent(u"a.txt"_s), "newer");
+    }
 
-    QCOMPARE(run.node(u"both"_s)[u"input"_s][u"path"_s].toString(), u"a.txt"_s);
-    QCOMPARE(titles(run), QStringList({u"Узел "_s + path, u"Создать b.txt"_s}));
-    QCOMPARE(run.fileContent(u"a.txt"_s) + run.fileContent(u"b.txt"_s), "AB");
-}
+    void anEditDuringTheReviewSurvives()
+    {
+        const QStringList endings{u"Final gate: external file change"_s,
+                                  u"Existing/untracked or externally modified file: a.txt"_s};
+        for (int objections = 0; objections < 2; ++objections) {
+            PlannedRun run({code(u"a.txt"_s)});
+            run.objections = {{u"a.txt"_s, objections}};
+            holdReviews(run);
+            QVERIFY(run.save(u"a.txt"_s, "mine"));
+            releaseAll(run);
+            QCOMPARE(run.outcome(), endings[objections]);
+            QCOMPARE(run.fileContent(u"a.txt"_s), "mine");
+        }
+    }
 
-void FilesTest::aListOfPathsWithOneFileIsRepaired()
-{
-    PlannedRun run({code(u"a.txt, b.txt"_s)});
-    run.coder = [](const QJsonObject &, int nth) {
-        return nth == 0 ? filesAnswer({{u"a.txt"_s, {}}}) : filesAnswer({{u"b.txt"_s, {}}, {u"a.txt"_s, {}}});
-    };
+    void aFileOfTheUserIsNeverOverwritten()
+    {
+        PlannedRun run({code(u"a.txt"_s)});
+        QVERIFY(run.save(u"a.txt"_s, "mine"));
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(run.ending(), u"Existing/untracked or externally modified file: a.txt"_s);
+        QCOMPARE(run.fileContent(u"a.txt"_s), "mine");
+        QVERIFY(run.messages(u"FileModified"_s).isEmpty());
+    }
 
-    QCOMPARE(run.messages(u"AutomaticCorrection"_s).first(),
-             u"Уточняю список файлов: В ответе отсутствует ожидаемый файл: a.txt, b.txt"_s);
-    QCOMPARE(run.node(u"a.txt, b.txt"_s)[u"input"_s][u"path"_s].toString(), u"b.txt"_s);
-}
+    void noFurtherFileIsWrittenOnceTheRunHasEnded()
+    {
+        PlannedRun run({code(u"a.txt"_s)});
+        QVERIFY(run.save(u"c.txt"_s, "mine"));
+        answerFirst(run, {{u"a.txt"_s, {}}, {u"b.txt"_s, {}}, {u"c.txt"_s, {}}, {u"d.txt"_s, {}}});
 
-void FilesTest::aFullGraphTakesOneFilePerNode()
-{
-    QJsonArray plan{code(u"a.txt"_s)};
-    while (plan.size() < 64)
-        plan.append(ScriptedProvider::node(u"r%1"_s.arg(plan.size()), u"research"_s, {}));
-    PlannedRun full(plan);
-    QCOMPARE(full.ending(), u"COMPLETED"_s);
-
-    // Even an unsafe path is the smaller fault.
-    PlannedRun overfull(plan);
-    answerFirst(overfull, {{u"a.txt"_s, {}}, {u"../b.txt"_s, {}}}, 4);
-    QCOMPARE(overfull.ending(),
-             u"Не удалось исправить формат файлов после трёх попыток: Слишком много файлов в одном этапе"_s);
-
-    plan.removeLast();
-    PlannedRun room(plan);
-    answerFirst(room, {{u"a.txt"_s, {}}, {u"b.txt"_s, {}}});
-    QCOMPARE(room.ending(), u"COMPLETED"_s);
-    QCOMPARE(room.nodes().size(), 64);
-}
-
-void FilesTest::anObjectionBecomesAFixBoundToItsRevision()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    run.objections = {{u"a.txt"_s, 1}};
-    run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
-
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-
-    const QJsonObject review = run.artifact(u"integration_reviewer"_s);
-    QCOMPARE(review[u"file"_s][u"content"_s].toString(), u"old"_s);
-    QCOMPARE(review[u"structure"_s], run.state(u"structure"_s));
-    QCOMPARE(review[u"node"_s][u"status"_s].toString(), u"REVIEWING"_s);
-    QVERIFY(!review[u"node"_s].toObject().contains(u"output"_s));
-
-    // Only the reviewer that objected orders anything.
-    const QJsonArray fixes = run.orders(u"a.txt"_s).last()[u"fixes"_s].toArray();
-    QCOMPARE(fixes.size(), 1);
-    QJsonObject fix = fixes[0].toObject();
-    QCOMPARE(fix,
-             QJsonObject({{u"id"_s, fix[u"id"_s]},
-                          {u"node_id"_s, u"a.txt"_s},
-                          {u"file"_s, u"a.txt"_s},
-                          {u"revision"_s, 1},
-                          {u"severity"_s, u"ERROR"_s},
-                          {u"reviewer"_s, u"correctness_reviewer"_s},
-                          {u"description"_s, QJsonArray{u"Плохо 1"_s}},
-                          {u"proposed_solution"_s, QJsonArray{u"Плохо 1"_s}},
-                          {u"status"_s, u"OPEN"_s}}));
-    QCOMPARE(run.eventsOf(u"FixRequested"_s).first()[u"data"_s].toObject(), fix);
-    const QJsonObject asked = run.artifact(u"coordinator"_s);
-    QCOMPARE(asked[u"topic"_s].toString(), u"code"_s);
-    QCOMPARE(asked[u"file"_s][u"revision"_s].toInt(), 1);
-    QCOMPARE(asked[u"fixes"_s].toArray(), fixes);
-
-    fix[u"status"_s] = u"RESOLVED"_s;
-    fix[u"resolved_revision"_s] = 2;
-    QCOMPARE(run.rows(u"fix_requests"_s), QJsonArray{fix});
-    QCOMPARE(run.fileContent(u"a.txt"_s), "new");
-    QCOMPARE(run.messages(u"FileModified"_s), QStringList({u"a.txt rev1"_s, u"a.txt rev2"_s}));
-    const QJsonObject author
-        = run.store.get(u"agents"_s, run.workspace.latest(u"a.txt"_s)[u"author_agent"_s].toString());
-    QCOMPARE(author[u"role"_s].toString(), u"coding"_s);
-}
-
-void FilesTest::anApprovalResolvesTheFixesOfItsNodeOnly()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    run.objections = {{u"a.txt"_s, 2}};
-    run.when(u"FixRequested"_s, {}, [&] {
-        run.store.put(u"fix_requests"_s, u"f"_s, run.task(),
-                      {{u"id"_s, u"f"_s}, {u"node_id"_s, u"b.txt"_s}, {u"status"_s, u"OPEN"_s}});
-    });
-
-    QCOMPARE(run.ending(), u"Final gate: unresolved fixes"_s);
-
-    QStringList states;
-    const QJsonArray fixes = run.rows(u"fix_requests"_s);
-    for (const QJsonValue &fix : fixes)
-        states.append(fix[u"node_id"_s].toString() + u' ' + fix[u"status"_s].toString());
-    states.sort();
-    QCOMPARE(states, QStringList({u"a.txt RESOLVED"_s, u"a.txt RESOLVED"_s, u"b.txt OPEN"_s}));
-}
-
-void FilesTest::theSixthObjectionEndsTheRun()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    run.objections = {{u"a.txt"_s, 6}};
-    QJsonObject noted = ScriptedProvider::approval();
-    noted[u"issues"_s] = QJsonArray{7, QString(2000, u'ы')};
-    run.model.answer(u"integration_reviewer"_s, noted);
-
-    QCOMPARE(run.ending(),
-             u"Не удалось устранить замечания к a.txt после пяти исправлений. Файлы сохранены. Причина: Плохо 6; "_s
-                 + QString(1791, u'ы'));
-    QCOMPARE(run.orders(u"a.txt"_s).size(), 6);
-    QCOMPARE(run.workspace.latest(u"a.txt"_s)[u"revision"_s].toInt(), 6);
-    QCOMPARE(run.rows(u"fix_requests"_s).size(), 5);
-
-    PlannedRun patient({code(u"a.txt"_s)});
-    patient.objections = {{u"a.txt"_s, 5}};
-    QCOMPARE(patient.ending(), u"COMPLETED"_s);
-    QCOMPARE(patient.node(u"a.txt"_s)[u"revision"_s].toInt(), 6);
-    QCOMPARE(patient.node(u"a.txt"_s)[u"input"_s][u"fix_attempts"_s].toInt(), 5);
-}
-
-void FilesTest::theUserDecidesOnAFixWhenTheCoordinatorAsks()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    run.objections = {{u"a.txt"_s, 1}};
-    run.coordination = {{u"needs_user"_s, true},
-                        {u"summary"_s, u"Спросим"_s},
-                        {u"question"_s, u"Как исправить?"_s},
-                        {u"options"_s, QJsonArray{u"Коротко"_s}}};
-    run.start();
-    QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
-    QCOMPARE(run.status(u"a.txt"_s), u"REVISION_REQUIRED"_s);
-    QCOMPARE(run.orders(u"a.txt"_s).size(), 1);
-
-    run.engine.clarify(u"Коротко"_s);
-    QCOMPARE(run.phase(), u"EXECUTION"_s);
-    QCOMPARE(run.status(u"a.txt"_s), u"RUNNING"_s);
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    QCOMPARE(run.model.input(u"coding"_s, 1)[u"task"_s][u"clarification"_s].toString(), u"Коротко"_s);
-}
-
-void FilesTest::aReviewOfAnOldRevisionIsRejected()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    holdReviews(run);
-    run.workspace.write(u"a.txt"_s, "newer", u"somebody"_s, 1);
-    releaseAll(run);
-
-    QCOMPARE(run.outcome(), u"Stale review rejected"_s);
-    QCOMPARE(run.fileContent(u"a.txt"_s), "newer");
-}
-
-void FilesTest::anEditDuringTheReviewSurvives_data()
-{
-    QTest::addColumn<int>("objections");
-    QTest::addColumn<QString>("ending");
-    QTest::newRow("approved") << 0 << u"Final gate: external file change"_s;
-    QTest::newRow("to be rewritten") << 1 << u"Existing/untracked or externally modified file: a.txt"_s;
-}
-
-void FilesTest::anEditDuringTheReviewSurvives()
-{
-    QFETCH(int, objections);
-    PlannedRun run({code(u"a.txt"_s)});
-    run.objections = {{u"a.txt"_s, objections}};
-    holdReviews(run);
-    QVERIFY(run.save(u"a.txt"_s, "mine"));
-    releaseAll(run);
-
-    QTEST(run.outcome(), "ending");
-    QCOMPARE(run.fileContent(u"a.txt"_s), "mine");
-}
-
-void FilesTest::aFileOfTheUserIsNeverOverwritten()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    QVERIFY(run.save(u"a.txt"_s, "mine"));
-
-    QCOMPARE(run.ending(), u"Existing/untracked or externally modified file: a.txt"_s);
-    QCOMPARE(run.fileContent(u"a.txt"_s), "mine");
-    QVERIFY(run.messages(u"FileModified"_s).isEmpty());
-}
-
-void FilesTest::noFurtherFileIsWrittenOnceTheRunHasEnded()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    QVERIFY(run.save(u"c.txt"_s, "mine"));
-    answerFirst(run, {{u"a.txt"_s, {}}, {u"b.txt"_s, {}}, {u"c.txt"_s, {}}, {u"d.txt"_s, {}}});
-
-    QCOMPARE(run.ending(), u"Existing/untracked or externally modified file: c.txt"_s);
-    QCOMPARE(run.messages(u"FileModified"_s), QStringList{u"b.txt rev1"_s}); // the expected file comes last
-}
-
-void FilesTest::reviewersThatAreSwitchedOffHoldNothingBack()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    run.engine.disabledAgents = {u"correctness_reviewer"_s, u"integration_reviewer"_s};
-    run.objections = {{u"a.txt"_s, 1}};
-
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    QCOMPARE(run.messages(u"AgentSkipped"_s), QStringList({u"correctness_reviewer"_s, u"integration_reviewer"_s}));
-    QCOMPARE(run.model.count(u"correctness_reviewer"_s), 0);
-}
+        QCOMPARE(run.ending(), u"Existing/untracked or externally modified file: c.txt"_s);
+        QCOMPARE(run.messages(u"FileModified"_s), QStringList{u"b.txt rev1"_s}); // the expected file comes last
+    }
+};
 
 QTEST_GUILESS_MAIN(FilesTest)
 #include "tst_files.moc"

@@ -6,40 +6,12 @@
 #include <QTest>
 
 #include <algorithm>
+#include <array>
 #include <memory>
 #include <vector>
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
-
-class JobQueueTest : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void theHighestPriorityLeavesFirst();
-    void onlySoManyAreUnderWay_data();
-    void onlySoManyAreUnderWay();
-    void aReviewerThatIsSwitchedOffApproves_data();
-    void aReviewerThatIsSwitchedOffApproves();
-    void itsApprovalWaitsWhileTheRunIsPaused();
-    void theChiefStandsInForAWorkerThatIsSwitchedOff();
-    void whichAgentTakesTheJob_data();
-    void whichAgentTakesTheJob();
-    void aRoleHasItsLimitAndItsStatus_data();
-    void aRoleHasItsLimitAndItsStatus();
-    void aRunRecordTellsTheStory();
-    void aRoleHasOneAgentPerTask();
-    void whatARequestHolds();
-    void longInstructionsAreCut();
-    void whatDoesNotFitEndsTheRun();
-    void aFailedRequestIsRepeatedWithinLimits();
-    void anAnswerThatDoesNotFitIsRepairedOnce_data();
-    void anAnswerThatDoesNotFitIsRepairedOnce();
-    void theBudgetIsSpentToTheLastToken();
-    void whatAnAnswerCosts_data();
-    void whatAnAnswerCosts();
-    void aContinuationMayEndTheRun_data();
-    void aContinuationMayEndTheRun();
-};
 
 namespace {
 
@@ -87,308 +59,6 @@ QJsonObject nodeFor(const QString &agentId)
 {
     return {{u"node"_s, QJsonObject{{u"input"_s, QJsonObject{{u"agent_id"_s, agentId}}}}}};
 }
-
-} // namespace
-
-void JobQueueTest::theHighestPriorityLeavesFirst()
-{
-    QueueRun run;
-    run.begin();
-    run.model.requests.clear();
-    const QList<int> priorities{50, 80, 50, 10};
-    for (qsizetype i = 0; i < priorities.size(); ++i)
-        run.ask(u"specialist"_s, member(QString::number(i), priorities[i]));
-    run.ask(u"specialist"_s, {{u"priority"_s, 99}});
-    QVERIFY(run.model.requests.isEmpty());
-    QVERIFY(run.runUntil([&] { return run.model.requests.size() == 5; }));
-
-    QStringList order;
-    const QJsonArray runs = run.state(u"runs"_s).toArray();
-    for (const LLMRequest &request : run.model.requests) {
-        for (const QJsonValue &record : runs) {
-            if (record[u"id"_s].toString() == request.id)
-                order.append(record[u"role"_s].toString());
-        }
-    }
-    QCOMPARE(order, (QStringList{u"1"_s, u"0"_s, u"2"_s, u"specialist"_s, u"3"_s}));
-}
-
-void JobQueueTest::onlySoManyAreUnderWay_data()
-{
-    QTest::addColumn<int>("wanted");
-    QTest::addColumn<int>("limit");
-    const QList<std::pair<int, int>> rows{{-5, 1}, {0, 1}, {1, 1}, {3, 3}, {8, 8}, {100, 8}};
-    for (const auto &[wanted, limit] : rows)
-        QTest::addRow("%d", wanted) << wanted << limit;
-}
-
-void JobQueueTest::onlySoManyAreUnderWay()
-{
-    QFETCH(int, wanted);
-    QFETCH(int, limit);
-    QueueRun run;
-    run.engine.maxParallel = wanted;
-    run.begin();
-    for (int i = 0; i < 11; ++i)
-        run.ask(u"specialist"_s);
-    EngineFixture::settle();
-    QCOMPARE(run.model.held(), limit);
-    QCOMPARE(run.lastRun()[u"status"_s].toString(), u"WAITING"_s);
-    while (run.answers.size() < 11) {
-        QVERIFY(run.model.release(run.model.count(u"specialist"_s) == 0 ? QString() : u"specialist"_s));
-        EngineFixture::settle();
-        QVERIFY(run.model.held() <= limit);
-    }
-}
-
-void JobQueueTest::aReviewerThatIsSwitchedOffApproves_data()
-{
-    QTest::addColumn<QString>("role");
-    for (const char *role : {"risk_judge", "integration_reviewer", "validator", "observer"})
-        QTest::newRow(role) << QString::fromLatin1(role);
-}
-
-void JobQueueTest::aReviewerThatIsSwitchedOffApproves()
-{
-    QFETCH(QString, role);
-    QueueRun run;
-    run.engine.disabledAgents = {role};
-    run.begin();
-    run.ask(role);
-    QVERIFY(run.answers.isEmpty());
-    EngineFixture::settle();
-    const QJsonObject approval{{u"verdict"_s, u"APPROVE"_s},
-                               {u"issues"_s, QJsonArray()},
-                               {u"required_changes"_s, QJsonArray()},
-                               {u"confidence"_s, 1},
-                               {u"summary"_s, u"Роль отключена пользователем; проверка не выполнялась."_s}};
-    QCOMPARE(run.answers, QList<QJsonObject>{approval});
-    QCOMPARE(run.messages(u"AgentSkipped"_s), QStringList{role});
-    QCOMPARE(run.model.asked(), QStringList{u"orchestrator"_s});
-    QCOMPARE(run.state(u"runs"_s).toArray().size(), 1);
-
-    run.ask(role);
-    run.engine.cancel();
-    EngineFixture::settle();
-    QCOMPARE(run.answers.size(), 1);
-}
-
-void JobQueueTest::itsApprovalWaitsWhileTheRunIsPaused()
-{
-    QueueRun run;
-    run.engine.disabledAgents = {u"risk_judge"_s};
-    run.begin();
-    run.ask(u"risk_judge"_s);
-    run.engine.pause();
-    EngineFixture::settle();
-    QVERIFY(run.answers.isEmpty());
-    run.engine.resume();
-    QCOMPARE(run.answers.size(), 1);
-}
-
-void JobQueueTest::theChiefStandsInForAWorkerThatIsSwitchedOff()
-{
-    QueueRun run;
-    run.engine.disabledAgents = {u"structure"_s};
-    run.begin();
-    run.ask(u"structure"_s);
-    EngineFixture::settle();
-    QCOMPARE(run.lastRun()[u"role"_s].toString(), u"orchestrator"_s);
-    QCOMPARE(run.lastRun()[u"name"_s].toString(), u"Главный · structure"_s);
-    QCOMPARE(run.lastRun()[u"logical_role"_s].toString(), u"structure"_s);
-    QCOMPARE(run.model.requests.last().role, u"structure"_s);
-    QCOMPARE(run.model.requests.last().system, PromptManager::get(u"structure"_s));
-    run.answerNow(u"structure"_s);
-    QCOMPARE(run.answers.size(), 1);
-    QCOMPARE(run.stored(u"artifacts"_s).last()[u"type"_s].toString(), u"orchestrator"_s);
-}
-
-void JobQueueTest::whichAgentTakesTheJob_data()
-{
-    QTest::addColumn<QJsonArray>("network");
-    QTest::addColumn<QJsonObject>("artifact");
-    QTest::addColumn<QString>("role");
-    QTest::addColumn<QString>("provider");
-    const QJsonArray three{agent(u"a"_s, 40), agent(u"b"_s, 60), agent(u"c"_s, 60)};
-    const QString byRole = u"specialist"_s;
-    const auto one = [](const QJsonObject &more) { return QJsonArray{agent(u"a"_s, 90, more)}; };
-    QTest::newRow("nobody") << QJsonArray() << QJsonObject() << byRole << u"for specialist"_s;
-    QTest::newRow("the first in rank") << three << QJsonObject() << u"b"_s << u"for b"_s;
-    QTest::newRow("named by the node") << three << nodeFor(u"c"_s) << u"c"_s << u"Scripted"_s;
-    QTest::newRow("an unknown name") << three << nodeFor(u"x"_s) << u"b"_s << u"for b"_s;
-    QTest::newRow("in a chain") << one({{u"mode"_s, u"workflow"_s}}) << nodeFor(u"a"_s) << byRole
-                                << u"for specialist"_s;
-    QTest::newRow("off") << one({{u"enabled"_s, false}}) << nodeFor(u"a"_s) << byRole << u"for specialist"_s;
-    QTest::newRow("below another") << one({{u"parent"_s, u"coding"_s}}) << nodeFor(u"a"_s) << byRole
-                                   << u"for specialist"_s;
-    QTest::newRow("no priority is 50") << QJsonArray{agent(u"a"_s, 49), agent(u"b"_s, 0, {{u"priority"_s, {}}})}
-                                       << QJsonObject() << u"b"_s << u"for b"_s;
-    QTest::newRow("the member of a chain") << three << member(u"m"_s, 5) << u"m"_s << u"Scripted"_s;
-}
-
-void JobQueueTest::whichAgentTakesTheJob()
-{
-    QFETCH(QJsonArray, network);
-    QFETCH(QJsonObject, artifact);
-    QFETCH(QString, role);
-    QFETCH(QString, provider);
-    QueueRun run;
-    ScriptedProvider ofRole;
-    ScriptedProvider ofAgent;
-    ofRole.displayName = u"for specialist"_s;
-    ofAgent.displayName = u"for b"_s;
-    run.engine.agentNetwork = network;
-    run.engine.agentProviders = {{u"specialist"_s, &ofRole}, {u"b"_s, &ofAgent}};
-    run.begin();
-    run.ask(u"specialist"_s, artifact);
-    EngineFixture::settle();
-    const QJsonObject record = run.lastRun();
-    QCOMPARE(record[u"role"_s].toString(), role);
-    QCOMPARE(record[u"name"_s].toString(), role == "specialist"_L1 ? role : u"Имя "_s + role);
-    QCOMPARE(record[u"logical_role"_s].toString(), u"specialist"_s);
-    QCOMPARE(record[u"model"_s].toString(), provider);
-    QCOMPARE(ofRole.requests.size() + ofAgent.requests.size(), provider == "Scripted"_L1 ? 0 : 1);
-    QVERIFY(!record[u"context"_s][u"artifact"_s].toObject().contains(u"workflow_agent"_s));
-}
-
-void JobQueueTest::aRoleHasItsLimitAndItsStatus_data()
-{
-    QTest::addColumn<QString>("role");
-    QTest::addColumn<QJsonObject>("artifact");
-    QTest::addColumn<int>("tokens");
-    QTest::addColumn<QString>("status");
-    const QJsonObject fixes{{u"fixes"_s, QJsonArray()}};
-    QTest::newRow("coding") << u"coding"_s << QJsonObject() << 8192 << u"WORKING"_s;
-    QTest::newRow("fixing") << u"coding"_s << fixes << 8192 << u"FIXING"_s;
-    QTest::newRow("judge") << u"risk_judge"_s << QJsonObject() << 1536 << u"REVIEWING"_s;
-    QTest::newRow("reviewer") << u"workflow_reviewer"_s << fixes << 1536 << u"REVIEWING"_s;
-    QTest::newRow("validator") << u"validator"_s << QJsonObject() << 2048 << u"REVIEWING"_s;
-    QTest::newRow("planner") << u"planner"_s << QJsonObject() << 2048 << u"PLANNING"_s;
-    QTest::newRow("observer") << u"observer"_s << QJsonObject() << 2048 << u"THINKING"_s;
-    QTest::newRow("structure") << u"structure"_s << fixes << 2048 << u"THINKING"_s;
-}
-
-void JobQueueTest::aRoleHasItsLimitAndItsStatus()
-{
-    QFETCH(QString, role);
-    QFETCH(QJsonObject, artifact);
-    QueueRun run;
-    run.begin();
-    run.ask(role, artifact);
-    EngineFixture::settle();
-    QTEST(run.model.requests.last().maxTokens, "tokens");
-    QTEST(run.lastRun()[u"status"_s].toString(), "status");
-    QCOMPARE(run.model.requests.last().system, PromptManager::get(role));
-}
-
-void JobQueueTest::aRunRecordTellsTheStory()
-{
-    QueueRun run;
-    run.begin();
-    run.ask(u"specialist"_s, {{u"topic"_s, u"Тема"_s}});
-    const QJsonObject waiting = run.lastRun();
-    QCOMPARE(waiting[u"status"_s].toString(), u"WAITING"_s);
-    QCOMPARE(waiting[u"task_id"_s].toString(), run.task());
-    QCOMPARE(waiting[u"context"_s][u"artifact"_s][u"topic"_s].toString(), u"Тема"_s);
-    QCOMPARE(waiting[u"system_prompt"_s].toString(), PromptManager::get(u"specialist"_s));
-    QVERIFY(!waiting.contains(u"started_at"_s) && !waiting.contains(u"attempt"_s));
-
-    EngineFixture::settle();
-    QCOMPARE(run.model.requests.last().id, waiting[u"id"_s].toString());
-    const QJsonObject started = run.lastRun();
-    QCOMPARE(started[u"attempt"_s].toInt(), 1);
-    QVERIFY(started.contains(u"started_at"_s));
-    QCOMPARE(run.messages(u"AgentStarted"_s).last(), u"specialist"_s);
-    QCOMPARE(run.eventsOf(u"AgentStarted"_s).last()[u"data"_s].toObject(), started);
-
-    run.answerNow(u"specialist"_s);
-    const QJsonObject done = run.lastRun();
-    QCOMPARE(done[u"status"_s].toString(), u"COMPLETED"_s);
-    QCOMPARE(done[u"output"_s].toObject(), run.answers.value(0));
-    QCOMPARE(done[u"input_tokens"_s].toInt(), 10);
-    QCOMPARE(done[u"output_tokens"_s].toInt(), 5);
-    QVERIFY(done.contains(u"finished_at"_s));
-    QCOMPARE(run.stored(u"agent_runs"_s).last().toObject(), done);
-    QCOMPARE(run.stored(u"artifacts"_s).last().toObject(),
-             (QJsonObject{{u"id"_s, done[u"id"_s]},
-                          {u"version"_s, 1},
-                          {u"type"_s, u"specialist"_s},
-                          {u"body"_s, run.answers.value(0)}}));
-    QCOMPARE(run.messages(u"AgentFinished"_s), QStringList{u"specialist"_s});
-}
-
-void JobQueueTest::aRoleHasOneAgentPerTask()
-{
-    QueueRun run;
-    run.begin();
-    for (const QString &role : {u"coding"_s, u"specialist"_s, u"coding"_s})
-        run.ask(role);
-    QCOMPARE(run.messages(u"AgentCreated"_s), (QStringList{u"orchestrator"_s, u"coding"_s, u"specialist"_s}));
-    const QJsonArray agents = run.stored(u"agents"_s);
-    QCOMPARE(agents.size(), 3);
-    QCOMPARE(agents[1].toObject(), run.eventsOf(u"AgentCreated"_s)[1][u"data"_s].toObject());
-    QCOMPARE(agents[1][u"allowed_tools"_s].toArray(), (QJsonArray{u"write_file"_s, u"read_file"_s}));
-    QVERIFY(agents[2][u"allowed_tools"_s].toArray().isEmpty());
-    QCOMPARE(agents[1][u"token_budget"_s].toInt(), 16000);
-    QCOMPARE(run.lastRun()[u"agent_id"_s], agents[1][u"id"_s]);
-}
-
-void JobQueueTest::whatARequestHolds()
-{
-    QueueRun run;
-    run.store.put(u"memory_entries"_s, u"m"_s, u"project"_s, {{u"text"_s, u"Помни"_s}});
-    run.store.put(u"memory_entries"_s, u"n"_s, u"other"_s, {{u"text"_s, u"Чужое"_s}});
-    run.engine.automaticRouting = true;
-    run.engine.mcpTools = {QJsonObject{{u"name"_s, u"find"_s}}};
-    run.engine.roleSkills = {{u"specialist"_s, QJsonObject{{u"instructions"_s, u"Навык"_s}}},
-                             {u"planner"_s, QJsonObject{{u"instructions"_s, u""_s}}}};
-    run.engine.agentNetwork = {
-        agent(u"a"_s, 50,
-              {{u"instructions"_s, u"Указание"_s}, {u"rules"_s, u"Правило"_s}, {u"tasks"_s, QJsonArray{u"code"_s}}})};
-    run.begin();
-    run.ask(u"specialist"_s, {{u"segment"_s, QJsonObject()}});
-    run.ask(u"planner"_s);
-    EngineFixture::settle();
-
-    const QJsonObject input = run.model.input(u"specialist"_s);
-    QCOMPARE(input[u"memory"_s].toArray(), (QJsonArray{QJsonObject{{u"text"_s, u"Помни"_s}}}));
-    QVERIFY(!input[u"task"_s].toObject().contains(u"available_mcp_tools"_s));
-    QCOMPARE(input[u"role_skill_instructions"_s].toString(), u"Навык"_s);
-    QCOMPARE(input[u"specialist_instructions"_s].toString(), u"Указание"_s);
-    QCOMPARE(input[u"agent_rules"_s].toString(), u"Правило"_s);
-    QCOMPARE(input[u"enabled_agent_tasks"_s].toArray(), QJsonArray{u"code"_s});
-    QCOMPARE(run.model.requests[1].system,
-             PromptManager::get(u"specialist"_s) + roleSkillNote() + specialistNote() + segmentNote());
-    QCOMPARE(run.model.requests[0].system, PromptManager::get(u"orchestrator"_s) + autonomousNote());
-    QCOMPARE(run.model.requests[2].system, PromptManager::get(u"planner"_s));
-    for (const QString &role : {u"orchestrator"_s, u"planner"_s})
-        QCOMPARE(run.model.input(role)[u"task"_s][u"available_mcp_tools"_s].toArray(), run.engine.mcpTools);
-    QCOMPARE(run.model.input(u"planner"_s).keys(), (QStringList{u"artifact"_s, u"memory"_s, u"task"_s}));
-}
-
-void JobQueueTest::longInstructionsAreCut()
-{
-    QueueRun run;
-    const QString longText(16001, u'я');
-    run.engine.roleSkills = {{u"specialist"_s, QJsonObject{{u"instructions"_s, longText}}}};
-    run.engine.agentNetwork = {agent(u"a"_s, 50, {{u"instructions"_s, longText}})};
-    run.begin();
-    run.ask(u"specialist"_s);
-    EngineFixture::settle();
-    for (const QString &key : {u"role_skill_instructions"_s, u"specialist_instructions"_s})
-        QCOMPARE(run.model.input(u"specialist"_s)[key].toString().size(), 16000);
-}
-
-void JobQueueTest::whatDoesNotFitEndsTheRun()
-{
-    QueueRun run;
-    run.begin();
-    run.ask(u"specialist"_s, {{u"text"_s, QString(96000, u'a')}});
-    QCOMPARE(run.endings, QStringList{u"FAILED"_s});
-    QCOMPARE(run.error(), u"Selected context exceeds configured limit"_s);
-}
-
-namespace {
 
 /// What a model does, one letter per request, and what becomes of it.
 struct Story {
@@ -471,183 +141,364 @@ private:
 
 } // namespace
 
-void JobQueueTest::aFailedRequestIsRepeatedWithinLimits()
-{
-    const QString noJson = u"Expected a JSON object"_s;
-    const QList<Story> stories{
-        {u"g"_s, {8192}, {}},
-        {u"rg"_s, {8192, 8192}, {}},
-        {u"rrg"_s, {8192, 8192, 8192}, {}},
-        {u"rrrg"_s, {8192, 8192, 8192}, u"r"_s},
-        {u"tg"_s, {8192, 16384}, {}},
-        {u"ttg"_s, {8192, 16384, 16384}, {}},
-        {u"tttg"_s, {8192, 16384, 16384}, u"t"_s},
-        {u"fg"_s, {8192}, u"f"_s},
-        {u"rfg"_s, {8192, 8192}, u"f"_s},
-        {u"eg"_s, {8192}, u"e"_s},
-        {u"xg"_s, {8192, 8192}, {}},
-        {u"xxg"_s, {8192, 8192}, noJson},
-        {u"xrg"_s, {8192, 8192, 8192}, {}},
-        {u"xrxg"_s, {8192, 8192, 8192}, noJson},
-        {u"rxg"_s, {8192, 8192, 8192}, {}},
-        {u"trxg"_s, {8192, 16384, 16384, 16384}, {}},
-        {u"rrxrg"_s, {8192, 8192, 8192, 8192}, u"r"_s},
-    };
-    std::vector<std::unique_ptr<StoryRun>> runs;
-    for (const Story &story : stories)
-        runs.push_back(std::make_unique<StoryRun>(story));
-    QVERIFY(runs.front()->runUntil([&] { return std::ranges::all_of(runs, [](auto &run) { return run->isOver(); }); }));
-    for (qsizetype i = 0; i < stories.size(); ++i) {
-        runs[size_t(i)]->check();
-        QVERIFY2(!QTest::currentTestFailed(), qPrintable(stories[i].letters));
+class JobQueueTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void theHighestPriorityLeavesFirst()
+    {
+        QueueRun run;
+        run.begin();
+        run.model.requests.clear();
+        const QList<int> priorities{50, 80, 50, 10};
+        for (qsizetype i = 0; i < priorities.size(); ++i)
+            run.ask(u"specialist"_s, member(QString::number(i), priorities[i]));
+        run.ask(u"specialist"_s, {{u"priority"_s, 99}});
+        QVERIFY(run.model.requests.isEmpty());
+        QVERIFY(run.runUntil([&] { return run.model.requests.size() == 5; }));
+
+        QStringList order;
+        const QJsonArray runs = run.state(u"runs"_s).toArray();
+        for (const LLMRequest &request : run.model.requests) {
+            for (const QJsonValue &record : runs) {
+                if (record[u"id"_s].toString() == request.id)
+                    order.append(record[u"role"_s].toString());
+            }
+        }
+        QCOMPARE(order, (QStringList{u"1"_s, u"0"_s, u"2"_s, u"specialist"_s, u"3"_s}));
     }
-}
 
-void JobQueueTest::anAnswerThatDoesNotFitIsRepairedOnce_data()
-{
-    QTest::addColumn<QString>("role");
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("message");
-    const auto shape = [](const QString &role) -> std::pair<QString, QString> {
-        if (givesVerdict(role))
-            return {u"{\"verdict\":\"MAYBE\"}"_s, u"Invalid verdict"_s};
-        if (role == "orchestrator"_L1)
-            return {u"{\"title\":\"Т\"}"_s, u"Invalid task specification"_s};
-        if (role == "planner"_L1)
-            return {u"{\"nodes\":[]}"_s, u"Graph requires 1..64 nodes"_s};
-        if (role == "structure"_L1)
-            return {u"{\"items\":\"a\"}"_s, u"Structure requires items"_s};
-        if (role == "coding"_L1)
-            return {u"{\"files\":[]}"_s, u"Code output needs files"_s};
-        if (role == "coordinator"_L1)
-            return {u"{\"needs_user\":true}"_s, u"Главный агент должен вернуть вопрос и варианты."_s};
-        return {u"{\"summary\":1}"_s, u"Result requires summary"_s};
-    };
-    const QStringList roles = builtInRoles() + QStringList{u"specialist"_s, u"workflow_reviewer"_s};
-    for (const QString &role : roles) {
-        const QByteArray name = role.toLatin1();
-        QTest::addRow("%s, prose", name.data()) << role << u"Готово"_s << u"Expected a JSON object"_s;
-        QTest::addRow("%s, nothing", name.data()) << role << u"{}"_s << u"Empty result"_s;
-        QTest::addRow("%s, shape", name.data()) << role << shape(role).first << shape(role).second;
+    void onlySoManyAreUnderWay()
+    {
+        const QList<std::pair<int, int>> limits{{-5, 1}, {3, 3}, {8, 8}, {100, 8}};
+        for (const auto &[wanted, limit] : limits) {
+            QueueRun run;
+            run.engine.maxParallel = wanted;
+            run.begin();
+            for (int i = 0; i < 11; ++i)
+                run.ask(u"specialist"_s);
+            EngineFixture::settle();
+            QCOMPARE(run.model.held(), limit);
+            while (run.answers.size() < 11) {
+                QVERIFY(run.model.release(run.model.count(u"specialist"_s) == 0 ? QString() : u"specialist"_s));
+                EngineFixture::settle();
+                QVERIFY(run.model.held() <= limit);
+            }
+        }
     }
-}
 
-void JobQueueTest::anAnswerThatDoesNotFitIsRepairedOnce()
-{
-    QFETCH(QString, role);
-    QFETCH(QString, text);
-    QFETCH(QString, message);
-    QueueRun run;
-    run.begin();
-    run.model.forget(role);
-    run.model.answer(role, ScriptedProvider::text(text));
-    if (role != "orchestrator"_L1) // that one is asked already
-        run.ask(role);
-    EngineFixture::settle();
-    QVERIFY(run.model.release(role));
-    EngineFixture::settle();
+    void aReviewerThatIsSwitchedOffApproves()
+    {
+        const QStringList roles{u"risk_judge"_s, u"integration_reviewer"_s, u"validator"_s, u"observer"_s};
+        const QJsonObject approval{{u"verdict"_s, u"APPROVE"_s},
+                                   {u"issues"_s, QJsonArray()},
+                                   {u"required_changes"_s, QJsonArray()},
+                                   {u"confidence"_s, 1},
+                                   {u"summary"_s, u"Роль отключена пользователем; проверка не выполнялась."_s}};
+        QueueRun run;
+        run.engine.disabledAgents = QSet<QString>(roles.begin(), roles.end());
+        run.begin();
+        for (const QString &role : roles)
+            run.ask(role);
+        run.engine.pause();
+        EngineFixture::settle();
+        QVERIFY(run.answers.isEmpty());
+        run.engine.resume();
+        QCOMPARE(run.answers, QList<QJsonObject>(4, approval));
+        QCOMPARE(run.messages(u"AgentSkipped"_s), roles);
+        QCOMPARE(run.model.asked(), QStringList{u"orchestrator"_s});
 
-    QCOMPARE(run.model.count(role), 2);
-    QJsonObject repair = run.model.input(role, 1);
-    QCOMPARE(repair.take(u"format_error"_s).toString(), message);
-    QCOMPARE(repair.take(u"format_instruction"_s).toString(),
-             u"Return valid JSON satisfying the role schema. This is your only format repair attempt."_s);
-    QCOMPARE(repair, run.model.input(role, 0));
-    QCOMPARE(run.model.requests.last().system, run.model.requests[role == "orchestrator"_L1 ? 0 : 1].system);
-    QVERIFY(run.engine.busy());
+        run.ask(roles.first());
+        run.engine.cancel();
+        EngineFixture::settle();
+        QCOMPARE(run.answers.size(), 4);
+    }
 
-    QVERIFY(run.model.release(role));
-    EngineFixture::settle();
-    QCOMPARE(run.endings, QStringList{u"FAILED"_s});
-    QCOMPARE(run.error(), message);
-    QCOMPARE(run.lastRun()[u"status"_s].toString(), u"ERROR"_s);
-    QCOMPARE(run.lastRun()[u"error"_s].toString(), message);
-    QVERIFY(run.answers.isEmpty());
-}
+    void theChiefStandsInForAWorkerThatIsSwitchedOff()
+    {
+        QueueRun run;
+        run.engine.disabledAgents = {u"structure"_s};
+        run.begin();
+        run.ask(u"structure"_s);
+        EngineFixture::settle();
+        QCOMPARE(run.lastRun()[u"role"_s].toString(), u"orchestrator"_s);
+        QCOMPARE(run.lastRun()[u"name"_s].toString(), u"Главный · structure"_s);
+        QCOMPARE(run.model.requests.last().role, u"structure"_s);
+        QCOMPARE(run.model.requests.last().system, PromptManager::get(u"structure"_s));
+        run.answerNow(u"structure"_s);
+        QCOMPARE(run.answers.size(), 1);
+    }
 
-void JobQueueTest::theBudgetIsSpentToTheLastToken()
-{
-    QueueRun roomy;
-    roomy.begin();
-    const qint64 need = roomy.state(u"reserved_tokens"_s).toInteger();
-    const LLMRequest request = roomy.model.requests.value(0);
-    QCOMPARE(need, jsonBytes(request.input).size() + request.system.toUtf8().size() + request.maxTokens);
+    void whichAgentTakesTheJob()
+    {
+        const QJsonArray three{agent(u"a"_s, 40), agent(u"b"_s, 60), agent(u"c"_s, 60)};
+        const auto one = [](const QJsonObject &more) { return QJsonArray{agent(u"a"_s, 90, more)}; };
+        struct Row {
+            QJsonArray network;
+            QJsonObject artifact;
+            QString role;
+            QString provider;
+        };
+        const QList<Row> rows{
+            {{}, {}, u"specialist"_s, u"for specialist"_s},
+            {three, {}, u"b"_s, u"for b"_s}, // the first in rank
+            {three, nodeFor(u"c"_s), u"c"_s, u"Scripted"_s},
+            {three, nodeFor(u"unknown"_s), u"b"_s, u"for b"_s},
+            {three, member(u"m"_s, 5), u"m"_s, u"Scripted"_s},
+            {one({{u"mode"_s, u"workflow"_s}}), nodeFor(u"a"_s), u"specialist"_s, u"for specialist"_s},
+            {one({{u"enabled"_s, false}}), nodeFor(u"a"_s), u"specialist"_s, u"for specialist"_s},
+        };
+        for (const auto &[network, artifact, role, provider] : rows) {
+            QueueRun run;
+            ScriptedProvider ofRole;
+            ScriptedProvider ofAgent;
+            ofRole.displayName = u"for specialist"_s;
+            ofAgent.displayName = u"for b"_s;
+            run.engine.agentNetwork = network;
+            run.engine.agentProviders = {{u"specialist"_s, &ofRole}, {u"b"_s, &ofAgent}};
+            run.begin();
+            run.ask(u"specialist"_s, artifact);
+            EngineFixture::settle();
+            const QJsonObject record = run.lastRun();
+            QCOMPARE(record[u"role"_s].toString(), role);
+            QCOMPARE(record[u"logical_role"_s].toString(), u"specialist"_s);
+            QCOMPARE(record[u"model"_s].toString(), provider);
+            QCOMPARE(ofRole.requests.size() + ofAgent.requests.size(), provider == "Scripted"_L1 ? 0 : 1);
+        }
+    }
 
-    QueueRun exact;
-    exact.begin(need);
-    QCOMPARE(exact.model.held(), 1);
-    QueueRun less;
-    less.begin(need - 1);
-    QVERIFY(less.model.requests.isEmpty());
-    QCOMPARE(less.endings, QStringList{u"FAILED"_s});
-    QCOMPARE(less.error(), u"Token budget reached before next request"_s);
-    QCOMPARE(less.lastRun()[u"status"_s].toString(), u"CANCELLED"_s);
-}
+    void aRoleHasItsLimitAndItsStatus()
+    {
+        struct Row {
+            QString role;
+            QString status;
+            int tokens;
+        };
+        const QList<Row> rows{{u"coding"_s, u"WORKING"_s, 8192},       {u"coding"_s, u"FIXING"_s, 8192},
+                              {u"risk_judge"_s, u"REVIEWING"_s, 1536}, {u"workflow_reviewer"_s, u"REVIEWING"_s, 1536},
+                              {u"validator"_s, u"REVIEWING"_s, 2048},  {u"planner"_s, u"PLANNING"_s, 2048},
+                              {u"observer"_s, u"THINKING"_s, 2048}};
+        QueueRun run;
+        run.begin();
+        for (const auto &[role, status, tokens] : rows) {
+            run.ask(role, status == "FIXING"_L1 ? QJsonObject{{u"fixes"_s, QJsonArray()}} : QJsonObject());
+            EngineFixture::settle();
+            QCOMPARE(run.model.requests.last().maxTokens, tokens);
+            QCOMPARE(run.lastRun()[u"status"_s].toString(), status);
+            QCOMPARE(run.model.requests.last().system, PromptManager::get(role));
+            run.answerNow(role);
+        }
+    }
 
-void JobQueueTest::whatAnAnswerCosts_data()
-{
-    QTest::addColumn<int>("prompt");
-    QTest::addColumn<int>("completion");
-    QTest::addColumn<int>("cost");
-    QTest::newRow("both") << 10 << 5 << 15;
-    QTest::newRow("one") << 0 << 7 << 7;
-    QTest::newRow("more than reserved") << 2000000000 << 2 << 2000000002;
-    QTest::newRow("none") << 0 << 0 << -1;
-    QTest::newRow("negative") << -9 << 4 << -1;
-}
+    void aRunRecordTellsTheStory()
+    {
+        QueueRun run;
+        run.begin();
+        run.ask(u"specialist"_s, {{u"topic"_s, u"Тема"_s}});
+        const QJsonObject waiting = run.lastRun();
+        QCOMPARE(waiting[u"status"_s].toString(), u"WAITING"_s);
+        QVERIFY(!waiting.contains(u"started_at"_s));
+        EngineFixture::settle();
+        QCOMPARE(run.model.requests.last().id, waiting[u"id"_s].toString());
+        QCOMPARE(run.eventsOf(u"AgentStarted"_s).last()[u"data"_s].toObject(), run.lastRun());
 
-void JobQueueTest::whatAnAnswerCosts()
-{
-    QFETCH(int, prompt);
-    QFETCH(int, completion);
-    QFETCH(int, cost);
-    QueueRun run;
-    run.begin(5000000000);
-    LLMResult result = ScriptedProvider::result({{u"summary"_s, u"Итог"_s}});
-    result.promptTokens = prompt;
-    result.completionTokens = completion;
-    run.model.answer(u"specialist"_s, result);
-    const qint64 others = run.state(u"reserved_tokens"_s).toInteger();
-    run.ask(u"specialist"_s);
-    EngineFixture::settle();
-    const qint64 reserved = run.state(u"reserved_tokens"_s).toInteger() - others;
-    run.answerNow(u"specialist"_s);
-    QCOMPARE(run.state(u"tokens"_s).toInteger(), cost < 0 ? reserved : qint64(cost));
-    QCOMPARE(run.state(u"reserved_tokens"_s).toInteger(), others);
-}
+        run.answerNow(u"specialist"_s);
+        const QJsonObject done = run.lastRun();
+        QCOMPARE(done[u"status"_s].toString(), u"COMPLETED"_s);
+        QCOMPARE(done[u"output"_s].toObject(), run.answers.value(0));
+        QCOMPARE(done[u"input_tokens"_s].toInt(), 10);
+        QCOMPARE(done[u"output_tokens"_s].toInt(), 5);
+        QCOMPARE(run.stored(u"agent_runs"_s).last().toObject(), done);
+        QCOMPARE(run.stored(u"artifacts"_s).last()[u"body"_s].toObject(), run.answers.value(0));
+    }
 
-void JobQueueTest::aContinuationMayEndTheRun_data()
-{
-    QTest::addColumn<QString>("steps");
-    QTest::addColumn<QString>("end");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<QString>("status");
-    QTest::newRow("throws") << u"t"_s << u"FAILED"_s << u"Ошибка шага"_s << u"ERROR"_s;
-    QTest::newRow("fails") << u"f"_s << u"FAILED"_s << u"Причина"_s << u"COMPLETED"_s;
-    QTest::newRow("fails, then throws") << u"ft"_s << u"FAILED"_s << u"Причина"_s << u"COMPLETED"_s;
-    QTest::newRow("cancels, then throws") << u"ct"_s << u"CANCELLED"_s << QString() << u"COMPLETED"_s;
-}
+    void aRoleHasOneAgentPerTask()
+    {
+        QueueRun run;
+        run.begin();
+        for (const QString &role : {u"coding"_s, u"specialist"_s, u"coding"_s})
+            run.ask(role);
+        const QJsonArray agents = run.stored(u"agents"_s);
+        QCOMPARE(agents.size(), 3);
+        QCOMPARE(agents[1][u"allowed_tools"_s].toArray(), (QJsonArray{u"write_file"_s, u"read_file"_s}));
+        QVERIFY(agents[2][u"allowed_tools"_s].toArray().isEmpty());
+        QCOMPARE(run.lastRun()[u"agent_id"_s], agents[1][u"id"_s]);
+    }
 
-void JobQueueTest::aContinuationMayEndTheRun()
-{
-    QFETCH(QString, steps);
-    QFETCH(QString, end);
-    QueueRun run;
-    run.begin();
-    run.engine.enqueueDirect(u"specialist"_s, {}, [&](const QJsonObject &) {
-        if (steps.contains(u'f'))
-            run.engine.fail(u"Причина"_s);
-        if (steps.contains(u'c'))
-            run.engine.cancel();
-        require(!steps.contains(u't'), u"Ошибка шага"_s);
-    });
-    run.answerNow(u"specialist"_s);
-    QCOMPARE(run.endings, QStringList{end});
-    QTEST(run.error(), "error");
-    QTEST(run.lastRun()[u"status"_s].toString(), "status");
-    QVERIFY(run.stored(u"agent_runs"_s).contains(run.lastRun()));
-    QCOMPARE(run.model.asked(), (QStringList{u"orchestrator"_s, u"specialist"_s}));
-}
+    void whatARequestHolds()
+    {
+        QueueRun run;
+        run.store.put(u"memory_entries"_s, u"m"_s, u"project"_s, {{u"text"_s, u"Помни"_s}});
+        run.store.put(u"memory_entries"_s, u"n"_s, u"other"_s, {{u"text"_s, u"Чужое"_s}});
+        run.engine.automaticRouting = true;
+        run.engine.mcpTools = {QJsonObject{{u"name"_s, u"find"_s}}};
+        run.engine.roleSkills = {{u"specialist"_s, QJsonObject{{u"instructions"_s, u"Навык"_s}}},
+                                 {u"planner"_s, QJsonObject{{u"instructions"_s, u""_s}}}};
+        run.engine.agentNetwork = {agent(u"a"_s, 50,
+                                         {{u"instructions"_s, QString(16001, u'я')},
+                                          {u"rules"_s, u"Правило"_s},
+                                          {u"tasks"_s, QJsonArray{u"code"_s}}})};
+        run.begin();
+        run.ask(u"specialist"_s, {{u"segment"_s, QJsonObject()}});
+        run.ask(u"planner"_s);
+        EngineFixture::settle();
+
+        const QJsonObject input = run.model.input(u"specialist"_s);
+        QCOMPARE(input[u"memory"_s].toArray(), (QJsonArray{QJsonObject{{u"text"_s, u"Помни"_s}}}));
+        QVERIFY(!input[u"task"_s].toObject().contains(u"available_mcp_tools"_s));
+        QCOMPARE(input[u"role_skill_instructions"_s].toString(), u"Навык"_s);
+        QCOMPARE(input[u"specialist_instructions"_s].toString(), QString(16000, u'я'));
+        QCOMPARE(input[u"agent_rules"_s].toString(), u"Правило"_s);
+        QCOMPARE(input[u"enabled_agent_tasks"_s].toArray(), QJsonArray{u"code"_s});
+        QCOMPARE(run.model.requests[1].system,
+                 PromptManager::get(u"specialist"_s) + roleSkillNote() + specialistNote() + segmentNote());
+        QCOMPARE(run.model.requests[0].system, PromptManager::get(u"orchestrator"_s) + autonomousNote());
+        QCOMPARE(run.model.requests[2].system, PromptManager::get(u"planner"_s));
+        for (const QString &role : {u"orchestrator"_s, u"planner"_s})
+            QCOMPARE(run.model.input(role)[u"task"_s][u"available_mcp_tools"_s].toArray(), run.engine.mcpTools);
+        QCOMPARE(run.model.input(u"planner"_s).keys(), (QStringList{u"artifact"_s, u"memory"_s, u"task"_s}));
+    }
+
+    void whatDoesNotFitEndsTheRun()
+    {
+        QueueRun run;
+        run.begin();
+        run.ask(u"specialist"_s, {{u"text"_s, QString(96000, u'a')}});
+        QCOMPARE(run.endings, QStringList{u"FAILED"_s});
+        QCOMPARE(run.error(), u"Selected context exceeds configured limit"_s);
+    }
+
+    void aFailedRequestIsRepeatedWithinLimits()
+    {
+        const QString noJson = u"Expected a JSON object"_s;
+        const QList<Story> stories{
+            {u"g"_s, {8192}, {}},
+            {u"rrg"_s, {8192, 8192, 8192}, {}},
+            {u"rrrg"_s, {8192, 8192, 8192}, u"r"_s},
+            {u"ttg"_s, {8192, 16384, 16384}, {}},
+            {u"tttg"_s, {8192, 16384, 16384}, u"t"_s},
+            {u"fg"_s, {8192}, u"f"_s},
+            {u"eg"_s, {8192}, u"e"_s},
+            {u"xg"_s, {8192, 8192}, {}},
+            {u"xxg"_s, {8192, 8192}, noJson},
+            {u"xrxg"_s, {8192, 8192, 8192}, noJson},
+            {u"trxg"_s, {8192, 16384, 16384, 16384}, {}},
+            {u"rrxrg"_s, {8192, 8192, 8192, 8192}, u"r"_s},
+        };
+        std::vector<std::unique_ptr<StoryRun>> runs;
+        for (const Story &story : stories)
+            runs.push_back(std::make_unique<StoryRun>(story));
+        QVERIFY(
+            runs.front()->runUntil([&] { return std::ranges::all_of(runs, [](auto &run) { return run->isOver(); }); }));
+        for (qsizetype i = 0; i < stories.size(); ++i) {
+            runs[size_t(i)]->check();
+            QVERIFY2(!QTest::currentTestFailed(), qPrintable(stories[i].letters));
+        }
+    }
+
+    void anAnswerThatDoesNotFitIsRepairedOnce()
+    {
+        const QList<std::array<QString, 3>> answers{
+            {u"coding"_s, u"Готово"_s, u"Expected a JSON object"_s},
+            {u"risk_judge"_s, u"{}"_s, u"Empty result"_s},
+            {u"planner"_s, u"{\"nodes\":[]}"_s, u"Graph requires 1..64 nodes"_s},
+            {u"orchestrator"_s, u"{\"title\":\"Т\"}"_s, u"Invalid task specification"_s},
+        };
+        for (const auto &[role, text, message] : answers) {
+            QueueRun run;
+            run.begin();
+            run.model.forget(role);
+            run.model.answer(role, ScriptedProvider::text(text));
+            if (role != "orchestrator"_L1) // that one is asked already
+                run.ask(role);
+            run.answerNow(role);
+
+            QCOMPARE(run.model.count(role), 2);
+            QJsonObject repair = run.model.input(role, 1);
+            QCOMPARE(repair.take(u"format_error"_s).toString(), message);
+            QCOMPARE(repair.take(u"format_instruction"_s).toString(),
+                     u"Return valid JSON satisfying the role schema. This is your only format repair attempt."_s);
+            QCOMPARE(repair, run.model.input(role, 0));
+            QVERIFY(run.engine.busy());
+
+            run.answerNow(role);
+            QCOMPARE(run.endings, QStringList{u"FAILED"_s});
+            QCOMPARE(run.error(), message);
+            QCOMPARE(run.lastRun()[u"status"_s].toString(), u"ERROR"_s);
+            QVERIFY(run.answers.isEmpty());
+        }
+    }
+
+    void theBudgetIsSpentToTheLastToken()
+    {
+        QueueRun roomy;
+        roomy.begin();
+        const qint64 need = roomy.state(u"reserved_tokens"_s).toInteger();
+        const LLMRequest request = roomy.model.requests.value(0);
+        QCOMPARE(need, jsonBytes(request.input).size() + request.system.toUtf8().size() + request.maxTokens);
+
+        QueueRun exact;
+        exact.begin(need);
+        QCOMPARE(exact.model.held(), 1);
+        QueueRun less;
+        less.begin(need - 1);
+        QVERIFY(less.model.requests.isEmpty());
+        QCOMPARE(less.endings, QStringList{u"FAILED"_s});
+        QCOMPARE(less.error(), u"Token budget reached before next request"_s);
+        QCOMPARE(less.lastRun()[u"status"_s].toString(), u"CANCELLED"_s);
+    }
+
+    void whatAnAnswerCosts()
+    {
+        struct Bill {
+            int prompt;
+            int completion;
+            qint64 cost; ///< -1: what was reserved
+        };
+        for (const Bill &bill : {Bill{10, 5, 15}, {0, 7, 7}, {2000000000, 2, 2000000002}, {0, 0, -1}, {-9, 4, -1}}) {
+            QueueRun run;
+            run.begin(5000000000);
+            LLMResult result = ScriptedProvider::result({{u"summary"_s, u"Итог"_s}});
+            result.promptTokens = bill.prompt;
+            result.completionTokens = bill.completion;
+            run.model.answer(u"specialist"_s, result);
+            const qint64 others = run.state(u"reserved_tokens"_s).toInteger();
+            run.ask(u"specialist"_s);
+            EngineFixture::settle();
+            const qint64 reserved = run.state(u"reserved_tokens"_s).toInteger() - others;
+            run.answerNow(u"specialist"_s);
+            QCOMPARE(run.state(u"tokens"_s).toInteger(), bill.cost < 0 ? reserved : bill.cost);
+            QCOMPARE(run.state(u"reserved_tokens"_s).toInteger(), others);
+        }
+    }
+
+    void aContinuationMayEndTheRun()
+    {
+        struct Row {
+            QString steps; ///< f: fails, c: cancels, t: throws
+            QString end;
+            QString error;
+            QString status;
+        };
+        for (const auto &[steps, end, error, status] : {Row{u"t"_s, u"FAILED"_s, u"Ошибка шага"_s, u"ERROR"_s},
+                                                        Row{u"ft"_s, u"FAILED"_s, u"Причина"_s, u"COMPLETED"_s},
+                                                        Row{u"ct"_s, u"CANCELLED"_s, {}, u"COMPLETED"_s}}) {
+            QueueRun run;
+            run.begin();
+            run.engine.enqueueDirect(u"specialist"_s, {}, [&](const QJsonObject &) {
+                if (steps.contains(u'f'))
+                    run.engine.fail(u"Причина"_s);
+                if (steps.contains(u'c'))
+                    run.engine.cancel();
+                require(!steps.contains(u't'), u"Ошибка шага"_s);
+            });
+            run.answerNow(u"specialist"_s);
+            QCOMPARE(run.endings, QStringList{end});
+            QCOMPARE(run.error(), error);
+            QCOMPARE(run.lastRun()[u"status"_s].toString(), status);
+            QVERIFY(run.stored(u"agent_runs"_s).contains(run.lastRun()));
+        }
+    }
+};
 
 QTEST_GUILESS_MAIN(JobQueueTest)
 #include "tst_job_queue.moc"

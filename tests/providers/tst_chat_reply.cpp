@@ -16,6 +16,12 @@ QByteArray delta(const QByteArray &text, const QByteArray &finish = "null")
     return "data: {\"choices\":[{\"delta\":{\"content\":\"" + text + "\"},\"finish_reason\":" + finish + "}]}\n\n";
 }
 
+/// One event; its text is written with ' for ".
+QByteArray line(QByteArray text)
+{
+    return "data: " + text.replace('\'', '"') + "\n";
+}
+
 ReplyFacts ok(bool useResponses = false)
 {
     return {200, 0, useResponses, u"my-key"_s};
@@ -26,223 +32,166 @@ ReplyFacts ok(bool useResponses = false)
 class ChatReplyTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void aStreamIsFoldedIntoOneAnswer_data();
-    void aStreamIsFoldedIntoOneAnswer();
-    void aStreamMayArriveInAnyPieces();
-    void aDocumentIsReadInItsDialect_data();
-    void aDocumentIsReadInItsDialect();
-    void aFailureSaysWhatAUserCanQuote_data();
-    void aFailureSaysWhatAUserCanQuote();
-    void keysAreCutOutOfWhatTheProviderSays();
-    void thinkingIsLeftOut_data();
-    void thinkingIsLeftOut();
-    void aReplyWithoutEndIsCut();
-};
-
-void ChatReplyTest::aStreamIsFoldedIntoOneAnswer_data()
-{
-    QTest::addColumn<QByteArray>("stream");
-    QTest::addColumn<QString>("content");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<bool>("retryable");
-    QTest::addColumn<bool>("truncated");
-    const QByteArray done = "data: [DONE]\n\n";
-    const auto row = [](const char *name, const QByteArray &stream, const QString &content, const QString &error = {},
-                        bool retryable = false, bool truncated = false) {
-        QTest::newRow(name) << stream << content << error << retryable << truncated;
-    };
-    row("chat chunks", delta("Привет") + delta(", мир", "\"stop\"") + done, u"Привет, мир"_s);
-    row("CRLF, comments, event names",
-        ": keep-alive\r\nevent: x\r\n" + delta("a", "\"stop\"").replace('\n', "\r\n") + "data:[DONE]  \r\n", u"a"_s);
-    row("reasoning beside the content",
-        "data: {\"choices\":[{\"delta\":{\"reasoning_content\":\"hm\"}}]}\n" + delta("a", "\"stop\"") + done, u"a"_s);
-    row("no terminator", delta("a", "\"stop\""), u"a"_s);
-    row("no finish reason", delta("a") + done, u"a"_s, brokenStream, true);
-    row("one broken line", delta("a") + "data: {oops\n" + delta("b", "\"stop\"") + done, u"ab"_s, brokenStream, true);
-    row("an error object", delta("a") + "data: {\"error\":{\"message\":\"out of memory\"}}\n", u"a"_s, brokenStream,
-        true);
-    row("an error event", delta("a", "\"stop\"") + "data: {\"type\":\"error\"}\n", u"a"_s, brokenStream, true);
-    row("last line without its end", delta("a") + delta("b", "\"stop\"").trimmed(), u"a"_s, brokenStream, true);
-    row("cut by the limit", delta("a", "\"length\"") + done, {}, truncatedText, false, true);
-    row("broken and cut", "data: nope\n" + delta("a", "\"length\"") + done, {}, truncatedText, true, true);
-    row("no text", "data: {\"choices\":[{\"delta\":{\"content\":\"\"},\"finish_reason\":\"stop\"}]}\n" + done, {},
-        u"Модель вернула пустой ответ. Повторяю запрос."_s, true);
-    row("responses",
-        "data: {\"type\":\"response.output_text.delta\",\"delta\":\"x\"}\n"
-        "data: {\"type\":\"response.completed\",\"response\":{\"usage\":{\"input_tokens\":3,\"output_tokens\":4}}}\n",
-        u"x"_s);
-    row("responses cut",
-        "data: {\"type\":\"response.output_text.delta\",\"delta\":\"x\"}\ndata: {\"type\":\"response.incomplete\"}\n",
-        {}, truncatedText, false, true);
-    row("responses failed",
-        "data: {\"type\":\"response.output_text.delta\",\"delta\":\"x\"}\ndata: {\"type\":\"response.failed\"}\n",
-        u"x"_s, brokenStream, true);
-}
-
-void ChatReplyTest::aStreamIsFoldedIntoOneAnswer()
-{
-    QFETCH(QByteArray, stream);
-    QFETCH(QString, content);
-    QFETCH(QString, error);
-    QFETCH(bool, retryable);
-    QFETCH(bool, truncated);
-    StreamState state;
-    state.feed(stream);
-    const LLMResult result = resultOf(state, ok());
-    QCOMPARE(result.content, content);
-    QCOMPARE(result.error, error);
-    QCOMPARE(result.retryable, retryable);
-    QCOMPARE(result.truncated, truncated);
-}
-
-void ChatReplyTest::aStreamMayArriveInAnyPieces()
-{
-    const QByteArray stream = delta("Ж") + delta("ёлтый 🙂")
-        + "data: {\"usage\":{\"prompt_tokens\":9,\"completion_tokens\":2},\"choices\":[]}\n" + delta("", "\"stop\"")
-        + "data: [DONE]\n";
-    for (qsizetype size = 1; size < 40; ++size) {
-        StreamState state;
-        bool terminated = false;
-        for (qsizetype at = 0; at < stream.size(); at += size)
-            terminated = state.feed(stream.mid(at, size)).terminator || terminated;
-        QVERIFY(terminated);
-        // Left after its terminator, the reply ends with an error that counts for nothing.
-        const LLMResult result = resultOf(state, {200, QNetworkReply::OperationCanceledError, false, {}});
-        QCOMPARE(result.content, u"Жёлтый 🙂"_s);
-        QCOMPARE(result.error, QString());
-        QCOMPARE(result.promptTokens, 9);
-        QCOMPARE(result.completionTokens, 2);
+    void aStreamIsFoldedIntoOneAnswer()
+    {
+        struct Row {
+            QByteArray stream;
+            QString content;
+            QString error{};
+            bool retryable = false;
+            bool truncated = false;
+        };
+        const QByteArray done = "data: [DONE]\n\n";
+        const QByteArray more = line("{'type':'response.output_text.delta','delta':'x'}");
+        const QList<Row> rows{
+            {delta("Привет") + delta(", мир", "\"stop\"") + done, u"Привет, мир"_s},
+            {": alive\r\nevent: x\r\n" + delta("a", "\"stop\"").replace('\n', "\r\n") + "data:[DONE]  \r\n", u"a"_s},
+            {delta("a", "\"stop\""), u"a"_s}, // without the terminator
+            {more + line("{'type':'response.completed','response':{'usage':{'input_tokens':3}}}"), u"x"_s},
+            // Broken in several ways: no finish reason, a bad line, an error, a last line that does not end.
+            {delta("a") + done, u"a"_s, brokenStream, true},
+            {delta("a") + "data: {oops\n" + delta("b", "\"stop\"") + done, u"ab"_s, brokenStream, true},
+            {delta("a") + line("{'error':{'message':'out of memory'}}"), u"a"_s, brokenStream, true},
+            {delta("a") + delta("b", "\"stop\"").trimmed(), u"a"_s, brokenStream, true},
+            // Cut by the limit of tokens.
+            {delta("a", "\"length\"") + done, {}, truncatedText, false, true},
+            {more + line("{'type':'response.incomplete'}"), {}, truncatedText, false, true},
+            {delta("", "\"stop\"") + done, {}, u"Модель вернула пустой ответ. Повторяю запрос."_s, true},
+        };
+        for (const Row &row : rows) {
+            StreamState state;
+            state.feed(row.stream);
+            const LLMResult result = resultOf(state, ok());
+            QVERIFY2(result.content == row.content && result.error == row.error, row.stream.constData());
+            QCOMPARE(result.retryable, row.retryable);
+            QCOMPARE(result.truncated, row.truncated);
+        }
     }
-}
 
-void ChatReplyTest::aDocumentIsReadInItsDialect_data()
-{
-    QTest::addColumn<QByteArray>("body");
-    QTest::addColumn<bool>("responses");
-    QTest::addColumn<QString>("content");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<bool>("retryable");
-    QTest::newRow("completion") << QByteArray(
-        "{\"choices\":[{\"message\":{\"content\":\"x\"},\"finish_reason\":\"stop\"}]}")
-                                << false << u"x"_s << QString() << false;
-    QTest::newRow("null content") << QByteArray("{\"choices\":[{\"message\":{\"content\":null}}]}") << false
-                                  << QString() << u"Модель вернула пустой ответ. Повторяю запрос."_s << true;
-    QTest::newRow("no JSON") << QByteArray("<html>proxy</html>") << false << QString()
-                             << u"Модель вернула пустой ответ."_s << true;
-    QTest::newRow("empty") << QByteArray() << false << QString() << u"Модель вернула пустой ответ."_s << true;
-    QTest::newRow("cut") << QByteArray("{\"choices\":[{\"message\":{\"content\":\"x\"},\"finish_reason\":\"length\"}]}")
-                         << false << QString() << truncatedText << false;
-    QTest::newRow("response") << QByteArray(
-        "{\"status\":\"completed\",\"output\":[{\"content\":[{\"type\":\"output_text\",\"text\":\"a\"},"
-        "{\"type\":\"refusal\",\"text\":\"no\"}]},{\"content\":[{\"type\":\"output_text\",\"text\":\"b\"}]}]}")
-                              << true << u"ab"_s << QString() << false;
-    QTest::newRow("unfinished response") << QByteArray(
-        "{\"status\":\"in_progress\",\"output\":[{\"content\":[{\"type\":\"output_text\",\"text\":\"a\"}]}]}")
-                                         << true << u"a"_s << u"Провайдер не завершил ответ."_s << false;
-    QTest::newRow("response cut") << QByteArray(
-        "{\"status\":\"incomplete\",\"incomplete_details\":{\"reason\":\"max_output_tokens\"}}")
-                                  << true << QString() << truncatedText << false;
-}
+    void aStreamMayArriveInAnyPieces()
+    {
+        const QByteArray stream = delta("Ж") + delta("ёлтый 🙂")
+            + "data: {\"usage\":{\"prompt_tokens\":9,\"completion_tokens\":2},\"choices\":[]}\n" + delta("", "\"stop\"")
+            + "data: [DONE]\n";
+        for (qsizetype size = 1; size < 40; ++size) {
+            StreamState state;
+            bool terminated = false;
+            for (qsizetype at = 0; at < stream.size(); at += size)
+                terminated = state.feed(stream.mid(at, size)).terminator || terminated;
+            QVERIFY(terminated);
+            // Left after its terminator, the reply ends with an error that counts for nothing.
+            const LLMResult result = resultOf(state, {200, QNetworkReply::OperationCanceledError, false, {}});
+            QCOMPARE(result.content, u"Жёлтый 🙂"_s);
+            QCOMPARE(result.error, QString());
+            QCOMPARE(result.promptTokens, 9);
+            QCOMPARE(result.completionTokens, 2);
+        }
+    }
 
-void ChatReplyTest::aDocumentIsReadInItsDialect()
-{
-    QFETCH(QByteArray, body);
-    QFETCH(bool, responses);
-    QFETCH(QString, content);
-    QFETCH(QString, error);
-    QFETCH(bool, retryable);
-    StreamState state;
-    state.feed(body);
-    const LLMResult result = resultOf(state, ok(responses));
-    QCOMPARE(result.content, content);
-    QCOMPARE(result.error, error);
-    QCOMPARE(result.retryable, retryable);
-}
+    void aDocumentIsReadInItsDialect()
+    {
+        struct Row {
+            QByteArray body;
+            bool responses;
+            QString content;
+            QString error{};
+            bool retryable = false;
+        };
+        const QList<Row> rows{
+            {"{'choices':[{'message':{'content':'x'},'finish_reason':'stop'}]}", false, u"x"_s},
+            {"{'choices':[{'message':{'content':null}}]}",
+             false,
+             {},
+             u"Модель вернула пустой ответ. Повторяю запрос."_s,
+             true},
+            {{}, false, {}, u"Модель вернула пустой ответ."_s, true},
+            {"{'status':'completed','output':[{'content':[{'type':'output_text','text':'a'},{'type':'refusal','text':'"
+             "no'}]},"
+             "{'content':[{'type':'output_text','text':'b'}]}]}",
+             true, u"ab"_s},
+            {"{'status':'in_progress','output':[{'content':[{'type':'output_text','text':'a'}]}]}", true, u"a"_s,
+             u"Провайдер не завершил ответ."_s},
+            {"{'status':'incomplete','incomplete_details':{'reason':'max_output_tokens'}}", true, {}, truncatedText},
+        };
+        for (const Row &row : rows) {
+            StreamState state;
+            state.feed(QByteArray(row.body).replace('\'', '"'));
+            const LLMResult result = resultOf(state, ok(row.responses));
+            QVERIFY2(result.content == row.content && result.error == row.error, row.body.constData());
+            QCOMPARE(result.retryable, row.retryable);
+        }
+    }
 
-void ChatReplyTest::aFailureSaysWhatAUserCanQuote_data()
-{
-    QTest::addColumn<int>("status");
-    QTest::addColumn<int>("networkError");
-    QTest::addColumn<QString>("error");
-    QTest::addColumn<bool>("retryable");
-    const auto row = [](const char *name, int status, int networkError, const QString &error, bool retryable) {
-        QTest::newRow(name) << status << networkError << error << retryable;
-    };
-    const QString cut = u"Передача ответа прервалась или превысила время ожидания."_s;
-    row("404", 404, 203, u"Модель или адрес API не найдены. (HTTP 404, сеть 203)"_s, false);
-    row("401", 401, 204, u"API-ключ не принят. Проверьте ключ и регион endpoint. (HTTP 401, сеть 204)"_s, false);
-    row("403", 403, 201, u"Нет доступа к модели. Проверьте разрешения ключа. (HTTP 403, сеть 201)"_s, false);
-    row("429", 429, 299, u"Достигнут лимит запросов провайдера. (HTTP 429, сеть 299)"_s, true);
-    row("500", 500, 401, u"Ошибка на стороне провайдера. (HTTP 500, сеть 401)"_s, true);
-    row("no answer", 0, 1, u"Нет ответа сервера: проверьте соединение и адрес API. (HTTP 0, сеть 1)"_s, true);
-    row("redirect", 302, 0, u"Провайдер отклонил параметры запроса. (HTTP 302, сеть 0)"_s, false);
-    row("400", 400, 302, u"Провайдер отклонил параметры запроса. (HTTP 400, сеть 302)"_s, false);
-    row("given up", 200, 5, cut + u" (HTTP 200, сеть 5)"_s, true);
-    row("closed", 200, 2, cut + u" (HTTP 200, сеть 2)"_s, true);
-    row("time", 0, 4, cut + u" (HTTP 0, сеть 4)"_s, true);
-    row("protocol error in a good reply", 200, 399, u"Провайдер отклонил параметры запроса. (HTTP 200, сеть 399)"_s,
-        false);
-}
+    void aFailureSaysWhatAUserCanQuote()
+    {
+        struct Row {
+            int status;
+            int networkError;
+            QString error;
+            bool retryable;
+        };
+        const QString cut = u"Передача ответа прервалась или превысила время ожидания."_s;
+        const QList<Row> rows{
+            {404, 203, u"Модель или адрес API не найдены."_s, false},
+            {401, 204, u"API-ключ не принят. Проверьте ключ и регион endpoint."_s, false},
+            {403, 201, u"Нет доступа к модели. Проверьте разрешения ключа."_s, false},
+            {429, 299, u"Достигнут лимит запросов провайдера."_s, true},
+            {500, 401, u"Ошибка на стороне провайдера."_s, true},
+            {0, 1, u"Нет ответа сервера: проверьте соединение и адрес API."_s, true},
+            {302, 0, u"Провайдер отклонил параметры запроса."_s, false},
+            {200, 5, cut, true},
+            {0, 4, cut, true},
+        };
+        for (const auto &[status, networkError, error, retryable] : rows) {
+            StreamState state;
+            state.feed("not json");
+            const LLMResult result = resultOf(state, {status, networkError, false, {}});
+            QCOMPARE(result.error, error + u" (HTTP %1, сеть %2)"_s.arg(status).arg(networkError));
+            QCOMPARE(result.retryable, retryable);
+            QCOMPARE(result.content, QString());
+        }
+    }
 
-void ChatReplyTest::aFailureSaysWhatAUserCanQuote()
-{
-    QFETCH(int, status);
-    QFETCH(int, networkError);
-    QFETCH(QString, error);
-    QFETCH(bool, retryable);
-    StreamState state;
-    state.feed("not json");
-    const LLMResult result = resultOf(state, {status, networkError, false, {}});
-    QCOMPARE(result.error, error);
-    QCOMPARE(result.retryable, retryable);
-    QCOMPARE(result.content, QString());
-}
+    void keysAreCutOutOfWhatTheProviderSays()
+    {
+        StreamState state;
+        state.feed("{\"error\":{\"message\":\"  Key my-key\\n and   sk-abc_D-9. " + QByteArray(2000, 'x') + "\"}}");
+        const QString error = resultOf(state, {401, 204, false, u"my-key"_s}).error;
+        const QString said = error.section(u'\n', 1);
+        QVERIFY(said.startsWith(u"Key [ключ скрыт] and [ключ скрыт]. xxx"_s));
+        QCOMPARE(said.size(), 800);
+        QCOMPARE(withoutSecrets(u"MY-KEY"_s, u"my-key"_s), u"MY-KEY"_s);
+        QCOMPARE(withoutSecrets(u"sk-1 sk-"_s, {}), u"[ключ скрыт] sk-"_s);
+    }
 
-void ChatReplyTest::keysAreCutOutOfWhatTheProviderSays()
-{
-    StreamState state;
-    state.feed("{\"error\":{\"message\":\"  Key my-key\\n and   sk-abc_D-9. " + QByteArray(2000, 'x') + "\"}}");
-    const QString error = resultOf(state, {401, 204, false, u"my-key"_s}).error;
-    const QString said = error.section(u'\n', 1);
-    QVERIFY(said.startsWith(u"Key [ключ скрыт] and [ключ скрыт]. xxx"_s));
-    QCOMPARE(said.size(), 800);
-    QCOMPARE(withoutSecrets(u"MY-KEY"_s, u"my-key"_s), u"MY-KEY"_s);
-    QCOMPARE(withoutSecrets(u"sk-1 sk-"_s, {}), u"[ключ скрыт] sk-"_s);
-}
+    void thinkingIsLeftOut()
+    {
+        const QString fence = u"```json\n{\"a\":\"</think>\"}\n```"_s;
+        const QList<std::pair<QString, QString>> replies{
+            {u"<think>\nmaybe {\"a\":0}?\n</think>\n\n{\"a\":1}"_s, u"{\"a\":1}"_s},
+            {u"hm {x}\n</think>{\"a\":1}"_s, u"{\"a\":1}"_s}, // opened by the template
+            {u"{\"a\":\"</think>\"}"_s, u"{\"a\":\"</think>\"}"_s},
+            {fence, fence},
+            {u"<think>x</think>"_s, u""_s},
+        };
+        for (const auto &[reply, answer] : replies)
+            QCOMPARE(withoutThinking(reply), answer);
+    }
 
-void ChatReplyTest::thinkingIsLeftOut_data()
-{
-    QTest::addColumn<QString>("reply");
-    QTest::addColumn<QString>("answer");
-    QTest::newRow("a block with braces") << u"<think>\nmaybe {\"a\":0}?\n</think>\n\n{\"a\":1}"_s << u"{\"a\":1}"_s;
-    QTest::newRow("opened by the template") << u"hm {x}\n</think>{\"a\":1}"_s << u"{\"a\":1}"_s;
-    QTest::newRow("inside the answer") << u"{\"a\":\"</think>\"}"_s << u"{\"a\":\"</think>\"}"_s;
-    QTest::newRow("inside a fence") << u"```json\n{\"a\":\"</think>\"}\n```"_s
-                                    << u"```json\n{\"a\":\"</think>\"}\n```"_s;
-    QTest::newRow("none") << u"Текст {\"a\":1}"_s << u"Текст {\"a\":1}"_s;
-    QTest::newRow("nothing else") << u"<think>x</think>"_s << u""_s;
-}
-
-void ChatReplyTest::thinkingIsLeftOut()
-{
-    QFETCH(QString, reply);
-    QFETCH(QString, answer);
-    QCOMPARE(withoutThinking(reply), answer);
-}
-
-void ChatReplyTest::aReplyWithoutEndIsCut()
-{
-    // One line of many megabytes in small pieces: each byte is looked at once.
-    StreamState state;
-    const QByteArray piece(1024 * 1024, 'x');
-    int pieces = 0;
-    while (!state.feed(piece).overflow)
-        QVERIFY(++pieces <= 64);
-    QCOMPARE(state.raw().size(), maxReplyBytes);
-    const LLMResult result = resultOf(state, {200, QNetworkReply::OperationCanceledError, false, {}});
-    QCOMPARE(result.error, brokenStream);
-    QVERIFY(result.retryable);
-}
+    void aReplyWithoutEndIsCut()
+    {
+        // One line of many megabytes in small pieces: each byte is looked at once.
+        StreamState state;
+        const QByteArray piece(1024 * 1024, 'x');
+        int pieces = 0;
+        while (!state.feed(piece).overflow)
+            QVERIFY(++pieces <= 64);
+        QCOMPARE(state.raw().size(), maxReplyBytes);
+        const LLMResult result = resultOf(state, {200, QNetworkReply::OperationCanceledError, false, {}});
+        QCOMPARE(result.error, brokenStream);
+        QVERIFY(result.retryable);
+    }
+};
 
 QTEST_APPLESS_MAIN(ChatReplyTest)
 #include "tst_chat_reply.moc"

@@ -4,11 +4,11 @@
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLocalServer>
 #include <QTest>
 
 #include <sys/stat.h>
 
+using namespace Qt::StringLiterals;
 using Person = KeyringSession::Person;
 
 namespace {
@@ -90,473 +90,278 @@ QVariantList results(const KeyringSession &session, const QStringList &operation
 class CredentialStoreTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
+    void initTestCase()
+    {
+        const QString missing = KeyringSession::missingProgram();
+        if (!missing.isEmpty())
+            QSKIP(qPrintable(missing + " is not installed"));
+    }
+
     void init() { session = std::make_unique<KeyringSession>(); }
     void cleanup() { session.reset(); }
 
-    void aKeyComesBackExactly_data();
-    void aKeyComesBackExactly();
-    void aKeyIsReplacedAndRemoved();
-    void aKeyOutlivesTheKeyringsRestart();
-    void theKeyringIsMadeWithItsFirstKey();
-    void whoDeclinesToMakeAKeyringHasNoKeySaved();
-    void aLockedKeyringIsNotTakenForOneWithoutTheKey();
-    void aPersonUnlocksTheKeyring();
-    void whoDeclinesIsNotAskedAgainForReading();
-    void aPersonIsWaitedForOnlyWhereThereIsADisplay();
-    void aLateAnswerOfThePersonCountsForTheNextReading();
-    void aKeyringThatHangsCostsThreeSecondsOnce();
-    void aBusThatDoesNotAnswerCostsThreeSecondsOnce();
-    void theEndOfTheBusIsNotTheEndOfTheProgram();
-    void withoutAServiceTheFileIsUsed_data();
-    void withoutAServiceTheFileIsUsed();
-    void withoutLibsecretTheFileIsUsed();
-    void theServiceCanBeDemanded();
-    void theFileCanBeDemanded();
-    void anUnknownChoiceIsToldOfOnce();
-    void aKeyFromTheFileIsFoundWhenThereIsAServiceAgain();
-    void aKeyMovesFromTheFileToTheService();
-    void aRemovedKeyIsGoneFromBoth();
-    void aRefusedFileGivesNoKeyAndTellsWhy();
-    void processesThatSaveAtOnceLoseNothing();
-    void aReaderSeesTheFileWhole();
-    void nothingOfAKeyStaysInMemory_data();
-    void nothingOfAKeyStaysInMemory();
+    void aKeyComesBackExactly()
+    {
+        QVERIFY(startSession());
+        for (const QString &secret :
+             {u"sk-test-0123456789"_s, u""_s, u"пароль-Ё-🔑 'b\" c\n\td\\ "_s, QString(50000, 'x')}) {
+            QCOMPARE(results(*session, {"save", "VESK:1", secret}), QVariantList{true});
+            const Outcome read = run(*session, {"read", "VESK:1", "ask", "VESK:1", "1000", "ask", "VESK:2", "1000"});
+            QCOMPARE(read.results, QVariantList({secret, "Done", "Missing"}));
+            QCOMPARE(read.log, QByteArray());
+        }
+        QVERIFY(!QFile::exists(session->keyFile()));
+    }
+
+    void aKeyIsReplacedAndRemoved()
+    {
+        QVERIFY(startSession());
+        QCOMPARE(results(*session, {"save", "a", "first", "save", "b", "other", "save", "a", "second", "read", "a"}),
+                 QVariantList({true, true, true, "second"}));
+        QCOMPARE(results(*session, {"remove", "a", "read", "a", "remove", "a", "read", "b"}),
+                 QVariantList({true, "", true, "other"}));
+    }
+
+    void whoDeclinesToMakeAKeyringHasNoKeySaved()
+    {
+        QVERIFY(session->startBus());
+        QVERIFY(session->seat(Person::Declining));
+        QVERIFY(session->startLockedKeyring());
+
+        const Outcome outcome = run(*session, {"save", "a", key, "read", "a"});
+
+        QCOMPARE(outcome.results, QVariantList({false, ""}));
+        QVERIFY2(outcome.log.contains("не создаёт связку ключей"), outcome.log);
+        QVERIFY(!QFile::exists(session->keyFile()));
+    }
+
+    void aLockedKeyringIsNotTakenForOneWithoutTheKey()
+    {
+        lockKey(Person::Nobody);
+
+        const Outcome locked
+            = run(*session, {"ask", "a", "60000", "read", "a", "save", "a", "new", "remove", "a", "remove", "b"});
+
+        QCOMPARE(locked.results, QVariantList({"Locked", "", false, false, false}));
+        QVERIFY(locked.log.contains("связка ключей заблокирована"));
+        for (const int ms : locked.ms)
+            QVERIFY2(ms < 3000, qPrintable(QString::number(ms)));
+        QVERIFY(!QFile::exists(session->keyFile()));
+    }
+
+    void whoDeclinesIsNotAskedAgainForReading()
+    {
+        lockKey(Person::DecliningAtFirst);
+        // The person would give the password on being asked a second time.
+        QCOMPARE(results(*session, {"read", "a", "read", "a", "save", "b", "other", "read", "a"}),
+                 QVariantList({"", "", true, key}));
+    }
+
+    void aPersonIsWaitedForOnlyWhereThereIsADisplay()
+    {
+        lockKey(Person::Absent);
+
+        const Outcome without = run(*session, {"ask", "a", "2000"});
+        session->environment.insert("DISPLAY", ":99");
+        const Outcome with = run(*session, {"ask", "a", "2000"});
+
+        QCOMPARE(without.results, QVariantList{"Locked"});
+        QCOMPARE_GE(without.ms.first(), 2500);
+        QCOMPARE_LT(without.ms.first(), 4500);
+        QCOMPARE(with.results, QVariantList{"Locked"});
+        QCOMPARE_GE(with.ms.first(), 4500);
+        QCOMPARE_LT(with.ms.first(), 7000);
+    }
+
+    void aLateAnswerOfThePersonCountsForTheNextReading()
+    {
+        lockKey(Person::Slow);
+        constexpr int readings = 100;
+        QStringList operations{"save", "a", "new"};
+        for (int i = 0; i < readings; ++i)
+            operations += {"pause", "read", "a"};
+        Tool tool(*session, operations);
+        QCOMPARE(tool.next()["result"].toBool(true), false);
+        QString read;
+        for (int i = 0; i < readings && read.isEmpty(); ++i) {
+            QTest::qWait(100);
+            tool.goOn();
+            tool.next();
+            const QJsonObject line = tool.next();
+            read = line["result"].toString();
+            QCOMPARE_LT(line["ms"].toInt(), 1000);
+        }
+        // What was told to have failed isn't done later on.
+        QCOMPARE(read, key);
+    }
+
+    void aKeyringThatHangsCostsThreeSecondsOnce()
+    {
+        QVERIFY(startSession());
+        QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
+        session->hangKeyring();
+        Tool tool(*session, {"read", "a", "read", "a", "save", "a", "new", "pause", "read", "a"});
+
+        const QJsonObject first = tool.next();
+        QCOMPARE(first["result"].toString(), "");
+        QCOMPARE_GE(first["ms"].toInt(), 2500);
+        QCOMPARE_LT(first["ms"].toInt(), 4500);
+        const QJsonObject second = tool.next();
+        QCOMPARE(second["result"].toString(), "");
+        QCOMPARE_LT(second["ms"].toInt(), 1500);
+        QCOMPARE(tool.next()["result"].toBool(true), false);
+
+        session->resumeKeyring();
+        tool.goOn();
+        tool.next();
+        QCOMPARE(tool.next()["result"].toString(), key);
+        QVERIFY(tool.ends());
+        QVERIFY(tool.log().contains("не отвечает"));
+        QVERIFY(!QFile::exists(session->keyFile()));
+    }
+
+    void theEndOfTheBusIsNotTheEndOfTheProgram()
+    {
+        QVERIFY(startSession());
+        Tool tool(*session, {"save", "a", key, "pause", "read", "a"});
+        QCOMPARE(tool.next()["result"].toBool(), true);
+
+        session->endBus();
+        tool.goOn();
+        tool.next();
+
+        QCOMPARE(tool.next()["result"].toString(), "");
+        QVERIFY(tool.ends());
+    }
+
+    void withoutAServiceTheFileIsUsed()
+    {
+        for (const QString &address : {u"disabled:"_s, u"autolaunch:"_s, u"unix:path=/nonexistent/bus"_s, u"bus"_s}) {
+            init();
+            session->environment.insert("DBUS_SESSION_BUS_ADDRESS", address);
+            if (address == "bus") // one without the service
+                QVERIFY(session->startBus());
+            const Outcome saved = run(*session, {"save", "a", "ключ", "save", "b", key, "read", "b", "remove", "c"});
+            const Outcome read = run(*session, {"read", "a", "remove", "a", "read", "a", "read", "b"});
+
+            QCOMPARE(saved.results, QVariantList({true, true, key, true}));
+            QCOMPARE(read.results, QVariantList({"ключ", true, "", key}));
+            for (const Outcome *outcome : {&saved, &read}) {
+                QCOMPARE(outcome->log.count('\n'), 1);
+                QVERIFY2(outcome->log.contains(session->keyFile().toUtf8()), outcome->log);
+                QVERIFY(!outcome->log.contains(key));
+            }
+            QCOMPARE(QFile::permissions(session->keyFile()),
+                     QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser);
+        }
+    }
+
+    void withoutLibsecretTheFileIsUsed()
+    {
+        QVERIFY(startSession());
+        // The first that is found, and none that can be loaded.
+        const QString folder = session->dataFolder() + "-libraries";
+        QVERIFY(QDir().mkpath(folder));
+        QFile library(folder + "/libsecret-1.so.0");
+        QVERIFY(library.open(QFile::WriteOnly));
+        session->environment.insert("LD_LIBRARY_PATH", folder);
+
+        const Outcome outcome = run(*session, {"save", "a", key, "read", "a"});
+
+        QCOMPARE(outcome.results, QVariantList({true, key}));
+        QVERIFY2(outcome.log.contains("libsecret не установлена"), outcome.log);
+        QVERIFY(QFile::exists(session->keyFile()));
+    }
+
+    void aKeyMovesFromTheFileToTheService()
+    {
+        // Only where the file may be used at all.
+        session->environment.insert("VESK_SECRETS", "service");
+        QCOMPARE(results(*session, {"save", "a", key, "read", "a", "remove", "a"}), QVariantList({false, "", false}));
+        QVERIFY(!QDir(session->dataFolder()).exists());
+        session->environment.insert("VESK_SECRETS", "file");
+        QCOMPARE(results(*session, {"save", "a", key, "save", "b", "other", "save", "c", key}),
+                 QVariantList({true, true, true}));
+
+        QVERIFY(startSession());
+        session->environment.remove("VESK_SECRETS");
+        QCOMPARE(results(*session, {"read", "a", "save", "a", "new", "read", "a", "remove", "c", "read", "c"}),
+                 QVariantList({key, true, "new", true, ""}));
+        session->environment.insert("VESK_SECRETS", "file");
+        QCOMPARE(results(*session, {"read", "a", "read", "b", "read", "c"}), QVariantList({"", "other", ""}));
+    }
+
+    void aRefusedFileGivesNoKeyAndTellsWhy()
+    {
+        QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
+        QCOMPARE(::chmod(session->keyFile().toLocal8Bit().constData(), 0644), 0);
+
+        const Outcome outcome = run(*session, {"read", "a", "save", "a", "new", "remove", "a"});
+
+        QCOMPARE(outcome.results, QVariantList({"", false, false}));
+        QCOMPARE(outcome.log.count("0600"), 3);
+        QVERIFY(!outcome.log.contains(key));
+    }
+
+    void processesThatSaveAtOnceLoseNothing()
+    {
+        session->environment.insert("VESK_SECRETS", "file");
+        const QString large(20000, 'x');
+        QCOMPARE(results(*session, {"save", "a", large}), QVariantList{true});
+        std::vector<std::unique_ptr<Tool>> tools;
+        for (int i = 0; i < 4; ++i)
+            tools.push_back(std::make_unique<Tool>(*session, QStringList{"fill", QString("p%1-").arg(i), "25"}));
+
+        // A reader sees the file whole meanwhile.
+        QStringList reading;
+        for (int i = 0; i < 200; ++i)
+            reading += {"read", "a"};
+        QCOMPARE(results(*session, reading), QVariantList(200, large));
+        for (const std::unique_ptr<Tool> &tool : tools) {
+            QCOMPARE(tool->next()["result"].toBool(), true);
+            QVERIFY(tool->ends());
+        }
+
+        reading.clear();
+        QVariantList expected;
+        for (int i = 0; i < 100; ++i) {
+            expected.append(QString("p%1-%2").arg(i / 25).arg(i % 25));
+            reading += {"read", expected.last().toString()};
+        }
+        QCOMPARE(results(*session, reading), expected);
+    }
+
+    void nothingOfAKeyStaysInMemory()
+    {
+#ifdef __SANITIZE_ADDRESS__
+        QSKIP("The memory that the address checks keep is too much to be searched.");
+#endif
+        QVERIFY(startSession());
+        QString longKey = "sk-";
+        for (int i = 0; i < 40; ++i)
+            longKey += QString::number(1000 + i * i);
+        for (const QString &place : {u"file"_s, u"service"_s}) {
+            session->environment.insert("VESK_SECRETS", place);
+            QCOMPARE(results(*session, {"save", "a", longKey}), QVariantList{true});
+            QCOMPARE(results(*session, {"traces", "a"}), QVariantList{0});
+        }
+    }
 
 private:
-    bool startSession();
+    bool startSession() { return session->startBus() && session->startUnlockedKeyring(); }
+
+    /// A key is saved, and then the keyring is locked and somebody is at the machine.
+    void lockKey(Person person)
+    {
+        QVERIFY(startSession());
+        QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
+        session->endKeyring();
+        QVERIFY(session->seat(person));
+        QVERIFY(session->startLockedKeyring());
+    }
 
     std::unique_ptr<KeyringSession> session;
 };
-
-void CredentialStoreTest::initTestCase()
-{
-    const QString missing = KeyringSession::missingProgram();
-    if (!missing.isEmpty())
-        QSKIP(qPrintable(missing + " is not installed"));
-}
-
-bool CredentialStoreTest::startSession()
-{
-    return session->startBus() && session->startUnlockedKeyring();
-}
-
-void CredentialStoreTest::aKeyComesBackExactly_data()
-{
-    QTest::addColumn<QString>("secret");
-    QTest::newRow("plain") << key;
-    QTest::newRow("empty") << "";
-    QTest::newRow("not Latin") << "пароль-Ё-🔑";
-    QTest::newRow("quotes and lines") << "a 'b\" c\n\td\\ ";
-    QTest::newRow("long") << QString(50000, 'x');
-}
-
-void CredentialStoreTest::aKeyComesBackExactly()
-{
-    QFETCH(QString, secret);
-    QVERIFY(startSession());
-
-    QCOMPARE(results(*session, {"save", "VESK:1", secret}), QVariantList{true});
-
-    const Outcome read = run(*session, {"read", "VESK:1", "ask", "VESK:1", "1000", "ask", "VESK:2", "1000"});
-    QCOMPARE(read.results, QVariantList({secret, "Done", "Missing"}));
-    QCOMPARE(read.log, QByteArray());
-    QVERIFY(!QFile::exists(session->keyFile()));
-}
-
-void CredentialStoreTest::aKeyIsReplacedAndRemoved()
-{
-    QVERIFY(startSession());
-
-    const QStringList operations{"read", "a",     "remove", "a",      "save",   "a",    "first", "save",
-                                 "b",    "other", "save",   "a",      "second", "read", "a",     "remove",
-                                 "a",    "read",  "a",      "remove", "a",      "read", "b"};
-    QCOMPARE(results(*session, operations),
-             QVariantList({"", true, true, true, true, "second", true, "", true, "other"}));
-}
-
-void CredentialStoreTest::aKeyOutlivesTheKeyringsRestart()
-{
-    QVERIFY(startSession());
-    QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-
-    session->endKeyring();
-    QVERIFY(session->startUnlockedKeyring());
-
-    QCOMPARE(results(*session, {"read", "a"}), QVariantList{key});
-}
-
-void CredentialStoreTest::theKeyringIsMadeWithItsFirstKey()
-{
-    QVERIFY(session->startBus());
-    QVERIFY(session->seat(Person::Knowing));
-    QVERIFY(session->startLockedKeyring());
-
-    QCOMPARE(results(*session, {"read", "a", "save", "a", key, "read", "a"}), QVariantList({"", true, key}));
-}
-
-void CredentialStoreTest::whoDeclinesToMakeAKeyringHasNoKeySaved()
-{
-    QVERIFY(session->startBus());
-    QVERIFY(session->seat(Person::Declining));
-    QVERIFY(session->startLockedKeyring());
-
-    const Outcome outcome = run(*session, {"save", "a", key, "read", "a"});
-
-    QCOMPARE(outcome.results, QVariantList({false, ""}));
-    QVERIFY2(outcome.log.contains("не создаёт связку ключей"), outcome.log);
-    QVERIFY(!QFile::exists(session->keyFile()));
-}
-
-void CredentialStoreTest::aLockedKeyringIsNotTakenForOneWithoutTheKey()
-{
-    QVERIFY(startSession());
-    QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-    session->endKeyring();
-    QVERIFY(session->startLockedKeyring());
-
-    const Outcome locked
-        = run(*session, {"ask", "a", "60000", "read", "a", "save", "a", "new", "remove", "a", "remove", "b"});
-
-    QCOMPARE(locked.results, QVariantList({"Locked", "", false, false, false}));
-    QVERIFY(locked.log.contains("связка ключей заблокирована"));
-    for (const int ms : locked.ms)
-        QVERIFY2(ms < 3000, qPrintable(QString::number(ms)));
-    QVERIFY(!QFile::exists(session->keyFile()));
-}
-
-void CredentialStoreTest::aPersonUnlocksTheKeyring()
-{
-    QVERIFY(startSession());
-    QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-    session->endKeyring();
-    QVERIFY(session->seat(Person::Knowing));
-    QVERIFY(session->startLockedKeyring());
-
-    QCOMPARE(results(*session, {"read", "a", "read", "b"}), QVariantList({key, ""}));
-}
-
-void CredentialStoreTest::whoDeclinesIsNotAskedAgainForReading()
-{
-    QVERIFY(startSession());
-    QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-    session->endKeyring();
-    QVERIFY(session->seat(Person::DecliningAtFirst));
-    QVERIFY(session->startLockedKeyring());
-
-    // The person would give the password on being asked a second time.
-    QCOMPARE(results(*session, {"read", "a", "read", "a", "save", "b", "other", "read", "a"}),
-             QVariantList({"", "", true, key}));
-}
-
-void CredentialStoreTest::aPersonIsWaitedForOnlyWhereThereIsADisplay()
-{
-    QVERIFY(startSession());
-    QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-    session->endKeyring();
-    QVERIFY(session->seat(Person::Absent));
-    QVERIFY(session->startLockedKeyring());
-
-    const Outcome without = run(*session, {"ask", "a", "2000"});
-    session->environment.insert("DISPLAY", ":99");
-    const Outcome with = run(*session, {"ask", "a", "2000"});
-
-    QCOMPARE(without.results, QVariantList{"Locked"});
-    QCOMPARE_GE(without.ms.first(), 2500);
-    QCOMPARE_LT(without.ms.first(), 4500);
-    QCOMPARE(with.results, QVariantList{"Locked"});
-    QCOMPARE_GE(with.ms.first(), 4500);
-    QCOMPARE_LT(with.ms.first(), 7000);
-}
-
-void CredentialStoreTest::aLateAnswerOfThePersonCountsForTheNextReading()
-{
-    QVERIFY(startSession());
-    QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-    session->endKeyring();
-    QVERIFY(session->seat(Person::Slow));
-    QVERIFY(session->startLockedKeyring());
-    constexpr int readings = 100;
-    QStringList operations{"save", "a", "new"};
-    for (int i = 0; i < readings; ++i)
-        operations += {"pause", "read", "a"};
-    Tool tool(*session, operations);
-
-    QCOMPARE(tool.next()["result"].toBool(true), false);
-    QString read;
-    int longestMs = 0;
-    for (int i = 0; i < readings && read.isEmpty(); ++i) {
-        QTest::qWait(100);
-        tool.goOn();
-        tool.next();
-        const QJsonObject line = tool.next();
-        read = line["result"].toString();
-        longestMs = std::max(longestMs, line["ms"].toInt());
-    }
-
-    // What was told to have failed isn't done later on.
-    QCOMPARE(read, key);
-    QCOMPARE_LT(longestMs, 1000);
-}
-
-void CredentialStoreTest::aKeyringThatHangsCostsThreeSecondsOnce()
-{
-    QVERIFY(startSession());
-    QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-    session->hangKeyring();
-    Tool tool(*session, {"read", "a", "read", "a", "save", "a", "new", "pause", "read", "a"});
-
-    const QJsonObject first = tool.next();
-    const QJsonObject second = tool.next();
-    const QJsonObject saved = tool.next();
-    session->resumeKeyring();
-    tool.goOn();
-    tool.next();
-    const QJsonObject afterwards = tool.next();
-
-    QCOMPARE(first["result"].toString(), "");
-    QCOMPARE_GE(first["ms"].toInt(), 2500);
-    QCOMPARE_LT(first["ms"].toInt(), 4500);
-    QCOMPARE(second["result"].toString(), "");
-    QCOMPARE_LT(second["ms"].toInt(), 1500);
-    QCOMPARE(saved["result"].toBool(true), false);
-    QCOMPARE(afterwards["result"].toString(), key);
-    QVERIFY(tool.ends());
-    const QByteArray log = tool.log();
-    QVERIFY2(log.contains("не отвечает"), log);
-    QVERIFY(!QFile::exists(session->keyFile()));
-}
-
-void CredentialStoreTest::aBusThatDoesNotAnswerCostsThreeSecondsOnce()
-{
-    // Connections wait for ever to be taken.
-    QLocalServer bus;
-    QVERIFY2(bus.listen(session->dataFolder() + "-bus"), qPrintable(bus.errorString()));
-    session->environment.insert("DBUS_SESSION_BUS_ADDRESS", "unix:path=" + bus.fullServerName());
-
-    const Outcome outcome = run(*session, {"save", "a", key, "read", "a", "remove", "a"});
-
-    QCOMPARE(outcome.results, QVariantList({false, "", false}));
-    QCOMPARE_GE(outcome.ms[0], 2500);
-    QCOMPARE_LT(outcome.ms[0], 4500);
-    QCOMPARE_LT(outcome.ms[1], 1500);
-    QVERIFY(!QFile::exists(session->keyFile()));
-}
-
-void CredentialStoreTest::theEndOfTheBusIsNotTheEndOfTheProgram()
-{
-    QVERIFY(startSession());
-    Tool tool(*session, {"save", "a", key, "pause", "read", "a"});
-    QCOMPARE(tool.next()["result"].toBool(), true);
-
-    session->endBus();
-    tool.goOn();
-    tool.next();
-
-    QCOMPARE(tool.next()["result"].toString(), "");
-    QVERIFY(tool.ends());
-}
-
-void CredentialStoreTest::withoutAServiceTheFileIsUsed_data()
-{
-    QTest::addColumn<QString>("address");
-    QTest::newRow("no bus") << "disabled:";
-    QTest::newRow("no address") << "";
-    QTest::newRow("nothing at the address") << "unix:path=/nonexistent/bus";
-    QTest::newRow("a bus to be started") << "autolaunch:";
-    QTest::newRow("no address at all") << "nonsense";
-    QTest::newRow("a bus without the service") << "bus";
-}
-
-void CredentialStoreTest::withoutAServiceTheFileIsUsed()
-{
-    QFETCH(QString, address);
-    session->environment.insert("DBUS_SESSION_BUS_ADDRESS", address);
-    if (address == "bus")
-        QVERIFY(session->startBus());
-
-    const Outcome saved = run(*session, {"save", "a", "ключ", "save", "b", key, "read", "b", "remove", "c"});
-    const Outcome read = run(*session, {"read", "a", "remove", "a", "read", "a", "read", "b"});
-
-    QCOMPARE(saved.results, QVariantList({true, true, key, true}));
-    QCOMPARE(read.results, QVariantList({"ключ", true, "", key}));
-    for (const Outcome *outcome : {&saved, &read}) {
-        QCOMPARE(outcome->log.count('\n'), 1);
-        QVERIFY2(outcome->log.contains(session->keyFile().toUtf8()), outcome->log);
-        QVERIFY(!outcome->log.contains(key));
-    }
-    struct stat status;
-    QCOMPARE(::lstat(session->keyFile().toLocal8Bit().constData(), &status), 0);
-    QCOMPARE(status.st_mode, mode_t(S_IFREG | 0600));
-}
-
-void CredentialStoreTest::withoutLibsecretTheFileIsUsed()
-{
-    QVERIFY(startSession());
-    // The first that is found, and none that can be loaded.
-    const QString folder = session->dataFolder() + "-libraries";
-    QVERIFY(QDir().mkpath(folder));
-    QFile library(folder + "/libsecret-1.so.0");
-    QVERIFY(library.open(QFile::WriteOnly));
-    session->environment.insert("LD_LIBRARY_PATH", folder);
-
-    const Outcome outcome = run(*session, {"save", "a", key, "read", "a"});
-
-    QCOMPARE(outcome.results, QVariantList({true, key}));
-    QCOMPARE(outcome.log.count('\n'), 1);
-    QVERIFY2(outcome.log.contains("libsecret не установлена"), outcome.log);
-    QVERIFY(QFile::exists(session->keyFile()));
-}
-
-void CredentialStoreTest::theServiceCanBeDemanded()
-{
-    session->environment.insert("VESK_SECRETS", "service");
-
-    const Outcome outcome = run(*session, {"save", "a", key, "read", "a", "remove", "a"});
-
-    QCOMPARE(outcome.results, QVariantList({false, "", false}));
-    QVERIFY2(outcome.log.contains("нет сеансовой шины"), outcome.log);
-    QVERIFY(!QDir(session->dataFolder()).exists());
-    QVERIFY(startSession());
-    QCOMPARE(results(*session, {"save", "a", key, "read", "a", "remove", "a", "remove", "a"}),
-             QVariantList({true, key, true, true}));
-}
-
-void CredentialStoreTest::theFileCanBeDemanded()
-{
-    QVERIFY(startSession());
-    session->environment.insert("VESK_SECRETS", "file");
-
-    const Outcome outcome = run(*session, {"save", "a", key, "read", "a", "ask", "a", "1000"});
-
-    QCOMPARE(outcome.results, QVariantList({true, key, "Missing"}));
-    QCOMPARE(outcome.log, QByteArray());
-    QVERIFY(QFile::exists(session->keyFile()));
-}
-
-void CredentialStoreTest::anUnknownChoiceIsToldOfOnce()
-{
-    QVERIFY(startSession());
-    session->environment.insert("VESK_SECRETS", "files");
-
-    const Outcome outcome = run(*session, {"save", "a", key, "read", "a", "ask", "a", "1000"});
-
-    QCOMPARE(outcome.results, QVariantList({true, key, "Done"}));
-    QCOMPARE(outcome.log.count("VESK_SECRETS"), 1);
-}
-
-void CredentialStoreTest::aKeyFromTheFileIsFoundWhenThereIsAServiceAgain()
-{
-    QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-    QVERIFY(startSession());
-
-    const Outcome outcome = run(*session, {"read", "a", "read", "b"});
-
-    QCOMPARE(outcome.results, QVariantList({key, ""}));
-    QCOMPARE(outcome.log, QByteArray());
-}
-
-void CredentialStoreTest::aKeyMovesFromTheFileToTheService()
-{
-    QCOMPARE(results(*session, {"save", "a", key, "save", "b", "other"}), QVariantList({true, true}));
-    QVERIFY(startSession());
-
-    QCOMPARE(results(*session, {"save", "a", "new", "read", "a"}), QVariantList({true, "new"}));
-
-    session->environment.insert("VESK_SECRETS", "file");
-    QCOMPARE(results(*session, {"read", "a", "read", "b"}), QVariantList({"", "other"}));
-}
-
-void CredentialStoreTest::aRemovedKeyIsGoneFromBoth()
-{
-    QVERIFY(startSession());
-    QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-    QProcessEnvironment there = session->environment;
-    session->environment.insert("VESK_SECRETS", "file");
-    QCOMPARE(results(*session, {"save", "a", "other"}), QVariantList{true});
-    session->environment = there;
-
-    QCOMPARE(results(*session, {"remove", "a", "read", "a"}), QVariantList({true, ""}));
-}
-
-void CredentialStoreTest::aRefusedFileGivesNoKeyAndTellsWhy()
-{
-    QCOMPARE(results(*session, {"save", "a", key}), QVariantList{true});
-    QCOMPARE(::chmod(session->keyFile().toLocal8Bit().constData(), 0644), 0);
-
-    const Outcome outcome = run(*session, {"read", "a", "save", "a", "new", "remove", "a"});
-
-    QCOMPARE(outcome.results, QVariantList({"", false, false}));
-    QCOMPARE(outcome.log.count("0600"), 3);
-    QVERIFY(!outcome.log.contains(key));
-}
-
-void CredentialStoreTest::processesThatSaveAtOnceLoseNothing()
-{
-    constexpr int processes = 4;
-    constexpr int each = 25;
-    session->environment.insert("VESK_SECRETS", "file");
-    std::vector<std::unique_ptr<Tool>> tools;
-    for (int i = 0; i < processes; ++i)
-        tools.push_back(
-            std::make_unique<Tool>(*session, QStringList{"fill", QString("p%1-").arg(i), QString::number(each)}));
-    for (const std::unique_ptr<Tool> &tool : tools) {
-        QCOMPARE(tool->next()["result"].toBool(), true);
-        QVERIFY(tool->ends());
-    }
-
-    QStringList reading;
-    QVariantList expected;
-    for (int i = 0; i < processes * each; ++i) {
-        expected.append(QString("p%1-%2").arg(i / each).arg(i % each));
-        reading += {"read", expected.last().toString()};
-    }
-    QCOMPARE(results(*session, reading), expected);
-}
-
-void CredentialStoreTest::aReaderSeesTheFileWhole()
-{
-    session->environment.insert("VESK_SECRETS", "file");
-    const QString large(20000, 'x');
-    QCOMPARE(results(*session, {"save", "a", large}), QVariantList{true});
-    Tool writer(*session, {"fill", "b", "60"});
-
-    QStringList reading;
-    QVariantList expected;
-    for (int i = 0; i < 400; ++i) {
-        reading += {"read", "a"};
-        expected.append(large);
-    }
-    const Outcome outcome = run(*session, reading);
-
-    QCOMPARE(outcome.results, expected);
-    QCOMPARE(outcome.log, QByteArray());
-    QCOMPARE(writer.next()["result"].toBool(), true);
-    QVERIFY(writer.ends());
-}
-
-void CredentialStoreTest::nothingOfAKeyStaysInMemory_data()
-{
-    QTest::addColumn<QString>("place");
-    QTest::newRow("file") << "file";
-    QTest::newRow("service") << "service";
-}
-
-void CredentialStoreTest::nothingOfAKeyStaysInMemory()
-{
-#ifdef __SANITIZE_ADDRESS__
-    QSKIP("The memory that the address checks keep is too much to be searched.");
-#endif
-    QFETCH(QString, place);
-    QVERIFY(startSession());
-    session->environment.insert("VESK_SECRETS", place);
-    QString longKey = "sk-";
-    for (int i = 0; i < 40; ++i)
-        longKey += QString::number(1000 + i * i);
-    QCOMPARE(results(*session, {"save", "a", longKey}), QVariantList{true});
-
-    QCOMPARE(results(*session, {"traces", "a"}), QVariantList{0});
-}
 
 QTEST_GUILESS_MAIN(CredentialStoreTest)
 #include "tst_credential_store.moc"

@@ -7,7 +7,6 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QProcess>
-#include <QSignalSpy>
 #include <QSslCertificate>
 #include <QSslConfiguration>
 #include <QSslKey>
@@ -82,365 +81,336 @@ long peakKilobytes()
 class OpenAIProviderTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void aRequestIsOnePostWithTheKey();
-    void aRefusedAddressAnswersLater();
-    void aReplyEndsExactlyOnce_data();
-    void aReplyEndsExactlyOnce();
-    void silenceIsGivenUpAndTextKeepsAReplyAlive();
-    void theTerminatorIsNotWaitedBehind();
-    void aFloodIsCutWithBoundedMemory();
-    void chatIsRepeatedAndOthersAreNot();
-    void aTruncatedChatGetsMoreRoom();
-    void cancellingSilencesAllRequests();
-    void aCallbackMayDoAnything();
-    void aServerWithoutJsonFormatIsAskedOnceMore();
-    void eightRequestsRunSideBySide();
-    void largeRequestsDoNotWaitForAcknowledgements();
-    void tlsIsChecked();
-};
+    void aRequestIsOnePostWithTheKey()
+    {
+        WireServer server([](const WireRequest &) {
+            return WireReply::document(200, WireReply::text(WireReply::completion(u"{\"x\":\"да\"}"_s)),
+                                       "Set-Cookie: who=me; Path=/\r\n");
+        });
+        Client client(server.url());
+        client.ask(u"planner"_s);
+        QCOMPARE(client.results.size(), 0);
+        QVERIFY(client.waitFor(1));
 
-void OpenAIProviderTest::aRequestIsOnePostWithTheKey()
-{
-    WireServer server([](const WireRequest &) {
-        return WireReply::document(200, WireReply::text(WireReply::completion(u"{\"x\":\"да\"}"_s)),
-                                   "Set-Cookie: who=me; Path=/\r\n");
-    });
-    Client client(server.url());
-    QSignalSpy progress(&client.provider, &OpenAICompatibleProvider::responseProgress);
-    client.ask(u"planner"_s);
-    QCOMPARE(client.results.size(), 0);
-    QCOMPARE(progress.value(0), (QList<QVariant>{u"planner"_s, 0}));
-    QVERIFY(client.waitFor(1));
-
-    QCOMPARE(client.results[0].content, u"{\"x\":\"да\"}"_s);
-    QCOMPARE(client.results[0].error, QString());
-    QCOMPARE(client.results[0].promptTokens, 11);
-    QCOMPARE(client.results[0].completionTokens, 7);
-    const WireRequest request = server.requests.value(0);
-    QVERIFY(request.line.startsWith("POST /v1/chat/completions "));
-    QCOMPARE(request.header("Content-Type"), "application/json");
-    QCOMPARE(request.header("Authorization"), "Bearer my-secret-key");
-    QCOMPARE(request.json()["messages"_L1][1]["content"_L1].toString(), u"{\"a\":1}"_s);
-    QCOMPARE(client.provider.name(), u"any"_s);
-
-    client.provider.key.clear();
-    client.ask();
-    QVERIFY(client.waitFor(2));
-    QCOMPARE(server.requests[1].header("Authorization"), QByteArray());
-    QCOMPARE(server.requests[1].header("Cookie"), QByteArray());
-}
-
-void OpenAIProviderTest::aRefusedAddressAnswersLater()
-{
-    Client client(u"http://10.0.0.1/v1"_s);
-    client.ask(u"chat"_s);
-    QCOMPARE(client.results.size(), 0);
-    QVERIFY(client.waitFor(1));
-    QCOMPARE(client.results[0].error, u"Проверьте модель и адрес API. Нужен HTTPS, либо HTTP для localhost."_s);
-    QVERIFY(!client.results[0].retryable);
-
-    client.ask();
-    client.provider.cancelAll();
-    QTest::qWait(20);
-    QCOMPARE(client.results.size(), 1);
-}
-
-void OpenAIProviderTest::aReplyEndsExactlyOnce_data()
-{
-    QTest::addColumn<QList<WireReply>>("replies");
-    QTest::addColumn<QString>("start");
-    QTest::addColumn<bool>("retryable");
-    const auto row = [](const char *name, const WireReply &reply, const QString &start, bool retryable) {
-        QTest::newRow(name) << QList<WireReply>{reply} << start << retryable;
-    };
-    const QByteArray good = WireReply::text(WireReply::completion(u"{}"_s));
-    const QString cut = u"Передача ответа прервалась"_s;
-    row("connection reset at once", {{}, End::Reset}, cut, true);
-    row("closed without an answer", {{}, End::Close}, cut, true);
-    row("closed in the head", {{{"HTTP/1.1 200 OK\r\nContent-Le"}}, End::Close}, cut, true);
-    row("closed in the body", {{{WireReply::head(200, "Content-Length: 500\r\n") + good}}, End::Close}, cut, true);
-    row("no length, closed at the end", {{{WireReply::head(200, "Connection: close\r\n") + good}}, End::Close}, {},
-        false);
-    row("not HTTP", {{{"SSH-2.0-server\r\n\r\n"}}, End::Close}, u"П"_s, true);
-    row("a redirect", WireReply::document(307, QByteArray("{}"), "Location: http://127.0.0.1:1/v1\r\n"),
-        u"Провайдер отклонил параметры запроса. (HTTP 307"_s, false);
-    row("500 with a message",
-        WireReply::document(500, QByteArray("{\"error\":{\"message\":\"my-secret-key is bad\"}}")),
-        u"Ошибка на стороне провайдера. (HTTP 500, сеть 401)\n[ключ скрыт] is bad"_s, true);
-    row("401 that quotes a key", WireReply::document(401, QByteArray("{\"error\":{\"message\":\"bad sk-other123\"}}")),
-        u"API-ключ не принят. Проверьте ключ и регион endpoint. (HTTP 401, сеть 204)\nbad [ключ скрыт]"_s, false);
-    row("slow pieces",
-        {{{WireReply::head(200, "Content-Length: " + QByteArray::number(good.size()) + "\r\n")},
-          {good.first(10), 30},
-          {good.sliced(10), 30}}},
-        {}, false);
-    row("chunked", {{{WireReply::head(200, "Transfer-Encoding: chunked\r\n") + WireReply::chunk(good) + "0\r\n\r\n"}}},
-        {}, false);
-    const QByteArray packed = QByteArray::fromBase64(
-        "H4sIAAAAAAACAw3IsQ2AQAgF0F1+7QSsYoy5EPQohIvQEXbXV74CT1eWAO2FRyLGLaACu6VYglCN3nCpaczzlRFu/0b6Qh/9AX/jzgxBAAAA");
-    row("gzip",
-        {{{WireReply::head(200,
-                           "Content-Encoding: gzip\r\nContent-Length: " + QByteArray::number(packed.size()) + "\r\n")
-           + packed}}},
-        {}, false);
-    row("a stream with an error", WireReply::events({delta("a"), "data: {\"error\":{\"message\":\"x\"}}"}),
-        u"Поток ответа оборвался."_s, true);
-    // Whether the network or the missing end is seen first is a matter of chance.
-    row("a stream closed half-way", WireReply::events({delta("a")}, End::Reset), u"П"_s, true);
-}
-
-void OpenAIProviderTest::aReplyEndsExactlyOnce()
-{
-    QFETCH(QList<WireReply>, replies);
-    QFETCH(QString, start);
-    QFETCH(bool, retryable);
-    WireServer server([&](const WireRequest &) { return replies[0]; });
-    Client client(server.url());
-    client.ask();
-    QVERIFY(client.waitFor(1));
-    QTest::qWait(20);
-    QCOMPARE(client.results.size(), 1);
-    const LLMResult result = client.results[0];
-    QVERIFY2(start.isEmpty() ? result.error.isEmpty() : result.error.startsWith(start), qPrintable(result.error));
-    QCOMPARE(result.retryable, retryable);
-    QVERIFY(!result.error.contains("my-secret-key"_L1));
-}
-
-void OpenAIProviderTest::silenceIsGivenUpAndTextKeepsAReplyAlive()
-{
-    WireReply dripping
-        = WireReply::events({delta("a"), delta("b"), delta("c"), delta("d", "\"stop\""), "data: [DONE]"});
-    for (WireReply::Step &step : dripping.steps)
-        step.afterMs = 150;
-    QList<WireReply> replies{
-        {{}, End::Silence}, {{{WireReply::head(200, "Content-Length: 10\r\n")}}, End::Silence}, dripping};
-    WireServer server([&](const WireRequest &) { return replies.takeFirst(); });
-    Client client(server.url());
-    client.provider.timeoutMs = 400;
-    for (int i = 0; i < 2; ++i) {
+        QCOMPARE(client.results[0].content, u"{\"x\":\"да\"}"_s);
+        QCOMPARE(client.results[0].error, QString());
+        QCOMPARE(client.results[0].promptTokens, 11);
+        QCOMPARE(client.results[0].completionTokens, 7);
+        const WireRequest request = server.requests.value(0);
+        QVERIFY(request.line.startsWith("POST /v1/chat/completions "));
+        QCOMPARE(request.header("Content-Type"), "application/json");
+        QCOMPARE(request.header("Authorization"), "Bearer my-secret-key");
+        QCOMPARE(request.json()["messages"_L1][1]["content"_L1].toString(), u"{\"a\":1}"_s);
+        client.provider.key.clear();
         client.ask();
-        QVERIFY(client.waitFor(i + 1, 5000));
-        QVERIFY(client.results[i].error.startsWith(u"Передача ответа прервалась или превысила время ожидания."_s));
-        QVERIFY(client.results[i].retryable);
+        QVERIFY(client.waitFor(2));
+        QCOMPARE(server.requests[1].header("Authorization"), QByteArray());
+        QCOMPARE(server.requests[1].header("Cookie"), QByteArray());
     }
-    // Longer in all than the limit, but never silent that long.
-    client.provider.model = u"qwen3-8"_s;
-    client.ask();
-    QVERIFY(client.waitFor(3, 5000));
-    QCOMPARE(client.results[2].content, u"abcd"_s);
-}
 
-void OpenAIProviderTest::theTerminatorIsNotWaitedBehind()
-{
-    WireServer server([](const WireRequest &) {
-        return WireReply::events({": hello", delta("{}", "\"stop\""), "data: [DONE]"}, End::Silence);
-    });
-    Client client(server.url());
-    client.provider.model = u"qwen3-8"_s;
-    client.ask();
-    QVERIFY(client.waitFor(1, 5000));
-    QCOMPARE(client.results[0].content, u"{}"_s);
-    QCOMPARE(client.results[0].error, QString());
-    QCOMPARE(server.requests[0].json()["stream"_L1], true);
-}
+    void aRefusedAddressAnswersLater()
+    {
+        Client client(u"http://10.0.0.1/v1"_s);
+        client.ask(u"chat"_s);
+        QCOMPARE(client.results.size(), 0);
+        QVERIFY(client.waitFor(1));
+        QCOMPARE(client.results[0].error, u"Проверьте модель и адрес API. Нужен HTTPS, либо HTTP для localhost."_s);
+        QVERIFY(!client.results[0].retryable);
 
-void OpenAIProviderTest::aFloodIsCutWithBoundedMemory()
-{
-    // Without end: lines of a stream, one line, a body, and a failure's body.
-    const QByteArray lines = delta(QByteArray(1000, 'x')) + "\n\n";
-    const QByteArray noise(64 * 1024, 'x');
-    QList<WireReply> replies{
-        {{{WireReply::head(200, "Content-Type: text/event-stream\r\n")}, {lines}}, End::Flood},
-        {{{WireReply::head(200, {})}, {noise}}, End::Flood},
-        {{{WireReply::head(500, "Content-Length: 9000000000\r\n")}, {noise}}, End::Flood},
-    };
-    WireServer server([&](const WireRequest &) { return replies.takeFirst(); });
-    Client client(server.url());
-    const long before = peakKilobytes();
-    for (int i = 0; i < 3; ++i) {
         client.ask();
-        QVERIFY(client.waitFor(i + 1, 60000));
-        QVERIFY(client.results[i].retryable);
+        client.provider.cancelAll();
+        QTest::qWait(20);
+        QCOMPARE(client.results.size(), 1);
     }
-    QCOMPARE(client.results[0].error, u"Поток ответа оборвался. Повторяю текущий запрос."_s);
-    QVERIFY(client.results[2].error.startsWith(u"Передача ответа прервалась"_s));
-    // The reply itself, its text in UTF-16, and copies on their way.
-    QVERIFY2(peakKilobytes() - before < 400 * 1024, qPrintable(QString::number(peakKilobytes() - before)));
-}
 
-void OpenAIProviderTest::chatIsRepeatedAndOthersAreNot()
-{
-    QList<WireReply> replies{WireReply::document(503, QByteArray("{}")), WireReply::document(429, QByteArray("{}")),
-                             answer(u"{}"_s), WireReply::document(503, QByteArray("{}")),
-                             WireReply::document(401, QByteArray("{}"))};
-    WireServer server([&](const WireRequest &) { return replies.takeFirst(); });
-    Client client(server.url());
-    QElapsedTimer clock;
-    clock.start();
-    client.ask(u"chat"_s);
-    QVERIFY(client.waitFor(1));
-    QVERIFY(clock.elapsed() >= 1450);
-    QCOMPARE(client.results[0].error, QString());
-    QCOMPARE(server.requests.size(), 3);
+    void aReplyEndsExactlyOnce_data()
+    {
+        QTest::addColumn<QList<WireReply>>("replies");
+        QTest::addColumn<QString>("start");
+        QTest::addColumn<bool>("retryable");
+        const auto row = [](const char *name, const WireReply &reply, const QString &start, bool retryable) {
+            QTest::newRow(name) << QList<WireReply>{reply} << start << retryable;
+        };
+        const QByteArray good = WireReply::text(WireReply::completion(u"{}"_s));
+        const QString cut = u"Передача ответа прервалась"_s;
+        row("connection reset at once", {{}, End::Reset}, cut, true);
+        row("closed without an answer", {{}, End::Close}, cut, true);
+        row("closed in the body", {{{WireReply::head(200, "Content-Length: 500\r\n") + good}}, End::Close}, cut, true);
+        row("no length, closed at the end", {{{WireReply::head(200, "Connection: close\r\n") + good}}, End::Close}, {},
+            false);
+        row("a redirect", WireReply::document(307, QByteArray("{}"), "Location: http://127.0.0.1:1/v1\r\n"),
+            u"Провайдер отклонил параметры запроса. (HTTP 307"_s, false);
+        row("500 with a message",
+            WireReply::document(500, QByteArray("{\"error\":{\"message\":\"my-secret-key is bad\"}}")),
+            u"Ошибка на стороне провайдера. (HTTP 500, сеть 401)\n[ключ скрыт] is bad"_s, true);
+        row("401 that quotes a key",
+            WireReply::document(401, QByteArray("{\"error\":{\"message\":\"bad sk-other123\"}}")),
+            u"API-ключ не принят. Проверьте ключ и регион endpoint. (HTTP 401, сеть 204)\nbad [ключ скрыт]"_s, false);
+        row("slow pieces",
+            {{{WireReply::head(200, "Content-Length: " + QByteArray::number(good.size()) + "\r\n")},
+              {good.first(10), 30},
+              {good.sliced(10), 30}}},
+            {}, false);
+        row("chunked",
+            {{{WireReply::head(200, "Transfer-Encoding: chunked\r\n") + WireReply::chunk(good) + "0\r\n\r\n"}}}, {},
+            false);
+        const QByteArray packed = QByteArray::fromBase64(
+            "H4sIAAAAAAACAw3IsQ2AQAgF0F1+7QSsYoy5EPQohIvQEXbXV74CT1eWAO2FRyLGLaACu6VYglCN3nCpaczzlRFu/0b6Qh/9AX/"
+            "jzgxBAAAA");
+        row("gzip",
+            {{{WireReply::head(
+                   200, "Content-Encoding: gzip\r\nContent-Length: " + QByteArray::number(packed.size()) + "\r\n")
+               + packed}}},
+            {}, false);
+        // Whether the network or the missing end is seen first is a matter of chance.
+        row("a stream closed half-way", WireReply::events({delta("a")}, End::Reset), u"П"_s, true);
+    }
 
-    client.ask(u"coding"_s);
-    QVERIFY(client.waitFor(2));
-    QVERIFY(client.results[1].retryable);
-    client.ask(u"chat_router"_s);
-    QVERIFY(client.waitFor(3));
-    QCOMPARE(server.requests.size(), 5);
-}
+    void aReplyEndsExactlyOnce()
+    {
+        QFETCH(QList<WireReply>, replies);
+        QFETCH(QString, start);
+        QFETCH(bool, retryable);
+        WireServer server([&](const WireRequest &) { return replies[0]; });
+        Client client(server.url());
+        client.ask();
+        QVERIFY(client.waitFor(1));
+        QTest::qWait(20);
+        QCOMPARE(client.results.size(), 1);
+        const LLMResult result = client.results[0];
+        QVERIFY2(start.isEmpty() ? result.error.isEmpty() : result.error.startsWith(start), qPrintable(result.error));
+        QCOMPARE(result.retryable, retryable);
+        QVERIFY(!result.error.contains("my-secret-key"_L1));
+    }
 
-void OpenAIProviderTest::aTruncatedChatGetsMoreRoom()
-{
-    WireServer server(
-        [](const WireRequest &) { return WireReply::document(200, WireReply::completion(u"{"_s, u"length"_s)); });
-    Client client(server.url());
-    client.ask(u"chat"_s, {}, 10000);
-    QVERIFY(client.waitFor(1));
-    QList<int> limits;
-    for (const WireRequest &request : std::as_const(server.requests))
-        limits.append(request.json()["max_tokens"_L1].toInt());
-    QCOMPARE(limits, (QList<int>{10000, 16384, 16384}));
-    QVERIFY(client.results[0].truncated);
-}
+    void silenceIsGivenUpAndTextKeepsAReplyAlive()
+    {
+        WireReply dripping
+            = WireReply::events({delta("a"), delta("b"), delta("c"), delta("d", "\"stop\""), "data: [DONE]"});
+        for (WireReply::Step &step : dripping.steps)
+            step.afterMs = 150;
+        QList<WireReply> replies{
+            {{}, End::Silence}, {{{WireReply::head(200, "Content-Length: 10\r\n")}}, End::Silence}, dripping};
+        WireServer server([&](const WireRequest &) { return replies.takeFirst(); });
+        Client client(server.url());
+        client.provider.timeoutMs = 400;
+        for (int i = 0; i < 2; ++i) {
+            client.ask();
+            QVERIFY(client.waitFor(i + 1, 5000));
+            QVERIFY(client.results[i].error.startsWith(u"Передача ответа прервалась или превысила время ожидания."_s));
+            QVERIFY(client.results[i].retryable);
+        }
+        // Longer in all than the limit, but never silent that long.
+        client.provider.model = u"qwen3-8"_s;
+        client.ask();
+        QVERIFY(client.waitFor(3, 5000));
+        QCOMPARE(client.results[2].content, u"abcd"_s);
+    }
 
-void OpenAIProviderTest::cancellingSilencesAllRequests()
-{
-    QList<WireReply> replies{{{}, End::Silence}, WireReply::document(503, QByteArray("{}")), answer(u"{}"_s)};
-    WireServer server([&](const WireRequest &) { return replies.takeFirst(); });
-    Client client(server.url());
-    client.ask();
-    QTRY_COMPARE(server.requests.size(), 1);
-    client.ask(u"chat"_s);
-    QTRY_COMPARE(server.requests.size(), 2);
-    QTest::qWait(100); // The repeat of the chat waits for its time now.
-    client.provider.cancelAll();
-    QTest::qWait(700);
-    QCOMPARE(client.results.size(), 0);
-    QCOMPARE(server.requests.size(), 2);
+    void theTerminatorIsNotWaitedBehind()
+    {
+        WireServer server([](const WireRequest &) {
+            return WireReply::events({": hello", delta("{}", "\"stop\""), "data: [DONE]"}, End::Silence);
+        });
+        Client client(server.url());
+        client.provider.model = u"qwen3-8"_s;
+        client.ask();
+        QVERIFY(client.waitFor(1, 5000));
+        QCOMPARE(client.results[0].content, u"{}"_s);
+        QCOMPARE(client.results[0].error, QString());
+        QCOMPARE(server.requests[0].json()["stream"_L1], true);
+    }
 
-    client.ask();
-    QVERIFY(client.waitFor(1));
-    QCOMPARE(client.results[0].content, u"{}"_s);
-}
+    void aFloodIsCutWithBoundedMemory()
+    {
+        // Without end: lines of a stream, one line, a body, and a failure's body.
+        const QByteArray lines = delta(QByteArray(1000, 'x')) + "\n\n";
+        const QByteArray noise(64 * 1024, 'x');
+        QList<WireReply> replies{
+            {{{WireReply::head(200, "Content-Type: text/event-stream\r\n")}, {lines}}, End::Flood},
+            {{{WireReply::head(200, {})}, {noise}}, End::Flood},
+            {{{WireReply::head(500, "Content-Length: 9000000000\r\n")}, {noise}}, End::Flood},
+        };
+        WireServer server([&](const WireRequest &) { return replies.takeFirst(); });
+        Client client(server.url());
+        const long before = peakKilobytes();
+        for (int i = 0; i < 3; ++i) {
+            client.ask();
+            QVERIFY(client.waitFor(i + 1, 60000));
+            QVERIFY(client.results[i].retryable);
+        }
+        QCOMPARE(client.results[0].error, u"Поток ответа оборвался. Повторяю текущий запрос."_s);
+        QVERIFY(client.results[2].error.startsWith(u"Передача ответа прервалась"_s));
+        // The reply itself, its text in UTF-16, and copies on their way.
+        QVERIFY2(peakKilobytes() - before < 400 * 1024, qPrintable(QString::number(peakKilobytes() - before)));
+    }
 
-void OpenAIProviderTest::aCallbackMayDoAnything()
-{
-    WireServer server([](const WireRequest &) { return answer(u"{}"_s); });
-    auto client = std::make_unique<Client>(server.url());
-    int answers = 0;
-    const auto never = [&](const LLMResult &) { answers += 100; };
-    client->provider.request(requestOf(u"coding"_s), [&](const LLMResult &) {
-        ++answers;
-        client->provider.request(requestOf(u"coding"_s), never);
-        client->provider.cancelAll();
+    void chatIsRepeatedAndOthersAreNot()
+    {
+        QList<WireReply> replies{WireReply::document(503, QByteArray("{}")), WireReply::document(429, QByteArray("{}")),
+                                 answer(u"{}"_s), WireReply::document(503, QByteArray("{}")),
+                                 WireReply::document(401, QByteArray("{}"))};
+        WireServer server([&](const WireRequest &) { return replies.takeFirst(); });
+        Client client(server.url());
+        QElapsedTimer clock;
+        clock.start();
+        client.ask(u"chat"_s);
+        QVERIFY(client.waitFor(1));
+        QVERIFY(clock.elapsed() >= 1450);
+        QCOMPARE(client.results[0].error, QString());
+        QCOMPARE(server.requests.size(), 3);
+
+        client.ask(u"coding"_s);
+        QVERIFY(client.waitFor(2));
+        QVERIFY(client.results[1].retryable);
+        client.ask(u"chat_router"_s);
+        QVERIFY(client.waitFor(3));
+        QCOMPARE(server.requests.size(), 5);
+    }
+
+    void aTruncatedChatGetsMoreRoom()
+    {
+        WireServer server(
+            [](const WireRequest &) { return WireReply::document(200, WireReply::completion(u"{"_s, u"length"_s)); });
+        Client client(server.url());
+        client.ask(u"chat"_s, {}, 10000);
+        QVERIFY(client.waitFor(1));
+        QList<int> limits;
+        for (const WireRequest &request : std::as_const(server.requests))
+            limits.append(request.json()["max_tokens"_L1].toInt());
+        QCOMPARE(limits, (QList<int>{10000, 16384, 16384}));
+        QVERIFY(client.results[0].truncated);
+    }
+
+    void cancellingSilencesAllRequests()
+    {
+        QList<WireReply> replies{{{}, End::Silence}, WireReply::document(503, QByteArray("{}")), answer(u"{}"_s)};
+        WireServer server([&](const WireRequest &) { return replies.takeFirst(); });
+        Client client(server.url());
+        client.ask();
+        QTRY_COMPARE(server.requests.size(), 1);
+        client.ask(u"chat"_s);
+        QTRY_COMPARE(server.requests.size(), 2);
+        QTest::qWait(100); // The repeat of the chat waits for its time now.
+        client.provider.cancelAll();
+        QTest::qWait(700);
+        QCOMPARE(client.results.size(), 0);
+        QCOMPARE(server.requests.size(), 2);
+
+        client.ask();
+        QVERIFY(client.waitFor(1));
+        QCOMPARE(client.results[0].content, u"{}"_s);
+    }
+
+    void aCallbackMayDoAnything()
+    {
+        WireServer server([](const WireRequest &) { return answer(u"{}"_s); });
+        auto client = std::make_unique<Client>(server.url());
+        int answers = 0;
+        const auto never = [&](const LLMResult &) { answers += 100; };
         client->provider.request(requestOf(u"coding"_s), [&](const LLMResult &) {
             ++answers;
-            client.reset();
+            client->provider.request(requestOf(u"coding"_s), never);
+            client->provider.cancelAll();
+            client->provider.request(requestOf(u"coding"_s), [&](const LLMResult &) {
+                ++answers;
+                client.reset();
+            });
         });
-    });
-    QTRY_VERIFY(!client);
-    QCOMPARE(answers, 2);
-}
-
-void OpenAIProviderTest::aServerWithoutJsonFormatIsAskedOnceMore()
-{
-    WireServer server([](const WireRequest &request) {
-        if (request.json().contains("response_format"_L1))
-            return WireReply::document(
-                400, QByteArray("{\"error\":\"'response_format.type' must be 'json_schema' or 'text'\"}"));
-        return answer(u"{}"_s);
-    });
-    Client client(server.url());
-    for (int i = 0; i < 2; ++i) {
-        client.ask();
-        QVERIFY(client.waitFor(i + 1));
-        QCOMPARE(client.results[i].error, QString());
+        QTRY_VERIFY(!client);
+        QCOMPARE(answers, 2);
     }
-    QCOMPARE(server.requests.size(), 3);
-    // Another address is asked the usual way.
-    WireServer other([](const WireRequest &) { return WireReply::document(400, QByteArray("{\"error\":\"no\"}")); });
-    client.provider.url = other.url();
-    client.ask();
-    QVERIFY(client.waitFor(3));
-    QVERIFY(other.requests.value(0).json().contains("response_format"_L1));
-    QCOMPARE(other.requests.size(), 1);
-}
 
-void OpenAIProviderTest::eightRequestsRunSideBySide()
-{
-    WireServer server([](const WireRequest &) { return WireReply{{}, End::Silence}; });
-    Client client(server.url());
-    for (int i = 0; i < 8; ++i)
-        client.ask();
-    QTRY_COMPARE(server.requests.size(), 8);
-}
-
-void OpenAIProviderTest::largeRequestsDoNotWaitForAcknowledgements()
-{
-    WireServer server([](const WireRequest &) { return answer(u"{}"_s); });
-    Client client(server.url());
-    const auto fastest = [&](qsizetype size) {
-        const QJsonObject input{{u"text"_s, QString(size, u'x')}};
-        qint64 best = 1000000000;
-        for (int i = 0; i < 15; ++i) {
-            QElapsedTimer clock;
-            clock.start();
-            client.ask(u"coding"_s, input);
-            if (!client.waitFor(client.results.size() + 1))
-                return best;
-            best = std::min(best, clock.nsecsElapsed());
-        }
-        return best;
-    };
-    fastest(10);
-    // A delayed acknowledgement takes 40 ms.
-    const qint64 best = fastest(60000);
-    qInfo("a request of 60 KB takes %.1f ms", double(best) / 1e6);
-    QVERIFY(best < 25000000);
-}
-
-void OpenAIProviderTest::tlsIsChecked()
-{
-    const QString openssl = QStandardPaths::findExecutable(u"openssl"_s);
-    if (openssl.isEmpty())
-        QSKIP("no openssl to make a certificate with");
-    QTemporaryDir folder;
-    const QString keyFile = folder.filePath(u"key.pem"_s);
-    const QString certificateFile = folder.filePath(u"cert.pem"_s);
-    QCOMPARE(QProcess::execute(openssl,
-                               {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s, u"-days"_s, u"2"_s,
-                                u"-subj"_s, u"/CN=127.0.0.1"_s, u"-addext"_s, u"subjectAltName=IP:127.0.0.1"_s,
-                                u"-keyout"_s, keyFile, u"-out"_s, certificateFile, u"-quiet"_s}),
-             0);
-    QFile key(keyFile);
-    QVERIFY(key.open(QIODevice::ReadOnly));
-    const QSslCertificate certificate = QSslCertificate::fromPath(certificateFile).value(0);
-    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
-    tls.setLocalCertificate(certificate);
-    tls.setPrivateKey(QSslKey(&key, QSsl::Rsa));
-    WireServer server([](const WireRequest &) { return answer(u"{}"_s); }, tls);
-
+    void aServerWithoutJsonFormatIsAskedOnceMore()
     {
-        Client stranger(server.url());
-        stranger.ask();
-        QVERIFY(stranger.waitFor(1));
-        QVERIFY(
-            stranger.results[0].error.startsWith(u"Нет ответа сервера: проверьте соединение и адрес API. (HTTP 0"_s));
-        QCOMPARE(server.requests.size(), 0);
+        WireServer server([](const WireRequest &request) {
+            if (request.json().contains("response_format"_L1))
+                return WireReply::document(
+                    400, QByteArray("{\"error\":\"'response_format.type' must be 'json_schema' or 'text'\"}"));
+            return answer(u"{}"_s);
+        });
+        Client client(server.url());
+        for (int i = 0; i < 2; ++i) {
+            client.ask();
+            QVERIFY(client.waitFor(i + 1));
+            QCOMPARE(client.results[i].error, QString());
+        }
+        QCOMPARE(server.requests.size(), 3);
+        // Another address is asked the usual way.
+        WireServer other(
+            [](const WireRequest &) { return WireReply::document(400, QByteArray("{\"error\":\"no\"}")); });
+        client.provider.url = other.url();
+        client.ask();
+        QVERIFY(client.waitFor(3));
+        QVERIFY(other.requests.value(0).json().contains("response_format"_L1));
+        QCOMPARE(other.requests.size(), 1);
     }
-    QSslConfiguration trusting = QSslConfiguration::defaultConfiguration();
-    const QSslConfiguration usual = trusting;
-    trusting.addCaCertificate(certificate);
-    QSslConfiguration::setDefaultConfiguration(trusting);
-    Client client(server.url());
-    client.ask();
-    QVERIFY(client.waitFor(1));
-    QSslConfiguration::setDefaultConfiguration(usual);
-    QCOMPARE(client.results[0].error, QString());
-    QCOMPARE(server.requests[0].header("Authorization"), "Bearer my-secret-key");
-}
+
+    void largeRequestsDoNotWaitForAcknowledgements()
+    {
+        WireServer server([](const WireRequest &) { return answer(u"{}"_s); });
+        Client client(server.url());
+        const auto fastest = [&](qsizetype size) {
+            const QJsonObject input{{u"text"_s, QString(size, u'x')}};
+            qint64 best = 1000000000;
+            for (int i = 0; i < 15; ++i) {
+                QElapsedTimer clock;
+                clock.start();
+                client.ask(u"coding"_s, input);
+                if (!client.waitFor(client.results.size() + 1))
+                    return best;
+                best = std::min(best, clock.nsecsElapsed());
+            }
+            return best;
+        };
+        fastest(10);
+        // A delayed acknowledgement takes 40 ms.
+        const qint64 best = fastest(60000);
+        qInfo("a request of 60 KB takes %.1f ms", double(best) / 1e6);
+        QVERIFY(best < 25000000);
+    }
+
+    void tlsIsChecked()
+    {
+        const QString openssl = QStandardPaths::findExecutable(u"openssl"_s);
+        if (openssl.isEmpty())
+            QSKIP("no openssl to make a certificate with");
+        QTemporaryDir folder;
+        const QString keyFile = folder.filePath(u"key.pem"_s);
+        const QString certificateFile = folder.filePath(u"cert.pem"_s);
+        QCOMPARE(QProcess::execute(openssl,
+                                   {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s, u"-days"_s, u"2"_s,
+                                    u"-subj"_s, u"/CN=127.0.0.1"_s, u"-addext"_s, u"subjectAltName=IP:127.0.0.1"_s,
+                                    u"-keyout"_s, keyFile, u"-out"_s, certificateFile, u"-quiet"_s}),
+                 0);
+        QFile key(keyFile);
+        QVERIFY(key.open(QIODevice::ReadOnly));
+        const QSslCertificate certificate = QSslCertificate::fromPath(certificateFile).value(0);
+        QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+        tls.setLocalCertificate(certificate);
+        tls.setPrivateKey(QSslKey(&key, QSsl::Rsa));
+        WireServer server([](const WireRequest &) { return answer(u"{}"_s); }, tls);
+
+        {
+            Client stranger(server.url());
+            stranger.ask();
+            QVERIFY(stranger.waitFor(1));
+            QVERIFY(stranger.results[0].error.startsWith(
+                u"Нет ответа сервера: проверьте соединение и адрес API. (HTTP 0"_s));
+            QCOMPARE(server.requests.size(), 0);
+        }
+        QSslConfiguration trusting = QSslConfiguration::defaultConfiguration();
+        const QSslConfiguration usual = trusting;
+        trusting.addCaCertificate(certificate);
+        QSslConfiguration::setDefaultConfiguration(trusting);
+        Client client(server.url());
+        client.ask();
+        QVERIFY(client.waitFor(1));
+        QSslConfiguration::setDefaultConfiguration(usual);
+        QCOMPARE(client.results[0].error, QString());
+        QCOMPARE(server.requests[0].header("Authorization"), "Bearer my-secret-key");
+    }
+};
 
 QTEST_GUILESS_MAIN(OpenAIProviderTest)
 #include "tst_openai_provider.moc"

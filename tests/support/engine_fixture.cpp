@@ -143,13 +143,3 @@ QByteArray EngineFixture::fileContent(const QString &path) const
     QFile file(projectFile(path));
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
-
-QString EngineFixture::errorOf(const std::function<void()> &work)
-{
-    try {
-        work();
-    } catch (const std::exception &error) {
-        return textOf(error);
-    }
-    return {};
-}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "error_of.h"
 #include "scripted_provider.h"
 
 #include "engine.h"
@@ -73,9 +74,6 @@ public:
     /// The first `count` writes pass, all that follow fail.
     void breakStoreAfter(int count);
     void mendStore();
-
-    /// The text of what `work` throws; empty when it does not.
-    static QString errorOf(const std::function<void()> &work);
 
     QTemporaryDir folder;
     const QString databasePath;

@@ -1,7 +1,7 @@
 // Stands in for a person at the machine: answers what the keyring daemon asks. Prints the name on the session bus under
 // which it can be asked, and goes on until it is killed.
 //
-//   keyring-person knowing|declining|declining-at-first|slow|absent PASSWORD
+//   keyring-person declining|declining-at-first|slow|absent PASSWORD
 
 #include <cstdio>
 #include <string_view>

@@ -26,8 +26,6 @@ constexpr auto busConfiguration = R"(<busconfig>
 const char *nameOf(KeyringSession::Person person)
 {
     switch (person) {
-    case KeyringSession::Person::Knowing:
-        return "knowing";
     case KeyringSession::Person::Declining:
         return "declining";
     case KeyringSession::Person::DecliningAtFirst:

@@ -10,7 +10,7 @@
 class KeyringSession {
 public:
     /// Who is at the machine when the keyring asks for a password. Slow takes 5 s for an answer.
-    enum class Person { Nobody, Knowing, Declining, DecliningAtFirst, Slow, Absent };
+    enum class Person { Nobody, Declining, DecliningAtFirst, Slow, Absent };
 
     KeyringSession();
     ~KeyringSession();

@@ -1,3 +1,4 @@
+#include "files.h"
 #include "programs.h"
 #include "tagged_processes.h"
 
@@ -27,19 +28,6 @@ const QString pages = QStringLiteral(PAGES "/");
 // The caller's limit is 35 s.
 constexpr qint64 latestEndMs = 30000;
 constexpr std::chrono::seconds patience(60);
-
-QStringList contentOf(const QString &folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-}
-
-void save(const QString &path, const QString &text)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(text.toUtf8());
-}
 
 QString document(const QString &body)
 {
@@ -92,7 +80,7 @@ public:
         return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -process.exitCode();
     }
     /// What the run has left behind.
-    QStringList leftovers() const { return contentOf(temporary.path()) + contentOf(home.path()); }
+    QStringList leftovers() const { return everythingIn(temporary.path()) + everythingIn(home.path()); }
 
     QTemporaryDir temporary;
     QTemporaryDir home;
@@ -215,26 +203,167 @@ const QList<Verdict> verdicts{
 
 } // namespace
 
+/// An address of this computer under which it could be another one; null when it has none.
+static QHostAddress outerAddress()
+{
+    const QList<QHostAddress> addresses = QNetworkInterface::allAddresses();
+    for (const QHostAddress &address : addresses) {
+        if (address.protocol() == QAbstractSocket::IPv4Protocol && !address.isLoopback())
+            return address;
+    }
+    return {};
+}
+
 class BrowserCheckTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     void initTestCase();
-    void aPageGetsItsVerdict_data();
-    void aPageGetsItsVerdict();
-    void anyFolderWillDo();
-    void noOtherComputerIsAsked();
-    void noFileOutsideOfTheFolderIsRead();
-    void whatNeverComesIsNamed();
-    void mailIsNotOpened();
-    void aCheckLeavesNothingBehind();
-    void anInterruptedCheckCleansUp();
-    void ofAKilledCheckNoProcessStaysAndTheNextRemovesItsFolder();
-    void withoutABrowserNothingIsSaidAboutThePage();
-    void aPageThatIsMissingIsAFinding();
+
+    void aPageGetsItsVerdict_data()
+    {
+        QTest::addColumn<int>("index");
+        for (int index = 0; index < verdicts.size(); ++index)
+            QTest::newRow(verdicts[index].name) << index;
+    }
+
+    void aPageGetsItsVerdict()
+    {
+        QFETCH(int, index);
+        const Verdict &verdict = verdicts[index];
+        const Check &check = checks.of(pages + verdict.page);
+
+        const QByteArray report = check.report.toUtf8();
+        QVERIFY2(check.code() == verdict.code, report.constData());
+        for (const QString &text : verdict.said)
+            QVERIFY2(check.report.contains(text), qPrintable(u"no «%1» in:\n%2"_s.arg(text, check.report)));
+        for (const QString &text : verdict.unsaid)
+            QVERIFY2(!check.report.contains(text), qPrintable(u"«%1» in:\n%2"_s.arg(text, check.report)));
+        QVERIFY2(check.report.size() < 16000, qPrintable(QString::number(check.report.size())));
+        QVERIFY2(check.tookMs < latestEndMs, qPrintable(QString::number(check.tookMs)));
+    }
+
+    void anyFolderWillDo()
+    {
+        const Check &check = checks.of(longName);
+
+        QCOMPARE(check.report,
+                 u"Страница глав #1?.html открывается без ошибок (компьютер 1280×800, телефон 390×844).\n"_s);
+        QCOMPARE(check.code(), 0);
+    }
+
+    void noOtherComputerIsAsked()
+    {
+        if (!otherComputer.isListening())
+            QSKIP("this computer has no address but loopback");
+        const Check &check = checks.of(outwards);
+
+        QVERIFY(!otherComputer.hasPendingConnections());
+        QVERIFY2(check.report.contains(u"/picture.png: адрес в интернете, сеть при проверке закрыта"_s),
+                 qPrintable(check.report));
+        QCOMPARE(check.code(), 0);
+    }
+
+    void noFileOutsideOfTheFolderIsRead()
+    {
+        const Check &check = checks.of(linked);
+
+        QCOMPARE(check.code(), 1);
+        QVERIFY2(check.report.contains(u"Не загружается link.js"_s), qPrintable(check.report));
+        QVERIFY2(check.report.contains(u"Not allowed to load local resource"_s), qPrintable(check.report));
+        QVERIFY2(!check.report.contains(u"Секрет прочитан"_s), qPrintable(check.report));
+    }
+
+    void whatNeverComesIsNamed()
+    {
+        const Check &check = checks.of(never);
+
+        QVERIFY(silent.hasPendingConnections()); // Loopback is open.
+        QCOMPARE(check.code(), 1);
+        QVERIFY2(check.report.contains(u"Страница не загрузилась за 8 с."_s), qPrintable(check.report));
+        QVERIFY2(check.report.contains(u"/never.png"_s), qPrintable(check.report));
+        QVERIFY(check.tookMs < latestEndMs);
+    }
+
+    void mailIsNotOpened()
+    {
+        QCOMPARE(checks.of(mail).code(), 0);
+        QVERIFY(!QFile::exists(folder.filePath(u"started"_s)));
+    }
+
+    void aCheckLeavesNothingBehind()
+    {
+        for (const Verdict &verdict : verdicts)
+            QCOMPARE(checks.of(pages + verdict.page).leftovers(), QStringList());
+        for (const QString &page : {outwards, linked, never, mail})
+            QCOMPARE(checks.of(page).leftovers(), QStringList());
+        QVERIFY(processes.vanish());
+    }
+
+    void anInterruptedCheckCleansUp()
+    {
+        Check check(pages + u"endless.html"_s);
+        waitForBrowser(check);
+        QVERIFY(!check.leftovers().isEmpty());
+
+        check.process.terminate();
+
+        QCOMPARE(check.end(), 128 + SIGTERM);
+        QCOMPARE(check.leftovers(), QStringList());
+        QVERIFY(processes.vanish());
+    }
+
+    void ofAKilledCheckNoProcessStaysAndTheNextRemovesItsFolder()
+    {
+        Check check(pages + u"endless.html"_s);
+        waitForBrowser(check);
+        check.process.kill();
+        QCOMPARE(check.end(), -SIGKILL);
+        QVERIFY(processes.vanish());
+
+        const QStringList profiles = check.leftovers();
+        QCOMPARE(profiles.size(), 1);
+        const QString ofAnotherRun = u"vesk-browser-check-young"_s;
+        QVERIFY(QDir(check.temporary.path()).mkdir(ofAnotherRun));
+        const timespec longAgo[2]{{1000000000, 0}, {1000000000, 0}};
+        const QByteArray profile = QFile::encodeName(check.temporary.filePath(profiles.first()));
+        QCOMPARE(::utimensat(AT_FDCWD, profile.constData(), longAgo, 0), 0);
+
+        check.process.setArguments({script, browserProgram(), pages + u"clean.html"_s});
+        QCOMPARE(check.run(), 0);
+        QCOMPARE(check.leftovers(), QStringList{ofAnotherRun});
+    }
+
+    void withoutABrowserNothingIsSaidAboutThePage()
+    {
+        for (const QString &browser : {u"/no/such/browser"_s, u"/bin/false"_s}) {
+            Check check(pages + u"alert.html"_s, browser);
+            QCOMPARE(check.run(), 2);
+            const QString report = QString::fromUtf8(check.process.readAllStandardOutput());
+            QVERIFY2(report.startsWith(u"Проверить страницу в браузере не удалось: "_s), qPrintable(report));
+            QCOMPARE(check.leftovers(), QStringList());
+        }
+    }
+
+    void aPageThatIsMissingIsAFinding()
+    {
+        Check check(pages + u"missing.html"_s);
+        QCOMPARE(check.run(), 1);
+        QVERIFY(check.process.readAllStandardOutput().contains("Файла страницы нет"));
+    }
 
 private:
-    QString makePage(const QString &name, const QString &text);
-    void waitForBrowser(Check &check) const;
+    QString makePage(const QString &name, const QString &text)
+    {
+        save(folder.filePath(name), document(text).toUtf8());
+        return folder.filePath(name);
+    }
+
+    /// Until the check has a browser with a page in it.
+    void waitForBrowser(Check &check) const
+    {
+        check.start();
+        QVERIFY(processes.growTo(6));
+    }
 
     QTemporaryDir folder;
     TaggedProcesses processes;
@@ -248,17 +377,7 @@ private:
     QString mail;
 };
 
-/// An address of this computer under which it could be another one; null when it has none.
-static QHostAddress outerAddress()
-{
-    const QList<QHostAddress> addresses = QNetworkInterface::allAddresses();
-    for (const QHostAddress &address : addresses) {
-        if (address.protocol() == QAbstractSocket::IPv4Protocol && !address.isLoopback())
-            return address;
-    }
-    return {};
-}
-
+// Outside of the class, since moc does not get over the raw text.
 void BrowserCheckTest::initTestCase()
 {
     if (QStandardPaths::findExecutable(u"node"_s).isEmpty())
@@ -284,8 +403,8 @@ void BrowserCheckTest::initTestCase()
     QVERIFY(silent.listen(QHostAddress::LocalHost));
     never = makePage(u"never.html"_s, u"<img src='http://127.0.0.1:%1/never.png' alt=''>"_s.arg(silent.serverPort()));
     longName = makePage(u"Мой сайт №1 (100%)/глав #1?.html"_s, u"<script src='скрипт и всё.js'></script>"_s);
-    save(QFileInfo(longName).path() + u"/скрипт и всё.js"_s, u"document.title = 'готово'"_s);
-    save(folder.filePath(u"secret.js"_s), u"for (;;) alert('Секрет прочитан');"_s);
+    save(QFileInfo(longName).path() + u"/скрипт и всё.js"_s, "document.title = 'готово'");
+    save(folder.filePath(u"secret.js"_s), "for (;;) alert('Секрет прочитан');");
     linked = makePage(
         u"linked/index.html"_s,
         u"<script src='link.js'></script><script src='file:///%1'></script>"_s.arg(folder.filePath(u"secret.js"_s)));
@@ -293,7 +412,7 @@ void BrowserCheckTest::initTestCase()
     mail = makePage(u"mail.html"_s, u"<script>setTimeout(() => { location = 'mailto:a@b.example'; }, 300)</script>"_s);
     // A browser starts this command for an address that is not its own.
     const QString command = folder.filePath(u"bin/xdg-open"_s);
-    save(command, u"#!/bin/sh\ntouch '%1'\n"_s.arg(folder.filePath(u"started"_s)));
+    save(command, u"#!/bin/sh\ntouch '%1'\n"_s.arg(folder.filePath(u"started"_s)).toUtf8());
     QVERIFY(QFile::setPermissions(command, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
 
     for (const Verdict &verdict : verdicts)
@@ -306,150 +425,6 @@ void BrowserCheckTest::initTestCase()
     const QString longPath = check.temporary.filePath(u"long"_s.repeated(20));
     QVERIFY(QDir().mkdir(longPath));
     check.change(u"TMPDIR"_s, longPath);
-}
-
-QString BrowserCheckTest::makePage(const QString &name, const QString &text)
-{
-    save(folder.filePath(name), document(text));
-    return folder.filePath(name);
-}
-
-void BrowserCheckTest::aPageGetsItsVerdict_data()
-{
-    QTest::addColumn<int>("index");
-    for (int index = 0; index < verdicts.size(); ++index)
-        QTest::newRow(verdicts[index].name) << index;
-}
-
-void BrowserCheckTest::aPageGetsItsVerdict()
-{
-    QFETCH(int, index);
-    const Verdict &verdict = verdicts[index];
-    const Check &check = checks.of(pages + verdict.page);
-
-    const QByteArray report = check.report.toUtf8();
-    QVERIFY2(check.code() == verdict.code, report.constData());
-    for (const QString &text : verdict.said)
-        QVERIFY2(check.report.contains(text), qPrintable(u"no «%1» in:\n%2"_s.arg(text, check.report)));
-    for (const QString &text : verdict.unsaid)
-        QVERIFY2(!check.report.contains(text), qPrintable(u"«%1» in:\n%2"_s.arg(text, check.report)));
-    QVERIFY2(check.report.size() < 16000, qPrintable(QString::number(check.report.size())));
-    QVERIFY2(check.tookMs < latestEndMs, qPrintable(QString::number(check.tookMs)));
-}
-
-void BrowserCheckTest::anyFolderWillDo()
-{
-    const Check &check = checks.of(longName);
-
-    QCOMPARE(check.report, u"Страница глав #1?.html открывается без ошибок (компьютер 1280×800, телефон 390×844).\n"_s);
-    QCOMPARE(check.code(), 0);
-}
-
-void BrowserCheckTest::noOtherComputerIsAsked()
-{
-    if (!otherComputer.isListening())
-        QSKIP("this computer has no address but loopback");
-    const Check &check = checks.of(outwards);
-
-    QVERIFY(!otherComputer.hasPendingConnections());
-    QVERIFY2(check.report.contains(u"/picture.png: адрес в интернете, сеть при проверке закрыта"_s),
-             qPrintable(check.report));
-    QCOMPARE(check.code(), 0);
-}
-
-void BrowserCheckTest::noFileOutsideOfTheFolderIsRead()
-{
-    const Check &check = checks.of(linked);
-
-    QCOMPARE(check.code(), 1);
-    QVERIFY2(check.report.contains(u"Не загружается link.js"_s), qPrintable(check.report));
-    QVERIFY2(check.report.contains(u"Not allowed to load local resource"_s), qPrintable(check.report));
-    QVERIFY2(!check.report.contains(u"Секрет прочитан"_s), qPrintable(check.report));
-}
-
-void BrowserCheckTest::whatNeverComesIsNamed()
-{
-    const Check &check = checks.of(never);
-
-    QVERIFY(silent.hasPendingConnections()); // Loopback is open.
-    QCOMPARE(check.code(), 1);
-    QVERIFY2(check.report.contains(u"Страница не загрузилась за 8 с."_s), qPrintable(check.report));
-    QVERIFY2(check.report.contains(u"/never.png"_s), qPrintable(check.report));
-    QVERIFY(check.tookMs < latestEndMs);
-}
-
-void BrowserCheckTest::mailIsNotOpened()
-{
-    QCOMPARE(checks.of(mail).code(), 0);
-    QVERIFY(!QFile::exists(folder.filePath(u"started"_s)));
-}
-
-void BrowserCheckTest::aCheckLeavesNothingBehind()
-{
-    for (const Verdict &verdict : verdicts)
-        QCOMPARE(checks.of(pages + verdict.page).leftovers(), QStringList());
-    for (const QString &page : {outwards, linked, never, mail})
-        QCOMPARE(checks.of(page).leftovers(), QStringList());
-    QVERIFY(processes.vanish());
-}
-
-/// Until the check has a browser with a page in it.
-void BrowserCheckTest::waitForBrowser(Check &check) const
-{
-    check.start();
-    QVERIFY(processes.growTo(6));
-}
-
-void BrowserCheckTest::anInterruptedCheckCleansUp()
-{
-    Check check(pages + u"endless.html"_s);
-    waitForBrowser(check);
-    QVERIFY(!check.leftovers().isEmpty());
-
-    check.process.terminate();
-
-    QCOMPARE(check.end(), 128 + SIGTERM);
-    QCOMPARE(check.leftovers(), QStringList());
-    QVERIFY(processes.vanish());
-}
-
-void BrowserCheckTest::ofAKilledCheckNoProcessStaysAndTheNextRemovesItsFolder()
-{
-    Check check(pages + u"endless.html"_s);
-    waitForBrowser(check);
-    check.process.kill();
-    QCOMPARE(check.end(), -SIGKILL);
-    QVERIFY(processes.vanish());
-
-    const QStringList profiles = check.leftovers();
-    QCOMPARE(profiles.size(), 1);
-    const QString ofAnotherRun = u"vesk-browser-check-young"_s;
-    QVERIFY(QDir(check.temporary.path()).mkdir(ofAnotherRun));
-    const timespec longAgo[2]{{1000000000, 0}, {1000000000, 0}};
-    const QByteArray profile = QFile::encodeName(check.temporary.filePath(profiles.first()));
-    QCOMPARE(::utimensat(AT_FDCWD, profile.constData(), longAgo, 0), 0);
-
-    check.process.setArguments({script, browserProgram(), pages + u"clean.html"_s});
-    QCOMPARE(check.run(), 0);
-    QCOMPARE(check.leftovers(), QStringList{ofAnotherRun});
-}
-
-void BrowserCheckTest::withoutABrowserNothingIsSaidAboutThePage()
-{
-    for (const QString &browser : {u"/no/such/browser"_s, u"/bin/false"_s}) {
-        Check check(pages + u"alert.html"_s, browser);
-        QCOMPARE(check.run(), 2);
-        const QString report = QString::fromUtf8(check.process.readAllStandardOutput());
-        QVERIFY2(report.startsWith(u"Проверить страницу в браузере не удалось: "_s), qPrintable(report));
-        QCOMPARE(check.leftovers(), QStringList());
-    }
-}
-
-void BrowserCheckTest::aPageThatIsMissingIsAFinding()
-{
-    Check check(pages + u"missing.html"_s);
-    QCOMPARE(check.run(), 1);
-    QVERIFY(check.process.readAllStandardOutput().contains("Файла страницы нет"));
 }
 
 QTEST_GUILESS_MAIN(BrowserCheckTest)
