@@ -261,6 +261,17 @@ private Q_SLOTS:
         QCOMPARE(run.model.input(u"planner"_s)[u"task"_s][u"media_analysis"_s].toArray(),
                  (QJsonArray{seen(u"a"_s), seen(u"b"_s)}));
     }
+
+    void orderedAgentsRunWithoutTheirLinks()
+    {
+        const QJsonArray members = delegatedMembers(
+            {reviewer(u"r"_s, {u"a"_s}), agent(u"a"_s), agent(u"off"_s, {}, {{u"enabled"_s, false}}), agent(u"idle"_s)},
+            {{u"r"_s, u"Проверь"_s}, {u"a"_s, u"Посмотри"_s}, {u"off"_s, u"Нет"_s}});
+        QCOMPARE(members.size(), 2);
+        QCOMPARE(members[0][u"after"_s].toArray(), QJsonArray());
+        QCOMPARE(members[0][u"kind"_s].toString(), u"specialist"_s);
+        QVERIFY(members[1][u"rules"_s].toString().endsWith(u"Текущее поручение главного: Посмотри"_s));
+    }
 };
 
 QTEST_GUILESS_MAIN(WorkflowTest)

@@ -152,6 +152,13 @@ private Q_SLOTS:
         QVERIFY(sent["media_delivery"_L1]["note"_L1].toString().contains("Do not infer visual contents"_L1));
     }
 
+    void framesFollowTheirItem()
+    {
+        const QJsonObject video{{u"frames"_s, QJsonArray{preview(u"0"_s), preview(u"1"_s), preview(u"2"_s)}}};
+        QCOMPARE(flattenedMedia({{u"media"_s, QJsonArray{video, preview(u"p"_s)}}}),
+                 (QJsonArray{video, preview(u"1"_s), preview(u"2"_s), preview(u"p"_s)}));
+    }
+
 private:
     void write(const QString &path, qsizetype size = 10) { save(folder.filePath(path), QByteArray(size, 'x')); }
 

@@ -346,6 +346,15 @@ private Q_SLOTS:
         QCOMPARE(other.requests.size(), 1);
     }
 
+    void eightRequestsRunSideBySide()
+    {
+        WireServer server([](const WireRequest &) { return WireReply{{}, End::Silence}; });
+        Client client(server.url());
+        for (int i = 0; i < 8; ++i)
+            client.ask();
+        QTRY_COMPARE(server.requests.size(), 8);
+    }
+
     void largeRequestsDoNotWaitForAcknowledgements()
     {
         WireServer server([](const WireRequest &) { return answer(u"{}"_s); });
