@@ -386,11 +386,15 @@ private Q_SLOTS:
             bool timedOut;
         };
         const QList<Row> rows{
-            {{u"daemon"_s, u"5"_s}, 5, false},   {{u"grow"_s, u"7"_s, u"2"_s}, 9, true}, // deaf to signals, many
-                                                                                         // sessions
+            {{u"daemon"_s, u"5"_s}, 5, false},
+            {{u"grow"_s, u"7"_s, u"2"_s}, 9, true}, // deaf to signals, many
+                                                    // sessions
             {{u"hop"_s, u"4"_s}, 9, true}, // forks without end
-            {{u"close-all"_s}, 9, true},         {{u"stop-itself"_s}, 9, true},          {{u"stop-guards"_s}, 9, true},
-            {{u"kill-inner-guard"_s}, 9, false}, {{u"kill-outer-guard"_s}, 9, false},
+            {{u"close-all"_s}, 9, true},
+            {{u"stop-itself"_s}, 9, true},
+            {{u"stop-guards"_s}, 9, true},
+            {{u"kill-inner-guard"_s}, 9, false},
+            {{u"kill-outer-guard"_s}, 9, false},
         };
         for (const auto &[arguments, exitCode, timedOut] : rows) {
             const TaggedProcesses tagged;
