@@ -48,7 +48,10 @@ public:
     QStringList chat(const QString &kind = {}) const;
     /// All that the interface can read and that a restart must not change.
     QVariantMap lasting() const;
-    bool waitForPhase(const QString &wanted) const { return waitFor([&] { return phase() == wanted; }); }
+    bool waitForPhase(const QString &wanted) const
+    {
+        return waitFor([&] { return phase() == wanted; });
+    }
     static bool waitFor(const std::function<bool()> &condition);
 
     QTemporaryDir folder{sandbox::memoryTemplate()};

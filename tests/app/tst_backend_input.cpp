@@ -158,8 +158,8 @@ void BackendInputTest::everyOperationTakesEveryText()
     desk.reopen();
     QCOMPARE(StoredRecords(desk.data()).problem(), QString());
     const QVariantMap after = desk.lasting();
-    for (const QString &property : before.keys())
-        QVERIFY2(after[property] == before[property], qPrintable(property));
+    for (auto property = before.cbegin(); property != before.cend(); ++property)
+        QVERIFY2(after[property.key()] == property.value(), qPrintable(property.key()));
 }
 
 void BackendInputTest::onlyAnAbsoluteFolderTakesAProject_data()
@@ -273,11 +273,13 @@ void BackendInputTest::whatBelongsToAnotherProjectIsRefused()
 {
     Desk desk;
     const QString task = stoppedTask(desk, u"Первый"_s);
-    desk.sql(u"INSERT INTO checkpoints SELECT 'mark', project.id, '{\"id\":\"mark\",\"project_id\":\"' || project.id || "
-             "'\",\"files\":[]}', '' FROM projects AS project"_s);
+    desk.sql(
+        u"INSERT INTO checkpoints SELECT 'mark', project.id, '{\"id\":\"mark\",\"project_id\":\"' || project.id || "
+        "'\",\"files\":[]}', '' FROM projects AS project"_s);
     stoppedTask(desk, u"Второй"_s);
     const QVariantMap before = desk.lasting();
-    for (const auto &[operation, arguments, text] : std::initializer_list<std::tuple<QByteArray, QVariantList, QString>>{
+    for (const auto &[operation, arguments, text] :
+         std::initializer_list<std::tuple<QByteArray, QVariantList, QString>>{
              {"selectTask", {task}, u"Эта задача относится к другому проекту."_s},
              {"renameTask", {task, u"Чужой"_s}, u"Диалог не найден."_s},
              {"archiveTask", {task}, u"Диалог не найден."_s},
@@ -323,7 +325,8 @@ void BackendInputTest::aLostProjectFolderIsToldAndHidesTheProject()
     Desk desk;
     desk.createProject();
     desk.call("addMemory", {u"Note"_s, u"тайна"_s});
-    desk.sql(u"INSERT INTO file_revisions SELECT 'r', id, '{\"path\":\"a\",\"content\":\"тайна\"}', '' FROM projects"_s);
+    desk.sql(
+        u"INSERT INTO file_revisions SELECT 'r', id, '{\"path\":\"a\",\"content\":\"тайна\"}', '' FROM projects"_s);
     const QString root = desk.read("root").toString();
     QVERIFY(QDir(root).removeRecursively());
     QFile file(root);

@@ -28,6 +28,7 @@ WireReply says(const QString &content)
 
 /// A model that asks nothing of the user and does what a request says, unless a reply is set for a role.
 class Model : public WireServer {
+    Q_OBJECT
 public:
     Model()
         : WireServer([this](const WireRequest &request) { return reply(ModelServer::requestOf(request.json())); })
@@ -83,7 +84,8 @@ void BackendModelTest::anAnswerBecomesLines_data()
     };
     const QString router = u"error: Не удалось получить ответ. "_s;
     row(forRouter, "an answer", says(u"{\"action\":\"CHAT\",\"summary\":\"Змейка\"}"_s), {u"message: Змейка"_s});
-    row(forRouter, "in prose", says(u"Вот: ```{\"action\":\"CHAT\",\"summary\":\"Тетрис\"}```"_s), {u"message: Тетрис"_s});
+    row(forRouter, "in prose", says(u"Вот: ```{\"action\":\"CHAT\",\"summary\":\"Тетрис\"}```"_s),
+        {u"message: Тетрис"_s});
     row(forRouter, "a number", says(u"{\"action\":\"CHAT\",\"summary\":5}"_s), {router + u"Пустой ответ."_s});
     row(forRouter, "no text", says(u"{\"action\":\"CHAT\"}"_s), {router + u"Пустой ответ."_s});
     row(forRouter, "an empty text", says(u"{\"action\":\"CHAT\",\"summary\":\"\"}"_s), {});
@@ -101,7 +103,8 @@ void BackendModelTest::anAnswerBecomesLines_data()
     row(forChat, "prose", says(u"Всё"_s), {chat + u"Expected a JSON object"_s + untouched});
     row(forChat, "stopped", silence, {u"progress: Ответ остановлен."_s});
     row(forChat, "a missing model", WireReply::document(404, QByteArray("{}")), {chat + u"*"_s + untouched});
-    row(forChat, "no HTTP", WireReply{{{"SSH-2.0\r\n\r\n"}}, WireReply::End::Close}, {u"progress: Ответ остановлен."_s});
+    row(forChat, "no HTTP", WireReply{{{"SSH-2.0\r\n\r\n"}}, WireReply::End::Close},
+        {u"progress: Ответ остановлен."_s});
 }
 
 void BackendModelTest::anAnswerBecomesLines()
@@ -180,7 +183,8 @@ void BackendModelTest::aLineThatIsWorkBecomesATask()
 void BackendModelTest::anAnswerLandsWhereItWasAsked()
 {
     Model model;
-    model.replies[u"chat_router"_s] = WireReply{{{says(u"{\"action\":\"CHAT\",\"summary\":\"Змейка\"}"_s).steps[0].bytes, 200}}};
+    model.replies[u"chat_router"_s]
+        = WireReply{{{says(u"{\"action\":\"CHAT\",\"summary\":\"Змейка\"}"_s).steps[0].bytes, 200}}};
     Desk desk;
     desk.connectTo(model.url(), key);
     desk.createProject();
