@@ -25,6 +25,7 @@ FloatingDialog {
     contentItem: ColumnLayout {
         spacing: 12
         ListView {
+            id: requests
             clip: true
             spacing: 14
             boundsBehavior: Flickable.StopAtBounds
@@ -43,7 +44,7 @@ FloatingDialog {
                     textFont.family: Theme.codeFamily
                     textFont.pixelSize: Theme.note
                     Layout.fillWidth: true
-                    Layout.preferredHeight: Math.min(ListView.view.count > 1 ? 220 : 260, implicitHeight)
+                    Layout.preferredHeight: Math.min(requests.count > 1 ? 220 : 260, implicitHeight)
                 }
                 RowLayout {
                     spacing: 10

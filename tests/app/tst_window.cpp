@@ -74,6 +74,7 @@ private Q_SLOTS:
     void aRefusedLineStaysInTheInput();
     void aProjectWithoutANameLeavesTheDialogOpen();
     void aRunIsPausedResumedAndStoppedWhileRequestsWait();
+    void aPlanIsContinuedAndItsCommandAllowedByAClick();
     void aNarrowWindowHasRoomForOneColumn();
     void theTeamMayStandAtTheLeft();
     void withoutMotionNothingMoves();
@@ -289,6 +290,30 @@ void WindowTest::aRunIsPausedResumedAndStoppedWhileRequestsWait()
     QCOMPARE(rowAt(desk->item(u"threadList"_s), 0)->property("row").toMap().value(u"id"_s).toString(), newest);
     QVERIFY(desk->click(rowAt(desk->item(u"threadList"_s), 1)));
     QTRY_VERIFY(desk->state().value(u"id"_s).toString() != newest);
+}
+
+void WindowTest::aPlanIsContinuedAndItsCommandAllowedByAClick()
+{
+    desk->app().setPreference(u"computer_access"_s, false);
+    desk->app().createProject(u"Проба"_s, desk->path(u"projects"_s));
+    const QString hidden = u"[\"a\u202eb\"]"_s;
+    desk->app().start(u"Создай калькулятор и запусти сборку"_s, true, 1000000, u"/usr/bin/true"_s, hidden);
+    QVERIFY(desk->waitForPhase(u"CLARIFICATION"_s));
+    QVERIFY(desk->click(u"decisionOption0"_s));
+    QVERIFY(desk->waitForPhase(u"PREVIEW"_s));
+    QTRY_VERIFY(desk->item(u"previewCard"_s));
+    QVERIFY(desk->click(u"cardAction"_s, desk->item(u"previewCard"_s)));
+
+    const auto pending = [this] { return desk->state()[u"pending"_s].toList().size(); };
+    QTRY_COMPARE_WITH_TIMEOUT(pending(), 1, 15000);
+    QTRY_VERIFY(desk->item(u"permissionCard"_s));
+    QVERIFY(desk->click(u"cardAction"_s, desk->item(u"permissionCard"_s)));
+    QTRY_VERIFY(desk->isOpen(u"permissions"_s));
+    const QString shown = desk->text(u"plainText"_s);
+    QVERIFY2(shown.contains(u"\"a\\u202eb\""_s), qPrintable(shown)); // what turns a text around is seen as a number
+    QVERIFY(desk->click(u"allowCommand"_s));
+    QTRY_COMPARE(pending(), 0);
+    QTRY_VERIFY(!desk->isOpen(u"permissions"_s));
 }
 
 void WindowTest::aNarrowWindowHasRoomForOneColumn()
