@@ -374,27 +374,30 @@ ApplicationWindow {
             dragged: rightHandle.dragging
             Layout.fillHeight: true
 
-            RightColumn {
+            Loader {
                 width: app.shownInspectorWidth
                 height: parent.height
-                service: app.service
-                current: app.current
-                note: app.note
-                panel: app.panel
-                selectedFile: app.selectedFile
-                onPanelChosen: panel => app.showPanel(panel)
-                onHidden: app.inspectorOpen = false
-                onAddAgent: workspaceSettings.show().beginAdd()
-                onConfigureAgent: role => {
-                    agentDetails.hide();
-                    workspaceSettings.show().selectAgent(role);
+                asynchronous: true // the first frame doesn't wait for it
+                sourceComponent: RightColumn {
+                    service: app.service
+                    current: app.current
+                    note: app.note
+                    panel: app.panel
+                    selectedFile: app.selectedFile
+                    onPanelChosen: panel => app.showPanel(panel)
+                    onHidden: app.inspectorOpen = false
+                    onAddAgent: workspaceSettings.show().beginAdd()
+                    onConfigureAgent: role => {
+                        agentDetails.hide();
+                        workspaceSettings.show().selectAgent(role);
+                    }
+                    onInspectRun: run => {
+                        app.selectedRun = run;
+                        app.showAgent();
+                    }
+                    onFileSelected: file => app.selectedFile = file
+                    onDetailsRequested: text => app.showDetails(text)
                 }
-                onInspectRun: run => {
-                    app.selectedRun = run;
-                    app.showAgent();
-                }
-                onFileSelected: file => app.selectedFile = file
-                onDetailsRequested: text => app.showDetails(text)
             }
         }
     }

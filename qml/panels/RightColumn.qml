@@ -65,13 +65,17 @@ Rectangle {
             Layout.fillWidth: true
             Layout.fillHeight: true
 
-            AgentsPanel {
-                service: root.service
-                current: root.current
-                note: root.note
-                onAddAgent: root.addAgent()
-                onConfigureAgent: role => root.configureAgent(role)
-                onInspectRun: run => root.inspectRun(run)
+            LazyPanel {
+                asynchronous: true // the window opens with it, and doesn't wait for it
+                shown: root.panel === "agents" && root.visible
+                sourceComponent: AgentsPanel {
+                    service: root.service
+                    current: root.current
+                    note: root.note
+                    onAddAgent: root.addAgent()
+                    onConfigureAgent: role => root.configureAgent(role)
+                    onInspectRun: run => root.inspectRun(run)
+                }
             }
             LazyPanel {
                 shown: root.panel === "files" && root.visible
