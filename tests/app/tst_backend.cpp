@@ -8,9 +8,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QMetaProperty>
-#include <QQmlContext>
-#include <QQmlEngine>
-#include <QQmlExpression>
 #include <QRegularExpression>
 #include <QSignalSpy>
 #include <QSqlDatabase>
@@ -98,8 +95,6 @@ private Q_SLOTS:
     void refusalsAreTextsAndChangeNothing_data();
     void refusalsAreTextsAndChangeNothing();
     void refreshesAreCoalesced();
-    void aSceneMaySetAnObject();
-    void anotherProjectShowsNothingOfTheLastTask();
     void whatCannotBeReadIsEmptyAndToldUntilItCan();
     void whatCannotBeStoredNeitherThrowsNorStaysHalfDone();
     void aProjectThatCannotBeReadIsNotSelected();
@@ -343,36 +338,6 @@ void BackendTest::refreshesAreCoalesced()
     QTRY_COMPARE(changes.count(), 1);
     QCOMPARE(chats.count(), 1);
     QCOMPARE(desk.read("memory").toList().size(), 20);
-}
-
-void BackendTest::aSceneMaySetAnObject()
-{
-    Desk desk;
-    QQmlEngine engine;
-    engine.rootContext()->setContextProperty(u"backend"_s, desk.backend.get());
-    QQmlExpression expression(engine.rootContext(), nullptr,
-                              u"backend.setPreference('agent_positions', {planner: {x: 1, y: 2.5}, list: [1]});"
-                              "backend.setPreference('sidebar_width', 250)"_s);
-    expression.evaluate();
-    QVERIFY2(!expression.hasError(), qPrintable(expression.error().toString()));
-    desk.reopen();
-    const QVariantMap preferences = desk.read("preferences").toMap();
-    QCOMPARE(
-        preferences.value(u"agent_positions"_s),
-        QVariant(QVariantMap{{u"planner"_s, QVariantMap{{u"x"_s, 1}, {u"y"_s, 2.5}}}, {u"list"_s, QVariantList{1}}}));
-    QCOMPARE(preferences.value(u"sidebar_width"_s).toInt(), 250);
-}
-
-void BackendTest::anotherProjectShowsNothingOfTheLastTask()
-{
-    Desk desk;
-    desk.createProject();
-    desk.call("sendMessage", u"Создай калькулятор"_s);
-    desk.call("stop");
-    QCOMPARE(desk.read("state").toMap().value(u"phase"_s).toString(), "CANCELLED");
-    desk.createProject(u"Другой"_s);
-    QCOMPARE(desk.read("state").toMap().value(u"phase"_s).toString(), "IDLE");
-    QVERIFY(desk.chat().isEmpty() && desk.read("events").toList().isEmpty());
 }
 
 void BackendTest::whatCannotBeReadIsEmptyAndToldUntilItCan()

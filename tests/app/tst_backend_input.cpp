@@ -11,6 +11,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QMetaMethod>
 #include <QRegularExpression>
 #include <QTest>
@@ -223,8 +224,8 @@ void BackendInputTest::preferencesKeepWhatAScriptSets_data()
         QTest::addRow("%s: %s", qPrintable(key), qPrintable(expression)) << key << expression << value;
     };
     const auto nothing = QJsonValue(QJsonValue::Null);
-    row(u"agent_positions"_s, u"{chief: {x: 1, y: 2.5}, ключ: {}}"_s,
-        QJsonObject{{u"chief"_s, QJsonObject{{u"x"_s, 1}, {u"y"_s, 2.5}}}, {u"ключ"_s, QJsonObject()}});
+    row(u"agent_positions"_s, u"{chief: {x: 1, y: 2.5}, ключ: [1, {}]}"_s,
+        QJsonObject{{u"chief"_s, QJsonObject{{u"x"_s, 1}, {u"y"_s, 2.5}}}, {u"ключ"_s, QJsonArray{1, QJsonObject()}}});
     // What has another type than its reader expects is kept as it is; the reader falls back to its default.
     for (const QString &expression : {u"undefined"_s, u"null"_s})
         row(u"agent_positions"_s, expression, nothing);
