@@ -39,16 +39,11 @@ struct Scene {
         QStringList command{QStringLiteral(BACKEND_DRIVER_PROGRAM), path(u"data"_s), path(u"projects"_s),
                             QString::number(seed)};
         if (write > 0 && !tracer.isEmpty())
-            command = QStringList{tracer,
-                                  u"-f"_s,
-                                  u"-qq"_s,
-                                  u"--kill-on-exit"_s,
-                                  u"-o"_s,
-                                  u"/dev/null"_s,
-                                  u"-e"_s,
-                                  u"trace=pwrite64"_s,
-                                  u"-e"_s,
-                                  u"inject=pwrite64:signal=KILL:when=%1"_s.arg(write)}
+            command = QStringList{tracer,   u"-f"_s,
+                                  u"-qq"_s, u"--kill-on-exit"_s,
+                                  u"-o"_s,  u"/dev/null"_s,
+                                  u"-e"_s,  u"trace=pwrite64"_s,
+                                  u"-e"_s,  u"inject=pwrite64:signal=KILL:when=%1"_s.arg(write)}
                 + command;
         QProcess driver;
         driver.start(command.takeFirst(), command);
