@@ -5,6 +5,7 @@
 #include <QJsonDocument>
 #include <QUuid>
 
+#include <algorithm>
 #include <stdexcept>
 
 using namespace Qt::StringLiterals;
@@ -42,16 +43,45 @@ void require(bool ok, const QString &message)
         throw std::runtime_error(message.toStdString());
 }
 
+namespace {
+
+/// Qt reads no text that is nested deeper than 1024 levels, but writes one: an answer that is just read would stand in
+/// a task's document, some levels further down, and that could never be read again.
+constexpr int deepest = 512;
+
+/// How deep the values of a well-formed JSON text are nested.
+int nesting(const QString &text)
+{
+    int depth = 0;
+    int most = 0;
+    bool quoted = false;
+    for (qsizetype i = 0; i < text.size(); ++i) {
+        const QChar c = text[i];
+        if (quoted && c == u'\\')
+            ++i;
+        else if (c == u'"')
+            quoted = !quoted;
+        else if (!quoted && (c == u'{' || c == u'['))
+            most = std::max(most, ++depth);
+        else if (!quoted && (c == u'}' || c == u']'))
+            --depth;
+    }
+    return most;
+}
+
+} // namespace
+
 QJsonObject parseObject(QString text)
 {
     const qsizetype first = text.indexOf(u'{');
     const qsizetype last = text.lastIndexOf(u'}');
     require(first >= 0 && last >= first, u"Expected a JSON object"_s);
+    text = text.sliced(first, last - first + 1);
 
     QJsonParseError error;
-    const QJsonDocument document
-        = QJsonDocument::fromJson(QStringView(text).sliced(first, last - first + 1).toUtf8(), &error);
+    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
     require(document.isObject(), u"Invalid JSON: "_s + error.errorString());
+    require(nesting(text) <= deepest, u"Invalid JSON: "_s + u"too deep"_s);
     return document.object();
 }
 

@@ -26,7 +26,8 @@ QString digest(const QByteArray &bytes);
 void require(bool ok, const QString &message);
 
 /// The JSON object inside a model's reply: all from the first opening to the last closing brace.
-/// Throws "Expected a JSON object" when there is no such pair, "Invalid JSON: " and the parser's text when it is none.
+/// Throws "Expected a JSON object" when there is no such pair, "Invalid JSON: " and the parser's text when it is none
+/// or is nested deeper than 512 levels.
 QJsonObject parseObject(QString text);
 
 /// The strings of an array, each element by string conversion.

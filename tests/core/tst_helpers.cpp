@@ -26,6 +26,14 @@ private Q_SLOTS:
         QTest::newRow("two objects in a row") << u"{\"a\":1} {\"b\":2}"_s << u"Invalid JSON: "_s;
         QTest::newRow("nested beyond the parser's depth")
             << u"{\"a\":"_s.repeated(5000) + u"1"_s + u"}"_s.repeated(5000) << u"Invalid JSON: "_s;
+        QTest::newRow("nested too deeply to be read again as part of a record")
+            << u"{\"a\":"_s.repeated(513) + u"\"}}\\\"{\""_s + u"}"_s.repeated(513) << u"Invalid JSON: too deep"_s;
+    }
+
+    void bracketsInTextsAreNoNesting()
+    {
+        const QString text = u"{\"a\": \""_s + u"{["_s.repeated(600) + u"\"}"_s;
+        QCOMPARE(parseObject(text)[u"a"_s].toString().size(), 1200);
     }
 
     void whatIsNoObjectIsRefused()
