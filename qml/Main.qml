@@ -115,6 +115,11 @@ ApplicationWindow {
         else
             showPanel("files");
     }
+    function dialogs(): var {
+        if (!dialogLoader.item)
+            dialogLoader.setSource("dialogs/WindowDialogs.qml", { app: app, backdrop: workspaceLayout });
+        return dialogLoader.item;
+    }
     function showPanel(name: string) {
         panel = name;
         inspectorOpen = true;
@@ -126,7 +131,7 @@ ApplicationWindow {
             showPanel(name);
     }
     function showDetails(text: string) {
-        const dialog = details.show();
+        const dialog = dialogs().details.show();
         dialog.detailsText = text;
         dialog.open();
     }
@@ -136,14 +141,14 @@ ApplicationWindow {
         showDetails(told.concat(happened).join("\n\n"));
     }
     function showAgent() {
-        const dialog = agentDetails.show();
+        const dialog = dialogs().agentDetails.show();
         dialog.report = agentReport(selectedRun);
         dialog.open();
     }
     function showRename(task: string, draft: string, x: real, y: real) {
         menuTask = task;
         renameDraft = draft;
-        const box = renameBox.show();
+        const box = dialogs().renameBox.show();
         box.x = x;
         box.y = y;
         box.open();
@@ -173,15 +178,15 @@ ApplicationWindow {
             const run = (current.runs ?? []).find(other => other.id === selectedRun.id);
             if (run && run.status !== selectedRun.status) {
                 selectedRun = run;
-                if (agentDetails.dialog?.visible)
-                    agentDetails.dialog.report = agentReport(run);
+                if (dialogs().agentDetails.dialog?.visible)
+                    dialogs().agentDetails.dialog.report = agentReport(run);
             }
         }
     }
     function showPage() {
         switch (page) {
         case "Выбор проекта":
-            agentDetails.hide();
+            dialogs().agentDetails.hide();
             left.projectMenu.show().open();
             break;
         case "Переименование":
@@ -192,19 +197,19 @@ ApplicationWindow {
             }
             break;
         case "Отчёт агента":
-            workspaceSettings.hide();
-            connection.hide();
+            dialogs().workspaceSettings.hide();
+            dialogs().connection.hide();
             showAgent();
             break;
         case "Настройки агентов": {
-            connection.hide();
-            const settings = workspaceSettings.show();
+            dialogs().connection.hide();
+            const settings = dialogs().workspaceSettings.show();
             settings.section = 1;
             settings.open();
             break;
         }
         case "Модель и API":
-            connection.show().open();
+            dialogs().connection.show().open();
             break;
         case "Файлы":
             showPanel("files");
@@ -219,11 +224,11 @@ ApplicationWindow {
     }
     function showSettingsOf(agent: string) {
         if (agent === "__new__")
-            workspaceSettings.show().beginAdd();
+            dialogs().workspaceSettings.show().beginAdd();
         else if (agent === "__api__")
-            connection.show().open();
+            dialogs().connection.show().open();
         else if (agent !== "")
-            workspaceSettings.show().selectAgent(agent);
+            dialogs().workspaceSettings.show().selectAgent(agent);
     }
 
     onWidthChanged: if (width < 1150) inspectorOpen = false
@@ -307,16 +312,16 @@ ApplicationWindow {
                     app.service.newConversation();
                     app.focusInput();
                 }
-                onNewProject: projectDialog.show().begin()
+                onNewProject: app.dialogs().projectDialog.show().begin()
                 onProjectChosen: app.dropFile()
                 onTaskChosen: app.page = "Чат"
                 onTaskMenu: (task, row) => {
                     app.menuTask = task;
                     app.renameDraft = app.titleOf(task);
                     const place = row.mapToItem(null, 0, 0);
-                    threadMenu.show().openBy(row, Qt.point(place.x, Math.min(place.y, app.height - 70)));
+                    app.dialogs().threadMenu.show().openBy(row, Qt.point(place.x, Math.min(place.y, app.height - 70)));
                 }
-                onSettings: workspaceSettings.show().open()
+                onSettings: app.dialogs().workspaceSettings.show().open()
                 onHidden: app.sidebarOpen = false
             }
         }
@@ -345,15 +350,15 @@ ApplicationWindow {
             Layout.fillWidth: true
             Layout.fillHeight: true
             onSidebarRequested: app.sidebarOpen = true
-            onConnectionRequested: connection.show().open()
+            onConnectionRequested: app.dialogs().connection.show().open()
             onPanelToggled: panel => app.togglePanel(panel)
             onSubmitted: app.send()
             onProgressRequested: app.showProgress()
             onResultRequested: app.openResult()
             onDetailsRequested: text => app.showDetails(text)
-            onQueueRequested: queueDialog.show().open()
-            onPermissionsRequested: permissions.show().open()
-            onFilesRequested: attachmentPicker.show().open()
+            onQueueRequested: app.dialogs().queueDialog.show().open()
+            onPermissionsRequested: app.dialogs().permissions.show().open()
+            onFilesRequested: app.dialogs().attachmentPicker.show().open()
         }
         ColumnHandle {
             id: rightHandle
@@ -377,91 +382,11 @@ ApplicationWindow {
             Loader {
                 width: app.shownInspectorWidth
                 height: parent.height
-                asynchronous: true // the first frame doesn't wait for it
-                sourceComponent: RightColumn {
-                    service: app.service
-                    current: app.current
-                    note: app.note
-                    panel: app.panel
-                    selectedFile: app.selectedFile
-                    onPanelChosen: panel => app.showPanel(panel)
-                    onHidden: app.inspectorOpen = false
-                    onAddAgent: workspaceSettings.show().beginAdd()
-                    onConfigureAgent: role => {
-                        agentDetails.hide();
-                        workspaceSettings.show().selectAgent(role);
-                    }
-                    onInspectRun: run => {
-                        app.selectedRun = run;
-                        app.showAgent();
-                    }
-                    onFileSelected: file => app.selectedFile = file
-                    onDetailsRequested: text => app.showDetails(text)
-                }
+                asynchronous: true // the first frame doesn't wait for it, nor for its types
+                Component.onCompleted: setSource("panels/RightColumn.qml", { app: app })
             }
         }
     }
 
-    LazyDialog {
-        id: attachmentPicker
-        file: "dialogs/AttachmentPicker.qml"
-        settings: ({ service: app.service })
-    }
-    LazyDialog {
-        id: connection
-        sourceComponent: ConnectionPopup { service: app.service }
-    }
-    LazyDialog {
-        id: projectDialog
-        sourceComponent: ProjectDialog {
-            service: app.service
-            onCreated: app.dropFile()
-        }
-    }
-    LazyDialog {
-        id: renameBox
-        sourceComponent: RenameBox {
-            width: Math.max(180, app.sidebarWidth - 28)
-            service: app.service
-            task: app.menuTask
-            draft: app.renameDraft
-        }
-    }
-    LazyDialog {
-        id: threadMenu
-        sourceComponent: ThreadMenu {
-            onRenameRequested: place => Qt.callLater(() => app.showRename(app.menuTask, app.renameDraft, place.x, place.y))
-            onArchiveRequested: app.service.archiveTask(app.menuTask)
-        }
-    }
-    LazyDialog {
-        id: agentDetails
-        sourceComponent: AgentDetails {
-            service: app.service
-            run: app.selectedRun
-            onDetailsRequested: text => app.showDetails(text)
-        }
-    }
-    LazyDialog {
-        id: details
-        sourceComponent: DetailsDialog {}
-    }
-    LazyDialog {
-        id: queueDialog
-        sourceComponent: QueueDialog { service: app.service }
-    }
-    LazyDialog {
-        id: permissions
-        sourceComponent: PermissionsDialog {
-            service: app.service
-            pending: app.current.pending ?? []
-        }
-    }
-    LazyDialog {
-        id: workspaceSettings
-        sourceComponent: SettingsPanel {
-            service: app.service
-            backdropItem: workspaceLayout
-        }
-    }
+    Loader { id: dialogLoader }
 }

@@ -7,19 +7,11 @@ import Vesk
 Rectangle {
     id: root
 
-    required property var service
-    required property var current
-    required property string note
-    required property string panel
-    required property var selectedFile
-
-    signal panelChosen(string panel)
-    signal hidden()
-    signal addAgent()
-    signal configureAgent(string role)
-    signal inspectRun(var run)
-    signal fileSelected(var file)
-    signal detailsRequested(string text)
+    /* The window, whose selection is shown and changed here. */
+    required property var app
+    readonly property var service: app.service
+    readonly property var current: app.current
+    readonly property string panel: app.panel
 
     color: Theme.inspector
 
@@ -48,8 +40,8 @@ Rectangle {
                 LazyDialog {
                     id: panelMenu
                     sourceComponent: PanelMenu {
-                        onPanelChosen: panel => root.panelChosen(panel)
-                        onHidden: root.hidden()
+                        onPanelChosen: panel => root.app.showPanel(panel)
+                        onHidden: root.app.inspectorOpen = false
                     }
                 }
             }
@@ -57,7 +49,7 @@ Rectangle {
                 objectName: "hideInspector"
                 text: "×"
                 tip: "Закрыть панель"
-                onClicked: root.hidden()
+                onClicked: root.app.inspectorOpen = false
             }
         }
         StackLayout {
@@ -71,10 +63,16 @@ Rectangle {
                 sourceComponent: AgentsPanel {
                     service: root.service
                     current: root.current
-                    note: root.note
-                    onAddAgent: root.addAgent()
-                    onConfigureAgent: role => root.configureAgent(role)
-                    onInspectRun: run => root.inspectRun(run)
+                    note: root.app.note
+                    onAddAgent: root.app.dialogs().workspaceSettings.show().beginAdd()
+                    onConfigureAgent: role => {
+                        root.app.dialogs().agentDetails.hide();
+                        root.app.dialogs().workspaceSettings.show().selectAgent(role);
+                    }
+                    onInspectRun: run => {
+                        root.app.selectedRun = run;
+                        root.app.showAgent();
+                    }
                 }
             }
             LazyPanel {
@@ -82,16 +80,16 @@ Rectangle {
                 sourceComponent: FilesPanel {
                     service: root.service
                     shown: root.panel === "files" && root.visible
-                    selected: root.selectedFile
-                    onFileSelected: file => root.fileSelected(file)
-                    onDetailsRequested: text => root.detailsRequested(text)
+                    selected: root.app.selectedFile
+                    onFileSelected: file => root.app.selectedFile = file
+                    onDetailsRequested: text => root.app.showDetails(text)
                 }
             }
             LazyPanel {
                 shown: root.panel === "history" && root.visible
                 sourceComponent: HistoryPanel {
                     service: root.service
-                    onDetailsRequested: text => root.detailsRequested(text)
+                    onDetailsRequested: text => root.app.showDetails(text)
                 }
             }
         }
