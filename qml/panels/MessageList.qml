@@ -3,7 +3,8 @@ import QtQuick
 import QtQuick.Controls.Basic
 import Vesk
 
-/* The conversation. It stays at its end until the user scrolls away from there. */
+/* The conversation. It stays at its end until the user scrolls away from there. By keyboard, Enter goes into the last
+   message in view, arrows on from there into its neighbours, Escape back to scrolling. */
 ListView {
     id: root
 
@@ -37,12 +38,39 @@ ListView {
             positionViewAtEnd();
     }
 
+    function read(place: int, atEnd: bool) {
+        positionViewAtIndex(place, ListView.Contain);
+        itemAtIndex(place)?.read(atEnd);
+        noteScroll();
+    }
+    function readLast() {
+        // Between two messages there is none.
+        const bottom = contentY + height - 1;
+        const places = [indexAt(0, bottom), indexAt(0, bottom - spacing), count - 1];
+        read(places.find(place => place >= 0), true);
+    }
+    function leaveText(from: int, step: int) {
+        const to = from + step;
+        if (step === 0)
+            currentItem.forceActiveFocus();
+        else if (to >= 0 && to < count)
+            read(to, step < 0);
+    }
+    function keepInView(top: real, bottom: real) {
+        if (top < contentY)
+            scrollBy(top - contentY);
+        else if (bottom > contentY + height)
+            scrollBy(bottom - contentY - height);
+    }
+
     onMovementEnded: noteScroll()
     onContentHeightChanged: Qt.callLater(keepEnd)
     onHeightChanged: Qt.callLater(keepEnd)
     onCountChanged: Qt.callLater(keepEnd)
     Keys.onUpPressed: scrollBy(-60)
     Keys.onDownPressed: scrollBy(60)
+    Keys.onReturnPressed: if (count > 0) readLast()
+    Keys.onEnterPressed: if (count > 0) readLast()
     Keys.onPressed: event => {
         const page = height - 60;
         if (event.key === Qt.Key_PageUp)
@@ -73,8 +101,11 @@ ListView {
     }
 
     delegate: MessageRow {
+        required property int index
         width: ListView.view.width
         hasFiles: root.hasFiles
+        onCursorMoved: (top, bottom) => root.keepInView(y + top, y + bottom)
+        onCursorLeft: step => root.leaveText(index, step)
         onFileRequested: path => root.fileRequested(path)
         onResultRequested: root.resultRequested()
         onDetailsRequested: text => root.detailsRequested(text)

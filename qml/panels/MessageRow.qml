@@ -25,9 +25,17 @@ Item {
     readonly property int inset: own ? 14 : 0
 
     signal fileRequested(string path)
+    /* While the text is read by keyboard: the cursor is at this height now, and has left for the message that many
+       places on, or, with 0, for the list. */
+    signal cursorMoved(real top, real bottom)
+    signal cursorLeft(int step)
     signal resultRequested()
     signal detailsRequested(string text)
 
+    function read(atEnd: bool) {
+        text.cursorPosition = atEnd ? text.length : 0;
+        text.forceActiveFocus();
+    }
     function shortReport(text: string): string {
         return text.startsWith("Задача завершена")
             ? "Готово. Результат сохранён в проекте.\nВыполненные проверки и ограничения — в подробностях."
@@ -35,6 +43,7 @@ Item {
     }
 
     height: body.height + (own ? 24 : 0)
+    ListView.onPooled: if (text.activeFocus) cursorLeft(0)
 
     Rectangle {
         x: root.own ? root.width - width : 0
@@ -64,6 +73,7 @@ Item {
                 textFormat: TextEdit.PlainText
                 readOnly: true
                 selectByMouse: true
+                selectByKeyboard: true
                 wrapMode: TextEdit.Wrap
                 color: Theme.textMessage
                 selectionColor: Theme.dotOn
@@ -71,6 +81,24 @@ Item {
                 font.family: Theme.family
                 font.pixelSize: Theme.normal
                 Accessible.name: header.text
+                onCursorRectangleChanged: if (activeFocus) tellCursor()
+                onActiveFocusChanged: if (activeFocus) tellCursor()
+                Keys.onUpPressed: event => event.accepted = leave(cursorRectangle.y < font.pixelSize / 2, -1, event)
+                Keys.onDownPressed: event => {
+                    event.accepted = leave(cursorRectangle.y + 1.5 * cursorRectangle.height > height, 1, event);
+                }
+                Keys.onEscapePressed: root.cursorLeft(0)
+
+                function tellCursor() {
+                    const place = mapToItem(root, cursorRectangle.x, cursorRectangle.y);
+                    root.cursorMoved(place.y, place.y + cursorRectangle.height);
+                }
+                function leave(atEdge: bool, step: int, event: var): bool {
+                    const leaving = atEdge && event.modifiers === Qt.NoModifier;
+                    if (leaving)
+                        root.cursorLeft(step);
+                    return leaving;
+                }
             }
             Loader {
                 active: root.cut

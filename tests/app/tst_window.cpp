@@ -6,6 +6,7 @@
 #include "window_desk.h"
 
 #include <QAccessible>
+#include <QClipboard>
 #include <QDir>
 #include <QFile>
 #include <QImage>
@@ -86,6 +87,7 @@ private Q_SLOTS:
     void everyControlHasAName();
     void whatIsTypedIsShownAsItIs();
     void aLongConversationFollowsItsEndUntilOneScrollsAway();
+    void aMessageIsReadAndCopiedWithoutAMouse();
 
 private:
     void startRun();
@@ -598,6 +600,40 @@ void WindowTest::aLongConversationFollowsItsEndUntilOneScrollsAway()
     desk->app().sendMessage(u"Напиши письмо"_s);
     QTRY_COMPARE(list->property("count").toInt(), 2006);
     QTRY_VERIFY(atEnd());
+}
+
+void WindowTest::aMessageIsReadAndCopiedWithoutAMouse()
+{
+    desk->app().createProject(u"Проба"_s, desk->path(u"projects"_s));
+    const QString line = u"Напиши письмо"_s;
+    desk->type(line);
+    desk->press(Qt::Key_Return);
+    QTRY_VERIFY(rowAt(desk->item(u"messageList"_s), 1));
+    QQuickItem *list = desk->item(u"messageList"_s);
+    const auto reads = [&](int place) {
+        const QQuickItem *text = desk->item(u"messageText"_s, rowAt(list, place));
+        return text && text->hasActiveFocus();
+    };
+    const int last = list->property("count").toInt() - 1;
+    for (int i = 0; i < 30 && !list->hasActiveFocus(); ++i)
+        desk->press(Qt::Key_Tab);
+    desk->press(Qt::Key_Return);
+    QTRY_VERIFY(reads(last));
+    desk->press(Qt::Key_Home, Qt::ControlModifier);
+    desk->press(Qt::Key_Up);
+    QTRY_VERIFY(reads(last - 1));
+    desk->press(Qt::Key_Down);
+    QTRY_VERIFY(reads(last));
+    while (!reads(0))
+        desk->press(Qt::Key_Up);
+    desk->press(Qt::Key_Up); // there is none above
+    QVERIFY(reads(0));
+    desk->press(Qt::Key_A, Qt::ControlModifier);
+    desk->press(Qt::Key_C, Qt::ControlModifier);
+    QCOMPARE(QGuiApplication::clipboard()->text(), line);
+    desk->press(Qt::Key_Escape);
+    QVERIFY(!reads(0));
+    QVERIFY(list->hasActiveFocus());
 }
 
 QTEST_MAIN(WindowTest)
