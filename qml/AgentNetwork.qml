@@ -17,10 +17,10 @@ Item {
     signal moveNode(var positions)
     signal inspect(var run)
 
-    /* The last run of an agent, or an empty record. */
+    /* The last run of an agent, or an empty record. The chief agent has two roles, and one name. */
     function runOf(role: string): var {
         const runs = (task.runs ?? []).filter(run => run.logical_role === role || run.role === role);
-        return runs.length ? runs[runs.length - 1] : {};
+        return runs.length ? runs[runs.length - 1] : role === "orchestrator" ? runOf("coordinator") : {};
     }
 
     Column {
@@ -28,7 +28,7 @@ Item {
         spacing: 6
 
         Repeater {
-            model: root.profiles
+            model: root.profiles.filter(profile => profile.id !== "coordinator")
             ListRow {
                 id: agent
                 required property var modelData

@@ -25,6 +25,12 @@ namespace {
 
 const QString calculator = u"Создай калькулятор"_s;
 
+QByteArray contents(const QString &file)
+{
+    QFile opened(file);
+    return opened.open(QIODevice::ReadOnly) ? opened.readAll() : QByteArray();
+}
+
 /// The row of a list in view.
 QQuickItem *rowAt(QQuickItem *list, int place)
 {
@@ -92,6 +98,8 @@ private Q_SLOTS:
 private:
     void startRun();
     std::unique_ptr<WindowDesk> desk;
+    /// Takes what the window gives to the desktop; nothing without a desktop.
+    QTemporaryDir desktop;
 };
 
 void WindowTest::initTestCase()
@@ -99,6 +107,11 @@ void WindowTest::initTestCase()
     registerPrompts();
     QQuickStyle::setStyle(u"Basic"_s);
     QAccessible::setActive(true);
+    QFile opener(desktop.filePath(u"xdg-open"_s));
+    QVERIFY(opener.open(QIODevice::WriteOnly));
+    opener.write("#!/bin/sh\necho \"$1\" >>\"${0%/*}/opened\"\n");
+    opener.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    qputenv("PATH", desktop.path().toUtf8() + ':' + qgetenv("PATH"));
 }
 
 void WindowTest::init()
@@ -169,6 +182,17 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
     QTRY_VERIFY(desk->isOpen(u"details"_s));
     QVERIFY(desk->text(u"plainText"_s).contains(u"Запрос принят\n"_s));
     desk->press(Qt::Key_Escape);
+
+    if (QGuiApplication::platformName() == "offscreen"_L1) {
+        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"does not support QPlatformServices::open(Url|Document)"_s));
+        QVERIFY(desk->click(u"openResult"_s));
+        QTRY_VERIFY(desk->text(u"messageStrip"_s, "message").contains(u"не смог открыть файл"_s));
+    } else {
+        QVERIFY(desk->click(u"openResult"_s));
+        QVERIFY(desk->click(u"openFolder"_s));
+        const QByteArray folder = QUrl::fromLocalFile(desk->app().root()).toEncoded();
+        QTRY_COMPARE(contents(desktop.filePath(u"opened"_s)), folder + "/calculator.html\n" + folder + '\n');
+    }
 
     QCOMPARE(desk->text(u"filesToggle"_s), u"Файлы · 2"_s);
     QVERIFY(desk->click(u"filesToggle"_s));
