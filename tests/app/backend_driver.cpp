@@ -6,8 +6,6 @@
 
 #include "backend.h"
 #include "credential_store.h"
-#include "helpers.h"
-#include "mock_provider.h"
 #include "model_server.h"
 #include "roles.h"
 #include "store.h"
@@ -22,17 +20,6 @@ using namespace Qt::StringLiterals;
 using namespace vesk;
 
 namespace {
-
-/// What a model says that asks the user nothing.
-QString answerTo(const LLMRequest &request)
-{
-    QJsonObject answer = MockProvider::respond(request);
-    if (request.role == "orchestrator"_L1)
-        answer["questions"_L1] = QJsonArray();
-    if (request.role == "coordinator"_L1)
-        answer["needs_user"_L1] = false;
-    return json(answer);
-}
 
 /// The connection that the backend finds at its start.
 void connectTo(const QString &data, const QString &url)
@@ -159,7 +146,7 @@ int main(int argc, char **argv)
     registerPrompts();
     CredentialStore::setDataFolder(application.arguments().value(1));
     const uint seed = application.arguments().value(3).toUInt();
-    const ModelServer server(answerTo);
+    const ModelServer server(ModelServer::unasking);
     connectTo(application.arguments().value(1), seed % 2 == 0 ? QString() : server.url());
     const Driver driver(application.arguments());
     return QCoreApplication::exec();

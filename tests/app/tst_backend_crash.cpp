@@ -94,132 +94,126 @@ QStringList requestsOf(const StoredRecords &stored)
 class BackendCrashTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void initTestCase();
-    void aKilledApplicationLosesNothingThatWasDone();
+    void initTestCase()
+    {
+        registerPrompts();
+        qputenv("VESK_SECRETS", "file");
+    }
+
+    /// One folder is worked in and killed again and again: what one round leaves is what the next one finds.
+    void aKilledApplicationLosesNothingThatWasDone()
+    {
+        Scene scene;
+        qputenv("PATH", "/nowhere"); // No browser is found there: checking pages is not the matter here.
+        QDir().mkpath(scene.path(u"data"_s));
+        QDir().mkpath(scene.path(u"projects"_s));
+        QRandomGenerator random(20);
+        for (int round = 0; round < kills; ++round) {
+            // Half of them anywhere, half exactly between one write and the next.
+            const bool atWrite = round % 4 > 1;
+            scene.work(round, atWrite ? 1 + random.bounded(600) : 0, atWrite ? 3000 : random.bounded(350));
+            compareRecords(scene);
+            compareNextStart(scene);
+            if (QTest::currentTestFailed())
+                return;
+        }
+        qInfo("%d requests, %d of them ran", int(scene.done[u"asked"_s].size()),
+              int(StoredRecords(scene.path(u"data"_s)).rows(u"tasks"_s).size()));
+        for (const QString &kind : {u"project"_s, u"said"_s, u"asked"_s, u"renamed"_s, u"remembered"_s, u"width"_s})
+            QVERIFY2(scene.done[kind].size() > 3, qPrintable(kind));
+    }
 
 private:
-    void compareRecords(const Scene &scene) const;
-    void compareNextStart(const Scene &scene) const;
-    void compareTask(const QVariantMap &task, const QVariantList &chat) const;
-};
+    void compareRecords(const Scene &scene) const
+    {
+        const StoredRecords stored(scene.path(u"data"_s));
+        QCOMPARE(stored.problem(), QString());
+        const QList<QJsonObject> projects = stored.rows(u"projects"_s);
+        QCOMPARE(missing(scene.done[u"project"_s], field(projects, u"name"_s)), QString());
+        for (const QJsonObject &project : projects)
+            QVERIFY(QDir(project["root"_L1].toString()).exists(u"VESK-project.json"_s));
 
-void BackendCrashTest::initTestCase()
-{
-    registerPrompts();
-    qputenv("VESK_SECRETS", "file");
-}
-
-/// One folder is worked in and killed again and again: what one round leaves is what the next one finds.
-void BackendCrashTest::aKilledApplicationLosesNothingThatWasDone()
-{
-    Scene scene;
-    qputenv("PATH", "/nowhere"); // No browser is found there: checking pages is not the matter here.
-    QDir().mkpath(scene.path(u"data"_s));
-    QDir().mkpath(scene.path(u"projects"_s));
-    QRandomGenerator random(20);
-    for (int round = 0; round < kills; ++round) {
-        // Half of them anywhere, half exactly between one write and the next.
-        const bool atWrite = round % 4 > 1;
-        scene.work(round, atWrite ? 1 + random.bounded(600) : 0, atWrite ? 3000 : random.bounded(350));
-        compareRecords(scene);
-        compareNextStart(scene);
-        if (QTest::currentTestFailed())
-            return;
+        const QStringList messages = field(stored.rows(u"messages"_s), u"content"_s);
+        QCOMPARE(missing(scene.done[u"said"_s], messages), QString());
+        QCOMPARE(missing(scene.done[u"asked"_s], requestsOf(stored) + scene.done[u"cancelled"_s]), QString());
+        QCOMPARE(missing(scene.done[u"remembered"_s], field(stored.rows(u"memory_entries"_s), u"text"_s)), QString());
+        QCOMPARE(stored.rows(u"decision_logs"_s).size(),
+                 std::ranges::count_if(stored.rows(u"memory_entries"_s), [](const QJsonObject &entry) {
+                     return entry["category"_L1].toString() == "User Decisions"_L1;
+                 }));
+        QHash<QString, QString> titles;
+        for (const QString &renamed : scene.done[u"renamed"_s])
+            titles[renamed.section(u' ', 0, 0)] = renamed.section(u' ', 1);
+        QStringList archived;
+        const QStringList known = field(projects, u"id"_s);
+        const QList<QJsonObject> tasks = stored.rows(u"tasks"_s);
+        for (const QJsonObject &task : tasks) {
+            const QString id = task["id"_L1].toString();
+            QVERIFY2(known.contains(task["project_id"_L1].toString()), qPrintable(id));
+            if (task["archived"_L1].toBool())
+                archived.append(id);
+            // One more name may have been given than was told.
+            const QString title = task["spec"_L1]["title"_L1].toString();
+            const bool told = scene.done[u"renamed"_s].contains(id + u' ' + title);
+            QVERIFY2(!titles.contains(id) || titles[id] == title || (title.startsWith(u"Имя "_s) && !told),
+                     qPrintable(titles[id] + u" is "_s + title));
+        }
+        QCOMPARE(missing(scene.done[u"archived"_s], archived), QString());
     }
-    qInfo("%d requests, %d of them ran", int(scene.done[u"asked"_s].size()),
-          int(StoredRecords(scene.path(u"data"_s)).rows(u"tasks"_s).size()));
-    for (const QString &kind : {u"project"_s, u"said"_s, u"asked"_s, u"renamed"_s, u"remembered"_s, u"width"_s})
-        QVERIFY2(scene.done[kind].size() > 3, qPrintable(kind));
-}
 
-void BackendCrashTest::compareRecords(const Scene &scene) const
-{
-    const StoredRecords stored(scene.path(u"data"_s));
-    QCOMPARE(stored.problem(), QString());
-    const QList<QJsonObject> projects = stored.rows(u"projects"_s);
-    QCOMPARE(missing(scene.done[u"project"_s], field(projects, u"name"_s)), QString());
-    for (const QJsonObject &project : projects)
-        QVERIFY(QDir(project["root"_L1].toString()).exists(u"VESK-project.json"_s));
-
-    const QStringList messages = field(stored.rows(u"messages"_s), u"content"_s);
-    QCOMPARE(missing(scene.done[u"said"_s], messages), QString());
-    QCOMPARE(missing(scene.done[u"asked"_s], requestsOf(stored) + scene.done[u"cancelled"_s]), QString());
-    QCOMPARE(missing(scene.done[u"remembered"_s], field(stored.rows(u"memory_entries"_s), u"text"_s)), QString());
-    QCOMPARE(stored.rows(u"decision_logs"_s).size(),
-             std::ranges::count_if(stored.rows(u"memory_entries"_s), [](const QJsonObject &entry) {
-                 return entry["category"_L1].toString() == "User Decisions"_L1;
-             }));
-    QHash<QString, QString> titles;
-    for (const QString &renamed : scene.done[u"renamed"_s])
-        titles[renamed.section(u' ', 0, 0)] = renamed.section(u' ', 1);
-    QStringList archived;
-    const QStringList known = field(projects, u"id"_s);
-    const QList<QJsonObject> tasks = stored.rows(u"tasks"_s);
-    for (const QJsonObject &task : tasks) {
-        const QString id = task["id"_L1].toString();
-        QVERIFY2(known.contains(task["project_id"_L1].toString()), qPrintable(id));
-        if (task["archived"_L1].toBool())
-            archived.append(id);
-        // One more name may have been given than was told.
-        const QString title = task["spec"_L1]["title"_L1].toString();
-        const bool told = scene.done[u"renamed"_s].contains(id + u' ' + title);
-        QVERIFY2(!titles.contains(id) || titles[id] == title || (title.startsWith(u"Имя "_s) && !told),
-                 qPrintable(titles[id] + u" is "_s + title));
-    }
-    QCOMPARE(missing(scene.done[u"archived"_s], archived), QString());
-}
-
-void BackendCrashTest::compareNextStart(const Scene &scene) const
-{
-    CredentialStore::setDataFolder(scene.path(u"data"_s));
-    Backend backend(scene.path(u"data"_s));
-    QCOMPARE(backend.property("message").toString(), QString());
-    const QString width = scene.done[u"width"_s].isEmpty() ? QString() : scene.done[u"width"_s].last();
-    if (!width.isEmpty())
-        QVERIFY(backend.property("preferences").toMap()[u"sidebar_width"_s].toInt() >= width.toInt());
-
-    const QVariantList projects = backend.projects();
-    for (const QVariant &project : projects) {
-        backend.selectProject(project.toMap()[u"id"_s].toString());
+    void compareNextStart(const Scene &scene) const
+    {
+        CredentialStore::setDataFolder(scene.path(u"data"_s));
+        Backend backend(scene.path(u"data"_s));
         QCOMPARE(backend.property("message").toString(), QString());
-        QCOMPARE(backend.property("queuePaused").toBool(), !backend.property("queue").toList().isEmpty());
-        const QVariantList tasks = backend.tasks();
-        for (const QVariant &task : tasks) {
-            backend.selectTask(task.toMap()[u"id"_s].toString());
-            compareTask(backend.state(), backend.chat());
+        const QString width = scene.done[u"width"_s].isEmpty() ? QString() : scene.done[u"width"_s].last();
+        if (!width.isEmpty())
+            QVERIFY(backend.property("preferences").toMap()[u"sidebar_width"_s].toInt() >= width.toInt());
+
+        const QVariantList projects = backend.projects();
+        for (const QVariant &project : projects) {
+            backend.selectProject(project.toMap()[u"id"_s].toString());
+            QCOMPARE(backend.property("message").toString(), QString());
+            QCOMPARE(backend.property("queuePaused").toBool(), !backend.property("queue").toList().isEmpty());
+            const QVariantList tasks = backend.tasks();
+            for (const QVariant &task : tasks) {
+                backend.selectTask(task.toMap()[u"id"_s].toString());
+                compareTask(backend.state(), backend.chat());
+            }
         }
     }
-}
 
-/// A task has ended, its runs with it, and its conversation says nothing twice.
-void BackendCrashTest::compareTask(const QVariantMap &task, const QVariantList &chat) const
-{
-    const QString phase = task[u"phase"_s].toString();
-    QVERIFY2((QStringList{u"COMPLETED"_s, u"FAILED"_s, u"CANCELLED"_s, u"INTERRUPTED"_s}.contains(phase)),
-             qPrintable(phase));
-    if (phase == "INTERRUPTED"_L1)
-        QCOMPARE(task[u"error"_s].toString(),
-                 u"Предыдущий сеанс был прерван. История сохранена; незавершённую задачу нужно запустить заново."_s);
-    QCOMPARE(task[u"pending"_s].toList(), QVariantList());
-    const QVariantList runs = task[u"runs"_s].toList();
-    for (const QVariant &run : runs) {
-        const QString status = run.toMap()[u"status"_s].toString();
-        QVERIFY2((QStringList{u"COMPLETED"_s, u"ERROR"_s, u"CANCELLED"_s, u"INTERRUPTED"_s}.contains(status)),
-                 qPrintable(status));
+    /// A task has ended, its runs with it, and its conversation says nothing twice.
+    void compareTask(const QVariantMap &task, const QVariantList &chat) const
+    {
+        const QString phase = task[u"phase"_s].toString();
+        QVERIFY2((QStringList{u"COMPLETED"_s, u"FAILED"_s, u"CANCELLED"_s, u"INTERRUPTED"_s}.contains(phase)),
+                 qPrintable(phase));
+        if (phase == "INTERRUPTED"_L1)
+            QCOMPARE(
+                task[u"error"_s].toString(),
+                u"Предыдущий сеанс был прерван. История сохранена; незавершённую задачу нужно запустить заново."_s);
+        QCOMPARE(task[u"pending"_s].toList(), QVariantList());
+        const QVariantList runs = task[u"runs"_s].toList();
+        for (const QVariant &run : runs) {
+            const QString status = run.toMap()[u"status"_s].toString();
+            QVERIFY2((QStringList{u"COMPLETED"_s, u"ERROR"_s, u"CANCELLED"_s, u"INTERRUPTED"_s}.contains(status)),
+                     qPrintable(status));
+        }
+        QSet<QString> seen;
+        int reports = 0;
+        for (const QVariant &row : chat) {
+            const QVariantMap line = row.toMap();
+            const QString content = line[u"content"_s].toString();
+            reports += line[u"kind"_s] == u"report"_s;
+            if (line[u"role"_s] != u"user"_s || content == u"Да"_s) // An answer may be given twice.
+                continue;
+            QVERIFY2(!seen.contains(content), qPrintable(content));
+            seen.insert(content);
+        }
+        QCOMPARE(reports, 1);
     }
-    QSet<QString> seen;
-    int reports = 0;
-    for (const QVariant &row : chat) {
-        const QVariantMap line = row.toMap();
-        const QString content = line[u"content"_s].toString();
-        reports += line[u"kind"_s] == u"report"_s;
-        if (line[u"role"_s] != u"user"_s || content == u"Да"_s) // An answer may be given twice.
-            continue;
-        QVERIFY2(!seen.contains(content), qPrintable(content));
-        seen.insert(content);
-    }
-    QCOMPARE(reports, 1);
-}
+};
 
 QTEST_GUILESS_MAIN(BackendCrashTest)
 #include "tst_backend_crash.moc"

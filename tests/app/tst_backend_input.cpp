@@ -2,14 +2,15 @@
 // changes nothing, and what was taken is the same after a restart.
 
 #include "backend_desk.h"
+#include "files.h"
 #include "helpers.h"
+#include "json_text.h"
 #include "mock_provider.h"
 #include "model_server.h"
 #include "store.h"
 #include "stored_records.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QMetaMethod>
@@ -89,180 +90,8 @@ QVariantList argumentsOf(const QMetaMethod &method, const QString &text, bool ot
     return arguments;
 }
 
-} // namespace
-
-class BackendInputTest : public QObject {
-    Q_OBJECT
-private Q_SLOTS:
-    void everyOperationTakesEveryText_data();
-    void everyOperationTakesEveryText();
-    void onlyAnAbsoluteFolderTakesAProject_data();
-    void onlyAnAbsoluteFolderTakesAProject();
-    void aNameIsNotCutInTheMiddleOfALetter();
-    void preferencesKeepWhatAScriptSets_data();
-    void preferencesKeepWhatAScriptSets();
-    void whatBelongsToAnotherProjectIsRefused();
-    void nothingOfAProjectIsSeenFromAnother();
-    void aTaskStaysAsItWasLeftWhenNothingRuns();
-    void aLostProjectFolderIsToldAndHidesTheProject();
-    void aDatabaseThatTakesNothingIsToldAndEndsNothing();
-};
-
-void BackendInputTest::everyOperationTakesEveryText_data()
-{
-    QTest::addColumn<QString>("situation");
-    for (const QString &situation : {u"no project"_s, u"a project"_s, u"a question"_s, u"a chat"_s})
-        QTest::addRow("%s", qPrintable(situation)) << situation;
-}
-
-void BackendInputTest::everyOperationTakesEveryText()
-{
-    QFETCH(QString, situation);
-    ModelServer server([](const LLMRequest &request) { return json(MockProvider::respond(request)); });
-    Desk desk;
-    if (situation == "a question"_L1)
-        desk.connectTo(server.url());
-    if (situation != "no project"_L1)
-        desk.createProject();
-    const QMetaObject &meta = Backend::staticMetaObject;
-    bool other = false;
-    // Each question takes a run of its own.
-    const QStringList texts = situation == "a question"_L1 ? hostileTexts().first(6) : hostileTexts();
-    for (const QString &text : texts) {
-        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
-            const QMetaMethod method = meta.method(i);
-            if (method.methodType() != QMetaMethod::Method)
-                continue;
-            if (situation == "a question"_L1 && desk.phase() != "CLARIFICATION"_L1) {
-                desk.call("stop");
-                desk.emptyQueue();
-                desk.call("sendMessage", {u"Создай calc"_s});
-                QVERIFY(desk.waitForPhase(u"CLARIFICATION"_s));
-            } else if (situation == "a chat"_L1 && !desk.busy()) {
-                desk.call("stop");
-                desk.call("discuss", {u"привет"_s});
-                QVERIFY(desk.busy());
-            }
-            other = !other;
-            const QVariant before = desk.sql(u"PRAGMA data_version"_s);
-            const QVariantList arguments = argumentsOf(method, text, other);
-            desk.call(method.name(), arguments);
-            const QString what = QString::fromLatin1(method.name()) + u'(' + text.left(40).toHtmlEscaped() + u"): "_s;
-            QVERIFY2(desk.thrown.isEmpty(), qPrintable(what + desk.thrown));
-            const QString message = desk.message();
-            QVERIFY2(isKnownText(message), qPrintable(what + message));
-            QVERIFY2(message.isEmpty() || desk.sql(u"PRAGMA data_version"_s) == before, qPrintable(what + message));
-        }
-    }
-    desk.call("stop");
-    const QVariantMap before = desk.lasting();
-    desk.reopen();
-    QCOMPARE(StoredRecords(desk.data()).problem(), QString());
-    const QVariantMap after = desk.lasting();
-    for (auto property = before.cbegin(); property != before.cend(); ++property)
-        QVERIFY2(after[property.key()] == property.value(), qPrintable(property.key()));
-}
-
-void BackendInputTest::onlyAnAbsoluteFolderTakesAProject_data()
-{
-    QTest::addColumn<QString>("folder"); // "@" stands for a folder of the test.
-    QTest::addColumn<QString>("parent");
-    QTest::addColumn<QString>("text");
-    const auto row = [](const char *name, const QString &folder, const QString &parent, const QString &text = {}) {
-        QTest::newRow(name) << folder << parent << text;
-    };
-    const QString relative = u"Workspace must be an absolute folder"_s;
-    row("a URL with encoded letters", u"file://@/a%20b%23%D0%B9%25"_s, u"@/a b#й%"_s);
-    row("a path with a percent sign", u"@/a%20b"_s, u"@/a%20b"_s);
-    row("dots", u"@/a/../b/"_s, u"@/b"_s);
-    row("a link to a folder", u"@/link"_s, u"@/data"_s);
-    row("relative", u"a/b"_s, {}, relative);
-    row("none", u""_s, {}, relative);
-    row("an empty URL", u"file:"_s, {}, relative);
-    row("a relative URL", u"file:a"_s, {}, relative);
-    row("another kind of URL", u"https://example.com/a"_s, {}, relative);
-    row("a resource", u":/qt-project.org"_s, {}, relative);
-    row("a file", u"@/data/vesk.sqlite"_s, {}, u"Cannot create workspace"_s);
-    row("a link to nothing", u"@/dangling"_s, {}, u"Cannot create workspace"_s);
-    row("where nothing can be made", u"/proc/1"_s, {}, u"Cannot create workspace"_s);
-    row("a zero byte", u"file://@/a%00b"_s, {}, u"Cannot create workspace"_s);
-}
-
-void BackendInputTest::onlyAnAbsoluteFolderTakesAProject()
-{
-    QFETCH(QString, folder);
-    QFETCH(QString, parent);
-    QFETCH(QString, text);
-    Desk desk;
-    const QString own = QFileInfo(desk.folder.path()).canonicalFilePath();
-    QFile::link(desk.data(), desk.path(u"link"_s));
-    QFile::link(desk.path(u"nothing"_s), desk.path(u"dangling"_s));
-    desk.createProject();
-    const QVariantMap before = desk.lasting();
-    desk.call("createProject", {u"Другой"_s, folder.replace(u'@', own)});
-    QCOMPARE(desk.message(), text);
-    if (parent.isEmpty())
-        QCOMPARE(desk.lasting(), before);
-    else
-        QCOMPARE(QFileInfo(desk.read("root").toString()).path(), parent.replace(u'@', own));
-}
-
-void BackendInputTest::aNameIsNotCutInTheMiddleOfALetter()
-{
-    Desk desk;
-    desk.createProject(QString(59, u'x') + u"\U0001F600"_s);
-    QCOMPARE(desk.message(), QString());
-    QVERIFY(QFileInfo(desk.read("root").toString()).fileName().startsWith(QString(59, u'x') + u'-'));
-}
-
-void BackendInputTest::preferencesKeepWhatAScriptSets_data()
-{
-    QTest::addColumn<QString>("key");
-    QTest::addColumn<QString>("expression");
-    QTest::addColumn<QJsonValue>("value");
-    const auto row = [](const QString &key, const QString &expression, const QJsonValue &value) {
-        QTest::addRow("%s: %s", qPrintable(key), qPrintable(expression)) << key << expression << value;
-    };
-    const auto nothing = QJsonValue(QJsonValue::Null);
-    row(u"agent_positions"_s, u"{chief: {x: 1, y: 2.5}, ключ: [1, {}]}"_s,
-        QJsonObject{{u"chief"_s, QJsonObject{{u"x"_s, 1}, {u"y"_s, 2.5}}}, {u"ключ"_s, QJsonArray{1, QJsonObject()}}});
-    // What has another type than its reader expects is kept as it is; the reader falls back to its default.
-    for (const QString &expression : {u"undefined"_s, u"null"_s})
-        row(u"agent_positions"_s, expression, nothing);
-    row(u"agent_positions"_s, u"'text'"_s, u"text"_s);
-    row(u"agent_positions"_s, u"{}"_s, QJsonObject());
-    row(u"sidebar_width"_s, u"236.5"_s, 236.5);
-    row(u"sidebar_width"_s, u"NaN"_s, nothing);
-    row(u"sidebar_width"_s, u"1/0"_s, nothing);
-    row(u"sidebar_width"_s, u"{a: 1}"_s, QJsonObject{{u"a"_s, 1}});
-    row(u"sidebar_width"_s, u"undefined"_s, nothing);
-    row(u"glass"_s, u"false"_s, false);
-    row(u"ffmpeg_path"_s, u"'a\\0\\ud83d'"_s, QString(u"a"_s + QChar(0) + QChar(0xd83d)));
-    row(u"background_js"_s, u"'й'.repeat(32000)"_s, QString(32000, u'й'));
-}
-
-void BackendInputTest::preferencesKeepWhatAScriptSets()
-{
-    QFETCH(QString, key);
-    QFETCH(QString, expression);
-    QFETCH(QJsonValue, value);
-    Desk desk;
-    for (const bool restarted : {false, true}) {
-        if (restarted)
-            desk.reopen();
-        else
-            desk.callWith("setPreference", {key}, expression);
-        QCOMPARE(desk.thrown + desk.message(), QString());
-        QCOMPARE(QJsonValue::fromVariant(desk.read("preferences").toMap().value(key)), value);
-    }
-    for (const QString &unknown : {u"custom_agents"_s, u""_s, u"Glass"_s, u"glass\0"_s}) {
-        desk.callWith("setPreference", {unknown}, expression);
-        QCOMPARE(desk.message(), u"Неизвестная настройка"_s);
-    }
-}
-
 /// A project with a task that was stopped; gives the task.
-static QString stoppedTask(Desk &desk, const QString &project)
+QString stoppedTask(Desk &desk, const QString &project)
 {
     desk.createProject(project);
     desk.call("sendMessage", {u"Создай калькулятор "_s + project});
@@ -270,107 +99,250 @@ static QString stoppedTask(Desk &desk, const QString &project)
     return desk.read("state").toMap().value(u"id"_s).toString();
 }
 
-void BackendInputTest::whatBelongsToAnotherProjectIsRefused()
-{
-    Desk desk;
-    const QString task = stoppedTask(desk, u"Первый"_s);
-    desk.sql(
-        u"INSERT INTO checkpoints SELECT 'mark', project.id, '{\"id\":\"mark\",\"project_id\":\"' || project.id || "
-        "'\",\"files\":[]}', '' FROM projects AS project"_s);
-    stoppedTask(desk, u"Второй"_s);
-    const QVariantMap before = desk.lasting();
-    for (const auto &[operation, arguments, text] :
-         std::initializer_list<std::tuple<QByteArray, QVariantList, QString>>{
-             {"selectTask", {task}, u"Эта задача относится к другому проекту."_s},
-             {"renameTask", {task, u"Чужой"_s}, u"Диалог не найден."_s},
-             {"archiveTask", {task}, u"Диалог не найден."_s},
-             {"rollback", {u"mark"_s}, u"Checkpoint belongs to another project"_s}}) {
-        desk.call(operation, arguments);
-        QCOMPARE(desk.message(), text);
-        QCOMPARE(desk.lasting(), before);
+} // namespace
+
+class BackendInputTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void everyOperationTakesEveryText_data()
+    {
+        QTest::addColumn<QString>("situation");
+        for (const QString &situation : {u"no project"_s, u"a project"_s, u"a question"_s, u"a chat"_s})
+            QTest::addRow("%s", qPrintable(situation)) << situation;
     }
-}
 
-void BackendInputTest::nothingOfAProjectIsSeenFromAnother()
-{
-    Desk desk;
-    const QString task = stoppedTask(desk, u"Первый"_s);
-    const QVariantList chat = desk.read("chat").toList();
-    desk.createProject(u"Второй"_s);
-    QVERIFY(!desk.read("state").toMap().contains(u"id"_s));
-    for (const char *list : {"chat", "tasks", "events", "memory", "files", "checkpoints"})
-        QVERIFY2(desk.read(list).toList().isEmpty(), list);
-    desk.call("selectProject", {desk.read("projects").toList()[0].toMap().value(u"id"_s)});
-    QCOMPARE(desk.read("state").toMap().value(u"id"_s).toString(), task);
-    QCOMPARE(desk.read("chat").toList(), chat);
-}
-
-void BackendInputTest::aTaskStaysAsItWasLeftWhenNothingRuns()
-{
-    Desk desk;
-    const QString task = stoppedTask(desk, u"Первый"_s);
-    desk.call("renameTask", {task, u"Имя"_s});
-    const QVariantMap named = desk.lasting();
-    desk.call("setPriority", {u"calculator"_s, 2});
-    QCOMPARE(desk.lasting(), named);
-    desk.createProject(u"Второй"_s);
-    desk.call("setPriority", {u"calculator"_s, 2});
-    desk.call("selectProject", {named[u"projects"_s].toList()[0].toMap().value(u"id"_s)});
-    QCOMPARE(desk.read("tasks"), named[u"tasks"_s]);
-    desk.reopen();
-    QVERIFY(desk.read("tasks").toList().isEmpty()); // Of the second project.
-}
-
-void BackendInputTest::aLostProjectFolderIsToldAndHidesTheProject()
-{
-    Desk desk;
-    desk.createProject();
-    desk.call("addMemory", {u"Note"_s, u"тайна"_s});
-    desk.sql(
-        u"INSERT INTO file_revisions SELECT 'r', id, '{\"path\":\"a\",\"content\":\"тайна\"}', '' FROM projects"_s);
-    const QString root = desk.read("root").toString();
-    QVERIFY(QDir(root).removeRecursively());
-    QFile file(root);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    desk.reopen();
-    QCOMPARE(desk.message(), u"Cannot create workspace"_s);
-    QCOMPARE(desk.read("root").toString(), QString());
-    QVERIFY(!desk.call("fileHistory", {u"a"_s}).toString().contains(u"тайна"_s));
-}
-
-void BackendInputTest::aDatabaseThatTakesNothingIsToldAndEndsNothing()
-{
-    Desk desk;
-    desk.createProject();
-    desk.call("discuss", {u"привет"_s});
-    QVERIFY(desk.busy());
-    for (const QString &table : tables) {
-        for (const QString &change : {u"INSERT"_s, u"UPDATE"_s})
-            desk.sql(u"CREATE TRIGGER break_%1_%2 BEFORE %1 ON %2 BEGIN SELECT RAISE(FAIL, 'disk gone'); END"_s.arg(
-                change, table));
+    void everyOperationTakesEveryText()
+    {
+        QFETCH(QString, situation);
+        ModelServer server([](const LLMRequest &request) { return json(MockProvider::respond(request)); });
+        Desk desk;
+        if (situation == "a question"_L1)
+            desk.connectTo(server.url());
+        if (situation != "no project"_L1)
+            desk.createProject();
+        const QMetaObject &meta = Backend::staticMetaObject;
+        bool other = false;
+        // Each question takes a run of its own.
+        const QStringList texts = situation == "a question"_L1 ? hostileTexts().first(6) : hostileTexts();
+        for (const QString &text : texts) {
+            for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
+                const QMetaMethod method = meta.method(i);
+                if (method.methodType() != QMetaMethod::Method)
+                    continue;
+                if (situation == "a question"_L1 && desk.phase() != "CLARIFICATION"_L1) {
+                    desk.call("stop");
+                    desk.emptyQueue();
+                    desk.call("sendMessage", {u"Создай calc"_s});
+                    QVERIFY(desk.waitForPhase(u"CLARIFICATION"_s));
+                } else if (situation == "a chat"_L1 && !desk.busy()) {
+                    desk.call("stop");
+                    desk.call("discuss", {u"привет"_s});
+                    QVERIFY(desk.busy());
+                }
+                other = !other;
+                const QVariant before = desk.sql(u"PRAGMA data_version"_s);
+                const QVariantList arguments = argumentsOf(method, text, other);
+                desk.call(method.name(), arguments);
+                const QString what
+                    = QString::fromLatin1(method.name()) + u'(' + text.left(40).toHtmlEscaped() + u"): "_s;
+                QVERIFY2(desk.thrown.isEmpty(), qPrintable(what + desk.thrown));
+                const QString message = desk.message();
+                QVERIFY2(isKnownText(message), qPrintable(what + message));
+                QVERIFY2(message.isEmpty() || desk.sql(u"PRAGMA data_version"_s) == before, qPrintable(what + message));
+            }
+        }
+        desk.call("stop");
+        const QVariantMap before = desk.lasting();
+        desk.reopen();
+        QCOMPARE(StoredRecords(desk.data()).problem(), QString());
+        const QVariantMap after = desk.lasting();
+        for (auto property = before.cbegin(); property != before.cend(); ++property)
+            QVERIFY2(after[property.key()] == property.value(), qPrintable(property.key()));
     }
-    // The answer comes, and can't be kept.
-    QVERIFY(Desk::waitFor([&] { return !desk.busy(); }));
-    QVERIFY2(desk.message().contains(u"disk gone"_s), qPrintable(desk.message()));
 
-    for (const auto &[operation, arguments] : std::initializer_list<std::pair<QByteArray, QVariantList>>{
-             {"sendMessage", {u"Создай калькулятор"_s}},
-             {"sendMessage", {u"подключи mcp"_s}},
-             {"sendMessage", {u"Напиши письмо"_s}},
-             {"discuss", {u"привет"_s}},
-             {"start", {u"сборка"_s, false, 5000, u"make"_s, u"[]"_s}},
-             {"createProject", {u"Второй"_s, desk.folder.path()}},
-             {"addMemory", {u"Note"_s, u"x"_s}},
-             {"setPreference", {u"glass"_s, false}},
-             {"resumeQueue", {}},
-             {"stop", {}}}) {
-        desk.call(operation, arguments);
-        QVERIFY2(desk.thrown.isEmpty(), qPrintable(QString::fromLatin1(operation) + u": "_s + desk.thrown));
-        QTest::qWait(0);
-        QVERIFY2(desk.message().contains(u"disk gone"_s), operation.constData());
+    void onlyAnAbsoluteFolderTakesAProject()
+    {
+        struct Row {
+            QString folder; ///< "@" stands for a folder of the test.
+            QString parent; ///< Where the project is made.
+            QString text{};
+        };
+        const QString relative = u"Workspace must be an absolute folder"_s;
+        const QString impossible = u"Cannot create workspace"_s;
+        const QList<Row> rows{{u"file://@/a%20b%23%D0%B9%25"_s, u"@/a b#й%"_s},
+                              {u"@/a%20b"_s, u"@/a%20b"_s},
+                              {u"@/a/../b/"_s, u"@/b"_s},
+                              {u"@/link"_s, u"@/data"_s},
+                              {u"a/b"_s, {}, relative},
+                              {u""_s, {}, relative},
+                              {u"file:"_s, {}, relative},
+                              {u"file:a"_s, {}, relative},
+                              {u"https://example.com/a"_s, {}, relative},
+                              {u":/qt-project.org"_s, {}, relative},
+                              {u"@/data/vesk.sqlite"_s, {}, impossible},
+                              {u"@/dangling"_s, {}, impossible},
+                              {u"/proc/1"_s, {}, impossible},
+                              {u"file://@/a%00b"_s, {}, impossible}};
+        for (auto [folder, parent, text] : rows) {
+            Desk desk;
+            const QString own = QFileInfo(desk.folder.path()).canonicalFilePath();
+            QFile::link(desk.data(), desk.path(u"link"_s));
+            QFile::link(desk.path(u"nothing"_s), desk.path(u"dangling"_s));
+            desk.createProject();
+            const QVariantMap before = desk.lasting();
+            desk.call("createProject", {u"Другой"_s, folder.replace(u'@', own)});
+            QVERIFY2(desk.message() == text, qPrintable(folder + u": "_s + desk.message()));
+            if (parent.isEmpty())
+                QCOMPARE(desk.lasting(), before);
+            else
+                QCOMPARE(QFileInfo(desk.read("root").toString()).path(), parent.replace(u'@', own));
+        }
     }
-    QVERIFY(!desk.busy());
-}
+
+    void preferencesKeepWhatAScriptSets()
+    {
+        struct Row {
+            QString key;
+            QString expression;
+            QJsonValue value = QJsonValue::Null;
+        };
+        const QString places = u"agent_positions"_s;
+        const QString width = u"sidebar_width"_s;
+        // What has another type than its reader expects is kept as it is; the reader falls back to its default.
+        const QList<Row> rows{
+            {places, u"{chief: {x: 1, y: 2.5}, ключ: [1, {}]}"_s, object(u"{'chief':{'x':1,'y':2.5},'ключ':[1,{}]}"_s)},
+            {places, u"undefined"_s},
+            {places, u"null"_s},
+            {places, u"'text'"_s, u"text"_s},
+            {places, u"{}"_s, QJsonObject()},
+            {width, u"236.5"_s, 236.5},
+            {width, u"NaN"_s},
+            {width, u"1/0"_s},
+            {width, u"{a: 1}"_s, object(u"{'a':1}"_s)},
+            {width, u"undefined"_s},
+            {u"glass"_s, u"false"_s, false},
+            {u"ffmpeg_path"_s, u"'a\\0\\ud83d'"_s, QString(u"a"_s + QChar(0) + QChar(0xd83d))},
+            {u"background_js"_s, u"'й'.repeat(32000)"_s, QString(32000, u'й')}};
+        for (const auto &[key, expression, value] : rows) {
+            Desk desk;
+            for (const bool restarted : {false, true}) {
+                if (restarted)
+                    desk.reopen();
+                else
+                    desk.callWith("setPreference", {key}, expression);
+                QCOMPARE(desk.thrown + desk.message(), QString());
+                const QJsonValue kept = QJsonValue::fromVariant(desk.read("preferences").toMap().value(key));
+                QVERIFY2(kept == value, qPrintable(key + u": "_s + expression));
+            }
+        }
+        Desk desk;
+        for (const QString &unknown : {u"custom_agents"_s, u""_s, u"Glass"_s, u"glass\0"_s}) {
+            desk.callWith("setPreference", {unknown}, u"1"_s);
+            QCOMPARE(desk.message(), u"Неизвестная настройка"_s);
+        }
+    }
+
+    void whatBelongsToAnotherProjectIsRefused()
+    {
+        Desk desk;
+        const QString task = stoppedTask(desk, u"Первый"_s);
+        desk.sql(
+            u"INSERT INTO checkpoints SELECT 'mark', project.id, '{\"id\":\"mark\",\"project_id\":\"' || project.id || "
+            "'\",\"files\":[]}', '' FROM projects AS project"_s);
+        stoppedTask(desk, u"Второй"_s);
+        const QVariantMap before = desk.lasting();
+        for (const auto &[operation, arguments, text] :
+             std::initializer_list<std::tuple<QByteArray, QVariantList, QString>>{
+                 {"selectTask", {task}, u"Эта задача относится к другому проекту."_s},
+                 {"renameTask", {task, u"Чужой"_s}, u"Диалог не найден."_s},
+                 {"archiveTask", {task}, u"Диалог не найден."_s},
+                 {"rollback", {u"mark"_s}, u"Checkpoint belongs to another project"_s}}) {
+            desk.call(operation, arguments);
+            QCOMPARE(desk.message(), text);
+            QCOMPARE(desk.lasting(), before);
+        }
+    }
+
+    void nothingOfAProjectIsSeenFromAnother()
+    {
+        Desk desk;
+        const QString task = stoppedTask(desk, u"Первый"_s);
+        const QVariantList chat = desk.read("chat").toList();
+        desk.createProject(u"Второй"_s);
+        QVERIFY(!desk.read("state").toMap().contains(u"id"_s));
+        for (const char *list : {"chat", "tasks", "events", "memory", "files", "checkpoints"})
+            QVERIFY2(desk.read(list).toList().isEmpty(), list);
+        desk.call("selectProject", {desk.read("projects").toList()[0].toMap().value(u"id"_s)});
+        QCOMPARE(desk.read("state").toMap().value(u"id"_s).toString(), task);
+        QCOMPARE(desk.read("chat").toList(), chat);
+    }
+
+    void aTaskStaysAsItWasLeftWhenNothingRuns()
+    {
+        Desk desk;
+        const QString task = stoppedTask(desk, u"Первый"_s);
+        desk.call("renameTask", {task, u"Имя"_s});
+        const QVariantMap named = desk.lasting();
+        desk.call("setPriority", {u"calculator"_s, 2});
+        QCOMPARE(desk.lasting(), named);
+        desk.createProject(u"Второй"_s);
+        desk.call("setPriority", {u"calculator"_s, 2});
+        desk.call("selectProject", {named[u"projects"_s].toList()[0].toMap().value(u"id"_s)});
+        QCOMPARE(desk.read("tasks"), named[u"tasks"_s]);
+        desk.reopen();
+        QVERIFY(desk.read("tasks").toList().isEmpty()); // Of the second project.
+    }
+
+    void aLostProjectFolderIsToldAndHidesTheProject()
+    {
+        Desk desk;
+        desk.createProject();
+        desk.call("addMemory", {u"Note"_s, u"тайна"_s});
+        desk.sql(
+            u"INSERT INTO file_revisions SELECT 'r', id, '{\"path\":\"a\",\"content\":\"тайна\"}', '' FROM projects"_s);
+        const QString root = desk.read("root").toString();
+        QVERIFY(QDir(root).removeRecursively());
+        save(root, {});
+        desk.reopen();
+        QCOMPARE(desk.message(), u"Cannot create workspace"_s);
+        QCOMPARE(desk.read("root").toString(), QString());
+        QVERIFY(!desk.call("fileHistory", {u"a"_s}).toString().contains(u"тайна"_s));
+    }
+
+    void aDatabaseThatTakesNothingIsToldAndEndsNothing()
+    {
+        Desk desk;
+        desk.createProject();
+        desk.call("discuss", {u"привет"_s});
+        QVERIFY(desk.busy());
+        for (const QString &table : tables) {
+            for (const QString &change : {u"INSERT"_s, u"UPDATE"_s})
+                desk.sql(u"CREATE TRIGGER break_%1_%2 BEFORE %1 ON %2 BEGIN SELECT RAISE(FAIL, 'disk gone'); END"_s.arg(
+                    change, table));
+        }
+        // The answer comes, and can't be kept.
+        QVERIFY(Desk::waitFor([&] { return !desk.busy(); }));
+        QVERIFY2(desk.message().contains(u"disk gone"_s), qPrintable(desk.message()));
+
+        for (const auto &[operation, arguments] : std::initializer_list<std::pair<QByteArray, QVariantList>>{
+                 {"sendMessage", {u"Создай калькулятор"_s}},
+                 {"sendMessage", {u"подключи mcp"_s}},
+                 {"sendMessage", {u"Напиши письмо"_s}},
+                 {"discuss", {u"привет"_s}},
+                 {"start", {u"сборка"_s, false, 5000, u"make"_s, u"[]"_s}},
+                 {"createProject", {u"Второй"_s, desk.folder.path()}},
+                 {"addMemory", {u"Note"_s, u"x"_s}},
+                 {"setPreference", {u"glass"_s, false}},
+                 {"resumeQueue", {}},
+                 {"stop", {}}}) {
+            desk.call(operation, arguments);
+            QVERIFY2(desk.thrown.isEmpty(), qPrintable(QString::fromLatin1(operation) + u": "_s + desk.thrown));
+            QTest::qWait(0);
+            QVERIFY2(desk.message().contains(u"disk gone"_s), operation.constData());
+        }
+        QVERIFY(!desk.busy());
+    }
+};
 
 QTEST_GUILESS_MAIN(BackendInputTest)
 #include "tst_backend_input.moc"

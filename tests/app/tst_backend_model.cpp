@@ -2,14 +2,11 @@
 // and stopping at any moment.
 
 #include "backend_desk.h"
-#include "helpers.h"
-#include "mock_provider.h"
+#include "files.h"
 #include "model_server.h"
 
 #include <QDir>
-#include <QFile>
 #include <QHash>
-#include <QJsonArray>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -45,12 +42,7 @@ private:
         lastInput = request.input;
         if (replies.contains(request.role))
             return replies.value(request.role);
-        QJsonObject answer = MockProvider::respond(request);
-        if (request.role == "orchestrator"_L1)
-            answer["questions"_L1] = QJsonArray();
-        if (request.role == "coordinator"_L1)
-            answer["needs_user"_L1] = false;
-        return says(json(answer));
+        return says(ModelServer::unasking(request));
     }
 };
 
@@ -63,252 +55,231 @@ class BackendModelTest : public QObject {
 private Q_SLOTS:
     // No browser is found on this path: checking pages is not the matter here.
     void initTestCase() { qputenv("PATH", "/nowhere"); }
-    void anAnswerBecomesLines_data();
-    void anAnswerBecomesLines();
-    void aLineThatIsWorkBecomesATask();
-    void anAnswerLandsWhereItWasAsked();
-    void waitingRequestsRunOneAfterTheOther();
-    void aFailedRunLeavesTheQueueToTheUser();
-    void stopEndsARunInAnyPhase_data();
-    void stopEndsARunInAnyPhase();
-    void aRemoteModelWithoutItsKeyIsNotAsked();
-};
 
-void BackendModelTest::anAnswerBecomesLines_data()
-{
-    QTest::addColumn<QString>("line");
-    QTest::addColumn<WireReply>("reply");
-    QTest::addColumn<QStringList>("lines"); // Behind the user's own.
-    const auto row = [](const QString &line, const char *name, const WireReply &reply, const QStringList &lines) {
-        QTest::addRow("%s: %s", line == forChat ? "chat" : "router", name) << line << reply << lines;
-    };
-    const QString router = u"error: Не удалось получить ответ. "_s;
-    row(forRouter, "an answer", says(u"{\"action\":\"CHAT\",\"summary\":\"Змейка\"}"_s), {u"message: Змейка"_s});
-    row(forRouter, "in prose", says(u"Вот: ```{\"action\":\"CHAT\",\"summary\":\"Тетрис\"}```"_s),
-        {u"message: Тетрис"_s});
-    row(forRouter, "a number", says(u"{\"action\":\"CHAT\",\"summary\":5}"_s), {router + u"Пустой ответ."_s});
-    row(forRouter, "no text", says(u"{\"action\":\"CHAT\"}"_s), {router + u"Пустой ответ."_s});
-    row(forRouter, "an empty text", says(u"{\"action\":\"CHAT\",\"summary\":\"\"}"_s), {});
-    row(forRouter, "another action", says(u"{\"action\":\"task\"}"_s), {router + u"Модель не определила действие."_s});
-    row(forRouter, "an array", says(u"[]"_s), {router + u"Expected a JSON object"_s});
-    row(forRouter, "stopped", silence, {u"progress: Ответ остановлен."_s});
-    row(forRouter, "a failing server", WireReply::document(503, QByteArray("{}")), {u"progress: Ответ остановлен."_s});
-    row(forRouter, "a wrong key", WireReply::document(401, QByteArray("{}")), {router + u"*"_s});
+    void anAnswerBecomesLines_data()
+    {
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<WireReply>("reply");
+        QTest::addColumn<QStringList>("lines"); // Behind the user's own.
+        const auto row = [](const QString &line, const char *name, const WireReply &reply, const QStringList &lines) {
+            QTest::addRow("%s: %s", line == forChat ? "chat" : "router", name) << line << reply << lines;
+        };
+        const QString router = u"error: Не удалось получить ответ. "_s;
+        row(forRouter, "an answer", says(u"{\"action\":\"CHAT\",\"summary\":\"Змейка\"}"_s), {u"message: Змейка"_s});
+        row(forRouter, "in prose", says(u"Вот: ```{\"action\":\"CHAT\",\"summary\":\"Тетрис\"}```"_s),
+            {u"message: Тетрис"_s});
+        row(forRouter, "a number", says(u"{\"action\":\"CHAT\",\"summary\":5}"_s), {router + u"Пустой ответ."_s});
+        row(forRouter, "no text", says(u"{\"action\":\"CHAT\"}"_s), {router + u"Пустой ответ."_s});
+        row(forRouter, "an empty text", says(u"{\"action\":\"CHAT\",\"summary\":\"\"}"_s), {});
+        row(forRouter, "another action", says(u"{\"action\":\"task\"}"_s),
+            {router + u"Модель не определила действие."_s});
+        row(forRouter, "an array", says(u"[]"_s), {router + u"Expected a JSON object"_s});
+        row(forRouter, "stopped", silence, {u"progress: Ответ остановлен."_s});
+        row(forRouter, "a failing server", WireReply::document(503, QByteArray("{}")),
+            {u"progress: Ответ остановлен."_s});
+        row(forRouter, "a wrong key", WireReply::document(401, QByteArray("{}")), {router + u"*"_s});
 
-    const QString chat = u"error: Не удалось получить ответ. "_s;
-    const QString untouched = u"\nФайлы этим сообщением не изменялись."_s;
-    row(forChat, "an answer", says(u"{\"summary\":\"Всё\"}"_s), {u"message: Всё"_s});
-    for (const QString &content : {u"{\"summary\":5}"_s, u"{\"summary\":\"\"}"_s, u"{}"_s})
-        row(forChat, qPrintable(content), says(content), {chat + u"Модель не вернула текст ответа."_s + untouched});
-    row(forChat, "prose", says(u"Всё"_s), {chat + u"Expected a JSON object"_s + untouched});
-    row(forChat, "stopped", silence, {u"progress: Ответ остановлен."_s});
-    row(forChat, "a missing model", WireReply::document(404, QByteArray("{}")), {chat + u"*"_s + untouched});
-    row(forChat, "no HTTP", WireReply{{{"SSH-2.0\r\n\r\n"}}, WireReply::End::Close},
-        {u"progress: Ответ остановлен."_s});
-}
-
-void BackendModelTest::anAnswerBecomesLines()
-{
-    QFETCH(QString, line);
-    QFETCH(WireReply, reply);
-    QFETCH(QStringList, lines);
-    const bool routed = line == forRouter;
-    const bool stopped = lines.value(0) == u"progress: Ответ остановлен."_s;
-    Model model;
-    model.replies = {{u"chat"_s, reply}, {u"chat_router"_s, reply}};
-    Desk desk;
-    desk.connectTo(model.url(), key);
-    desk.createProject();
-
-    desk.call("sendMessage", {line});
-    QCOMPARE(desk.message(), QString());
-    QVERIFY(desk.busy());
-    QCOMPARE(desk.chat(), QStringList{(routed ? u"pending: "_s : u"message: "_s) + line});
-    QCOMPARE(desk.sql(u"SELECT count(*) FROM messages"_s).toInt(), routed ? 0 : 1);
-    desk.call("sendMessage", {line});
-    QCOMPARE(desk.message(), routed ? u"Дождитесь ответа."_s : u"Дождитесь предыдущего ответа."_s);
-    desk.call("sendMessage", {u"Создай калькулятор"_s});
-    QCOMPARE(desk.message(), u"Дождитесь ответа."_s);
-
-    QVERIFY(Desk::waitFor([&] { return !model.asked.isEmpty(); }));
-    if (stopped)
-        desk.call("stop");
-    QVERIFY(Desk::waitFor([&] { return !desk.busy(); }));
-    QStringList shown = desk.chat();
-    QCOMPARE(shown.takeFirst(), u"message: "_s + line);
-    if (lines.value(0).contains(u'*')) {
-        // Whatever the provider says.
-        const QStringList parts = lines[0].split(u'*');
-        QVERIFY2(shown.value(0).startsWith(parts[0]) && shown[0].endsWith(parts[1]), qPrintable(shown[0]));
-        QVERIFY(shown[0].size() > parts[0].size() + parts[1].size() + 10);
-    } else {
-        QCOMPARE(shown, lines);
+        const QString chat = u"error: Не удалось получить ответ. "_s;
+        const QString untouched = u"\nФайлы этим сообщением не изменялись."_s;
+        row(forChat, "an answer", says(u"{\"summary\":\"Всё\"}"_s), {u"message: Всё"_s});
+        for (const QString &content : {u"{\"summary\":5}"_s, u"{\"summary\":\"\"}"_s, u"{}"_s})
+            row(forChat, qPrintable(content), says(content), {chat + u"Модель не вернула текст ответа."_s + untouched});
+        row(forChat, "prose", says(u"Всё"_s), {chat + u"Expected a JSON object"_s + untouched});
+        row(forChat, "stopped", silence, {u"progress: Ответ остановлен."_s});
+        row(forChat, "a missing model", WireReply::document(404, QByteArray("{}")), {chat + u"*"_s + untouched});
+        row(forChat, "no HTTP", WireReply{{{"SSH-2.0\r\n\r\n"}}, WireReply::End::Close},
+            {u"progress: Ответ остановлен."_s});
     }
-    QCOMPARE(desk.read("queuePaused").toBool(), stopped);
-    QCOMPARE(model.asked, QStringList{routed ? u"chat_router"_s : u"chat"_s});
-    QCOMPARE(model.requests[0].header("Authorization"), "Bearer " + key.toUtf8());
-    QCOMPARE(model.requests[0].json()["max_tokens"_L1].toInt(), 2048);
-    QCOMPARE(model.lastInput[routed ? "message"_L1 : "question"_L1].toString(), line);
 
-    const QStringList kept = desk.chat();
-    desk.reopen();
-    QCOMPARE(desk.chat(), kept);
-    QCOMPARE(desk.read("tasks").toList().size(), 0);
-}
+    void anAnswerBecomesLines()
+    {
+        QFETCH(QString, line);
+        QFETCH(WireReply, reply);
+        QFETCH(QStringList, lines);
+        const bool routed = line == forRouter;
+        const bool stopped = lines.value(0) == u"progress: Ответ остановлен."_s;
+        Model model;
+        model.replies = {{u"chat"_s, reply}, {u"chat_router"_s, reply}};
+        Desk desk;
+        desk.connectTo(model.url(), key);
+        desk.createProject();
 
-void BackendModelTest::aLineThatIsWorkBecomesATask()
-{
-    Model model;
-    model.replies[u"chat_router"_s] = says(u"{\"action\":\"TASK\",\"summary\":\"Делаю\"}"_s);
-    Desk desk;
-    desk.connectTo(model.url(), key);
-    desk.createProject();
-    desk.call("sendMessage", {forRouter});
-    QVERIFY(desk.waitForPhase(u"COMPLETED"_s));
-    QVERIFY(Desk::waitFor([&] { return !desk.chat(u"report"_s).isEmpty(); }));
-    QCOMPARE(desk.chat().count(u": "_s + forRouter), 1); // As the engine stores it.
-    QCOMPARE(desk.chat(u"pending"_s) + desk.chat(u"message"_s) + desk.chat(u"error"_s), QStringList());
-    QCOMPARE(desk.chat(u"report"_s).size(), 1);
-    QVERIFY(desk.backend->fileContent(u"calculator.html"_s).contains(u"b===0"_s));
-    // The key is in its file and nowhere else.
-    const QStringList names = QDir(desk.data()).entryList(QDir::Files | QDir::Hidden);
-    QVERIFY(names.contains(u"credentials"_s));
-    for (const QString &name : names) {
-        QFile file(desk.data() + u'/' + name);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QVERIFY2(name == "credentials"_L1 || !file.readAll().contains(key.toUtf8()), qPrintable(name));
-    }
-}
+        desk.call("sendMessage", {line});
+        QCOMPARE(desk.message(), QString());
+        QVERIFY(desk.busy());
+        QCOMPARE(desk.chat(), QStringList{(routed ? u"pending: "_s : u"message: "_s) + line});
+        QCOMPARE(desk.sql(u"SELECT count(*) FROM messages"_s).toInt(), routed ? 0 : 1);
+        desk.call("sendMessage", {line});
+        QCOMPARE(desk.message(), routed ? u"Дождитесь ответа."_s : u"Дождитесь предыдущего ответа."_s);
+        desk.call("sendMessage", {u"Создай калькулятор"_s});
+        QCOMPARE(desk.message(), u"Дождитесь ответа."_s);
 
-void BackendModelTest::anAnswerLandsWhereItWasAsked()
-{
-    Model model;
-    model.replies[u"chat_router"_s]
-        = WireReply{{{says(u"{\"action\":\"CHAT\",\"summary\":\"Змейка\"}"_s).steps[0].bytes, 200}}};
-    Desk desk;
-    desk.connectTo(model.url(), key);
-    desk.createProject();
-    desk.call("sendMessage", {u"Создай калькулятор"_s});
-    desk.call("stop");
-    const QString task = desk.read("state").toMap().value(u"id"_s).toString();
-    const QStringList lines = desk.chat();
-    desk.call("newConversation");
-    QCOMPARE(desk.chat(), QStringList());
-    desk.call("sendMessage", {forRouter});
-    desk.call("selectTask", {task});
-    QCOMPARE(desk.message(), QString());
-    QCOMPARE(desk.chat(), lines); // Without what is pending elsewhere.
-    QVERIFY(Desk::waitFor([&] { return !desk.busy(); }));
-    QCOMPARE(desk.chat(), lines);
-    desk.call("newConversation");
-    QCOMPARE(desk.chat(), (QStringList{u"message: "_s + forRouter, u"message: Змейка"_s}));
-}
-
-void BackendModelTest::waitingRequestsRunOneAfterTheOther()
-{
-    Model model;
-    Desk desk;
-    desk.connectTo(model.url(), key);
-    desk.createProject();
-    // How many wait on disk when a task is stored: its own request leaves the queue only after that, for a crash
-    // between the two loses it otherwise.
-    desk.sql(u"CREATE TABLE seen (waiting)"_s);
-    desk.sql(u"CREATE TRIGGER look AFTER INSERT ON tasks BEGIN INSERT INTO seen VALUES(coalesce((SELECT "
-             "json_array_length(body, '$.items') FROM settings WHERE id LIKE 'queue:%'), 0)); END"_s);
-    const QStringList wanted{u"Создай калькулятор 1"_s, u"Создай калькулятор 2"_s, u"Создай калькулятор 3"_s};
-    for (const QString &request : wanted)
-        desk.call("sendMessage", {request});
-    QCOMPARE(desk.message(), QString());
-    QCOMPARE(desk.chat(u"queued"_s).size(), 2);
-    QVERIFY(desk.chat(u"queued"_s)[1].startsWith(u"Запрос добавлен в очередь, позиция 2."_s));
-
-    const auto done = [&] {
-        QStringList requests;
-        const QVariantList tasks = desk.read("tasks").toList();
-        for (const QVariant &task : tasks) {
-            if (task.toMap().value(u"phase"_s).toString() == "COMPLETED"_L1)
-                requests.append(task.toMap().value(u"spec"_s).toMap().value(u"original_request"_s).toString());
+        QVERIFY(Desk::waitFor([&] { return !model.asked.isEmpty(); }));
+        if (stopped)
+            desk.call("stop");
+        QVERIFY(Desk::waitFor([&] { return !desk.busy(); }));
+        QStringList shown = desk.chat();
+        QCOMPARE(shown.takeFirst(), u"message: "_s + line);
+        if (lines.value(0).contains(u'*')) {
+            // Whatever the provider says.
+            const QStringList parts = lines[0].split(u'*');
+            QVERIFY2(shown.value(0).startsWith(parts[0]) && shown[0].endsWith(parts[1]), qPrintable(shown[0]));
+            QVERIFY(shown[0].size() > parts[0].size() + parts[1].size() + 10);
+        } else {
+            QCOMPARE(shown, lines);
         }
-        return requests;
-    };
-    QVERIFY2(Desk::waitFor([&] { return done().size() == 3; }), qPrintable(desk.phase() + desk.message()));
-    QCOMPARE(done(), wanted);
-    QCOMPARE(desk.sql(u"SELECT group_concat(waiting, ' ') FROM seen"_s).toString(), u"0 2 1"_s);
-    QCOMPARE(desk.read("queue").toList(), QVariantList());
-    QVERIFY(!desk.read("queuePaused").toBool());
-    QCOMPARE(desk.sql(u"SELECT count(*) FROM messages WHERE body->>'kind'='report'"_s).toInt(), 3);
-    QCOMPARE(desk.chat().filter(wanted[2]).size(), 1); // The last is in view.
-}
+        QCOMPARE(desk.read("queuePaused").toBool(), stopped);
+        QCOMPARE(model.asked, QStringList{routed ? u"chat_router"_s : u"chat"_s});
+        QCOMPARE(model.requests[0].header("Authorization"), "Bearer " + key.toUtf8());
+        QCOMPARE(model.requests[0].json()["max_tokens"_L1].toInt(), 2048);
+        QCOMPARE(model.lastInput[routed ? "message"_L1 : "question"_L1].toString(), line);
 
-void BackendModelTest::aFailedRunLeavesTheQueueToTheUser()
-{
-    Model model;
-    model.replies[u"planner"_s] = WireReply::document(401, QByteArray("{}"));
-    Desk desk;
-    desk.connectTo(model.url(), key);
-    desk.createProject();
-    desk.call("sendMessage", {u"Создай калькулятор 1"_s});
-    desk.call("sendMessage", {u"Создай калькулятор 2"_s});
-    QVERIFY(desk.waitForPhase(u"FAILED"_s));
-    QVERIFY(desk.read("queuePaused").toBool());
-    QCOMPARE(desk.chat(u"report"_s).size(), 1);
-    // Behind what waits, without waking it.
-    desk.call("sendMessage", {u"Создай калькулятор 3"_s});
-    QCOMPARE(desk.read("queue").toList().size(), 2);
-    model.replies.clear();
-    desk.call("sendMessage", {u"Продолжай"_s});
-    QVERIFY(desk.waitForPhase(u"COMPLETED"_s));
-    QVERIFY(Desk::waitFor([&] { return desk.read("queue").toList().isEmpty() && desk.phase() == "COMPLETED"_L1; }));
-    QCOMPARE(desk.read("tasks").toList().size(), 3);
-}
+        const QStringList kept = desk.chat();
+        desk.reopen();
+        QCOMPARE(desk.chat(), kept);
+        QCOMPARE(desk.read("tasks").toList().size(), 0);
+    }
 
-void BackendModelTest::stopEndsARunInAnyPhase_data()
-{
-    QTest::addColumn<QString>("role");
-    for (const QString &role : {u"orchestrator"_s, u"planner"_s, u"requirements_judge"_s, u"structure"_s, u"coding"_s,
-                                u"correctness_reviewer"_s, u"coordinator"_s, u"validator"_s})
-        QTest::addRow("%s", qPrintable(role)) << role;
-}
+    void aLineThatIsWorkBecomesATask()
+    {
+        Model model;
+        model.replies[u"chat_router"_s] = says(u"{\"action\":\"TASK\",\"summary\":\"Делаю\"}"_s);
+        Desk desk;
+        desk.connectTo(model.url(), key);
+        desk.createProject();
+        desk.call("sendMessage", {forRouter});
+        QVERIFY(desk.waitForPhase(u"COMPLETED"_s));
+        QVERIFY(Desk::waitFor([&] { return !desk.chat(u"report"_s).isEmpty(); }));
+        QCOMPARE(desk.chat().count(u": "_s + forRouter), 1); // As the engine stores it.
+        QCOMPARE(desk.chat(u"pending"_s) + desk.chat(u"message"_s) + desk.chat(u"error"_s), QStringList());
+        QCOMPARE(desk.chat(u"report"_s).size(), 1);
+        QVERIFY(desk.backend->fileContent(u"calculator.html"_s).contains(u"b===0"_s));
+        // The key is in its file and nowhere else.
+        const QStringList names = QDir(desk.data()).entryList(QDir::Files | QDir::Hidden);
+        QVERIFY(names.contains(u"credentials"_s));
+        for (const QString &name : names) {
+            const QByteArray bytes = contentOf(desk.data() + u'/' + name);
+            QVERIFY2(name == "credentials"_L1 || !bytes.contains(key.toUtf8()), qPrintable(name));
+        }
+    }
 
-void BackendModelTest::stopEndsARunInAnyPhase()
-{
-    QFETCH(QString, role);
-    Model model;
-    model.replies[role] = silence;
-    Desk desk;
-    desk.connectTo(model.url(), key);
-    desk.createProject();
-    desk.call("sendMessage", {u"Создай калькулятор"_s});
-    QVERIFY(Desk::waitFor([&] { return model.asked.contains(role); }));
-    QVERIFY(!desk.read("streamNote").toString().isEmpty());
-    desk.call("stop");
-    QCOMPARE(desk.message(), QString());
-    QCOMPARE(desk.phase(), u"CANCELLED"_s);
-    QCOMPARE(desk.read("streamNote").toString(), QString());
-    QCOMPARE(desk.chat(u"report"_s).size(), 1);
-    const QVariantList runs = desk.read("state").toMap().value(u"runs"_s).toList();
-    QCOMPARE(runs.last().toMap().value(u"status"_s).toString(), u"CANCELLED"_s);
-    const qsizetype asked = model.asked.size();
+    void anAnswerLandsWhereItWasAsked()
+    {
+        Model model;
+        model.replies[u"chat_router"_s]
+            = WireReply{{{says(u"{\"action\":\"CHAT\",\"summary\":\"Змейка\"}"_s).steps[0].bytes, 200}}};
+        Desk desk;
+        desk.connectTo(model.url(), key);
+        desk.createProject();
+        desk.call("sendMessage", {u"Создай калькулятор"_s});
+        desk.call("stop");
+        const QString task = desk.read("state").toMap().value(u"id"_s).toString();
+        const QStringList lines = desk.chat();
+        desk.call("newConversation");
+        QCOMPARE(desk.chat(), QStringList());
+        desk.call("sendMessage", {forRouter});
+        desk.call("selectTask", {task});
+        QCOMPARE(desk.message(), QString());
+        QCOMPARE(desk.chat(), lines); // Without what is pending elsewhere.
+        QVERIFY(Desk::waitFor([&] { return !desk.busy(); }));
+        QCOMPARE(desk.chat(), lines);
+        desk.call("newConversation");
+        QCOMPARE(desk.chat(), (QStringList{u"message: "_s + forRouter, u"message: Змейка"_s}));
+    }
 
-    model.replies.clear();
-    desk.call("sendMessage", {u"Создай калькулятор"_s});
-    QVERIFY(desk.waitForPhase(u"COMPLETED"_s));
-    QVERIFY(model.asked.size() > asked);
-    QCOMPARE(desk.read("tasks").toList().size(), 2);
-}
+    void waitingRequestsRunOneAfterTheOther()
+    {
+        Model model;
+        Desk desk;
+        desk.connectTo(model.url(), key);
+        desk.createProject();
+        // How many wait on disk when a task is stored: its own request leaves the queue only after that, for a crash
+        // between the two loses it otherwise.
+        desk.sql(u"CREATE TABLE seen (waiting)"_s);
+        desk.sql(u"CREATE TRIGGER look AFTER INSERT ON tasks BEGIN INSERT INTO seen VALUES(coalesce((SELECT "
+                 "json_array_length(body, '$.items') FROM settings WHERE id LIKE 'queue:%'), 0)); END"_s);
+        const QStringList wanted{u"Создай калькулятор 1"_s, u"Создай калькулятор 2"_s, u"Создай калькулятор 3"_s};
+        for (const QString &request : wanted)
+            desk.call("sendMessage", {request});
+        QCOMPARE(desk.message(), QString());
+        QCOMPARE(desk.chat(u"queued"_s).size(), 2);
+        QVERIFY(desk.chat(u"queued"_s)[1].startsWith(u"Запрос добавлен в очередь, позиция 2."_s));
 
-void BackendModelTest::aRemoteModelWithoutItsKeyIsNotAsked()
-{
-    Desk desk;
-    desk.connectTo(u"https://127.0.0.1:9/v1"_s);
-    QVERIFY(desk.read("settings").toMap().value(u"mock"_s).toBool());
-    QVERIFY(!desk.read("hasApiKey").toBool());
-    desk.connectTo(u"https://127.0.0.1:9/v1"_s, key);
-    QVERIFY(!desk.read("settings").toMap().value(u"mock"_s).toBool());
-    QVERIFY(desk.read("hasApiKey").toBool());
-    desk.connectTo(u"http://127.0.0.1:9/v1"_s);
-    QVERIFY(!desk.read("settings").toMap().value(u"mock"_s).toBool());
-}
+        const auto done = [&] {
+            QStringList requests;
+            const QVariantList tasks = desk.read("tasks").toList();
+            for (const QVariant &task : tasks) {
+                if (task.toMap().value(u"phase"_s).toString() == "COMPLETED"_L1)
+                    requests.append(task.toMap().value(u"spec"_s).toMap().value(u"original_request"_s).toString());
+            }
+            return requests;
+        };
+        QVERIFY2(Desk::waitFor([&] { return done().size() == 3; }), qPrintable(desk.phase() + desk.message()));
+        QCOMPARE(done(), wanted);
+        QCOMPARE(desk.sql(u"SELECT group_concat(waiting, ' ') FROM seen"_s).toString(), u"0 2 1"_s);
+        QCOMPARE(desk.read("queue").toList(), QVariantList());
+        QVERIFY(!desk.read("queuePaused").toBool());
+        QCOMPARE(desk.sql(u"SELECT count(*) FROM messages WHERE body->>'kind'='report'"_s).toInt(), 3);
+        QCOMPARE(desk.chat().filter(wanted[2]).size(), 1); // The last is in view.
+    }
+
+    void aFailedRunLeavesTheQueueToTheUser()
+    {
+        Model model;
+        model.replies[u"planner"_s] = WireReply::document(401, QByteArray("{}"));
+        Desk desk;
+        desk.connectTo(model.url(), key);
+        desk.createProject();
+        desk.call("sendMessage", {u"Создай калькулятор 1"_s});
+        desk.call("sendMessage", {u"Создай калькулятор 2"_s});
+        QVERIFY(desk.waitForPhase(u"FAILED"_s));
+        QVERIFY(desk.read("queuePaused").toBool());
+        QCOMPARE(desk.chat(u"report"_s).size(), 1);
+        // Behind what waits, without waking it.
+        desk.call("sendMessage", {u"Создай калькулятор 3"_s});
+        QCOMPARE(desk.read("queue").toList().size(), 2);
+        model.replies.clear();
+        desk.call("sendMessage", {u"Продолжай"_s});
+        QVERIFY(desk.waitForPhase(u"COMPLETED"_s));
+        QVERIFY(Desk::waitFor([&] { return desk.read("queue").toList().isEmpty() && desk.phase() == "COMPLETED"_L1; }));
+        QCOMPARE(desk.read("tasks").toList().size(), 3);
+    }
+
+    // In other phases it is the engine that ends it.
+    void stopEndsARunWhileAnAnswerComes()
+    {
+        Model model;
+        model.replies[u"coding"_s] = silence;
+        Desk desk;
+        desk.connectTo(model.url(), key);
+        desk.createProject();
+        desk.call("sendMessage", {u"Создай калькулятор"_s});
+        QVERIFY(Desk::waitFor([&] { return model.asked.contains(u"coding"_s); }));
+        QVERIFY(!desk.read("streamNote").toString().isEmpty());
+        desk.call("stop");
+        QCOMPARE(desk.phase(), u"CANCELLED"_s);
+        QCOMPARE(desk.read("streamNote").toString(), QString());
+        QCOMPARE(desk.chat(u"report"_s).size(), 1);
+
+        model.replies.clear();
+        desk.call("sendMessage", {u"Создай калькулятор"_s});
+        QVERIFY(desk.waitForPhase(u"COMPLETED"_s));
+        QCOMPARE(desk.read("tasks").toList().size(), 2);
+    }
+
+    void aRemoteModelWithoutItsKeyIsNotAsked()
+    {
+        Desk desk;
+        desk.connectTo(u"https://127.0.0.1:9/v1"_s);
+        QVERIFY(desk.read("settings").toMap().value(u"mock"_s).toBool());
+        QVERIFY(!desk.read("hasApiKey").toBool());
+        desk.connectTo(u"https://127.0.0.1:9/v1"_s, key);
+        QVERIFY(!desk.read("settings").toMap().value(u"mock"_s).toBool());
+        QVERIFY(desk.read("hasApiKey").toBool());
+        desk.connectTo(u"http://127.0.0.1:9/v1"_s);
+        QVERIFY(!desk.read("settings").toMap().value(u"mock"_s).toBool());
+    }
+};
 
 QTEST_GUILESS_MAIN(BackendModelTest)
 #include "tst_backend_model.moc"

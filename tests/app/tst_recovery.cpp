@@ -32,13 +32,85 @@ QJsonObject task(const QString &phase, const QJsonArray &runs = {})
 class RecoveryTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void aTaskInAnyWorkingPhaseIsInterrupted_data();
-    void aTaskInAnyWorkingPhaseIsInterrupted();
-    void anEndedTaskStaysAsItIs_data();
-    void anEndedTaskStaysAsItIs();
-    void runsThatHaveNotEndedAreInterruptedInBothPlaces();
-    void aRunThatIsNewerThanTheDocumentKeepsWhatItHas();
-    void whatCannotBeReadIsLeftAlone();
+    void aTaskInAnyWorkingPhaseIsInterrupted()
+    {
+        QJsonObject expected = task(u"INTERRUPTED"_s);
+        expected["pending"_L1] = QJsonArray();
+        expected["error"_L1]
+            = u"Предыдущий сеанс был прерван. История сохранена; незавершённую задачу нужно запустить заново."_s;
+        for (const QString &phase : {u"INTAKE"_s, u"CLARIFICATION"_s, u"PLANNING"_s, u"PLAN_REVIEW"_s, u"STRUCTURING"_s,
+                                     u"STRUCTURE_REVIEW"_s, u"PREVIEW"_s, u"EXECUTION"_s, u"VALIDATION"_s}) {
+            Store store(newFile());
+            store.put(u"tasks"_s, u"t"_s, u"p"_s, task(phase));
+            recoverInterruptedTasks(store);
+            QCOMPARE(store.list(u"tasks"_s, u"p"_s), QJsonArray{expected});
+        }
+    }
+
+    void anEndedTaskStaysAsItIs()
+    {
+        for (const QString &phase : {u"COMPLETED"_s, u"FAILED"_s, u"CANCELLED"_s, u"INTERRUPTED"_s}) {
+            Store store(newFile());
+            const QJsonObject before = task(phase, {run(u"r"_s, u"THINKING"_s)});
+            store.put(u"tasks"_s, u"t"_s, u"p"_s, before);
+            recoverInterruptedTasks(store);
+            QCOMPARE(store.get(u"tasks"_s, u"t"_s), before);
+        }
+    }
+
+    void runsThatHaveNotEndedAreInterruptedInBothPlaces()
+    {
+        Store store(newFile());
+        QJsonArray runs;
+        QJsonArray expected;
+        for (const QString &status :
+             {u"WAITING"_s, u"THINKING"_s, u"USING_TOOL"_s, u"COMPLETED"_s, u"ERROR"_s, u"CANCELLED"_s}) {
+            runs.append(run(status, status));
+            store.put(u"agent_runs"_s, status, u"t"_s, run(status, status));
+            expected.append(run(status, expected.size() < 3 ? u"INTERRUPTED"_s : status));
+        }
+        store.put(u"tasks"_s, u"t"_s, u"p"_s, task(u"PLANNING"_s, runs));
+        recoverInterruptedTasks(store);
+        QCOMPARE(store.get(u"tasks"_s, u"t"_s)["runs"_L1].toArray(), expected);
+        for (const QJsonValue &entry : std::as_const(expected))
+            QCOMPARE(store.get(u"agent_runs"_s, entry["id"_L1].toString()), entry.toObject());
+    }
+
+    void aRunThatIsNewerThanTheDocumentKeepsWhatItHas()
+    {
+        Store store(newFile());
+        QJsonObject finished = run(u"known"_s, u"COMPLETED"_s);
+        finished["context"_L1] = QJsonObject{{u"much"_s, true}};
+        finished["output"_L1] = QJsonObject{{u"summary"_s, u"готово"_s}, {u"files"_s, QJsonArray{1}}};
+        store.put(u"agent_runs"_s, u"known"_s, u"t"_s, finished);
+        QJsonObject fresh = run(u"new"_s, u"WORKING"_s);
+        fresh["context"_L1] = QJsonObject{{u"much"_s, true}};
+        store.put(u"agent_runs"_s, u"new"_s, u"t"_s, fresh);
+        store.put(u"agent_runs"_s, u"foreign"_s, u"other"_s, run(u"foreign"_s, u"WORKING"_s));
+        store.put(u"tasks"_s, u"t"_s, u"p"_s, task(u"EXECUTION"_s, {run(u"known"_s, u"WORKING"_s)}));
+
+        recoverInterruptedTasks(store);
+
+        QCOMPARE(store.get(u"agent_runs"_s, u"known"_s), finished);
+        fresh["status"_L1] = u"INTERRUPTED"_s;
+        QCOMPARE(store.get(u"agent_runs"_s, u"new"_s), fresh);
+        QCOMPARE(store.get(u"agent_runs"_s, u"foreign"_s), run(u"foreign"_s, u"WORKING"_s));
+        QJsonObject slim = run(u"known"_s, u"COMPLETED"_s);
+        slim["output"_L1] = QJsonObject{{u"summary"_s, u"готово"_s}};
+        QCOMPARE(store.get(u"tasks"_s, u"t"_s)["runs"_L1].toArray(),
+                 (QJsonArray{slim, run(u"new"_s, u"INTERRUPTED"_s)}));
+    }
+
+    void whatCannotBeReadIsLeftAlone()
+    {
+        Store store(newFile());
+        store.putText(u"tasks"_s, u"broken"_s, u"p"_s, "{\"id\":");
+        store.put(u"tasks"_s, u"t"_s, u"p"_s, task(u"INTAKE"_s));
+        recoverInterruptedTasks(store);
+        QCOMPARE(store.list(u"tasks"_s, {}).size(), 2);
+        QCOMPARE(store.get(u"tasks"_s, u"t"_s)["phase"_L1].toString(), "INTERRUPTED");
+        QCOMPARE(store.get(u"tasks"_s, u"broken"_s), QJsonObject());
+    }
 
 private:
     QTemporaryDir folder;
@@ -46,97 +118,6 @@ private:
 
     QString newFile() { return folder.filePath(u"%1.sqlite"_s.arg(++files)); }
 };
-
-void RecoveryTest::aTaskInAnyWorkingPhaseIsInterrupted_data()
-{
-    QTest::addColumn<QString>("phase");
-    for (const char *phase : {"INTAKE", "CLARIFICATION", "PLANNING", "PLAN_REVIEW", "STRUCTURING", "STRUCTURE_REVIEW",
-                              "PREVIEW", "EXECUTION", "VALIDATION"})
-        QTest::newRow(phase) << QString::fromLatin1(phase);
-}
-
-void RecoveryTest::aTaskInAnyWorkingPhaseIsInterrupted()
-{
-    QFETCH(QString, phase);
-    Store store(newFile());
-    store.put(u"tasks"_s, u"t"_s, u"p"_s, task(phase));
-    recoverInterruptedTasks(store);
-    QJsonObject expected = task(u"INTERRUPTED"_s);
-    expected["pending"_L1] = QJsonArray();
-    expected["error"_L1]
-        = u"Предыдущий сеанс был прерван. История сохранена; незавершённую задачу нужно запустить заново."_s;
-    QCOMPARE(store.list(u"tasks"_s, u"p"_s), QJsonArray{expected});
-}
-
-void RecoveryTest::anEndedTaskStaysAsItIs_data()
-{
-    QTest::addColumn<QString>("phase");
-    for (const char *phase : {"COMPLETED", "FAILED", "CANCELLED", "INTERRUPTED"})
-        QTest::newRow(phase) << QString::fromLatin1(phase);
-}
-
-void RecoveryTest::anEndedTaskStaysAsItIs()
-{
-    QFETCH(QString, phase);
-    Store store(newFile());
-    const QJsonObject before = task(phase, {run(u"r"_s, u"THINKING"_s)});
-    store.put(u"tasks"_s, u"t"_s, u"p"_s, before);
-    recoverInterruptedTasks(store);
-    QCOMPARE(store.get(u"tasks"_s, u"t"_s), before);
-}
-
-void RecoveryTest::runsThatHaveNotEndedAreInterruptedInBothPlaces()
-{
-    Store store(newFile());
-    QJsonArray runs;
-    QJsonArray expected;
-    for (const QString &status :
-         {u"WAITING"_s, u"THINKING"_s, u"USING_TOOL"_s, u"COMPLETED"_s, u"ERROR"_s, u"CANCELLED"_s}) {
-        runs.append(run(status, status));
-        store.put(u"agent_runs"_s, status, u"t"_s, run(status, status));
-        expected.append(run(status, expected.size() < 3 ? u"INTERRUPTED"_s : status));
-    }
-    store.put(u"tasks"_s, u"t"_s, u"p"_s, task(u"PLANNING"_s, runs));
-    recoverInterruptedTasks(store);
-    QCOMPARE(store.get(u"tasks"_s, u"t"_s)["runs"_L1].toArray(), expected);
-    for (const QJsonValue &entry : std::as_const(expected))
-        QCOMPARE(store.get(u"agent_runs"_s, entry["id"_L1].toString()), entry.toObject());
-}
-
-void RecoveryTest::aRunThatIsNewerThanTheDocumentKeepsWhatItHas()
-{
-    Store store(newFile());
-    QJsonObject finished = run(u"known"_s, u"COMPLETED"_s);
-    finished["context"_L1] = QJsonObject{{u"much"_s, true}};
-    finished["output"_L1] = QJsonObject{{u"summary"_s, u"готово"_s}, {u"files"_s, QJsonArray{1}}};
-    store.put(u"agent_runs"_s, u"known"_s, u"t"_s, finished);
-    QJsonObject fresh = run(u"new"_s, u"WORKING"_s);
-    fresh["context"_L1] = QJsonObject{{u"much"_s, true}};
-    store.put(u"agent_runs"_s, u"new"_s, u"t"_s, fresh);
-    store.put(u"agent_runs"_s, u"foreign"_s, u"other"_s, run(u"foreign"_s, u"WORKING"_s));
-    store.put(u"tasks"_s, u"t"_s, u"p"_s, task(u"EXECUTION"_s, {run(u"known"_s, u"WORKING"_s)}));
-
-    recoverInterruptedTasks(store);
-
-    QCOMPARE(store.get(u"agent_runs"_s, u"known"_s), finished);
-    fresh["status"_L1] = u"INTERRUPTED"_s;
-    QCOMPARE(store.get(u"agent_runs"_s, u"new"_s), fresh);
-    QCOMPARE(store.get(u"agent_runs"_s, u"foreign"_s), run(u"foreign"_s, u"WORKING"_s));
-    QJsonObject slim = run(u"known"_s, u"COMPLETED"_s);
-    slim["output"_L1] = QJsonObject{{u"summary"_s, u"готово"_s}};
-    QCOMPARE(store.get(u"tasks"_s, u"t"_s)["runs"_L1].toArray(), (QJsonArray{slim, run(u"new"_s, u"INTERRUPTED"_s)}));
-}
-
-void RecoveryTest::whatCannotBeReadIsLeftAlone()
-{
-    Store store(newFile());
-    store.putText(u"tasks"_s, u"broken"_s, u"p"_s, "{\"id\":");
-    store.put(u"tasks"_s, u"t"_s, u"p"_s, task(u"INTAKE"_s));
-    recoverInterruptedTasks(store);
-    QCOMPARE(store.list(u"tasks"_s, {}).size(), 2);
-    QCOMPARE(store.get(u"tasks"_s, u"t"_s)["phase"_L1].toString(), "INTERRUPTED");
-    QCOMPARE(store.get(u"tasks"_s, u"broken"_s), QJsonObject());
-}
 
 QTEST_GUILESS_MAIN(RecoveryTest)
 

@@ -1,7 +1,9 @@
 #include "vesk_run.h"
 
+#include <QEventLoop>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -36,14 +38,14 @@ QStringList VeskRun::shell(const QString &script)
     return {u"--build-command"_s, QString::fromUtf8(QJsonDocument(command).toJson(QJsonDocument::Compact))};
 }
 
-Ended VeskRun::run(const QStringList &arguments, const std::function<void(QProcess &)> &prepare) const
+Ended VeskRun::run(const QStringList &arguments, const std::function<void(QProcess &)> &prepare, int timeoutMs) const
 {
     QProcess process;
     process.setStandardInputFile(QProcess::nullDevice());
     if (prepare)
         prepare(process);
     start(process, arguments);
-    return ended(process);
+    return ended(process, timeoutMs);
 }
 
 void VeskRun::start(QProcess &process, const QStringList &arguments) const
@@ -63,7 +65,13 @@ void VeskRun::start(QProcess &process, const QStringList &arguments) const
 Ended VeskRun::ended(QProcess &process, int timeoutMs)
 {
     Ended result;
-    if (process.state() != QProcess::NotRunning && !process.waitForFinished(timeoutMs)) {
+    if (process.state() != QProcess::NotRunning) {
+        QEventLoop loop;
+        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+        QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    if (process.state() != QProcess::NotRunning) {
         process.kill();
         process.waitForFinished();
     } else if (process.exitStatus() == QProcess::NormalExit && process.error() == QProcess::UnknownError) {

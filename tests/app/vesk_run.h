@@ -37,9 +37,11 @@ public:
     static QStringList shell(const QString &script);
 
     /// Runs to the end. `prepare` may change the process before it starts.
-    Ended run(const QStringList &arguments, const std::function<void(QProcess &)> &prepare = {}) const;
+    Ended run(const QStringList &arguments, const std::function<void(QProcess &)> &prepare = {},
+              int timeoutMs = 30000) const;
     /// Starts without waiting. Signals reach the process whatever this one ignores.
     void start(QProcess &process, const QStringList &arguments) const;
+    /// Waits in the event loop, so that a server of this process can answer.
     static Ended ended(QProcess &process, int timeoutMs = 30000);
 
     QTemporaryDir folder;

@@ -1,9 +1,11 @@
 #include "model_server.h"
 
 #include "helpers.h"
+#include "mock_provider.h"
 #include "roles.h"
 
 #include <QHash>
+#include <QJsonArray>
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
@@ -45,4 +47,14 @@ LLMRequest ModelServer::requestOf(const QJsonObject &body)
             request.role = prompt.value();
     }
     return request;
+}
+
+QString ModelServer::unasking(const LLMRequest &request)
+{
+    QJsonObject answer = MockProvider::respond(request);
+    if (request.role == "orchestrator"_L1)
+        answer["questions"_L1] = QJsonArray();
+    if (request.role == "coordinator"_L1)
+        answer["needs_user"_L1] = false;
+    return json(answer);
 }

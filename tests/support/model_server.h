@@ -17,4 +17,7 @@ public:
 
     /// The request behind a body, its role found by the system prompt; an unknown prompt gives an empty role.
     static vesk::LLMRequest requestOf(const QJsonObject &body);
+
+    /// What the demonstration answers, without its questions to the user.
+    static QString unasking(const vesk::LLMRequest &request);
 };
