@@ -43,23 +43,7 @@ public:
     /// By path, how many of its first revisions the correctness reviewer objects to.
     QHash<QString, int> objections;
 
-    /// Starts a task, unless one is under way, and carries it to its end: "COMPLETED", or why it failed.
-    QString ending()
-    {
-        if (!engine.busy())
-            start();
-        return outcome();
-    }
-    QString outcome()
-    {
-        runToEnd();
-        return phase() == u"FAILED"_s ? error() : phase();
-    }
-
-    QJsonObject artifact(const QString &role, qsizetype n = 0) const
-    {
-        return model.input(role, n)[u"artifact"_s].toObject();
-    }
+    QJsonObject artifact(const QString &role, qsizetype n = 0) const { return model.artifact(role, n); }
     /// The orders for a path, in order.
     QList<QJsonObject> orders(const QString &path) const
     {

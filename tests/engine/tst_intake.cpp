@@ -34,20 +34,6 @@ public:
         for (const QJsonObject &answer : answers)
             model.answer(u"orchestrator"_s, answer);
     }
-    /// Why the task failed, or its end.
-    QString ending()
-    {
-        if (!engine.busy())
-            start();
-        runToEnd();
-        return phase() == "FAILED"_L1 ? error() : phase();
-    }
-    QJsonValue spec(const QString &key) const { return state(u"spec"_s)[key]; }
-    /// Asks the user in the middle of the run.
-    void askUser(const QString &question, const QJsonArray &options = {}, const std::function<void()> &then = [] { })
-    {
-        engine.askDecision(question, options, then);
-    }
 };
 
 /// A run with a held intake, in which a test asks of its own.
@@ -57,7 +43,7 @@ public:
     {
         model.holding = true;
         start();
-        runUntil([this] { return model.held() == 1; });
+        runToHeld(1);
     }
 };
 
@@ -111,7 +97,7 @@ private Q_SLOTS:
         QCOMPARE(run.ending(), u"COMPLETED"_s);
         QCOMPARE(run.model.count(u"specialist"_s), 2);
         QCOMPARE(run.model.count(u"orchestrator"_s), 3);
-        QCOMPARE(run.spec(u"delegation_results"_s)[1][u"agent_id"_s].toString(), u"b"_s);
+        QCOMPARE(run.state(u"spec"_s)[u"delegation_results"_s][1][u"agent_id"_s].toString(), u"b"_s);
     }
 
     void theChiefHasThreeRounds()
@@ -213,19 +199,21 @@ private Q_SLOTS:
         };
         for (const auto &[options, kept] : offers) {
             AskingRun run;
-            run.askUser(u" Вопрос? "_s, options);
+            run.engine.askDecision(u" Вопрос? "_s, options, [] { });
             QCOMPARE(run.state(u"decision"_s)[u"question"_s].toString(), u"Вопрос?"_s);
             QCOMPARE(run.state(u"decision"_s)[u"options"_s].toArray(), kept);
-            QCOMPARE(errorOf([&] { run.askUser(u"Ещё?"_s); }), u"Другое уточнение ещё ожидает ответа."_s);
+            QCOMPARE(errorOf([&] { run.engine.askDecision(u"Ещё?"_s, {}, [] { }); }),
+                     u"Другое уточнение ещё ожидает ответа."_s);
         }
     }
 
     void anAnswerIsRefused()
     {
         AskingRun run;
-        QCOMPARE(errorOf([&] { run.askUser(u" "_s); }), u"Главный агент не сформулировал вопрос."_s);
+        QCOMPARE(errorOf([&] { run.engine.askDecision(u" "_s, {}, [] { }); }),
+                 u"Главный агент не сформулировал вопрос."_s);
         QCOMPARE(errorOf([&] { run.engine.clarify(u"Да"_s); }), u"Нет ожидающего уточнения."_s);
-        run.askUser(u"Вопрос?"_s);
+        run.engine.askDecision(u"Вопрос?"_s, {}, [] { });
         const QJsonObject before = run.engine.snapshot();
         QCOMPARE(errorOf([&] { run.engine.clarify(u" \n"_s); }), u"Введите ответ."_s);
         run.breakStore(u"1"_s, u"messages"_s);
@@ -245,10 +233,10 @@ private Q_SLOTS:
                 then();
             });
         };
-        ask(u"first"_s, [&] { run.askUser(u"Второй вопрос?"_s, {}, [&] { order.append(u"answer 2"_s); }); });
+        ask(u"first"_s, [&] { run.engine.askDecision(u"Второй вопрос?"_s, {}, [&] { order.append(u"answer 2"_s); }); });
         ask(u"second"_s, [] { });
         EngineFixture::settle();
-        run.askUser(u"Вопрос?"_s, {}, [&] { order.append(u"answer 1"_s); });
+        run.engine.askDecision(u"Вопрос?"_s, {}, [&] { order.append(u"answer 1"_s); });
         while (run.model.release(u"specialist"_s)) { }
         EngineFixture::settle();
         QVERIFY(order.isEmpty());
@@ -283,7 +271,7 @@ private Q_SLOTS:
         };
         for (const auto &[topic, question, asked, needsUser] : rows) {
             AskingRun run;
-            run.askUser(u"Старый вопрос?"_s);
+            run.engine.askDecision(u"Старый вопрос?"_s, {}, [] { });
             run.engine.clarify(u"Да"_s);
             run.model.answer(u"coordinator"_s,
                              {{u"needs_user"_s, needsUser},

@@ -113,6 +113,8 @@ public:
         QCOMPARE(record[u"status"_s].toString(), story.error.isEmpty() ? u"COMPLETED"_s : u"ERROR"_s);
         QCOMPARE(record[u"attempt"_s].toInt(), int(tokens.size()));
         QCOMPARE(record[u"error"_s].toString(), story.error);
+        QCOMPARE(record[u"output"_s].toObject(), answers.value(0));
+        QCOMPARE(record[u"output_tokens"_s].toInt(), told(story.letters[tokens.size() - 1]).completionTokens);
         QCOMPARE(messages(u"RetryScheduled"_s).size(),
                  story.letters.first(tokens.size() - 1).count(QRegularExpression(u"[rt]"_s)));
     }
@@ -157,13 +159,8 @@ private Q_SLOTS:
         QVERIFY(run.runUntil([&] { return run.model.requests.size() == 5; }));
 
         QStringList order;
-        const QJsonArray runs = run.state(u"runs"_s).toArray();
-        for (const LLMRequest &request : run.model.requests) {
-            for (const QJsonValue &record : runs) {
-                if (record[u"id"_s].toString() == request.id)
-                    order.append(record[u"role"_s].toString());
-            }
-        }
+        for (const LLMRequest &request : std::as_const(run.model.requests))
+            order.append(run.agentOf(request));
         QCOMPARE(order, (QStringList{u"1"_s, u"0"_s, u"2"_s, u"specialist"_s, u"3"_s}));
     }
 
@@ -189,11 +186,9 @@ private Q_SLOTS:
     void aReviewerThatIsSwitchedOffApproves()
     {
         const QStringList roles{u"risk_judge"_s, u"integration_reviewer"_s, u"validator"_s, u"observer"_s};
-        const QJsonObject approval{{u"verdict"_s, u"APPROVE"_s},
-                                   {u"issues"_s, QJsonArray()},
-                                   {u"required_changes"_s, QJsonArray()},
-                                   {u"confidence"_s, 1},
-                                   {u"summary"_s, u"Роль отключена пользователем; проверка не выполнялась."_s}};
+        const QJsonObject approval = ScriptedProvider::with(
+            ScriptedProvider::approval(),
+            {{u"confidence"_s, 1}, {u"summary"_s, u"Роль отключена пользователем; проверка не выполнялась."_s}});
         QueueRun run;
         run.engine.disabledAgents = QSet<QString>(roles.begin(), roles.end());
         run.begin();
@@ -287,28 +282,6 @@ private Q_SLOTS:
             QCOMPARE(run.model.requests.last().system, PromptManager::get(role));
             run.answerNow(role);
         }
-    }
-
-    void aRunRecordTellsTheStory()
-    {
-        QueueRun run;
-        run.begin();
-        run.ask(u"specialist"_s, {{u"topic"_s, u"Тема"_s}});
-        const QJsonObject waiting = run.lastRun();
-        QCOMPARE(waiting[u"status"_s].toString(), u"WAITING"_s);
-        QVERIFY(!waiting.contains(u"started_at"_s));
-        EngineFixture::settle();
-        QCOMPARE(run.model.requests.last().id, waiting[u"id"_s].toString());
-        QCOMPARE(run.eventsOf(u"AgentStarted"_s).last()[u"data"_s].toObject(), run.lastRun());
-
-        run.answerNow(u"specialist"_s);
-        const QJsonObject done = run.lastRun();
-        QCOMPARE(done[u"status"_s].toString(), u"COMPLETED"_s);
-        QCOMPARE(done[u"output"_s].toObject(), run.answers.value(0));
-        QCOMPARE(done[u"input_tokens"_s].toInt(), 10);
-        QCOMPARE(done[u"output_tokens"_s].toInt(), 5);
-        QCOMPARE(run.stored(u"agent_runs"_s).last().toObject(), done);
-        QCOMPARE(run.stored(u"artifacts"_s).last()[u"body"_s].toObject(), run.answers.value(0));
     }
 
     void aRoleHasOneAgentPerTask()
@@ -473,15 +446,11 @@ private Q_SLOTS:
 
     void aContinuationMayEndTheRun()
     {
-        struct Row {
-            QString steps; ///< f: fails, c: cancels, t: throws
-            QString end;
-            QString error;
-            QString status;
-        };
-        for (const auto &[steps, end, error, status] : {Row{u"t"_s, u"FAILED"_s, u"Ошибка шага"_s, u"ERROR"_s},
-                                                        Row{u"ft"_s, u"FAILED"_s, u"Причина"_s, u"COMPLETED"_s},
-                                                        Row{u"ct"_s, u"CANCELLED"_s, {}, u"COMPLETED"_s}}) {
+        // The step fails the run, cancels it, throws.
+        for (const auto &[steps, end, error, status] :
+             std::initializer_list<std::array<QString, 4>>{{u"t"_s, u"FAILED"_s, u"Ошибка шага"_s, u"ERROR"_s},
+                                                           {u"ft"_s, u"FAILED"_s, u"Причина"_s, u"COMPLETED"_s},
+                                                           {u"ct"_s, u"CANCELLED"_s, {}, u"COMPLETED"_s}}) {
             QueueRun run;
             run.begin();
             run.engine.enqueueDirect(u"specialist"_s, {}, [&](const QJsonObject &) {

@@ -220,26 +220,6 @@ private Q_SLOTS:
         }
     }
 
-    void everyReadyNodeStartsAtOnceAndOthersWait()
-    {
-        QJsonArray plan{code(u"last.txt"_s, {u"f0.txt"_s, u"f9.txt"_s})};
-        for (int i = 0; i < 10; ++i)
-            plan.append(code(u"f%1.txt"_s.arg(i)));
-        PlannedRun run(plan);
-        run.when(u"PhaseChanged"_s, u"EXECUTION"_s, [&] { run.model.holding = true; });
-        run.start();
-        QVERIFY(run.runUntil([&] { return run.model.held() == 8; }));
-
-        QCOMPARE(run.status(u"last.txt"_s), u"QUEUED"_s);
-        for (int i = 0; i < 10; ++i)
-            QCOMPARE(run.status(u"f%1.txt"_s.arg(i)), u"RUNNING"_s);
-
-        run.model.holding = false;
-        while (run.model.release()) { }
-        QCOMPARE(run.outcome(), u"COMPLETED"_s);
-        QCOMPARE(run.orders(u"last.txt"_s).first()[u"dependencies"_s].toArray().size(), 2);
-    }
-
     void researchIsPassedOnToWhatDependsOnIt()
     {
         PlannedRun run({ScriptedProvider::node(u"r"_s, u"research"_s, {}), code(u"a.txt"_s, {u"r"_s})});

@@ -41,7 +41,6 @@ public:
                 model.answer(planJudges[i], review(letters[i]));
         }
     }
-    QStringList phases() const { return messages(u"PhaseChanged"_s); }
 };
 
 } // namespace

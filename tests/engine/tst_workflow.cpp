@@ -44,22 +44,14 @@ public:
     {
         scriptOneFile();
         engine.agentNetwork = network;
-        model.respond(u"specialist"_s,
-                      [this](const LLMRequest &request) { return ScriptedProvider::result(summary(idOf(request))); });
+        model.respond(u"specialist"_s, [this](const LLMRequest &request) {
+            return ScriptedProvider::result(summary(agentOf(request)));
+        });
     }
     static QJsonObject summary(const QString &id) { return {{u"summary"_s, u"Итог "_s + id}}; }
     static QJsonObject deliverable(const QString &id)
     {
         return {{u"agent_id"_s, id}, {u"agent"_s, u"Имя "_s + id}, {u"result"_s, summary(id)}};
-    }
-    QString idOf(const LLMRequest &request) const
-    {
-        const QJsonArray runs = state(u"runs"_s).toArray();
-        for (const QJsonValue &run : runs) {
-            if (run[u"id"_s].toString() == request.id)
-                return run[u"role"_s].toString();
-        }
-        return {};
     }
     /// The agents or roles that were asked, in order, up to the planner.
     QStringList order() const
@@ -67,7 +59,7 @@ public:
         QStringList ids;
         for (const LLMRequest &request : model.requests) {
             if (request.role != u"orchestrator"_s)
-                ids.append(idOf(request));
+                ids.append(agentOf(request));
             if (request.role == u"planner"_s)
                 break;
         }
@@ -76,7 +68,7 @@ public:
     QJsonObject payload(const QString &id, int nth = 0) const
     {
         for (const LLMRequest &request : model.requests) {
-            if (idOf(request) == id && nth-- == 0)
+            if (agentOf(request) == id && nth-- == 0)
                 return request.input[u"artifact"_s].toObject();
         }
         return {};

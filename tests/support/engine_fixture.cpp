@@ -8,6 +8,8 @@
 #include <QSqlError>
 #include <QSqlQuery>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 using namespace vesk;
 
@@ -118,13 +120,19 @@ QJsonObject EngineFixture::node(const QString &id) const
     return {};
 }
 
+QString EngineFixture::agentOf(const LLMRequest &request) const
+{
+    const QJsonArray runs = state(u"runs"_s).toArray();
+    const auto found
+        = std::ranges::find_if(runs, [&](const QJsonValue &run) { return run["id"_L1].toString() == request.id; });
+    return found == runs.end() ? QString() : (*found)["role"_L1].toString();
+}
+
 QStringList EngineFixture::messages(const QString &type) const
 {
     QStringList list;
-    for (const QJsonObject &event : log) {
-        if (event["type"_L1].toString() == type)
-            list.append(event["message"_L1].toString());
-    }
+    for (const QJsonObject &event : eventsOf(type))
+        list.append(event["message"_L1].toString());
     return list;
 }
 

@@ -39,6 +39,11 @@ public:
         return runUntil([this] { return !engine.busy(); }, timeoutMs);
     }
     bool runUntil(const std::function<bool()> &condition, int timeoutMs = 20000);
+    /// Runs until the model holds so many answers back.
+    bool runToHeld(qsizetype count)
+    {
+        return runUntil([this, count] { return model.held() == count; });
+    }
     /// Runs what is due now, so that a run that could go on has done so.
     static void settle();
     /// Runs the event loop until the phase is reached.
@@ -58,6 +63,21 @@ public:
     QString error() const { return state(QStringLiteral("error")).toString(); }
     QString task() const { return state(QStringLiteral("id")).toString(); }
     QJsonObject node(const QString &id) const;
+    /// The agent, or the role, that was given this request.
+    QString agentOf(const vesk::LLMRequest &request) const;
+    QStringList phases() const { return messages(QStringLiteral("PhaseChanged")); }
+    /// Starts a task, unless one is under way, and carries it to its end: "COMPLETED", or why it failed.
+    QString ending()
+    {
+        if (!engine.busy())
+            start();
+        return outcome();
+    }
+    QString outcome()
+    {
+        runToEnd();
+        return phase() == QLatin1StringView("FAILED") ? error() : phase();
+    }
     /// The messages of all events of a type, in order.
     QStringList messages(const QString &type) const;
     QList<QJsonObject> eventsOf(const QString &type) const;
