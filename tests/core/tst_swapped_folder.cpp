@@ -1,11 +1,9 @@
+#include "files.h"
 #include "helpers.h"
 #include "sandbox.h"
 #include "store.h"
 #include "workspace.h"
 
-#include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -15,7 +13,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
@@ -23,20 +20,6 @@ using namespace vesk;
 namespace {
 
 constexpr int operations = 100000;
-
-QByteArray contentOf(const QByteArray &path)
-{
-    char text[64];
-    const Descriptor file(::open(path.constData(), O_RDONLY | O_CLOEXEC));
-    const ssize_t size = file ? ::read(file.get(), text, sizeof text) : 0;
-    return QByteArray(text, std::max<ssize_t>(size, 0));
-}
-
-void save(const QByteArray &path, const QByteArray &bytes)
-{
-    const Descriptor file(::open(path.constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666));
-    QCOMPARE(::write(file.get(), bytes.constData(), size_t(bytes.size())), bytes.size());
-}
 
 } // namespace
 
@@ -51,11 +34,11 @@ private Q_SLOTS:
         QVERIFY(QDir(top->path()).mkpath(u"project/d"_s));
         QVERIFY(QDir(top->path()).mkpath(u"outside"_s));
         for (const char *name : {"read", "written"})
-            save(path(u"outside/"_s + QString::fromLatin1(name)), "secret");
+            saveShort(path(u"outside/"_s + QString::fromLatin1(name)), "secret");
         for (int i = 0; i < operations / 25; ++i)
-            save(path(u"outside/new%1"_s.arg(i)), "1");
+            saveShort(path(u"outside/new%1"_s.arg(i)), "1");
         QCOMPARE(::symlink("../outside", path(u"project/l"_s).constData()), 0);
-        save(path(u"project/d/read"_s), "inside");
+        saveShort(path(u"project/d/read"_s), "inside");
         store = std::make_unique<Store>(top->filePath(u"store.sqlite"_s));
     }
 
@@ -118,7 +101,7 @@ private Q_SLOTS:
         QVERIFY(refused > operations / 100);
         QVERIFY(refused < operations - operations / 100);
         QVERIFY(revision > 1 && made > 0 && removed > 0);
-        const bool isBack = contentOf(path(u"project/d/read"_s)) == "inside";
+        const bool isBack = shortContentOf(path(u"project/d/read"_s)) == "inside";
         const QDir folder(top->filePath(isBack ? u"project/d"_s : u"project/l"_s));
         QCOMPARE(folder.entryList(QDir::Files | QDir::Hidden).size(), made - removed + 2);
     }
@@ -136,7 +119,7 @@ private:
             struct stat status = {};
             ::stat(QFile::encodeName(file.filePath()).constData(), &status);
             found += u"%1 %2 %3.%4"_s
-                         .arg(file.fileName(), QString::fromUtf8(contentOf(QFile::encodeName(file.filePath()))))
+                         .arg(file.fileName(), QString::fromUtf8(shortContentOf(QFile::encodeName(file.filePath()))))
                          .arg(status.st_ctim.tv_sec)
                          .arg(status.st_ctim.tv_nsec);
         }

@@ -51,15 +51,6 @@ private Q_SLOTS:
         QCOMPARE(workspace->project(), u"p"_s);
     }
 
-    void openMakesTheFolderAndFollowsLinksToIt()
-    {
-        QFile::link(top->filePath(u"project"_s), top->filePath(u"link"_s));
-        workspace->open(top->filePath(u"link/deep/er"_s), u"q"_s);
-        QCOMPARE(workspace->root(), QFileInfo(path(u"deep/er"_s)).canonicalFilePath());
-        workspace->write(u"a"_s, "1", u"me"_s, 0);
-        QCOMPARE(contentOf(path(u"deep/er/a"_s)), "1");
-    }
-
     void nothingIsReachedBeforeOpen()
     {
         Workspace fresh(*store);
@@ -509,14 +500,5 @@ private:
     std::unique_ptr<Workspace> workspace;
 };
 
-/// With "--old-kernel" the same where the kernel and the file system can do less.
-int main(int count, char *arguments[])
-{
-    if (!sandbox::obey(count, arguments))
-        return sandbox::skipped;
-    QCoreApplication application(count, arguments);
-    WorkspaceTest test;
-    return QTest::qExec(&test, count, arguments);
-}
-
+SANDBOXED_TEST_MAIN(WorkspaceTest)
 #include "tst_workspace.moc"

@@ -1,8 +1,7 @@
 #include "confined_folder.h"
+#include "files.h"
 #include "sandbox.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -21,23 +20,14 @@ namespace {
 
 using Deed = std::function<void(const QByteArray &path)>;
 
-void save(const QByteArray &path, const QByteArray &bytes)
-{
-    QFile file(QFile::decodeName(path));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
-
 /// A file's bytes, what else it is, or "missing".
-QByteArray contentOf(const QByteArray &path)
+QByteArray bytesOrKind(const QByteArray &path)
 {
     struct stat status;
     if (::lstat(path.constData(), &status) != 0)
         return "missing";
-    if (S_ISREG(status.st_mode)) {
-        QFile file(QFile::decodeName(path));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
-    }
+    if (S_ISREG(status.st_mode))
+        return contentOf(QFile::decodeName(path));
     return S_ISDIR(status.st_mode) ? "folder" : S_ISLNK(status.st_mode) ? "link" : "other";
 }
 
@@ -45,10 +35,11 @@ QByteArray contentOf(const QByteArray &path)
 void addDeeds()
 {
     QTest::addColumn<Deed>("deed");
-    QTest::newRow("saved in place") << Deed([](const QByteArray &path) { save(path, "theirs"); });
-    QTest::newRow("saved in place, as long as before") << Deed([](const QByteArray &path) { save(path, "OLD"); });
+    QTest::newRow("saved in place") << Deed([](const QByteArray &path) { saveShort(path, "theirs", O_TRUNC); });
+    QTest::newRow("saved in place, as long as before")
+        << Deed([](const QByteArray &path) { saveShort(path, "OLD", O_TRUNC); });
     QTest::newRow("saved by renaming") << Deed([](const QByteArray &path) {
-        save(path + '~', "theirs");
+        saveShort(path + '~', "theirs");
         QCOMPARE(::rename((path + '~').constData(), path.constData()), 0);
     });
     QTest::newRow("a folder") << Deed([](const QByteArray &path) {
@@ -85,11 +76,11 @@ private Q_SLOTS:
         ConfinedFolder::Spot spot;
         QCOMPARE(confined->makeParent("d/e/a", spot), Result::Done);
         deed(path("d/e/a"));
-        const QByteArray theirs = contentOf(path("d/e/a"));
+        const QByteArray theirs = bytesOrKind(path("d/e/a"));
 
         QCOMPARE(confined->create(spot, "ours"), Result::Exists);
 
-        QCOMPARE(contentOf(path("d/e/a")), theirs);
+        QCOMPARE(bytesOrKind(path("d/e/a")), theirs);
         QCOMPARE(everything(u"d/e"_s), QStringList{u"a"_s});
     }
 
@@ -111,13 +102,13 @@ private Q_SLOTS:
         ConfinedFolder::Content old;
         QCOMPARE(confined->read("d/a", 10, old), Result::Done);
         deed(path("d/a"));
-        const QByteArray theirs = contentOf(path("d/a"));
+        const QByteArray theirs = bytesOrKind(path("d/a"));
         const Result expected = theirs == "missing" ? Result::Missing : Result::Changed;
 
         QCOMPARE(confined->replace(spot, "ours", old), expected);
-        QCOMPARE(contentOf(path("d/a")), theirs);
+        QCOMPARE(bytesOrKind(path("d/a")), theirs);
         QCOMPARE(confined->remove("d/a", old), expected);
-        QCOMPARE(contentOf(path("d/a")), theirs);
+        QCOMPARE(bytesOrKind(path("d/a")), theirs);
         QCOMPARE(everything(u"d"_s), theirs == "missing" ? QStringList() : QStringList{u"a"_s});
     }
 
@@ -136,7 +127,7 @@ private Q_SLOTS:
         QCOMPARE(confined->replace(spot, "ours", old), Result::Changed);
         QCOMPARE(confined->remove("a", old), Result::Changed);
         QCOMPARE(::write(writer.get(), "theirs", 6), 6);
-        QCOMPARE(contentOf(path("a")), "theirs");
+        QCOMPARE(bytesOrKind(path("a")), "theirs");
         writer.reset();
         QCOMPARE(confined->read("a", 10, old), Result::Done);
         QCOMPARE(confined->replace(spot, "ours", old), Result::Done);
@@ -163,7 +154,7 @@ private Q_SLOTS:
                 : u"made"_s;
         });
         QCOMPARE(outcome, u"refused"_s);
-        QCOMPARE(contentOf(path("a")), "old");
+        QCOMPARE(bytesOrKind(path("a")), "old");
         QCOMPARE(everything(), QStringList{u"a"_s});
     }
 
@@ -174,7 +165,7 @@ private Q_SLOTS:
         ConfinedFolder::Spot spot;
         ConfinedFolder::Content old;
         QCOMPARE(confined->makeParent("a", spot), Result::Done);
-        save(path("a"), "old");
+        saveShort(path("a"), "old");
         QCOMPARE(::chown(path("a").constData(), 1234, 5678), 0);
         QCOMPARE(::chmod(path("a").constData(), 0640), 0);
         QCOMPARE(confined->read("a", 10, old), Result::Done);
@@ -210,8 +201,8 @@ private Q_SLOTS:
             });
             ::usleep(useconds_t(round * 97 % 5000));
             worker.kill();
-            QVERIFY(isWhole(contentOf(path("a"))));
-            QVERIFY(!QFile::exists(folder->filePath(u"new"_s)) || isWhole(contentOf(path("new"))));
+            QVERIFY(isWhole(bytesOrKind(path("a"))));
+            QVERIFY(!QFile::exists(folder->filePath(u"new"_s)) || isWhole(bytesOrKind(path("new"))));
             QFile::remove(folder->filePath(u"new"_s));
             left += everything().size() > 1;
             confined->removeLeftovers({});
@@ -222,24 +213,11 @@ private Q_SLOTS:
 
 private:
     QByteArray path(const QByteArray &name) const { return QFile::encodeName(folder->path()) + '/' + name; }
-    QStringList everything(const QString &name = {}) const
-    {
-        const QDir dir(folder->filePath(name));
-        return dir.entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);
-    }
+    QStringList everything(const QString &name = {}) const { return everythingIn(folder->filePath(name)); }
 
     std::unique_ptr<QTemporaryDir> folder;
     std::optional<ConfinedFolder> confined;
 };
 
-/// With "--old-kernel" the same where the kernel and the file system can do less.
-int main(int count, char *arguments[])
-{
-    if (!sandbox::obey(count, arguments))
-        return sandbox::skipped;
-    QCoreApplication application(count, arguments);
-    ConfinedFolderTest test;
-    return QTest::qExec(&test, count, arguments);
-}
-
+SANDBOXED_TEST_MAIN(ConfinedFolderTest)
 #include "tst_confined_folder.moc"

@@ -1,17 +1,13 @@
 #include "confined_folder.h"
+#include "files.h"
 #include "sandbox.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <atomic>
 #include <functional>
 #include <thread>
-
-#include <fcntl.h>
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
@@ -22,18 +18,9 @@ namespace {
 constexpr int versions = 4000;
 constexpr int rounds = 50;
 
-QByteArray contentOf(const QByteArray &path)
-{
-    const Descriptor file(::open(path.constData(), O_RDONLY | O_CLOEXEC));
-    char text[64];
-    const ssize_t size = file ? ::read(file.get(), text, sizeof text) : 0;
-    return QByteArray(text, std::max<ssize_t>(size, 0));
-}
-
 void saveInPlace(const QByteArray &path, const QByteArray &bytes)
 {
-    const Descriptor file(::open(path.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
-    (void)!::write(file.get(), bytes.constData(), size_t(bytes.size()));
+    saveShort(path, bytes, O_TRUNC);
 }
 
 void saveByRenaming(const QByteArray &path, const QByteArray &bytes)
@@ -112,7 +99,7 @@ private:
                     save(file, QByteArray::number(++count.saved));
                 // For some microseconds of an exchange that is taken back the other version shows.
                 int looks = 0;
-                while (versionIn(contentOf(file)) != count.saved && ++looks < 200)
+                while (versionIn(shortContentOf(file)) != count.saved && ++looks < 200)
                     ::usleep(1000);
                 count.lost += looks == 200;
             }

@@ -1,8 +1,8 @@
 #include "secret_file.h"
 
-#include <QDir>
+#include "files.h"
+
 #include <QElapsedTimer>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -197,18 +197,11 @@ private:
     QString path() const { return folder->filePath("credentials"); }
     SecretFile file() const { return SecretFile(folder->path()); }
 
-    QByteArray content() const
-    {
-        QFile opened(path());
-        return opened.open(QFile::ReadOnly) ? opened.readAll() : QByteArray();
-    }
+    QByteArray content() const { return contentOf(path()); }
 
     void write(const QByteArray &bytes, mode_t mode = 0600) const
     {
-        QFile opened(path());
-        QVERIFY(opened.open(QFile::WriteOnly));
-        opened.write(bytes);
-        opened.close();
+        ::save(path(), bytes);
         QCOMPARE(::chmod(path().toLocal8Bit().constData(), mode), 0);
     }
 

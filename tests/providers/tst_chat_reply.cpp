@@ -177,20 +177,6 @@ private Q_SLOTS:
         for (const auto &[reply, answer] : replies)
             QCOMPARE(withoutThinking(reply), answer);
     }
-
-    void aReplyWithoutEndIsCut()
-    {
-        // One line of many megabytes in small pieces: each byte is looked at once.
-        StreamState state;
-        const QByteArray piece(1024 * 1024, 'x');
-        int pieces = 0;
-        while (!state.feed(piece).overflow)
-            QVERIFY(++pieces <= 64);
-        QCOMPARE(state.raw().size(), maxReplyBytes);
-        const LLMResult result = resultOf(state, {200, QNetworkReply::OperationCanceledError, false, {}});
-        QCOMPARE(result.error, brokenStream);
-        QVERIFY(result.retryable);
-    }
 };
 
 QTEST_APPLESS_MAIN(ChatReplyTest)

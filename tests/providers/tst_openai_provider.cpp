@@ -125,11 +125,11 @@ private Q_SLOTS:
 
     void aReplyEndsExactlyOnce_data()
     {
-        QTest::addColumn<QList<WireReply>>("replies");
+        QTest::addColumn<WireReply>("reply");
         QTest::addColumn<QString>("start");
         QTest::addColumn<bool>("retryable");
         const auto row = [](const char *name, const WireReply &reply, const QString &start, bool retryable) {
-            QTest::newRow(name) << QList<WireReply>{reply} << start << retryable;
+            QTest::newRow(name) << reply << start << retryable;
         };
         const QByteArray good = WireReply::text(WireReply::completion(u"{}"_s));
         const QString cut = u"Передача ответа прервалась"_s;
@@ -168,10 +168,10 @@ private Q_SLOTS:
 
     void aReplyEndsExactlyOnce()
     {
-        QFETCH(QList<WireReply>, replies);
+        QFETCH(WireReply, reply);
         QFETCH(QString, start);
         QFETCH(bool, retryable);
-        WireServer server([&](const WireRequest &) { return replies[0]; });
+        WireServer server([&](const WireRequest &) { return reply; });
         Client client(server.url());
         client.ask();
         QVERIFY(client.waitFor(1));

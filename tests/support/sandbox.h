@@ -42,6 +42,17 @@ constexpr int skipped = 77;
 /// Takes the argument "--old-kernel" from the command line and does that. False where it can't.
 bool obey(int &count, char *arguments[]);
 
+/// The main function of a test that, with that argument, is the same where the kernel and the file system can do less.
+#define SANDBOXED_TEST_MAIN(TestClass)                                                                                 \
+    int main(int count, char *arguments[])                                                                             \
+    {                                                                                                                  \
+        if (!sandbox::obey(count, arguments))                                                                          \
+            return sandbox::skipped;                                                                                   \
+        QCoreApplication application(count, arguments);                                                                \
+        TestClass test;                                                                                                \
+        return QTest::qExec(&test, count, arguments);                                                                  \
+    }
+
 /// A folder of its own in memory, where flushing to disk costs nothing; on disk where there is no such.
 QString memoryTemplate();
 
