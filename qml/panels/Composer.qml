@@ -40,7 +40,7 @@ Rectangle {
                     list: "attachments"
                 }
                 AttachmentChip {
-                    onRemoved: root.service.removeAttachment(row.path)
+                    onRemoved: root.service.removeAttachment(row.id)
                 }
             }
             Note {

@@ -118,8 +118,8 @@ public:
 
     // What this version does not have yet: each says so in `message` (backend_pending.cpp)
 
-    Q_INVOKABLE void attachFiles(const QStringList &urls);
-    Q_INVOKABLE void removeAttachment(const QString &path);
+    Q_INVOKABLE void attachFiles(const QVariantList &urls);
+    Q_INVOKABLE void removeAttachment(const QString &id);
     Q_INVOKABLE void connectProvider(const QString &provider, const QString &model, const QString &key);
     Q_INVOKABLE void connectAgents(const QString &agent, const QString &target);
     Q_INVOKABLE void addWorkflowTemplate();
@@ -227,7 +227,16 @@ private:
     void configureClient(OpenAICompatibleProvider &target);
     void prepareRuntime(const QString &request);
     QJsonObject mediaCapabilities() const;
+    QString ffmpegProgram() const;
+
+    // backend_attachments.cpp
+    void importFile(const QString &file);
+    void takeImport(QProcess *worker, int exitCode);
+    void keepImport(QJsonObject medium);
+    QSet<QString> mediaInQuestion(const QJsonArray &media) const;
     QJsonArray mediaForRequest(const QString &request) const;
+    bool seesThrough(const QString &agent);
+    bool configureVisionChat(const QJsonArray &media, QJsonObject &input);
 
     // backend_read.cpp
     template <typename T> struct Remembered {

@@ -259,8 +259,9 @@ void Backend::discuss(const QString &text)
 void Backend::askChat(const QString &text, const QString &conversation)
 {
     const QJsonObject state = selected();
+    const QJsonArray media = isSmallTalk(text) ? QJsonArray() : mediaForRequest(text);
     QJsonObject input{
-        {u"media"_s, isSmallTalk(text) ? QJsonArray() : mediaForRequest(text)},
+        {u"media"_s, media},
         {u"memory"_s, store.list(u"memory_entries"_s, workspace.project())},
         {u"question"_s, text},
         {u"history"_s, historyOf(conversation, chatTurns, chatTurnChars, false)},
@@ -269,9 +270,11 @@ void Backend::askChat(const QString &text, const QString &conversation)
                                              : Narrator::report(state)},
     };
     attachments = {};
+    notifyUi();
     configureClient(chatClient);
+    const bool sees = configureVisionChat(media, input);
     ILLMProvider *provider = &chatClient;
-    if (std::as_const(settings)["mock"_L1].toBool())
+    if (std::as_const(settings)["mock"_L1].toBool() && !sees)
         provider = &chatMock;
     chatBusy = true;
     notifyUi();

@@ -17,16 +17,6 @@ void notYet(const QString &what)
 
 } // namespace
 
-void Backend::attachFiles(const QStringList &)
-{
-    guard([] { notYet(u"Вложения"_s); });
-}
-
-void Backend::removeAttachment(const QString &)
-{
-    guard([] { notYet(u"Вложения"_s); });
-}
-
 void Backend::connectProvider(const QString &, const QString &, const QString &)
 {
     guard([] { notYet(u"Подключение модели из окна"_s); });

@@ -4,6 +4,7 @@
 
 #include "helpers.h"
 #include "message_kind.h"
+#include "process_containment.h"
 
 #include <QJsonDocument>
 
@@ -177,7 +178,7 @@ void Backend::stopImports()
     const QSet<QProcess *> imports = std::exchange(importProcesses, {});
     for (QProcess *process : imports) {
         process->disconnect(this);
-        process->kill();
+        ProcessContainment::end(*process);
         process->deleteLater();
     }
 }

@@ -1,6 +1,10 @@
 #include "backend.h"
 
+#include "programs.h"
+
 #include <QCoreApplication>
+#include <QFileInfo>
+#include <QStandardPaths>
 
 using namespace Qt::StringLiterals;
 
@@ -33,13 +37,21 @@ void Backend::prepareRuntime(const QString &)
 /// Which real tools a run may plan with. Only what the program knows for certain by now.
 QJsonObject Backend::mediaCapabilities() const
 {
-    return {{u"computer_access"_s, preferences["computer_access"_L1]}, {u"workspace"_s, workspace.root()}};
+    return {{u"computer_access"_s, preferences["computer_access"_L1]},
+            {u"workspace"_s, workspace.root()},
+            {u"ffmpeg"_s, ffmpegProgram()}};
 }
 
-/// No files are attached yet, so no request speaks of any.
-QJsonArray Backend::mediaForRequest(const QString &) const
+/// The user's choice, else the one that comes with the application, else the system's; empty when there is none.
+QString Backend::ffmpegProgram() const
 {
-    return {};
+    const QString chosen = preferences["ffmpeg_path"_L1].toString();
+    const QString bundled = bundledFfmpeg(QCoreApplication::applicationDirPath());
+    for (const QString &path : {chosen, bundled}) {
+        if (QFileInfo(path).isFile())
+            return path;
+    }
+    return QStandardPaths::findExecutable(u"ffmpeg"_s);
 }
 
 } // namespace vesk

@@ -131,9 +131,19 @@ int openInterface(int argc, char **argv)
     return open(argc, argv);
 }
 
+int runMedia(const CommandLine &line)
+{
+    QLibrary library(mediaLibrary());
+    const auto run = reinterpret_cast<int (*)(const char *)>(library.resolve("veskMediaJob"));
+    require(run, u"Не удалось загрузить обработку медиа: "_s + library.errorString());
+    return run(line.value(u"--media-job"_s).toUtf8().constData());
+}
+
 int runMode(const CommandLine &line)
 {
     switch (line.mode()) {
+    case Mode::MediaJob:
+        return runMedia(line);
     case Mode::Help:
         printLine(helpText());
         return 0;

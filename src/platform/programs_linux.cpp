@@ -8,6 +8,19 @@ using namespace Qt::StringLiterals;
 
 namespace vesk {
 
+namespace {
+
+/// A library that is loaded on demand: beside the executable while it is being built, apart from it once installed.
+QString ownLibrary(const QString &name)
+{
+    // Asked before there is an application object that knows its own folder.
+    const QDir folder = QFileInfo(QFileInfo(u"/proc/self/exe"_s).symLinkTarget()).dir();
+    const QString beside = folder.filePath(name);
+    return QFileInfo::exists(beside) ? beside : folder.filePath(u"../lib/vesk/"_s + name);
+}
+
+} // namespace
+
 QString npmScript(const QString &node)
 {
     const QString script = u"node_modules/npm/bin/npm-cli.js"_s;
@@ -24,11 +37,17 @@ QString npmScript(const QString &node)
 
 QString interfaceLibrary()
 {
-    // Asked before there is an application object that knows its own folder.
-    const QDir folder = QFileInfo(QFileInfo(u"/proc/self/exe"_s).symLinkTarget()).dir();
-    const QString name = u"libvesk-interface.so"_s;
-    const QString beside = folder.filePath(name);
-    return QFileInfo::exists(beside) ? beside : folder.filePath(u"../lib/vesk/"_s + name);
+    return ownLibrary(u"libvesk-interface.so"_s);
+}
+
+QString mediaLibrary()
+{
+    return ownLibrary(u"libvesk-media.so"_s);
+}
+
+QString bundledFfmpeg(const QString &applicationFolder)
+{
+    return applicationFolder + u"/tools/ffmpeg"_s;
 }
 
 QString browserProgram()

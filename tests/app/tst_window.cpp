@@ -184,7 +184,8 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
     desk->press(Qt::Key_Escape);
 
     if (QGuiApplication::platformName() == "offscreen"_L1) {
-        QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"does not support QPlatformServices::open(Url|Document)"_s));
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(u"does not support QPlatformServices::open(Url|Document)"_s));
         QVERIFY(desk->click(u"openResult"_s));
         QTRY_VERIFY(desk->text(u"messageStrip"_s, "message").contains(u"не смог открыть файл"_s));
     } else {

@@ -1,0 +1,167 @@
+// Copying a user's file into the project, with what a model can see of it.
+
+#include "helpers.h"
+#include "media_job.h"
+#include "media_parts.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QImageReader>
+#include <QJsonArray>
+#include <QRegularExpression>
+#include <QSaveFile>
+
+#include <cmath>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr qint64 pieceBytes = 1048576;
+constexpr int previewSide = 1536;
+constexpr int previewQuality = 82;
+constexpr qint64 excerptBytes = 12000;
+constexpr int maxFrames = 8;
+constexpr int probeMs = 10000;
+constexpr int frameMs = 15000;
+
+void copyFile(const QString &source, const QString &target)
+{
+    QFile from(source);
+    require(from.open(QIODevice::ReadOnly), u"Не удалось прочитать вложение"_s);
+    QSaveFile to(target);
+    require(to.open(QIODevice::WriteOnly), u"Не удалось сохранить вложение"_s);
+    QByteArray piece(pieceBytes, Qt::Uninitialized);
+    qint64 copied = 0;
+    while (const qint64 count = from.read(piece.data(), pieceBytes)) {
+        require(count > 0, u"Ошибка чтения"_s);
+        copied += count; // it may grow while it is read
+        require(copied <= maxAttachmentBytes, u"Файл должен быть обычным файлом до 256 МиБ."_s);
+        require(to.write(piece.constData(), count) == count, u"Ошибка копирования"_s);
+    }
+    require(to.commit(), u"Ошибка сохранения"_s);
+}
+
+void previewImage(const QString &path, QJsonObject &result)
+{
+    QImageReader reader(path);
+    reader.setAutoTransform(true);
+    const QSize size = reader.size();
+    require(fitsPixels(size.width(), size.height()), u"Изображение превышает 50 мегапикселей"_s);
+    if (size.width() > previewSide || size.height() > previewSide)
+        reader.setScaledSize(size.scaled(previewSide, previewSide, Qt::KeepAspectRatio));
+    const QImage image = reader.read();
+    require(!image.isNull(), u"Не удалось декодировать изображение"_s);
+    require(image.save(path + u".preview.jpg"_s, "JPG", previewQuality), u"Не удалось создать превью"_s);
+    result["preview"_L1] = result["path"_L1].toString() + u".preview.jpg"_s;
+    result["width"_L1] = size.width();
+    result["height"_L1] = size.height();
+}
+
+/// The length in seconds that FFmpeg tells of a file; 0 when it tells none.
+double lengthOf(const QString &ffmpeg, const QString &path)
+{
+    const FfmpegRun probe = runFfmpeg(
+        ffmpeg, {u"-nostdin"_s, u"-hide_banner"_s, u"-protocol_whitelist"_s, u"file,pipe"_s, u"-i"_s, path}, probeMs);
+    static const QRegularExpression duration(u"Duration: (\\d+):(\\d+):(\\d+(?:\\.\\d+)?)"_s);
+    const QRegularExpressionMatch told = duration.match(QString::fromUtf8(probe.errors));
+    if (!probe.inTime || !told.hasMatch())
+        return 0;
+    return told.captured(1).toDouble() * 3600 + told.captured(2).toDouble() * 60 + told.captured(3).toDouble();
+}
+
+bool takeFrame(const QString &ffmpeg, const QString &path, const QString &second, const QString &picture)
+{
+    const FfmpegRun run
+        = runFfmpeg(ffmpeg,
+                    {u"-nostdin"_s, u"-loglevel"_s, u"error"_s, u"-y"_s, u"-protocol_whitelist"_s, u"file,pipe"_s,
+                     u"-ss"_s, second, u"-i"_s, path, u"-frames:v"_s, u"1"_s, u"-vf"_s, u"scale=1024:-2"_s, picture},
+                    frameMs);
+    return run.succeeded && QFileInfo(picture).size() > 0;
+}
+
+void previewVideo(const QString &ffmpeg, const QString &path, QJsonObject &result)
+{
+    QJsonArray frames;
+    if (QFileInfo(ffmpeg).isFile()) {
+        QList<double> times{0, 5, 10};
+        if (const double seconds = lengthOf(ffmpeg, path); seconds > 0) {
+            result["duration_seconds"_L1] = seconds;
+            times = sampleTimes(seconds);
+        }
+        for (const double time : std::as_const(times)) {
+            const QString second = shortNumber(time);
+            const QString ending = u'.' + second + u".preview.jpg"_s;
+            if (takeFrame(ffmpeg, path, second, path + ending))
+                frames.append(QJsonObject{{u"second"_s, time}, {u"preview"_s, result["path"_L1].toString() + ending}});
+        }
+    }
+    if (!frames.isEmpty())
+        result["preview"_L1] = frames.first()["preview"_L1];
+    result["frames"_L1] = frames;
+}
+
+QString noteOf(const QString &kind)
+{
+    if (kind == "video"_L1)
+        return u"Видео: модели передаются до 8 кадров по длительности ролика с временными метками. Звук и события "
+               u"между "
+               "кадрами не анализируются."_s;
+    if (kind == "3d"_L1)
+        return u"3D-ресурс: геометрия не визуализирована автоматически."_s;
+    if (kind == "file"_L1)
+        return u"Файл приложен как ресурс. Содержимое этого формата автоматически не распознано; нужен подходящий "
+               "инструмент."_s;
+    return {};
+}
+
+bool hasExcerpt(const QString &name, const QString &kind)
+{
+    const QString suffix = QFileInfo(name).suffix().toLower();
+    return kind == "text"_L1 || suffix == "obj"_L1 || suffix == "gltf"_L1;
+}
+
+} // namespace
+
+QList<double> sampleTimes(double seconds)
+{
+    const int count = int(std::min(double(maxFrames), std::ceil(seconds)));
+    if (count <= 1)
+        return {0};
+    const double last = seconds / 2 <= 1 ? seconds / 2 : seconds - 1;
+    QList<double> times;
+    for (int i = 0; i < count; ++i)
+        times.append(i * last / (count - 1));
+    return times;
+}
+
+QJsonObject importFile(const QJsonObject &job)
+{
+    const QFileInfo source(job["source"_L1].toString());
+    require(source.isFile() && !source.isSymLink() && source.size() <= maxAttachmentBytes,
+            u"Файл должен быть обычным файлом до 256 МиБ."_s);
+    const QString name = source.fileName();
+    const QString kind = mediaKind(name);
+    const QString relative = u"assets/"_s + id() + u'/' + name;
+    const QString target = safeMediaPath(job["root"_L1].toString(), relative);
+    require(QDir().mkpath(QFileInfo(target).path()), u"Не удалось создать папку вложения"_s);
+    copyFile(source.filePath(), target);
+    QJsonObject result{{u"success"_s, true},  {u"id"_s, id()},   {u"name"_s, name},
+                       {u"path"_s, relative}, {u"kind"_s, kind}, {u"bytes"_s, QFileInfo(target).size()}};
+    if (kind == "image"_L1)
+        previewImage(target, result);
+    if (kind == "video"_L1)
+        previewVideo(ffmpegOf(job), target, result);
+    if (const QString note = noteOf(kind); !note.isEmpty())
+        result["note"_L1] = note;
+    if (hasExcerpt(name, kind)) {
+        QFile file(target);
+        require(file.open(QIODevice::ReadOnly), u"Не удалось прочитать вложение"_s);
+        result["excerpt"_L1] = QString::fromUtf8(file.read(excerptBytes));
+    }
+    return result;
+}
+
+} // namespace vesk

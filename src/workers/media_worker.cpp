@@ -1,0 +1,8 @@
+// The media worker, as a library of its own: linked into the executable, Qt Gui would cost every run without a window.
+
+#include "media_job.h"
+
+extern "C" Q_DECL_EXPORT int veskMediaJob(const char *job)
+{
+    return vesk::runMediaJob(QByteArray(job));
+}
