@@ -60,6 +60,8 @@ ApplicationWindow {
         placeholderText: "#777777"
         toolTipBase: "#242424"
         toolTipText: "#e1e1e1"
+        light: "#242424"
+        midlight: "#303030"
         mid: "#5a5a5a"
         dark: "#8a8a8a"
     }

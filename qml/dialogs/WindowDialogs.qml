@@ -24,7 +24,7 @@ Item {
 
     LazyDialog {
         id: attachmentPicker
-        file: "AttachmentPicker.qml" // what it imports is a file manager's worth of types
+        file: Qt.resolvedUrl("AttachmentPicker.qml") // what it imports is a file manager's worth of types
         settings: ({ service: root.service })
     }
     LazyDialog {

@@ -27,6 +27,7 @@ Rectangle {
     }
     Note {
         anchors { left: picture.right; right: remove.left; verticalCenter: parent.verticalCenter; margins: 6 }
+        objectName: "attachmentName"
         text: root.row.name ?? ""
         wrapMode: Text.NoWrap
         elide: Text.ElideMiddle

@@ -6,6 +6,8 @@ import Vesk
 AbstractButton {
     id: root
 
+    objectName: "messageAttachment"
+
     required property var file
 
     width: 156

@@ -178,8 +178,9 @@ void Backend::stopImports()
     const QSet<QProcess *> imports = std::exchange(importProcesses, {});
     for (QProcess *process : imports) {
         process->disconnect(this);
+        // Destroying it sooner would wait for its end here.
+        connect(process, &QProcess::finished, process, &QObject::deleteLater);
         ProcessContainment::end(*process);
-        process->deleteLater();
     }
 }
 

@@ -1,6 +1,9 @@
 // The whole window, without a screen: worked by mouse and keyboard, against the real backend on the demonstration
 // model. A warning of a scene fails the test.
 
+#include "files.h"
+#include "media_worker.h"
+#include "process_containment.h"
 #include "roles.h"
 #include "store.h"
 #include "window_desk.h"
@@ -8,13 +11,17 @@
 #include <QAccessible>
 #include <QClipboard>
 #include <QDir>
+#include <QDropEvent>
 #include <QFile>
 #include <QImage>
+#include <QMimeData>
 #include <QQuickStyle>
 #include <QRegularExpression>
 #include <QSet>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
+
+#include <algorithm>
 
 Q_IMPORT_QML_PLUGIN(VeskPlugin)
 
@@ -25,10 +32,25 @@ namespace {
 
 const QString calculator = u"Создай калькулятор"_s;
 
-QByteArray contents(const QString &file)
+/// Qt Quick's own file dialog, where the desktop has none.
+QQuickWindow *dialogWindow()
 {
-    QFile opened(file);
-    return opened.open(QIODevice::ReadOnly) ? opened.readAll() : QByteArray();
+    const QWindowList windows = QGuiApplication::topLevelWindows();
+    const auto found = std::ranges::find_if(
+        windows, [](const QWindow *window) { return window->isVisible() && window->inherits("QQuickPopupWindow"); });
+    return found == windows.end() ? nullptr : qobject_cast<QQuickWindow *>(*found);
+}
+
+QQuickItem *fileIn(QQuickItem *item, const QString &name)
+{
+    if (item->property("file").toUrl().fileName() == name)
+        return item;
+    const QList<QQuickItem *> children = item->childItems();
+    for (QQuickItem *child : children) {
+        if (QQuickItem *found = fileIn(child, name))
+            return found;
+    }
+    return nullptr;
 }
 
 /// The row of a list in view.
@@ -94,6 +116,7 @@ private Q_SLOTS:
     void whatIsTypedIsShownAsItIs();
     void aLongConversationFollowsItsEndUntilOneScrollsAway();
     void aMessageIsReadAndCopiedWithoutAMouse();
+    void filesAreDroppedChosenAndTakenAwayAgain();
 
 private:
     void startRun();
@@ -192,7 +215,7 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
         QVERIFY(desk->click(u"openResult"_s));
         QVERIFY(desk->click(u"openFolder"_s));
         const QByteArray folder = QUrl::fromLocalFile(desk->app().root()).toEncoded();
-        QTRY_COMPARE(contents(desktop.filePath(u"opened"_s)), folder + "/calculator.html\n" + folder + '\n');
+        QTRY_COMPARE(contentOf(desktop.filePath(u"opened"_s)), folder + "/calculator.html\n" + folder + '\n');
     }
 
     QCOMPARE(desk->text(u"filesToggle"_s), u"Файлы · 2"_s);
@@ -661,5 +684,58 @@ void WindowTest::aMessageIsReadAndCopiedWithoutAMouse()
     QVERIFY(list->hasActiveFocus());
 }
 
-QTEST_MAIN(WindowTest)
+void WindowTest::filesAreDroppedChosenAndTakenAwayAgain()
+{
+    desk->app().createProject(u"Проба"_s, desk->path(u"projects"_s));
+    save(desk->path(u"files/Заметка 1.txt"_s), "один");
+    save(desk->path(u"chosen/две.svg"_s), "два");
+    const auto chips = [&] {
+        QStringList names;
+        const QList<QQuickItem *> items = desk->visibleItems();
+        for (const QQuickItem *item : items) {
+            if (item->objectName() == "attachmentName"_L1)
+                names.append(item->property("text").toString());
+        }
+        return names;
+    };
+    QMimeData dragged;
+    dragged.setUrls({QUrl::fromLocalFile(desk->path(u"files/Заметка 1.txt"_s))});
+    const QPoint middle(desk->screen().width() / 2, desk->screen().height() / 2);
+    QDragEnterEvent enter(middle, Qt::CopyAction, &dragged, Qt::LeftButton, {});
+    QCoreApplication::sendEvent(&desk->screen(), &enter);
+    QVERIFY(enter.isAccepted());
+    QDropEvent drop(middle, Qt::CopyAction, &dragged, Qt::LeftButton, {});
+    QCoreApplication::sendEvent(&desk->screen(), &drop);
+    QTRY_COMPARE(chips(), QStringList{u"Заметка 1.txt"_s});
+    QVERIFY(desk->item(u"sendButton"_s)->isEnabled());
+
+    QVERIFY(desk->click(u"attachButton"_s));
+    auto *picker = desk->screen().findChild<QObject *>(u"attachmentPicker"_s);
+    QVERIFY(picker);
+    QTRY_VERIFY(picker->property("visible").toBool());
+    picker->setProperty("currentFolder", QUrl::fromLocalFile(desk->path(u"chosen"_s)));
+    QTRY_VERIFY(dialogWindow());
+    QTRY_VERIFY(fileIn(dialogWindow()->contentItem(), u"две.svg"_s));
+    QQuickItem *file = fileIn(dialogWindow()->contentItem(), u"две.svg"_s);
+    const QPointF place = file->mapToScene(QPointF(file->width() / 2, file->height() / 2));
+    QTest::mouseDClick(dialogWindow(), Qt::LeftButton, {}, place.toPoint());
+    QTRY_COMPARE(chips(), QStringList({u"Заметка 1.txt"_s, u"две.svg"_s}));
+    QVERIFY(desk->click(u"removeAttachment"_s));
+    QTRY_COMPARE(chips(), QStringList{u"две.svg"_s});
+
+    QVERIFY(desk->click(u"sendButton"_s));
+    QTRY_COMPARE(chips(), QStringList());
+    QTRY_VERIFY(desk->item(u"messageAttachment"_s));
+}
+
+int main(int argc, char **argv)
+{
+    int code = 0;
+    if (wasMediaWorker(argc, argv, code))
+        return code;
+    ProcessContainment::useGuard(QStringLiteral(VESK_GUARD_PROGRAM));
+    QGuiApplication application(argc, argv);
+    WindowTest test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_window.moc"

@@ -1,0 +1,191 @@
+// Files that go with a message: real workers on real files, called as the window calls.
+
+#include "backend_desk.h"
+#include "files.h"
+#include "media_worker.h"
+#include "process_containment.h"
+#include "roles.h"
+
+#include <QBuffer>
+#include <QGuiApplication>
+#include <QImage>
+#include <QTest>
+#include <QUrl>
+
+using namespace Qt::StringLiterals;
+using namespace vesk;
+
+namespace {
+
+const QString unreadable = u"Не удалось прочитать путь вложения. Выберите файл повторно или перетащите его в чат."_s;
+
+} // namespace
+
+class AttachmentsTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void init();
+    void cleanup() { desk.reset(); }
+    void filesBecomeAttachmentsOfOneMessage();
+    void oneBadFileStopsTheWholeCall_data();
+    void oneBadFileStopsTheWholeCall();
+    void noMoreThanEightGoTogether();
+    void whatCannotBeImportedIsTold();
+    void stoppingEndsAnImport();
+    void aPictureNeedsAModelThatCanSee();
+    void aFollowUpQuestionKeepsItsFile();
+
+private:
+    QString file(const QString &name, const QByteArray &bytes = "текст") const
+    {
+        save(desk->path(u"files/"_s + name), bytes);
+        return desk->path(u"files/"_s + name);
+    }
+    QVariantList attachments() const { return desk->read("attachments").toList(); }
+    bool importing() const { return desk->read("importing").toBool(); }
+    void begin(const QVariantList &files)
+    {
+        QVariantList arguments;
+        arguments.append(QVariant(files)); // in braces it would be the list of arguments itself
+        desk->call("attachFiles", arguments);
+    }
+    /// Attaches them and waits for the end of it.
+    void attach(const QVariantList &files)
+    {
+        begin(files);
+        QTRY_VERIFY_WITH_TIMEOUT(!importing(), 20000);
+    }
+    std::unique_ptr<Desk> desk;
+};
+
+void AttachmentsTest::init()
+{
+    desk = std::make_unique<Desk>();
+    desk->createProject();
+}
+
+void AttachmentsTest::filesBecomeAttachmentsOfOneMessage()
+{
+    QImage image(20, 10, QImage::Format_RGB32);
+    image.fill(Qt::blue);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    image.save(&buffer, "PNG");
+    const QString picture = file(u"Фото 100%.png"_s, bytes);
+    begin({QUrl::fromLocalFile(picture).toString()});
+    QVERIFY(importing());
+    desk->call("sendMessage", {u"Опиши"_s});
+    QCOMPARE(desk->message(), u"Дождитесь добавления вложений"_s);
+    QTRY_VERIFY(!importing());
+    attach({file(u"b.txt"_s)}); // a plain path, too
+    QCOMPARE(attachments().size(), 2);
+    const QVariantMap first = attachments()[0].toMap();
+    QCOMPARE(first[u"type"_s].toString(), u"media"_s);
+    QCOMPARE(first[u"status"_s].toString(), u"IMPORTED"_s);
+    QCOMPARE(first[u"width"_s].toInt(), 20);
+    QVERIFY(QImage(QUrl(first[u"url"_s].toString()).toLocalFile()).size() == QSize(20, 10));
+    const QString second = attachments()[1].toMap()[u"id"_s].toString();
+    desk->call("removeAttachment", {second});
+    QCOMPARE(attachments().size(), 1);
+
+    desk->call("sendMessage", {u"Поставь как баннер"_s});
+    QCOMPARE(attachments().size(), 0);
+    QVERIFY(desk->chat(u"message"_s)[0].endsWith(u"\n\nВложения:\n"_s + first[u"path"_s].toString()));
+    const QVariantList files = desk->read("files").toList();
+    QCOMPARE(files.size(), 2); // what was taken out of the message stays with the project
+    desk->reopen();
+    QCOMPARE(desk->read("files").toList().size(), 2);
+}
+
+void AttachmentsTest::oneBadFileStopsTheWholeCall_data()
+{
+    QTest::addColumn<QString>("bad");
+    QTest::newRow("folder") << u"/tmp"_s;
+    QTest::newRow("nothing") << u"/none/none.png"_s;
+    QTest::newRow("empty") << QString();
+    QTest::newRow("web") << u"http://127.0.0.1:9/a.png"_s;
+    QTest::newRow("relative") << u"a.png"_s;
+    QTest::newRow("device") << u"file:///dev/zero"_s;
+}
+
+void AttachmentsTest::oneBadFileStopsTheWholeCall()
+{
+    QFETCH(QString, bad);
+    begin({file(u"a.txt"_s), bad});
+    QVERIFY(!importing());
+    QCOMPARE(desk->message(), unreadable);
+}
+
+void AttachmentsTest::noMoreThanEightGoTogether()
+{
+    QVariantList files;
+    for (int i = 0; i < 5; ++i)
+        files.append(file(u"%1.txt"_s.arg(i)));
+    attach(files);
+    QCOMPARE(attachments().size(), 5);
+    begin(files.mid(0, 2));
+    begin(files.mid(0, 2));
+    QCOMPARE(desk->message(), u"До 8 вложений в одном сообщении"_s);
+    begin(files.mid(0, 1));
+    QTRY_VERIFY(!importing());
+    QCOMPARE(attachments().size(), 8);
+}
+
+void AttachmentsTest::whatCannotBeImportedIsTold()
+{
+    attach({file(u"broken.png"_s), file(u"good.txt"_s)});
+    QCOMPARE(desk->message(), u"Не удалось декодировать изображение"_s);
+    QCOMPARE(attachments().size(), 1);
+    attach({file(u"a:b.txt"_s)});
+    QCOMPARE(desk->message(), u"Invalid media path"_s);
+}
+
+void AttachmentsTest::stoppingEndsAnImport()
+{
+    QFile large(file(u"large.bin"_s));
+    QVERIFY(large.resize(250000000));
+    begin({large.fileName()});
+    QVERIFY(importing());
+    desk->call("stop");
+    QVERIFY(!importing());
+    QTest::qWait(500);
+    QCOMPARE(attachments().size(), 0);
+}
+
+void AttachmentsTest::aPictureNeedsAModelThatCanSee()
+{
+    QImage image(2, 2, QImage::Format_RGB32);
+    const QString picture = desk->path(u"p.png"_s);
+    image.fill(Qt::red);
+    QVERIFY(image.save(picture));
+    attach({picture});
+    desk->call("sendMessage", {u"Что на фото?"_s});
+    QCOMPARE(desk->chat(u"error"_s).size(), 1);
+    QVERIFY(desk->chat(u"error"_s)[0].startsWith(u"Для чтения фото нужна модель с поддержкой изображений."_s));
+    QVERIFY(!desk->busy());
+}
+
+void AttachmentsTest::aFollowUpQuestionKeepsItsFile()
+{
+    attach({file(u"note.txt"_s)});
+    desk->call("sendMessage", {u"О чём это?"_s});
+    QTRY_VERIFY(!desk->busy());
+    // Without a sign of a question: it goes to the chat only because it is about the file.
+    desk->call("sendMessage", {u"сделай короче"_s});
+    QTRY_VERIFY(!desk->busy());
+    QCOMPARE(desk->phase(), u"IDLE"_s);
+    QCOMPARE(desk->chat(u"message"_s).size(), 4);
+}
+
+int main(int argc, char **argv)
+{
+    int code = 0;
+    if (wasMediaWorker(argc, argv, code))
+        return code;
+    registerPrompts();
+    ProcessContainment::useGuard(QStringLiteral(VESK_GUARD_PROGRAM));
+    const QGuiApplication application(argc, argv);
+    AttachmentsTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+#include "tst_attachments.moc"
