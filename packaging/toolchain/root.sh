@@ -227,6 +227,7 @@ shift
 for f in /etc/resolv.conf /etc/hosts /etc/ssl/certs/ca-certificates.crt; do
     [ ! -e $f ] || [ ! -e "$root$f" ] || mount --bind "$(readlink -f $f)" "$root$f"
 done
+[ -z "$VESK_OPENER" ] || mount --bind "$VESK_OPENER" "$root/usr/bin/xdg-open"
 cd "$root"
 pivot_root . .
 umount -l .
@@ -234,10 +235,19 @@ cd "$folder"
 [ -z "$ids" ] || set -- unshare -U --map-user="${ids%:*}" --map-group="${ids#*:}" "$@"
 exec env PATH="$PATH" "$@"'
 
+# Pages and folders open in the host's own programs: the root has none for them. What the window wants opened comes
+# through descriptor 8, each ended by a zero byte; this ends when nobody can write there any more.
+listen_for_desktop() {
+    export VESK_OPENER=
+    [ -n "${DISPLAY:-}${WAYLAND_DISPLAY:-}" ] && command -v xdg-open >/dev/null || return 0
+    exec 8> >(while IFS= read -r -d '' address; do xdg-open "$address" </dev/null >/dev/null 2>&1 & done 9>&-)
+    VESK_OPENER=$here/xdg-open
+}
 run() {
     local folders=() ids= certificates=/etc/ssl/certs/ca-certificates.crt
     [ $# -gt 0 ] || die "no command"
     ensure
+    listen_for_desktop
     [ "$uid" = 0 ] || ids=$uid:$(id -g)
     # the root has no other language; its clock is the host's
     export VESK_TOOLCHAIN=$key LANG=C.UTF-8 LC_ALL=C.UTF-8
