@@ -40,7 +40,8 @@ ListView {
 
     function read(place: int, atEnd: bool) {
         positionViewAtIndex(place, ListView.Contain);
-        itemAtIndex(place)?.read(atEnd);
+        const row = itemAtIndex(place) as MessageRow;
+        row?.read(atEnd);
         noteScroll();
     }
     function readLast() {

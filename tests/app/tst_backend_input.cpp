@@ -183,19 +183,19 @@ private Q_SLOTS:
                               {u"@/dangling"_s, {}, impossible},
                               {u"/proc/1"_s, {}, impossible},
                               {u"file://@/a%00b"_s, {}, impossible}};
-        for (auto [folder, parent, text] : rows) {
+        for (const auto &[folder, parent, text] : rows) {
             Desk desk;
             const QString own = QFileInfo(desk.folder.path()).canonicalFilePath();
             QFile::link(desk.data(), desk.path(u"link"_s));
             QFile::link(desk.path(u"nothing"_s), desk.path(u"dangling"_s));
             desk.createProject();
             const QVariantMap before = desk.lasting();
-            desk.call("createProject", {u"Другой"_s, folder.replace(u'@', own)});
+            desk.call("createProject", {u"Другой"_s, QString(folder).replace(u'@', own)});
             QVERIFY2(desk.message() == text, qPrintable(folder + u": "_s + desk.message()));
             if (parent.isEmpty())
                 QCOMPARE(desk.lasting(), before);
             else
-                QCOMPARE(QFileInfo(desk.read("root").toString()).path(), parent.replace(u'@', own));
+                QCOMPARE(QFileInfo(desk.read("root").toString()).path(), QString(parent).replace(u'@', own));
         }
     }
 

@@ -137,7 +137,7 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("text");
 
-        row("another mode", {u"--run"_s, u"x"_s, u"--media-job"_s, u"{}"_s}, u"--media-job: в этой версии ещё нет."_s);
+        row("another mode", {u"--run"_s, u"x"_s, u"--probe-mcp"_s}, u"--probe-mcp: в этой версии ещё нет."_s);
         row("no request", {u"--run"_s}, u"--run: не указано значение"_s);
         row("an empty request", {u"--run"_s, u""_s}, u"--run: не указано значение"_s);
         row("only blanks", {u"--run"_s, u" \t\n "_s}, u"--run: не указано значение"_s);
