@@ -94,17 +94,24 @@ void hop(int chains)
     }
 }
 
-// All processes fork whenever there are fewer than `most`, and now and then one ends and makes room.
+// All processes fork whenever there are fewer than `most`, and now and then one ends and makes room. The first stays:
+// it is the program, with which all would be over. A place is taken before the fork; if each child counted itself, a
+// busy machine would fork thousands before the first of them has run.
 void bomb(int most)
 {
     void *shared = mmap(nullptr, sizeof(std::atomic<int>), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     auto &alive = *new (shared) std::atomic<int>(1);
-    for (int turn = getpid();; ++turn) {
-        if (alive >= most)
+    const pid_t first = getpid();
+    for (int turn = first;; ++turn) {
+        if (alive.fetch_add(1) >= most) {
+            --alive;
             usleep(1000);
-        else if (fork() == 0)
-            ++alive;
-        else if (turn % 16 == 0 && alive > most / 2) {
+            continue;
+        }
+        const pid_t child = fork();
+        if (child < 0)
+            --alive;
+        if (child > 0 && turn % 16 == 0 && getpid() != first && alive > most / 2) {
             --alive;
             _exit(0);
         }
