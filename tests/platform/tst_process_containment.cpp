@@ -172,6 +172,15 @@ private Q_SLOTS:
         QCOMPARE(tagged.alive(), 0);
     }
 
+    void aProcessWhoseFirstThreadHasEndedIsKilledToo()
+    {
+        Contained contained;
+        QVERIFY(contained.run(treeProgram, {u"leave-thread"_s}));
+        const QByteArray process = contained.process.readAllStandardOutput();
+        QVERIFY(process.toInt() > 0);
+        QVERIFY(!QFile::exists(u"/proc/"_s + process));
+    }
+
     void droppingTheProcessEndsTheTree()
     {
         const TaggedProcesses tagged;

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <unordered_map>
+#include <unordered_set>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -17,13 +18,18 @@ namespace {
 struct Process {
     pid_t parent = 0;
     char state = '?';
+    int threads = 0;
 };
 
-bool readProcess(pid_t id, Process &process)
+// A process whose first thread has ended looks like a zombie, but lives on with the others.
+bool isAlive(const Process &process)
 {
-    char path[40];
+    return process.state != 'Z' || process.threads > 1;
+}
+
+bool readStat(const char *path, Process &process)
+{
     char text[512];
-    std::snprintf(path, sizeof path, "/proc/%d/stat", id);
     const int file = open(path, O_RDONLY | O_CLOEXEC);
     if (file < 0)
         return false;
@@ -34,10 +40,19 @@ bool readProcess(pid_t id, Process &process)
     text[length] = 0;
     // The name stands in brackets and may hold blanks and brackets itself.
     const char *afterName = std::strrchr(text, ')');
-    return afterName && std::sscanf(afterName + 1, " %c %d", &process.state, &process.parent) == 2;
+    constexpr auto format
+        = " %c %d %*d %*d %*d %*d %*u %*u %*u %*u %*u %*u %*u %*d %*d %*d %*d %d"; // Fields 3, 4 and 20.
+    return afterName && std::sscanf(afterName + 1, format, &process.state, &process.parent, &process.threads) == 3;
 }
 
-std::unordered_map<pid_t, std::vector<pid_t>> childrenOfAll(std::unordered_map<pid_t, char> &states)
+bool readProcess(pid_t id, Process &process)
+{
+    char path[40];
+    std::snprintf(path, sizeof path, "/proc/%d/stat", id);
+    return readStat(path, process);
+}
+
+std::unordered_map<pid_t, std::vector<pid_t>> childrenOfAll(std::unordered_set<pid_t> &alive)
 {
     std::unordered_map<pid_t, std::vector<pid_t>> children;
     DIR *folder = opendir("/proc");
@@ -48,7 +63,8 @@ std::unordered_map<pid_t, std::vector<pid_t>> childrenOfAll(std::unordered_map<p
         Process process;
         if (id > 0 && readProcess(id, process)) {
             children[process.parent].push_back(id);
-            states[id] = process.state;
+            if (isAlive(process))
+                alive.insert(id);
         }
     }
     closedir(folder);
@@ -74,8 +90,8 @@ bool isDescendant(pid_t id)
 
 std::vector<pid_t> descendants()
 {
-    std::unordered_map<pid_t, char> states;
-    const auto children = childrenOfAll(states);
+    std::unordered_set<pid_t> alive;
+    const auto children = childrenOfAll(alive);
     std::vector<pid_t> found;
     std::vector<pid_t> open{getpid()};
     while (!open.empty()) {
@@ -85,7 +101,7 @@ std::vector<pid_t> descendants()
             continue;
         for (const pid_t id : below->second) {
             open.push_back(id);
-            if (states[id] != 'Z')
+            if (alive.contains(id))
                 found.push_back(id);
         }
     }

@@ -5,7 +5,8 @@
 #include <sys/types.h>
 
 /// Every live process below this one, in no order. As this process is their sub-reaper, the parents of an orphan
-/// still lead here, whatever sessions it made; zombies are left out. Empty when /proc can't be read.
+/// still lead here, whatever sessions it made; zombies are left out, unless a thread of theirs lives on. Empty when
+/// /proc can't be read.
 std::vector<pid_t> descendants();
 
 /// Sends the signal to a process below this one; any other is left alone, also one that has just got the number of a
