@@ -14,7 +14,7 @@ namespace vesk {
 /// tree is killed. Held by the QProcess that runs the program, and by whoever asks about it.
 ///
 /// The program runs below a small program of ours, the guard (docs/processes.md). The QProcess ends as the program has
-/// ended, with the same exit code or signal, but only when nothing of its tree is left.
+/// ended, with the same exit code or signal, but only when nothing of its tree is left that SIGKILL can reach.
 class ProcessContainment : public std::enable_shared_from_this<ProcessContainment> {
 public:
     ProcessContainment() = default;

@@ -86,6 +86,27 @@ bool isDescendant(pid_t id)
     return false;
 }
 
+bool hangsInKernel(pid_t process)
+{
+    char path[60];
+    std::snprintf(path, sizeof path, "/proc/%d/task", process);
+    DIR *folder = opendir(path);
+    if (!folder)
+        return false;
+    bool hangs = false;
+    bool runs = false;
+    while (const dirent *entry = readdir(folder)) {
+        Process thread;
+        std::snprintf(path, sizeof path, "/proc/%d/task/%d/stat", process, std::atoi(entry->d_name));
+        if (entry->d_name[0] == '.' || !readStat(path, thread))
+            continue;
+        hangs = hangs || thread.state == 'D';
+        runs = runs || !std::strchr("DZX", thread.state);
+    }
+    closedir(folder);
+    return hangs && !runs;
+}
+
 } // namespace
 
 std::vector<pid_t> descendants()
@@ -119,4 +140,10 @@ void signalDescendant(pid_t process, int signal)
     } else if (errno != ESRCH && isDescendant(process)) {
         kill(process, signal); // No handles in this kernel, or none left.
     }
+}
+
+bool isBeyondReach(pid_t process)
+{
+    const bool foreign = kill(process, 0) != 0 && errno == EPERM;
+    return foreign || hangsInKernel(process);
 }

@@ -12,3 +12,7 @@ std::vector<pid_t> descendants();
 /// Sends the signal to a process below this one; any other is left alone, also one that has just got the number of a
 /// process that is gone.
 void signalDescendant(pid_t process, int signal);
+
+/// True while SIGKILL does nothing to this process: it has become another user's, or all of it that lives hangs in the
+/// kernel (state D: a network disk that doesn't answer, a frozen control group). The latter may pass at any moment.
+bool isBeyondReach(pid_t process);

@@ -31,7 +31,9 @@ namespace {
 
 constexpr int exitNotStarted = 126;
 constexpr int exitWrongUse = 125;
-constexpr long sweepLimitMs = 5000;
+// How long nothing but what can't be killed is looked at before it is left behind. A disk that is merely slow answers
+// within this time; without a limit one dead network disk would keep every run that touches it from ever ending.
+constexpr long beyondReachLimitMs = 5000;
 constexpr long innerExtraMs = 1000;
 
 struct Options {
@@ -51,6 +53,7 @@ struct Watch {
     int signals;
     bool ended = false; // The child itself; others may be left.
     int endStatus = 0;
+    size_t collected = 0; // All that have ended and were this guard's to bury.
 };
 
 Options options;
@@ -185,6 +188,7 @@ bool reap(Watch &watch)
             return errno != ECHILD;
         if (child == 0)
             return true;
+        ++watch.collected;
         if (child == watch.child) {
             watch.ended = true;
             watch.endStatus = status;
@@ -255,9 +259,23 @@ void endGently(Watch &watch)
     }
 }
 
+// Collects what ends within this time; true while any child is left.
+bool reapFor(Watch &watch, long limitMs)
+{
+    const long deadline = nowMs() + limitMs;
+    while (reap(watch)) {
+        const long left = deadline - nowMs();
+        if (left <= 0)
+            return true;
+        nextEvent(watch, false, int(left));
+    }
+    return false;
+}
+
 // All are stopped before the first is killed, until no new one shows up: a process that forks faster than it can be
-// killed, or a shell that sees its child die, is not given a chance.
-size_t killAll(const Watch &watch)
+// killed, or a shell that sees its child die, is not given a chance. The watched child comes last: as long as an
+// inner guard is there, it ends the rest if this one is ended meanwhile. Returns all that were found.
+std::unordered_set<pid_t> killAll(const Watch &watch)
 {
     constexpr int roundsOfFreezing = 50;
     std::unordered_set<pid_t> frozen;
@@ -272,27 +290,53 @@ size_t killAll(const Watch &watch)
         if (!fresh)
             break;
     }
-    for (const pid_t process : frozen)
-        signalDescendant(process, SIGKILL);
+    for (const pid_t process : frozen) {
+        if (process != watch.child)
+            signalDescendant(process, SIGKILL);
+    }
     if (!watch.ended)
         kill(watch.child, SIGKILL); // Where /proc is missing, this one is known all the same.
-    return frozen.size();
+    return frozen;
 }
 
-// Ends everything that is left. What can't be ended (a program that has become another user's, or hangs in the
-// kernel) is reported and left behind.
+// True when all that is left is beyond reach. Processes that live too shortly to be seen show by being collected.
+bool onlyBeyondReach(bool anyCollected)
+{
+    const std::vector<pid_t> left = descendants();
+    if (left.empty())
+        return !anyCollected;
+    return std::all_of(left.begin(), left.end(), isBeyondReach);
+}
+
+// Ends everything that is left, however long it takes: on a busy machine what was killed still needs its turn on a
+// processor to die. Only when nothing but processes beyond reach has been seen for a while are these reported and
+// left behind.
 void sweep(Watch &watch)
 {
-    size_t hits = 0;
-    const long deadline = nowMs() + sweepLimitMs;
+    constexpr long longestPauseMs = 64;
+    std::unordered_set<pid_t> killed;
+    std::unordered_set<pid_t> last;
+    long pauseMs = 1;
+    long givesUpAt = 0;
     bool left = reap(watch);
-    while (left && nowMs() < deadline) {
-        hits += killAll(watch);
-        usleep(1000);
-        left = reap(watch);
+    while (left) {
+        const size_t collected = watch.collected;
+        std::unordered_set<pid_t> found = killAll(watch);
+        // Looking again takes time from those that are about to die; what still forks is to be met soon.
+        const bool dying = !found.empty() && std::ranges::all_of(found, [&](pid_t id) { return last.contains(id); });
+        pauseMs = dying ? std::min(2 * pauseMs, longestPauseMs) : 1;
+        left = reapFor(watch, pauseMs);
+        killed.insert(found.begin(), found.end());
+        last = std::move(found);
+        if (!left || !onlyBeyondReach(watch.collected != collected))
+            givesUpAt = 0;
+        else if (givesUpAt == 0)
+            givesUpAt = nowMs() + beyondReachLimitMs;
+        else if (nowMs() >= givesUpAt)
+            break;
     }
-    if (hits > 0)
-        report("swept %zu\n", hits);
+    if (!killed.empty())
+        report("swept %zu\n", killed.size());
     if (left)
         report("survivors %zu\n", descendants().size());
 }
