@@ -2,11 +2,13 @@
 
 #include "descriptor.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QScopeGuard>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <optional>
 
@@ -25,7 +27,7 @@ constexpr auto fileName = "credentials";
 constexpr auto temporaryName = "credentials.tmp";
 constexpr auto lockName = "credentials.lock";
 constexpr qint64 limitBytes = 1 << 20;
-constexpr int lockAttempts = 300;
+constexpr std::chrono::seconds lockLimit(3);
 constexpr int lockPauseUs = 10000;
 
 /// Ends the operation: what stood in its way.
@@ -139,14 +141,14 @@ Descriptor HeldFolder::lock() const
     Descriptor turn(::openat(folder.get(), lockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
     if (!turn)
         fail(u"не открывается credentials.lock"_s);
-    for (int i = 0; i < lockAttempts; ++i) {
-        if (::flock(turn.get(), LOCK_EX | LOCK_NB) == 0)
-            return turn;
-        if (errno != EWOULDBLOCK && errno != EINTR)
-            break;
+    // By the clock: on a busy machine a pause takes several times as long as it was to take.
+    const QDeadlineTimer deadline(lockLimit);
+    while (::flock(turn.get(), LOCK_EX | LOCK_NB) != 0) {
+        if ((errno != EWOULDBLOCK && errno != EINTR) || deadline.hasExpired())
+            fail(u"занят другим процессом"_s);
         ::usleep(lockPauseUs);
     }
-    fail(u"занят другим процессом"_s);
+    return turn;
 }
 
 void HeldFolder::write(const Descriptor &target, QByteArrayView bytes) const
