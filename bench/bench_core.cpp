@@ -102,7 +102,7 @@ void CoreBenchmark::storeListAfterPut()
 void CoreBenchmark::persistOf64Nodes()
 {
     EngineFixture run;
-    run.model.answer(u"orchestrator"_s, ScriptedProvider::specification());
+    run.model.answer(u"orchestrator"_s, ScriptedProvider::taskSpec());
     run.model.answer(u"planner"_s, ScriptedProvider::plan(nodes(64)));
     run.start();
     QVERIFY(run.runToPhase(u"EXECUTION"_s));

@@ -70,7 +70,7 @@ private:
     static QJsonObject answer(const LLMRequest &request, int files)
     {
         if (request.role == "orchestrator"_L1)
-            return ScriptedProvider::specification();
+            return ScriptedProvider::taskSpec();
         if (request.role == "planner"_L1) {
             QJsonArray nodes;
             for (int i = 0; i < files; ++i)

@@ -59,7 +59,7 @@ void RunBenchmark::aRunOfManyFiles()
         run.store.put(u"events"_s, event["id"_L1].toString(), event["task_id"_L1].toString(), event);
     });
     const QString content = u"Строка текста на русском языке, и ещё немного.\n"_s.repeated(bytes).left(bytes);
-    run.model.answer(u"orchestrator"_s, ScriptedProvider::specification());
+    run.model.answer(u"orchestrator"_s, ScriptedProvider::taskSpec());
     run.model.answer(u"planner"_s, ScriptedProvider::plan(manyFiles()));
     run.model.respond(u"coding"_s, [&](const LLMRequest &request) {
         const QString path = request.input["artifact"_L1]["node"_L1]["input"_L1]["path"_L1].toString();

@@ -231,8 +231,8 @@ private:
 
     // backend_attachments.cpp
     void importFile(const QString &file);
-    void takeImport(QProcess *worker, int exitCode);
-    void keepImport(QJsonObject medium);
+    void takeImport(QProcess *worker, const QString &project, int exitCode);
+    void keepImport(const QString &project, QJsonObject medium);
     QSet<QString> mediaInQuestion(const QJsonArray &media) const;
     QJsonArray mediaForRequest(const QString &request) const;
     bool seesThrough(const QString &agent);

@@ -111,19 +111,20 @@ void Backend::importFile(const QString &file)
     require(problem.isEmpty(), problem);
     QProcess *worker = process.release();
     importProcesses.insert(worker);
-    connect(worker, &QProcess::finished, this, [this, worker](int code, QProcess::ExitStatus status) {
-        takeImport(worker, status == QProcess::NormalExit ? code : -1);
+    const QString project = workspace.project();
+    connect(worker, &QProcess::finished, this, [this, worker, project](int code, QProcess::ExitStatus status) {
+        takeImport(worker, project, status == QProcess::NormalExit ? code : -1);
     });
-    connect(worker, &QProcess::errorOccurred, this, [this, worker](QProcess::ProcessError error) {
+    connect(worker, &QProcess::errorOccurred, this, [this, worker, project](QProcess::ProcessError error) {
         if (error == QProcess::FailedToStart)
-            takeImport(worker, -1);
+            takeImport(worker, project, -1);
     });
     worker->setStandardInputFile(QProcess::nullDevice());
     worker->setStandardErrorFile(QProcess::nullDevice());
     worker->start();
 }
 
-void Backend::takeImport(QProcess *worker, int exitCode)
+void Backend::takeImport(QProcess *worker, const QString &project, int exitCode)
 {
     if (!importProcesses.remove(worker))
         return;
@@ -135,16 +136,20 @@ void Backend::takeImport(QProcess *worker, int exitCode)
         notifyUi();
         return;
     }
-    attempt([&] { keepImport(medium); });
+    attempt([&] { keepImport(project, medium); });
     notifyUi();
 }
 
-void Backend::keepImport(QJsonObject medium)
+/// The file is in the folder of the project that it was added to, whichever is open by now; only there it waits for the
+/// next message.
+void Backend::keepImport(const QString &project, QJsonObject medium)
 {
     medium["type"_L1] = u"media"_s;
     medium["time"_L1] = now();
     medium["status"_L1] = u"IMPORTED"_s;
-    store.put(u"artifacts"_s, std::as_const(medium)["id"_L1].toString(), workspace.project(), medium);
+    store.put(u"artifacts"_s, std::as_const(medium)["id"_L1].toString(), project, medium);
+    if (project != workspace.project())
+        return;
     const QString preview = std::as_const(medium)["preview"_L1].toString();
     if (!preview.isEmpty())
         medium["url"_L1] = QUrl::fromLocalFile(workspace.root() + u'/' + preview).toString();
@@ -174,7 +179,7 @@ QSet<QString> Backend::mediaInQuestion(const QJsonArray &media) const
         const QString content = row->body["content"_L1].toString();
         for (const QJsonValue &medium : media) {
             const QString path = medium["path"_L1].toString();
-            if (row->body["role"_L1].toString() == "user"_L1 && content.contains(path))
+            if (row->body["role"_L1].toString() == "user"_L1 && !path.isEmpty() && content.contains(path))
                 paths.insert(path);
         }
     }
@@ -196,7 +201,7 @@ QJsonArray Backend::mediaForRequest(const QString &request) const
     for (const QJsonValue &value : media) {
         QJsonObject medium = value.toObject();
         const QString path = std::as_const(medium)["path"_L1].toString();
-        if (!paths.contains(path) && !request.contains(path))
+        if (path.isEmpty() || (!paths.contains(path) && !request.contains(path)))
             continue;
         medium["absolute_path"_L1] = QString(workspace.root() + u'/' + path);
         found.append(medium);

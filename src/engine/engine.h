@@ -193,10 +193,10 @@ private:
     void requeue(const std::shared_ptr<Job> &job);
 
     // engine_intake.cpp
-    void takeSpecification(const QJsonObject &answer);
+    void takeSpec(const QJsonObject &answer);
     bool takeDelegations(const QJsonObject &answer);
     QJsonObject newDelegations(const QJsonArray &orders);
-    void mergeSpecification(const QJsonObject &answer);
+    void mergeSpec(const QJsonObject &answer);
     void followAction(const QJsonObject &answer);
     bool alreadyAsked(const QString &key) const;
 
@@ -280,7 +280,7 @@ private:
     QString taskId;
     QString phase;
     QString error;
-    QJsonObject spec; ///< The task specification, the "task" of every request.
+    QJsonObject spec; ///< What the task is to become, the "task" of every request.
     QJsonObject plan;
     QJsonObject structure;
     QJsonObject decision; ///< The open question to the user.

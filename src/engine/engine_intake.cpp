@@ -1,4 +1,4 @@
-// From the request to a specification, and the one channel through which the run asks the user something.
+// From the request to what is to be made, and the one channel through which the run asks the user something.
 
 #include "engine_p.h"
 
@@ -66,14 +66,14 @@ bool isRoutineQuestion(const QString &topic, const QString &key)
 
 void Engine::intake()
 {
-    enqueue(u"orchestrator"_s, {}, [this](const QJsonObject &answer) { takeSpecification(answer); });
+    enqueue(u"orchestrator"_s, {}, [this](const QJsonObject &answer) { takeSpec(answer); });
 }
 
-void Engine::takeSpecification(const QJsonObject &answer)
+void Engine::takeSpec(const QJsonObject &answer)
 {
     if (takeDelegations(answer))
         return;
-    mergeSpecification(answer);
+    mergeSpec(answer);
 
     const QJsonArray questions = answer["questions"_L1].toArray();
     if (!questions.isEmpty()) {
@@ -141,7 +141,7 @@ QJsonObject Engine::newDelegations(const QJsonArray &orders)
     return pending;
 }
 
-void Engine::mergeSpecification(const QJsonObject &answer)
+void Engine::mergeSpec(const QJsonObject &answer)
 {
     QJsonObject merged = answer;
     for (const QString &key : keptSpecKeys())

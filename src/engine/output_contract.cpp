@@ -46,7 +46,7 @@ void requirePlan(const QJsonObject &result)
     TaskGraph().load(result["nodes"_L1].toArray());
 }
 
-void requireSpecification(const QJsonObject &result)
+void requireSpec(const QJsonObject &result)
 {
     require(result["requirements"_L1].isArray() && result["acceptance_criteria"_L1].isArray()
                 && result["questions"_L1].isArray(),
@@ -97,7 +97,7 @@ void requireSummary(const QJsonObject &result)
 Contract contractOf(const QString &role)
 {
     static const QHash<QString, Contract> contracts{
-        {u"planner"_s, requirePlan}, {u"orchestrator"_s, requireSpecification}, {u"structure"_s, requireStructure},
+        {u"planner"_s, requirePlan}, {u"orchestrator"_s, requireSpec},        {u"structure"_s, requireStructure},
         {u"coding"_s, requireFiles}, {u"coordinator"_s, requireCoordination},
     };
     return givesVerdict(role) ? requireVerdict : contracts.value(role, requireSummary);

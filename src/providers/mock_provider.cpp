@@ -110,7 +110,7 @@ QJsonObject chatReply(const QJsonObject &input)
                             : report));
 }
 
-QJsonObject specification(const QJsonObject &input)
+QJsonObject taskSpec(const QJsonObject &input)
 {
     const bool build = isBuildRequest(input);
     const auto either
@@ -234,7 +234,7 @@ Answer answerOf(const QString &role)
     static const QHash<QString, Answer> answers{
         {u"coordinator"_s, coordination},
         {u"chat"_s, chatReply},
-        {u"orchestrator"_s, specification},
+        {u"orchestrator"_s, taskSpec},
         {u"planner"_s, plan},
         {u"structure"_s, structure},
         {u"coding"_s, files},

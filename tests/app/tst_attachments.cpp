@@ -32,6 +32,7 @@ private Q_SLOTS:
     void noMoreThanEightGoTogether();
     void whatCannotBeImportedIsTold();
     void stoppingEndsAnImport();
+    void aFileStaysWithTheProjectThatItWasAddedTo();
     void aPictureNeedsAModelThatCanSee();
     void aFollowUpQuestionKeepsItsFile();
 
@@ -150,6 +151,18 @@ void AttachmentsTest::stoppingEndsAnImport()
     QVERIFY(!importing());
     QTest::qWait(500);
     QCOMPARE(attachments().size(), 0);
+}
+
+void AttachmentsTest::aFileStaysWithTheProjectThatItWasAddedTo()
+{
+    const QString first = desk->read("projects").toList()[0].toMap()[u"id"_s].toString();
+    begin({file(u"note.txt"_s)});
+    desk->createProject(u"Другой"_s);
+    QTRY_VERIFY(!importing());
+    QCOMPARE(attachments().size(), 0);
+    QCOMPARE(desk->read("files").toList().size(), 0);
+    desk->call("selectProject", {first});
+    QCOMPARE(desk->read("files").toList().size(), 1);
 }
 
 void AttachmentsTest::aPictureNeedsAModelThatCanSee()

@@ -42,7 +42,7 @@ ModelServer::Answer modelOf(const QJsonObject &node, const QJsonObject &file = {
 {
     return [node, file](const LLMRequest &request) {
         if (request.role == "orchestrator"_L1)
-            return json(ScriptedProvider::specification());
+            return json(ScriptedProvider::taskSpec());
         if (request.role == "planner"_L1)
             return json(ScriptedProvider::plan({node}));
         if (request.role == "coding"_L1)

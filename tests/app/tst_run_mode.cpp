@@ -475,9 +475,9 @@ private Q_SLOTS:
     {
         const VeskRun run;
         ScriptedProvider model;
-        QJsonObject specification = ScriptedProvider::specification({u"Какого цвета?"_s});
-        specification["clarification_options"_L1] = QJsonArray{u"  "_s};
-        model.answer(u"orchestrator"_s, specification);
+        QJsonObject taskSpec = ScriptedProvider::taskSpec({u"Какого цвета?"_s});
+        taskSpec["clarification_options"_L1] = QJsonArray{u"  "_s};
+        model.answer(u"orchestrator"_s, taskSpec);
         PseudoTerminal screen;
         QCOMPARE(runOn(screen, run, model), 4);
         QVERIFY(screen.shows(u"Нужен ответ на вопрос (--answer):"_s) && screen.shows(u"Какого цвета?"_s));
@@ -524,7 +524,7 @@ private Q_SLOTS:
             nodes.append(ScriptedProvider::node(
                 name, u"tool"_s, {{u"program"_s, u"/usr/bin/touch"_s}, {u"arguments"_s, QJsonArray{name}}}));
         model.answer(u"planner"_s, ScriptedProvider::plan(nodes));
-        model.answer(u"orchestrator"_s, ScriptedProvider::specification());
+        model.answer(u"orchestrator"_s, ScriptedProvider::taskSpec());
         PseudoTerminal terminal;
         terminal.type(u"да\nнет\n"_s);
         QCOMPARE(runOn(terminal, run, model), 1);

@@ -17,7 +17,7 @@ public:
     explicit PlannedRun(const QJsonArray &nodes)
     {
         vesk::ProcessContainment::useGuard(QStringLiteral(VESK_GUARD_PROGRAM));
-        model.answer(u"orchestrator"_s, ScriptedProvider::specification());
+        model.answer(u"orchestrator"_s, ScriptedProvider::taskSpec());
         model.answer(u"planner"_s, ScriptedProvider::plan(nodes));
         model.respond(u"coordinator"_s,
                       [this](const vesk::LLMRequest &) { return ScriptedProvider::result(coordination); });

@@ -305,7 +305,7 @@ private Q_SLOTS:
     void anAnswerFindsNoEngine()
     {
         EngineFixture run;
-        run.model.answer(u"orchestrator"_s, ScriptedProvider::specification());
+        run.model.answer(u"orchestrator"_s, ScriptedProvider::taskSpec());
         run.model.holding = true;
         auto engine
             = std::make_unique<Engine>(run.store, run.workspace, run.events, run.permissions, run.tools, &run.model);

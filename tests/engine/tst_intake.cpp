@@ -9,7 +9,7 @@ namespace {
 
 QJsonObject chief(const QJsonObject &more)
 {
-    return ScriptedProvider::with(ScriptedProvider::specification(), more);
+    return ScriptedProvider::with(ScriptedProvider::taskSpec(), more);
 }
 
 QJsonObject order(const QString &agent, const QString &task)

@@ -20,7 +20,7 @@ class QueueRun : public EngineFixture {
 public:
     void begin(qint64 budget = 100000000)
     {
-        model.answer(u"orchestrator"_s, ScriptedProvider::specification());
+        model.answer(u"orchestrator"_s, ScriptedProvider::taskSpec());
         model.holding = true;
         engine.start(u"Сделай файл"_s, false, budget, {});
         runUntil([this] { return !engine.busy() || model.held() == 1; });

@@ -50,14 +50,14 @@ private Q_SLOTS:
         row(u"structure"_s, u"{'items':[]}"_s);
         row(u"structure"_s, u"{'items':'x'}"_s, u"Structure requires items"_s);
 
-        const QString specification = u"{'title':%1,'requirements':%2,'acceptance_criteria':%3,'questions':%4}"_s;
+        const QString taskSpec = u"{'title':%1,'requirements':%2,'acceptance_criteria':%3,'questions':%4}"_s;
         const QString list = u"[]"_s;
-        const QString bad = u"Invalid task specification"_s;
-        row(u"orchestrator"_s, specification.arg(u"'Игра'"_s, list, list, list));
-        row(u"orchestrator"_s, specification.arg(u"''"_s, list, list, list), u"Specification title missing"_s);
-        row(u"orchestrator"_s, specification.arg(u"'Игра'"_s, u"null"_s, list, list), bad);
-        row(u"orchestrator"_s, specification.arg(u"'Игра'"_s, list, u"null"_s, list), bad);
-        row(u"orchestrator"_s, specification.arg(u"'Игра'"_s, list, list, u"'?'"_s), bad);
+        const QString bad = u"Invalid task taskSpec"_s;
+        row(u"orchestrator"_s, taskSpec.arg(u"'Игра'"_s, list, list, list));
+        row(u"orchestrator"_s, taskSpec.arg(u"''"_s, list, list, list), u"Specification title missing"_s);
+        row(u"orchestrator"_s, taskSpec.arg(u"'Игра'"_s, u"null"_s, list, list), bad);
+        row(u"orchestrator"_s, taskSpec.arg(u"'Игра'"_s, list, u"null"_s, list), bad);
+        row(u"orchestrator"_s, taskSpec.arg(u"'Игра'"_s, list, list, u"'?'"_s), bad);
 
         const auto files = [](int count) {
             return u"{'files':[%1]}"_s.arg(QStringList(count, u"{'path':'a','content':''}"_s).join(u','));

@@ -37,8 +37,8 @@ void EngineFixture::settle()
 void EngineFixture::scriptOneFile(bool asks)
 {
     if (asks)
-        model.answer(u"orchestrator"_s, ScriptedProvider::specification({u"Какой формат?"_s}));
-    model.answer(u"orchestrator"_s, ScriptedProvider::specification());
+        model.answer(u"orchestrator"_s, ScriptedProvider::taskSpec({u"Какой формат?"_s}));
+    model.answer(u"orchestrator"_s, ScriptedProvider::taskSpec());
     model.answer(u"planner"_s,
                  ScriptedProvider::plan({ScriptedProvider::node(u"notes"_s, u"code"_s, {{u"path"_s, u"notes.md"_s}})}));
     model.answer(u"coordinator"_s, {{u"needs_user"_s, false}, {u"summary"_s, u"Исправляем"_s}});

@@ -68,7 +68,7 @@ QJsonObject ScriptedProvider::plan(const QJsonArray &nodes)
     return {{u"nodes"_s, nodes}};
 }
 
-QJsonObject ScriptedProvider::specification(const QJsonArray &questions)
+QJsonObject ScriptedProvider::taskSpec(const QJsonArray &questions)
 {
     return {{u"title"_s, u"Задача"_s},
             {u"requirements"_s, QJsonArray{u"Работает"_s}},
@@ -78,7 +78,7 @@ QJsonObject ScriptedProvider::specification(const QJsonArray &questions)
 
 QJsonObject ScriptedProvider::answerOnly(const QString &summary)
 {
-    return with(specification(), {{u"action"_s, u"ANSWER"_s}, {u"summary"_s, summary}});
+    return with(taskSpec(), {{u"action"_s, u"ANSWER"_s}, {u"summary"_s, summary}});
 }
 
 QJsonObject ScriptedProvider::with(QJsonObject object, const QJsonObject &more)

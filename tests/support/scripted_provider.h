@@ -47,7 +47,7 @@ public:
     static QJsonObject node(const QString &id, const QString &kind, const QJsonObject &input,
                             const QStringList &dependencies = {});
     static QJsonObject plan(const QJsonArray &nodes);
-    static QJsonObject specification(const QJsonArray &questions = {});
+    static QJsonObject taskSpec(const QJsonArray &questions = {});
     /// The chief's answer to a request that needs no work.
     static QJsonObject answerOnly(const QString &summary = QStringLiteral("Ответ"));
     /// The object with further keys, or other values for its own.
