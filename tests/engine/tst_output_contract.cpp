@@ -52,7 +52,7 @@ private Q_SLOTS:
 
         const QString taskSpec = u"{'title':%1,'requirements':%2,'acceptance_criteria':%3,'questions':%4}"_s;
         const QString list = u"[]"_s;
-        const QString bad = u"Invalid task taskSpec"_s;
+        const QString bad = u"Invalid task specification"_s;
         row(u"orchestrator"_s, taskSpec.arg(u"'Игра'"_s, list, list, list));
         row(u"orchestrator"_s, taskSpec.arg(u"''"_s, list, list, list), u"Specification title missing"_s);
         row(u"orchestrator"_s, taskSpec.arg(u"'Игра'"_s, u"null"_s, list, list), bad);
