@@ -69,8 +69,9 @@ void armTimedOptions(const CommandLine &line, const QQmlApplicationEngine &engin
         const QString file = QUrl::fromLocalFile(line.value(u"--attach-file"_s)).toString();
         QTimer::singleShot(0, &backend, [&backend, file] { backend.attachFiles({file}); });
     }
+    // From two seconds on, a timer may else come a twentieth early.
     if (line.has(u"--smoke-test"_s))
-        QTimer::singleShot(smokeTestTime, qApp, [] { QCoreApplication::exit(0); });
+        QTimer::singleShot(smokeTestTime, Qt::PreciseTimer, qApp, [] { QCoreApplication::exit(0); });
     if (line.has(u"--screenshot"_s)) {
         const QString file = line.value(u"--screenshot"_s);
         QTimer::singleShot(screenshotDelay, &engine,
