@@ -79,6 +79,17 @@ function(vesk_executable name)
     set_property(GLOBAL APPEND PROPERTY VESK_TARGETS ${name})
 endfunction()
 
+# A library vesk_<name> in the file lib<file>.so, which the executable loads when it needs what is in there.
+function(vesk_loaded name file)
+    cmake_parse_arguments(PARSE_ARGV 2 ARG "" "" "SOURCES;LINKS")
+    add_library(vesk_${name} MODULE ${ARG_SOURCES})
+    target_link_libraries(vesk_${name} PRIVATE ${ARG_LINKS} vesk_strict)
+    set_target_properties(vesk_${name} PROPERTIES OUTPUT_NAME ${file}
+        LIBRARY_OUTPUT_DIRECTORY "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
+    install(TARGETS vesk_${name} LIBRARY DESTINATION lib/vesk)
+    set_property(GLOBAL APPEND PROPERTY VESK_TARGETS vesk_${name})
+endfunction()
+
 # The environment of every test: no screen, no graphics card, one language.
 set(VESK_TEST_ENVIRONMENT
     QT_QPA_PLATFORM=offscreen QT_QUICK_BACKEND=software LC_ALL=C.UTF-8

@@ -1,14 +1,9 @@
 #include "live_smoke.h"
 
+#include "core.h"
 #include "credential_store.h"
 #include "endpoints.h"
-#include "engine.h"
-#include "event_bus.h"
 #include "openai_provider.h"
-#include "permissions.h"
-#include "store.h"
-#include "tool_router.h"
-#include "workspace.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -85,12 +80,6 @@ int runLiveSmoke(const QString &folder, const QString &temporaryFolder)
 {
     if (folder.isEmpty())
         return usageError;
-    Store store(temporaryFolder + u"/live.sqlite"_s);
-    EventBus events;
-    Workspace workspace(store);
-    workspace.open(QDir().absoluteFilePath(folder), u"live-smoke"_s);
-    PermissionManager permissions;
-    ToolRouter tools(&workspace, &events, &permissions);
     OpenAICompatibleProvider provider;
     provider.url = endpoint(u"Alem Plus"_s);
     provider.model = u"qwen3-8"_s;
@@ -100,10 +89,12 @@ int runLiveSmoke(const QString &folder, const QString &temporaryFolder)
     if (provider.key.isEmpty())
         return usageError;
 
-    Engine engine(store, workspace, events, permissions, tools, &provider);
+    Core core(temporaryFolder + u"/live.sqlite"_s, &provider);
+    core.workspace.open(QDir().absoluteFilePath(folder), u"live-smoke"_s);
+    Engine &engine = core.engine;
     QElapsedTimer clock;
     clock.start();
-    QObject::connect(&events, &EventBus::event, &engine, [&](const QJsonObject &event) {
+    QObject::connect(&core.events, &EventBus::event, &engine, [&](const QJsonObject &event) {
         const QString type = event["type"_L1].toString();
         if (isLogged(type))
             qInfo("%lld %s %s", static_cast<long long>(clock.elapsed()), qPrintable(type),

@@ -57,35 +57,31 @@ QString questionText(const QJsonObject &decision)
 
 RunMode::RunMode(const RunOptions &options, const QString &dataFolder, ILLMProvider &model)
     : options(options)
-    , store(dataFolder + u"/vesk.sqlite"_s)
-    , workspace(store)
-    , tools(&workspace, &events, &permissions)
-    , engine(store, workspace, events, permissions, tools, &model)
-    , journal(store, workspace, engine)
+    , core(dataFolder + u"/vesk.sqlite"_s, &model)
 {
-    recoverInterruptedTasks(store);
+    recoverInterruptedTasks(core.store);
     bindProject();
-    engine.computerAccess = options.allowCommands;
-    connect(&events, &EventBus::event, this, &RunMode::follow);
-    connect(&engine, &Engine::changed, this, &RunMode::watchPhase);
-    connect(&engine, &Engine::finished, this, &RunMode::finish);
+    core.engine.computerAccess = options.allowCommands;
+    connect(&core.events, &EventBus::event, this, &RunMode::follow);
+    connect(&core.engine, &Engine::changed, this, &RunMode::watchPhase);
+    connect(&core.engine, &Engine::finished, this, &RunMode::finish);
 }
 
 /// A folder that has been a project before stays the same project, with its files and history.
 void RunMode::bindProject()
 {
-    workspace.open(options.projectFolder, {});
-    const QString root = workspace.root();
-    const QJsonArray projects = store.list(u"projects"_s, {});
+    core.workspace.open(options.projectFolder, {});
+    const QString root = core.workspace.root();
+    const QJsonArray projects = core.store.list(u"projects"_s, {});
     const auto known = std::ranges::find_if(
         projects, [&](const QJsonValue &project) { return project["root"_L1].toString() == root; });
     const QString project = known != projects.end() ? (*known)["id"_L1].toString() : id();
     if (known == projects.end()) {
-        store.put(
+        core.store.put(
             u"projects"_s, project, {},
             {{u"id"_s, project}, {u"name"_s, QFileInfo(root).fileName()}, {u"root"_s, root}, {u"created_at"_s, now()}});
     }
-    workspace.open(root, project);
+    core.workspace.open(root, project);
 }
 
 int RunMode::exec()
@@ -97,13 +93,13 @@ int RunMode::exec()
 void RunMode::begin()
 {
     if (!decided)
-        guarded([this] { engine.start(options.request, options.simulate, options.budget, options.buildCommand); });
+        guarded([this] { core.engine.start(options.request, options.simulate, options.budget, options.buildCommand); });
 }
 
 /// Every event is stored before anything follows from it.
 void RunMode::follow(const QJsonObject &event)
 {
-    showEvent(event, journal.record(event));
+    showEvent(event, core.journal.record(event));
     if (event["type"_L1].toString() == "PermissionRequested"_L1) {
         permissionRequests.append(event["data"_L1].toObject());
         QTimer::singleShot(0, this, &RunMode::askPermission);
@@ -129,7 +125,7 @@ void RunMode::watchPhase()
     QTimer::singleShot(0, this, [this] {
         turnPending = false;
         guarded([this] {
-            const QString phase = engine.phaseCode();
+            const QString phase = core.engine.phaseCode();
             if (phase == "CLARIFICATION"_L1)
                 answerQuestion();
             else if (phase == "PREVIEW"_L1)
@@ -140,7 +136,7 @@ void RunMode::watchPhase()
 
 void RunMode::answerQuestion()
 {
-    const QJsonObject decision = engine.snapshot()["decision"_L1].toObject();
+    const QJsonObject decision = core.engine.snapshot()["decision"_L1].toObject();
     const QStringList choices = strings(decision["options"_L1].toArray());
     QString answer;
     if (!options.answers.isEmpty()) {
@@ -154,13 +150,13 @@ void RunMode::answerQuestion()
     }
     if (!options.json)
         printErrorLine(u"Ответ: "_s + answer);
-    engine.clarify(answer);
+    core.engine.clarify(answer);
 }
 
 void RunMode::showPlan()
 {
     if (!options.json) {
-        const QJsonArray nodes = engine.snapshot()["plan"_L1]["nodes"_L1].toArray();
+        const QJsonArray nodes = core.engine.snapshot()["plan"_L1]["nodes"_L1].toArray();
         QStringList lines{u"План"_s, {}};
         for (qsizetype i = 0; i < nodes.size(); ++i) {
             const QJsonValue node = nodes.at(i);
@@ -176,7 +172,7 @@ void RunMode::showPlan()
 /// One question at a time: an answer must not go to another command than the one in view.
 void RunMode::askPermission()
 {
-    if (decided || asking || permissionRequests.isEmpty() || !engine.busy())
+    if (decided || asking || permissionRequests.isEmpty() || !core.engine.busy())
         return;
     const QJsonObject &request = permissionRequests.first();
     printErrorLine(u"Команда требует разрешения:\n  "_s + exactCommand(request["arguments"_L1].toObject())
@@ -194,7 +190,7 @@ void RunMode::askPermission()
 
 void RunMode::takeConsent(QSocketNotifier *input)
 {
-    if (decided || !engine.busy())
+    if (decided || !core.engine.busy())
         return input->setEnabled(false);
     const std::optional<QString> answer = readAnswer();
     const bool yes = answer && answer->toLower() == u"да"_s;
@@ -208,7 +204,7 @@ void RunMode::takeConsent(QSocketNotifier *input)
     const QJsonObject request = permissionRequests.takeFirst();
     if (!answer)
         return stop(RunExit::PermissionNeeded);
-    guarded([&] { engine.approve(request["id"_L1].toString(), yes); });
+    guarded([&] { core.engine.approve(request["id"_L1].toString(), yes); });
     askPermission();
 }
 
@@ -219,8 +215,8 @@ void RunMode::stop(RunExit code)
         return;
     decided = true;
     exitCode = code;
-    if (engine.busy())
-        engine.cancel();
+    if (core.engine.busy())
+        core.engine.cancel();
     else
         QCoreApplication::exit(int(code));
 }
@@ -231,9 +227,9 @@ void RunMode::finish(const QString &status)
         exitCode = status == "COMPLETED"_L1 ? RunExit::Completed : RunExit::NotCompleted;
     decided = true;
 
-    const QJsonObject state = engine.snapshot();
+    const QJsonObject state = core.engine.snapshot();
     try {
-        journal.close(state);
+        core.journal.close(state);
     } catch (const std::exception &fault) {
         // The run may have ended over the same fault; its end is told all the same.
         printErrorLine(textOf(fault));
@@ -257,8 +253,8 @@ void RunMode::guarded(const std::function<void()> &work)
     try {
         work();
     } catch (const std::exception &fault) {
-        if (engine.busy())
-            return engine.fail(textOf(fault));
+        if (core.engine.busy())
+            return core.engine.fail(textOf(fault));
         printErrorLine(textOf(fault));
         stop(RunExit::NotCompleted);
     }

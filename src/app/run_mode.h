@@ -1,13 +1,7 @@
 #pragma once
 
-#include "engine.h"
-#include "event_bus.h"
-#include "permissions.h"
+#include "core.h"
 #include "run_options.h"
-#include "store.h"
-#include "task_journal.h"
-#include "tool_router.h"
-#include "workspace.h"
 
 #include <QList>
 #include <QObject>
@@ -57,13 +51,7 @@ private:
     void guarded(const std::function<void()> &work);
 
     RunOptions options;
-    Store store;
-    EventBus events;
-    Workspace workspace;
-    PermissionManager permissions;
-    ToolRouter tools;
-    Engine engine;
-    TaskJournal journal;
+    Core core;
     QList<QJsonObject> permissionRequests; ///< The first is being asked for, or next.
     bool asking = false; ///< Somebody is to type an answer.
     RunExit exitCode = RunExit::NotCompleted;

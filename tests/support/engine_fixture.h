@@ -3,13 +3,8 @@
 #include "error_of.h"
 #include "scripted_provider.h"
 
-#include "engine.h"
-#include "event_bus.h"
+#include "core.h"
 #include "helpers.h"
-#include "permissions.h"
-#include "store.h"
-#include "tool_router.h"
-#include "workspace.h"
 
 #include <QTemporaryDir>
 
@@ -97,13 +92,14 @@ public:
 
     QTemporaryDir folder;
     const QString databasePath;
-    vesk::Store store{databasePath};
-    vesk::EventBus events;
-    vesk::Workspace workspace{store};
-    vesk::PermissionManager permissions;
-    vesk::ToolRouter tools{&workspace, &events, &permissions};
     ScriptedProvider model;
-    vesk::Engine engine{store, workspace, events, permissions, tools, &model};
+    vesk::Core core{databasePath, &model};
+    vesk::Store &store = core.store;
+    vesk::EventBus &events = core.events;
+    vesk::Workspace &workspace = core.workspace;
+    vesk::PermissionManager &permissions = core.permissions;
+    vesk::ToolRouter &tools = core.tools;
+    vesk::Engine &engine = core.engine;
     QList<QJsonObject> log;
     QStringList endings;
 

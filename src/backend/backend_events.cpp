@@ -9,14 +9,14 @@ namespace vesk {
 /// A failure of the store goes to whoever published the event: a run that can't be recorded ends.
 void Backend::follow(const QJsonObject &event)
 {
-    journal.record(event);
+    core.journal.record(event);
     notifyUi();
 }
 
 void Backend::finishRun(const QString &status)
 {
     // The run may have ended over a failing store; its end is taken notice of all the same.
-    attempt([this] { journal.close(engine.snapshot()); });
+    attempt([this] { core.journal.close(core.engine.snapshot()); });
     // After a failed or stopped run the user decides whether the waiting requests still make sense.
     if (status != "COMPLETED"_L1)
         queuePaused = true;

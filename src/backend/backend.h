@@ -1,17 +1,11 @@
 #pragma once
 
 #include "background_renderer.h"
-#include "engine.h"
-#include "event_bus.h"
+#include "core.h"
 #include "growing_list.h"
 #include "mcp_client.h"
 #include "mock_provider.h"
 #include "openai_provider.h"
-#include "permissions.h"
-#include "store.h"
-#include "task_journal.h"
-#include "tool_router.h"
-#include "workspace.h"
 
 #include <QHash>
 #include <QJsonArray>
@@ -151,12 +145,12 @@ public:
     QVariantList checkpoints() const;
     QVariantList chat() const;
     QVariantList agentProfiles() const;
-    QString root() const { return workspace.root(); }
+    QString root() const { return core.workspace.root(); }
 
     /// The document of the task in view.
     QJsonObject selected() const;
     /// For those who drive the application as a whole.
-    const Engine &runner() const { return engine; }
+    const Engine &runner() const { return core.engine; }
 
     /// Runs an operation's body: its failure becomes `message`, its success empties it.
     void guard(const std::function<void()> &body);
@@ -248,7 +242,7 @@ private:
     QJsonArray projectMedia() const;
     QString selectedId() const;
     bool followsRun() const;
-    QString engineTask() const { return engine.task(); }
+    QString engineTask() const { return core.engine.task(); }
     QVariantMap settingsMap() const { return settings.toVariantMap(); }
     QVariantMap preferencesMap() const { return preferences.toVariantMap(); }
     QVariantList queueList() const { return queue.toVariantList(); }
@@ -285,15 +279,9 @@ private:
     QHash<QString, int> skillGeneration;
     QJsonArray queue;
     bool queuePaused = false;
-    Store store;
-    EventBus eventBus; ///< `events` is what the interface reads.
-    Workspace workspace;
-    PermissionManager permissions;
-    ToolRouter tools;
     MockProvider mock;
     OpenAICompatibleProvider client;
-    QHash<QString, OpenAICompatibleProvider *> agentClients;
-    Engine engine;
+    Core core;
     MockProvider chatMock;
     OpenAICompatibleProvider chatClient;
     OpenAICompatibleProvider probeClient;
@@ -310,7 +298,6 @@ private:
     QString selectedTask; ///< Empty: the view follows the run. "new": a fresh conversation. Else a task.
     QJsonObject settings;
 
-    TaskJournal journal;
     bool draining = false; ///< `queue` lacks what waits behind the item that is being started.
 
     // What reading has already made, valid as long as what it was made of is unchanged.

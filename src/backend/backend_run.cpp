@@ -1,4 +1,4 @@
-// Exactly one run lives in the engine. A request starts at once, waits in the queue, or is refused.
+// Exactly one run lives in the core.engine. A request starts at once, waits in the queue, or is refused.
 
 #include "backend.h"
 
@@ -40,12 +40,12 @@ void Backend::start(const QString &request, bool preview, int budget, const QStr
         const QJsonObject command = buildCommand(program, arguments);
         require(!chatBusy, u"Дождитесь ответа в чате."_s);
         require(importProcesses.isEmpty(), u"Дождитесь добавления вложений"_s);
-        if (workspace.root().isEmpty())
+        if (core.workspace.root().isEmpty())
             createProject(u"Мой проект"_s, defaultFolder());
-        require(!workspace.root().isEmpty(), u"Не удалось создать папку проекта."_s);
+        require(!core.workspace.root().isEmpty(), u"Не удалось создать папку проекта."_s);
         if (answeredByDemo(request))
             return;
-        if (engine.busy() || !queue.isEmpty())
+        if (core.engine.busy() || !queue.isEmpty())
             enqueueRequest(request, preview, budget, program, arguments);
         else
             startNow(request, preview, budget, command);
@@ -93,40 +93,40 @@ void Backend::enqueueRequest(const QString &request, bool preview, int budget, c
 
 void Backend::startNow(const QString &request, bool preview, int budget, const QJsonObject &command)
 {
-    engine.conversationHistory = historyOf(conversationId(), runTurns, runTurnChars, true);
-    engine.previousSpec = selected()["spec"_L1].toObject();
-    engine.requestMedia = mediaForRequest(request);
-    engine.mediaTools = mediaCapabilities();
-    client.root = workspace.root();
+    core.engine.conversationHistory = historyOf(conversationId(), runTurns, runTurnChars, true);
+    core.engine.previousSpec = selected()["spec"_L1].toObject();
+    core.engine.requestMedia = mediaForRequest(request);
+    core.engine.mediaTools = mediaCapabilities();
+    client.root = core.workspace.root();
     attachments = {};
     selectedTask.clear();
     prepareRuntime(request);
-    engine.start(request, preview, budget, command);
+    core.engine.start(request, preview, budget, command);
 }
 
 void Backend::clarify(const QString &answer)
 {
-    guard([&] { engine.clarify(answer); });
+    guard([&] { core.engine.clarify(answer); });
 }
 
 void Backend::pause()
 {
-    guard([this] { engine.pause(); });
+    guard([this] { core.engine.pause(); });
 }
 
 void Backend::resume()
 {
-    guard([this] { engine.resume(); });
+    guard([this] { core.engine.resume(); });
 }
 
 void Backend::runPreview()
 {
-    guard([this] { engine.runPreview(); });
+    guard([this] { core.engine.runPreview(); });
 }
 
 void Backend::approve(const QString &action, bool allow)
 {
-    guard([&] { engine.approve(action, allow); });
+    guard([&] { core.engine.approve(action, allow); });
 }
 
 void Backend::setPriority(const QString &node, int priority)
@@ -134,8 +134,8 @@ void Backend::setPriority(const QString &node, int priority)
     guard([&] {
         // Of a task that has ended nothing is scheduled any more, and storing it again would undo its new name, or
         // bring it into the project in view.
-        if (engine.busy())
-            engine.priority(node, priority);
+        if (core.engine.busy())
+            core.engine.priority(node, priority);
     });
 }
 
@@ -149,8 +149,8 @@ void Backend::stop()
         attempt([this] { saveQueue(); });
         if (chatBusy)
             attempt([this] { stopChat(); });
-        if (engine.busy())
-            engine.cancel();
+        if (core.engine.busy())
+            core.engine.cancel();
         mcp.cancelAll();
         streamNote.clear();
         Q_EMIT streamChanged();
@@ -235,15 +235,16 @@ void Backend::changeQueue(QJsonArray next)
 
 void Backend::saveQueue()
 {
-    const QString project = workspace.project();
+    const QString project = core.workspace.project();
     if (!project.isEmpty() && !draining)
-        store.put(u"settings"_s, u"queue:"_s + project, project, {{u"items"_s, queue}, {u"paused"_s, queuePaused}});
+        core.store.put(u"settings"_s, u"queue:"_s + project, project,
+                       {{u"items"_s, queue}, {u"paused"_s, queuePaused}});
     notifyUi();
 }
 
 void Backend::drainQueue()
 {
-    if (engine.busy() || chatBusy || queuePaused || queue.isEmpty())
+    if (core.engine.busy() || chatBusy || queuePaused || queue.isEmpty())
         return;
     try {
         const QJsonObject item = std::as_const(queue).first().toObject();
@@ -262,7 +263,7 @@ void Backend::drainQueue()
             queuePaused = true;
         }
         saveQueue();
-        if (!engine.busy() && !queuePaused)
+        if (!core.engine.busy() && !queuePaused)
             drainLater();
     } catch (const std::exception &failure) {
         message = textOf(failure);

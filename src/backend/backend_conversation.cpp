@@ -36,19 +36,19 @@ QString Backend::conversationId() const
         if (!task.isEmpty())
             return task;
     }
-    return u"chat:"_s + workspace.project();
+    return u"chat:"_s + core.workspace.project();
 }
 
 void Backend::addChat(const QString &conversation, const QString &role, const QString &content, const QString &kind)
 {
-    journal.addMessage(conversation, role, content, kind);
+    core.journal.addMessage(conversation, role, content, kind);
     notifyUi();
 }
 
 void Backend::newConversation()
 {
     guard([&] {
-        require(!engine.busy() && !chatBusy, u"Дождитесь завершения текущей работы."_s);
+        require(!core.engine.busy() && !chatBusy, u"Дождитесь завершения текущей работы."_s);
         selectedTask = u"new"_s;
     });
 }
@@ -79,9 +79,9 @@ void Backend::routeLine(const QString &typed)
     const bool action = asksForAction(body);
     if (!action && answersQuestion(text, body)) {
         discuss(text);
-    } else if (engine.phaseCode() == "CLARIFICATION"_L1) {
+    } else if (core.engine.phaseCode() == "CLARIFICATION"_L1) {
         clarify(text);
-    } else if (queuePaused && !engine.busy() && !queue.isEmpty() && lower.startsWith(u"продолж"_s)) {
+    } else if (queuePaused && !core.engine.busy() && !queue.isEmpty() && lower.startsWith(u"продолж"_s)) {
         resumeQueue();
     } else if (!chatBusy && (action || beginsLikeWork(lower))) {
         startTask(text);
@@ -148,7 +148,7 @@ void Backend::connectByName(const QString &text)
 
 bool Backend::answersQuestion(const QString &text, const QString &body)
 {
-    return !attachments.isEmpty() || (engine.phaseCode() != "CLARIFICATION"_L1 && !mediaForRequest(text).isEmpty())
+    return !attachments.isEmpty() || (core.engine.phaseCode() != "CLARIFICATION"_L1 && !mediaForRequest(text).isEmpty())
         || asksAQuestion(body);
 }
 
@@ -167,7 +167,7 @@ QString Backend::chiefSkill() const
 QJsonArray Backend::historyOf(const QString &conversation, qsizetype count, qsizetype chars, bool forRun) const
 {
     QJsonArray history;
-    const QList<Store::Row> rows = store.rowsAfter(u"messages"_s, conversation, 0, int(count));
+    const QList<Store::Row> rows = core.store.rowsAfter(u"messages"_s, conversation, 0, int(count));
     for (const Store::Row &row : rows) {
         const QString kind = row.body["kind"_L1].toString();
         if (forRun && (kind == "progress"_L1 || kind == "file"_L1))
@@ -262,7 +262,7 @@ void Backend::askChat(const QString &text, const QString &conversation)
     const QJsonArray media = isSmallTalk(text) ? QJsonArray() : mediaForRequest(text);
     QJsonObject input{
         {u"media"_s, media},
-        {u"memory"_s, store.list(u"memory_entries"_s, workspace.project())},
+        {u"memory"_s, core.store.list(u"memory_entries"_s, core.workspace.project())},
         {u"question"_s, text},
         {u"history"_s, historyOf(conversation, chatTurns, chatTurnChars, false)},
         {u"task_report"_s,

@@ -70,8 +70,8 @@ QString agentKey(const QString &agent)
 void Backend::pinAsset(const QString &path, const QString &usage)
 {
     guard([&] {
-        const QString project = workspace.project();
-        const QJsonArray rows = project.isEmpty() ? QJsonArray() : store.list(u"artifacts"_s, project);
+        const QString project = core.workspace.project();
+        const QJsonArray rows = project.isEmpty() ? QJsonArray() : core.store.list(u"artifacts"_s, project);
         const auto row = std::ranges::find_if(rows, [&](const QJsonValue &artifact) {
             return artifact["type"_L1].toString() == "media"_L1 && artifact["path"_L1].toString() == path;
         });
@@ -79,7 +79,7 @@ void Backend::pinAsset(const QString &path, const QString &usage)
         QJsonObject medium = row->toObject();
         medium["usage"_L1] = usage.trimmed().left(maxUsage);
         medium["pinned"_L1] = !usage.trimmed().isEmpty();
-        store.put(u"artifacts"_s, std::as_const(medium)["id"_L1].toString(), project, medium);
+        core.store.put(u"artifacts"_s, std::as_const(medium)["id"_L1].toString(), project, medium);
     });
 }
 
@@ -101,7 +101,7 @@ void Backend::attachFiles(const QVariantList &urls)
 void Backend::importFile(const QString &file)
 {
     const QJsonObject job{{u"operation"_s, u"import"_s},
-                          {u"root"_s, workspace.root()},
+                          {u"root"_s, core.workspace.root()},
                           {u"source"_s, file},
                           {u"ffmpeg"_s, mediaCapabilities()["ffmpeg"_L1]}};
     auto process = std::make_unique<QProcess>(this);
@@ -111,7 +111,7 @@ void Backend::importFile(const QString &file)
     require(problem.isEmpty(), problem);
     QProcess *worker = process.release();
     importProcesses.insert(worker);
-    const QString project = workspace.project();
+    const QString project = core.workspace.project();
     connect(worker, &QProcess::finished, this, [this, worker, project](int code, QProcess::ExitStatus status) {
         takeImport(worker, project, status == QProcess::NormalExit ? code : -1);
     });
@@ -147,12 +147,12 @@ void Backend::keepImport(const QString &project, QJsonObject medium)
     medium["type"_L1] = u"media"_s;
     medium["time"_L1] = now();
     medium["status"_L1] = u"IMPORTED"_s;
-    store.put(u"artifacts"_s, std::as_const(medium)["id"_L1].toString(), project, medium);
-    if (project != workspace.project())
+    core.store.put(u"artifacts"_s, std::as_const(medium)["id"_L1].toString(), project, medium);
+    if (project != core.workspace.project())
         return;
     const QString preview = std::as_const(medium)["preview"_L1].toString();
     if (!preview.isEmpty())
-        medium["url"_L1] = QUrl::fromLocalFile(workspace.root() + u'/' + preview).toString();
+        medium["url"_L1] = QUrl::fromLocalFile(core.workspace.root() + u'/' + preview).toString();
     attachments.append(medium);
 }
 
@@ -173,8 +173,9 @@ QSet<QString> Backend::mediaInQuestion(const QJsonArray &media) const
     QSet<QString> paths;
     for (const QJsonValue &attachment : attachments)
         paths.insert(attachment["path"_L1].toString());
-    const QList<Store::Row> rows
-        = paths.isEmpty() ? store.rowsAfter(u"messages"_s, conversationId(), 0, searchedTurns) : QList<Store::Row>();
+    const QList<Store::Row> rows = paths.isEmpty()
+        ? core.store.rowsAfter(u"messages"_s, conversationId(), 0, searchedTurns)
+        : QList<Store::Row>();
     for (auto row = rows.crbegin(); row != rows.crend() && paths.isEmpty(); ++row) {
         const QString content = row->body["content"_L1].toString();
         for (const QJsonValue &medium : media) {
@@ -203,7 +204,7 @@ QJsonArray Backend::mediaForRequest(const QString &request) const
         const QString path = std::as_const(medium)["path"_L1].toString();
         if (path.isEmpty() || (!paths.contains(path) && !request.contains(path)))
             continue;
-        medium["absolute_path"_L1] = QString(workspace.root() + u'/' + path);
+        medium["absolute_path"_L1] = QString(core.workspace.root() + u'/' + path);
         found.append(medium);
     }
     while (found.size() > maxRequestMedia)

@@ -16,29 +16,29 @@ void Backend::configureClient(OpenAICompatibleProvider &target)
     target.model = client.model;
     target.key = client.key;
     target.useResponses = client.useResponses;
-    target.root = workspace.root();
+    target.root = core.workspace.root();
 }
 
 /// The preferences become inputs of the next run.
 void Backend::prepareRuntime(const QString &)
 {
-    engine.agentProviders.clear();
-    engine.computerAccess = std::as_const(preferences)["computer_access"_L1].toBool();
-    engine.automaticRouting = std::as_const(preferences)["automatic_routing"_L1].toBool(true);
-    engine.disabledAgents.clear();
+    core.engine.agentProviders.clear();
+    core.engine.computerAccess = std::as_const(preferences)["computer_access"_L1].toBool();
+    core.engine.automaticRouting = std::as_const(preferences)["automatic_routing"_L1].toBool(true);
+    core.engine.disabledAgents.clear();
     const QJsonArray disabled = std::as_const(preferences)["disabled_agents"_L1].toArray();
     for (const QJsonValue &role : disabled)
-        engine.disabledAgents.insert(role.toString());
-    engine.roleSkills = std::as_const(preferences)["role_skills"_L1].toObject();
-    engine.agentNetwork = std::as_const(preferences)["custom_agents"_L1].toArray();
-    engine.mcpTools = mcp.availableTools();
+        core.engine.disabledAgents.insert(role.toString());
+    core.engine.roleSkills = std::as_const(preferences)["role_skills"_L1].toObject();
+    core.engine.agentNetwork = std::as_const(preferences)["custom_agents"_L1].toArray();
+    core.engine.mcpTools = mcp.availableTools();
 }
 
 /// Which real tools a run may plan with. Only what the program knows for certain by now.
 QJsonObject Backend::mediaCapabilities() const
 {
     return {{u"computer_access"_s, preferences["computer_access"_L1]},
-            {u"workspace"_s, workspace.root()},
+            {u"workspace"_s, core.workspace.root()},
             {u"ffmpeg"_s, ffmpegProgram()}};
 }
 

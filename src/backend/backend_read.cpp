@@ -58,7 +58,7 @@ template <typename Read> auto Backend::answered(const Read &read) const -> declt
 bool Backend::followsRun() const
 {
     const QString running = engineTask();
-    return (selectedTask.isEmpty() || selectedTask == running) && (running.isEmpty() || engine.busy());
+    return (selectedTask.isEmpty() || selectedTask == running) && (running.isEmpty() || core.engine.busy());
 }
 
 /// The id of the document in view, without making that of a run.
@@ -74,21 +74,21 @@ QJsonObject Backend::selected() const
         return emptyState();
     // A running task is always one of the project in view: another can't be chosen meanwhile.
     if (followsRun())
-        return engine.snapshot();
+        return core.engine.snapshot();
     if (!selectedTask.isEmpty() && selectedTask != engineTask())
-        return store.get(u"tasks"_s, selectedTask);
-    const QJsonObject stored = store.get(u"tasks"_s, engineTask());
+        return core.store.get(u"tasks"_s, selectedTask);
+    const QJsonObject stored = core.store.get(u"tasks"_s, engineTask());
     if (stored.isEmpty())
-        return engine.snapshot();
-    return stored["project_id"_L1].toString() == workspace.project() ? stored : emptyState();
+        return core.engine.snapshot();
+    return stored["project_id"_L1].toString() == core.workspace.project() ? stored : emptyState();
 }
 
 QVariantMap Backend::state() const
 {
     return answered([this] {
         // A stored document is converted once; a running one is new at every step.
-        const QString view = workspace.project() + u'/' + selectedTask + u'/' + engineTask();
-        const QString key = followsRun() ? QString() : versioned(store, {u"tasks"_s}, view);
+        const QString view = core.workspace.project() + u'/' + selectedTask + u'/' + engineTask();
+        const QString key = followsRun() ? QString() : versioned(core.store, {u"tasks"_s}, view);
         return remembered(stateMap, key, [this] { return selected().toVariantMap(); });
     });
 }
@@ -101,19 +101,19 @@ QVariantMap Backend::uiState() const
 QVariantList Backend::projects() const
 {
     return answered([this] {
-        return remembered(projectRows, versioned(store, {u"projects"_s}, u"-"_s),
-                          [this] { return store.list(u"projects"_s, {}).toVariantList(); });
+        return remembered(projectRows, versioned(core.store, {u"projects"_s}, u"-"_s),
+                          [this] { return core.store.list(u"projects"_s, {}).toVariantList(); });
     });
 }
 
 QVariantList Backend::tasks() const
 {
     return answered([this]() -> QVariantList {
-        const QString project = workspace.project();
+        const QString project = core.workspace.project();
         if (project.isEmpty())
             return {};
-        return remembered(taskRows, versioned(store, {u"tasks"_s}, project),
-                          [&] { return tasksOf(store.taskOutlines(project)); });
+        return remembered(taskRows, versioned(core.store, {u"tasks"_s}, project),
+                          [&] { return tasksOf(core.store.taskOutlines(project)); });
     });
 }
 
@@ -121,35 +121,35 @@ QVariantList Backend::events() const
 {
     return answered([this] {
         const QString task = selectedId();
-        return task.isEmpty() ? QVariantList() : eventRows.of(store, task);
+        return task.isEmpty() ? QVariantList() : eventRows.of(core.store, task);
     });
 }
 
 QVariantList Backend::files() const
 {
     return answered([this]() -> QVariantList {
-        const QString project = workspace.project();
+        const QString project = core.workspace.project();
         if (project.isEmpty())
             return {};
-        return remembered(fileRows, versioned(store, {u"files"_s, u"artifacts"_s}, project),
-                          [this] { return filesOf(workspace.files(), projectMedia()); });
+        return remembered(fileRows, versioned(core.store, {u"files"_s, u"artifacts"_s}, project),
+                          [this] { return filesOf(core.workspace.files(), projectMedia()); });
     });
 }
 
 QJsonArray Backend::projectMedia() const
 {
-    const QString project = workspace.project();
-    return project.isEmpty() ? QJsonArray() : mediaOf(store.list(u"artifacts"_s, project));
+    const QString project = core.workspace.project();
+    return project.isEmpty() ? QJsonArray() : mediaOf(core.store.list(u"artifacts"_s, project));
 }
 
 /// All records of the project in a table.
 QVariantList Backend::projectRecords(Remembered<QVariantList> &slot, const QString &table) const
 {
-    const QString project = workspace.project();
+    const QString project = core.workspace.project();
     if (project.isEmpty())
         return {};
-    return remembered(slot, versioned(store, {table}, project),
-                      [&] { return store.list(table, project).toVariantList(); });
+    return remembered(slot, versioned(core.store, {table}, project),
+                      [&] { return core.store.list(table, project).toVariantList(); });
 }
 
 QVariantList Backend::memory() const
@@ -165,7 +165,7 @@ QVariantList Backend::checkpoints() const
 QVariantList Backend::chat() const
 {
     return answered([this]() -> QVariantList {
-        if (workspace.project().isEmpty())
+        if (core.workspace.project().isEmpty())
             return {};
         const QString conversation = conversationId();
         const QJsonObject shown = selected();
@@ -175,10 +175,10 @@ QVariantList Backend::chat() const
         QStringList tables{u"messages"_s, u"artifacts"_s};
         if (isEndPhase(phase))
             tables.append(u"tasks"_s);
-        const QString key = versioned(store, tables, conversation + u'|' + phase + u'|' + pending);
+        const QString key = versioned(core.store, tables, conversation + u'|' + phase + u'|' + pending);
         return remembered(chatRows, key, [&] {
-            return conversationOf(messageRows.of(store, conversation), shown, pending, projectMedia(),
-                                  workspace.root());
+            return conversationOf(messageRows.of(core.store, conversation), shown, pending, projectMedia(),
+                                  core.workspace.root());
         });
     });
 }
@@ -223,7 +223,7 @@ QString Backend::fileContent(const QString &path) const
         if (medium != media.end() && (*medium)["kind"_L1].toString() != "text"_L1)
             return u"Медиафайл: "_s + path
                 + u"\nОткройте файл для просмотра в системном приложении. Оригинал хранится в папке проекта."_s;
-        return QString::fromUtf8(workspace.read(path));
+        return QString::fromUtf8(core.workspace.read(path));
     } catch (const std::exception &failure) {
         return textOf(failure);
     }
@@ -233,8 +233,8 @@ QString Backend::fileHistory(const QString &path) const
 {
     return answered([&] {
         QJsonArray history;
-        const QString project = workspace.project();
-        const QJsonArray revisions = project.isEmpty() ? QJsonArray() : store.list(u"file_revisions"_s, project);
+        const QString project = core.workspace.project();
+        const QJsonArray revisions = project.isEmpty() ? QJsonArray() : core.store.list(u"file_revisions"_s, project);
         for (const QJsonValue &revision : revisions) {
             if (revision["path"_L1].toString() == path)
                 history.append(revision);
@@ -245,12 +245,12 @@ QString Backend::fileHistory(const QString &path) const
 
 QString Backend::search(const QString &query) const
 {
-    return answered([&] { return indented(store.search(query)); });
+    return answered([&] { return indented(core.store.search(query)); });
 }
 
 QVariantMap Backend::runDetails(const QString &key) const
 {
-    return answered([&] { return store.get(u"agent_runs"_s, key).toVariantMap(); });
+    return answered([&] { return core.store.get(u"agent_runs"_s, key).toVariantMap(); });
 }
 
 } // namespace vesk

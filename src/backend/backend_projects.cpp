@@ -56,15 +56,15 @@ const QStringList &settablePreferences()
 
 void Backend::requireQuiet() const
 {
-    require(!engine.busy() && !chatBusy, u"Сначала остановите текущую работу и дождитесь ответа в чате."_s);
+    require(!core.engine.busy() && !chatBusy, u"Сначала остановите текущую работу и дождитесь ответа в чате."_s);
 }
 
 /// A project to work in, made in the usual place when there is none; throws what kept it from being made.
 void Backend::requireProject(const QString &name)
 {
-    if (workspace.root().isEmpty())
+    if (core.workspace.root().isEmpty())
         createProject(name, defaultFolder());
-    require(!workspace.root().isEmpty(), message);
+    require(!core.workspace.root().isEmpty(), message);
 }
 
 void Backend::createProject(const QString &name, const QString &folder)
@@ -73,13 +73,14 @@ void Backend::createProject(const QString &name, const QString &folder)
         requireQuiet();
         require(!name.trimmed().isEmpty(), u"Укажите название проекта."_s);
         const QString projectId = id();
-        workspace.open(projectFolder(name, folder, projectId), projectId);
+        core.workspace.open(projectFolder(name, folder, projectId), projectId);
         writeProjectFile(name, projectId);
         queue = {};
         queuePaused = false;
         projectName = name;
-        store.put(u"projects"_s, projectId, {},
-                  {{u"id"_s, projectId}, {u"name"_s, name}, {u"root"_s, workspace.root()}, {u"created_at"_s, now()}});
+        core.store.put(
+            u"projects"_s, projectId, {},
+            {{u"id"_s, projectId}, {u"name"_s, name}, {u"root"_s, core.workspace.root()}, {u"created_at"_s, now()}});
         selectedTask.clear();
     });
 }
@@ -94,7 +95,7 @@ QString Backend::projectFolder(const QString &name, const QString &folder, const
 void Backend::writeProjectFile(const QString &name, const QString &projectId) const
 {
     const QJsonObject document{{u"name"_s, name}, {u"project_id"_s, projectId}, {u"created_at"_s, now()}};
-    QSaveFile file(workspace.root() + u"/VESK-project.json"_s);
+    QSaveFile file(core.workspace.root() + u"/VESK-project.json"_s);
     const QByteArray text = QJsonDocument(document).toJson(QJsonDocument::Indented);
     require(file.open(QIODevice::WriteOnly) && file.write(text) == text.size() && file.commit(),
             u"Не удалось сохранить описание проекта."_s);
@@ -104,12 +105,12 @@ void Backend::selectProject(const QString &projectId)
 {
     guard([&] {
         requireQuiet();
-        const QJsonObject project = store.get(u"projects"_s, projectId);
+        const QJsonObject project = core.store.get(u"projects"_s, projectId);
         require(!project.isEmpty(), u"Проект не найден."_s);
         // All that may fail comes before anything changes: the queue of one project must not become another's.
-        const QJsonArray waiting = store.get(u"settings"_s, u"queue:"_s + projectId)["items"_L1].toArray();
-        const QJsonArray outlines = store.taskOutlines(projectId);
-        workspace.open(project["root"_L1].toString(), projectId);
+        const QJsonArray waiting = core.store.get(u"settings"_s, u"queue:"_s + projectId)["items"_L1].toArray();
+        const QJsonArray outlines = core.store.taskOutlines(projectId);
+        core.workspace.open(project["root"_L1].toString(), projectId);
         projectName = project["name"_L1].toString();
         attachments = {};
         queue = waiting;
@@ -121,9 +122,9 @@ void Backend::selectProject(const QString &projectId)
 void Backend::selectTask(const QString &task)
 {
     guard([&] {
-        require(!engine.busy() || task == engineTask(), u"Остановите текущую задачу перед открытием другой."_s);
-        require(store.get(u"tasks"_s, task)["project_id"_L1].toString() == workspace.project()
-                    && !workspace.project().isEmpty(),
+        require(!core.engine.busy() || task == engineTask(), u"Остановите текущую задачу перед открытием другой."_s);
+        require(core.store.get(u"tasks"_s, task)["project_id"_L1].toString() == core.workspace.project()
+                    && !core.workspace.project().isEmpty(),
                 u"Эта задача относится к другому проекту."_s);
         selectedTask = task;
     });
@@ -132,33 +133,33 @@ void Backend::selectTask(const QString &task)
 /// The row of a task of this project; throws "Диалог не найден.".
 QJsonObject Backend::ownTask(const QString &task) const
 {
-    const QJsonObject row = store.get(u"tasks"_s, task);
-    require(!row.isEmpty() && row["project_id"_L1].toString() == workspace.project(), u"Диалог не найден."_s);
+    const QJsonObject row = core.store.get(u"tasks"_s, task);
+    require(!row.isEmpty() && row["project_id"_L1].toString() == core.workspace.project(), u"Диалог не найден."_s);
     return row;
 }
 
 void Backend::renameTask(const QString &task, const QString &title)
 {
     guard([&] {
-        require(!engine.busy() || task != engineTask(), u"Переименовать можно после завершения."_s);
+        require(!core.engine.busy() || task != engineTask(), u"Переименовать можно после завершения."_s);
         QJsonObject row = ownTask(task);
         const QString trimmed = title.trimmed();
         require(!trimmed.isEmpty(), u"Введите название."_s);
         QJsonObject spec = std::as_const(row)["spec"_L1].toObject();
         spec["title"_L1] = trimmed.left(maxTitle);
         row["spec"_L1] = spec;
-        store.put(u"tasks"_s, task, workspace.project(), row);
+        core.store.put(u"tasks"_s, task, core.workspace.project(), row);
     });
 }
 
 void Backend::archiveTask(const QString &task)
 {
     guard([&] {
-        require(!engine.busy() || task != engineTask(), u"Сначала остановите задачу."_s);
+        require(!core.engine.busy() || task != engineTask(), u"Сначала остановите задачу."_s);
         QJsonObject row = ownTask(task);
         const bool inView = selectedId() == task;
         row["archived"_L1] = true;
-        store.put(u"tasks"_s, task, workspace.project(), row);
+        core.store.put(u"tasks"_s, task, core.workspace.project(), row);
         if (inView)
             selectedTask = u"new"_s;
     });
@@ -167,25 +168,25 @@ void Backend::archiveTask(const QString &task)
 void Backend::rollback(const QString &checkpoint)
 {
     guard([&] {
-        require(!engine.busy(), u"Остановите задачу перед восстановлением файлов."_s);
-        workspace.rollback(checkpoint);
-        eventBus.publish(store.get(u"checkpoints"_s, checkpoint)["task_id"_L1].toString(), u"RollbackCompleted"_s,
-                         u"Controlled workspace restored"_s, {});
+        require(!core.engine.busy(), u"Остановите задачу перед восстановлением файлов."_s);
+        core.workspace.rollback(checkpoint);
+        core.events.publish(core.store.get(u"checkpoints"_s, checkpoint)["task_id"_L1].toString(),
+                            u"RollbackCompleted"_s, u"Controlled workspace restored"_s, {});
     });
 }
 
 void Backend::openFile(const QString &path)
 {
     guard([&] {
-        require(QDesktopServices::openUrl(QUrl::fromLocalFile(workspace.resolve(path))),
+        require(QDesktopServices::openUrl(QUrl::fromLocalFile(core.workspace.resolve(path))),
                 u"Windows не смог открыть файл. Откройте папку проекта и выберите приложение для этого типа файла."_s);
     });
 }
 
 void Backend::openWorkspace()
 {
-    if (!workspace.root().isEmpty())
-        QDesktopServices::openUrl(QUrl::fromLocalFile(workspace.root()));
+    if (!core.workspace.root().isEmpty())
+        QDesktopServices::openUrl(QUrl::fromLocalFile(core.workspace.root()));
 }
 
 QString Backend::defaultFolder() const
@@ -196,14 +197,14 @@ QString Backend::defaultFolder() const
 void Backend::addMemory(const QString &category, const QString &text)
 {
     guard([&] {
-        require(!workspace.project().isEmpty(), u"Выберите проект."_s);
+        require(!core.workspace.project().isEmpty(), u"Выберите проект."_s);
         require(!text.trimmed().isEmpty(), u"Введите текст для сохранения."_s);
         const QString entryId = id();
         const QJsonObject entry{{u"id"_s, entryId}, {u"category"_s, category}, {u"text"_s, text}, {u"time"_s, now()}};
-        store.atomic([&] {
-            store.put(u"memory_entries"_s, entryId, workspace.project(), entry);
+        core.store.atomic([&] {
+            core.store.put(u"memory_entries"_s, entryId, core.workspace.project(), entry);
             if (category == "Architecture Decisions"_L1 || category == "User Decisions"_L1)
-                store.put(u"decision_logs"_s, entryId, workspace.project(), entry);
+                core.store.put(u"decision_logs"_s, entryId, core.workspace.project(), entry);
         });
     });
 }
@@ -227,7 +228,7 @@ void Backend::setPreference(const QString &key, const QVariant &value)
 
 void Backend::savePreferences()
 {
-    store.put(u"settings"_s, u"workspace-ui"_s, {}, preferences);
+    core.store.put(u"settings"_s, u"workspace-ui"_s, {}, preferences);
     Q_EMIT preferencesChanged();
 }
 
@@ -238,7 +239,7 @@ void Backend::renderBackground(double time, int width, int height)
 
 void Backend::discoverMcp()
 {
-    mcp.scan(workspace.root());
+    mcp.scan(core.workspace.root());
 }
 
 void Backend::connectMcp(const QString &server)

@@ -31,22 +31,18 @@ QJsonObject wholeRecord(const QJsonObject &record)
 
 Backend::Backend(const QString &dataFolder, QObject *parent)
     : QObject(parent)
-    , store(dataFolder + u"/vesk.sqlite"_s)
-    , workspace(store)
-    , tools(&workspace, &eventBus, &permissions)
-    , engine(store, workspace, eventBus, permissions, tools, &mock)
-    , journal(store, workspace, engine)
+    , core(dataFolder + u"/vesk.sqlite"_s, &mock)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
 {
     connectRun();
-    recoverInterruptedTasks(store);
+    recoverInterruptedTasks(core.store);
     restoreConnection();
     connect(&background, &BackgroundRenderer::changed, this, &Backend::backgroundChanged);
     restorePreferences();
     connectTools();
 
-    const QJsonArray all = store.list(u"projects"_s, {});
+    const QJsonArray all = core.store.list(u"projects"_s, {});
     if (!all.isEmpty())
         selectProject(all.last()["id"_L1].toString());
 }
@@ -55,14 +51,14 @@ void Backend::connectRun()
 {
     for (OpenAICompatibleProvider *provider : {&client, &chatClient})
         connect(provider, &OpenAICompatibleProvider::responseProgress, this, &Backend::showProgress);
-    connect(&engine, &Engine::changed, this, &Backend::notifyUi);
-    connect(&eventBus, &EventBus::event, this, &Backend::follow);
-    connect(&engine, &Engine::finished, this, &Backend::finishRun);
+    connect(&core.engine, &Engine::changed, this, &Backend::notifyUi);
+    connect(&core.events, &EventBus::event, this, &Backend::follow);
+    connect(&core.engine, &Engine::finished, this, &Backend::finishRun);
 }
 
 void Backend::restoreConnection()
 {
-    settings = store.get(u"settings"_s, u"provider"_s);
+    settings = core.store.get(u"settings"_s, u"provider"_s);
     if (settings.isEmpty())
         settings = {
             {u"mock"_s, true}, {u"base_url"_s, u""_s}, {u"model"_s, u"qwen3-8"_s}, {u"parallel"_s, parallelRequests}};
@@ -77,15 +73,15 @@ void Backend::restoreConnection()
     // A model on this machine needs no key; a remote one does.
     if (client.key.isEmpty() && address.scheme() == "https"_L1)
         settings["mock"_L1] = true;
-    engine.maxParallel = parallelRequests;
+    core.engine.maxParallel = parallelRequests;
     settings["parallel"_L1] = parallelRequests;
     if (!std::as_const(settings)["mock"_L1].toBool(true))
-        engine.setProvider(&client);
+        core.engine.setProvider(&client);
 }
 
 void Backend::restorePreferences()
 {
-    preferences = store.get(u"settings"_s, u"workspace-ui"_s);
+    preferences = core.store.get(u"settings"_s, u"workspace-ui"_s);
     for (const QString &key : {u"computer_access"_s, u"glass"_s, u"animations"_s}) {
         if (!preferences.contains(key))
             preferences[key] = true;
@@ -101,8 +97,8 @@ void Backend::connectTools()
     connect(&mcp, &McpClient::statusMessage, this, [this](const QString &text) {
         attempt([&] { addChat(conversationId(), u"assistant"_s, text, u"connection"_s); });
     });
-    engine.mcpCall = [this](const QString &server, const QString &tool, const QJsonObject &arguments,
-                            const Engine::Answer &done) { mcp.call(server, tool, arguments, done); };
+    core.engine.mcpCall = [this](const QString &server, const QString &tool, const QJsonObject &arguments,
+                                 const Engine::Answer &done) { mcp.call(server, tool, arguments, done); };
 }
 
 void Backend::guard(const std::function<void()> &body)
