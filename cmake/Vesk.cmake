@@ -83,6 +83,7 @@ endfunction()
 function(vesk_loaded name file)
     cmake_parse_arguments(PARSE_ARGV 2 ARG "" "" "SOURCES;LINKS")
     add_library(vesk_${name} MODULE ${ARG_SOURCES})
+    target_include_directories(vesk_${name} PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
     target_link_libraries(vesk_${name} PRIVATE ${ARG_LINKS} vesk_strict)
     set_target_properties(vesk_${name} PROPERTIES OUTPUT_NAME ${file}
         LIBRARY_OUTPUT_DIRECTORY "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
