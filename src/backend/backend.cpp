@@ -1,14 +1,13 @@
+// The facade: its services wired together, what it tells the interface, and what the end of a step or a run means.
+
 #include "backend.h"
 
-#include "credential_store.h"
-#include "endpoints.h"
 #include "helpers.h"
 #include "narrator.h"
 #include "read_models.h"
 #include "recovery.h"
 
 #include <QTimer>
-#include <QUrl>
 
 #include <chrono>
 
@@ -19,7 +18,6 @@ namespace vesk {
 namespace {
 
 constexpr auto refreshInterval = std::chrono::milliseconds(33);
-constexpr int parallelRequests = 8;
 constexpr int shownEvents = 200;
 
 QJsonObject wholeRecord(const QJsonObject &record)
@@ -32,15 +30,18 @@ QJsonObject wholeRecord(const QJsonObject &record)
 Backend::Backend(const QString &dataFolder, QObject *parent)
     : QObject(parent)
     , core(dataFolder + u"/vesk.sqlite"_s, &mock)
+    , connection(core.store, core.engine, client)
+    , preferences(core.store)
+    , view(core.store, core.workspace, core.engine)
+    , queue(core.store)
+    , conversation(core.store, core.journal)
+    , attachments(core.store, core.workspace)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
 {
     connectRun();
+    connectServices();
     recoverInterruptedTasks(core.store);
-    restoreConnection();
-    connect(&background, &BackgroundRenderer::changed, this, &Backend::backgroundChanged);
-    restorePreferences();
-    connectTools();
 
     const QJsonArray all = core.store.list(u"projects"_s, {});
     if (!all.isEmpty())
@@ -49,56 +50,28 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
 
 void Backend::connectRun()
 {
-    for (OpenAICompatibleProvider *provider : {&client, &chatClient})
+    for (OpenAICompatibleProvider *provider : {&client, &conversation.model()})
         connect(provider, &OpenAICompatibleProvider::responseProgress, this, &Backend::showProgress);
     connect(&core.engine, &Engine::changed, this, &Backend::notifyUi);
     connect(&core.events, &EventBus::event, this, &Backend::follow);
     connect(&core.engine, &Engine::finished, this, &Backend::finishRun);
-}
-
-void Backend::restoreConnection()
-{
-    settings = core.store.get(u"settings"_s, u"provider"_s);
-    if (settings.isEmpty())
-        settings = {
-            {u"mock"_s, true}, {u"base_url"_s, u""_s}, {u"model"_s, u"qwen3-8"_s}, {u"parallel"_s, parallelRequests}};
-
-    client.url = std::as_const(settings)["base_url"_L1].toString();
-    client.model = std::as_const(settings)["model"_L1].toString();
-    // Without an address there is no connection, and a keyring that is asleep is not woken for it.
-    if (!client.url.isEmpty())
-        client.key = CredentialStore::read(connectionTarget(client.url));
-    const QUrl address(client.url);
-    client.useResponses = address.host() == openAiHost();
-    // A model on this machine needs no key; a remote one does.
-    if (client.key.isEmpty() && address.scheme() == "https"_L1)
-        settings["mock"_L1] = true;
-    core.engine.maxParallel = parallelRequests;
-    settings["parallel"_L1] = parallelRequests;
-    if (!std::as_const(settings)["mock"_L1].toBool(true))
-        core.engine.setProvider(&client);
-}
-
-void Backend::restorePreferences()
-{
-    preferences = core.store.get(u"settings"_s, u"workspace-ui"_s);
-    for (const QString &key : {u"computer_access"_s, u"glass"_s, u"animations"_s}) {
-        if (!preferences.contains(key))
-            preferences[key] = true;
-    }
-}
-
-void Backend::connectTools()
-{
-    connect(&mcp, &McpClient::changed, this, [this] {
-        connectors = mcp.availableTools();
-        Q_EMIT connectorsChanged();
-    });
-    connect(&mcp, &McpClient::statusMessage, this, [this](const QString &text) {
-        attempt([&] { addChat(conversationId(), u"assistant"_s, text, u"connection"_s); });
-    });
     core.engine.mcpCall = [this](const QString &server, const QString &tool, const QJsonObject &arguments,
                                  const Engine::Answer &done) { mcp.call(server, tool, arguments, done); };
+}
+
+void Backend::connectServices()
+{
+    connect(&background, &BackgroundRenderer::changed, this, &Backend::backgroundChanged);
+    connect(&mcp, &McpClient::changed, this, &Backend::connectorsChanged);
+    connect(&mcp, &McpClient::statusMessage, this, [this](const QString &text) {
+        attempt([&] { say(view.conversationId(), u"assistant"_s, text, u"connection"_s); });
+    });
+    connect(&preferences, &Preferences::changed, this, &Backend::preferencesChanged);
+    connect(&conversation, &Conversation::changed, this, &Backend::notifyUi);
+    connect(&conversation, &Conversation::answered, this, &Backend::drainLater);
+    connect(&conversation, &Conversation::failed, this, &Backend::show);
+    connect(&attachments, &Attachments::changed, this, &Backend::notifyUi);
+    connect(&attachments, &Attachments::failed, this, &Backend::show);
 }
 
 void Backend::guard(const std::function<void()> &body)
@@ -123,15 +96,18 @@ void Backend::attempt(const std::function<void()> &body)
     }
 }
 
+void Backend::show(const QString &text)
+{
+    message = text;
+    notifyUi();
+}
+
 /// Const, since reading fails, too. The same failure at every refresh asks for no further refresh.
 void Backend::showFailure(const std::exception &failure) const
 {
     const QString text = textOf(failure);
-    if (message == text)
-        return;
-    auto *self = const_cast<Backend *>(this);
-    self->message = text;
-    self->notifyUi();
+    if (message != text)
+        const_cast<Backend *>(this)->show(text);
 }
 
 void Backend::notifyUi()
@@ -152,6 +128,29 @@ void Backend::showProgress(const QString &role, int characters)
     streamNote = characters < 1 ? who + u" · ожидаю сервер"_s
                                 : who + u" · получено "_s + QString::number(characters) + u" знаков"_s;
     Q_EMIT streamChanged();
+}
+
+void Backend::clearProgress()
+{
+    streamNote.clear();
+    Q_EMIT streamChanged();
+}
+
+/// A failure of the store goes to whoever published the event: a run that can't be recorded ends.
+void Backend::follow(const QJsonObject &event)
+{
+    core.journal.record(event);
+    notifyUi();
+}
+
+void Backend::finishRun(const QString &status)
+{
+    // The run may have ended over a failing store; its end is taken notice of all the same.
+    attempt([this] { core.journal.close(core.engine.snapshot()); });
+    // After a failed or stopped run the user decides whether the waiting requests still make sense.
+    attempt([&] { status == "COMPLETED"_L1 ? queue.saveQueue() : queue.pause(); });
+    notifyUi();
+    drainLater();
 }
 
 } // namespace vesk

@@ -1,21 +1,21 @@
 #pragma once
 
+#include "attachments.h"
 #include "background_renderer.h"
+#include "conversation.h"
 #include "core.h"
 #include "growing_list.h"
 #include "mcp_client.h"
 #include "mock_provider.h"
+#include "model_connection.h"
 #include "openai_provider.h"
+#include "preferences.h"
+#include "request_queue.h"
+#include "task_view.h"
 
-#include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
 #include <QObject>
-#include <QPointer>
-#include <QProcess>
-#include <QSet>
 #include <QString>
 #include <QVariant>
 
@@ -67,7 +67,7 @@ public:
     /// selects the last project. Throws std::runtime_error when the database can't be used.
     explicit Backend(const QString &dataFolder, QObject *parent = nullptr);
 
-    // Projects, tasks, preferences (backend_projects.cpp)
+    // Projects and their tasks (backend_projects.cpp)
 
     Q_INVOKABLE void createProject(const QString &name, const QString &folder);
     Q_INVOKABLE void selectProject(const QString &id);
@@ -79,6 +79,9 @@ public:
     Q_INVOKABLE void openWorkspace();
     Q_INVOKABLE QString defaultFolder() const;
     Q_INVOKABLE void addMemory(const QString &category, const QString &text);
+
+    // Settings and tools (backend_runtime.cpp)
+
     Q_INVOKABLE void setPreference(const QString &key, const QVariant &value);
     Q_INVOKABLE void renderBackground(double time, int width, int height);
     Q_INVOKABLE void discoverMcp();
@@ -110,19 +113,19 @@ public:
     Q_INVOKABLE void cancelQueued(const QString &key);
     Q_INVOKABLE void resumeQueue();
 
-    // What this version does not have yet: each says so in `message` (backend_pending.cpp)
+    // Attachments (backend_conversation.cpp)
 
     Q_INVOKABLE void attachFiles(const QVariantList &urls);
     Q_INVOKABLE void removeAttachment(const QString &id);
-    Q_INVOKABLE void connectProvider(const QString &provider, const QString &model, const QString &key);
-    Q_INVOKABLE void connectAgents(const QString &agent, const QString &target);
-    Q_INVOKABLE void addWorkflowTemplate();
-
-    // Attachments (backend_attachments.cpp)
-
     /// Notes what a medium of the project is for ("Баннер"); at most 120 characters are kept, and blanks take the note
     /// back.
     Q_INVOKABLE void pinAsset(const QString &path, const QString &usage);
+
+    // What this version does not have yet: each says so in `message` (backend_runtime.cpp)
+
+    Q_INVOKABLE void connectProvider(const QString &provider, const QString &model, const QString &key);
+    Q_INVOKABLE void connectAgents(const QString &agent, const QString &target);
+    Q_INVOKABLE void addWorkflowTemplate();
 
     // What the interface reads (backend_read.cpp)
 
@@ -148,7 +151,7 @@ public:
     QString root() const { return core.workspace.root(); }
 
     /// The document of the task in view.
-    QJsonObject selected() const;
+    QJsonObject selected() const { return view.selected(); }
     /// For those who drive the application as a whole.
     const Engine &runner() const { return core.engine; }
 
@@ -168,69 +171,46 @@ Q_SIGNALS:
 private:
     // backend.cpp
     void connectRun();
-    void restoreConnection();
-    void connectTools();
-    void restorePreferences();
-    void showProgress(const QString &role, int characters);
-    void attempt(const std::function<void()> &body);
-    void showFailure(const std::exception &failure) const;
-
-    // backend_events.cpp
+    void connectServices();
     void follow(const QJsonObject &event);
     void finishRun(const QString &status);
+    void showProgress(const QString &role, int characters);
+    void clearProgress();
+    void attempt(const std::function<void()> &body);
+    void show(const QString &text);
+    void showFailure(const std::exception &failure) const;
 
     // backend_projects.cpp
-    void savePreferences();
     void requireQuiet() const;
     void requireProject(const QString &name);
-    QString projectFolder(const QString &name, const QString &folder, const QString &projectId) const;
-    void writeProjectFile(const QString &name, const QString &projectId) const;
+    void makeProject(const QString &name, const QString &folder);
+    void openProject(const QString &projectId);
     QJsonObject ownTask(const QString &task) const;
 
     // backend_conversation.cpp
-    QString conversationId() const;
-    void addChat(const QString &conversation, const QString &role, const QString &content, const QString &kind);
-    void routeLine(const QString &typed);
-    bool refuseLine(const QString &text);
-    QString withAttachments(const QString &text);
+    void takeLine(const QString &typed);
+    QString lineWithAttachments(const QString &typed);
     void connectByName(const QString &text);
-    bool answersQuestion(const QString &text, const QString &body);
+    void answer(const QString &text);
     void routeByModel(const QString &text);
-    void takeRoute(const QString &text, const QString &conversation, const LLMResult &result);
-    void followRoute(const QString &text, const QString &conversation, const LLMResult &result);
-    void askChat(const QString &text, const QString &conversation);
-    void takeChatAnswer(const QString &conversation, const LLMResult &result);
-    QJsonArray historyOf(const QString &conversation, qsizetype count, qsizetype chars, bool forRun) const;
-    QString chiefSkill() const;
-    void drainLater();
+    void takeRoute(const QString &text, const QString &where, const LLMResult &result);
+    void askChat(const QString &text, const QString &where);
+    bool configureVisionChat(const QJsonArray &media, QJsonObject &input);
+    QJsonArray mediaForRequest(const QString &request) const;
+    void say(const QString &where, const QString &role, const QString &content, const QString &kind);
 
     // backend_run.cpp
-    void startTask(const QString &request);
-    bool answeredByDemo(const QString &request);
-    void enqueueRequest(const QString &request, bool preview, int budget, const QString &program,
-                        const QString &arguments);
-    void startNow(const QString &request, bool preview, int budget, const QJsonObject &command);
-    void changeQueue(QJsonArray next);
-    void saveQueue();
+    void submit(const StartRequest &request);
+    bool admit(const StartRequest &request);
+    void enqueueRequest(const StartRequest &request);
+    void begin(const StartRequest &request);
     void drainQueue();
-    void stopChecks();
-    void stopImports();
+    void drainLater();
     void stopChat();
 
     // backend_runtime.cpp
-    void configureClient(OpenAICompatibleProvider &target);
-    void prepareRuntime(const QString &request);
+    void prepareRuntime();
     QJsonObject mediaCapabilities() const;
-    QString ffmpegProgram() const;
-
-    // backend_attachments.cpp
-    void importFile(const QString &file);
-    void takeImport(QProcess *worker, const QString &project, int exitCode);
-    void keepImport(const QString &project, QJsonObject medium);
-    QSet<QString> mediaInQuestion(const QJsonArray &media) const;
-    QJsonArray mediaForRequest(const QString &request) const;
-    bool seesThrough(const QString &agent);
-    bool configureVisionChat(const QJsonArray &media, QJsonObject &input);
 
     // backend_read.cpp
     template <typename T> struct Remembered {
@@ -240,65 +220,44 @@ private:
     template <typename Read> auto answered(const Read &read) const -> decltype(read());
     QVariantList projectRecords(Remembered<QVariantList> &slot, const QString &table) const;
     QJsonArray projectMedia() const;
-    QString selectedId() const;
-    bool followsRun() const;
-    QString engineTask() const { return core.engine.task(); }
-    QVariantMap settingsMap() const { return settings.toVariantMap(); }
-    QVariantMap preferencesMap() const { return preferences.toVariantMap(); }
-    QVariantList queueList() const { return queue.toVariantList(); }
-    QVariantList attachmentList() const { return attachments.toVariantList(); }
-    QVariantList modelList() const { return models.toVariantList(); }
+    QVariantMap settingsMap() const { return connection.settings().toVariantMap(); }
+    QVariantMap preferencesMap() const { return preferences.document().toVariantMap(); }
+    QVariantList queueList() const { return queue.items().toVariantList(); }
+    QVariantList attachmentList() const { return attachments.items().toVariantList(); }
+    QVariantList modelList() const { return {}; }
     QVariantList mcpServers() const { return mcp.list().toVariantList(); }
     QVariantList backgroundFrame() const { return background.frame(); }
     QString backgroundError() const { return background.error(); }
     QString currentProjectName() const { return projectName; }
     QString currentMessage() const { return message; }
-    bool currentChatBusy() const { return chatBusy; }
+    bool currentChatBusy() const { return conversation.isBusy(); }
     bool currentApiTesting() const { return apiTesting; }
     QString currentApiStatus() const { return apiStatus; }
     QString currentStreamNote() const { return streamNote; }
-    bool currentQueuePaused() const { return queuePaused; }
-    bool importing() const { return !importProcesses.isEmpty(); }
-    bool modelsLoading() const { return !modelsReply.isNull(); }
-    QString modelCatalogOwner() const { return catalogProvider + u'/' + catalogAgent; }
+    bool currentQueuePaused() const { return queue.isPaused(); }
+    bool importing() const { return attachments.isImporting(); }
+    bool modelsLoading() const { return false; }
+    QString modelCatalogOwner() const { return QStringLiteral("/"); }
     bool hasApiKey() const { return !client.key.isEmpty(); }
 
-    bool uiPending = false;
-    QJsonObject preferences;
-    QJsonArray attachments;
-    QSet<QProcess *> importProcesses;
-    QJsonArray models;
-    QNetworkAccessManager catalogNetwork;
-    QPointer<QNetworkReply> modelsReply;
-    QString catalogProvider;
-    QString catalogAgent;
-    int catalogGeneration = 0;
     BackgroundRenderer background;
     McpClient mcp;
-    QNetworkAccessManager skillNetwork;
-    QHash<QString, int> skillGeneration;
-    QJsonArray queue;
-    bool queuePaused = false;
     MockProvider mock;
     OpenAICompatibleProvider client;
     Core core;
-    MockProvider chatMock;
-    OpenAICompatibleProvider chatClient;
-    OpenAICompatibleProvider probeClient;
-    QJsonArray connectors;
-    QPointer<OpenAICompatibleProvider> agentProbe;
-    bool chatBusy = false;
+    ModelConnection connection;
+    Preferences preferences;
+    TaskView view;
+    RequestQueue queue;
+    Conversation conversation;
+    Attachments attachments;
+
+    bool uiPending = false;
     bool apiTesting = false;
     QString apiStatus;
-    QString pendingChatText;
-    QString pendingChatConversation;
     QString streamNote;
     QString projectName;
     QString message;
-    QString selectedTask; ///< Empty: the view follows the run. "new": a fresh conversation. Else a task.
-    QJsonObject settings;
-
-    bool draining = false; ///< `queue` lacks what waits behind the item that is being started.
 
     // What reading has already made, valid as long as what it was made of is unchanged.
     mutable GrowingList messageRows;

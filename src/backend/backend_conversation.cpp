@@ -1,15 +1,18 @@
-// A typed line is a question, work, an answer to the run, or a command to connect something. What is plain is decided
-// by word lists, what is not by a model, and without a model by a simple test.
+// A typed line goes one way: it takes its attachments along, is told apart, and becomes talk, work, an answer to the
+// run, or a command to connect something.
 
 #include "backend.h"
 
+#include "budget.h"
+#include "credential_store.h"
+#include "endpoints.h"
 #include "helpers.h"
+#include "media_choice.h"
 #include "message_kind.h"
 #include "narrator.h"
-#include "prompt_notes.h"
-#include "roles.h"
+#include "read_models.h"
 
-#include <QTimer>
+#include <QUrl>
 
 #include <algorithm>
 
@@ -19,111 +22,78 @@ namespace vesk {
 
 namespace {
 
-constexpr int answerTokens = 2048;
-constexpr int taskBudget = 1000000;
-constexpr qsizetype maxSkillChars = 16000;
-constexpr qsizetype routerTurns = 8;
+constexpr int routerTurns = 8;
 constexpr qsizetype routerTurnChars = 3000;
-constexpr qsizetype chatTurns = 12;
+constexpr int chatTurns = 12;
 constexpr qsizetype chatTurnChars = 5000;
+constexpr int searchedTurns = 10;
+
+StartRequest taskOf(const QString &line)
+{
+    return {line, false, defaultTaskTokens, u""_s, u"[]"_s};
+}
+
+QString reportOf(const QJsonObject &state, const QString &none)
+{
+    return state["id"_L1].toString().isEmpty() ? none : Narrator::report(state);
+}
 
 } // namespace
 
-QString Backend::conversationId() const
-{
-    if (selectedTask != "new"_L1) {
-        const QString task = selectedId();
-        if (!task.isEmpty())
-            return task;
-    }
-    return u"chat:"_s + core.workspace.project();
-}
-
-void Backend::addChat(const QString &conversation, const QString &role, const QString &content, const QString &kind)
-{
-    core.journal.addMessage(conversation, role, content, kind);
-    notifyUi();
-}
-
-void Backend::newConversation()
-{
-    guard([&] {
-        require(!core.engine.busy() && !chatBusy, u"Дождитесь завершения текущей работы."_s);
-        selectedTask = u"new"_s;
-    });
-}
-
 void Backend::sendMessage(const QString &text)
 {
-    attempt([&] { routeLine(text); });
+    const QString typed = text.trimmed();
+    if (typed.isEmpty() && attachments.isEmpty() && !attachments.isImporting())
+        return;
+    guard([&] { takeLine(typed); });
 }
 
-void Backend::routeLine(const QString &typed)
+void Backend::takeLine(const QString &typed)
 {
-    QString text = typed.trimmed();
-    if (refuseLine(text))
-        return;
-    text = withAttachments(text);
-    if (apiTesting) {
-        message = u"Проверяю ключ…"_s;
-        notifyUi();
-        return;
-    }
-    const QString lower = text.toLower();
-    if (lower.startsWith(u"подключи"_s)) {
-        connectByName(text);
-        return;
-    }
-
-    const QString body = bodyOf(text);
-    const bool action = asksForAction(body);
-    if (!action && answersQuestion(text, body)) {
-        discuss(text);
-    } else if (core.engine.phaseCode() == "CLARIFICATION"_L1) {
-        clarify(text);
-    } else if (queuePaused && !core.engine.busy() && !queue.isEmpty() && lower.startsWith(u"продолж"_s)) {
-        resumeQueue();
-    } else if (!chatBusy && (action || beginsLikeWork(lower))) {
-        startTask(text);
-    } else if (!std::as_const(settings)["mock"_L1].toBool()) {
-        routeByModel(text);
-    } else if (beginsLikeTalk(lower)) {
-        discuss(text);
-    } else {
-        startTask(text);
+    require(!attachments.isImporting(), u"Дождитесь добавления вложений"_s);
+    const QString line = lineWithAttachments(typed);
+    require(!apiTesting, u"Проверяю ключ…"_s);
+    switch (kindOf(line,
+                   {.attached = !attachments.isEmpty(),
+                    .hasMedia = !mediaForRequest(line).isEmpty(),
+                    .questionOpen = core.engine.phaseCode() == "CLARIFICATION"_L1,
+                    .queueWaits = queue.isPaused() && !queue.isEmpty() && !core.engine.busy(),
+                    .chatBusy = conversation.isBusy(),
+                    .demo = connection.isDemo()})) {
+    case LineKind::Connect:
+        return connectByName(line);
+    case LineKind::Talk:
+        return answer(line);
+    case LineKind::Answer:
+        return core.engine.clarify(line);
+    case LineKind::ResumeQueue:
+        queue.resume();
+        return drainLater();
+    case LineKind::Work:
+        return submit(taskOf(line));
+    case LineKind::Undecided:
+        return routeByModel(line);
     }
 }
 
-/// What ends a line before it is looked at.
-bool Backend::refuseLine(const QString &text)
-{
-    if (!importProcesses.isEmpty()) {
-        message = u"Дождитесь добавления вложений"_s;
-        notifyUi();
-        return true;
-    }
-    return attachments.isEmpty() && text.isEmpty();
-}
-
-/// The line with its attachments named, so that everything below sees one text. What it says they are for is noted.
-QString Backend::withAttachments(const QString &text)
+/// The line with its attachments named, so that everything below sees one text. What it says they are for is noted
+/// first: a note that can't be taken keeps the line from being sent.
+QString Backend::lineWithAttachments(const QString &typed)
 {
     if (attachments.isEmpty())
-        return text;
-    const QString usage = assetUsage(text);
-    const QJsonArray pinned = usage.isEmpty() ? QJsonArray() : attachments;
-    for (const QJsonValue &attachment : pinned)
-        pinAsset(attachment["path"_L1].toString(), usage);
-    QString named = text.isEmpty() ? u"Опиши прикреплённые файлы"_s : text;
-    named += u"\n\nВложения:"_s;
-    for (const QJsonValue &attachment : std::as_const(attachments))
-        named += u'\n' + attachment["path"_L1].toString();
-    return named;
+        return typed;
+    const QString usage = assetUsage(typed);
+    QStringList paths;
+    for (const QJsonValue &attachment : attachments.items()) {
+        paths.append(attachment["path"_L1].toString());
+        if (!usage.isEmpty())
+            attachments.pinAsset(paths.last(), usage);
+    }
+    return withAttachments(typed.isEmpty() ? u"Опиши прикреплённые файлы"_s : typed, paths);
 }
 
 void Backend::connectByName(const QString &text)
 {
-    message.clear(); // an earlier failure is none of this line
     const QString lower = text.toLower();
     discoverMcp();
     const QJsonArray servers = mcp.list();
@@ -133,178 +103,164 @@ void Backend::connectByName(const QString &text)
             || ((lower.contains("roblox"_L1) || lower.contains(u"роблокс"_s)) && name.contains("roblox"_L1));
     });
     const bool only = servers.size() == 1 && lower.contains("mcp"_L1);
-    addChat(conversationId(), u"user"_s, text, u"message"_s);
+    const QString where = view.conversationId();
+    say(where, u"user"_s, text, u"message"_s);
     if (named != servers.end())
         connectMcp((*named)["id"_L1].toString());
     else if (only)
         connectMcp(servers.first()["id"_L1].toString());
     else
-        addChat(
-            conversationId(), u"assistant"_s,
+        say(where, u"assistant"_s,
             u"Откройте настройки → Подключения: выберите доступный MCP-сервер. Для Roblox включите Enable Studio as "
             "MCP server в Assistant → Manage MCP Servers."_s,
             u"message"_s);
 }
 
-bool Backend::answersQuestion(const QString &text, const QString &body)
+void Backend::newConversation()
 {
-    return !attachments.isEmpty() || (core.engine.phaseCode() != "CLARIFICATION"_L1 && !mediaForRequest(text).isEmpty())
-        || asksAQuestion(body);
+    guard([&] {
+        require(!core.engine.busy() && !conversation.isBusy(), u"Дождитесь завершения текущей работы."_s);
+        view.beginAnew();
+    });
 }
 
-void Backend::startTask(const QString &request)
+void Backend::say(const QString &where, const QString &role, const QString &content, const QString &kind)
 {
-    start(request, false, taskBudget, u""_s, u"[]"_s);
-}
-
-QString Backend::chiefSkill() const
-{
-    return preferences["role_skills"_L1]["orchestrator"_L1]["instructions"_L1].toString().left(maxSkillChars);
-}
-
-/// The last rows of a conversation as {"role", "content"}, oldest first. For a run, rows that only narrate are left out
-/// of those taken.
-QJsonArray Backend::historyOf(const QString &conversation, qsizetype count, qsizetype chars, bool forRun) const
-{
-    QJsonArray history;
-    const QList<Store::Row> rows = core.store.rowsAfter(u"messages"_s, conversation, 0, int(count));
-    for (const Store::Row &row : rows) {
-        const QString kind = row.body["kind"_L1].toString();
-        if (forRun && (kind == "progress"_L1 || kind == "file"_L1))
-            continue;
-        history.append(QJsonObject{{u"role"_s, row.body["role"_L1]},
-                                   {u"content"_s, row.body["content"_L1].toString().left(chars)}});
-    }
-    return history;
+    conversation.addChat(where, role, content, kind);
 }
 
 void Backend::routeByModel(const QString &text)
 {
+    require(!conversation.isBusy(), u"Дождитесь ответа."_s);
+    requireProject(u"Новый проект"_s);
+    const QString where = view.conversationId();
+    const QJsonObject input{
+        {u"media"_s, mediaForRequest(text)},
+        {u"message"_s, text},
+        {u"role_skill_instructions"_s, preferences.skillOf(u"orchestrator"_s)},
+        {u"history"_s, conversation.history(where, routerTurns, routerTurnChars, false)},
+        {u"task_report"_s, reportOf(view.selected(), u"Задача ещё не запускалась."_s)},
+    };
+    connection.configureClient(conversation.model(), core.workspace.root());
+    conversation.route(text, where, input,
+                       [this, text, where](const LLMResult &result) { takeRoute(text, where, result); });
+}
+
+void Backend::takeRoute(const QString &text, const QString &where, const LLMResult &result)
+{
     guard([&] {
-        require(!chatBusy, u"Дождитесь ответа."_s);
-        requireProject(u"Новый проект"_s);
-        const QString conversation = conversationId();
-        const QJsonObject state = selected();
-        const QJsonObject input{
-            {u"media"_s, mediaForRequest(text)},
-            {u"message"_s, text},
-            {u"role_skill_instructions"_s, chiefSkill()},
-            {u"history"_s, historyOf(conversation, routerTurns, routerTurnChars, false)},
-            {u"task_report"_s,
-             state["id"_L1].toString().isEmpty() ? u"Задача ещё не запускалась."_s : Narrator::report(state)},
-        };
-        const LLMRequest request{id(), u"chat_router"_s, PromptManager::get(u"chat_router"_s) + chatRouterSkillNote(),
-                                 input, answerTokens};
-        configureClient(chatClient);
-        // Not stored yet: if this is a task, the engine stores it under that.
-        chatBusy = true;
-        pendingChatText = text;
-        pendingChatConversation = conversation;
-        notifyUi();
-        chatClient.request(
-            request, [this, text, conversation](const LLMResult &result) { takeRoute(text, conversation, result); });
+        try {
+            const RouterAnswer routed = routerAnswer(result);
+            if (routed.isTask)
+                return submit(taskOf(text));
+            attachments.clear();
+            say(where, u"user"_s, text, u"message"_s);
+            say(where, u"assistant"_s, routed.summary, u"message"_s);
+        } catch (const std::exception &failure) {
+            // Nothing that the user wrote is lost on a failed call.
+            say(where, u"user"_s, text, u"message"_s);
+            say(where, u"assistant"_s, u"Не удалось получить ответ. "_s + textOf(failure), u"error"_s);
+            throw;
+        }
     });
-}
-
-void Backend::takeRoute(const QString &text, const QString &conversation, const LLMResult &result)
-{
-    chatBusy = false;
-    pendingChatText.clear();
-    pendingChatConversation.clear();
-    notifyUi();
-    guard([&] { followRoute(text, conversation, result); });
-    // Nothing that the user wrote is lost on a failed call.
-    if (!message.isEmpty()) {
-        attempt([&] {
-            addChat(conversation, u"user"_s, text, u"message"_s);
-            addChat(conversation, u"assistant"_s, u"Не удалось получить ответ. "_s + message, u"error"_s);
-        });
-    }
     drainLater();
-}
-
-void Backend::followRoute(const QString &text, const QString &conversation, const LLMResult &result)
-{
-    require(result.error.isEmpty(), result.error);
-    const QJsonObject answer = parseObject(result.content);
-    const QString action = answer["action"_L1].toString();
-    require(action == "TASK"_L1 || action == "CHAT"_L1, u"Модель не определила действие."_s);
-    if (action == "TASK"_L1) {
-        startTask(text);
-        return;
-    }
-    require(answer["summary"_L1].isString(), u"Пустой ответ."_s);
-    attachments = {};
-    addChat(conversation, u"user"_s, text, u"message"_s);
-    addChat(conversation, u"assistant"_s, answer["summary"_L1].toString(), u"message"_s);
 }
 
 void Backend::discuss(const QString &text)
 {
-    guard([&] {
-        require(!chatBusy, u"Дождитесь предыдущего ответа."_s);
-        require(!text.trimmed().isEmpty(), u"Введите сообщение."_s);
-        requireProject(u"Мой проект"_s);
-        const QString conversation = conversationId();
-        addChat(conversation, u"user"_s, text, u"message"_s);
-        try {
-            askChat(text, conversation);
-        } catch (const std::exception &failure) {
-            chatBusy = false;
-            addChat(conversation, u"assistant"_s, textOf(failure), u"error"_s);
-        }
-    });
+    guard([&] { answer(text); });
 }
 
-void Backend::askChat(const QString &text, const QString &conversation)
+void Backend::answer(const QString &text)
 {
-    const QJsonObject state = selected();
+    require(!conversation.isBusy(), u"Дождитесь предыдущего ответа."_s);
+    require(!text.trimmed().isEmpty(), u"Введите сообщение."_s);
+    requireProject(u"Мой проект"_s);
+    const QString where = view.conversationId();
+    say(where, u"user"_s, text, u"message"_s);
+    try {
+        askChat(text, where);
+    } catch (const std::exception &failure) {
+        say(where, u"assistant"_s, textOf(failure), u"error"_s);
+    }
+}
+
+void Backend::askChat(const QString &text, const QString &where)
+{
     const QJsonArray media = isSmallTalk(text) ? QJsonArray() : mediaForRequest(text);
     QJsonObject input{
         {u"media"_s, media},
         {u"memory"_s, core.store.list(u"memory_entries"_s, core.workspace.project())},
         {u"question"_s, text},
-        {u"history"_s, historyOf(conversation, chatTurns, chatTurnChars, false)},
-        {u"task_report"_s,
-         state["id"_L1].toString().isEmpty() ? u"Задача ещё не запускалась. Файлы не изменялись."_s
-                                             : Narrator::report(state)},
+        {u"history"_s, conversation.history(where, chatTurns, chatTurnChars, false)},
+        {u"task_report"_s, reportOf(view.selected(), u"Задача ещё не запускалась. Файлы не изменялись."_s)},
     };
-    attachments = {};
-    notifyUi();
-    configureClient(chatClient);
+    attachments.clear();
+    connection.configureClient(conversation.model(), core.workspace.root());
     const bool sees = configureVisionChat(media, input);
-    ILLMProvider *provider = &chatClient;
-    if (std::as_const(settings)["mock"_L1].toBool() && !sees)
-        provider = &chatMock;
-    chatBusy = true;
-    notifyUi();
-    input["role_skill_instructions"_L1] = chiefSkill();
-    provider->request({id(), u"chat"_s, PromptManager::get(u"chat"_s) + chatSkillNote(), input, answerTokens},
-                      [this, conversation](const LLMResult &result) { takeChatAnswer(conversation, result); });
+    input["role_skill_instructions"_L1] = preferences.skillOf(u"orchestrator"_s);
+    conversation.ask(where, input, connection.isDemo() && !sees);
 }
 
-void Backend::takeChatAnswer(const QString &conversation, const LLMResult &result)
+/// Whether somebody will look at the pictures of this turn; throws when there are some and nobody can.
+bool Backend::configureVisionChat(const QJsonArray &media, QJsonObject &input)
 {
-    chatBusy = false;
-    try {
-        require(result.error.isEmpty(), result.error);
-        const QString summary = parseObject(result.content)["summary"_L1].toString();
-        require(!summary.isEmpty(), u"Модель не вернула текст ответа."_s);
-        addChat(conversation, u"assistant"_s, summary, u"message"_s);
-    } catch (const std::exception &failure) {
-        attempt([&] {
-            addChat(conversation, u"assistant"_s,
-                    u"Не удалось получить ответ. "_s + textOf(failure) + u"\nФайлы этим сообщением не изменялись."_s,
-                    u"error"_s);
-        });
+    if (!hasVisuals(media))
+        return false;
+    OpenAICompatibleProvider &model = conversation.model();
+    const auto agent = visualAgent(preferences.document(), media,
+                                   [](const QString &name) { return CredentialStore::read(agentTarget(name)); });
+    if (!agent) {
+        require(!connection.isDemo() && (model.useResponses || QUrl(model.url).host() == geminiHost()),
+                u"Для чтения фото нужна модель с поддержкой изображений. Откройте Настройки → Агенты и skills → Анализ "
+                "фото и задайте OpenAI или Gemini с ключом и визуальной моделью. Текущее подключение не передаёт "
+                "изображения."_s);
+        return true;
     }
-    notifyUi();
-    drainLater();
+    model.url = agent->url;
+    model.model = agent->model;
+    model.key = agent->key;
+    model.useResponses = agent->useResponses;
+    if (!agent->guidance.isEmpty())
+        input["visual_agent_guidance"_L1] = agent->guidance;
+    return true;
 }
 
-void Backend::drainLater()
+void Backend::attachFiles(const QVariantList &urls)
 {
-    QTimer::singleShot(0, this, &Backend::drainQueue);
+    guard([&] {
+        require(!conversation.isBusy(), u"Дождитесь текущего ответа"_s);
+        QStringList addresses;
+        for (const QVariant &url : urls)
+            addresses.append(url.toString());
+        attachments.attach(addresses, mediaCapabilities()["ffmpeg"_L1].toString());
+    });
+}
+
+void Backend::removeAttachment(const QString &id)
+{
+    attachments.remove(id);
+}
+
+void Backend::pinAsset(const QString &path, const QString &usage)
+{
+    guard([&] { attachments.pinAsset(path, usage); });
+}
+
+QJsonArray Backend::mediaForRequest(const QString &request) const
+{
+    const QJsonArray media = projectMedia();
+    if (media.isEmpty())
+        return {};
+    QStringList said;
+    const QList<Store::Row> rows = core.store.rowsAfter(u"messages"_s, view.conversationId(), 0, searchedTurns);
+    for (const Store::Row &row : rows) {
+        if (row.body["role"_L1].toString() == "user"_L1)
+            said.prepend(row.body["content"_L1].toString());
+    }
+    const QStringList inQuestion
+        = mediaInQuestion(attachments.items(), said, view.selected()["spec"_L1]["media"_L1].toArray(), media);
+    return requestMedia(request, media, inQuestion, core.workspace.root());
 }
 
 } // namespace vesk

@@ -5,7 +5,6 @@
 #include "helpers.h"
 #include "narrator.h"
 #include "read_models.h"
-#include "roles.h"
 
 #include <QJsonDocument>
 
@@ -54,41 +53,11 @@ template <typename Read> auto Backend::answered(const Read &read) const -> declt
     }
 }
 
-/// Whether the document in view is the one that the engine holds, not a stored one.
-bool Backend::followsRun() const
-{
-    const QString running = engineTask();
-    return (selectedTask.isEmpty() || selectedTask == running) && (running.isEmpty() || core.engine.busy());
-}
-
-/// The id of the document in view, without making that of a run.
-QString Backend::selectedId() const
-{
-    return followsRun() ? engineTask() : selected()["id"_L1].toString();
-}
-
-/// The document of the task in view: a stored one, or, as long as it runs, the live one.
-QJsonObject Backend::selected() const
-{
-    if (selectedTask == "new"_L1)
-        return emptyState();
-    // A running task is always one of the project in view: another can't be chosen meanwhile.
-    if (followsRun())
-        return core.engine.snapshot();
-    if (!selectedTask.isEmpty() && selectedTask != engineTask())
-        return core.store.get(u"tasks"_s, selectedTask);
-    const QJsonObject stored = core.store.get(u"tasks"_s, engineTask());
-    if (stored.isEmpty())
-        return core.engine.snapshot();
-    return stored["project_id"_L1].toString() == core.workspace.project() ? stored : emptyState();
-}
-
 QVariantMap Backend::state() const
 {
     return answered([this] {
         // A stored document is converted once; a running one is new at every step.
-        const QString view = core.workspace.project() + u'/' + selectedTask + u'/' + engineTask();
-        const QString key = followsRun() ? QString() : versioned(core.store, {u"tasks"_s}, view);
+        const QString key = view.showsRun() ? QString() : versioned(core.store, {u"tasks"_s}, view.key());
         return remembered(stateMap, key, [this] { return selected().toVariantMap(); });
     });
 }
@@ -120,7 +89,7 @@ QVariantList Backend::tasks() const
 QVariantList Backend::events() const
 {
     return answered([this] {
-        const QString task = selectedId();
+        const QString task = view.id();
         return task.isEmpty() ? QVariantList() : eventRows.of(core.store, task);
     });
 }
@@ -167,17 +136,17 @@ QVariantList Backend::chat() const
     return answered([this]() -> QVariantList {
         if (core.workspace.project().isEmpty())
             return {};
-        const QString conversation = conversationId();
+        const QString where = view.conversationId();
         const QJsonObject shown = selected();
         const QString phase = shown["phase"_L1].toString();
-        const QString pending = pendingChatConversation == conversation ? pendingChatText : QString();
+        const QString pending = conversation.pendingText(where);
         // The report of an ended task is made of its document; as long as it runs, only its lines are shown.
         QStringList tables{u"messages"_s, u"artifacts"_s};
         if (isEndPhase(phase))
             tables.append(u"tasks"_s);
-        const QString key = versioned(core.store, tables, conversation + u'|' + phase + u'|' + pending);
+        const QString key = versioned(core.store, tables, where + u'|' + phase + u'|' + pending);
         return remembered(chatRows, key, [&] {
-            return conversationOf(messageRows.of(core.store, conversation), shown, pending, projectMedia(),
+            return conversationOf(messageRows.of(core.store, where), shown, pending, projectMedia(),
                                   core.workspace.root());
         });
     });
@@ -185,13 +154,7 @@ QVariantList Backend::chat() const
 
 QVariantList Backend::agentProfiles() const
 {
-    QVariantList profiles;
-    const QJsonArray disabled = preferences["disabled_agents"_L1].toArray();
-    const QStringList roles = builtInRoles();
-    for (const QString &role : roles)
-        profiles.append(QVariantMap{
-            {u"id"_s, role}, {u"name"_s, Narrator::role(role)}, {u"enabled"_s, !disabled.contains(QJsonValue(role))}});
-    return profiles;
+    return agentProfilesOf(preferences.document());
 }
 
 QString Backend::phaseLabel(const QString &code) const

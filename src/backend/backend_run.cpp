@@ -1,15 +1,13 @@
-// Exactly one run lives in the core.engine. A request starts at once, waits in the queue, or is refused.
+// Exactly one run lives in the engine. A request starts at once, waits in the queue, or is refused.
 
 #include "backend.h"
 
+#include "budget.h"
 #include "helpers.h"
 #include "message_kind.h"
-#include "process_containment.h"
 
 #include <QJsonDocument>
-
-#include <algorithm>
-#include <utility>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -17,91 +15,108 @@ namespace vesk {
 
 namespace {
 
-constexpr qsizetype maxWaiting = 50;
-constexpr int defaultBudget = 1000000;
-constexpr qsizetype runTurns = 8;
+constexpr int runTurns = 8;
 constexpr qsizetype runTurnChars = 2500;
 
 /// The build command as the engine takes it; empty without a program.
-QJsonObject buildCommand(const QString &program, const QString &arguments)
+QJsonObject buildCommand(const StartRequest &request)
 {
-    if (program.trimmed().isEmpty())
+    if (request.program.trimmed().isEmpty())
         return {};
-    const QJsonDocument list = QJsonDocument::fromJson(arguments.toUtf8());
+    const QJsonDocument list = QJsonDocument::fromJson(request.arguments.toUtf8());
     require(list.isArray(), u"Аргументы команды должны быть JSON-массивом строк."_s);
-    return {{u"program"_s, program}, {u"arguments"_s, list.array()}};
+    return {{u"program"_s, request.program}, {u"arguments"_s, list.array()}};
 }
 
 } // namespace
 
 void Backend::start(const QString &request, bool preview, int budget, const QString &program, const QString &arguments)
 {
-    guard([&] {
-        const QJsonObject command = buildCommand(program, arguments);
-        require(!chatBusy, u"Дождитесь ответа в чате."_s);
-        require(importProcesses.isEmpty(), u"Дождитесь добавления вложений"_s);
-        if (core.workspace.root().isEmpty())
-            createProject(u"Мой проект"_s, defaultFolder());
+    guard([&] { submit({request, preview, budget, program, arguments}); });
+}
+
+void Backend::submit(const StartRequest &request)
+{
+    if (!admit(request))
+        return;
+    if (core.engine.busy() || !queue.isEmpty())
+        enqueueRequest(request);
+    else
+        begin(request);
+}
+
+/// Whether there is anything to start; throws what is in the way. Demo mode has answers for a calculator and a build:
+/// any other request is told so and changes nothing.
+bool Backend::admit(const StartRequest &request)
+{
+    buildCommand(request);
+    require(!conversation.isBusy(), u"Дождитесь ответа в чате."_s);
+    require(!attachments.isImporting(), u"Дождитесь добавления вложений"_s);
+    try {
+        requireProject(u"Мой проект"_s);
+    } catch (const std::exception &) {
         require(!core.workspace.root().isEmpty(), u"Не удалось создать папку проекта."_s);
-        if (answeredByDemo(request))
-            return;
-        if (core.engine.busy() || !queue.isEmpty())
-            enqueueRequest(request, preview, budget, program, arguments);
-        else
-            startNow(request, preview, budget, command);
-    });
+        throw;
+    }
+    if (!connection.isDemo() || suitsDemo(request.request))
+        return true;
+
+    const QString where = view.conversationId();
+    say(where, u"user"_s, request.request, u"message"_s);
+    say(where, u"assistant"_s,
+        u"Сейчас включён деморежим. В нём можно создать калькулятор или запустить сборку проекта. Для своей задачи "
+        "откройте настройки API и вставьте ключ. Ничего не запускал и файлы не изменял."_s,
+        u"message"_s);
+    attachments.clear();
+    return false;
 }
 
-/// Demo mode has answers for a calculator and a build; any other request is told so and changes nothing.
-bool Backend::answeredByDemo(const QString &request)
+void Backend::enqueueRequest(const StartRequest &request)
 {
-    if (!std::as_const(settings)["mock"_L1].toBool() || suitsDemo(request))
-        return false;
-    const QString conversation = conversationId();
-    addChat(conversation, u"user"_s, request, u"message"_s);
-    addChat(conversation, u"assistant"_s,
-            u"Сейчас включён деморежим. В нём можно создать калькулятор или запустить сборку проекта. Для своей задачи "
-            "откройте настройки API и вставьте ключ. Ничего не запускал и файлы не изменял."_s,
-            u"message"_s);
-    attachments = {};
-    return true;
-}
-
-void Backend::enqueueRequest(const QString &request, bool preview, int budget, const QString &program,
-                             const QString &arguments)
-{
-    require(queue.size() < maxWaiting, u"В очереди уже 50 задач."_s);
-    QJsonArray longer = queue;
-    longer.append(QJsonObject{{u"id"_s, id()},
-                              {u"request"_s, request},
-                              {u"preview"_s, preview},
-                              {u"budget"_s, budget},
-                              {u"program"_s, program},
-                              {u"arguments"_s, arguments},
-                              {u"created_at"_s, now()}});
-    changeQueue(longer);
-    attachments = {};
-    const QString conversation = conversationId();
-    addChat(conversation, u"user"_s, request, u"message"_s);
-    addChat(conversation, u"assistant"_s,
-            u"Запрос добавлен в очередь, позиция "_s + QString::number(queue.size())
-                + u". Главный агент начнёт новый цикл после текущей задачи. Файлы по этому запросу пока не "
-                  "изменялись."_s,
-            u"queued"_s);
+    const qsizetype position = queue.add(request);
+    attachments.clear();
+    const QString where = view.conversationId();
+    say(where, u"user"_s, request.request, u"message"_s);
+    say(where, u"assistant"_s,
+        u"Запрос добавлен в очередь, позиция "_s + QString::number(position)
+            + u". Главный агент начнёт новый цикл после текущей задачи. Файлы по этому запросу пока не "
+              "изменялись."_s,
+        u"queued"_s);
     drainLater();
 }
 
-void Backend::startNow(const QString &request, bool preview, int budget, const QJsonObject &command)
+void Backend::begin(const StartRequest &request)
 {
-    core.engine.conversationHistory = historyOf(conversationId(), runTurns, runTurnChars, true);
-    core.engine.previousSpec = selected()["spec"_L1].toObject();
-    core.engine.requestMedia = mediaForRequest(request);
-    core.engine.mediaTools = mediaCapabilities();
+    Engine &engine = core.engine;
+    engine.conversationHistory = conversation.history(view.conversationId(), runTurns, runTurnChars, true);
+    engine.previousSpec = view.selected()["spec"_L1].toObject();
+    engine.requestMedia = mediaForRequest(request.request);
+    engine.mediaTools = mediaCapabilities();
     client.root = core.workspace.root();
-    attachments = {};
-    selectedTask.clear();
-    prepareRuntime(request);
-    core.engine.start(request, preview, budget, command);
+    attachments.clear();
+    view.followRun();
+    prepareRuntime();
+    engine.start(request.request, request.preview, request.budget, buildCommand(request));
+}
+
+void Backend::drainQueue()
+{
+    if (core.engine.busy() || conversation.isBusy() || queue.isPaused() || queue.isEmpty())
+        return;
+    guard([this] {
+        queue.take([this](const StartRequest &request) {
+            if (admit(request))
+                begin(request);
+        });
+        // One that demo mode has answered makes way for the next.
+        if (!core.engine.busy() && !queue.isPaused())
+            drainLater();
+    });
+}
+
+void Backend::drainLater()
+{
+    QTimer::singleShot(0, this, &Backend::drainQueue);
 }
 
 void Backend::clarify(const QString &answer)
@@ -139,137 +154,41 @@ void Backend::setPriority(const QString &node, int priority)
     });
 }
 
-void Backend::stop()
-{
-    guard([this] {
-        stopChecks();
-        stopImports();
-        queuePaused = true;
-        // A store that can't be written to doesn't keep the rest going.
-        attempt([this] { saveQueue(); });
-        if (chatBusy)
-            attempt([this] { stopChat(); });
-        if (core.engine.busy())
-            core.engine.cancel();
-        mcp.cancelAll();
-        streamNote.clear();
-        Q_EMIT streamChanged();
-    });
-}
-
-void Backend::stopChecks()
-{
-    ++catalogGeneration;
-    if (modelsReply)
-        modelsReply->abort();
-    modelsReply.clear();
-    probeClient.cancelAll();
-    if (agentProbe) {
-        agentProbe->cancelAll();
-        agentProbe->deleteLater();
-    }
-    agentProbe.clear();
-    apiTesting = false;
-    apiStatus = u"Остановлено"_s;
-}
-
-void Backend::stopImports()
-{
-    const QSet<QProcess *> imports = std::exchange(importProcesses, {});
-    for (QProcess *process : imports) {
-        process->disconnect(this);
-        // Destroying it sooner would wait for its end here.
-        connect(process, &QProcess::finished, process, &QObject::deleteLater);
-        ProcessContainment::end(*process);
-    }
-}
-
-void Backend::stopChat()
-{
-    chatClient.cancelAll();
-    chatMock.cancelAll();
-    const QString asked = std::exchange(pendingChatText, {});
-    const QString conversation = std::exchange(pendingChatConversation, {});
-    chatBusy = false;
-    streamNote.clear();
-    Q_EMIT streamChanged();
-    queuePaused = true;
-    addChat(conversation, u"user"_s, asked, u"message"_s);
-    saveQueue();
-    addChat(conversationId(), u"assistant"_s, u"Ответ остановлен."_s, u"progress"_s);
-}
-
 void Backend::cancelQueued(const QString &key)
 {
-    guard([&] {
-        QJsonArray shorter = queue;
-        const auto item = std::ranges::find_if(
-            std::as_const(shorter), [&](const QJsonValue &waiting) { return waiting["id"_L1].toString() == key; });
-        if (item == std::as_const(shorter).end())
-            return;
-        shorter.removeAt(item - std::as_const(shorter).begin());
-        changeQueue(shorter);
-    });
+    guard([&] { queue.remove(key); });
 }
 
 void Backend::resumeQueue()
 {
     guard([this] {
-        queuePaused = false;
-        saveQueue();
+        queue.resume();
         drainLater();
     });
 }
 
-/// A change that can't be stored is none: the request is typed again, or cancelled again.
-void Backend::changeQueue(QJsonArray next)
+void Backend::stop()
 {
-    queue.swap(next);
-    try {
-        saveQueue();
-    } catch (...) {
-        queue.swap(next);
-        throw;
-    }
+    guard([this] {
+        apiTesting = false;
+        apiStatus = u"Остановлено"_s;
+        attachments.stop();
+        // A store that can't be written to doesn't keep the rest going.
+        attempt([this] { queue.pause(); });
+        if (conversation.isBusy())
+            attempt([this] { stopChat(); });
+        if (core.engine.busy())
+            core.engine.cancel();
+        mcp.cancelAll();
+        clearProgress();
+    });
 }
 
-void Backend::saveQueue()
+void Backend::stopChat()
 {
-    const QString project = core.workspace.project();
-    if (!project.isEmpty() && !draining)
-        core.store.put(u"settings"_s, u"queue:"_s + project, project,
-                       {{u"items"_s, queue}, {u"paused"_s, queuePaused}});
-    notifyUi();
-}
-
-void Backend::drainQueue()
-{
-    if (core.engine.busy() || chatBusy || queuePaused || queue.isEmpty())
-        return;
-    try {
-        const QJsonObject item = std::as_const(queue).first().toObject();
-        QJsonArray rest = queue;
-        rest.removeFirst();
-        // Empty for the moment: what lets start() go the direct way instead of queuing the item again. On disk the
-        // queue stays as it is meanwhile, whatever the start leads to, so that a crash loses none of it.
-        queue = {};
-        draining = true;
-        start(item["request"_L1].toString(), item["preview"_L1].toBool(), item["budget"_L1].toInt(defaultBudget),
-              item["program"_L1].toString(), item["arguments"_L1].toString());
-        draining = false;
-        queue = rest;
-        if (!message.isEmpty()) {
-            queue.prepend(item);
-            queuePaused = true;
-        }
-        saveQueue();
-        if (!core.engine.busy() && !queuePaused)
-            drainLater();
-    } catch (const std::exception &failure) {
-        message = textOf(failure);
-        queuePaused = true;
-        notifyUi();
-    }
+    clearProgress();
+    conversation.stop();
+    say(view.conversationId(), u"assistant"_s, u"Ответ остановлен."_s, u"progress"_s);
 }
 
 } // namespace vesk

@@ -1,3 +1,5 @@
+// Records to which more are only added, kept ready for the interface.
+
 #include "growing_list.h"
 
 #include <algorithm>

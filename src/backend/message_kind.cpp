@@ -1,3 +1,5 @@
+// What a typed line plainly is: a question, work, an answer, or a command to connect something.
+
 #include "message_kind.h"
 
 #include <QRegularExpression>
@@ -16,14 +18,50 @@ bool startsWithAny(const QString &text, const QStringList &beginnings)
     return std::ranges::any_of(beginnings, [&](const QString &beginning) { return text.startsWith(beginning); });
 }
 
+QString marker()
+{
+    return u"\n\nВложения:"_s;
+}
+
 } // namespace
+
+LineKind kindOf(const QString &line, const LineFacts &facts)
+{
+    const QString lower = line.toLower();
+    if (lower.startsWith(u"подключи"_s))
+        return LineKind::Connect;
+
+    const QString body = bodyOf(line);
+    const bool action = asksForAction(body);
+    if (!action && (facts.attached || (!facts.questionOpen && facts.hasMedia) || asksAQuestion(body)))
+        return LineKind::Talk;
+    if (facts.questionOpen)
+        return LineKind::Answer;
+    if (facts.queueWaits && lower.startsWith(u"продолж"_s))
+        return LineKind::ResumeQueue;
+    if (!facts.chatBusy && (action || beginsLikeWork(lower)))
+        return LineKind::Work;
+    if (!facts.demo)
+        return LineKind::Undecided;
+    return beginsLikeTalk(lower) ? LineKind::Talk : LineKind::Work;
+}
+
+QString withAttachments(const QString &text, const QStringList &paths)
+{
+    QString named = text + marker();
+    for (const QString &path : paths)
+        named += u'\n' + path;
+    return named;
+}
+
+QString withoutAttachments(const QString &line)
+{
+    return line.section(marker(), 0, 0);
+}
 
 QString bodyOf(const QString &text)
 {
-    const QString lower = text.toLower();
-    // Searched in the text itself: the marker has a capital letter.
-    const qsizetype end = text.indexOf(u"\n\nВложения:"_s);
-    return end < 0 ? lower : text.left(end).toLower();
+    return withoutAttachments(text).toLower();
 }
 
 bool asksForAction(const QString &body)

@@ -1,10 +1,38 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 namespace vesk {
 
 /// What a typed line plainly is, before any model is asked: fixed word lists over the text.
+
+/// Where a typed line goes.
+enum class LineKind {
+    Connect, ///< A command to connect a tool of another program.
+    Talk, ///< An answer in the chat.
+    Answer, ///< To the open question of the run.
+    ResumeQueue,
+    Work, ///< A task.
+    Undecided, ///< The chat model says whether it is talk or work.
+};
+
+/// What the place of a line depends on besides its words.
+struct LineFacts {
+    bool attached = false; ///< Files go with it.
+    bool hasMedia = false; ///< It is about files of the project.
+    bool questionOpen = false; ///< The run waits for an answer.
+    bool queueWaits = false; ///< The queue is paused with something in it, and no run is active.
+    bool chatBusy = false;
+    bool demo = false; ///< There is no model to ask.
+};
+
+LineKind kindOf(const QString &line, const LineFacts &facts);
+
+/// A line with its files named, one in a line, behind a marker.
+QString withAttachments(const QString &text, const QStringList &paths);
+/// The line in front of the marker; all of it when there is none.
+QString withoutAttachments(const QString &line);
 
 /// The part of a message in front of its list of attachments, in lower case.
 QString bodyOf(const QString &text);

@@ -1,6 +1,10 @@
+// What the interface is shown of the stored documents.
+
 #include "read_models.h"
 
+#include "message_kind.h"
 #include "narrator.h"
+#include "roles.h"
 
 #include <QUrl>
 
@@ -56,7 +60,7 @@ void addMedia(QVariant &row, const QJsonArray &media, const QString &root)
     const QVariantList found = mediaIn(content, media, root);
     message.insert(u"attachments"_s, found);
     if (!found.isEmpty())
-        message.insert(u"display_content"_s, content.section(u"\n\nВложения:"_s, 0, 0));
+        message.insert(u"display_content"_s, withoutAttachments(content));
     row = message;
 }
 
@@ -155,6 +159,17 @@ QVariantList tasksOf(const QJsonArray &outlines)
                                  {u"spec"_s, task["spec"_L1].toObject().toVariantMap()}});
     }
     return shown;
+}
+
+QVariantList agentProfilesOf(const QJsonObject &preferences)
+{
+    QVariantList profiles;
+    const QJsonArray disabled = preferences["disabled_agents"_L1].toArray();
+    const QStringList roles = builtInRoles();
+    for (const QString &role : roles)
+        profiles.append(QVariantMap{
+            {u"id"_s, role}, {u"name"_s, Narrator::role(role)}, {u"enabled"_s, !disabled.contains(QJsonValue(role))}});
+    return profiles;
 }
 
 } // namespace vesk

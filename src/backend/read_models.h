@@ -36,4 +36,7 @@ QVariantList filesOf(const QJsonArray &files, const QJsonArray &media);
 /// Outlines of the tasks that are not archived.
 QVariantList tasksOf(const QJsonArray &outlines);
 
+/// The built-in roles, {"id", "name", "enabled"}.
+QVariantList agentProfilesOf(const QJsonObject &preferences);
+
 } // namespace vesk

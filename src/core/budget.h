@@ -4,6 +4,9 @@
 
 namespace vesk {
 
+/// What a task may spend when nobody has said otherwise.
+constexpr int defaultTaskTokens = 1000000;
+
 /// The token account of one task. All three numbers are tokens.
 struct BudgetManager {
     qint64 limit = 100000; ///< The most that the task may spend.

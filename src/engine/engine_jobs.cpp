@@ -17,7 +17,6 @@ namespace vesk {
 namespace {
 
 constexpr int defaultPriority = 50;
-constexpr int maxInstructionChars = 16000;
 constexpr int maxRepeats = 2;
 constexpr int maxOutputTokens = 16384;
 constexpr int retryBaseMs = 250;

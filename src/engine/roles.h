@@ -7,6 +7,9 @@
 
 namespace vesk {
 
+/// Characters that a request takes of a skill, or of the instructions of an agent of the user's.
+constexpr qsizetype maxInstructionChars = 16000;
+
 /// The 14 roles that the user can switch off and attach skills to, in the order in which they are shown.
 /// Other codes exist beside them: "specialist", "workflow_reviewer", "terminal", the two of the chat, and whatever a
 /// plan or a custom agent brings.
