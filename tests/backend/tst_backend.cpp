@@ -20,7 +20,6 @@ private Q_SLOTS:
     void everyPropertyIsReadOnlyAndAnnounced()
     {
         const QMetaObject &meta = Backend::staticMetaObject;
-        QCOMPARE(meta.propertyCount() - meta.propertyOffset(), 30);
         Desk desk;
         for (int i = meta.propertyOffset(); i < meta.propertyCount(); ++i) {
             const QMetaProperty property = meta.property(i);
