@@ -129,3 +129,22 @@ function(vesk_test name)
         ENVIRONMENT "${VESK_TEST_ENVIRONMENT}" TIMEOUT ${ARG_TIMEOUT}
         LABELS "${ARG_LABELS}" RUN_SERIAL "${ARG_SERIAL}")
 endfunction()
+
+# test_<name>.py as the ctest test <name>, run by pytest. Its programs lie in VESK_BIN; where pytest or pexpect isn't
+# installed the test is skipped. The target test_<name> builds what it starts.
+#   DEPENDS  programs it starts        TIMEOUT  seconds, default 120
+function(vesk_pytest name)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "TIMEOUT" "DEPENDS")
+    find_package(Python3 REQUIRED COMPONENTS Interpreter)
+    add_custom_target(test_${name} DEPENDS ${ARG_DEPENDS})
+    add_test(NAME ${name} COMMAND ${Python3_EXECUTABLE} -B -m pytest ${CMAKE_CURRENT_SOURCE_DIR}/test_${name}.py)
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 120)
+    endif()
+    if(VESK_SANITIZE)
+        math(EXPR ARG_TIMEOUT "${ARG_TIMEOUT} * 4")
+    endif()
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${ARG_TIMEOUT}
+        ENVIRONMENT "${VESK_TEST_ENVIRONMENT};VESK_BIN=${CMAKE_RUNTIME_OUTPUT_DIRECTORY}"
+        SKIP_REGULAR_EXPRESSION "No module named '?(pytest|pexpect)")
+endfunction()

@@ -1,0 +1,339 @@
+"""vesk --run: one task without a window, from the command line to the exit code."""
+import os
+import pty
+import shutil
+import signal
+import time
+
+import pytest
+
+from model import plan, spec, tool
+from program import until
+
+SERVER = ["--endpoint", "http://127.0.0.1:1/v1", "--model", "m"]
+TOGETHER = "--endpoint и --model указываются вместе"
+BUDGET = "--budget: нужно целое число от 0 до 1000000000000"
+WITH_VALUE = "--project --budget --build-command --answer --mock-delay --endpoint --model --key-env".split()
+
+
+@pytest.mark.parametrize("arguments, text", [
+    (["--run", "x", "--probe-mcp"], "--probe-mcp: в этой версии ещё нет."),
+    (["--connect-qwen-environment", "--probe-skill", "x"], "--probe-skill: в этой версии ещё нет."),
+    *((["--run", *request], "--run: не указано значение") for request in ([], [""], [" \t\n "], ["--json"])),
+    (["--run", "x", "--jsno"], "Неизвестный параметр: --jsno"),
+    (["--run", "x", "запрос"], "Неизвестный параметр: запрос"),
+    *((["--run", "x", name, *value], name + ": не указано значение") for name in WITH_VALUE for value in ([], [""])),
+    (["--run", "x", "--answer", " "], "--answer: не указано значение"),
+    (["--run", "x", "--data-dir", "--json"], "--data-dir: не указано значение"),
+    (["--run", "x", *SERVER[:2]], TOGETHER),
+    (["--run", "x", *SERVER[2:]], TOGETHER),
+    (["--run", "x", "--key-env", "HOME"], "--key-env: нужен и --endpoint"),
+    (["--run", "x", *SERVER, "--key-env", "VESK_NO_KEY"], "--key-env: переменная VESK_NO_KEY не задана"),
+    (["--run", "x", "--project", "a", "--project", "b"], "--project: указан дважды"),
+    (["--run", "x", "--json", "--json"], "--json: указан дважды"),
+    (["--run", "x", "--run", "другой"], "--run: указан дважды"),
+    *((["--run", "x", "--budget", number], BUDGET) for number in ("-1", "1000000000001", "9" * 20, "1e6", "много")),
+    (["--run", "x", "--mock-delay", "60001"], "--mock-delay: нужно целое число от 0 до 60000"),
+    *((["--run", "x", "--build-command", command], "--build-command: нужен объект") for command in (
+        "{", "[]", "{}", '{"program":"","arguments":[]}', '{"program":"/bin/true"}',
+        '{"program":"/bin/true","arguments":[1]}')),
+    *((["--run", "x", name, b"p\xff"], name + ": имя папки должно быть в кодировке UTF-8")
+      for name in ("--project", "--data-dir")),
+], ids=lambda value: " ".join(map(str, value))[-40:] if isinstance(value, list) else "")
+def test_a_command_line_that_is_not_understood_is_refused(vesk, arguments, text):
+    ended = vesk.call(*arguments)
+    assert (ended.code, ended.out) == (2, "") and ended.err.startswith(text)
+    assert ended.err.rstrip().endswith("vesk --help" if "--run" in arguments[:1] and "--probe" not in text else "--help.")
+    assert not list(vesk.folder.iterdir())
+
+
+def test_help_and_version_are_printed_without_anything_else(vesk):
+    help = vesk.call("--run", "x", "--unknown", "--help")
+    version = vesk.call("--version", "--run", "x")
+    assert (help.code, version.code, help.err + version.err) == (0, 0, "")
+    assert help.out.startswith("VESK — команда агентов") and "vesk --run ЗАПРОС" in help.out
+    assert version.out.split()[0] == "VESK" and version.out.count("\n") == 1
+    options = "--project --data-dir --endpoint --model --key-env --budget --build-command --answer --simulate " \
+              "--allow-commands --json --mock-delay"
+    assert all(f"\n  {option} " in help.out for option in options.split())
+
+
+@pytest.mark.parametrize("request_, more, code", [
+    ("a\x01\x1b[31m\r\n\x7f\x85\u202e", [], 0),
+    ("--unknown", [], 0),
+    ("x" * 131071, [], 1),
+    ("x", ["--budget", "0"], 1),
+    ("x", ["--budget", "1000000000000"], 0),
+    ("x", ["--answer", "я" * 50000], 1),
+], ids=["control characters", "an option in words", "as long as may be", "no budget", "all budget", "a long answer"])
+def test_any_request_ends_in_order(vesk, request_, more, code):
+    ended = vesk.run(request_, *more)
+    assert ended.code == code, ended.said
+    task = vesk.records["tasks"][-1]
+    assert task["spec"]["original_request"] == request_
+    assert task["phase"] == ("FAILED" if code else "COMPLETED")
+    assert ("Почему работа остановилась" in ended.out) == bool(code)
+
+
+def test_the_run_is_told_on_one_stream_and_reported_on_the_other(vesk):
+    ended = vesk.run(vesk.calculator)
+    assert ended.code == 0
+    assert ended.out.startswith("Задача завершена.")
+    lines = ended.err.split("\n")
+    assert lines[0] == "Разбираюсь в задаче." and "Ответ: Да, локально и без аккаунта" in lines
+    records = vesk.records
+    kinds = [message.get("kind", message["role"]) for message in records["messages"]]
+    assert (kinds[0], kinds.count("file"), kinds[-1]) == ("user", 3, "report")
+    assert all(message["content"] in ended.said + vesk.calculator for message in records["messages"])
+    note, = records["memory_entries"]
+    assert note["id"] == "work-note:" + records["tasks"][-1]["id"]
+    assert "\nЭтап: COMPLETED\nСоздать калькулятор: COMPLETED calculator.html\n" in note["text"]
+    assert set(vesk.files()) == {"calculator.html", "README-calculator.md"}
+
+
+def test_json_is_one_event_a_line_and_the_state_last(vesk):
+    ended = vesk.run("строка\nи \u2028 ещё", "--json")
+    assert (ended.code, ended.err) == (0, "")
+    assert all(set(event) == {"data", "id", "message", "task_id", "time", "type"} for event in ended.events)
+    *events, result = ended.events
+    assert events == vesk.records["events"]
+    assert (result["type"], result["message"], result["data"]["phase"]) == ("Result", "COMPLETED", "COMPLETED")
+    assert result["task_id"] == result["data"]["id"] == events[0]["task_id"]
+
+
+@pytest.mark.parametrize("json", [False, True])
+def test_a_simulated_run_prints_the_plan_and_writes_nothing(vesk, json):
+    ended = vesk.run(vesk.calculator, "--simulate", *["--json"] * json)
+    plan = "План\n\n1. Создать калькулятор — calculator.html\n2. Написать инструкцию — README-calculator.md\n"
+    assert ended.code == 0
+    assert ended.out.startswith("{") if json else ended.out == plan
+    assert not vesk.files() and vesk.records.phases == ["CANCELLED"]
+
+
+def test_a_plan_may_have_nodes_without_files(vesk, model):
+    model.answers["planner"] = plan(tool("/bin/true"))
+    ended = vesk.run("x", "--simulate", *model.options())
+    assert (ended.code, ended.out) == (0, "План\n\n1. Узел 1\n")
+    # What fails before there is a plan is reported as ever.
+    model.broken = 400, b"{}"
+    assert "Почему работа остановилась" in vesk.run("x", "--simulate", *model.options()).out
+
+
+def test_answers_are_taken_in_order_instead_of_the_first_option(vesk):
+    ended = vesk.run(vesk.calculator, "--answer", "Да", "--answer", "Выводить отдельное предупреждение")
+    assert ended.code == 0 and "\nОтвет: Да\n" in ended.err
+    assert b"alert('\xd0\x9d\xd0\xb0 \xd0\xbd\xd0\xbe\xd0\xbb\xd1\x8c" in vesk.files()["calculator.html"]
+
+
+def test_a_question_without_options_and_answer_ends_the_run(vesk, model):
+    model.answers["orchestrator"] = spec(questions=["Какого цвета?"], clarification_options=["  "])
+    ended = vesk.run("x", *model.options())
+    assert ended.code == 4
+    assert "\nНужен ответ на вопрос (--answer):\nКакого цвета?\n" in ended.err
+    assert vesk.records.phases == ["CANCELLED"] and model.asked == ["orchestrator"]
+
+
+@pytest.mark.parametrize("typed, code", [
+    (["да\n"], 0),
+    (["  ДА \n"], 0),
+    (["нет\n"], 1),
+    (["yes\n", "\n", "дада\n", "да\n"], 0),
+    (["что?\nда\n"], 0),
+    (["\x04"], 3),
+], ids=["yes", "in other letters", "no", "first something else", "two lines at once", "end of input"])
+def test_a_command_is_asked_for_on_a_terminal(vesk, typed, code):
+    terminal = vesk.terminal(*vesk.arguments(vesk.build, *vesk.shell('echo ran > ran # \x1b[8m\u202e " \\')))
+    terminal.expect_exact(r'"/bin/sh" "-c" "echo ran > ran # \u{1b}[8m\u{202e} \" \\"')
+    terminal.expect_exact(f"Папка:\r\n  {vesk.project}\r\n")
+    for number, line in enumerate(typed):
+        terminal.expect_exact("Введите «да» или «нет»." if number else "Выполнить? (да/нет)")
+        terminal.send(line)
+    assert vesk.code(terminal) == code
+    assert ("ran" in vesk.files()) == (code == 0)
+
+
+def test_two_commands_are_asked_for_one_after_the_other(vesk, model):
+    model.answers["planner"] = plan(tool("/usr/bin/touch", "one"), tool("/usr/bin/touch", "two"))
+    terminal = vesk.terminal(*vesk.arguments("x", *model.options()))
+    terminal.send("да\nнет\n")
+    terminal.expect_exact('"/usr/bin/touch" "one"')
+    terminal.expect_exact('"/usr/bin/touch" "two"')
+    assert vesk.code(terminal) == 1
+    assert "two" not in vesk.files()
+
+
+@pytest.mark.parametrize("hidden", ["both", "the question"])
+def test_without_a_terminal_the_exact_command_is_printed(vesk, hidden):
+    command = [vesk.build, *vesk.shell("touch ran")]
+    master, slave = pty.openpty()
+    ended = vesk.run(*command, **{"stdin": slave} if hidden == "the question" else {})
+    os.close(master)
+    os.close(slave)
+    assert ended.code == 3
+    assert f'Команда требует разрешения:\n  "/bin/sh" "-c" "touch ran"\nПапка:\n  {vesk.project}\n' in ended.err
+    assert "Разрешить команды без вопроса: --allow-commands\n" in ended.err
+    assert "ran" not in vesk.files()
+    assert vesk.run(*command, "--allow-commands").code == 0
+    assert "ran" in vesk.files()
+
+
+def occupied(vesk, name):
+    (vesk.folder / name).write_text("mine")
+
+
+def linked_to_nothing(vesk, name):
+    (vesk.folder / name).symlink_to("nowhere")
+
+
+def folder(vesk, name, mode=0o755):
+    (vesk.folder / name).mkdir(parents=True)
+    (vesk.folder / name).chmod(mode)
+
+
+def database(vesk, content=None, cut=False, mode=0o755):
+    vesk.run(vesk.calculator, "--simulate")
+    file = vesk.data / "vesk.sqlite"
+    file.write_bytes(content or file.read_bytes()[:file.stat().st_size // (2 if cut else 1)])
+    vesk.data.chmod(mode)
+
+
+def contents(vesk):
+    return {path: path.read_bytes() for path in vesk.folder.rglob("*") if path.is_file()}
+
+
+NO_PROJECT, NO_DATA, OTHER = "Cannot create workspace", "Не удалось создать папку данных: ", 54321
+CLOSED = "SQLite open failed: unable to open database file"
+
+
+@pytest.mark.parametrize("text, prepare, user", [
+    (NO_PROJECT, lambda vesk: occupied(vesk, "project"), None),
+    (NO_PROJECT, lambda vesk: linked_to_nothing(vesk, "project"), None),
+    (NO_PROJECT, lambda vesk: folder(vesk, "data", 0o777), OTHER),
+    (NO_DATA, lambda vesk: occupied(vesk, "data"), None),
+    (NO_DATA, lambda vesk: linked_to_nothing(vesk, "data"), None),
+    (NO_DATA, lambda vesk: None, OTHER),
+    (CLOSED, lambda vesk: folder(vesk, "data"), OTHER),
+    (CLOSED, lambda vesk: folder(vesk, "data/vesk.sqlite"), None),
+    ("Не удалось занять папку данных: ", lambda vesk: folder(vesk, "data", 0o733), OTHER),
+    ("SQLite: file is not a database", lambda vesk: database(vesk, b"x" * 20000), None),
+    ("SQLite: database disk image is malformed", lambda vesk: database(vesk, cut=True), None),
+    ("SQLite open failed: attempt to write a readonly database", lambda vesk: database(vesk, mode=0o777), OTHER),
+], ids=["project is a file", "project is a link", "project of another", "data is a file", "data is a link",
+        "data of another", "data not to be written", "database is a folder", "data not to be read", "no database",
+        "database cut short", "database of another"])
+def test_a_place_that_cannot_be_used_is_named_and_left_alone(vesk, text, prepare, user):
+    """Root may do everything, so what nobody may do is tried as somebody who owns nothing."""
+    prepare(vesk)
+    options = {}
+    if user and os.geteuid() == 0:
+        vesk.folder.chmod(0o755)
+        options = {"command": [shutil.copy(vesk.program, vesk.folder)], "user": user, "group": user, "extra_groups": []}
+    before = contents(vesk)
+    ended = vesk.run("x", **options)
+    assert ended.code == 1 and ended.err.startswith(text), ended.said
+    after = contents(vesk)
+    assert before.items() <= after.items()
+    assert vesk.data / "vesk.sqlite" not in before or before == after  # nothing new beside a database
+
+
+def test_a_folder_without_a_name_is_no_data_folder(vesk):
+    ended = vesk.call("--run", "x", "--data-dir")
+    assert ended.code == 1 and ended.err.startswith("Не указана папка данных")
+
+
+def test_a_database_on_a_disk_to_read_is_named(vesk, own_mounts):
+    database(vesk)
+    own_mounts(vesk.data, "--bind", "-o", "ro", vesk.data)
+    ended = vesk.run("x")
+    assert ended.code == 1 and ended.err.startswith("SQLite open failed: attempt to write a readonly database")
+
+
+@pytest.mark.parametrize("full, size, text", [
+    ("data", "64k", "database or disk is full"),
+    ("data", "700k", "database or disk is full"),
+    ("data", "1500k", "database or disk is full"),
+    ("project", "4k", "Short write"),
+])
+def test_a_full_disk_ends_the_run_with_its_reason(vesk, own_mounts, full, size, text):
+    own_mounts(vesk.folder / full, "-t", "tmpfs", "-o", f"size={size}", "none")
+    ended = vesk.run(vesk.calculator)
+    assert ended.code == 1 and text in ended.said
+    vesk.records.phases  # what is stored is whole
+
+
+def test_folders_may_be_relative_or_links(vesk):
+    (vesk.folder / "real").mkdir()
+    (vesk.folder / "link").symlink_to("real")
+    options = "--run", "x", "--mock-delay", "0", "--data-dir", "link"
+    assert vesk.call(*options, "--project", "link/../новый проект").code == 0
+    assert (vesk.folder / "новый проект/calculator.html").exists()
+    assert vesk.call(*options, cwd=vesk.folder / "real").code == 0  # without a project it is the current folder
+    assert (vesk.folder / "real/link/vesk.sqlite").exists() and (vesk.folder / "real/calculator.html").exists()
+
+
+def test_a_folder_stays_the_same_project(vesk):
+    for _ in range(2):
+        assert vesk.run(vesk.calculator).code == 0
+    assert vesk.run("x", "--project", vesk.folder / "other", "--simulate").code == 2  # given twice
+    assert vesk.call("--run", "x", "--simulate", "--mock-delay", "0", "--data-dir", vesk.data, "--project",
+                     vesk.folder / "other").code == 0
+    records = vesk.records
+    first, other = records["projects"]
+    assert (first["name"], first["root"], other["name"]) == ("project", str(vesk.project), "other")
+    assert [task["project_id"] for task in records["tasks"]] == [first["id"], first["id"], other["id"]]
+    assert [file["revision"] for file in records["files"]] == [4, 2]
+
+
+def test_a_second_program_on_the_same_data_waits_for_nothing(vesk):
+    first = vesk.start(*vesk.arguments(vesk.calculator, "--mock-delay", "60000"))
+    assert "Разбираюсь" in first.stderr.readline().decode()
+    (vesk.folder / "other name").symlink_to(vesk.data)
+    second = vesk.call("--run", "x", "--data-dir", vesk.folder / "other name")
+    assert second.code == 2 and second.err.startswith("VESK уже работает с этой папкой данных: ")
+    first.kill()
+    vesk.end(first)
+    assert vesk.run(vesk.calculator).code == 0
+    assert vesk.records.phases == ["INTERRUPTED", "COMPLETED"]
+
+
+@pytest.mark.parametrize("closed, unset", [
+    ([1], []), ([2], []), ([0], []), ([0, 1, 2], []),
+    ([], ["HOME", "USER", "XDG_RUNTIME_DIR"]), ([], ["LC_ALL", "LANG", "LC_CTYPE"]),
+], ids=["no output", "no errors", "no input", "no streams", "no home", "plain locale"])
+def test_a_run_needs_neither_its_streams_nor_a_home(vesk, closed, unset):
+    ended = vesk.run(vesk.calculator, unset=unset, preexec_fn=lambda: [os.close(stream) for stream in closed])
+    assert ended.code == 0
+    assert ended.out.startswith("Задача завершена.") == (1 not in closed)
+    assert vesk.records.phases == ["COMPLETED"]
+
+
+def test_a_reader_that_goes_away_does_not_stop_the_run(vesk):
+    ended = vesk.run(vesk.calculator, "--json", command=["/bin/sh", "-c", '"$0" "$@" 2>&1 | head -n 1', vesk.program])
+    assert len(ended.events) == 1
+    assert vesk.records.phases == ["COMPLETED"]
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGTERM, signal.SIGHUP])
+@pytest.mark.parametrize("delay", [0, .001, .002, .005, .01, .02, .04, .08, .15])
+def test_a_signal_cancels_the_task_at_any_moment(vesk, number, delay):
+    """The delay counts from the moment that the data folder is there."""
+    process = vesk.start(*vesk.arguments(vesk.calculator, "--mock-delay", "50"))
+    end = time.monotonic() + 30
+    while not vesk.data.exists() and time.monotonic() < end:
+        pass
+    time.sleep(delay)
+    process.send_signal(number)
+    ended = vesk.end(process)
+    assert ended.code == 130, ended.said
+    records = vesk.records
+    assert records.phases == (["CANCELLED"] if records["events"] else [])
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGKILL])
+def test_no_program_of_a_task_outlives_it(vesk, number):
+    script = "trap '' TERM INT HUP; sleep 300 & (setsid sleep 300 &); touch started; sleep 300"
+    process = vesk.start(*vesk.arguments(vesk.build, *vesk.shell(script), "--allow-commands"))
+    assert until((vesk.project / "started").exists)
+    process.send_signal(number)
+    assert vesk.end(process).code == (130 if number == signal.SIGINT else -number)
+    assert until(lambda: not vesk.alive())
