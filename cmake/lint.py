@@ -90,7 +90,8 @@ class Sources:
         includes, current = {}, None
         for line in run(["ninja", "-C", str(self.build), "-t", "deps"])[1].splitlines():
             if line.startswith("    "):
-                current.append(line.strip())
+                if "/cmake_pch.hxx" not in line:  # its headers follow, and no two builds of it are the same
+                    current.append(line.strip())
             elif ": #deps" in line:
                 current = includes.setdefault(line.split(": #deps")[0], [])
         return includes
@@ -147,8 +148,11 @@ def flags(entries):
     for index, entry in enumerate(entries):
         words = iter(shlex.split(entry["command"])[1:])
         for word in words:
-            if word in ("-o", "-c", "-MT", "-MF", "-MD"):
-                next(words) if word != "-MD" else None
+            # without the precompiled headers: a file includes what it uses
+            if word in ("-o", "-c", "-MT", "-MF", "-include"):
+                next(words)
+            elif word in ("-MD", "-Winvalid-pch", "-fpch-preprocess"):
+                pass
             elif word == "-isystem":
                 folder = next(words)
                 result += [] if folder in result else [word, folder]
