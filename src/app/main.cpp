@@ -58,7 +58,7 @@ QString givenKey(const RunOptions &options)
 {
     if (options.keyVariable.isEmpty())
         return {};
-    const QString key = takeSecretVariable(options.keyVariable);
+    const QString key = cleanKey(takeSecretVariable(options.keyVariable));
     require(!key.isEmpty(), u"--key-env: переменная "_s + options.keyVariable + u" не задана"_s);
     return key;
 }
@@ -75,7 +75,9 @@ std::unique_ptr<ILLMProvider> makeModel(const RunOptions &options, const QString
     client->url = options.endpoint;
     client->model = options.model;
     client->root = options.projectFolder;
-    client->useResponses = QUrl(options.endpoint).host() == openAiHost();
+    const QUrl address(options.endpoint);
+    client->useResponses = address.host() == openAiHost();
+    client->ownServer = !isPublished(address);
     client->key = options.keyVariable.isEmpty() ? CredentialStore::read(connectionTarget(options.endpoint)) : key;
     return client;
 }

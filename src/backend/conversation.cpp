@@ -2,6 +2,7 @@
 
 #include "conversation.h"
 
+#include "chat_reply.h"
 #include "helpers.h"
 #include "prompt_notes.h"
 #include "roles.h"
@@ -22,7 +23,7 @@ constexpr int answerTokens = 2048;
 
 RouterAnswer routerAnswer(const LLMResult &result)
 {
-    require(result.error.isEmpty(), result.error);
+    require(result.error.isEmpty(), withoutPromise(result.error));
     const QJsonObject answer = parseObject(result.content);
     const QString action = answer["action"_L1].toString();
     require(action == "TASK"_L1 || action == "CHAT"_L1, u"Модель не определила действие."_s);
@@ -99,7 +100,7 @@ void Conversation::takeAnswer(const QString &conversation, const LLMResult &resu
 {
     busy = false;
     try {
-        require(result.error.isEmpty(), result.error);
+        require(result.error.isEmpty(), withoutPromise(result.error));
         const QString summary = parseObject(result.content)["summary"_L1].toString();
         require(!summary.isEmpty(), u"Модель не вернула текст ответа."_s);
         addChat(conversation, u"assistant"_s, summary, u"message"_s);

@@ -46,7 +46,7 @@ QString TaskView::id() const
 
 QString TaskView::conversationId() const
 {
-    const QString task = chosen == newTask ? QString() : id();
+    const QString task = id();
     return task.isEmpty() ? u"chat:"_s + workspace.project() : task;
 }
 

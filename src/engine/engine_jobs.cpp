@@ -3,6 +3,7 @@
 
 #include "engine_p.h"
 
+#include "chat_reply.h"
 #include "output_contract.h"
 #include "prompt_notes.h"
 
@@ -296,7 +297,7 @@ void Engine::retryOrFail(const std::shared_ptr<Job> &job, const LLMResult &resul
     if (!(result.retryable || result.truncated) || job->attempts > maxRepeats) {
         job->run["status"_L1] = u"ERROR"_s;
         saveRun(job->run);
-        fail(result.error);
+        fail(withoutPromise(result.error));
         return;
     }
 
@@ -305,7 +306,10 @@ void Engine::retryOrFail(const std::shared_ptr<Job> &job, const LLMResult &resul
     job->run["status"_L1] = u"WAITING"_s;
     saveRun(job->run);
     publish(u"RetryScheduled"_s, result.error);
-    later(retryBaseMs << job->attempts, [this, job] { requeue(job); });
+    if (result.waitMs > 0)
+        publish(u"AutomaticCorrection"_s,
+                u"Провайдер просит подождать %1 с. Повторю запрос после паузы."_s.arg((result.waitMs + 999) / 1000));
+    later(std::max(retryBaseMs << job->attempts, result.waitMs), [this, job] { requeue(job); });
     pump();
 }
 

@@ -1,5 +1,7 @@
 #include "chat_reply.h"
 
+#include "helpers.h"
+
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QNetworkReply>
@@ -16,6 +18,7 @@ namespace {
 
 constexpr qsizetype readLinesKept = 256 * 1024;
 constexpr qsizetype maxProviderMessage = 800;
+constexpr qint64 longestWaitMs = 60000;
 
 QJsonObject parsed(const QByteArray &bytes)
 {
@@ -28,6 +31,13 @@ bool isInterruption(int networkError)
                                        QNetworkReply::RemoteHostClosedError,
                                        QNetworkReply::TemporaryNetworkFailureError};
     return std::ranges::any_of(errors, [&](auto error) { return int(error) == networkError; });
+}
+
+/// What a document says went wrong: {"error": {"message": "..."}}, or the text itself.
+QString providerMessage(const QJsonValue &error, const QString &key)
+{
+    const QString said = error.isString() ? error.toString() : error["message"_L1].toString();
+    return withoutSecrets(said, key).simplified().left(maxProviderMessage);
 }
 
 QString failureSentence(const ReplyFacts &facts)
@@ -53,9 +63,11 @@ LLMResult failureOf(const StreamState &state, const ReplyFacts &facts)
 {
     LLMResult result;
     result.error = u"%1 (HTTP %2, сеть %3)"_s.arg(failureSentence(facts)).arg(facts.status).arg(facts.networkError);
-    const QString said = withoutSecrets(parsed(state.raw())["error"_L1]["message"_L1].toString(), facts.key).trimmed();
+    const QString said = providerMessage(parsed(state.raw())["error"_L1], facts.key);
     if (!said.isEmpty())
-        result.error += u'\n' + said.simplified().left(maxProviderMessage);
+        result.error += u'\n' + said;
+    if (facts.status == 429)
+        result.waitMs = retryAfterMs(facts.retryAfter, QDateTime::currentDateTimeUtc());
     result.retryable
         = isInterruption(facts.networkError) || facts.status == 429 || facts.status >= 500 || facts.status == 0;
     return result;
@@ -90,7 +102,8 @@ QString outputText(const QJsonArray &output)
 QJsonObject foldStream(const StreamState &state, LLMResult &result)
 {
     if (state.finishReason.isEmpty() || state.streamError) {
-        result.error = u"Поток ответа оборвался. Повторяю текущий запрос."_s;
+        result.error = state.failure.isEmpty() ? u"Поток ответа оборвался. Повторяю текущий запрос."_s
+                                               : u"Провайдер прервал ответ: "_s + state.failure;
         result.retryable = true;
     }
     return fold(state.content, state.finishReason, state.usage);
@@ -192,10 +205,18 @@ void StreamState::takeEvent(const QJsonObject &event, Progress &progress)
         finishReason = type == "response.completed"_L1 ? u"stop"_s : u"length"_s;
         completed = true;
     } else if (type == "response.failed"_L1 || type == "error"_L1) {
-        streamError = true;
+        takeFailure(type == "error"_L1 ? event : event["response"_L1].toObject());
+    } else if (event["error"_L1].isObject() || event["error"_L1].isString()) {
+        takeFailure(event);
     } else {
         takeChunk(event, progress);
     }
+}
+
+void StreamState::takeFailure(const QJsonObject &event)
+{
+    streamError = true;
+    failure = providerMessage(event.contains("error"_L1) ? event["error"_L1] : event, {});
 }
 
 void StreamState::takeChunk(const QJsonObject &chunk, Progress &progress)
@@ -235,7 +256,11 @@ LLMResult resultOf(const StreamState &state, const ReplyFacts &facts)
         folded = foldResponse(parsed(state.raw()), result);
     else
         folded = parsed(state.raw());
+    const QString refused = state.sawData ? QString() : providerMessage(folded["error"_L1], facts.key);
     readFold(folded, result);
+    if (!refused.isEmpty() && result.content.isEmpty())
+        result.error = u"Провайдер прервал ответ: "_s + refused;
+    result.error = withoutSecrets(result.error, facts.key);
     return result;
 }
 
@@ -243,20 +268,47 @@ QString withoutSecrets(QString message, const QString &key)
 {
     static const QRegularExpression keyLike(u"sk-[A-Za-z0-9_-]+"_s);
     const QString hidden = u"[ключ скрыт]"_s;
-    if (!key.isEmpty())
-        message.replace(key, hidden);
+    // A server may quote a key with its blanks changed.
+    const QStringList parts = key.split(QRegularExpression(u"\\s+"_s), Qt::SkipEmptyParts);
+    if (!parts.isEmpty()) {
+        QStringList escaped;
+        for (const QString &part : parts)
+            escaped.append(QRegularExpression::escape(part));
+        message.replace(QRegularExpression(escaped.join(u"\\s+"_s)), hidden);
+    }
     return message.replace(keyLike, hidden);
 }
 
 QString withoutThinking(const QString &content)
 {
+    // An answer may speak of such blocks itself.
     const QString text = content.trimmed();
-    // An answer may speak of such blocks itself, in a code fence too.
-    if (text.startsWith(u'{') || text.startsWith("```"_L1))
+    try {
+        parseObject(text);
         return content;
-    // A template may have opened the block itself, so that the reply holds only its end.
-    const qsizetype end = text.indexOf("</think>"_L1);
-    return end < 0 ? content : text.sliced(end + 8).trimmed();
+    } catch (const std::exception &) {
+        // A template may have opened the block itself, so that the reply holds only its end.
+        static const QRegularExpression end(u"</think(?:ing)?>"_s);
+        QRegularExpressionMatch last;
+        const qsizetype at = text.lastIndexOf(end, -1, &last);
+        return at < 0 ? content : text.sliced(last.capturedEnd()).trimmed();
+    }
+}
+
+QString withoutPromise(QString error)
+{
+    static const QRegularExpression promise(u" Повторяю (?:текущий запрос|с большим запасом|запрос)\\."_s);
+    return error.remove(promise);
+}
+
+int retryAfterMs(const QByteArray &header, const QDateTime &now)
+{
+    bool isNumber = false;
+    const double seconds = header.trimmed().toDouble(&isNumber);
+    if (isNumber)
+        return int(std::clamp(seconds * 1000, 0.0, double(longestWaitMs)));
+    const QDateTime date = QDateTime::fromString(QString::fromLatin1(header.trimmed()), Qt::RFC2822Date);
+    return date.isValid() ? int(std::clamp<qint64>(now.msecsTo(date), 0, longestWaitMs)) : 0;
 }
 
 } // namespace vesk

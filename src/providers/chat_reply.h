@@ -3,6 +3,7 @@
 #include "llm_provider.h"
 
 #include <QByteArray>
+#include <QDateTime>
 #include <QJsonObject>
 #include <QString>
 
@@ -37,11 +38,13 @@ public:
     QJsonObject usage;
     bool sawData = false; ///< At least one line began with "data:".
     bool streamError = false; ///< A line could not be read, or the stream said that it failed.
+    QString failure; ///< What the stream said of that.
     bool completed = false; ///< The terminator was there.
 
 private:
     void takeLine(QByteArrayView line, Progress &progress);
     void takeEvent(const QJsonObject &event, Progress &progress);
+    void takeFailure(const QJsonObject &event);
     void takeChunk(const QJsonObject &chunk, Progress &progress);
     void addText(const QString &text, Progress &progress);
 
@@ -58,7 +61,8 @@ struct ReplyFacts {
     int status = 0; ///< HTTP status, 0 when there was none.
     int networkError = 0; ///< QNetworkReply::NetworkError.
     bool useResponses = false; ///< The dialect in which the request was posted.
-    QString key; ///< Cut out of what the provider says.
+    QString key{}; ///< Cut out of what the provider says.
+    QByteArray retryAfter{}; ///< The header of this name.
 };
 
 /// The result of an attempt that has ended.
@@ -67,7 +71,15 @@ LLMResult resultOf(const StreamState &state, const ReplyFacts &facts);
 /// The message without this key, and without whatever else looks like one.
 QString withoutSecrets(QString message, const QString &key);
 
-/// The answer of a model that thinks aloud, without the "<think>...</think>" in front of it.
+/// The answer of a model that thinks aloud, without its thoughts in front of it: cut at the last end of such a block, and
+/// only when the whole is no JSON object.
 QString withoutThinking(const QString &content);
+
+/// A failure without the promise of a repeat, for when there is none any more.
+QString withoutPromise(QString error);
+
+/// Milliseconds to wait by the header Retry-After: seconds, or a date (RFC 9110, 10.2.3). 0 when it says nothing; at
+/// most a minute.
+int retryAfterMs(const QByteArray &header, const QDateTime &now);
 
 } // namespace vesk

@@ -111,8 +111,9 @@ QJsonObject completionsBody(const LLMRequest &request, const ChatSettings &setti
     };
     if (settings.jsonFormat)
         body[u"response_format"_s] = QJsonObject{{u"type"_s, u"json_object"_s}};
-    if (switchesThinkingOff(settings.model)) {
+    if (switchesThinkingOff(settings.model))
         body[u"chat_template_kwargs"_s] = QJsonObject{{u"enable_thinking"_s, false}};
+    if (settings.stream || switchesThinkingOff(settings.model)) {
         body[u"stream"_s] = true;
         body[u"stream_options"_s] = QJsonObject{{u"include_usage"_s, true}};
     }

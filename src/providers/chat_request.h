@@ -19,6 +19,7 @@ struct ChatSettings {
     QString root; ///< Folder of the project, the only place that images are read from; may be empty.
     bool useResponses = false; ///< The Responses dialect in place of chat completions.
     bool jsonFormat = true; ///< Ask for "response_format"; some servers refuse the key.
+    bool stream = false; ///< Ask for a stream in the chat dialect.
     double temperature = 0.2;
 };
 

@@ -6,6 +6,8 @@
 
 #include <QStandardPaths>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace vesk {
@@ -55,15 +57,18 @@ SecretFile file()
 /// Whether the file stands in for the keyring that gave this answer.
 bool standsIn(const SecretAnswer &answer)
 {
-    if (place() != Place::Automatic || answer.outcome != SecretOutcome::Absent)
-        return false;
+    return place() == Place::Automatic && answer.outcome == SecretOutcome::Absent;
+}
+
+/// Once in the log, when a key really lies in the file though nobody has chosen that.
+void warnOfFile(const QString &reason = {})
+{
     static bool warned = false;
-    if (!warned) {
-        qWarning("Связка ключей недоступна (%s): ключи хранятся без шифрования в файле %s",
-                 qUtf8Printable(answer.reason), qUtf8Printable(file().path()));
-    }
+    if (warned || place() != Place::Automatic)
+        return;
+    const QString start = reason.isEmpty() ? QString() : u"Связка ключей недоступна ("_s + reason + u"): "_s;
+    qWarning("%sключи хранятся без шифрования в файле %s", qUtf8Printable(start), qUtf8Printable(file().path()));
     warned = true;
-    return true;
 }
 
 /// Whether all is well; what isn't is told to the log.
@@ -89,36 +94,50 @@ bool CredentialStore::save(const QString &target, const QString &secret)
         const SecretAnswer answer = keyring().save(target, SecretBytes(secret));
         if (!standsIn(answer)) {
             const bool saved = isWell(answer, step);
-            // The key it had while there was no keyring would lie on unprotected, and come back with the next removal.
-            if (saved && place() == Place::Automatic)
-                isWell(file().remove(target), "Прежний ключ не удалён из файла");
-            return saved;
+            // The key it had while there was no keyring would lie on unprotected, and count for the newer one.
+            return saved
+                && (place() != Place::Automatic || isWell(file().remove(target), "Прежний ключ не удалён из файла"));
         }
+        warnOfFile(answer.reason);
     }
     return isWell(file().save(target, SecretBytes(secret)), step);
 }
 
 QString CredentialStore::read(const QString &target)
 {
-    SecretAnswer answer;
-    if (place() != Place::File)
-        answer = keyring().read(target);
-    // Kept while there was no keyring: still the person's key.
-    const bool mayBeInFile = place() == Place::Automatic && answer.outcome == SecretOutcome::Missing;
-    if (place() == Place::File || mayBeInFile || standsIn(answer))
-        answer = file().read(target);
-    return isWell(answer, "Ключ не прочитан") ? answer.secret.text() : QString();
+    constexpr auto step = "Ключ не прочитан";
+    if (place() != Place::Service) {
+        const SecretAnswer kept = file().read(target);
+        if (kept.outcome == SecretOutcome::Done) {
+            warnOfFile();
+            return kept.secret.text();
+        }
+        if (!isWell(kept, step) || place() == Place::File)
+            return {};
+    }
+    const SecretAnswer answer = keyring().read(target);
+    return !standsIn(answer) && isWell(answer, step) ? answer.secret.text() : QString();
 }
 
 bool CredentialStore::remove(const QString &target)
 {
     constexpr auto step = "Ключ не удалён";
+    bool removed = true;
     if (place() != Place::File) {
         const SecretAnswer answer = keyring().remove(target);
-        if (place() == Place::Service || !(standsIn(answer) || isWell(answer, step)))
-            return isWell(answer, step);
+        removed = standsIn(answer) || isWell(answer, step);
     }
-    return isWell(file().remove(target), step);
+    if (place() != Place::Service)
+        removed = isWell(file().remove(target), step) && removed;
+    return removed;
+}
+
+QString cleanKey(const QString &given)
+{
+    const QString key = given.trimmed();
+    require(std::ranges::none_of(key, [](QChar c) { return c.category() == QChar::Other_Control; }),
+            u"Ключ API содержит управляющие символы. Скопируйте его ещё раз."_s);
+    return key;
 }
 
 QString connectionTarget(const QString &baseUrl)

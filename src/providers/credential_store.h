@@ -5,7 +5,8 @@
 namespace vesk {
 
 /// API keys, kept out of the database and the settings: in the desktop's keyring, or, where there is none, in the file
-/// "credentials" of the data folder, with one warning in the log (docs/keys.md). The environment variable VESK_SECRETS
+/// "credentials" of the data folder, with one warning in the log (docs/keys.md). A key in the file was put there after
+/// the one in the keyring, and is the one that counts. The environment variable VESK_SECRETS
 /// decides for one of them: "service" or "file". Each key has a target, a name that says nothing about it.
 ///
 /// Called on the interface thread only. The calls wait for the keyring: some milliseconds, 3 s at most, a minute while
@@ -24,6 +25,10 @@ public:
     /// True when there is no such secret any more, or never was.
     static bool remove(const QString &target);
 };
+
+/// A key as it came in, from a person, a file or a variable: without the blanks and line feeds round it; empty when
+/// there is nothing else. Throws when it holds characters that no key has and no request can carry.
+QString cleanKey(const QString &given);
 
 /// Where the key of a connection is kept. It follows the address: connections to one base URL share their key.
 QString connectionTarget(const QString &baseUrl);

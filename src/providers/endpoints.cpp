@@ -4,6 +4,8 @@
 
 #include <QUrl>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace vesk {
@@ -39,6 +41,13 @@ QString endpoint(const QString &provider)
     }
     require(false, u"Неизвестный провайдер"_s);
     return {};
+}
+
+bool isPublished(const QUrl &address)
+{
+    return std::ranges::any_of(endpoints, [&](const Endpoint &known) {
+        return QUrl(endpoint(QString(known.provider))).host() == address.host();
+    });
 }
 
 QString openAiHost()

@@ -25,6 +25,7 @@ struct LLMResult {
     int completionTokens = 0; ///< As reported by the endpoint; 0 when it did not.
     bool retryable = false; ///< A repeat may help.
     bool truncated = false; ///< Cut by the output limit.
+    int waitMs = 0; ///< What the server asks to be left alone for before a repeat, at most a minute.
 };
 
 /// A source of model answers, used on the thread that owns it.

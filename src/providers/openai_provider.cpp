@@ -46,6 +46,7 @@ struct OpenAICompatibleProvider::Attempt {
     QNetworkReply *reply = nullptr;
     QTimer *watchdog = nullptr; ///< Child of the reply.
     int silenceMs = 0;
+    bool anyByteCounts = false; ///< Also what is no text ends a silence.
 };
 
 OpenAICompatibleProvider::~OpenAICompatibleProvider()
@@ -71,7 +72,8 @@ void OpenAICompatibleProvider::cancelAll()
 
 ChatSettings OpenAICompatibleProvider::settings() const
 {
-    return {url, model, root, useResponses, formatlessUrl != url || url.isEmpty(), temperature};
+    const bool stream = ownServer && streamlessUrl != url;
+    return {url, model, root, useResponses, formatlessUrl != url || url.isEmpty(), stream, temperature};
 }
 
 void OpenAICompatibleProvider::requestAttempt(LLMRequest request, std::function<void(LLMResult)> callback, int number,
@@ -85,6 +87,7 @@ void OpenAICompatibleProvider::requestAttempt(LLMRequest request, std::function<
     attempt->settings = settings();
     attempt->key = key;
     attempt->silenceMs = timeoutMs;
+    attempt->anyByteCounts = ownServer;
 
     if (!mayBeSent(chatAddress(attempt->settings), model)) {
         LLMResult refused;
@@ -103,7 +106,8 @@ void OpenAICompatibleProvider::post(const std::shared_ptr<Attempt> &attempt)
     // Nothing but the key says who is asking: an endpoint's cookies would go on with the next key.
     http.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
     http.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
-    http.setTransferTimeout(std::min(attempt->silenceMs, maxTransferSilenceMs));
+    http.setTransferTimeout(attempt->anyByteCounts ? attempt->silenceMs
+                                                   : std::min(attempt->silenceMs, maxTransferSilenceMs));
     // As many as the engine has in flight: a request that waits for a connection would run into its time limit.
     QHttp1Configuration connections;
     connections.setNumberOfConnectionsPerHost(parallelRequests);
@@ -131,7 +135,7 @@ void OpenAICompatibleProvider::read(const std::shared_ptr<Attempt> &attempt)
     QNetworkReply *reply = attempt->reply;
     const QByteArray chunk = reply->isOpen() ? reply->readAll() : QByteArray();
     const StreamState::Progress progress = attempt->stream.feed(chunk);
-    if (progress.text)
+    if (progress.text || (attempt->anyByteCounts && !chunk.isEmpty()))
         attempt->watchdog->start(attempt->silenceMs);
     if (progress.terminator || progress.overflow) {
         // A server may keep the connection open after the terminator; waiting for it to close would hold the answer
@@ -153,27 +157,46 @@ void OpenAICompatibleProvider::complete(const std::shared_ptr<Attempt> &attempt)
     read(attempt);
     active.remove(reply);
     const int status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
-    const ReplyFacts facts{status, int(reply->error()), attempt->settings.useResponses, attempt->key};
+    const ReplyFacts facts{status, int(reply->error()), attempt->settings.useResponses, attempt->key,
+                           reply->rawHeader("Retry-After")};
     reply->disconnect(this);
     reply->deleteLater();
 
-    if (repeatsWithoutFormat(attempt, status))
+    if (repeatsPlainer(attempt, status))
         return;
+    noteAccepted(attempt, status);
     // On a turn of its own: the callback may delete this provider, and the replies with it, which must not happen in
     // the middle of a reply's signal.
     QTimer::singleShot(0, this, [this, attempt, result = resultOf(attempt->stream, facts)] { end(attempt, result); });
 }
 
-/// Some servers know no "response_format" and say so by name: they are asked once more without it, and from then on.
-bool OpenAICompatibleProvider::repeatsWithoutFormat(const std::shared_ptr<Attempt> &attempt, int status)
+/// Some servers know no "response_format" and say so by name, some don't stream: they are asked once more without.
+bool OpenAICompatibleProvider::repeatsPlainer(const std::shared_ptr<Attempt> &attempt, int status)
 {
-    if (status != 400 || attempt->settings.useResponses || !attempt->settings.jsonFormat
-        || attempt->generation != generation || !attempt->stream.raw().contains("response_format"))
+    ChatSettings &asked = attempt->settings;
+    if (attempt->generation != generation || asked.useResponses)
         return false;
-    formatlessUrl = attempt->settings.url;
-    attempt->settings.jsonFormat = false;
+    const bool refused = status == 400 || status == 422;
+    if (refused && asked.jsonFormat && attempt->stream.raw().contains("response_format"))
+        asked.jsonFormat = false;
+    else if (asked.stream && (refused || status == 405 || status == 415 || status == 501))
+        asked.stream = false;
+    else
+        return false;
     post(attempt);
     return true;
+}
+
+/// What a server has answered without is left out from then on. A refusal alone says nothing: it may have had other
+/// reasons, and named the key only as part of what was sent.
+void OpenAICompatibleProvider::noteAccepted(const std::shared_ptr<Attempt> &attempt, int status)
+{
+    if (status < 200 || status > 299 || attempt->settings.useResponses)
+        return;
+    if (!attempt->settings.jsonFormat)
+        formatlessUrl = attempt->settings.url;
+    if (attempt->anyByteCounts && !attempt->settings.stream)
+        streamlessUrl = attempt->settings.url;
 }
 
 void OpenAICompatibleProvider::end(const std::shared_ptr<Attempt> &attempt, const LLMResult &result)
@@ -188,7 +211,7 @@ void OpenAICompatibleProvider::end(const std::shared_ptr<Attempt> &attempt, cons
     LLMRequest again = attempt->request;
     if (result.truncated)
         again.maxTokens = std::min(again.maxTokens, maxOutputTokens / 2) * 2;
-    QTimer::singleShot(repeatBaseMs << attempt->number, this, [this, attempt, again] {
+    QTimer::singleShot(std::max(repeatBaseMs << attempt->number, result.waitMs), this, [this, attempt, again] {
         if (generation == attempt->generation)
             requestAttempt(again, attempt->callback, attempt->number + 1, attempt->generation);
     });

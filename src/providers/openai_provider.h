@@ -42,7 +42,8 @@ private:
     void read(const std::shared_ptr<Attempt> &attempt);
     void complete(const std::shared_ptr<Attempt> &attempt);
     void end(const std::shared_ptr<Attempt> &attempt, const LLMResult &result);
-    bool repeatsWithoutFormat(const std::shared_ptr<Attempt> &attempt, int status);
+    bool repeatsPlainer(const std::shared_ptr<Attempt> &attempt, int status);
+    void noteAccepted(const std::shared_ptr<Attempt> &attempt, int status);
     ChatSettings settings() const;
 
     QNetworkAccessManager network;
@@ -56,11 +57,15 @@ public:
     QString key; ///< May be empty for servers on this machine.
     QString root; ///< Folder of the current project.
     bool useResponses = false;
+    /// A server of the user's own: its model may be slow, so it is asked for a stream, and has the whole silence for the
+    /// first byte and between any two. A server that refuses to stream is asked once more without.
+    bool ownServer = false;
     int timeoutMs = 180000; ///< Silence after which a reply is given up.
     double temperature = 0.2;
 
 private:
-    QString formatlessUrl; ///< The address that has refused "response_format".
+    QString formatlessUrl; ///< The address that answers only without "response_format".
+    QString streamlessUrl; ///< The address that answers only without a stream.
 };
 
 } // namespace vesk

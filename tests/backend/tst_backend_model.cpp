@@ -3,6 +3,7 @@
 
 #include "backend_desk.h"
 #include "files.h"
+#include "helpers.h"
 #include "model_server.h"
 
 #include <QDir>
@@ -34,12 +35,14 @@ public:
     QHash<QString, WireReply> replies;
     QStringList asked; ///< The roles, in order.
     QJsonObject lastInput;
+    QHash<QString, QJsonObject> inputs; ///< The last of each role.
 
 private:
     WireReply reply(const LLMRequest &request)
     {
         asked.append(request.role);
         lastInput = request.input;
+        inputs[request.role] = request.input;
         if (replies.contains(request.role))
             return replies.value(request.role);
         return says(ModelServer::unasking(request));
@@ -161,6 +164,56 @@ private Q_SLOTS:
             const QByteArray bytes = contentOf(desk.data() + u'/' + name);
             QVERIFY2(name == "credentials"_L1 || !bytes.contains(key.toUtf8()), qPrintable(name));
         }
+    }
+
+    void aModelIsGivenWhatTheUserHasSetAndSaid()
+    {
+        Model model;
+        model.replies[u"chat"_s] = says(u"{\"summary\":\"Всё\"}"_s);
+        model.replies[u"chat_router"_s] = says(u"{\"action\":\"CHAT\",\"summary\":\"Да\"}"_s);
+        Desk desk;
+        desk.sql(u"INSERT INTO settings VALUES('workspace-ui','','{\"ffmpeg_path\":\"/usr/bin/env\",\"computer_access\":false,\"disabled_agents\":"
+                 "[\"observer\"],\"role_skills\":{\"orchestrator\":{\"instructions\":\"НАВЫК\"}},\"custom_agents\":"
+                 "[{\"id\":\"a\",\"name\":\"Художник\",\"enabled\":true,\"parent\":\"coding\"}]}','')"_s);
+        desk.connectTo(model.url(), key);
+        desk.createProject();
+        desk.call("addMemory", {u"Note"_s, u"ПАМЯТЬ"_s});
+        desk.call("sendMessage", {forChat});
+        QVERIFY(Desk::waitFor([&] { return !desk.busy(); }));
+        desk.call("start", {u"Создай калькулятор"_s, false, 1000000, u"/usr/bin/true"_s, u"[]"_s});
+        QVERIFY(Desk::waitFor([&] { return !desk.read("state").toMap()[u"pending"_s].toList().isEmpty(); }));
+        const QJsonObject asked = model.inputs.value(u"orchestrator"_s);
+        QCOMPARE(asked["role_skill_instructions"_L1].toString(), u"НАВЫК"_s);
+        QCOMPARE(asked["task"_L1]["disabled_agents"_L1], (QJsonArray{u"observer"_s}));
+        QCOMPARE(asked["task"_L1]["media_tools"_L1]["ffmpeg"_L1].toString(), u"/usr/bin/env"_s);
+        QCOMPARE(asked["task"_L1]["available_specialists"_L1][0]["name"_L1].toString(), u"Художник"_s);
+        QCOMPARE(asked["task"_L1]["conversation_history"_L1][1]["content"_L1].toString(), u"Всё"_s);
+        QCOMPARE(asked["memory"_L1][1]["text"_L1].toString(), u"ПАМЯТЬ"_s);
+        desk.call("stop");
+
+        desk.call("sendMessage", {forChat});
+        QVERIFY(Desk::waitFor([&] { return !desk.busy(); }));
+        const QJsonObject talk = model.inputs.value(u"chat"_s);
+        QVERIFY(json(talk["memory"_L1].toArray().first().toObject()).contains(u"ПАМЯТЬ"_s));
+        QVERIFY(talk["history"_L1].toArray().size() > 1);
+        QVERIFY(talk["task_report"_L1].toString().size() > 60);
+        QCOMPARE(talk["role_skill_instructions"_L1].toString(), u"НАВЫК"_s);
+        desk.call("sendMessage", {forRouter});
+        QVERIFY(Desk::waitFor([&] { return !desk.busy(); }));
+        QVERIFY(model.inputs.value(u"chat_router"_s)["history"_L1].toArray().size() > 1);
+
+        // What the task in view was to fulfil goes on with the next one, which then is the one in view.
+        const QJsonValue wanted
+            = QJsonObject::fromVariantMap(desk.read("state").toMap())["spec"_L1]["requirements"_L1];
+        QVERIFY(!wanted.toArray().isEmpty());
+        const QString before = desk.read("state").toMap()[u"id"_s].toString();
+        desk.call("sendMessage", {u"Создай калькулятор"_s});
+        QVERIFY(Desk::waitFor([&] { return model.asked.count(u"orchestrator"_s) == 2; }));
+        QCOMPARE(model.inputs.value(u"orchestrator"_s)["task"_L1]["previous_requirements"_L1], wanted);
+        QVERIFY(desk.read("state").toMap()[u"id"_s].toString() != before);
+        desk.call("stop");
+        desk.call("newConversation");
+        QCOMPARE(desk.chat().filter(u"Создай"_s), QStringList());
     }
 
     void anAnswerLandsWhereItWasAsked()

@@ -51,7 +51,8 @@ private Q_SLOTS:
             // Broken in several ways: no finish reason, a bad line, an error, a last line that does not end.
             {delta("a") + done, u"a"_s, brokenStream, true},
             {delta("a") + "data: {oops\n" + delta("b", "\"stop\"") + done, u"ab"_s, brokenStream, true},
-            {delta("a") + line("{'error':{'message':'out of memory'}}"), u"a"_s, brokenStream, true},
+            {delta("a") + line("{'error':{'message':'out of memory for my-key'}}"), u"a"_s,
+             u"Провайдер прервал ответ: out of memory for [ключ скрыт]"_s, true},
             {delta("a") + delta("b", "\"stop\"").trimmed(), u"a"_s, brokenStream, true},
             // Cut by the limit of tokens.
             {delta("a", "\"length\"") + done, {}, truncatedText, false, true},
