@@ -93,8 +93,11 @@ void AttachmentsTest::filesBecomeAttachmentsOfOneMessage()
     QCOMPARE(attachments().size(), 0);
     QVERIFY(desk->chat(u"message"_s)[0].endsWith(u"\n\nВложения:\n"_s + first[u"path"_s].toString()));
     const auto pinned = [&] {
-        const QVariantMap medium = desk->read("files").toList()[0].toMap();
-        return medium[u"usage"_s].toString() + (medium[u"pinned"_s].toBool() ? u"!"_s : QString());
+        const QVariantList files = desk->read("files").toList();
+        QString notes;
+        for (const QVariant &medium : files)
+            notes += medium.toMap()[u"usage"_s].toString() + (medium.toMap()[u"pinned"_s].toBool() ? u"!"_s : QString());
+        return notes;
     };
     QCOMPARE(pinned(), u"Баннер!"_s);
     desk->call("pinAsset", {first[u"path"_s], u"  "_s});
