@@ -5,7 +5,7 @@ import Vesk
 Canvas {
     id: canvas
 
-    required property var service
+    required property Backend service
     property bool animated: true
 
     opacity: .55

@@ -10,8 +10,8 @@ import "Wording.js" as Wording
 ApplicationWindow {
     id: app
 
-    readonly property var service: backend // qmllint disable unqualified
-    readonly property var preferences: service.preferences
+    required property Backend backend
+    readonly property var preferences: backend.preferences
     property real sidebarWidth: wantedSidebar()
     property real inspectorWidth: wantedInspector()
     /* What of it there is room for beside the conversation. */
@@ -19,7 +19,7 @@ ApplicationWindow {
         width - (sidebarOpen ? sidebarWidth : 0) - 2 * Theme.handleWidth - Theme.centreLeast))
     readonly property bool animated: (preferences.animations ?? true) && active && visibility !== Window.Minimized
     readonly property bool glass: preferences.glass ?? true
-    readonly property var current: service.uiState
+    readonly property var current: backend.uiState
     property bool sidebarOpen: true
     property bool inspectorOpen: true
     property string panel: "agents"
@@ -31,11 +31,11 @@ ApplicationWindow {
     property string renameDraft: ""
     readonly property string phase: current.phase || "IDLE"
     readonly property bool live: !["IDLE", "COMPLETED", "FAILED", "CANCELLED", "INTERRUPTED"].includes(phase)
-    readonly property string note: service.chatBusy ? "Готовлю ответ"
-        : service.apiTesting ? "Проверяю API"
+    readonly property string note: backend.chatBusy ? "Готовлю ответ"
+        : backend.apiTesting ? "Проверяю API"
         : current.paused ? "На паузе"
         : phase === "CLARIFICATION" ? "Нужен ваш ответ"
-        : live ? service.phaseLabel(phase) : "Готов к работе"
+        : live ? backend.phaseLabel(phase) : "Готов к работе"
     readonly property bool teamLeft: preferences.team_left === true
     property alias input: chat.input
 
@@ -68,11 +68,11 @@ ApplicationWindow {
 
     function send() {
         const value = input.text.trim();
-        if (value === "" && service.attachments.length === 0)
+        if (value === "" && backend.attachments.length === 0)
             return;
-        service.sendMessage(value);
+        backend.sendMessage(value);
         // A refused line stays in the box.
-        if (service.message === "") {
+        if (backend.message === "") {
             input.clear();
             chat.followEnd();
         }
@@ -89,16 +89,16 @@ ApplicationWindow {
         return Wording.pretty(value);
     }
     function eventText(event: var): string {
-        return Wording.eventText(event, service);
+        return Wording.eventText(event, backend);
     }
     function agentReport(run: var): string {
-        const stored = run.id ? service.runDetails(run.id) : {};
-        return Wording.agentReport(run, Object.keys(stored).length ? stored : run, service.agentProfiles, service);
+        const stored = run.id ? backend.runDetails(run.id) : {};
+        return Wording.agentReport(run, Object.keys(stored).length ? stored : run, backend.agentProfiles, backend);
     }
     /* The path that a tool of this task has reported last. */
     function reportedResult(): string {
         let path = "";
-        for (const node of service.state.graph ?? []) {
+        for (const node of backend.state.graph ?? []) {
             try {
                 const told = JSON.parse(node.output?.stdout ?? "");
                 if (told?.success && told.path)
@@ -111,9 +111,9 @@ ApplicationWindow {
     }
     function openResult() {
         const made = reportedResult();
-        const page = service.files.find(file => file.path?.endsWith(".html"));
+        const page = backend.files.find(file => file.path?.endsWith(".html"));
         if (made !== "" || page)
-            service.openFile(made || page.path);
+            backend.openFile(made || page.path);
         else
             showPanel("files");
     }
@@ -138,8 +138,8 @@ ApplicationWindow {
         dialog.open();
     }
     function showProgress() {
-        const told = service.chat.filter(row => row.kind === "progress" || row.kind === "file").map(row => row.content);
-        const happened = service.events.map(event => eventText(event)).join("\n");
+        const told = backend.chat.filter(row => row.kind === "progress" || row.kind === "file").map(row => row.content);
+        const happened = backend.events.map(event => eventText(event)).join("\n");
         showDetails(told.concat(happened).join("\n\n"));
     }
     function showAgent() {
@@ -170,7 +170,7 @@ ApplicationWindow {
     function refreshSelection() {
         if (selectedFile.path) {
             // Asked of the backend itself: the rows follow the same signal, and may do so later.
-            const file = service.files.find(other => other.path === selectedFile.path);
+            const file = backend.files.find(other => other.path === selectedFile.path);
             if (!file)
                 dropFile();
             else if (file.revision !== selectedFile.revision)
@@ -252,21 +252,21 @@ ApplicationWindow {
     }
     Rows {
         id: fileRows
-        source: app.service
+        source: app.backend
         list: "files"
     }
     Rows {
         id: taskRows
-        source: app.service
+        source: app.backend
         list: "tasks"
     }
     Connections {
-        target: app.service
+        target: app.backend
         function onChanged() { app.refreshSelection(); }
         function onPreferencesChanged() {
             app.sidebarWidth = app.wantedSidebar();
             app.inspectorWidth = app.wantedInspector();
-            app.service.renderBackground(Date.now() / 1000, app.width, app.height);
+            app.backend.renderBackground(Date.now() / 1000, app.width, app.height);
         }
     }
 
@@ -276,7 +276,7 @@ ApplicationWindow {
         sourceComponent: CustomBackground {
             id: customBackground
             objectName: "customBackground"
-            service: app.service
+            service: app.backend
             animated: app.animated
             visible: app.visible
         }
@@ -287,7 +287,7 @@ ApplicationWindow {
             if (!drop.hasUrls)
                 return;
             drop.acceptProposedAction();
-            app.service.attachFiles(drop.urls.map(url => url.toString()));
+            app.backend.attachFiles(drop.urls.map(url => url.toString()));
         }
     }
     RowLayout {
@@ -307,11 +307,11 @@ ApplicationWindow {
                 id: left
                 width: app.sidebarWidth
                 height: parent.height
-                service: app.service
-                quiet: !app.live && !app.service.chatBusy
+                service: app.backend
+                quiet: !app.live && !app.backend.chatBusy
                 currentTask: app.current.id ?? ""
                 onNewChat: {
-                    app.service.newConversation();
+                    app.backend.newConversation();
                     app.focusInput();
                 }
                 onNewProject: app.dialogs().projectDialog.show().begin()
@@ -337,12 +337,12 @@ ApplicationWindow {
             direction: app.teamLeft ? -1 : 1
             Layout.fillHeight: true
             onMoved: value => app.sidebarWidth = value
-            onReleased: value => app.service.setPreference("sidebar_width", value)
+            onReleased: value => app.backend.setPreference("sidebar_width", value)
         }
         ChatColumn {
             id: chat
             objectName: "chatColumn"
-            service: app.service
+            service: app.backend
             current: app.current
             note: app.note
             live: app.live
@@ -372,7 +372,7 @@ ApplicationWindow {
             direction: app.teamLeft ? 1 : -1
             Layout.fillHeight: true
             onMoved: value => app.inspectorWidth = value
-            onReleased: value => app.service.setPreference("inspector_width", value)
+            onReleased: value => app.backend.setPreference("inspector_width", value)
         }
         SlidingColumn {
             objectName: "rightColumn"

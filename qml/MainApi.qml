@@ -7,7 +7,7 @@ import Vesk
 ColumnLayout {
     id: root
 
-    required property var service
+    required property Backend service
     property bool connecting: false
     property bool attempted: false
 

@@ -9,7 +9,7 @@ import "../Wording.js" as Wording
 FloatingDialog {
     id: root
 
-    required property var service
+    required property Backend service
     required property var pending
 
     objectName: "permissions"

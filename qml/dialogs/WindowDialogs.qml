@@ -8,9 +8,9 @@ Item {
     id: root
 
     /* The window, whose state the dialogs show and change. */
-    required property var app
+    required property Main app
     required property Item backdrop
-    readonly property var service: app.service
+    readonly property Backend service: app.backend
     property alias attachmentPicker: attachmentPicker
     property alias connection: connection
     property alias projectDialog: projectDialog

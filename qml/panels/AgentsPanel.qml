@@ -8,7 +8,7 @@ import Vesk
 ColumnLayout {
     id: root
 
-    required property var service
+    required property Backend service
     required property var current
     required property string note
     readonly property var profiles: service.agentProfiles

@@ -8,8 +8,8 @@ Rectangle {
     id: root
 
     /* The window, whose selection is shown and changed here. */
-    required property var app
-    readonly property var service: app.service
+    required property Main app
+    readonly property Backend service: app.backend
     readonly property var current: app.current
     readonly property string panel: app.panel
 
