@@ -11,7 +11,7 @@ ColumnLayout {
     required property Backend service
     required property var current
     required property string note
-    readonly property var profiles: service.agentProfiles
+    readonly property list<var> profiles: service.agentProfiles
     readonly property int customAgents: profiles.filter(profile => profile.custom).length
 
     signal addAgent()

@@ -71,7 +71,7 @@ Rectangle {
                     }
                     onInspectRun: run => {
                         root.app.selectedRun = run;
-                        root.app.showAgent();
+                        root.app.dialogs().showAgent();
                     }
                 }
             }
@@ -82,14 +82,14 @@ Rectangle {
                     shown: root.panel === "files" && root.visible
                     selected: root.app.selectedFile
                     onFileSelected: file => root.app.selectedFile = file
-                    onDetailsRequested: text => root.app.showDetails(text)
+                    onDetailsRequested: text => root.app.dialogs().showDetails(text)
                 }
             }
             LazyPanel {
                 shown: root.panel === "history" && root.visible
                 sourceComponent: HistoryPanel {
                     service: root.service
-                    onDetailsRequested: text => root.app.showDetails(text)
+                    onDetailsRequested: text => root.app.dialogs().showDetails(text)
                 }
             }
         }
