@@ -7,7 +7,7 @@ Item {
     id: root
 
     property var task: ({})
-    property var profiles: []
+    property list<var> profiles: []
     property var positions: ({})
     property bool animated: true
     property real scrollOffset: 0

@@ -5,7 +5,7 @@ import Vesk
 Canvas {
     id: canvas
 
-    required property var service
+    required property Backend service
     property bool animated: true
 
     opacity: .55
@@ -16,7 +16,7 @@ Canvas {
     function paintShape(context: var, shape: var) {
         if (typeof shape !== "object" || shape === null)
             return;
-        context.fillStyle = context.strokeStyle = shape.color ?? "#303030";
+        context.fillStyle = context.strokeStyle = shape.color ?? Theme.shape;
         context.beginPath();
         if (shape.type === "circle") {
             context.arc(shape.x, shape.y, Math.max(0, Math.min(2000, shape.r ?? 10)), 0, Math.PI * 2);

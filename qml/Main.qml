@@ -10,8 +10,8 @@ import "Wording.js" as Wording
 ApplicationWindow {
     id: app
 
-    readonly property var service: backend // qmllint disable unqualified
-    readonly property var preferences: service.preferences
+    required property Backend backend
+    readonly property var preferences: backend.preferences
     property real sidebarWidth: wantedSidebar()
     property real inspectorWidth: wantedInspector()
     /* What of it there is room for beside the conversation. */
@@ -19,25 +19,27 @@ ApplicationWindow {
         width - (sidebarOpen ? sidebarWidth : 0) - 2 * Theme.handleWidth - Theme.centreLeast))
     readonly property bool animated: (preferences.animations ?? true) && active && visibility !== Window.Minimized
     readonly property bool glass: preferences.glass ?? true
-    readonly property var current: service.uiState
+    readonly property var current: backend.uiState
     property bool sidebarOpen: true
     property bool inspectorOpen: true
     property string panel: "agents"
     property string page: "Чат"
-    property var selectedRun: ({})
-    property var selectedFile: ({})
+    property alias selectedRun: selection.run
+    property alias selectedFile: selection.file
     property string settingsAgent: ""
     property string menuTask: ""
     property string renameDraft: ""
     readonly property string phase: current.phase || "IDLE"
     readonly property bool live: !["IDLE", "COMPLETED", "FAILED", "CANCELLED", "INTERRUPTED"].includes(phase)
-    readonly property string note: service.chatBusy ? "Готовлю ответ"
-        : service.apiTesting ? "Проверяю API"
+    readonly property string note: backend.chatBusy ? "Готовлю ответ"
+        : backend.apiTesting ? "Проверяю API"
         : current.paused ? "На паузе"
         : phase === "CLARIFICATION" ? "Нужен ваш ответ"
-        : live ? service.phaseLabel(phase) : "Готов к работе"
+        : live ? backend.phaseLabel(phase) : "Готов к работе"
     readonly property bool teamLeft: preferences.team_left === true
     property alias input: chat.input
+    property alias projectMenu: left.projectMenu
+    readonly property Rows tasks: taskRows
 
     title: "VESK — рабочий чат"
     width: 1440
@@ -48,31 +50,15 @@ ApplicationWindow {
     color: Theme.window
     font.family: Theme.family
     font.pixelSize: Theme.normal
-    palette {
-        window: "#181818"
-        base: "#202020"
-        text: "#f0f0f0"
-        windowText: "#eeeeee"
-        button: "#252525"
-        buttonText: "#eeeeee"
-        highlight: "#eeeeee"
-        highlightedText: "#111111"
-        placeholderText: "#777777"
-        toolTipBase: "#242424"
-        toolTipText: "#e1e1e1"
-        light: "#242424"
-        midlight: "#303030"
-        mid: "#5a5a5a"
-        dark: "#8a8a8a"
-    }
+    palette: Theme.palette
 
     function send() {
         const value = input.text.trim();
-        if (value === "" && service.attachments.length === 0)
+        if (value === "" && backend.attachments.length === 0)
             return;
-        service.sendMessage(value);
+        backend.sendMessage(value);
         // A refused line stays in the box.
-        if (service.message === "") {
+        if (backend.message === "") {
             input.clear();
             chat.followEnd();
         }
@@ -89,34 +75,21 @@ ApplicationWindow {
         return Wording.pretty(value);
     }
     function eventText(event: var): string {
-        return Wording.eventText(event, service);
+        return Wording.eventText(event, backend);
     }
     function agentReport(run: var): string {
-        const stored = run.id ? service.runDetails(run.id) : {};
-        return Wording.agentReport(run, Object.keys(stored).length ? stored : run, service.agentProfiles, service);
-    }
-    /* The path that a tool of this task has reported last. */
-    function reportedResult(): string {
-        let path = "";
-        for (const node of service.state.graph ?? []) {
-            try {
-                const told = JSON.parse(node.output?.stdout ?? "");
-                if (told?.success && told.path)
-                    path = told.path;
-            } catch (error) {
-                continue; // Most output is no such report.
-            }
-        }
-        return path;
+        const stored = run.id ? backend.runDetails(run.id) : {};
+        return Wording.agentReport(run, Object.keys(stored).length ? stored : run, backend.agentProfiles, backend);
     }
     function openResult() {
-        const made = reportedResult();
-        const page = service.files.find(file => file.path?.endsWith(".html"));
-        if (made !== "" || page)
-            service.openFile(made || page.path);
+        const page = backend.files.find(file => file.path?.endsWith(".html"));
+        const path = Wording.reportedPath(backend.state.graph ?? []) || page?.path;
+        if (path)
+            backend.openFile(path);
         else
             showPanel("files");
     }
+    /* A WindowDialogs: a result of that type would have it loaded at the start. */
     function dialogs(): var {
         if (!dialogLoader.item)
             dialogLoader.setSource("dialogs/WindowDialogs.qml", { app: app, backdrop: workspaceLayout });
@@ -132,112 +105,23 @@ ApplicationWindow {
         else
             showPanel(name);
     }
-    function showDetails(text: string) {
-        const dialog = dialogs().details.show();
-        dialog.detailsText = text;
-        dialog.open();
-    }
-    function showProgress() {
-        const told = service.chat.filter(row => row.kind === "progress" || row.kind === "file").map(row => row.content);
-        const happened = service.events.map(event => eventText(event)).join("\n");
-        showDetails(told.concat(happened).join("\n\n"));
-    }
-    function showAgent() {
-        const dialog = dialogs().agentDetails.show();
-        dialog.report = agentReport(selectedRun);
-        dialog.open();
-    }
-    function showRename(task: string, draft: string, x: real, y: real) {
-        menuTask = task;
-        renameDraft = draft;
-        const box = dialogs().renameBox.show();
-        box.x = x;
-        box.y = y;
-        box.open();
-    }
-    function titleOf(task: string): string {
-        return taskRows.find("id", task).spec?.title || "Диалог";
-    }
-    function dropFile() {
-        selectedFile = {};
-    }
     function focusInput() {
         page = "Чат";
         input.forceActiveFocus();
     }
-
-    /* What is in view follows what has become of it. */
-    function refreshSelection() {
-        if (selectedFile.path) {
-            // Asked of the backend itself: the rows follow the same signal, and may do so later.
-            const file = service.files.find(other => other.path === selectedFile.path);
-            if (!file)
-                dropFile();
-            else if (file.revision !== selectedFile.revision)
-                selectedFile = file;
-        }
-        if (selectedRun.id) {
-            const run = (current.runs ?? []).find(other => other.id === selectedRun.id);
-            if (run && run.status !== selectedRun.status) {
-                selectedRun = run;
-                if (dialogs().agentDetails.dialog?.visible)
-                    dialogs().agentDetails.dialog.report = agentReport(run);
-            }
-        }
-    }
     function showPage() {
-        switch (page) {
-        case "Выбор проекта":
-            dialogs().agentDetails.hide();
-            left.projectMenu.show().open();
-            break;
-        case "Переименование":
-            left.projectMenu.hide();
-            if (taskRows.count > 0) {
-                const task = taskRows.at(0);
-                showRename(task.id, task.spec?.title || "Диалог", 14, 280);
-            }
-            break;
-        case "Отчёт агента":
-            dialogs().workspaceSettings.hide();
-            dialogs().connection.hide();
-            showAgent();
-            break;
-        case "Настройки агентов": {
-            dialogs().connection.hide();
-            const settings = dialogs().workspaceSettings.show();
-            settings.section = 1;
-            settings.open();
-            break;
-        }
-        case "Модель и API":
-            dialogs().connection.show().open();
-            break;
-        case "Файлы":
-            showPanel("files");
-            break;
-        case "Ход работы":
-            showPanel("agents");
-            break;
-        case "История":
-            showPanel("history");
-            break;
-        }
-    }
-    function showSettingsOf(agent: string) {
-        if (agent === "__new__")
-            dialogs().workspaceSettings.show().beginAdd();
-        else if (agent === "__api__")
-            dialogs().connection.show().open();
-        else if (agent !== "")
-            dialogs().workspaceSettings.show().selectAgent(agent);
+        const panels = { "Файлы": "files", "Ход работы": "agents", "История": "history" };
+        if (page in panels)
+            showPanel(panels[page]);
+        else if (page !== "Чат")
+            dialogs().showPage(page);
     }
 
     onWidthChanged: if (width < 1150) inspectorOpen = false
     onInspectorOpenChanged: if (inspectorOpen && width < 1250) sidebarOpen = false
     onSidebarOpenChanged: if (sidebarOpen && width < 1250) inspectorOpen = false
     onPageChanged: showPage()
-    onSettingsAgentChanged: showSettingsOf(settingsAgent)
+    onSettingsAgentChanged: if (settingsAgent !== "") dialogs().showSettingsOf(settingsAgent)
     Component.onCompleted: input.forceActiveFocus()
 
     Binding {
@@ -250,23 +134,28 @@ ApplicationWindow {
         property: "glass"
         value: app.glass
     }
+    Selection {
+        id: selection
+        service: app.backend
+        onRunMoved: app.dialogs().refreshAgent()
+    }
     Rows {
         id: fileRows
-        source: app.service
+        source: app.backend
         list: "files"
     }
     Rows {
         id: taskRows
-        source: app.service
+        source: app.backend
         list: "tasks"
     }
     Connections {
-        target: app.service
-        function onChanged() { app.refreshSelection(); }
+        target: app.backend
+        function onChanged() { selection.refresh(); }
         function onPreferencesChanged() {
             app.sidebarWidth = app.wantedSidebar();
             app.inspectorWidth = app.wantedInspector();
-            app.service.renderBackground(Date.now() / 1000, app.width, app.height);
+            app.backend.renderBackground(Date.now() / 1000, app.width, app.height);
         }
     }
 
@@ -276,7 +165,7 @@ ApplicationWindow {
         sourceComponent: CustomBackground {
             id: customBackground
             objectName: "customBackground"
-            service: app.service
+            service: app.backend
             animated: app.animated
             visible: app.visible
         }
@@ -287,7 +176,7 @@ ApplicationWindow {
             if (!drop.hasUrls)
                 return;
             drop.acceptProposedAction();
-            app.service.attachFiles(drop.urls.map(url => url.toString()));
+            app.backend.attachFiles(drop.urls.map(url => url.toString()));
         }
     }
     RowLayout {
@@ -307,22 +196,17 @@ ApplicationWindow {
                 id: left
                 width: app.sidebarWidth
                 height: parent.height
-                service: app.service
-                quiet: !app.live && !app.service.chatBusy
+                service: app.backend
+                quiet: !app.live && !app.backend.chatBusy
                 currentTask: app.current.id ?? ""
                 onNewChat: {
-                    app.service.newConversation();
+                    app.backend.newConversation();
                     app.focusInput();
                 }
-                onNewProject: app.dialogs().projectDialog.show().begin()
-                onProjectChosen: app.dropFile()
+                onNewProject: app.dialogs().beginProject()
+                onProjectChosen: selection.dropFile()
                 onTaskChosen: app.page = "Чат"
-                onTaskMenu: (task, row) => {
-                    app.menuTask = task;
-                    app.renameDraft = app.titleOf(task);
-                    const place = row.mapToItem(null, 0, 0);
-                    app.dialogs().threadMenu.show().openBy(row, Qt.point(place.x, Math.min(place.y, app.height - 70)));
-                }
+                onTaskMenu: (task, row) => app.dialogs().showThreadMenu(task, row)
                 onSettings: app.dialogs().workspaceSettings.show().open()
                 onHidden: app.sidebarOpen = false
             }
@@ -337,12 +221,12 @@ ApplicationWindow {
             direction: app.teamLeft ? -1 : 1
             Layout.fillHeight: true
             onMoved: value => app.sidebarWidth = value
-            onReleased: value => app.service.setPreference("sidebar_width", value)
+            onReleased: value => app.backend.setPreference("sidebar_width", value)
         }
         ChatColumn {
             id: chat
             objectName: "chatColumn"
-            service: app.service
+            service: app.backend
             current: app.current
             note: app.note
             live: app.live
@@ -355,9 +239,9 @@ ApplicationWindow {
             onConnectionRequested: app.dialogs().connection.show().open()
             onPanelToggled: panel => app.togglePanel(panel)
             onSubmitted: app.send()
-            onProgressRequested: app.showProgress()
+            onProgressRequested: app.dialogs().showProgress()
             onResultRequested: app.openResult()
-            onDetailsRequested: text => app.showDetails(text)
+            onDetailsRequested: text => app.dialogs().showDetails(text)
             onQueueRequested: app.dialogs().queueDialog.show().open()
             onPermissionsRequested: app.dialogs().permissions.show().open()
             onFilesRequested: app.dialogs().attachmentPicker.show().open()
@@ -372,7 +256,7 @@ ApplicationWindow {
             direction: app.teamLeft ? 1 : -1
             Layout.fillHeight: true
             onMoved: value => app.inspectorWidth = value
-            onReleased: value => app.service.setPreference("inspector_width", value)
+            onReleased: value => app.backend.setPreference("inspector_width", value)
         }
         SlidingColumn {
             objectName: "rightColumn"

@@ -7,7 +7,7 @@ import Vesk
 ColumnLayout {
     id: root
 
-    required property var service
+    required property Backend service
     property bool connecting: false
     property bool attempted: false
 
@@ -43,7 +43,7 @@ ColumnLayout {
         background: Rectangle {
             radius: 10
             color: Theme.popupField
-            border.color: key.activeFocus ? "#bbbbbb" : "#484848"
+            border.color: key.activeFocus ? Theme.popupFieldBorderFocus : Theme.popupFieldBorder
         }
         onAccepted: root.connectModel()
     }

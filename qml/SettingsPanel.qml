@@ -6,7 +6,7 @@ import Vesk
 FloatingDialog {
     id: settings
 
-    required property var service
+    required property Backend service
     property Item backdropItem: null
     property string selectedAgent: "orchestrator"
     property bool adding: false

@@ -48,6 +48,8 @@ QtObject {
     readonly property color handleHovered: "#606060"
     readonly property color fieldBorder: "#404040"
     readonly property color fieldBorderFocus: "#aaaaaa"
+    readonly property color popupFieldBorder: "#484848"
+    readonly property color popupFieldBorderFocus: "#bbbbbb"
     readonly property color composerBorder: "#373737"
     readonly property color composerBorderFocus: "#696969"
     readonly property color progressBorder: "#414141"
@@ -79,6 +81,27 @@ QtObject {
     readonly property color eyes: "#e6e6e6"
     readonly property color meshLine: "#454545"
     readonly property color meshPoint: "#747474"
+
+    readonly property color shape: "#303030"
+
+    // For what the controls draw themselves
+    readonly property Palette palette: Palette {
+        window: "#181818"
+        base: "#202020"
+        text: "#f0f0f0"
+        windowText: "#eeeeee"
+        button: "#252525"
+        buttonText: "#eeeeee"
+        highlight: "#eeeeee"
+        highlightedText: "#111111"
+        placeholderText: "#777777"
+        toolTipBase: "#242424"
+        toolTipText: "#e1e1e1"
+        light: "#242424"
+        midlight: "#303030"
+        mid: "#5a5a5a"
+        dark: "#8a8a8a"
+    }
 
     // Metrics, in pixels
     readonly property int sidebarWidth: 236

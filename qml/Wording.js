@@ -1,6 +1,6 @@
 .pragma library
 
-// How events and agents' reports read. `labels` is the application object: phaseLabel, statusLabel, roleLabel.
+// How events and agents' reports read, and what a program's output tells. `labels` is the application object: phaseLabel, statusLabel, roleLabel.
 
 const eventTexts = {
     TaskCreated: "Запрос принят",
@@ -108,4 +108,19 @@ function agentReport(run, whole, profiles, labels) {
         parts.push("Готового результата пока нет.");
     parts.push("Это отчёт о полученном результате. Выполнение кода подтверждается отдельными проверками.");
     return parts.join("\n\n");
+}
+
+// The path that a tool has reported last, by its output, or none. Most output is no such report.
+function reportedPath(graph) {
+    let path = "";
+    for (const node of graph) {
+        try {
+            const told = JSON.parse(node.output?.stdout ?? "");
+            if (told?.success && told.path)
+                path = told.path;
+        } catch (error) {
+            continue;
+        }
+    }
+    return path;
 }

@@ -1,5 +1,4 @@
 import QtQuick
-import Vesk
 
 /* A dialog that is made when it is first needed: starting the window doesn't wait for it. */
 Loader {

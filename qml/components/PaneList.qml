@@ -1,6 +1,5 @@
 import QtQuick
 import QtQuick.Controls.Basic
-import Vesk
 
 /* A list that is worked by mouse and keyboard alike: arrows choose, Enter and Space act on the row chosen. */
 ListView {

@@ -6,7 +6,7 @@ import Vesk
 FloatingDialog {
     id: root
 
-    required property var service
+    required property Backend service
     required property var run
     property string report: ""
     readonly property string role: run.logical_role || run.role || ""

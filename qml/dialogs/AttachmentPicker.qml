@@ -2,7 +2,7 @@ import QtQuick.Dialogs
 import Vesk
 
 FileDialog {
-    required property var service
+    required property Backend service
 
     objectName: "attachmentPicker"
     title: "Добавить фото, видео, 2D или 3D ресурс"

@@ -6,7 +6,7 @@ import Vesk
 Popup {
     id: root
 
-    required property var service
+    required property Backend service
 
     objectName: "connection"
     parent: Overlay.overlay

@@ -9,8 +9,8 @@ import "../Wording.js" as Wording
 FloatingDialog {
     id: root
 
-    required property var service
-    required property var pending
+    required property Backend service
+    required property list<var> pending
 
     objectName: "permissions"
     title: "Разрешить команду?"
@@ -29,7 +29,7 @@ FloatingDialog {
             clip: true
             spacing: 14
             boundsBehavior: Flickable.StopAtBounds
-            model: root.pending ?? []
+            model: root.pending
             Layout.fillWidth: true
             Layout.fillHeight: true
             ScrollBar.vertical: ScrollBar {}

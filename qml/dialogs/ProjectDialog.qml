@@ -5,7 +5,7 @@ import Vesk
 FloatingDialog {
     id: root
 
-    required property var service
+    required property Backend service
 
     signal created()
 

@@ -7,7 +7,7 @@ import Vesk
 FloatingDialog {
     id: root
 
-    required property var service
+    required property Backend service
 
     objectName: "queueDialog"
     title: "Ожидающие запросы"

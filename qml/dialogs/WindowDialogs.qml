@@ -1,6 +1,7 @@
 pragma ComponentBehavior: Bound
 import QtQuick
 import Vesk
+import "../Wording.js" as Wording
 
 /* What can lie over the window, each made when it is first needed. In a file of its own, loaded with the first of
    them: starting the window waits for none of their types. */
@@ -8,9 +9,9 @@ Item {
     id: root
 
     /* The window, whose state the dialogs show and change. */
-    required property var app
+    required property Main app
     required property Item backdrop
-    readonly property var service: app.service
+    readonly property Backend service: app.backend
     property alias attachmentPicker: attachmentPicker
     property alias connection: connection
     property alias projectDialog: projectDialog
@@ -21,6 +22,87 @@ Item {
     property alias queueDialog: queueDialog
     property alias permissions: permissions
     property alias workspaceSettings: workspaceSettings
+
+    function beginProject() {
+        (projectDialog.show() as ProjectDialog).begin();
+    }
+    function showDetails(text: string) {
+        const dialog = details.show() as DetailsDialog;
+        dialog.detailsText = text;
+        dialog.open();
+    }
+    function showProgress() {
+        const told = service.chat.filter(row => row.kind === "progress" || row.kind === "file").map(row => row.content);
+        const happened = service.events.map(event => Wording.eventText(event, service)).join("\n");
+        showDetails(told.concat(happened).join("\n\n"));
+    }
+    function showAgent() {
+        const dialog = agentDetails.show() as AgentDetails;
+        dialog.report = app.agentReport(app.selectedRun);
+        dialog.open();
+    }
+    function refreshAgent() {
+        const dialog = agentDetails.dialog as AgentDetails;
+        if (dialog?.visible)
+            dialog.report = app.agentReport(app.selectedRun);
+    }
+    function showThreadMenu(task: string, row: Item) {
+        app.menuTask = task;
+        app.renameDraft = titleOf(app.tasks.find("id", task));
+        const place = row.mapToItem(null, 0, 0);
+        (threadMenu.show() as ThreadMenu).openBy(row, Qt.point(place.x, Math.min(place.y, app.height - 70)));
+    }
+    function showRename(place: point) {
+        const box = renameBox.show() as RenameBox;
+        box.x = place.x;
+        box.y = place.y;
+        box.open();
+    }
+    function titleOf(task: var): string {
+        return task.spec?.title || "Диалог";
+    }
+    function showSettingsOf(agent: string) {
+        if (agent === "__api__") {
+            (connection.show() as ConnectionPopup).open();
+            return;
+        }
+        const settings = workspaceSettings.show() as SettingsPanel;
+        if (agent === "__new__")
+            settings.beginAdd();
+        else
+            settings.selectAgent(agent);
+    }
+    function showPage(page: string) {
+        switch (page) {
+        case "Выбор проекта":
+            agentDetails.hide();
+            app.projectMenu.show().open();
+            break;
+        case "Переименование":
+            app.projectMenu.hide();
+            if (app.tasks.count > 0) {
+                app.menuTask = app.tasks.at(0).id;
+                app.renameDraft = titleOf(app.tasks.at(0));
+                showRename(Qt.point(14, 280));
+            }
+            break;
+        case "Отчёт агента":
+            workspaceSettings.hide();
+            connection.hide();
+            showAgent();
+            break;
+        case "Настройки агентов": {
+            connection.hide();
+            const settings = workspaceSettings.show() as SettingsPanel;
+            settings.section = 1;
+            settings.open();
+            break;
+        }
+        case "Модель и API":
+            (connection.show() as ConnectionPopup).open();
+            break;
+        }
+    }
 
     LazyDialog {
         id: attachmentPicker
@@ -35,7 +117,7 @@ Item {
         id: projectDialog
         sourceComponent: ProjectDialog {
             service: root.service
-            onCreated: root.app.dropFile()
+            onCreated: root.app.selectedFile = {}
         }
     }
     LazyDialog {
@@ -50,8 +132,7 @@ Item {
     LazyDialog {
         id: threadMenu
         sourceComponent: ThreadMenu {
-            onRenameRequested: place => Qt.callLater(() => root.app.showRename(root.app.menuTask, root.app.renameDraft,
-                                                                               place.x, place.y))
+            onRenameRequested: place => Qt.callLater(root.showRename, place)
             onArchiveRequested: root.service.archiveTask(root.app.menuTask)
         }
     }
@@ -60,7 +141,7 @@ Item {
         sourceComponent: AgentDetails {
             service: root.service
             run: root.app.selectedRun
-            onDetailsRequested: text => root.app.showDetails(text)
+            onDetailsRequested: text => root.showDetails(text)
         }
     }
     LazyDialog {

@@ -8,10 +8,10 @@ import Vesk
 ColumnLayout {
     id: root
 
-    required property var service
+    required property Backend service
     required property var current
     required property string note
-    readonly property var profiles: service.agentProfiles
+    readonly property list<var> profiles: service.agentProfiles
     readonly property int customAgents: profiles.filter(profile => profile.custom).length
 
     signal addAgent()

@@ -7,7 +7,7 @@ import Vesk
 Rectangle {
     id: root
 
-    required property var service
+    required property Backend service
     required property var current
     required property string note
     required property bool live

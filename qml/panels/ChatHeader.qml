@@ -6,7 +6,7 @@ import Vesk
 Rectangle {
     id: root
 
-    required property var service
+    required property Backend service
     required property string note
     required property bool live
     required property bool paused

@@ -8,7 +8,7 @@ import Vesk
 Rectangle {
     id: root
 
-    required property var service
+    required property Backend service
     required property bool live
     required property bool clarifying
     property alias input: input

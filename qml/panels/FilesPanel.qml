@@ -7,7 +7,7 @@ import Vesk
 ColumnLayout {
     id: root
 
-    required property var service
+    required property Backend service
     /* The text of the file is read only while somebody can see it. */
     required property bool shown
     required property var selected

@@ -7,7 +7,7 @@ import "../Wording.js" as Wording
 PaneList {
     id: root
 
-    required property var service
+    required property Backend service
 
     signal detailsRequested(string text)
 

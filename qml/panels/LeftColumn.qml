@@ -7,7 +7,7 @@ import Vesk
 Rectangle {
     id: root
 
-    required property var service
+    required property Backend service
     /* Neither a run nor a chat is going on. */
     required property bool quiet
     required property string currentTask

@@ -17,7 +17,7 @@ Item {
     /* A text beyond this is opened apart: laying out a megabyte in a list would stop the window. */
     readonly property int longest: 20000
     readonly property bool cut: whole.length > longest
-    readonly property var files: row.attachments ?? []
+    readonly property list<var> files: row.attachments ?? []
     /* Long texts take all the room there is; only of a short one it matters how long it is. */
     readonly property real wanted: files.length > 0 || whole.length > 120 ? room
         : Math.ceil(Math.max(40, ...whole.split("\n").map(line => metrics.advanceWidth(line)))) + 2 * inset + 2
@@ -93,7 +93,7 @@ Item {
                     const place = mapToItem(root, cursorRectangle.x, cursorRectangle.y);
                     root.cursorMoved(place.y, place.y + cursorRectangle.height);
                 }
-                function leave(atEdge: bool, step: int, event: var): bool {
+                function leave(atEdge: bool, step: int, event: KeyEvent): bool {
                     const leaving = atEdge && event.modifiers === Qt.NoModifier;
                     if (leaving)
                         root.cursorLeft(step);

@@ -7,7 +7,7 @@ import Vesk
 Popup {
     id: root
 
-    required property var service
+    required property Backend service
 
     signal chosen()
     signal newProject()

@@ -8,8 +8,8 @@ Rectangle {
     id: root
 
     /* The window, whose selection is shown and changed here. */
-    required property var app
-    readonly property var service: app.service
+    required property Main app
+    readonly property Backend service: app.backend
     readonly property var current: app.current
     readonly property string panel: app.panel
 
@@ -71,7 +71,7 @@ Rectangle {
                     }
                     onInspectRun: run => {
                         root.app.selectedRun = run;
-                        root.app.showAgent();
+                        root.app.dialogs().showAgent();
                     }
                 }
             }
@@ -82,14 +82,14 @@ Rectangle {
                     shown: root.panel === "files" && root.visible
                     selected: root.app.selectedFile
                     onFileSelected: file => root.app.selectedFile = file
-                    onDetailsRequested: text => root.app.showDetails(text)
+                    onDetailsRequested: text => root.app.dialogs().showDetails(text)
                 }
             }
             LazyPanel {
                 shown: root.panel === "history" && root.visible
                 sourceComponent: HistoryPanel {
                     service: root.service
-                    onDetailsRequested: text => root.app.showDetails(text)
+                    onDetailsRequested: text => root.app.dialogs().showDetails(text)
                 }
             }
         }

@@ -3,7 +3,7 @@ import Vesk
 
 /* Which model answers, or what it is sending right now. */
 Note {
-    required property var service
+    required property Backend service
     required property bool live
 
     objectName: "statusLine"

@@ -21,7 +21,6 @@
 #include <QIcon>
 #include <QQmlApplicationEngine>
 #include <QQmlComponent>
-#include <QQmlContext>
 #include <QQuickStyle>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -77,15 +76,16 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     const ProcessSignals requests;
     QObject::connect(&requests, &ProcessSignals::endRequested, qApp, [] { QCoreApplication::quit(); });
 
-    engine.rootContext()->setContextProperty(u"backend"_s, &backend);
     QObject::connect(
         &engine, &QQmlApplicationEngine::objectCreationFailed, qApp, [] { QCoreApplication::exit(startFailed); },
         Qt::QueuedConnection);
     QObject::connect(qApp, &QCoreApplication::aboutToQuit, &backend, &Backend::stop);
     WindowPlace place(folder.path());
     const bool attended = !isUnattended(line);
+    QVariantMap properties{{u"backend"_s, QVariant::fromValue(&backend)}};
     if (attended)
-        engine.setInitialProperties(place.initialProperties());
+        properties.insert(place.initialProperties());
+    engine.setInitialProperties(properties);
     engine.loadFromModule("Vesk", "Main");
     if (attended)
         place.follow(firstWindow(engine));

@@ -1,6 +1,7 @@
 import QtQuick
 import QtTest
 import Vesk
+import Vesk.Test
 import "qrc:/qt/qml/Vesk/Wording.js" as Wording
 
 /* How messages, questions, events and agents' reports read. */
@@ -12,7 +13,7 @@ Item {
     readonly property string fixedReport:
         "Готово. Результат сохранён в проекте.\nВыполненные проверки и ограничения — в подробностях."
 
-    QtObject {
+    StandIn {
         id: labels
         property var events: []
         function phaseLabel(code: string): string { return "фаза " + code; }

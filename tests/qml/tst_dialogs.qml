@@ -1,7 +1,7 @@
 import QtQuick
-import QtQuick.Controls.Basic as Basic
 import QtTest
 import Vesk
+import Vesk.Test
 
 /* Dialogs and forms, with an application that notes what it is asked. */
 Item {
@@ -10,14 +10,13 @@ Item {
     height: 700
 
     readonly property alias service: stub
-    QtObject {
+    StandIn {
         id: stub
         property bool apiTesting: false
         property string message: ""
         property string apiStatus: ""
         property var settings: ({ mock: true, provider: "" })
         property var calls: []
-        signal changed()
         function connectProvider(provider: string, model: string, key: string) { calls.push([provider, model, key]); }
         function renameTask(task: string, title: string) { calls.push([task, title]); }
     }

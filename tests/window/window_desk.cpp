@@ -1,7 +1,6 @@
 #include "window_desk.h"
 
 #include <QDir>
-#include <QQmlContext>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -43,7 +42,7 @@ void WindowDesk::open()
     close();
     backend = std::make_unique<vesk::Backend>(data());
     engine = std::make_unique<QQmlApplicationEngine>();
-    engine->rootContext()->setContextProperty(u"backend"_s, backend.get());
+    engine->setInitialProperties({{u"backend"_s, QVariant::fromValue(backend.get())}});
     engine->loadFromModule("Vesk", "Main");
     window = qobject_cast<QQuickWindow *>(engine->rootObjects().value(0));
     Q_ASSERT_X(window, "WindowDesk", "the window could not be made");

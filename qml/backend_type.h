@@ -1,0 +1,14 @@
+#pragma once
+
+#include "backend.h"
+
+#include <QtQml/qqmlregistration.h>
+
+/// The application's object as a type of the module, so that each use of it in the scenes is checked when they are
+/// built. The window makes the one instance; src/backend knows nothing of this.
+struct BackendType {
+    Q_GADGET
+    QML_FOREIGN(vesk::Backend)
+    QML_NAMED_ELEMENT(Backend)
+    QML_UNCREATABLE("The window is given the one there is.")
+};
