@@ -1,8 +1,10 @@
+// The plan as a graph: what it refuses, what may start, when it is done.
+
 #include "task_graph.h"
 
 #include "helpers.h"
+#include "statuses.h"
 
-#include <QHash>
 #include <QSet>
 
 #include <algorithm>
@@ -14,36 +16,6 @@ namespace vesk {
 namespace {
 
 constexpr int maxDocumentChars = 60000;
-
-/// Depth-first walk over the dependencies. Recursion is at most 64 deep, as the graph has no more nodes.
-class DependencyWalk {
-public:
-    explicit DependencyWalk(const QList<Node> &nodes)
-    {
-        for (const Node &node : nodes)
-            byId.insert(node.id, &node);
-    }
-
-    void visit(const QString &id)
-    {
-        const State state = states.value(id, State::Unseen);
-        require(state != State::OnStack, u"Dependency cycle"_s);
-        if (state == State::Finished)
-            return;
-
-        states.insert(id, State::OnStack);
-        for (const QString &dependency : byId.value(id)->dependencies) {
-            require(byId.contains(dependency), u"Missing dependency: "_s + dependency);
-            visit(dependency);
-        }
-        states.insert(id, State::Finished);
-    }
-
-private:
-    enum class State { Unseen, OnStack, Finished };
-    QHash<QString, const Node *> byId;
-    QHash<QString, State> states;
-};
 
 void requireSoundNode(const Node &node, QSet<QString> &seen)
 {
@@ -60,7 +32,7 @@ void requireSoundNode(const Node &node, QSet<QString> &seen)
 } // namespace
 
 Node::Node()
-    : status(u"QUEUED"_s)
+    : status(NodeStatus::queued)
 {
 }
 
@@ -71,7 +43,7 @@ Node Node::fromJson(const QJsonObject &object)
     node.title = object["title"_L1].toString();
     node.kind = object["kind"_L1].toString();
     node.agent = object["agent"_L1].toString();
-    node.status = object["status"_L1].toString(u"QUEUED"_s);
+    node.status = object["status"_L1].toString(NodeStatus::queued);
     node.dependencies = strings(object["dependencies"_L1].toArray());
     node.input = object["input"_L1].toObject();
     node.output = object["output"_L1].toObject();
@@ -96,6 +68,14 @@ QJsonObject Node::toJson() const
     };
 }
 
+Links linksOf(const QList<Node> &nodes)
+{
+    Links links;
+    for (const Node &node : nodes)
+        links.insert(node.id, node.dependencies);
+    return links;
+}
+
 void TaskGraph::load(const QJsonArray &array)
 {
     nodes.clear();
@@ -116,24 +96,27 @@ void TaskGraph::validate() const
     for (const Node &node : nodes)
         requireSoundNode(node, seen);
 
-    DependencyWalk walk(nodes);
+    const Links links = linksOf(nodes);
+    QStringList ids;
     for (const Node &node : nodes)
-        walk.visit(node.id);
+        ids.append(node.id);
+    requireSoundLinks(links, ids, u"Dependency cycle"_s, [&](const QString &, const QString &dependency) {
+        require(links.contains(dependency), u"Missing dependency: "_s + dependency);
+    });
 }
 
 QList<int> TaskGraph::ready() const
 {
     QSet<QString> completed;
     for (const Node &node : nodes) {
-        if (node.status == "COMPLETED"_L1)
+        if (node.status == NodeStatus::completed)
             completed.insert(node.id);
     }
 
     QList<int> indices;
     for (int i = 0; i < nodes.size(); ++i) {
         const Node &node = nodes.at(i);
-        const bool waiting = node.status == "QUEUED"_L1 || node.status == "READY"_L1;
-        if (waiting
+        if (isStartable(node.status)
             && std::ranges::all_of(node.dependencies, [&](const QString &id) { return completed.contains(id); }))
             indices.append(i);
     }
@@ -144,7 +127,7 @@ QList<int> TaskGraph::ready() const
 bool TaskGraph::complete() const
 {
     return !nodes.isEmpty()
-        && std::ranges::all_of(nodes, [](const Node &node) { return node.status == "COMPLETED"_L1; });
+        && std::ranges::all_of(nodes, [](const Node &node) { return node.status == NodeStatus::completed; });
 }
 
 QJsonArray TaskGraph::toJson() const

@@ -2,8 +2,10 @@
 
 #include "engine_p.h"
 
+#include "media_job.h"
+#include "rework.h"
+
 #include <QCoreApplication>
-#include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
 
@@ -23,7 +25,7 @@ void Engine::runTool(int index)
 {
     const QJsonObject input = graph.nodes.at(index).input;
     const QString fingerprint = ToolRouter::fingerprint(runCommand(), input);
-    if (computerAccess || isSafeMediaJob(input))
+    if (needsNoQuestion(input))
         grantAction(fingerprint);
 
     if (!permissions.allowed(runCommand(), PermissionLevel::Execute, taskId, workspace.project(), fingerprint, false)) {
@@ -32,7 +34,7 @@ void Engine::runTool(int index)
     }
     // The grant waits for resume(), or for a file that is being rewritten since the question was asked.
     if (paused || !isReleased(index)) {
-        graph.nodes[index].status = u"QUEUED"_s;
+        graph.nodes[index].status = NodeStatus::queued;
         persist();
         return;
     }
@@ -45,40 +47,26 @@ void Engine::grantAction(const QString &fingerprint)
         {runCommand(), taskId, workspace.project(), fingerprint, u"THIS_ACTION"_s, PermissionLevel::Execute});
 }
 
-/// Our own media worker on files of this project needs no question.
-bool Engine::isSafeMediaJob(const QJsonObject &input) const
+bool Engine::needsNoQuestion(const QJsonObject &command) const
 {
-    static const QStringList safe{u"image"_s, u"obj_transform"_s, u"video"_s, u"frame"_s};
-    const QJsonArray arguments = input["arguments"_L1].toArray();
-    if (input["program"_L1].toString() != QCoreApplication::applicationFilePath() || arguments.size() != 2
-        || arguments.first().toString() != "--media-job"_L1)
-        return false;
-
-    const QJsonObject job = QJsonDocument::fromJson(arguments.last().toString().toUtf8()).object();
-    const QString ffmpeg = job["ffmpeg"_L1].toString();
-    if (!safe.contains(job["operation"_L1].toString()) || job["root"_L1].toString() != workspace.root()
-        || (!ffmpeg.isEmpty() && ffmpeg != mediaTools["ffmpeg"_L1].toString()))
-        return false;
-    try {
-        workspace.resolve(job["input"_L1].toString());
-        workspace.resolve(job["output"_L1].toString());
-    } catch (const std::exception &) {
-        return false;
-    }
-    return true;
+    return computerAccess
+        || isSafeMediaJob(command,
+                          {QCoreApplication::applicationFilePath(), workspace.root(),
+                           mediaTools["ffmpeg"_L1].toString(),
+                           [this](const QString &path) { return pathFault(path).isEmpty(); }});
 }
 
 void Engine::askPermission(int index, const QString &fingerprint)
 {
     const QString approval = taskId + u':' + fingerprint;
-    graph.nodes[index].status = u"BLOCKED"_s;
+    graph.nodes[index].status = NodeStatus::blocked;
     pendingPermissions.insert(approval, index);
     publish(u"PermissionRequested"_s, u"Approve exact terminal command"_s,
             {{u"id"_s, approval}, {u"arguments"_s, graph.nodes.at(index).input}, {u"cwd"_s, workspace.root()}});
     persist();
 }
 
-void Engine::answerPermission(const QString &approval, bool allow)
+void Engine::approve(const QString &approval, bool allow)
 {
     const auto pending = pendingPermissions.constFind(approval);
     require(pending != pendingPermissions.cend(), u"Approval is no longer pending"_s);
@@ -112,9 +100,9 @@ bool Engine::requeueTwins(int index)
     bool found = false;
     for (int i = 0; i < graph.nodes.size(); ++i) {
         Node &node = graph.nodes[i];
-        if (i == index || node.status != "BLOCKED"_L1 || node.input != graph.nodes.at(index).input)
+        if (i == index || node.status != NodeStatus::blocked || node.input != graph.nodes.at(index).input)
             continue;
-        node.status = u"QUEUED"_s;
+        node.status = NodeStatus::queued;
         found = true;
     }
     return found;
@@ -124,11 +112,11 @@ void Engine::startTool(int index)
 {
     const int noted = generation;
     Node &node = graph.nodes[index];
-    node.status = u"RUNNING"_s;
+    node.status = NodeStatus::running;
     const Agent terminal = makeAgent(u"terminal"_s, u"Terminal Agent"_s, {u"process"_s}, {runCommand()});
     const QJsonObject run{
-        {u"id"_s, id()},          {u"agent_id"_s, terminal.id},   {u"role"_s, u"terminal"_s},
-        {u"task_id"_s, taskId},   {u"status"_s, u"USING_TOOL"_s}, {u"model"_s, u"ToolRouter / QProcess"_s},
+        {u"id"_s, id()},          {u"agent_id"_s, terminal.id},        {u"role"_s, u"terminal"_s},
+        {u"task_id"_s, taskId},   {u"status"_s, RunStatus::usingTool}, {u"model"_s, u"ToolRouter / QProcess"_s},
         {u"started_at"_s, now()}, {u"context"_s, node.input},
     };
     saveRun(run);
@@ -136,7 +124,7 @@ void Engine::startTool(int index)
     if (noted != generation)
         return;
     tools.execute(taskId, terminal.id, terminal.allowed_tools, runCommand(), node.input,
-                  [this, index, tested = testedRevisions(index), run, noted](const QJsonObject &result) {
+                  [this, index, tested = testedRevisions(graph.nodes, index), run, noted](const QJsonObject &result) {
                       if (noted == generation && busy())
                           step([&] { takeToolResult(index, tested, run, result); });
                   });
@@ -145,14 +133,14 @@ void Engine::startTool(int index)
 void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result)
 {
     const bool success = result["success"_L1].toBool();
-    run["status"_L1] = success ? u"COMPLETED"_s : u"ERROR"_s;
+    run["status"_L1] = success ? RunStatus::completed : RunStatus::error;
     run["output"_L1] = result;
     run["finished_at"_L1] = now();
     saveRun(run);
     store.put(u"tool_calls"_s, result["id"_L1].toString(), taskId, result);
 
     Node &node = graph.nodes[index];
-    if (isCheck(node) && testedRevisions(index) != tested) {
+    if (isCheck(node) && testedRevisions(graph.nodes, index) != tested) {
         // Files were rewritten while it ran, because of another check: this one has to see them, too.
         rearm(node);
         persist();
@@ -170,7 +158,7 @@ void Engine::finishNode(int index, const QJsonObject &result)
 {
     Node &node = graph.nodes[index];
     node.output = result;
-    node.status = result["success"_L1].toBool() ? u"COMPLETED"_s : u"FAILED"_s;
+    node.status = result["success"_L1].toBool() ? NodeStatus::completed : NodeStatus::failed;
     persist();
 }
 
