@@ -3,6 +3,8 @@
 #include "helpers.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 
 using namespace Qt::StringLiterals;
 
@@ -12,7 +14,11 @@ DataFolder::DataFolder(const QString &path)
     : folder(path)
 {
     require(!folder.isEmpty(), u"Не указана папка данных"_s);
+    const bool isNew = !QFileInfo::exists(folder);
     require(QDir().mkpath(folder), u"Не удалось создать папку данных: "_s + folder);
+    // Only what is ours: a folder that was there may be anything that the user has named.
+    if (isNew || QFileInfo::exists(folder + u"/vesk.sqlite"_s))
+        QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     lock = std::make_unique<FolderLock>(folder);
     require(lock->outcome() != FolderLock::Outcome::Unavailable, u"Не удалось занять папку данных: "_s + folder);
 }

@@ -8,6 +8,7 @@
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSocketNotifier>
 #include <QTimer>
 
@@ -21,18 +22,14 @@ namespace vesk {
 
 namespace {
 
+constexpr int maxOwnChoices = 20;
+constexpr int maxSameChoices = 3;
+
 /// Text in quotes, with what can't be seen, or makes other text look different, in numbers.
-QString quoted(const QString &text)
+QString quoted(QString text)
 {
-    QString result;
-    const auto characters = text.toUcs4();
-    for (const char32_t c : characters) {
-        const bool visible = c == U' ' || (QChar::isPrint(c) && !QChar::isSpace(c));
-        if (c == U'\\' || c == U'"')
-            result += u'\\';
-        result += visible ? QString::fromUcs4(&c, 1) : u"\\u{%1}"_s.arg(QString::number(uint(c), 16));
-    }
-    return u'"' + result + u'"';
+    static const QRegularExpression special(u"([\\\\\"])"_s);
+    return u'"' + visibleText(text.replace(special, u"\\\\\\1"_s)) + u'"';
 }
 
 /// A command so that nothing about it is left open: each argument in quotes of its own.
@@ -102,9 +99,23 @@ void RunMode::follow(const QJsonObject &event)
 {
     showEvent(event, core.journal.record(event));
     if (event["type"_L1].toString() == "PermissionRequested"_L1) {
-        permissionRequests.append(event["data"_L1].toObject());
-        QTimer::singleShot(0, this, &RunMode::askPermission);
+        const QJsonObject request = event["data"_L1].toObject();
+        // On a turn of its own: the engine is in the middle of a step.
+        QTimer::singleShot(0, this, [this, request] { takePermissionRequest(request); });
     }
+}
+
+/// Nodes with one command are one question, and its answer is for all of them.
+void RunMode::takePermissionRequest(const QJsonObject &request)
+{
+    const auto known = agreed.find(request["id"_L1].toString());
+    if (known != agreed.end() && *known > 0) {
+        --*known;
+        guarded([&] { core.engine.approve(request["id"_L1].toString(), true); });
+        return;
+    }
+    permissionRequests.append(request);
+    askPermission();
 }
 
 void RunMode::showEvent(const QJsonObject &event, const QString &line)
@@ -139,12 +150,9 @@ void RunMode::answerQuestion()
 {
     const QJsonObject decision = core.engine.snapshot()["decision"_L1].toObject();
     const QStringList choices = strings(decision["options"_L1].toArray());
-    QString answer;
-    if (!options.answers.isEmpty()) {
-        answer = options.answers.takeFirst();
-    } else if (!choices.isEmpty()) {
-        answer = choices.first();
-    } else {
+    const QString answer = options.answers.isEmpty() ? ownChoice(decision["question"_L1].toString(), choices)
+                                                     : options.answers.takeFirst();
+    if (answer.isEmpty()) {
         printErrorLine(u"Нужен ответ на вопрос (--answer):\n"_s + questionText(decision));
         stop(RunExit::AnswerNeeded);
         return;
@@ -152,6 +160,14 @@ void RunMode::answerQuestion()
     if (!options.json)
         printErrorLine(u"Ответ: "_s + answer);
     core.engine.clarify(answer);
+}
+
+/// The first option; empty when there is none, or when a run asks on and on.
+QString RunMode::ownChoice(const QString &question, const QStringList &offered)
+{
+    if (offered.isEmpty() || ++choices > maxOwnChoices || ++chosen[question.simplified()] > maxSameChoices)
+        return {};
+    return offered.first();
 }
 
 void RunMode::showPlan()
@@ -162,8 +178,8 @@ void RunMode::showPlan()
         for (qsizetype i = 0; i < nodes.size(); ++i) {
             const QJsonValue node = nodes.at(i);
             const QString path = node["input"_L1]["path"_L1].toString();
-            lines.append(u"%1. %2"_s.arg(i + 1).arg(node["title"_L1].toString())
-                         + (path.isEmpty() ? QString() : u" — "_s + path));
+            lines.append(u"%1. %2"_s.arg(i + 1).arg(oneLine(node["title"_L1].toString()))
+                         + (path.isEmpty() ? QString() : u" — "_s + visibleText(path)));
         }
         printLine(lines.join(u'\n'));
     }
@@ -202,10 +218,13 @@ void RunMode::takeConsent(QSocketNotifier *input)
     input->setEnabled(false);
     input->deleteLater();
     asking = false;
-    const QJsonObject request = permissionRequests.takeFirst();
+    const QString approval = permissionRequests.first()["id"_L1].toString();
+    agreed[approval] += int(permissionRequests.removeIf(
+                            [&](const QJsonObject &other) { return other["id"_L1].toString() == approval; }))
+        - 1;
     if (!answer)
         return stop(RunExit::PermissionNeeded);
-    guarded([&] { core.engine.approve(request["id"_L1].toString(), yes); });
+    guarded([&] { core.engine.approve(approval, yes); });
     askPermission();
 }
 
@@ -233,17 +252,27 @@ void RunMode::finish(const QString &status)
         core.journal.close(state);
     } catch (const std::exception &fault) {
         // The run may have ended over the same fault; its end is told all the same.
-        printErrorLine(textOf(fault));
+        printErrorLine(u"Записи задачи сохранены не полностью: "_s + textOf(fault));
+        if (exitCode == RunExit::Completed)
+            exitCode = RunExit::NotCompleted;
     }
+    const QString report = Narrator::report(state);
     if (options.json) {
         printLine(json({{u"id"_s, id()},
                         {u"task_id"_s, state["id"_L1]},
                         {u"type"_s, u"Result"_s},
                         {u"message"_s, status},
                         {u"time"_s, now()},
-                        {u"data"_s, state}}));
+                        {u"data"_s, state},
+                        {u"report"_s, report},
+                        {u"exit_code"_s, int(exitCode)}}));
     } else if (!(options.simulate && exitCode == RunExit::Completed)) {
-        printLine(Narrator::report(state));
+        printLine(report);
+    }
+    if (printingFailed()) {
+        printErrorLine(u"Не удалось вывести результат: стандартный вывод закрыт или переполнен."_s);
+        if (exitCode == RunExit::Completed)
+            exitCode = RunExit::NotCompleted;
     }
     QCoreApplication::exit(int(exitCode));
 }

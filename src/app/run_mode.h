@@ -3,6 +3,7 @@
 #include "core.h"
 #include "run_options.h"
 
+#include <QHash>
 #include <QList>
 #include <QObject>
 
@@ -42,11 +43,13 @@ private:
     void follow(const QJsonObject &event);
     void watchPhase();
     void answerQuestion();
+    QString ownChoice(const QString &question, const QStringList &options);
     void showPlan();
     void showEvent(const QJsonObject &event, const QString &line);
     void askPermission();
     void takeConsent(QSocketNotifier *input);
     void stop(RunExit code);
+    void takePermissionRequest(const QJsonObject &request);
     void finish(const QString &status);
     void guarded(const std::function<void()> &work);
 
@@ -54,6 +57,9 @@ private:
     Core core;
     QList<QJsonObject> permissionRequests; ///< The first is being asked for, or next.
     bool asking = false; ///< Somebody is to type an answer.
+    QHash<QString, int> agreed; ///< By approval: nodes with a command that was allowed, which will ask for themselves.
+    QHash<QString, int> chosen; ///< By question: how often its first option was taken.
+    int choices = 0; ///< That were made without an answer on the command line.
     RunExit exitCode = RunExit::NotCompleted;
     bool decided = false; ///< The exit code is settled before the task's own end.
     bool turnPending = false;

@@ -96,6 +96,23 @@ QStringList strings(const QJsonArray &array)
     return list;
 }
 
+QString visibleText(const QString &text)
+{
+    QString result;
+    result.reserve(text.size());
+    const auto characters = text.toUcs4();
+    for (const char32_t c : characters) {
+        const bool visible = c == U' ' || (QChar::isPrint(c) && !QChar::isSpace(c));
+        result += visible ? QString::fromUcs4(&c, 1) : u"\\u{%1}"_s.arg(QString::number(uint(c), 16));
+    }
+    return result;
+}
+
+QString oneLine(const QString &text)
+{
+    return visibleText(text.simplified());
+}
+
 QString textOf(const std::exception &error)
 {
     return QString::fromUtf8(error.what());

@@ -33,6 +33,13 @@ QJsonObject parseObject(QString text);
 /// The strings of an array, each element by string conversion.
 QStringList strings(const QJsonArray &array);
 
+/// The text with what can't be seen, or makes other text look different (control, format and direction characters,
+/// unusual blanks), as numbers: \u{202e}.
+QString visibleText(const QString &text);
+
+/// The same on one line, blanks and line ends taken together: for a title or a summary in a list.
+QString oneLine(const QString &text);
+
 /// The text of a caught exception.
 QString textOf(const std::exception &error);
 

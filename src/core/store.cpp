@@ -4,8 +4,10 @@
 
 #include "helpers.h"
 
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
+#include <QScopeGuard>
 #include <QSqlError>
 #include <QVariant>
 
@@ -62,6 +64,17 @@ QJsonObject parsed(const QByteArray &body)
     return QJsonDocument::fromJson(body).object();
 }
 
+/// What was asked and made is nobody else's business. SQLite gives the files beside it the rights of this one.
+void keepPrivate(const QString &path)
+{
+    constexpr auto owner = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly, owner))
+        file.setPermissions(owner);
+    for (const QString &beside : {u"-wal"_s, u"-shm"_s})
+        QFile::setPermissions(path + beside, owner);
+}
+
 } // namespace
 
 Store::Store(const QString &path)
@@ -94,6 +107,7 @@ void Store::open(const QString &path)
     // For a file that it may only read SQLite would leave two more beside it.
     const QFileInfo file(path);
     require(!file.exists() || file.isWritable(), u"SQLite open failed: attempt to write a readonly database"_s);
+    keepPrivate(path);
     const bool opened = database.open();
     require(opened, u"SQLite open failed: "_s + database.lastError().text());
 
@@ -385,6 +399,14 @@ void Store::atomic(const std::function<void()> &work)
             ++revision;
         throw;
     }
+}
+
+void Store::atomicDurable(const std::function<void()> &work)
+{
+    // One flush of the log a transaction, which is not worth its time for what can be made again.
+    execute(u"PRAGMA synchronous=FULL"_s);
+    const auto back = qScopeGuard([this] { QSqlQuery(database).exec(u"PRAGMA synchronous=NORMAL"_s); });
+    atomic(work);
 }
 
 void Store::check(const QSqlQuery &query) const

@@ -73,6 +73,9 @@ public:
     /// Runs `work` in one transaction. If it throws, nothing of it stays and the exception goes on.
     void atomic(const std::function<void()> &work);
 
+    /// The same for what has to be on the disk when this returns, also after a power cut.
+    void atomicDurable(const std::function<void()> &work);
+
     /// Throws "SQLite: " and the driver's message if the query failed.
     void check(const QSqlQuery &query) const;
 

@@ -42,9 +42,18 @@ bool isReservedDevice(QStringView name)
         && (stem.startsWith("COM"_L1, Qt::CaseInsensitive) || stem.startsWith("LPT"_L1, Qt::CaseInsensitive));
 }
 
+/// Besides what some systems forbid: what can't be seen in a name, or turns the rest of a line round.
 bool isForbidden(QChar c)
 {
-    return c < u' ' || "<>\"|?*"_L1.contains(c);
+    switch (c.category()) {
+    case QChar::Other_Control:
+    case QChar::Other_Format:
+    case QChar::Separator_Line:
+    case QChar::Separator_Paragraph:
+        return true;
+    default:
+        return "<>\"|?*"_L1.contains(c);
+    }
 }
 
 /// Why a component is refused by its name alone; empty if it is not.
@@ -57,6 +66,9 @@ QString faultOf(QStringView name)
         return u"Invalid filename"_s;
     if (isReservedDevice(name))
         return u"Reserved device filename"_s;
+    // Cleared away at the next start, when its process is gone.
+    if (ConfinedFolder::isTemporary(QFile::encodeName(name.toString())))
+        return u"Invalid filename"_s;
     if (name.compare(".git"_L1, Qt::CaseInsensitive) == 0)
         return u"Git metadata is protected"_s;
     return {};
@@ -235,7 +247,9 @@ QJsonObject Workspace::write(const QString &relativePath, const QByteArray &byte
         {u"status"_s, u"REVIEWING"_s},
         {u"content"_s, decoded(bytes)},
     };
-    store.atomic([&] {
+    // The file is on the disk already. Without its record there, too, a power cut would leave files ahead of their
+    // records, which then count as changed from outside.
+    store.atomicDurable([&] {
         store.put(u"file_revisions"_s, revision["id"_L1].toString(), projectId, revision);
         store.put(u"files"_s, key(relativePath), projectId, revision);
     });
@@ -276,6 +290,34 @@ void Workspace::requireUnchanged(const QJsonObject &record, const QString &messa
 {
     if (!isDeleted(record))
         require(digest(read(record["path"_L1].toString())) == record["hash"_L1].toString(), message);
+}
+
+/// What became of a tracked file outside of this program; empty when it is as it was left.
+QString Workspace::externalChange(const QJsonObject &record) const
+{
+    try {
+        const QString path = record["path"_L1].toString();
+        const bool isThere = vet(path).kind != Kind::Missing;
+        if (isDeleted(record))
+            return isThere ? u"добавлен"_s : QString();
+        if (!isThere)
+            return u"удалён"_s;
+        return digest(read(path)) == record["hash"_L1].toString() ? QString() : u"изменён"_s;
+    } catch (const std::exception &) {
+        return u"не читается"_s;
+    }
+}
+
+QStringList Workspace::externalChanges() const
+{
+    QStringList changes;
+    const QJsonArray records = files();
+    for (const QJsonValue &record : records) {
+        const QString change = externalChange(record.toObject());
+        if (!change.isEmpty())
+            changes.append(change + u' ' + record["path"_L1].toString());
+    }
+    return changes;
 }
 
 QJsonObject Workspace::checkpoint(const QString &taskId, const QJsonArray &graph)

@@ -6,6 +6,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QString>
+#include <QStringList>
 
 #include <optional>
 
@@ -57,6 +58,9 @@ public:
     /// All "files" records of the project.
     QJsonArray files() const;
 
+    /// The tracked files that are not as they were left, each as a word and the path, in Russian: "изменён a.html".
+    QStringList externalChanges() const;
+
     /// Stores and returns a snapshot of the tracked files, contents included. Throws "Checkpoint conflict: external
     /// changes" and as read() does.
     QJsonObject checkpoint(const QString &taskId, const QJsonArray &graph);
@@ -76,6 +80,7 @@ private:
              const std::optional<ConfinedFolder::Content> &old) const;
     void remove(const QJsonObject &record) const;
     void removeLeftovers() const;
+    QString externalChange(const QJsonObject &record) const;
     void requireUnchanged(const QJsonObject &record, const QString &message) const;
     QByteArray contentOf(const QJsonObject &entry) const;
     QString key(const QString &relativePath) const { return projectId + u':' + relativePath; }

@@ -16,6 +16,7 @@ namespace vesk {
 namespace {
 
 constexpr qint64 smallestBudget = 1000;
+constexpr qsizetype maxNamedChanges = 10;
 
 /// Name to full path of what a plan may use on this computer.
 QJsonObject availableExecutables()
@@ -68,6 +69,7 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
     require(!busy(), u"A task is already active"_s);
     require(!workspace.root().isEmpty(), u"Create or select a project first"_s);
     require(!request.trimmed().isEmpty(), u"Enter a task request"_s);
+    requireFilesAsLeft();
 
     // What may throw comes before anything changes: a bad network or a failing store leaves the last task in view.
     validateAgentWorkflow(agentNetwork);
@@ -106,6 +108,19 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
         publish(u"TaskCreated"_s, request);
         intake();
     });
+}
+
+/// What the user has changed is not to be overwritten, and a run over it would end at its checkpoint, after all that
+/// was asked of the models.
+void Engine::requireFilesAsLeft() const
+{
+    QStringList changes = workspace.externalChanges();
+    const qsizetype more = changes.size() - maxNamedChanges;
+    if (more > 0)
+        changes = changes.first(maxNamedChanges) << u"и ещё %1"_s.arg(more);
+    require(changes.isEmpty(),
+            u"Задача не начата: файлы проекта изменены вне программы: "_s + changes.join(u", "_s)
+                + u". Верните эти файлы к последней версии."_s);
 }
 
 void Engine::reset()

@@ -186,6 +186,7 @@ private:
     void reset();
     QJsonArray availableSpecialists() const;
     QJsonArray existingFiles() const;
+    void requireFilesAsLeft() const;
     void grantFileAccess();
     void enter(const QString &next);
     void endRun(const QString &endPhase, const QString &reason);

@@ -4,6 +4,7 @@
 
 #include "helpers.h"
 #include "phases.h"
+#include "reasons.h"
 #include "roles.h"
 #include "statuses.h"
 
@@ -100,7 +101,7 @@ QStringList planLines(const QJsonArray &nodes)
 {
     QStringList lines;
     for (const QJsonValue &node : nodes)
-        lines.append(QString::number(lines.size() + 1) + u". "_s + node["title"_L1].toString());
+        lines.append(QString::number(lines.size() + 1) + u". "_s + oneLine(node["title"_L1].toString()));
     return lines;
 }
 
@@ -109,12 +110,12 @@ QStringList structureLines(const QJsonArray &items, const QJsonArray &nodes)
     QStringList lines;
     for (const QJsonValue &item : items) {
         if (item.isString())
-            lines.append(u"• "_s + item.toString());
+            lines.append(u"• "_s + oneLine(item.toString()));
     }
     for (const QJsonValue &node : nodes) {
         const QString path = node["input"_L1]["path"_L1].toString();
         if (!path.isEmpty())
-            lines.append(u"  "_s + path);
+            lines.append(u"  "_s + visibleText(path));
     }
     return lines;
 }
@@ -130,7 +131,7 @@ struct Account {
     QStringList pending;
     QStringList files;
     QStringList tools; ///< One for each tool that has run.
-    int fixCycles = 0;
+    qint64 fixCycles = 0;
 
     explicit Account(const QJsonArray &graph);
 
@@ -157,7 +158,7 @@ Account::Account(const QJsonArray &graph)
 
 void Account::addStage(const QJsonObject &node)
 {
-    const QString line = u"• "_s + node["title"_L1].toString();
+    const QString line = u"• "_s + oneLine(node["title"_L1].toString());
     if (isCompleted(node))
         done.append(line);
     else
@@ -170,7 +171,7 @@ void Account::addFile(const QJsonObject &node)
     const QString path = output["path"_L1].toString();
     if (path.isEmpty())
         return;
-    files.append(u"• "_s + path + u" — версия "_s + QString::number(output["revision"_L1].toInt())
+    files.append(u"• "_s + visibleText(path) + u" — версия "_s + QString::number(output["revision"_L1].toInt())
                  + (isCompleted(node) ? u"; проверка принята"_s : u"; проверка не завершена"_s));
 }
 
@@ -179,15 +180,19 @@ void Account::addTool(const QJsonObject &node)
     const QJsonObject output = node["output"_L1].toObject();
     if (output.isEmpty())
         return;
-    tools.append(u"• "_s + node["title"_L1].toString() + u" — код завершения "_s
+    // One that was refused, or could not be started, has a reason in place of a code.
+    const QString refused
+        = output["exit_code"_L1].isUndefined() ? reasonText(output["error"_L1].toString()) : QString();
+    tools.append(u"• "_s + oneLine(node["title"_L1].toString()) + u" — код завершения "_s
                  + QString::number(output["exit_code"_L1].toInt(-1))
-                 + (output["success"_L1].toBool() ? u"; успешно"_s : u"; ошибка"_s));
+                 + (output["success"_L1].toBool() ? u"; успешно"_s : u"; ошибка"_s)
+                 + (refused.isEmpty() ? QString() : u": "_s + oneLine(refused)));
 }
 
 void Account::addCycles(const QJsonObject &input)
 {
-    fixCycles += input["fix_attempts"_L1].toInt() + input["recovery_attempts"_L1].toInt()
-        + input["output_repairs"_L1].toInt();
+    for (const auto key : {"fix_attempts"_L1, "recovery_attempts"_L1, "output_repairs"_L1})
+        fixCycles += std::max(input[key].toInt(), 0);
 }
 
 bool isFinishedReview(const QJsonObject &run)
@@ -238,7 +243,7 @@ QString disabledText(const QStringList &roles)
     return u"\n• Отключены пользователем: "_s + labels.join(u", "_s) + u". Их отдельные проверки не выполнялись."_s;
 }
 
-QString checkedText(const QJsonObject &state, int fixCycles)
+QString checkedText(const QJsonObject &state, qint64 fixCycles)
 {
     QString text = u"\n\nЧто проверено\n• Завершённых проверок агентов: "_s
         + QString::number(finishedReviews(state["runs"_L1].toArray())) + u". Циклов исправления: "_s
@@ -269,7 +274,7 @@ QString closingText(const QJsonObject &state, bool hasFiles)
     QString text;
     const QString error = state["error"_L1].toString();
     if (!error.isEmpty())
-        text += u"\n\nПочему работа остановилась\n"_s + error;
+        text += u"\n\nПочему работа остановилась\n"_s + reasonText(error);
     if (state["provider"_L1].toString().contains("Mock"_L1))
         text += u"\n\nЭто деморежим: решения агентов и расход токенов смоделированы. "
                 u"Запись файлов и одобренные команды выполняются реально."_s;

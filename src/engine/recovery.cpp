@@ -54,6 +54,25 @@ QJsonArray endedRuns(Store &store, const QString &taskId, const QJsonArray &know
     return runs;
 }
 
+/// The nodes as they were last stored: like a run, a node's own row is newer than the task's document.
+QJsonArray lastNodes(const Store &store, const QString &taskId, const QJsonArray &known)
+{
+    QJsonArray nodes;
+    QSet<QString> seen;
+    for (const QJsonValue &node : known) {
+        const QString nodeId = node["id"_L1].toString();
+        seen.insert(nodeId);
+        const QJsonObject stored = store.get(u"task_nodes"_s, taskId + u':' + nodeId);
+        nodes.append(stored.isEmpty() ? node : QJsonValue(stored));
+    }
+    const QList<Store::Row> rows = store.rowsAfter(u"task_nodes"_s, taskId, 0);
+    for (const Store::Row &row : rows) {
+        if (!seen.contains(row.body["id"_L1].toString()))
+            nodes.append(row.body);
+    }
+    return nodes;
+}
+
 } // namespace
 
 void recoverInterruptedTasks(Store &store)
@@ -72,6 +91,7 @@ void recoverInterruptedTasks(Store &store)
             task["pending"_L1] = QJsonArray();
             task["error"_L1]
                 = u"Предыдущий сеанс был прерван. История сохранена; незавершённую задачу нужно запустить заново."_s;
+            task["graph"_L1] = lastNodes(store, taskId, std::as_const(task)["graph"_L1].toArray());
             task["runs"_L1] = endedRuns(store, taskId, std::as_const(task)["runs"_L1].toArray());
             store.put(u"tasks"_s, taskId, std::as_const(task)["project_id"_L1].toString(), task);
         });

@@ -68,6 +68,9 @@ public:
     /// Holds the folder at `path`, which is absolute and has no link in it. Nothing when it can't be opened.
     static std::optional<ConfinedFolder> hold(const QByteArray &path, Walk walk = Walk::InKernel);
 
+    /// Whether a name is of the pattern of temporary files, which are cleared away once their process is gone.
+    static bool isTemporary(const QByteArray &name);
+
     /// Whether its name, walked anew without following links, still leads to this very folder.
     bool isInPlace() const;
 

@@ -62,6 +62,15 @@ pid_t writerOf(const char *name)
     return found == 1 && end > 0 && name[end] == '\0' ? process : 0;
 }
 
+} // namespace
+
+bool ConfinedFolder::isTemporary(const QByteArray &name)
+{
+    return writerOf(name.constData()) != 0;
+}
+
+namespace {
+
 /// A new file on its way to its name. Until it has one it vanishes with the object, on most file systems with the
 /// process.
 class Temporary {

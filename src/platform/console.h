@@ -28,5 +28,7 @@ bool hasDisplay();
 /// terminal's cursor or hide text on it (the text may come from a model) reaches no terminal.
 void printLine(const QString &text);
 void printErrorLine(const QString &text);
+/// Whether something that was to be printed on standard output is lost, for another reason than a reader that has gone.
+bool printingFailed();
 
 } // namespace vesk

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdio>
 
 #include <fcntl.h>
@@ -10,6 +11,8 @@
 namespace vesk {
 
 namespace {
+
+bool failed = false;
 
 bool steersTerminal(QChar c)
 {
@@ -21,8 +24,10 @@ void write(std::FILE *stream, QString text)
     if (::isatty(::fileno(stream)) == 1)
         std::replace_if(text.begin(), text.end(), steersTerminal, QChar(QChar::ReplacementCharacter));
     const QByteArray line = text.toUtf8() + '\n';
+    errno = 0;
     std::fwrite(line.constData(), 1, std::size_t(line.size()), stream);
-    std::fflush(stream);
+    if (std::fflush(stream) != 0 && errno != EPIPE && stream == stdout)
+        failed = true;
 }
 
 } // namespace
@@ -64,6 +69,11 @@ void printLine(const QString &text)
 void printErrorLine(const QString &text)
 {
     write(stderr, text);
+}
+
+bool printingFailed()
+{
+    return failed;
 }
 
 } // namespace vesk

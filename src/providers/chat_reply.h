@@ -71,8 +71,8 @@ LLMResult resultOf(const StreamState &state, const ReplyFacts &facts);
 /// The message without this key, and without whatever else looks like one.
 QString withoutSecrets(QString message, const QString &key);
 
-/// The answer of a model that thinks aloud, without its thoughts in front of it: cut at the last end of such a block, and
-/// only when the whole is no JSON object.
+/// The answer of a model that thinks aloud, without its thoughts in front of it: cut at the last end of such a block,
+/// and only when the whole is no JSON object.
 QString withoutThinking(const QString &content);
 
 /// A failure without the promise of a repeat, for when there is none any more.

@@ -57,8 +57,8 @@ public:
     QString key; ///< May be empty for servers on this machine.
     QString root; ///< Folder of the current project.
     bool useResponses = false;
-    /// A server of the user's own: its model may be slow, so it is asked for a stream, and has the whole silence for the
-    /// first byte and between any two. A server that refuses to stream is asked once more without.
+    /// A server of the user's own: its model may be slow, so it is asked for a stream, and has the whole silence for
+    /// the first byte and between any two. A server that refuses to stream is asked once more without.
     bool ownServer = false;
     int timeoutMs = 180000; ///< Silence after which a reply is given up.
     double temperature = 0.2;

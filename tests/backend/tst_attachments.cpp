@@ -96,7 +96,8 @@ void AttachmentsTest::filesBecomeAttachmentsOfOneMessage()
         const QVariantList files = desk->read("files").toList();
         QString notes;
         for (const QVariant &medium : files)
-            notes += medium.toMap()[u"usage"_s].toString() + (medium.toMap()[u"pinned"_s].toBool() ? u"!"_s : QString());
+            notes
+                += medium.toMap()[u"usage"_s].toString() + (medium.toMap()[u"pinned"_s].toBool() ? u"!"_s : QString());
         return notes;
     };
     QCOMPARE(pinned(), u"Баннер!"_s);

@@ -172,9 +172,10 @@ private Q_SLOTS:
         model.replies[u"chat"_s] = says(u"{\"summary\":\"Всё\"}"_s);
         model.replies[u"chat_router"_s] = says(u"{\"action\":\"CHAT\",\"summary\":\"Да\"}"_s);
         Desk desk;
-        desk.sql(u"INSERT INTO settings VALUES('workspace-ui','','{\"ffmpeg_path\":\"/usr/bin/env\",\"computer_access\":false,\"disabled_agents\":"
-                 "[\"observer\"],\"role_skills\":{\"orchestrator\":{\"instructions\":\"НАВЫК\"}},\"custom_agents\":"
-                 "[{\"id\":\"a\",\"name\":\"Художник\",\"enabled\":true,\"parent\":\"coding\"}]}','')"_s);
+        desk.sql(
+            u"INSERT INTO settings VALUES('workspace-ui','','{\"ffmpeg_path\":\"/usr/bin/env\",\"computer_access\":false,\"disabled_agents\":"
+            "[\"observer\"],\"role_skills\":{\"orchestrator\":{\"instructions\":\"НАВЫК\"}},\"custom_agents\":"
+            "[{\"id\":\"a\",\"name\":\"Художник\",\"enabled\":true,\"parent\":\"coding\"}]}','')"_s);
         desk.connectTo(model.url(), key);
         desk.createProject();
         desk.call("addMemory", {u"Note"_s, u"ПАМЯТЬ"_s});
@@ -203,8 +204,7 @@ private Q_SLOTS:
         QVERIFY(model.inputs.value(u"chat_router"_s)["history"_L1].toArray().size() > 1);
 
         // What the task in view was to fulfil goes on with the next one, which then is the one in view.
-        const QJsonValue wanted
-            = QJsonObject::fromVariantMap(desk.read("state").toMap())["spec"_L1]["requirements"_L1];
+        const QJsonValue wanted = QJsonObject::fromVariantMap(desk.read("state").toMap())["spec"_L1]["requirements"_L1];
         QVERIFY(!wanted.toArray().isEmpty());
         const QString before = desk.read("state").toMap()[u"id"_s].toString();
         desk.call("sendMessage", {u"Создай калькулятор"_s});

@@ -155,8 +155,7 @@ void MediaJobTest::aPictureIsShownSmallAndABrokenOneRefused()
              u"Не удалось декодировать изображение"_s);
     // Headers without a picture behind them.
     QCOMPARE(errorOf(imported(made(u"most.png"_s, "P6 7071 7071 255\n"))), u"Не удалось декодировать изображение"_s);
-    QCOMPARE(errorOf(imported(made(u"huge.png"_s, "P6 7072 7071 255\n"))),
-             u"Изображение превышает 50 мегапикселей"_s);
+    QCOMPARE(errorOf(imported(made(u"huge.png"_s, "P6 7072 7071 255\n"))), u"Изображение превышает 50 мегапикселей"_s);
 }
 
 void MediaJobTest::noMoreThan256MiBAreImported()
