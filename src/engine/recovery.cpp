@@ -91,7 +91,9 @@ void recoverInterruptedTasks(Store &store)
             task["pending"_L1] = QJsonArray();
             task["error"_L1]
                 = u"Предыдущий сеанс был прерван. История сохранена; незавершённую задачу нужно запустить заново."_s;
-            task["graph"_L1] = lastNodes(store, taskId, std::as_const(task)["graph"_L1].toArray());
+            const QJsonArray nodes = lastNodes(store, taskId, std::as_const(task)["graph"_L1].toArray());
+            if (!nodes.isEmpty())
+                task["graph"_L1] = nodes;
             task["runs"_L1] = endedRuns(store, taskId, std::as_const(task)["runs"_L1].toArray());
             store.put(u"tasks"_s, taskId, std::as_const(task)["project_id"_L1].toString(), task);
         });
