@@ -124,7 +124,7 @@ exit 130'
 mmdebstrap_command() {
     local uri
     uri=$(mirror)
-    printf '%s\n' mmdebstrap --mode=root --skip=output/mknod --variant=apt '--aptopt=APT::Install-Recommends "false"' \
+    printf '%s\n' mmdebstrap --verbose --mode=root --skip=output/mknod --variant=apt '--aptopt=APT::Install-Recommends "false"' \
         --dpkgopt=force-unsafe-io --dpkgopt=path-exclude=/usr/share/{man,info,locale,doc}'/*' '--dpkgopt=path-include=/usr/share/doc/*/copyright' \
         "--include=$(packages | paste -sd,)" "$suite" "$part" ${uri:+"$uri"}
 }
@@ -135,6 +135,36 @@ grep -q "^[^:]*:[^:]*:$4:" etc/group || echo "$3:x:$4:" >>etc/group
 od -An -N16 -tx1 /dev/urandom | tr -d " \n" >etc/machine-id && echo >>etc/machine-id
 rm -f etc/resolv.conf etc/hosts
 : >etc/resolv.conf; : >etc/hosts; : >.ready'
+
+# How far the root is by the log, in percent, and what was done last. Each package is fetched, unpacked and set up. The
+# base system comes first and is a tenth of it; how many packages the rest has is known only then.
+progress() { # LOG
+    awk '/^[0-9]+ upgraded, [0-9]+ newly installed/ { part++; packages = $3; steps = 0 }
+        /^I: extracting/ { last = "extracting the base system" }
+        /^Get:/ { steps++; last = "fetched " $5 }
+        /^Unpacking / { steps++; last = "unpacked " $2 }
+        /^Setting up / { steps++; last = "set up " $3 }
+        END {
+            share = packages ? steps / packages / 3 : 0
+            if (share > 1) share = 1
+            percent = (part > 1) ? 10 + 90 * share : 10 * share
+            printf "%d %s\n", percent, part ? last : "fetching package lists"
+        }' "$1"
+}
+# One line that moves on a terminal, else a line for each fifth of the way.
+show_progress() { # LOG, while the process $making lives
+    local percent last fifth=0
+    while sleep 1 && kill -0 "$making" 2>/dev/null; do
+        read -r percent last < <(progress "$1") || continue
+        if [ -t 2 ]; then
+            printf '\rtoolchain: %3d %%, %d s, %.50s\e[K' "$percent" $((SECONDS - start)) "$last" >&2
+        elif [ $((percent / 20)) -gt "$fifth" ]; then
+            fifth=$((percent / 20))
+            say "$percent %"
+        fi
+    done
+    [ ! -t 2 ] || printf '\r\e[K' >&2
+}
 
 remove() { "${namespace[@]}" rm -rf --one-file-system "$@"; }
 give_up() { # STATUS [REASON]
@@ -150,11 +180,12 @@ create() { # with the lock held by us alone
     [ "$uid" != 0 ] || prepare_host
     check_namespaces
     remove "$roots/$key".part.* "$roots/$key" # left by one that was cut off
-    say "making a Debian 13 root in $roots ($(packages | wc -l) packages, about two minutes, once)"
+    say "making a Debian 13 root in $roots ($(packages | wc -l) packages, once: 2.5 GB, one to four minutes)"
     mapfile -t command < <(mmdebstrap_command)
     exec {life}> >(exec "${namespace[@]}" -p -f --kill-child bash -c "$maker" maker "${command[@]}" >"$log" 2>&1)
     making=$!
     trap 'give_up 130' INT TERM HUP
+    show_progress "$log"
     wait "$making" || status=$?
     if [ "$status" != 0 ]; then
         tail -n 5 "$log" >&2
@@ -199,7 +230,7 @@ prune() {
 
 # --- Running inside ------------------------------------------------------------------------------------------
 
-# The host's folders that the command sees at their own places, besides /proc, /sys, /dev and /tmp: everything at
+# The host's folders that the command sees at their own places, besides /proc, /sys and /tmp: everything at
 # the top that is no part of a system, and by name what lies within such a part.
 host_folders() {
     local folder
@@ -217,12 +248,41 @@ host_folders() {
     done
 }
 # Runs as the namespace's root, on the host's own shell until pivot_root.
+#
+# Whoever deletes a root, even from inside, deletes nothing of the machine. A folder of the host that holds the roots
+# brings along what is mounted on this one so far: that is taken off again, or the host's /tmp and home would be seen
+# once more below it. /dev is the root's own, as are its terminals; each device is bound as a file, which cannot be unlinked. /sys is read-only
+# for the machine's root, who could delete firmware variables there; an ordinary user could not.
 inner='set -e
 PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin
 root=$1 folder=$2 ids=$3; shift 3
-mount --rbind "$root" "$root"
-for d in /proc /sys /dev /tmp; do mount --rbind $d "$root$d"; done
-while [ "$1" != -- ]; do mkdir -p "$root$1"; mount --rbind "$1" "$root$1"; shift; done
+show() {
+    mkdir -p "$root$1"
+    mount --rbind "$1" "$root$1"
+    while umount -l "$root$root" 2>/dev/null; do :; done
+}
+make_devices() {
+    mount -t tmpfs -o mode=755 tmpfs "$root/dev"
+    mkdir "$root/dev/pts" "$root/dev/shm"
+    mount -t devpts -o newinstance,ptmxmode=0666,mode=620 devpts "$root/dev/pts"
+    ln -s pts/ptmx "$root/dev/ptmx"
+    mount -t tmpfs -o mode=1777 tmpfs "$root/dev/shm"
+    for f in /dev/null /dev/zero /dev/full /dev/random /dev/urandom /dev/tty \
+        /dev/dri/* /dev/snd/* /dev/nvidia* /dev/kfd /dev/dxg; do
+        [ -c "$f" ] && [ ! -L "$f" ] || continue
+        mkdir -p "$root${f%/*}"
+        : >"$root$f"
+        mount --bind "$f" "$root$f"
+    done
+    ln -s /proc/self/fd "$root/dev/fd"
+    ln -s fd/0 "$root/dev/stdin"; ln -s fd/1 "$root/dev/stdout"; ln -s fd/2 "$root/dev/stderr"
+}
+mount --bind "$root" "$root"
+make_devices
+show /proc
+if [ -n "$ids" ]; then show /sys; else mount --bind /sys "$root/sys" && mount -o remount,bind,ro "$root/sys"; fi
+show /tmp
+while [ "$1" != -- ]; do show "$1"; shift; done
 shift
 for f in /etc/resolv.conf /etc/hosts /etc/ssl/certs/ca-certificates.crt; do
     [ ! -e $f ] || [ ! -e "$root$f" ] || mount --bind "$(readlink -f $f)" "$root$f"
