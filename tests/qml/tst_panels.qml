@@ -65,6 +65,8 @@ Item {
     Component { id: history; HistoryPanel { service: stub; width: 360; height: 400 } }
     Component { id: details; AgentDetails { service: stub; run: ({ id: "r1" }) } }
     Component { id: team; AgentNetwork { width: 300; profiles: [{ id: "coder", name: "Разработчик", enabled: true }] } }
+    Component { id: panelMenu; PanelMenu {} }
+    Component { id: threadMenu; ThreadMenu {} }
     Component { id: welcome; Welcome { width: 600 } }
     Component { id: statusLine; StatusLine { service: stub; live: true } }
     Component { id: progress; ProgressCard { note: "План"; streamNote: ""; live: true; width: 600 } }
@@ -155,7 +157,11 @@ Item {
                 row(history, "Запрос принят", "detailsRequested", '{\n  "id": "1",\n  "time": "2024-05-01T09:08:07Z",\n  "type": "TaskCreated"\n}'),
                 row(thread, "Действия с диалогом", "menuRequested"),
                 row(thread, "Новая задача, Завершено", "clicked"),
-                row(progress, "Развернуть", "expanded")
+                row(progress, "Развернуть", "expanded"),
+                row(panelMenu, "Сеть агентов", "panelChosen", "agents"), row(panelMenu, "Файлы", "panelChosen", "files"),
+                row(panelMenu, "События", "panelChosen", "history"), row(panelMenu, "Закрыть панель", "hidden"),
+                row(threadMenu, "Переименовать", "renameRequested", Qt.point(0, 0)),
+                row(threadMenu, "Скрыть из списка", "archiveRequested")
             ];
         }
         function test_aPressIsToldToTheWindow(data) {
@@ -221,11 +227,18 @@ Item {
             inView.refresh();
             compare(inView.file, {});
         }
-        function test_deleteTakesAWaitingRequestOut() {
-            const list = findChild(make(queue).contentItem, "queueList");
-            list.forceActiveFocus(Qt.TabFocusReason);
-            keyClick(Qt.Key_Delete);
-            compare(stub.calls, [["cancelQueued", "q1"]]);
+        function test_aListIsWorkedByTheKeyboard_data() {
+            return [
+                { tag: "queueList", make: queue, key: Qt.Key_Delete, asked: ["cancelQueued", "q1"] },
+                { tag: "projectList", make: projects, key: Qt.Key_Space, asked: ["selectProject", "1"] },
+                { tag: "threadList", make: left, key: Qt.Key_Return, asked: ["selectTask", "t2"] }
+            ];
+        }
+        function test_aListIsWorkedByTheKeyboard(data) {
+            const made = make(data.make);
+            findChild(made.contentItem ?? made, data.tag).forceActiveFocus(Qt.TabFocusReason);
+            keyClick(data.key);
+            compare(stub.calls, [data.asked]);
         }
     }
 }

@@ -116,7 +116,7 @@ private Q_SLOTS:
     void withoutMotionNothingMoves();
     void aPageIsShownByItsName_data();
     void aPageIsShownByItsName();
-    void anAgentsSettingsAreOpenedByItsId();
+    void anAgentIsOpenedByAClickAndItsSettingsByItsId();
     void theKeyboardReachesEveryControlAndIsSeenThere_data();
     void theKeyboardReachesEveryControlAndIsSeenThere();
     void whatIsTypedIsShownAsItIs();
@@ -466,8 +466,12 @@ void WindowTest::aPageIsShownByItsName()
     QCOMPARE(namelessIn(desk->screen()), QString());
 }
 
-void WindowTest::anAgentsSettingsAreOpenedByItsId()
+void WindowTest::anAgentIsOpenedByAClickAndItsSettingsByItsId()
 {
+    QVERIFY(desk->click(u"planner"_s));
+    QTRY_VERIFY(desk->isOpen(u"agentDetails"_s));
+    QCOMPARE(desk->screen().findChild<QObject *>(u"agentDetails"_s)->property("title").toString(), u"Планировщик"_s);
+    desk->press(Qt::Key_Escape);
     desk->screen().setProperty("settingsAgent", u"__api__"_s);
     QTRY_VERIFY(desk->isOpen(u"connection"_s));
     desk->press(Qt::Key_Escape);
