@@ -85,6 +85,11 @@ Item {
             tryCompare(dialog, "visible", false);
             dialog.open();
             tryCompare(dialog, "opened", true);
+            root.forceActiveFocus();
+            keyClick(Qt.Key_Escape);
+            tryCompare(dialog, "visible", false);
+            dialog.open();
+            tryCompare(dialog, "opened", true);
             mouseClick(findChild(dialog.header, "dialogClose"));
             tryCompare(dialog, "visible", false);
         }

@@ -12,17 +12,19 @@ Item {
     StandIn {
         id: stub
         property bool chatBusy: false
+        property bool importing: false
+        property bool apiTesting: false
         property string streamNote: ""
         property string projectName: ""
         property string message: ""
         property var settings: ({})
         property var preferences: ({})
-        property var attachments: [{ id: "a1", name: "фото.png" }]
+        property var attachments: []
         property var queue: [{ id: "q1", request: "Создай сайт" }]
         property var projects: [{ id: "1", name: "Первый" }, { id: "2", name: "Второй" }]
         property var tasks: [{ id: "t1", phase: "", spec: { title: "Старый" } },
             { id: "t2", phase: "", spec: { title: "Новый" } }]
-        property var files: [{ path: "a/b.png", type: "media", kind: "image", usage: "Баннер", bytes: 1025 }]
+        property var files: []
         property var events: [{ id: "1", type: "TaskCreated", time: "2024-05-01T09:08:07Z" },
             { id: "2", type: "TaskPaused", time: "2024-05-01T10:00:00Z" }]
         property var calls: []
@@ -83,7 +85,9 @@ Item {
 
         function init() {
             failOnWarning(/.?/);
-            Object.assign(stub, { calls: [], settings: {}, preferences: {}, streamNote: "" });
+            Object.assign(stub, { calls: [], settings: {}, preferences: {}, streamNote: "",
+                attachments: [{ id: "a1", name: "фото.png" }],
+                files: [{ path: "a/b.png", type: "media", kind: "image", usage: "Баннер", bytes: 1025 }] });
         }
         function make(component, properties) {
             const made = createTemporaryObject(component, root, properties ?? {});
@@ -217,6 +221,21 @@ Item {
             const column = make(left);
             verify(find(column, "Новый, фаза").y < find(column, "Старый, фаза").y);
         }
+        function test_aLineIsSentWhenNothingElseIsGoingOn() {
+            const box = make(composer);
+            const send = findChild(box, "sendButton");
+            verify(send.enabled, "a file is enough");
+            for (const busy of ["chatBusy", "importing", "apiTesting"]) {
+                stub[busy] = true;
+                verify(!send.enabled, busy);
+                stub[busy] = false;
+            }
+            stub.attachments = [];
+            box.input.text = " ";
+            verify(!send.enabled);
+            box.input.text = "x";
+            verify(send.enabled);
+        }
         function test_whatIsInViewFollowsItsRecord() {
             const inView = make(selection);
             inView.file = { path: "a/b.png", revision: 1 };
@@ -231,11 +250,13 @@ Item {
             return [
                 { tag: "queueList", make: queue, key: Qt.Key_Delete, asked: ["cancelQueued", "q1"] },
                 { tag: "projectList", make: projects, key: Qt.Key_Space, asked: ["selectProject", "1"] },
-                { tag: "threadList", make: left, key: Qt.Key_Return, asked: ["selectTask", "t2"] }
+                { tag: "threadList", make: left, key: Qt.Key_Return, asked: ["selectTask", "t2"] },
+                { tag: "fileList", make: files, key: Qt.Key_Enter, asked: ["fileSelected", "a/b.png"] }
             ];
         }
         function test_aListIsWorkedByTheKeyboard(data) {
             const made = make(data.make);
+            made.fileSelected?.connect(file => stub.note("fileSelected", [file.path]));
             findChild(made.contentItem ?? made, data.tag).forceActiveFocus(Qt.TabFocusReason);
             keyClick(data.key);
             compare(stub.calls, [data.asked]);

@@ -243,13 +243,6 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
         desk->press(Qt::Key_Down);
     desk->press(Qt::Key_Return);
     QTRY_COMPARE(desk->text(u"panelTitle"_s), u"События"_s);
-    QVERIFY(desk->tabTo(u"eventList"_s));
-    desk->press(Qt::Key_Down);
-    desk->press(Qt::Key_Return);
-    QTRY_VERIFY(desk->isOpen(u"details"_s));
-    QVERIFY(desk->text(u"plainText"_s).contains(u"\"type\": "_s));
-    desk->press(Qt::Key_Escape);
-    QTRY_VERIFY(!desk->isOpen(u"details"_s));
 
     QVERIFY(desk->click(u"threadMenuButton"_s));
     QTRY_VERIFY(desk->isOpen(u"threadMenu"_s));
