@@ -34,6 +34,7 @@ Item {
                 required property var modelData
                 readonly property var run: root.runOf(modelData.id)
                 readonly property bool active: run.status === "RUNNING" || run.status === "QUEUED"
+                objectName: modelData.id
                 width: parent.width
                 height: 44
                 leftPadding: 12

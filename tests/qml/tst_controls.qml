@@ -28,11 +28,6 @@ Item {
         }
     }
     Component { id: meshComponent; AmbientMesh { width: 200; height: 100 } }
-    Component { id: queueComponent; QueueLine { width: 400 } }
-    Component {
-        id: threadComponent
-        ThreadRow { width: 240; chosen: false; phase: "Завершено"; row: ({ id: "t", spec: {} }) }
-    }
     Component { id: spyComponent; SignalSpy {} }
 
     TestCase {
@@ -154,38 +149,6 @@ Item {
             compare(still.drift, 0);
             compare(hidden.drift, 0);
             compare(still.place(2, 0), Qt.point(116, Math.cos(.8) * 4));
-        }
-        function test_aQueueLineCountsAndActs_data() {
-            return [
-                { tag: "waiting", paused: false, text: "В очереди 3", action: "Посмотреть", sent: "opened" },
-                { tag: "paused", paused: true, text: "В очереди 3 · приостановлена", action: "Продолжить", sent: "resumed" }
-            ];
-        }
-        function test_aQueueLineCountsAndActs(data) {
-            const line = createTemporaryObject(queueComponent, root, { count: 3, paused: data.paused });
-            const sent = spy(line, data.sent);
-            compare(findChild(line, "queueText").text, data.text);
-            compare(findChild(line, "queueAction").text, data.action);
-            mouseClick(findChild(line, "queueAction"));
-            compare(sent.count, 1);
-        }
-        function test_aThreadIsNamedByWhatItHas_data() {
-            return [
-                { tag: "title", spec: { title: "Калькулятор", original_request: "Создай" }, name: "Калькулятор" },
-                { tag: "request", spec: { title: "", original_request: "Создай\nсайт" }, name: "Создай сайт" },
-                { tag: "nothing", spec: {}, name: "Новая задача" }
-            ];
-        }
-        function test_aThreadIsNamedByWhatItHas(data) {
-            const thread = createTemporaryObject(threadComponent, root, { row: { id: "t", spec: data.spec } });
-            compare(thread.Accessible.name, data.name + ", Завершено");
-            const clicked = spy(thread, "clicked");
-            const menu = spy(thread, "menuRequested");
-            mouseClick(findChild(thread, "threadMenuButton"));
-            compare(menu.count, 1);
-            compare(clicked.count, 0);
-            mouseClick(thread, 20, 20);
-            compare(clicked.count, 1);
         }
     }
 }

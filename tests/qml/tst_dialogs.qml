@@ -24,6 +24,7 @@ Item {
         id: dialogComponent
         FloatingDialog { title: "<i>Заголовок</i>"; width: 500; height: 300; contentItem: Item {} }
     }
+    Component { id: lazyComponent; LazyDialog { sourceComponent: dialogComponent } }
     Component { id: apiComponent; MainApi { width: 360; service: root.service } }
     Component { id: renameComponent; RenameBox { width: 208; service: root.service; task: "t1"; draft: "Черновик" } }
 
@@ -84,8 +85,23 @@ Item {
             tryCompare(dialog, "visible", false);
             dialog.open();
             tryCompare(dialog, "opened", true);
+            root.forceActiveFocus();
+            keyClick(Qt.Key_Escape);
+            tryCompare(dialog, "visible", false);
+            dialog.open();
+            tryCompare(dialog, "opened", true);
             mouseClick(findChild(dialog.header, "dialogClose"));
             tryCompare(dialog, "visible", false);
+        }
+        function test_theDialogAskedForLastStandsInFront() {
+            const lazy = createTemporaryObject(lazyComponent, root);
+            const first = lazy.show();
+            first.open();
+            openDialog();
+            const inFront = () => first.room.children[first.room.children.length - 1] === first.contentItem.parent;
+            verify(!inFront());
+            compare(lazy.show(), first);
+            verify(inFront());
         }
         function test_aNewTitleIsStoredByEnterAlone() {
             const box = createTemporaryObject(renameComponent, root);
