@@ -45,15 +45,6 @@ QString exactCommand(const QJsonObject &input)
     return parts.join(u' ');
 }
 
-QString questionText(const QJsonObject &decision)
-{
-    QStringList lines{decision["question"_L1].toString()};
-    const QStringList choices = strings(decision["options"_L1].toArray());
-    for (qsizetype i = 0; i < choices.size(); ++i)
-        lines.append(u"  %1) %2"_s.arg(i + 1).arg(choices[i]));
-    return lines.join(u'\n');
-}
-
 } // namespace
 
 RunMode::RunMode(const RunOptions &options, const QString &dataFolder, ILLMProvider &model)
@@ -145,7 +136,7 @@ void RunMode::answerQuestion()
     } else if (!choices.isEmpty()) {
         answer = choices.first();
     } else {
-        printErrorLine(u"Нужен ответ на вопрос (--answer):\n"_s + questionText(decision));
+        printErrorLine(u"Нужен ответ на вопрос (--answer):\n"_s + decision["question"_L1].toString());
         stop(RunExit::AnswerNeeded);
         return;
     }
