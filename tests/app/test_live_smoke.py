@@ -1,12 +1,10 @@
 """vesk --live-smoke: a whole run against a real server that nobody attends."""
-import hashlib
 import json
 import re
 
 import pytest
 
 from model import page, plan, spec
-from program import BIN
 
 KEY = "sekret-Ключ"
 GAME = "<!doctype html><title>Змейка</title>"
@@ -18,11 +16,10 @@ def smoke(vesk, model):
     model.answers = {"planner": plan(("code", {"path": "index.html"})), "coding": page("index.html", GAME)}
     # A check of the page in a browser would wait for a permission; none is found on this path.
     vesk.environment |= {"VESK_ALEM_URL": model.url, "PATH": "/nowhere"}
-    target = "VESK:" + hashlib.sha256(model.url.encode()).hexdigest()
 
     def run(*folder, key=KEY):
         if key:
-            assert '"result":true' in vesk.call(vesk.data, "save", target, key, command=[BIN / "tests/key-tool"]).out
+            vesk.keep_key(model.url, key)
         return vesk.call("--data-dir", vesk.data, "--live-smoke", *folder)
     return run
 
@@ -54,7 +51,8 @@ def test_a_run_goes_to_its_end_unattended(vesk, model, smoke):
     assert not (vesk.data / "vesk.sqlite").exists()
 
 
-@pytest.mark.parametrize("where, key, code", [(["project"], None, 2), ([], KEY, 2), ([""], KEY, 2)])
+@pytest.mark.parametrize("where, key, code", [(["project"], None, 2), ([], KEY, 2), ([""], KEY, 2),
+                                             (["", "--live-smoke", "project"], KEY, 2)])
 def test_without_a_folder_or_a_key_nobody_is_asked(vesk, model, smoke, where, key, code):
     assert smoke(*where, key=key).code == code
     assert not model.bodies and not vesk.project.exists()

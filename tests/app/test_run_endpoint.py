@@ -19,7 +19,8 @@ def keyed(vesk, model):
 
 
 def authorizations(model):
-    return {headers["Authorization"].encode("latin1").decode() for headers in model.headers}
+    keys = {headers["Authorization"] for headers in model.headers}
+    return {key and key.encode("latin1").decode() for key in keys}
 
 
 def test_a_server_carries_a_request_to_a_finished_project(vesk, model, keyed):
@@ -61,6 +62,15 @@ def test_programs_do_not_inherit_the_key(vesk, model, keyed):
     assert keyed("--allow-commands").code == 0
     assert b"VESK_SECRETS=file" in vesk.files()["env.txt"]
     assert b"VESK_TEST_KEY" not in vesk.files()["env.txt"]
+
+
+@pytest.mark.parametrize("stored", [KEY, None])
+def test_without_a_variable_the_stored_key_is_used(vesk, model, stored):
+    if stored:
+        vesk.keep_key(model.url, stored)
+    model.broken = 400, b"{}"
+    assert vesk.run("x", *model.options()).code == 1
+    assert authorizations(model) == {stored and "Bearer " + stored}
 
 
 @pytest.mark.parametrize("url, text", [

@@ -1,4 +1,5 @@
 """Runs of the real program in folders of their own, and what they leave behind."""
+import hashlib
 import json
 import os
 import shutil
@@ -13,6 +14,7 @@ from pathlib import Path
 
 import pexpect
 import pytest
+from pexpect.fdpexpect import fdspawn
 
 BIN = Path(os.environ.get("VESK_BIN", Path(__file__).parent.parent.parent / "build/bin"))
 LIMIT = 60  # seconds for what takes one; not part of any behaviour
@@ -112,18 +114,25 @@ class Vesk:
     def run(self, request, *more, **options):
         return self.call(*self.arguments(request, *more), **options)
 
-    def terminal(self, *arguments, **options):
-        """The program on a terminal, with somebody before it."""
-        child = pexpect.spawn(self.program, [str(argument) for argument in arguments], env=self.environment,
-                              cwd=self.folder, encoding="utf-8", timeout=LIMIT, **options)
-        child.delaybeforesend = None
-        return child
+    def keep_key(self, url, key):
+        """Puts the key for this server into the store."""
+        target = "VESK:" + hashlib.sha256(url.encode()).hexdigest()
+        saved = self.call(self.data, "save", target, key, command=[BIN / "tests/key-tool"])
+        assert json.loads(saved.out)["result"] is True
 
-    @staticmethod
-    def code(terminal):
+    def terminal(self, *arguments):
+        """The program on a terminal, with somebody before it."""
+        master, slave = os.openpty()
+        process = self.start(*arguments, stdin=slave, stdout=slave, stderr=slave)
+        os.close(slave)
+        terminal = fdspawn(master, encoding="utf-8", timeout=LIMIT)
+        terminal.process = process
+        return terminal
+
+    def code(self, terminal):
         terminal.expect(pexpect.EOF)
         terminal.close()
-        return terminal.exitstatus
+        return self.end(terminal.process).code
 
     def alive(self):
         """All that was started here and lives, however it detached itself; a zombie has no environment any more."""

@@ -168,13 +168,17 @@ private Q_SLOTS:
 
     void withoutAGrantNothingIsDone()
     {
-        desk->permissions.grants = {{u"write_file"_s, {}, {}, {}, u"SESSION"_s, PermissionLevel::Read}};
+        desk->permissions.grants = {{u"write_file"_s, {}, {}, {}, u"SESSION"_s, PermissionLevel::Read},
+                                    {u"run_command"_s, {}, {}, {}, u"SESSION"_s, PermissionLevel::Write}};
         const QJsonObject write{{u"path"_s, u"a.txt"_s}, {u"content"_s, u"text"_s}};
         QCOMPARE(desk->call(u"write_file"_s, write)["error"].toString(), "Permission required for this action");
         QCOMPARE(desk->call(u"read_file"_s, write)["error"].toString(), "Permission required for this action");
         QCOMPARE(desk->shell(u"echo > b.txt"_s)["error"].toString(), "Permission required for this action");
         QCOMPARE(desk->published(), QStringList("ToolFinished: Tool failed"));
         QVERIFY(QDir(desk->folder.path()).isEmpty());
+
+        desk->permissions.grants = {{u"read_file"_s, {}, {}, {}, u"SESSION"_s, PermissionLevel::Read}};
+        QCOMPARE(desk->call(u"read_file"_s, write)["error"].toString(), "Cannot read a.txt");
     }
 
     void aGrantForOneActionCoversTheSameCallOnce()

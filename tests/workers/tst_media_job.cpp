@@ -24,6 +24,7 @@ private Q_SLOTS:
     void aLinkIsNoPath();
     void aFileIsCopiedWithWhatAModelSeesOfIt();
     void aPictureIsShownSmallAndABrokenOneRefused();
+    void aPhotographIsTurnedAsItWasTaken();
     void noMoreThan256MiBAreImported();
     void aVideoIsShownByPicturesOfIt();
     void theTimesAreSpreadOverTheLength_data();
@@ -31,6 +32,8 @@ private Q_SLOTS:
     void aPictureIsEdited_data();
     void aPictureIsEdited();
     void aVideoIsCutAndAPictureTakenOfIt();
+    void aVideoIsNotCutAnyHow_data();
+    void aVideoIsNotCutAnyHow();
     void onlyVerticesMove();
     void filesAreFoundByAPartOfTheirName();
     void theWorkerAnswersEvenNonsense_data();
@@ -151,11 +154,35 @@ void MediaJobTest::aPictureIsShownSmallAndABrokenOneRefused()
     QCOMPARE(errorOf(result), u"(none)"_s);
     QCOMPARE(result["width"_L1].toInt(), 3000);
     QCOMPARE(QImage(path(result["preview"_L1].toString())).size(), QSize(1536, 512));
+    const QString tall = imported(made(u"tall.png"_s, picture(1000, 3000)))["preview"_L1].toString();
+    QCOMPARE(QImage(path(tall)).size(), QSize(512, 1536));
     QCOMPARE(errorOf(imported(made(u"broken.png"_s, picture(9, 9).left(40)))),
              u"Не удалось декодировать изображение"_s);
     // Headers without a picture behind them.
     QCOMPARE(errorOf(imported(made(u"most.png"_s, "P6 7071 7071 255\n"))), u"Не удалось декодировать изображение"_s);
     QCOMPARE(errorOf(imported(made(u"huge.png"_s, "P6 7072 7071 255\n"))), u"Изображение превышает 50 мегапикселей"_s);
+}
+
+void MediaJobTest::aPhotographIsTurnedAsItWasTaken()
+{
+    QBuffer buffer;
+    QImage::fromData(picture(40, 20)).save(&buffer, "JPG");
+    // A camera notes that it was held upright.
+    const QByteArray note = QByteArray::fromHex("ffe10022457869660000"
+                                                "4d4d002a00000008"
+                                                "0001"
+                                                "0112000300000001"
+                                                "00060000"
+                                                "00000000");
+    save(path(u"photo.jpg"_s), QByteArray(buffer.data()).insert(2, note));
+    QCOMPARE(QImage(path(imported(path(u"photo.jpg"_s))["preview"_L1].toString())).size(), QSize(20, 40));
+    QCOMPARE(errorOf(edited({{u"operation"_s, u"image"_s},
+                             {u"input"_s, u"photo.jpg"_s},
+                             {u"output"_s, u"o.png"_s},
+                             {u"width"_s, 20},
+                             {u"height"_s, 40}})),
+             u"(none)"_s);
+    QCOMPARE(QImage(path(u"o.png"_s)).size(), QSize(20, 40));
 }
 
 void MediaJobTest::noMoreThan256MiBAreImported()
@@ -213,6 +240,7 @@ void MediaJobTest::aPictureIsEdited_data()
     QTest::newRow("cut outside") << u"{'crop':[300,0,200,10]}"_s << QSize() << u"Область обрезки за границами"_s;
     QTest::newRow("cut beyond numbers") << u"{'crop':[9007199254740991,1,9007199254740991,1]}"_s << QSize()
                                         << u"Область обрезки за границами"_s;
+    QTest::newRow("cut at a word") << u"{'crop':['a',0,9,9]}"_s << QSize() << u"Область обрезки за границами"_s;
     QTest::newRow("cut by three") << u"{'crop':[1,2,3]}"_s << QSize() << u"crop: [x,y,width,height]"_s;
     QTest::newRow("too large") << u"{'width':9000,'height':9000}"_s << QSize() << u"Размер результата превышен"_s;
     QTest::newRow("no colour") << u"{'background':'nocolour'}"_s << QSize() << u"Неверный цвет фона"_s;
@@ -249,14 +277,41 @@ void MediaJobTest::aVideoIsCutAndAPictureTakenOfIt()
     job["width"_L1] = 32;
     QCOMPARE(errorOf(edited(job)), u"(none)"_s);
     QCOMPARE(QImage(path(u"frame.png"_s)).size(), QSize(32, 24));
-    job["output"_L1] = u"frame.gif"_s;
-    QCOMPARE(errorOf(edited(job)), u"Кадр сохраняется в PNG/JPG"_s);
-    job["width"_L1] = 8;
-    QCOMPARE(errorOf(edited(job)), u"Ширина видео должна быть 16–7680"_s);
-    job["start"_L1] = -1;
-    QCOMPARE(errorOf(edited(job)), u"Неверный интервал видео"_s);
-    job["ffmpeg"_L1] = u"/none"_s;
-    QCOMPARE(errorOf(edited(job)), u"FFmpeg не найден. Укажите путь в настройках API."_s);
+    job["output"_L1] = u"frame.jpeg"_s;
+    QCOMPARE(errorOf(edited(job)), u"(none)"_s);
+}
+
+void MediaJobTest::aVideoIsNotCutAnyHow_data()
+{
+    QTest::addColumn<QString>("job");
+    QTest::addColumn<QString>("error");
+    const QString width = u"Ширина видео должна быть 16–7680"_s;
+    const QString time = u"Неверный интервал видео"_s;
+    QTest::newRow("a frame as an animation")
+        << u"{'operation':'frame','output':'o.gif'}"_s << u"Кадр сохраняется в PNG/JPG"_s;
+    QTest::newRow("not MP4") << u"{'output':'o.avi'}"_s << u"Видео сохраняется в MP4"_s;
+    QTest::newRow("narrow") << u"{'width':15}"_s << width;
+    QTest::newRow("wide") << u"{'width':7681}"_s << width;
+    QTest::newRow("before the start") << u"{'start':-1}"_s << time;
+    QTest::newRow("for ever") << u"{'duration':864000}"_s << time;
+    QTest::newRow("no program") << u"{'ffmpeg':'/none'}"_s << u"FFmpeg не найден. Укажите путь в настройках API."_s;
+    QTest::newRow("no video") << u"{}"_s << u"FFmpeg: "_s;
+}
+
+void MediaJobTest::aVideoIsNotCutAnyHow()
+{
+    QFETCH(QString, job);
+    QFETCH(QString, error);
+    save(path(u"in.mp4"_s), "no video");
+    QJsonObject whole{{u"operation"_s, u"video"_s},
+                      {u"input"_s, u"in.mp4"_s},
+                      {u"output"_s, u"o.mp4"_s},
+                      {u"ffmpeg"_s, QStandardPaths::findExecutable(u"ffmpeg"_s)}};
+    const QJsonObject more = QJsonDocument::fromJson(job.replace(u'\'', u'"').toUtf8()).object();
+    for (auto entry = more.begin(); entry != more.end(); ++entry)
+        whole[entry.key()] = *entry;
+    const QString told = errorOf(edited(whole));
+    QVERIFY2(told.startsWith(error), qPrintable(told));
 }
 
 void MediaJobTest::onlyVerticesMove()
@@ -278,13 +333,21 @@ void MediaJobTest::onlyVerticesMove()
         QCOMPARE(errorOf(edited(job)), error);
         QVERIFY(!QFile::exists(path(u"other.obj"_s)));
     }
+    save(path(u"in.obj"_s), "v 1 2 3");
+    job["translate"_L1] = QJsonArray{1, 1}; // not one for each axis
+    QCOMPARE(errorOf(edited(job)), u"(none)"_s);
+    QCOMPARE(contentOf(path(u"other.obj"_s)), "v 2 4 6\n");
+    job["output"_L1] = u"third.obj"_s;
     job["scale"_L1] = 0;
     QCOMPARE(errorOf(edited(job)), u"Неверный масштаб"_s);
+    save(path(u"in.stl"_s), "v 1 2 3");
+    job["input"_L1] = u"in.stl"_s;
+    QCOMPARE(errorOf(edited(job)), u"Преобразование геометрии поддерживает OBJ"_s);
 }
 
 void MediaJobTest::filesAreFoundByAPartOfTheirName()
 {
-    for (const QString &name : {u"Отпуск.jpg"_s, u"deep/ОТПУСК2.png"_s, u"node_modules/отпуск.js"_s, u"work.txt"_s})
+    for (const QString &name : {u"Отпуск.jpg"_s, u"deep/ОТПУСК2.png"_s, u"Node_Modules/отпуск.js"_s, u"work.txt"_s})
         save(path(name), "x");
     const auto found
         = [&](const QString &query) { return edited({{u"operation"_s, u"find_files"_s}, {u"query"_s, query}}); };
