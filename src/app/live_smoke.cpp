@@ -4,6 +4,7 @@
 #include "credential_store.h"
 #include "endpoints.h"
 #include "openai_provider.h"
+#include "phases.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -22,7 +23,6 @@ namespace {
 
 constexpr int usageError = 2;
 constexpr int timedOut = 3;
-constexpr qint64 budgetTokens = 1000000;
 constexpr auto longestRun = std::chrono::seconds(900);
 
 QString request()
@@ -66,10 +66,10 @@ template <typename Work> void orLeave(Work &&work)
 /// Answers the question once the engine's step that asked it is over.
 void answerLater(Engine &engine)
 {
-    if (engine.phaseCode() != "CLARIFICATION"_L1)
+    if (engine.phaseCode() != Phase::clarification)
         return;
     QTimer::singleShot(0, &engine, [&engine] {
-        if (engine.phaseCode() == "CLARIFICATION"_L1)
+        if (engine.phaseCode() == Phase::clarification)
             orLeave([&] { engine.clarify(answer()); });
     });
 }
@@ -104,13 +104,13 @@ int runLiveSmoke(const QString &folder, const QString &temporaryFolder)
     QObject::connect(&engine, &Engine::finished, &engine, [&](const QString &status) {
         writeResult(folder, engine.snapshot());
         qInfo("RESULT %s elapsed_ms %lld", qPrintable(status), static_cast<long long>(clock.elapsed()));
-        QCoreApplication::exit(status == "COMPLETED"_L1 ? 0 : 1);
+        QCoreApplication::exit(status == Phase::completed ? 0 : 1);
     });
     QTimer::singleShot(longestRun, &engine, [&] {
         engine.cancel();
         QCoreApplication::exit(timedOut);
     });
-    QTimer::singleShot(0, &engine, [&] { orLeave([&] { engine.start(request(), false, budgetTokens, {}); }); });
+    QTimer::singleShot(0, &engine, [&] { orLeave([&] { engine.start(request(), false, defaultTaskTokens, {}); }); });
     return QCoreApplication::exec();
 }
 

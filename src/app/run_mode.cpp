@@ -3,6 +3,7 @@
 #include "console.h"
 #include "helpers.h"
 #include "narrator.h"
+#include "phases.h"
 #include "recovery.h"
 
 #include <QCoreApplication>
@@ -126,9 +127,9 @@ void RunMode::watchPhase()
         turnPending = false;
         guarded([this] {
             const QString phase = core.engine.phaseCode();
-            if (phase == "CLARIFICATION"_L1)
+            if (phase == Phase::clarification)
                 answerQuestion();
-            else if (phase == "PREVIEW"_L1)
+            else if (phase == Phase::preview)
                 showPlan();
         });
     });
@@ -224,7 +225,7 @@ void RunMode::stop(RunExit code)
 void RunMode::finish(const QString &status)
 {
     if (!decided)
-        exitCode = status == "COMPLETED"_L1 ? RunExit::Completed : RunExit::NotCompleted;
+        exitCode = status == Phase::completed ? RunExit::Completed : RunExit::NotCompleted;
     decided = true;
 
     const QJsonObject state = core.engine.snapshot();

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "budget.h"
+
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
@@ -10,7 +12,7 @@ namespace vesk {
 struct RunOptions {
     QString request;
     QString projectFolder; ///< Absolute.
-    qint64 budget = 1000000; ///< Tokens.
+    qint64 budget = defaultTaskTokens; ///< Tokens.
     QJsonObject buildCommand; ///< {"program", "arguments"} or empty.
     QString endpoint; ///< Base address of a model server; empty for the demonstration model.
     QString model;

@@ -4,6 +4,7 @@
 
 #include "helpers.h"
 #include "narrator.h"
+#include "phases.h"
 #include "read_models.h"
 #include "recovery.h"
 
@@ -148,7 +149,7 @@ void Backend::finishRun(const QString &status)
     // The run may have ended over a failing store; its end is taken notice of all the same.
     attempt([this] { core.journal.close(core.engine.snapshot()); });
     // After a failed or stopped run the user decides whether the waiting requests still make sense.
-    attempt([&] { status == "COMPLETED"_L1 ? queue.saveQueue() : queue.pause(); });
+    attempt([&] { status == Phase::completed ? queue.saveQueue() : queue.pause(); });
     notifyUi();
     drainLater();
 }

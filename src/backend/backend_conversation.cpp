@@ -10,6 +10,7 @@
 #include "media_choice.h"
 #include "message_kind.h"
 #include "narrator.h"
+#include "phases.h"
 #include "read_models.h"
 
 #include <QUrl>
@@ -56,7 +57,7 @@ void Backend::takeLine(const QString &typed)
     switch (kindOf(line,
                    {.attached = !attachments.isEmpty(),
                     .hasMedia = !mediaForRequest(line).isEmpty(),
-                    .questionOpen = core.engine.phaseCode() == "CLARIFICATION"_L1,
+                    .questionOpen = core.engine.phaseCode() == Phase::clarification,
                     .queueWaits = queue.isPaused() && !queue.isEmpty() && !core.engine.busy(),
                     .chatBusy = conversation.isBusy(),
                     .demo = connection.isDemo()})) {

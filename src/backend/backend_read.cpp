@@ -4,6 +4,7 @@
 
 #include "helpers.h"
 #include "narrator.h"
+#include "phases.h"
 #include "read_models.h"
 
 #include <QJsonDocument>

@@ -4,6 +4,7 @@
 
 #include "message_kind.h"
 #include "narrator.h"
+#include "phases.h"
 #include "roles.h"
 
 #include <QUrl>
@@ -74,13 +75,7 @@ bool hasReport(const QVariantList &rows)
 
 QJsonObject emptyState()
 {
-    return {{u"phase"_s, u"IDLE"_s}, {u"runs"_s, QJsonArray()}, {u"graph"_s, QJsonArray()}};
-}
-
-bool isEndPhase(const QString &phase)
-{
-    static const QStringList ends{u"COMPLETED"_s, u"FAILED"_s, u"CANCELLED"_s, u"INTERRUPTED"_s};
-    return ends.contains(phase);
+    return {{u"phase"_s, Phase::idle}, {u"runs"_s, QJsonArray()}, {u"graph"_s, QJsonArray()}};
 }
 
 QVariantMap uiStateOf(const QJsonObject &state)

@@ -13,9 +13,6 @@ namespace vesk {
 /// The document of a view with no task.
 QJsonObject emptyState();
 
-/// Phases in which a task has ended.
-bool isEndPhase(const QString &phase);
-
 /// The task state document cut down to what the main view binds to.
 QVariantMap uiStateOf(const QJsonObject &state);
 

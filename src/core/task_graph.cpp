@@ -1,6 +1,7 @@
 #include "task_graph.h"
 
 #include "helpers.h"
+#include "statuses.h"
 
 #include <QHash>
 #include <QSet>
@@ -60,7 +61,7 @@ void requireSoundNode(const Node &node, QSet<QString> &seen)
 } // namespace
 
 Node::Node()
-    : status(u"QUEUED"_s)
+    : status(NodeStatus::queued)
 {
 }
 
@@ -71,7 +72,7 @@ Node Node::fromJson(const QJsonObject &object)
     node.title = object["title"_L1].toString();
     node.kind = object["kind"_L1].toString();
     node.agent = object["agent"_L1].toString();
-    node.status = object["status"_L1].toString(u"QUEUED"_s);
+    node.status = object["status"_L1].toString(NodeStatus::queued);
     node.dependencies = strings(object["dependencies"_L1].toArray());
     node.input = object["input"_L1].toObject();
     node.output = object["output"_L1].toObject();
@@ -125,15 +126,14 @@ QList<int> TaskGraph::ready() const
 {
     QSet<QString> completed;
     for (const Node &node : nodes) {
-        if (node.status == "COMPLETED"_L1)
+        if (node.status == NodeStatus::completed)
             completed.insert(node.id);
     }
 
     QList<int> indices;
     for (int i = 0; i < nodes.size(); ++i) {
         const Node &node = nodes.at(i);
-        const bool waiting = node.status == "QUEUED"_L1 || node.status == "READY"_L1;
-        if (waiting
+        if (isStartable(node.status)
             && std::ranges::all_of(node.dependencies, [&](const QString &id) { return completed.contains(id); }))
             indices.append(i);
     }
@@ -144,7 +144,7 @@ QList<int> TaskGraph::ready() const
 bool TaskGraph::complete() const
 {
     return !nodes.isEmpty()
-        && std::ranges::all_of(nodes, [](const Node &node) { return node.status == "COMPLETED"_L1; });
+        && std::ranges::all_of(nodes, [](const Node &node) { return node.status == NodeStatus::completed; });
 }
 
 QJsonArray TaskGraph::toJson() const

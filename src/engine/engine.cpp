@@ -15,11 +15,6 @@ namespace {
 
 constexpr qint64 smallestBudget = 1000;
 
-bool isEnded(const QString &runStatus)
-{
-    return runStatus == "COMPLETED"_L1 || runStatus == "ERROR"_L1;
-}
-
 /// Name to full path of what a plan may use on this computer.
 QJsonObject availableExecutables()
 {
@@ -49,7 +44,7 @@ Engine::Engine(Store &store, Workspace &workspace, EventBus &events, PermissionM
     , permissions(permissions)
     , tools(tools)
     , provider(provider)
-    , phase(u"IDLE"_s)
+    , phase(Phase::idle)
 {
     documentTimer.setSingleShot(true);
     connect(&documentTimer, &QTimer::timeout, this, &Engine::writeLateDocument);
@@ -63,8 +58,7 @@ Engine::~Engine()
 
 bool Engine::busy() const
 {
-    static const QStringList idle{u"IDLE"_s, u"COMPLETED"_s, u"FAILED"_s, u"CANCELLED"_s};
-    return !idle.contains(phase);
+    return phase != Phase::idle && !isEndPhase(phase);
 }
 
 void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonObject buildCommand)
@@ -106,7 +100,7 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
 
     grantFileAccess();
     step([&] {
-        enter(u"INTAKE"_s);
+        enter(Phase::intake);
         publish(u"TaskCreated"_s, request);
         intake();
     });
@@ -230,17 +224,17 @@ bool Engine::waiting() const
 void Engine::cancel()
 {
     if (busy())
-        endRun(u"CANCELLED"_s, u"CANCELLED"_s, {});
+        endRun(Phase::cancelled, {});
 }
 
 void Engine::fail(const QString &reason)
 {
     if (busy())
-        endRun(u"FAILED"_s, u"FAILED"_s, reason);
+        endRun(Phase::failed, reason);
 }
 
 /// The store may be what failed; the end is announced all the same, and exactly once.
-void Engine::endRun(const QString &endPhase, const QString &nodeStatus, const QString &reason)
+void Engine::endRun(const QString &endPhase, const QString &reason)
 {
     // From here on the run is over: nothing that follows can end it a second time.
     phase = endPhase;
@@ -251,16 +245,17 @@ void Engine::endRun(const QString &endPhase, const QString &nodeStatus, const QS
         other->cancelAll();
     tools.cancelAll();
 
-    attempt([&] { tidyRun(nodeStatus); });
+    attempt([&] { tidyRun(endPhase); });
     permissions.expireTask(taskId);
     attempt([&] { publish(u"PhaseChanged"_s, endPhase); });
     attempt([this] { persist(); });
-    if (endPhase == "FAILED"_L1)
+    if (endPhase == Phase::failed)
         attempt([&] { publish(u"TaskFailed"_s, reason); });
     attempt([&] { Q_EMIT finished(endPhase); });
 }
 
-void Engine::tidyRun(const QString &nodeStatus)
+/// A node that is not done gets the end of the run for its status.
+void Engine::tidyRun(const QString &endPhase)
 {
     queue.clear();
     deferred.clear();
@@ -270,15 +265,15 @@ void Engine::tidyRun(const QString &nodeStatus)
     decisionContinuation = {};
     budget.reserved = 0;
     for (Node &node : graph.nodes) {
-        if (node.status != "COMPLETED"_L1)
-            node.status = nodeStatus;
+        if (node.status != NodeStatus::completed)
+            node.status = endPhase;
     }
 
     QList<QJsonObject> cut;
     for (QJsonObject &run : runs) {
-        if (isEnded(run["status"_L1].toString()))
+        if (isEndedRun(run["status"_L1].toString()))
             continue;
-        run["status"_L1] = u"CANCELLED"_s;
+        run["status"_L1] = RunStatus::cancelled;
         cut.append(run);
     }
     store.atomic([&] {
@@ -295,14 +290,14 @@ void Engine::completeRun(const QString &message, const QJsonObject &data)
     permissions.expireTask(taskId);
     const QString before = phase;
     try {
-        stage(u"COMPLETED"_s);
+        stage(Phase::completed);
     } catch (const std::exception &) {
         // An end that can't be stored is none: the step fails, and fail() must find a run to end.
         phase = before;
         throw;
     }
     attempt([&] { publish(u"TaskCompleted"_s, message, data); });
-    attempt([this] { Q_EMIT finished(u"COMPLETED"_s); });
+    attempt([this] { Q_EMIT finished(Phase::completed); });
 }
 
 void Engine::setProvider(ILLMProvider *next)
@@ -337,7 +332,7 @@ void Engine::attempt(const Step &work)
         work();
     } catch (const std::exception &failure) {
         // A task that is stored as completed has not failed, whatever became of the news.
-        if (error.isEmpty() && phase != "COMPLETED"_L1)
+        if (error.isEmpty() && phase != Phase::completed)
             error = textOf(failure);
     }
 }

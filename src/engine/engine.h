@@ -157,8 +157,8 @@ private:
     QJsonArray existingFiles() const;
     void grantFileAccess();
     void enter(const QString &next);
-    void endRun(const QString &endPhase, const QString &nodeStatus, const QString &reason);
-    void tidyRun(const QString &nodeStatus);
+    void endRun(const QString &endPhase, const QString &reason);
+    void tidyRun(const QString &endPhase);
     void completeRun(const QString &message, const QJsonObject &data);
     bool waiting() const;
     void runDeferred();

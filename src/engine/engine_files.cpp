@@ -149,7 +149,7 @@ QList<std::pair<int, QJsonObject>> Engine::splitOff(int index, const QJsonArray 
         node.input.remove("fix_attempts"_L1);
         node.output = {};
         node.revision = 0;
-        node.status = u"RUNNING"_s;
+        node.status = NodeStatus::running;
         added.append({appendNode(std::move(node)), file.toObject()});
         ids.append(graph.nodes.constLast().id);
     }
@@ -196,7 +196,7 @@ void Engine::takeWritten(int index, const QString &path, const QJsonObject &resu
     Node &node = graph.nodes[index];
     node.output = revision;
     node.revision = revision["revision"_L1].toInt();
-    node.status = u"REVIEWING"_s;
+    node.status = NodeStatus::reviewing;
     rearmChecksOf(node.id);
     publish(u"FileModified"_s, path + u" rev"_s + QString::number(node.revision), revision);
     reviewFile(index, revision);
@@ -223,13 +223,13 @@ void Engine::reviewFile(int index, const QJsonObject &revision)
 void Engine::acceptFile(int index)
 {
     Node &node = graph.nodes[index];
-    node.status = u"COMPLETED"_s;
+    node.status = NodeStatus::completed;
     const QJsonArray fixes = store.list(u"fix_requests"_s, taskId);
     for (const QJsonValue &entry : fixes) {
         QJsonObject fix = entry.toObject();
-        if (fix["node_id"_L1].toString() != node.id || fix["status"_L1].toString() != "OPEN"_L1)
+        if (fix["node_id"_L1].toString() != node.id || fix["status"_L1].toString() != FixStatus::open)
             continue;
-        fix["status"_L1] = u"RESOLVED"_s;
+        fix["status"_L1] = FixStatus::resolved;
         fix["resolved_revision"_L1] = node.revision;
         store.put(u"fix_requests"_s, fix["id"_L1].toString(), taskId, fix);
     }
@@ -248,7 +248,7 @@ void Engine::requestFixes(int index, const QJsonObject &file, const QList<QJsonO
         return;
     }
     node.input["fix_attempts"_L1] = attempts + 1;
-    node.status = u"REVISION_REQUIRED"_s;
+    node.status = NodeStatus::revisionRequired;
 
     QJsonArray fixes;
     for (const QJsonObject &review : reviews) {
@@ -263,7 +263,7 @@ void Engine::requestFixes(int index, const QJsonObject &file, const QList<QJsonO
             {u"reviewer"_s, review["reviewer"_L1]},
             {u"description"_s, review["issues"_L1].toArray()},
             {u"proposed_solution"_s, review["required_changes"_L1].toArray()},
-            {u"status"_s, u"OPEN"_s},
+            {u"status"_s, FixStatus::open},
         };
         store.put(u"fix_requests"_s, fix["id"_L1].toString(), taskId, fix);
         fixes.append(fix);
@@ -271,7 +271,7 @@ void Engine::requestFixes(int index, const QJsonObject &file, const QList<QJsonO
     }
     persist();
     consult(u"code"_s, {{u"file"_s, file}, {u"fixes"_s, fixes}}, [this, index, fixes] {
-        stage(u"EXECUTION"_s);
+        stage(Phase::execution);
         codeNode(index, fixes);
     });
 }

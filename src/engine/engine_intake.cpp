@@ -81,7 +81,7 @@ void Engine::takeSpec(const QJsonObject &answer)
         if (options.isEmpty())
             options = {u"Использовать предложенный вариант"_s};
         askDecision(strings(questions).join(u'\n'), options, [this] {
-            stage(u"INTAKE"_s);
+            stage(Phase::intake);
             intake();
         });
         return;
@@ -181,12 +181,12 @@ void Engine::askDecision(QString question, QJsonArray options, std::function<voi
         {u"stage"_s, phase},
     };
     decisionContinuation = std::move(continuation);
-    stage(u"CLARIFICATION"_s);
+    stage(Phase::clarification);
 }
 
 void Engine::clarify(const QString &answer)
 {
-    require(phase == "CLARIFICATION"_L1 && !decision.isEmpty(), u"Нет ожидающего уточнения."_s);
+    require(phase == Phase::clarification && !decision.isEmpty(), u"Нет ожидающего уточнения."_s);
     require(!answer.trimmed().isEmpty(), u"Введите ответ."_s);
     store.put(u"messages"_s, id(), taskId, {{u"role"_s, u"user"_s}, {u"content"_s, answer}, {u"time"_s, now()}});
 

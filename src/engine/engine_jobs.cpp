@@ -211,7 +211,7 @@ void Engine::queueJob(std::shared_ptr<Job> job)
         {u"role"_s, job->agent.role},
         {u"logical_role"_s, job->role},
         {u"task_id"_s, taskId},
-        {u"status"_s, u"WAITING"_s},
+        {u"status"_s, RunStatus::waiting},
         {u"model"_s, job->provider->name()},
         {u"context"_s, job->context},
         {u"system_prompt"_s, job->agent.system_prompt},
@@ -284,7 +284,7 @@ void Engine::receive(const std::shared_ptr<Job> &job, const LLMResult &result)
         // What the run has already ended over is not its last word.
         if (!busy() || taskOf(*job) != taskId)
             return;
-        job->run["status"_L1] = u"ERROR"_s;
+        job->run["status"_L1] = RunStatus::error;
         job->run["error"_L1] = textOf(failure);
         attempt([&] { saveRun(job->run); });
         fail(textOf(failure));
@@ -295,7 +295,7 @@ void Engine::retryOrFail(const std::shared_ptr<Job> &job, const LLMResult &resul
 {
     job->run["error"_L1] = result.error;
     if (!(result.retryable || result.truncated) || job->attempts > maxRepeats) {
-        job->run["status"_L1] = u"ERROR"_s;
+        job->run["status"_L1] = RunStatus::error;
         saveRun(job->run);
         fail(withoutPromise(result.error));
         return;
@@ -303,7 +303,7 @@ void Engine::retryOrFail(const std::shared_ptr<Job> &job, const LLMResult &resul
 
     if (result.truncated)
         job->maxTokens = std::min(job->maxTokens * 2, maxOutputTokens);
-    job->run["status"_L1] = u"WAITING"_s;
+    job->run["status"_L1] = RunStatus::waiting;
     saveRun(job->run);
     publish(u"RetryScheduled"_s, result.error);
     if (result.waitMs > 0)
@@ -328,7 +328,7 @@ bool Engine::acceptAnswer(const std::shared_ptr<Job> &job, const QString &conten
         job->context["format_instruction"_L1]
             = u"Return valid JSON satisfying the role schema. This is your only format repair attempt."_s;
     }
-    job->run["status"_L1] = u"WAITING"_s;
+    job->run["status"_L1] = RunStatus::waiting;
     saveRun(job->run);
     requeue(job);
     return false;
@@ -338,7 +338,7 @@ void Engine::deliver(const std::shared_ptr<Job> &job, const QJsonObject &answer)
 {
     const int noted = generation;
     const QString runId = runIdOf(*job);
-    job->run["status"_L1] = u"COMPLETED"_s;
+    job->run["status"_L1] = RunStatus::completed;
     job->run["finished_at"_L1] = now();
     job->run["output"_L1] = answer;
     job->run.remove("error"_L1);

@@ -53,7 +53,7 @@ void Engine::activatePlan()
 {
     graph.load(plan["nodes"_L1].toArray());
     for (Node &node : graph.nodes) {
-        node.status = u"QUEUED"_s;
+        node.status = NodeStatus::queued;
         node.output = {};
         node.revision = 0;
     }
@@ -62,7 +62,7 @@ void Engine::activatePlan()
         bindBuildCommand(command);
 
     if (simulation)
-        stage(u"PREVIEW"_s);
+        stage(Phase::preview);
     else
         execution();
 }
@@ -123,13 +123,13 @@ void Engine::execution()
 {
     const QJsonObject checkpoint = workspace.checkpoint(taskId, graph.toJson());
     publish(u"CheckpointCreated"_s, u"Before execution"_s, checkpoint);
-    stage(u"EXECUTION"_s);
+    stage(Phase::execution);
     scheduleNodes();
 }
 
 void Engine::scheduleNodes()
 {
-    if (paused || phase != "EXECUTION"_L1)
+    if (paused || phase != Phase::execution)
         return;
     if (graph.complete()) {
         finalValidation();
@@ -137,12 +137,12 @@ void Engine::scheduleNodes()
     }
     const QList<int> ready = graph.ready();
     for (const int index : ready) {
-        if (phase != "EXECUTION"_L1)
+        if (phase != Phase::execution)
             break;
         // A node that ends at once comes back here before its own start has returned. By then the rest of the list may
         // have been started, or wait again for a file that is being rewritten.
         const QString &status = graph.nodes.at(index).status;
-        if ((status == "QUEUED"_L1 || status == "READY"_L1) && isReleased(index))
+        if (isStartable(status) && isReleased(index))
             executeNode(index);
     }
 }
@@ -151,14 +151,15 @@ void Engine::scheduleNodes()
 bool Engine::isReleased(int index) const
 {
     const QStringList &dependencies = graph.nodes.at(index).dependencies;
-    return std::ranges::none_of(
-        graph.nodes, [&](const Node &node) { return node.status != "COMPLETED"_L1 && dependencies.contains(node.id); });
+    return std::ranges::none_of(graph.nodes, [&](const Node &node) {
+        return node.status != NodeStatus::completed && dependencies.contains(node.id);
+    });
 }
 
 void Engine::executeNode(int index)
 {
     Node &node = graph.nodes[index];
-    node.status = u"RUNNING"_s;
+    node.status = NodeStatus::running;
     if (isCode(node)) {
         const QJsonArray fixes = node.input.take("recovery_fixes"_L1).toArray();
         codeNode(index, fixes);
@@ -170,7 +171,7 @@ void Engine::executeNode(int index)
         const QJsonObject context{{u"node"_s, node.toJson()}, {u"structure"_s, structure}};
         enqueue(u"specialist"_s, context, [this, index](const QJsonObject &answer) {
             graph.nodes[index].output = answer;
-            graph.nodes[index].status = u"COMPLETED"_s;
+            graph.nodes[index].status = NodeStatus::completed;
             persist();
             scheduleNodes();
         });
@@ -181,11 +182,11 @@ void Engine::codeNode(int index, const QJsonArray &fixes)
 {
     if (!busy())
         return;
-    graph.nodes[index].status = u"RUNNING"_s;
+    graph.nodes[index].status = NodeStatus::running;
     if (!fixes.isEmpty()) {
         // A changed file invalidates every check that has passed.
         for (Node &node : graph.nodes) {
-            if (isCheck(node) && node.status == "COMPLETED"_L1)
+            if (isCheck(node) && node.status == NodeStatus::completed)
                 rearm(node);
         }
     }

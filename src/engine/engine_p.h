@@ -8,6 +8,8 @@
 #include "llm_provider.h"
 #include "panel_vote.h"
 #include "permissions.h"
+#include "phases.h"
+#include "statuses.h"
 #include "store.h"
 #include "tool_router.h"
 #include "workspace.h"
@@ -46,7 +48,7 @@ inline bool isCheck(const Node &node)
 /// Lets a check run again.
 inline void rearm(Node &check)
 {
-    check.status = QStringLiteral("QUEUED");
+    check.status = NodeStatus::queued;
     check.output = {};
 }
 

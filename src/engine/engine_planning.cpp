@@ -21,12 +21,12 @@ void Engine::planning()
         fail(u"Plan revision limit reached"_s);
         return;
     }
-    stage(u"PLANNING"_s);
+    stage(Phase::planning);
     enqueue(u"planner"_s, {{u"previous_plan"_s, plan}}, [this](const QJsonObject &answer) {
         plan = answer;
         plan["revision"_L1] = planRevisions;
         store.put(u"plans"_s, taskId + u':' + QString::number(planRevisions), taskId, plan);
-        stage(u"PLAN_REVIEW"_s);
+        stage(Phase::planReview);
         reviewPlan();
     });
 }
@@ -52,13 +52,13 @@ void Engine::structuring()
         fail(u"Structure revision limit reached"_s);
         return;
     }
-    stage(u"STRUCTURING"_s);
+    stage(Phase::structuring);
     const QJsonObject context{{u"plan"_s, plan}, {u"previous_structure"_s, structure}};
     enqueue(u"structure"_s, context, [this](const QJsonObject &answer) {
         structure = answer;
         structure["revision"_L1] = structureRevisions;
         store.put(u"structures"_s, taskId + u':' + QString::number(structureRevisions), taskId, structure);
-        stage(u"STRUCTURE_REVIEW"_s);
+        stage(Phase::structureReview);
         reviewStructure();
     });
 }

@@ -32,7 +32,7 @@ void Engine::runTool(int index)
     }
     // The grant waits for resume(), or for a file that is being rewritten since the question was asked.
     if (paused || !isReleased(index)) {
-        graph.nodes[index].status = u"QUEUED"_s;
+        graph.nodes[index].status = NodeStatus::queued;
         persist();
         return;
     }
@@ -71,7 +71,7 @@ bool Engine::isSafeMediaJob(const QJsonObject &input) const
 void Engine::askPermission(int index, const QString &fingerprint)
 {
     const QString approval = taskId + u':' + fingerprint;
-    graph.nodes[index].status = u"BLOCKED"_s;
+    graph.nodes[index].status = NodeStatus::blocked;
     pendingPermissions.insert(approval, index);
     publish(u"PermissionRequested"_s, u"Approve exact terminal command"_s,
             {{u"id"_s, approval}, {u"arguments"_s, graph.nodes.at(index).input}, {u"cwd"_s, workspace.root()}});
@@ -112,9 +112,9 @@ bool Engine::requeueTwins(int index)
     bool found = false;
     for (int i = 0; i < graph.nodes.size(); ++i) {
         Node &node = graph.nodes[i];
-        if (i == index || node.status != "BLOCKED"_L1 || node.input != graph.nodes.at(index).input)
+        if (i == index || node.status != NodeStatus::blocked || node.input != graph.nodes.at(index).input)
             continue;
-        node.status = u"QUEUED"_s;
+        node.status = NodeStatus::queued;
         found = true;
     }
     return found;
@@ -124,11 +124,11 @@ void Engine::startTool(int index)
 {
     const int noted = generation;
     Node &node = graph.nodes[index];
-    node.status = u"RUNNING"_s;
+    node.status = NodeStatus::running;
     const Agent terminal = makeAgent(u"terminal"_s, u"Terminal Agent"_s, {u"process"_s}, {runCommand()});
     const QJsonObject run{
-        {u"id"_s, id()},          {u"agent_id"_s, terminal.id},   {u"role"_s, u"terminal"_s},
-        {u"task_id"_s, taskId},   {u"status"_s, u"USING_TOOL"_s}, {u"model"_s, u"ToolRouter / QProcess"_s},
+        {u"id"_s, id()},          {u"agent_id"_s, terminal.id},        {u"role"_s, u"terminal"_s},
+        {u"task_id"_s, taskId},   {u"status"_s, RunStatus::usingTool}, {u"model"_s, u"ToolRouter / QProcess"_s},
         {u"started_at"_s, now()}, {u"context"_s, node.input},
     };
     saveRun(run);
@@ -145,7 +145,7 @@ void Engine::startTool(int index)
 void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result)
 {
     const bool success = result["success"_L1].toBool();
-    run["status"_L1] = success ? u"COMPLETED"_s : u"ERROR"_s;
+    run["status"_L1] = success ? RunStatus::completed : RunStatus::error;
     run["output"_L1] = result;
     run["finished_at"_L1] = now();
     saveRun(run);
@@ -170,7 +170,7 @@ void Engine::finishNode(int index, const QJsonObject &result)
 {
     Node &node = graph.nodes[index];
     node.output = result;
-    node.status = result["success"_L1].toBool() ? u"COMPLETED"_s : u"FAILED"_s;
+    node.status = result["success"_L1].toBool() ? NodeStatus::completed : NodeStatus::failed;
     persist();
 }
 

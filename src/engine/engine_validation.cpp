@@ -76,7 +76,7 @@ void Engine::finalValidation()
 {
     if (prepareProjectChecks() || prepareBrowserCheck())
         return;
-    stage(u"VALIDATION"_s);
+    stage(Phase::validation);
 
     const QJsonObject evidence = validatorContext();
     const QJsonArray compact = evidence["graph"_L1].toArray();
@@ -175,7 +175,7 @@ QString Engine::addCheck(const QString &title, const QJsonArray &arguments, bool
 void Engine::runAddedChecks(const QString &message)
 {
     publish(u"AutomaticCorrection"_s, message);
-    stage(u"EXECUTION"_s);
+    stage(Phase::execution);
     scheduleNodes();
 }
 
@@ -287,7 +287,8 @@ void Engine::passGates()
     require(graph.complete(), u"Final gate: graph incomplete"_s);
     require(pendingPermissions.isEmpty(), u"Final gate: permissions pending"_s);
     const QJsonArray fixes = store.list(u"fix_requests"_s, taskId);
-    require(std::ranges::none_of(fixes, [](const QJsonValue &fix) { return fix["status"_L1].toString() == "OPEN"_L1; }),
+    require(std::ranges::none_of(fixes,
+                                 [](const QJsonValue &fix) { return fix["status"_L1].toString() == FixStatus::open; }),
             u"Final gate: unresolved fixes"_s);
     for (const Node &node : std::as_const(graph.nodes)) {
         if (!isCode(node))
@@ -324,8 +325,8 @@ void Engine::reworkAfterValidation(const QJsonObject &review)
     }
     spec["final_fix_cycles"_L1] = cycles + 1;
     graph.nodes[target].input["fix_attempts"_L1] = attempts + 1;
-    graph.nodes[target].status = u"REVISION_REQUIRED"_s;
-    stage(u"EXECUTION"_s);
+    graph.nodes[target].status = NodeStatus::revisionRequired;
+    stage(Phase::execution);
     codeNode(target, {review});
 }
 
@@ -363,7 +364,7 @@ void Engine::recoverVerification(int index, const QJsonObject &result)
         return;
     }
     graph.nodes[index].input["recovery_attempts"_L1] = attempts + 1;
-    graph.nodes[index].status = u"QUEUED"_s;
+    graph.nodes[index].status = NodeStatus::queued;
     publish(u"AutomaticCorrection"_s, u"Проверка не прошла. Исправляю код, цикл %1 из 3."_s.arg(attempts + 1));
     persist();
     scheduleNodes();
@@ -378,10 +379,10 @@ bool Engine::sendBackUpstream(int index, const QJsonObject &fix)
         if (!isCode(node) || !upstream.contains(node.id))
             continue;
         found = true;
-        if (node.status == "COMPLETED"_L1) {
-            node.status = u"QUEUED"_s;
+        if (node.status == NodeStatus::completed) {
+            node.status = NodeStatus::queued;
             node.input["recovery_fixes"_L1] = QJsonArray{fix};
-        } else if (node.status == "QUEUED"_L1) {
+        } else if (node.status == NodeStatus::queued) {
             // Another check has failed over the same file and its repair has not begun: it gets both reports.
             QJsonArray fixes = node.input["recovery_fixes"_L1].toArray();
             fixes.append(fix);
@@ -411,14 +412,14 @@ void Engine::rearmChecksOf(const QString &codeId)
 {
     for (int i = 0; i < graph.nodes.size(); ++i) {
         Node &node = graph.nodes[i];
-        if (isCheck(node) && node.status == "COMPLETED"_L1 && upstreamOf(graph.nodes, i).contains(codeId))
+        if (isCheck(node) && node.status == NodeStatus::completed && upstreamOf(graph.nodes, i).contains(codeId))
             rearm(node);
     }
 }
 
 void Engine::runPreview()
 {
-    require(phase == "PREVIEW"_L1, u"No preview ready"_s);
+    require(phase == Phase::preview, u"No preview ready"_s);
     simulation = false;
     permissions.grants.append(
         {u"write_file"_s, taskId, workspace.project(), {}, u"CURRENT_TASK"_s, PermissionLevel::Write});

@@ -1,7 +1,9 @@
 #include "narrator.h"
 
 #include "helpers.h"
+#include "phases.h"
 #include "roles.h"
+#include "statuses.h"
 
 #include <QHash>
 #include <QJsonArray>
@@ -20,20 +22,20 @@ using Labels = QHash<QString, QString>;
 const Labels &phaseLabels()
 {
     static const Labels labels{
-        {u"IDLE"_s, u"Готов к работе"_s},
-        {u"INTAKE"_s, u"Разбираюсь в задаче"_s},
-        {u"CLARIFICATION"_s, u"Жду вашего ответа"_s},
-        {u"PLANNING"_s, u"Составляю план"_s},
-        {u"PLAN_REVIEW"_s, u"Проверяю план"_s},
-        {u"STRUCTURING"_s, u"Готовлю структуру"_s},
-        {u"STRUCTURE_REVIEW"_s, u"Проверяю структуру"_s},
-        {u"PREVIEW"_s, u"Жду подтверждения плана"_s},
-        {u"EXECUTION"_s, u"Выполняю задачу"_s},
-        {u"VALIDATION"_s, u"Проверяю результат"_s},
-        {u"COMPLETED"_s, u"Задача завершена"_s},
-        {u"FAILED"_s, u"Не удалось завершить"_s},
-        {u"CANCELLED"_s, u"Работа остановлена"_s},
-        {u"INTERRUPTED"_s, u"Сеанс был прерван"_s},
+        {Phase::idle, u"Готов к работе"_s},
+        {Phase::intake, u"Разбираюсь в задаче"_s},
+        {Phase::clarification, u"Жду вашего ответа"_s},
+        {Phase::planning, u"Составляю план"_s},
+        {Phase::planReview, u"Проверяю план"_s},
+        {Phase::structuring, u"Готовлю структуру"_s},
+        {Phase::structureReview, u"Проверяю структуру"_s},
+        {Phase::preview, u"Жду подтверждения плана"_s},
+        {Phase::execution, u"Выполняю задачу"_s},
+        {Phase::validation, u"Проверяю результат"_s},
+        {Phase::completed, u"Задача завершена"_s},
+        {Phase::failed, u"Не удалось завершить"_s},
+        {Phase::cancelled, u"Работа остановлена"_s},
+        {Phase::interrupted, u"Сеанс был прерван"_s},
     };
     return labels;
 }
@@ -117,7 +119,7 @@ QStringList structureLines(const QJsonArray &items, const QJsonArray &nodes)
 
 bool isCompleted(const QJsonObject &record)
 {
-    return record["status"_L1].toString() == "COMPLETED"_L1;
+    return record["status"_L1].toString() == NodeStatus::completed;
 }
 
 /// What the graph says about the work, as lines of the report.
@@ -215,12 +217,11 @@ QString doneText(const QStringList &done)
 
 QString pendingText(const QStringList &pending, const QString &phase)
 {
-    static const QStringList stopped{u"FAILED"_s, u"CANCELLED"_s, u"INTERRUPTED"_s};
     if (!pending.isEmpty())
         return joined(pending);
-    if (phase == "COMPLETED"_L1)
+    if (phase == Phase::completed)
         return u"• Незавершённых этапов в утверждённом плане нет."_s;
-    if (stopped.contains(phase))
+    if (isEndPhase(phase))
         return u"• Работа остановилась до выполнения плана."_s;
     return u"• План ещё готовится. Работа продолжается."_s;
 }
@@ -241,7 +242,7 @@ QString checkedText(const QJsonObject &state, int fixCycles)
         + QString::number(finishedReviews(state["runs"_L1].toArray())) + u". Циклов исправления: "_s
         + QString::number(fixCycles) + u"."_s;
     text += disabledText(strings(state["spec"_L1]["disabled_agents"_L1].toArray()));
-    if (state["phase"_L1].toString() == "COMPLETED"_L1)
+    if (state["phase"_L1].toString() == Phase::completed)
         text += u"\n• Граф завершён, открытых замечаний нет. "
                 u"Актуальность созданных файлов проверена по контрольным суммам."_s;
     return text;
@@ -296,20 +297,20 @@ QString Narrator::progress(const QJsonObject &state)
 {
     const QString phase = state["phase"_L1].toString();
     const QJsonArray nodes = state["plan"_L1]["nodes"_L1].toArray();
-    if (phase == "INTAKE"_L1)
+    if (phase == Phase::intake)
         return u"Разбираюсь в задаче."_s;
-    if (phase == "CLARIFICATION"_L1)
+    if (phase == Phase::clarification)
         return state["decision"_L1]["question"_L1].toString();
-    if (phase == "PLAN_REVIEW"_L1)
+    if (phase == Phase::planReview)
         return u"План\n\n"_s + joined(planLines(nodes)) + u"\n\nПередаю трём проверяющим."_s;
-    if (phase == "STRUCTURE_REVIEW"_L1)
+    if (phase == Phase::structureReview)
         return u"Структура\n\n"_s + joined(structureLines(state["structure"_L1]["items"_L1].toArray(), nodes))
             + u"\n\nПроверяю связи между файлами."_s;
-    if (phase == "PREVIEW"_L1)
+    if (phase == Phase::preview)
         return u"План и структура готовы."_s;
-    if (phase == "EXECUTION"_L1)
+    if (phase == Phase::execution)
         return u"Создаю файлы и проверяю результат."_s;
-    if (phase == "VALIDATION"_L1)
+    if (phase == Phase::validation)
         return u"Финальная проверка."_s;
     return {};
 }
@@ -318,7 +319,7 @@ QString Narrator::report(const QJsonObject &state)
 {
     const QString phase = state["phase"_L1].toString();
     const QJsonObject spec = state["spec"_L1].toObject();
-    if (phase == "COMPLETED"_L1 && spec["answer_only"_L1].toBool())
+    if (phase == Phase::completed && spec["answer_only"_L1].toBool())
         return spec["summary"_L1].toString();
 
     const Account account(state["graph"_L1].toArray());

@@ -1,6 +1,8 @@
 #include "recovery.h"
 
 #include "helpers.h"
+#include "phases.h"
+#include "statuses.h"
 #include "store.h"
 #include "task_record.h"
 
@@ -12,10 +14,9 @@ namespace vesk {
 
 namespace {
 
-bool isEnded(const QJsonObject &run)
+bool hasEnded(const QJsonObject &run)
 {
-    static const QStringList ended{u"COMPLETED"_s, u"ERROR"_s, u"CANCELLED"_s};
-    return ended.contains(run["status"_L1].toString());
+    return isEndedRun(run["status"_L1].toString());
 }
 
 /// The run as it was last stored: its own row is newer than the task's document, which may have been put off.
@@ -25,8 +26,8 @@ QJsonObject endedRun(Store &store, const QString &taskId, const QJsonObject &kno
     QJsonObject run = store.get(u"agent_runs"_s, runId);
     if (run.isEmpty())
         run = known;
-    if (!isEnded(run)) {
-        run["status"_L1] = u"INTERRUPTED"_s;
+    if (!hasEnded(run)) {
+        run["status"_L1] = RunStatus::interrupted;
         store.put(u"agent_runs"_s, runId, taskId, run);
     }
     return TaskRecord::slimRun(run);
@@ -43,7 +44,7 @@ QJsonArray endedRuns(Store &store, const QString &taskId, const QJsonArray &know
             if (seen.contains(runId))
                 continue;
             seen.insert(runId);
-            runs.append(isEnded(run) ? TaskRecord::slimRun(run) : endedRun(store, taskId, run));
+            runs.append(hasEnded(run) ? TaskRecord::slimRun(run) : endedRun(store, taskId, run));
         }
     };
     take(known);
@@ -55,18 +56,17 @@ QJsonArray endedRuns(Store &store, const QString &taskId, const QJsonArray &know
 
 void recoverInterruptedTasks(Store &store)
 {
-    static const QStringList ended{u"COMPLETED"_s, u"FAILED"_s, u"CANCELLED"_s, u"INTERRUPTED"_s};
     // From the outlines: reading hundreds of whole documents to find the one that was cut off took seconds.
     const QJsonArray outlines = store.taskOutlines({});
     for (const QJsonValue &outline : outlines) {
-        if (ended.contains(outline["phase"_L1].toString()))
+        if (isEndPhase(outline["phase"_L1].toString()))
             continue;
         const QString taskId = outline["id"_L1].toString();
         QJsonObject task = store.get(u"tasks"_s, taskId);
         if (task.isEmpty())
             continue; // No longer readable; rows are never repaired.
         store.atomic([&] {
-            task["phase"_L1] = u"INTERRUPTED"_s;
+            task["phase"_L1] = Phase::interrupted;
             task["pending"_L1] = QJsonArray();
             task["error"_L1]
                 = u"Предыдущий сеанс был прерван. История сохранена; незавершённую задачу нужно запустить заново."_s;

@@ -4,6 +4,7 @@
 #include "helpers.h"
 #include "narration.h"
 #include "narrator.h"
+#include "statuses.h"
 #include "store.h"
 #include "workspace.h"
 
@@ -111,7 +112,7 @@ void TaskJournal::keepToolOutput(const QString &printed)
         made["name"_L1] = file.fileName();
         if (!made.contains("kind"_L1))
             made["kind"_L1] = u"result"_s;
-        made["status"_L1] = u"COMPLETED"_s;
+        made["status"_L1] = RunStatus::completed;
         made["bytes"_L1] = file.size();
         store.put(u"artifacts"_s, std::as_const(made)["id"_L1].toString(), workspace.project(), made);
     } catch (const std::exception &) {

@@ -1,7 +1,9 @@
 #include "self_test_ui.h"
 
 #include "backend.h"
+#include "budget.h"
 #include "interface_options.h"
+#include "phases.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -25,7 +27,6 @@ constexpr auto networkDelay = 120ms;
 constexpr auto questionDelay = 280ms;
 constexpr auto pageTime = 250ms;
 constexpr auto timeLimit = 60s;
-constexpr int budget = 1000000;
 
 enum Code { Passed, NoFolder, NotCompleted, NoWindow, NotSaved, TimedOut, NotRenamed, NoEditor };
 
@@ -68,8 +69,9 @@ void SelfTestUi::begin(const QString &target, bool withWorkflow)
     backend.addMemory(u"Constraints"_s, u"Калькулятор работает локально, без внешних зависимостей."_s);
     connect(&backend, &Backend::changed, this, &SelfTestUi::capture);
     connect(&backend.runner(), &Engine::finished, this, &SelfTestUi::finish);
-    QTimer::singleShot(
-        0, this, [this] { backend.start(u"Создай простое приложение-калькулятор."_s, false, budget, u""_s, u"[]"_s); });
+    QTimer::singleShot(0, this, [this] {
+        backend.start(u"Создай простое приложение-калькулятор."_s, false, defaultTaskTokens, u""_s, u"[]"_s);
+    });
     QTimer::singleShot(timeLimit, this, [] { leave(TimedOut); });
 }
 
@@ -78,11 +80,11 @@ void SelfTestUi::capture()
     const QJsonObject state = backend.runner().snapshot();
     const QString phase = state["phase"_L1].toString();
     const QString decision = state["decision"_L1]["id"_L1].toString();
-    if (phase == "PLAN_REVIEW"_L1 && !captured.contains(u"network"_s)) {
+    if (phase == Phase::planReview && !captured.contains(u"network"_s)) {
         captured.insert(u"network"_s);
         QTimer::singleShot(networkDelay, this, [this] { grab(u"network-active"_s); });
     }
-    if (phase == "CLARIFICATION"_L1 && !decision.isEmpty() && !captured.contains(decision)) {
+    if (phase == Phase::clarification && !decision.isEmpty() && !captured.contains(decision)) {
         captured.insert(decision);
         QTimer::singleShot(questionDelay, this, [this, decision] { captureQuestion(decision); });
     }
@@ -100,8 +102,8 @@ void SelfTestUi::captureQuestion(const QString &decision)
 void SelfTestUi::finish(const QString &status)
 {
     QQuickWindow *window = firstWindow(engine);
-    if (status != "COMPLETED"_L1 || !window)
-        return leave(status != "COMPLETED"_L1 ? NotCompleted : NoWindow);
+    if (status != Phase::completed || !window)
+        return leave(status != Phase::completed ? NotCompleted : NoWindow);
 
     const QJsonArray runs = backend.selected()["runs"_L1].toArray();
     if (!runs.isEmpty())
