@@ -1,3 +1,5 @@
+// The token account of a task.
+
 #include "budget.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Events, stored and told.
+
 #include "event_bus.h"
 
 #include "helpers.h"

@@ -1,3 +1,5 @@
+// What every layer needs: ids, times, JSON, digests, failures.
+
 #include "helpers.h"
 
 #include <QCryptographicHash>

@@ -1,3 +1,5 @@
+// Who may use which tool on what.
+
 #include "permissions.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// JSON records in one SQLite file.
+
 #include "store.h"
 
 #include "helpers.h"

@@ -1,9 +1,10 @@
+// The plan as a graph: what it refuses, what may start, when it is done.
+
 #include "task_graph.h"
 
 #include "helpers.h"
 #include "statuses.h"
 
-#include <QHash>
 #include <QSet>
 
 #include <algorithm>
@@ -15,36 +16,6 @@ namespace vesk {
 namespace {
 
 constexpr int maxDocumentChars = 60000;
-
-/// Depth-first walk over the dependencies. Recursion is at most 64 deep, as the graph has no more nodes.
-class DependencyWalk {
-public:
-    explicit DependencyWalk(const QList<Node> &nodes)
-    {
-        for (const Node &node : nodes)
-            byId.insert(node.id, &node);
-    }
-
-    void visit(const QString &id)
-    {
-        const State state = states.value(id, State::Unseen);
-        require(state != State::OnStack, u"Dependency cycle"_s);
-        if (state == State::Finished)
-            return;
-
-        states.insert(id, State::OnStack);
-        for (const QString &dependency : byId.value(id)->dependencies) {
-            require(byId.contains(dependency), u"Missing dependency: "_s + dependency);
-            visit(dependency);
-        }
-        states.insert(id, State::Finished);
-    }
-
-private:
-    enum class State { Unseen, OnStack, Finished };
-    QHash<QString, const Node *> byId;
-    QHash<QString, State> states;
-};
 
 void requireSoundNode(const Node &node, QSet<QString> &seen)
 {
@@ -97,6 +68,14 @@ QJsonObject Node::toJson() const
     };
 }
 
+Links linksOf(const QList<Node> &nodes)
+{
+    Links links;
+    for (const Node &node : nodes)
+        links.insert(node.id, node.dependencies);
+    return links;
+}
+
 void TaskGraph::load(const QJsonArray &array)
 {
     nodes.clear();
@@ -117,9 +96,13 @@ void TaskGraph::validate() const
     for (const Node &node : nodes)
         requireSoundNode(node, seen);
 
-    DependencyWalk walk(nodes);
+    const Links links = linksOf(nodes);
+    QStringList ids;
     for (const Node &node : nodes)
-        walk.visit(node.id);
+        ids.append(node.id);
+    requireSoundLinks(links, ids, u"Dependency cycle"_s, [&](const QString &, const QString &dependency) {
+        require(links.contains(dependency), u"Missing dependency: "_s + dependency);
+    });
 }
 
 QList<int> TaskGraph::ready() const

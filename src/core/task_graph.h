@@ -1,5 +1,7 @@
 #pragma once
 
+#include "links.h"
+
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
@@ -29,6 +31,9 @@ struct Node {
 
     bool operator==(const Node &) const = default;
 };
+
+/// Who waits for whom.
+Links linksOf(const QList<Node> &nodes);
 
 /// The plan in its executable form: an ordered list of at most 64 nodes, addressed by index.
 /// Nodes are only appended, so indices stay valid.

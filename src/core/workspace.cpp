@@ -1,3 +1,5 @@
+// The files of a project, each change of which is a revision that can be restored.
+
 #include "workspace.h"
 
 #include "helpers.h"

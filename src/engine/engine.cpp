@@ -1,3 +1,5 @@
+// How a task begins and ends, and what stands between it and a step that throws.
+
 #include "engine_p.h"
 
 #include "programs.h"

@@ -28,6 +28,7 @@ class EventBus;
 class ILLMProvider;
 struct LLMResult;
 class PermissionManager;
+struct ProjectCheck;
 class Store;
 class ToolRouter;
 class Workspace;
@@ -52,35 +53,71 @@ public:
            ILLMProvider *provider, QObject *parent = nullptr);
     ~Engine() override;
 
-    // Run (engine.cpp)
+    // What an application calls
 
     /// Begins a task. `simulation` stops before execution; `budget` is in tokens, at least 1000; `buildCommand` is
     /// {"program", "arguments"} or empty.
     void start(const QString &request, bool simulation, qint64 budget, QJsonObject buildCommand);
+    /// The user's answer to the open decision.
+    void clarify(const QString &answer);
+    /// The user's answer to a pending permission; a refusal ends the run.
+    void approve(const QString &id, bool allow);
+    /// Carries a simulated run on into execution.
+    void runPreview();
+    void pause();
+    void resume();
+    void cancel();
+    /// Ends the run as "FAILED"; files and history stay. Nothing happens when no task is active.
+    void fail(const QString &reason);
+    /// Sets the priority, held to 0..2, of the node with this id, if there is one.
+    void priority(const QString &node, int value);
+    /// Throws "Stop the active task before changing provider".
+    void setProvider(ILLMProvider *provider);
     /// True while a task is between start and one of its ends.
     bool busy() const;
     /// The code of the current phase, "IDLE" before the first task.
     QString phaseCode() const { return phase; }
     /// The id of the current or last task; empty before the first.
     QString task() const { return taskId; }
+    /// The task state document (docs/task-state.md), runs in full.
+    QJsonObject snapshot() const;
+
+    // Settings and inputs of the next start. They belong to no task: start() doesn't clear them.
+
+    int maxParallel = 8; ///< Concurrent requests; held to 1..8.
+    bool computerAccess = false; ///< Programs run without a question.
+    bool automaticRouting = false; ///< The chief agent decides how a run goes on.
+    QHash<QString, ILLMProvider *> agentProviders; ///< By agent or role; not owned.
+    QSet<QString> disabledAgents;
+    QJsonArray agentNetwork;
+    QJsonArray mcpTools;
+    QJsonObject roleSkills;
+    QJsonObject previousSpec;
+    QJsonArray conversationHistory;
+    QJsonArray requestMedia;
+    QJsonObject mediaTools;
+    /// Calls an MCP tool: server id, tool, arguments, completion.
+    std::function<void(QString, QString, QJsonObject, Answer)> mcpCall;
+
+Q_SIGNALS:
+    // Emitted in the middle of a step, like the events. A listener may end the run; what begins a new one or answers a
+    // question belongs on a turn of its own.
+    void changed();
+    /// Once per task, with the end phase.
+    void finished(QString status);
+
+public:
+    // The steps of a run. Each stage calls the next; tests enter at one of them.
+
+    // Run (engine.cpp)
+
     /// Moves to a phase and stores the state; does no more than store it when the phase is that already or the task has
     /// ended.
     void stage(const QString &phase);
-    void pause();
-    void resume();
-    void cancel();
-    /// Ends the run as "FAILED"; files and history stay. Nothing happens when no task is active.
-    void fail(const QString &reason);
-    /// Throws "Stop the active task before changing provider".
-    void setProvider(ILLMProvider *provider);
-    /// Sets the priority, held to 0..2, of the node with this id, if there is one.
-    void priority(const QString &node, int value);
 
     // State (engine_state.cpp)
 
     void persist();
-    /// The task state document (docs/task-state.md), runs in full.
-    QJsonObject snapshot() const;
     /// Replaces or adds a run record and stores it.
     void saveRun(const QJsonObject &run);
 
@@ -92,17 +129,16 @@ public:
     void pump();
     void dispatch(std::shared_ptr<Job> job);
 
-    // Intake and questions (engine_intake.cpp)
+    // Intake (engine_intake.cpp)
 
     void intake();
-    void askDecision(QString question, QJsonArray options, std::function<void()> continuation);
-    /// The user's answer to the open decision.
-    void clarify(const QString &answer);
-    void consult(QString topic, QJsonObject context, std::function<void()> continuation);
-    /// The user's answer to a pending permission; a refusal ends the run.
-    void approve(const QString &id, bool allow);
 
-    // Plan, structure, panels (engine_planning.cpp)
+    // Questions to the user (engine_questions.cpp)
+
+    void askDecision(QString question, QJsonArray options, std::function<void()> continuation);
+    void consult(QString topic, QJsonObject context, std::function<void()> continuation);
+
+    // Plan and structure (engine_planning.cpp), panels (engine_panel.cpp)
 
     void planning();
     void structuring();
@@ -127,26 +163,21 @@ public:
 
     void runTool(int index);
 
-    // Real checks, validation, recovery (engine_validation.cpp)
+    // Added checks and what follows from a failed one (engine_checks.cpp)
 
-    void finalValidation();
+    /// True when there is something to check first; the run then goes on there.
     bool prepareProjectChecks();
     bool prepareBrowserCheck();
     void recoverVerification(int index, const QJsonObject &result);
-    /// Carries a simulated run on into execution.
-    void runPreview();
+
+    // The end (engine_validation.cpp)
+
+    void finalValidation();
 
     // The user's agents (engine_workflow.cpp)
 
     void runWorkflow(const QString &key, QJsonObject input, std::function<void(QJsonArray)> callback);
     void pumpWorkflow(const QString &key);
-
-Q_SIGNALS:
-    // Emitted in the middle of a step, like the events. A listener may end the run; what begins a new one or answers a
-    // question belongs on a turn of its own.
-    void changed();
-    /// Once per task, with the end phase.
-    void finished(QString status);
 
 private:
     using Step = std::function<void()>;
@@ -198,7 +229,6 @@ private:
     QJsonObject newDelegations(const QJsonArray &orders);
     void mergeSpec(const QJsonObject &answer);
     void followAction(const QJsonObject &answer);
-    bool alreadyAsked(const QString &key) const;
 
     // engine_planning.cpp
     void reviewPlan();
@@ -215,9 +245,8 @@ private:
     QJsonArray graphWithoutOutputs() const;
 
     // engine_files.cpp
-    QString faultOf(int index, const QJsonArray &files, QJsonObject &primary) const;
-    QString pathFault(const QString &path, const QString &content) const;
-    QString ownerFault(int index, const QString &path) const;
+    QString faultOf(int index, const QJsonArray &files) const;
+    QString pathFault(const QString &path) const;
     void repairFileList(int index, const QString &expected, const QString &fault);
     QList<std::pair<int, QJsonObject>> splitOff(int index, const QJsonArray &files, const QString &primaryPath);
     void writeFile(int index, const QJsonObject &file);
@@ -227,30 +256,25 @@ private:
 
     // engine_tools.cpp
     void grantAction(const QString &fingerprint);
-    bool isSafeMediaJob(const QJsonObject &input) const;
+    bool needsNoQuestion(const QJsonObject &command) const;
     void askPermission(int index, const QString &fingerprint);
     void startTool(int index);
     void takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result);
     void finishNode(int index, const QJsonObject &result);
     void callMcp(int index);
-    void answerPermission(const QString &id, bool allow);
     bool requeueTwins(int index);
 
-    // engine_validation.cpp
-    QString addCheck(const QString &title, const QJsonArray &arguments, bool verification,
-                     const QStringList &dependencies);
-    void addBuildChecks(const QJsonObject &package, const QStringList &codeIds);
+    // engine_checks.cpp
+    void addBuildChecks(const QStringList &codeIds);
+    QString addCheck(const ProjectCheck &needed);
     void runAddedChecks(const QString &message);
-    QString pageToCheck() const;
+
+    // engine_validation.cpp
     QJsonArray compactGraph(qsizetype printed) const;
     QJsonObject validatorContext() const;
     QJsonArray projectFiles(qsizetype left) const;
     void passGates();
     void reworkAfterValidation(const QJsonObject &review);
-    int reworkTarget(const QJsonObject &review) const;
-    bool sendBackUpstream(int index, const QJsonObject &fix);
-    QHash<QString, int> testedRevisions(int index) const;
-    void rearmChecksOf(const QString &codeId);
 
     // engine_workflow.cpp
     void startMember(const QString &key, const QJsonObject &member);
@@ -293,25 +317,6 @@ private:
     QJsonObject delegations;
     QSet<QString> seenDelegations;
     int delegationRounds = 0;
-
-public:
-    // Settings and inputs of the next start. They belong to no task: start() doesn't clear them.
-    int maxParallel = 8; ///< Concurrent requests; held to 1..8.
-    bool computerAccess = false; ///< Programs run without a question.
-    bool automaticRouting = false; ///< The chief agent decides how a run goes on.
-    QHash<QString, ILLMProvider *> agentProviders; ///< By agent or role; not owned.
-    QSet<QString> disabledAgents;
-    QJsonArray agentNetwork;
-    QJsonArray mcpTools;
-    QJsonObject roleSkills;
-    QJsonObject previousSpec;
-    QJsonArray conversationHistory;
-    QJsonArray requestMedia;
-    QJsonObject mediaTools;
-    /// Calls an MCP tool: server id, tool, arguments, completion.
-    std::function<void(QString, QString, QJsonObject, Answer)> mcpCall;
-
-private:
     QHash<QString, qsizetype> runIndex; ///< Run id to its place in `runs`.
     QString writtenPhase; ///< That of the stored state document.
     WritePace documentPace;

@@ -3,9 +3,8 @@
 
 #include "engine_p.h"
 
-#include <QJsonDocument>
-
-#include <algorithm>
+#include "code_answer.h"
+#include "rework.h"
 
 using namespace Qt::StringLiterals;
 
@@ -14,33 +13,10 @@ namespace vesk {
 namespace {
 
 constexpr int maxFormatRepairs = 3;
-constexpr qsizetype maxGraphAndFiles = TaskGraph::maxNodes + 1;
-
-bool looksLikeList(const QString &path)
-{
-    return path.isEmpty() || path.contains(u',') || path.contains(u';') || path.contains(u'\n');
-}
 
 QString filePath(const QJsonValue &file)
 {
     return file["path"_L1].toString();
-}
-
-/// Equal for two spellings of one file: the workspace takes both slashes, and some disks both cases.
-QString fileKey(QString path)
-{
-    return path.replace(u'\\', u'/').toCaseFolded();
-}
-
-QString jsonFault(const QString &path, const QString &content)
-{
-    if (!path.endsWith(".json"_L1, Qt::CaseInsensitive))
-        return {};
-    QJsonParseError fault;
-    QJsonDocument::fromJson(content.toUtf8(), &fault);
-    if (fault.error == QJsonParseError::NoError)
-        return {};
-    return u"Ошибка JSON в "_s + path + u": "_s + fault.errorString();
 }
 
 } // namespace
@@ -48,17 +24,11 @@ QString jsonFault(const QString &path, const QString &content)
 void Engine::writeCodeResult(int index, const QJsonObject &answer)
 {
     const QJsonArray files = answer["files"_L1].toArray();
-    QString expected = pathOf(graph.nodes.at(index));
-    if (files.size() >= 2 && looksLikeList(expected)) {
-        const QString first = filePath(files.first());
-        if (expected.isEmpty() || expected.contains(first)) {
-            expected = first;
-            graph.nodes[index].input["path"_L1] = first;
-        }
-    }
+    const QString expected = expectedPath(pathOf(graph.nodes.at(index)), files);
+    if (expected != pathOf(graph.nodes.at(index)))
+        graph.nodes[index].input["path"_L1] = expected;
 
-    QJsonObject primary;
-    const QString fault = faultOf(index, files, primary);
+    const QString fault = faultOf(index, files);
     if (!fault.isEmpty()) {
         repairFileList(index, expected, fault);
         return;
@@ -71,51 +41,30 @@ void Engine::writeCodeResult(int index, const QJsonObject &answer)
         writeCodeResult(other, {{u"files"_s, QJsonArray{file}}});
     }
     if (busy())
-        writeFile(index, primary);
+        writeFile(index, fileAt(expected, files));
 }
 
-/// What is wrong with the list of files; empty, and `primary` is the expected one, when nothing is.
-QString Engine::faultOf(int index, const QJsonArray &files, QJsonObject &primary) const
+QString Engine::faultOf(int index, const QJsonArray &files) const
 {
-    if (files.size() + graph.nodes.size() > maxGraphAndFiles)
-        return u"Слишком много файлов в одном этапе"_s;
-
-    const QString expected = pathOf(graph.nodes.at(index));
-    QSet<QString> seen;
-    for (const QJsonValue &file : files) {
-        const QString path = filePath(file);
-        QString fault = pathFault(path, file["content"_L1].toString());
-        if (fault.isEmpty() && seen.contains(fileKey(path)))
-            fault = u"Повторяющийся путь файла: "_s + path;
-        seen.insert(fileKey(path));
-        if (path == expected)
-            primary = file.toObject();
-        if (fault.isEmpty())
-            fault = ownerFault(index, path);
-        if (!fault.isEmpty())
-            return fault;
+    QStringList foreign;
+    for (int i = 0; i < graph.nodes.size(); ++i) {
+        if (i != index && isCode(graph.nodes.at(i)))
+            foreign.append(pathOf(graph.nodes.at(i)));
     }
-    return primary.isEmpty() ? u"В ответе отсутствует ожидаемый файл: "_s + expected : QString();
+    return filesFault(files, {pathOf(graph.nodes.at(index)), foreign, graph.nodes.size(), [this](const QString &path) {
+                                  return pathFault(path);
+                              }});
 }
 
-/// Whether the path itself is safe, and a JSON file is JSON.
-QString Engine::pathFault(const QString &path, const QString &content) const
+/// Why the workspace refuses a path; empty when it doesn't.
+QString Engine::pathFault(const QString &path) const
 {
     try {
         workspace.resolve(path);
+        return {};
     } catch (const std::exception &fault) {
         return textOf(fault);
     }
-    return jsonFault(path, content);
-}
-
-QString Engine::ownerFault(int index, const QString &path) const
-{
-    for (int i = 0; i < graph.nodes.size(); ++i) {
-        if (i != index && isCode(graph.nodes.at(i)) && fileKey(pathOf(graph.nodes.at(i))) == fileKey(path))
-            return u"Файл уже поручен другому узлу: "_s + path;
-    }
-    return {};
 }
 
 void Engine::repairFileList(int index, const QString &expected, const QString &fault)
@@ -197,7 +146,7 @@ void Engine::takeWritten(int index, const QString &path, const QJsonObject &resu
     node.output = revision;
     node.revision = revision["revision"_L1].toInt();
     node.status = NodeStatus::reviewing;
-    rearmChecksOf(node.id);
+    rearmChecksOf(graph.nodes, node.id);
     publish(u"FileModified"_s, path + u" rev"_s + QString::number(node.revision), revision);
     reviewFile(index, revision);
 }

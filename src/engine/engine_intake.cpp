@@ -1,4 +1,4 @@
-// From the request to what is to be made, and the one channel through which the run asks the user something.
+// From the request to what is to be made.
 
 #include "engine_p.h"
 
@@ -12,9 +12,6 @@ namespace {
 
 constexpr int maxDelegationRounds = 3;
 constexpr qsizetype maxOrderChars = 8000;
-constexpr qsizetype maxOptions = 3;
-constexpr qsizetype maxOptionChars = 180;
-constexpr qsizetype maxRoutineQuestionChars = 179;
 
 /// What the chief agent's answer doesn't replace.
 const QStringList &keptSpecKeys()
@@ -36,30 +33,6 @@ const QStringList &keptSpecKeys()
         u"decisions"_s,
     };
     return keys;
-}
-
-QJsonArray cleanOptions(const QJsonArray &options)
-{
-    QJsonArray clean;
-    for (const QJsonValue &option : options) {
-        if (clean.size() < maxOptions && !option.toString().trimmed().isEmpty())
-            clean.append(option.toString().left(maxOptionChars));
-    }
-    return clean;
-}
-
-/// A question in the form in which two of them are the same.
-QString questionKey(const QJsonValue &question)
-{
-    return question.toString().simplified().toLower();
-}
-
-/// Whether to go on with repairs is no question for the user.
-bool isRoutineQuestion(const QString &topic, const QString &key)
-{
-    if ((topic != "code"_L1 && topic != "final"_L1) || key.size() > maxRoutineQuestionChars)
-        return false;
-    return key == u"продолжить?"_s || (key.contains(u"продолж"_s) && key.contains(u"исправ"_s));
 }
 
 } // namespace
@@ -165,76 +138,6 @@ void Engine::followAction(const QJsonObject &answer)
     } else {
         planning();
     }
-}
-
-void Engine::askDecision(QString question, QJsonArray options, std::function<void()> continuation)
-{
-    require(decision.isEmpty(), u"Другое уточнение ещё ожидает ответа."_s);
-    question = question.trimmed();
-    require(!question.isEmpty(), u"Главный агент не сформулировал вопрос."_s);
-
-    decisionReturnPhase = phase;
-    decision = {
-        {u"id"_s, id()},
-        {u"question"_s, question},
-        {u"options"_s, cleanOptions(options)},
-        {u"stage"_s, phase},
-    };
-    decisionContinuation = std::move(continuation);
-    stage(Phase::clarification);
-}
-
-void Engine::clarify(const QString &answer)
-{
-    require(phase == Phase::clarification && !decision.isEmpty(), u"Нет ожидающего уточнения."_s);
-    require(!answer.trimmed().isEmpty(), u"Введите ответ."_s);
-    store.put(u"messages"_s, id(), taskId, {{u"role"_s, u"user"_s}, {u"content"_s, answer}, {u"time"_s, now()}});
-
-    QJsonObject answered = decision;
-    answered["answer"_L1] = answer;
-    QJsonArray decisions = spec["decisions"_L1].toArray();
-    decisions.append(answered);
-    spec["decisions"_L1] = decisions;
-    spec["clarification"_L1] = answer;
-
-    // In front of whatever came in while the question was open.
-    deferred.push_front(std::exchange(decisionContinuation, {}));
-    decision = {};
-    step([this] { stage(decisionReturnPhase); });
-    runDeferred();
-    step([this] {
-        pump();
-        persist();
-    });
-}
-
-void Engine::consult(QString topic, QJsonObject context, std::function<void()> continuation)
-{
-    context["topic"_L1] = topic;
-    enqueue(u"coordinator"_s, context, [this, topic, continuation](const QJsonObject &answer) {
-        const QString key = questionKey(answer["question"_L1]);
-        const QJsonValue needsUser = answer["needs_user"_L1];
-        if (isRoutineQuestion(topic, key) || alreadyAsked(key) || (needsUser.isBool() && !needsUser.toBool())) {
-            publish(u"AutomaticCorrection"_s, answer["summary"_L1].toString());
-            if (busy())
-                continuation();
-            return;
-        }
-        askDecision(answer["question"_L1].toString(), answer["options"_L1].toArray(), continuation);
-    });
-}
-
-bool Engine::alreadyAsked(const QString &key) const
-{
-    const QJsonArray decisions = spec["decisions"_L1].toArray();
-    return !key.isEmpty() && std::ranges::any_of(decisions, [&](const QJsonValue &past) {
-        return questionKey(past["question"_L1]) == key;
-    });
-}
-
-void Engine::approve(const QString &id, bool allow)
-{
-    answerPermission(id, allow);
 }
 
 } // namespace vesk

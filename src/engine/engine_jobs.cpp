@@ -6,6 +6,7 @@
 #include "chat_reply.h"
 #include "output_contract.h"
 #include "prompt_notes.h"
+#include "retry.h"
 
 #include <QPointer>
 
@@ -18,9 +19,6 @@ namespace vesk {
 namespace {
 
 constexpr int defaultPriority = 50;
-constexpr int maxRepeats = 2;
-constexpr int maxOutputTokens = 16384;
-constexpr int retryBaseMs = 250;
 constexpr int largestParallel = 8;
 
 /// Read from a constant job: a look through a modifiable one would copy the record.
@@ -294,22 +292,22 @@ void Engine::receive(const std::shared_ptr<Job> &job, const LLMResult &result)
 void Engine::retryOrFail(const std::shared_ptr<Job> &job, const LLMResult &result)
 {
     job->run["error"_L1] = result.error;
-    if (!(result.retryable || result.truncated) || job->attempts > maxRepeats) {
+    const RetryDecision decided = retryAfter(result, job->attempts, job->maxTokens);
+    if (!decided.again) {
         job->run["status"_L1] = RunStatus::error;
         saveRun(job->run);
         fail(withoutPromise(result.error));
         return;
     }
 
-    if (result.truncated)
-        job->maxTokens = std::min(job->maxTokens * 2, maxOutputTokens);
+    job->maxTokens = decided.maxTokens;
     job->run["status"_L1] = RunStatus::waiting;
     saveRun(job->run);
     publish(u"RetryScheduled"_s, result.error);
     if (result.waitMs > 0)
         publish(u"AutomaticCorrection"_s,
                 u"Провайдер просит подождать %1 с. Повторю запрос после паузы."_s.arg((result.waitMs + 999) / 1000));
-    later(std::max(retryBaseMs << job->attempts, result.waitMs), [this, job] { requeue(job); });
+    later(decided.delayMs, [this, job] { requeue(job); });
     pump();
 }
 

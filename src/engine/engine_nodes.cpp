@@ -72,9 +72,7 @@ void Engine::bindBuildCommand(const QJsonObject &command)
 {
     int check = -1;
     for (int i = 0; i < graph.nodes.size(); ++i) {
-        const Node &node = graph.nodes.at(i);
-        if (node.kind == "tool"_L1 && node.input["program"_L1] == command["program"_L1]
-            && node.input["arguments"_L1] == command["arguments"_L1])
+        if (runsCommand(graph.nodes.at(i), command["program"_L1], command["arguments"_L1]))
             check = i;
     }
     if (check < 0) {
@@ -125,6 +123,15 @@ void Engine::execution()
     publish(u"CheckpointCreated"_s, u"Before execution"_s, checkpoint);
     stage(Phase::execution);
     scheduleNodes();
+}
+
+void Engine::runPreview()
+{
+    require(phase == Phase::preview, u"No preview ready"_s);
+    simulation = false;
+    permissions.grants.append(
+        {u"write_file"_s, taskId, workspace.project(), {}, u"CURRENT_TASK"_s, PermissionLevel::Write});
+    step([this] { execution(); });
 }
 
 void Engine::scheduleNodes()

@@ -1,3 +1,5 @@
+// What of a task is kept, and when it is written.
+
 #include "engine_p.h"
 
 using namespace Qt::StringLiterals;

@@ -2,8 +2,10 @@
 
 #include "engine_p.h"
 
+#include "media_job.h"
+#include "rework.h"
+
 #include <QCoreApplication>
-#include <QJsonDocument>
 
 using namespace Qt::StringLiterals;
 
@@ -23,7 +25,7 @@ void Engine::runTool(int index)
 {
     const QJsonObject input = graph.nodes.at(index).input;
     const QString fingerprint = ToolRouter::fingerprint(runCommand(), input);
-    if (computerAccess || isSafeMediaJob(input))
+    if (needsNoQuestion(input))
         grantAction(fingerprint);
 
     if (!permissions.allowed(runCommand(), PermissionLevel::Execute, taskId, workspace.project(), fingerprint, false)) {
@@ -45,27 +47,13 @@ void Engine::grantAction(const QString &fingerprint)
         {runCommand(), taskId, workspace.project(), fingerprint, u"THIS_ACTION"_s, PermissionLevel::Execute});
 }
 
-/// Our own media worker on files of this project needs no question.
-bool Engine::isSafeMediaJob(const QJsonObject &input) const
+bool Engine::needsNoQuestion(const QJsonObject &command) const
 {
-    static const QStringList safe{u"image"_s, u"obj_transform"_s, u"video"_s, u"frame"_s};
-    const QJsonArray arguments = input["arguments"_L1].toArray();
-    if (input["program"_L1].toString() != QCoreApplication::applicationFilePath() || arguments.size() != 2
-        || arguments.first().toString() != "--media-job"_L1)
-        return false;
-
-    const QJsonObject job = QJsonDocument::fromJson(arguments.last().toString().toUtf8()).object();
-    const QString ffmpeg = job["ffmpeg"_L1].toString();
-    if (!safe.contains(job["operation"_L1].toString()) || job["root"_L1].toString() != workspace.root()
-        || (!ffmpeg.isEmpty() && ffmpeg != mediaTools["ffmpeg"_L1].toString()))
-        return false;
-    try {
-        workspace.resolve(job["input"_L1].toString());
-        workspace.resolve(job["output"_L1].toString());
-    } catch (const std::exception &) {
-        return false;
-    }
-    return true;
+    return computerAccess
+        || isSafeMediaJob(command,
+                          {QCoreApplication::applicationFilePath(), workspace.root(),
+                           mediaTools["ffmpeg"_L1].toString(),
+                           [this](const QString &path) { return pathFault(path).isEmpty(); }});
 }
 
 void Engine::askPermission(int index, const QString &fingerprint)
@@ -78,7 +66,7 @@ void Engine::askPermission(int index, const QString &fingerprint)
     persist();
 }
 
-void Engine::answerPermission(const QString &approval, bool allow)
+void Engine::approve(const QString &approval, bool allow)
 {
     const auto pending = pendingPermissions.constFind(approval);
     require(pending != pendingPermissions.cend(), u"Approval is no longer pending"_s);
@@ -136,7 +124,7 @@ void Engine::startTool(int index)
     if (noted != generation)
         return;
     tools.execute(taskId, terminal.id, terminal.allowed_tools, runCommand(), node.input,
-                  [this, index, tested = testedRevisions(index), run, noted](const QJsonObject &result) {
+                  [this, index, tested = testedRevisions(graph.nodes, index), run, noted](const QJsonObject &result) {
                       if (noted == generation && busy())
                           step([&] { takeToolResult(index, tested, run, result); });
                   });
@@ -152,7 +140,7 @@ void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonO
     store.put(u"tool_calls"_s, result["id"_L1].toString(), taskId, result);
 
     Node &node = graph.nodes[index];
-    if (isCheck(node) && testedRevisions(index) != tested) {
+    if (isCheck(node) && testedRevisions(graph.nodes, index) != tested) {
         // Files were rewritten while it ran, because of another check: this one has to see them, too.
         rearm(node);
         persist();

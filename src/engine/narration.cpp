@@ -1,3 +1,5 @@
+// The lines that a conversation gets while a task runs.
+
 #include "narration.h"
 
 #include "helpers.h"

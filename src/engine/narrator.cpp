@@ -1,3 +1,5 @@
+// Phases, statuses, plans and results in words for the user.
+
 #include "narrator.h"
 
 #include "helpers.h"

@@ -1,3 +1,5 @@
+// What the answer of each role must look like.
+
 #include "output_contract.h"
 
 #include "helpers.h"

@@ -1,3 +1,5 @@
+// What several reviews come to.
+
 #include "panel_vote.h"
 
 #include <algorithm>

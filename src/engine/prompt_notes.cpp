@@ -1,3 +1,5 @@
+// Texts that a prompt gets for one job.
+
 #include "prompt_notes.h"
 
 using namespace Qt::StringLiterals;

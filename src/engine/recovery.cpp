@@ -1,3 +1,5 @@
+// Tasks that a process left behind when it ended.
+
 #include "recovery.h"
 
 #include "helpers.h"

@@ -1,3 +1,5 @@
+// The roles, their prompts and limits, and the input of their requests.
+
 #include "roles.h"
 
 #include "helpers.h"

@@ -1,3 +1,5 @@
+// What a task leaves in the conversation and in the memory of its project.
+
 #include "task_journal.h"
 
 #include "engine.h"

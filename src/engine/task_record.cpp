@@ -1,3 +1,5 @@
+// The state of a task as text, made anew only where it has changed.
+
 #include "task_record.h"
 
 #include "helpers.h"

@@ -1,6 +1,9 @@
+// Chains of the user's agents: which are sound, who belongs to one, who may start.
+
 #include "workflow.h"
 
 #include "helpers.h"
+#include "links.h"
 
 #include <algorithm>
 #include <vector>
@@ -14,46 +17,22 @@ namespace {
 constexpr int maxAgents = 24;
 constexpr int defaultPriority = 50;
 
-/// Depth-first walk over the links of a network; at most 24 deep.
-class LinkWalk {
-public:
-    explicit LinkWalk(const QHash<QString, QJsonObject> &agents)
-        : agents(agents)
-    {
-    }
+void requireSoundLink(const QJsonObject &agent, const QJsonObject &other)
+{
+    require(!other.isEmpty(), u"Связанный агент не найден"_s);
+    require(other["parent"_L1].toString() == agent["parent"_L1].toString(),
+            u"Связанные агенты должны работать перед одним этапом"_s);
+    require(agent["mode"_L1].toString() == "workflow"_L1 && other["mode"_L1].toString() == "workflow"_L1,
+            u"Связи между агентами требуют режима цепочки"_s);
+}
 
-    void visit(const QString &id)
-    {
-        const State state = states.value(id, State::Unseen);
-        require(state != State::InProgress, u"Связь создаёт цикл: агент не может ждать сам себя"_s);
-        if (state == State::Done)
-            return;
-
-        states.insert(id, State::InProgress);
-        const QJsonObject agent = agents.value(id);
-        for (const QString &link : strings(agent["after"_L1].toArray())) {
-            requireSoundLink(agent, link);
-            visit(link);
-        }
-        states.insert(id, State::Done);
-    }
-
-private:
-    enum class State { Unseen, InProgress, Done };
-
-    void requireSoundLink(const QJsonObject &agent, const QString &link) const
-    {
-        require(agents.contains(link), u"Связанный агент не найден"_s);
-        const QJsonObject other = agents.value(link);
-        require(other["parent"_L1].toString() == agent["parent"_L1].toString(),
-                u"Связанные агенты должны работать перед одним этапом"_s);
-        require(agent["mode"_L1].toString() == "workflow"_L1 && other["mode"_L1].toString() == "workflow"_L1,
-                u"Связи между агентами требуют режима цепочки"_s);
-    }
-
-    const QHash<QString, QJsonObject> &agents;
-    QHash<QString, State> states;
-};
+Links linksOf(const QJsonArray &agents)
+{
+    Links links;
+    for (const QJsonValue &agent : agents)
+        links.insert(agent["id"_L1].toString(), strings(agent["after"_L1].toArray()));
+    return links;
+}
 
 bool mediaConcerns(const QString &analysis, const QJsonArray &requestMedia)
 {
@@ -88,15 +67,17 @@ void validateAgentWorkflow(const QJsonArray &agents)
     require(agents.size() <= maxAgents, u"Можно добавить до 24 агентов"_s);
 
     QHash<QString, QJsonObject> byId;
+    QStringList ids;
     for (const QJsonValue &agent : agents) {
         const QString id = agent["id"_L1].toString();
         require(!id.isEmpty() && !byId.contains(id), u"Повторный ID агента"_s);
         byId.insert(id, agent.toObject());
+        ids.append(id);
     }
 
-    LinkWalk walk(byId);
-    for (const QJsonValue &agent : agents)
-        walk.visit(agent["id"_L1].toString());
+    requireSoundLinks(
+        linksOf(agents), ids, u"Связь создаёт цикл: агент не может ждать сам себя"_s,
+        [&](const QString &from, const QString &to) { requireSoundLink(byId.value(from), byId.value(to)); });
 }
 
 QJsonArray chainMembers(const QJsonArray &network, const QString &stage, const QJsonArray &requestMedia)
@@ -155,21 +136,7 @@ QJsonArray readyMembers(const WorkflowGroup &group)
 
 QSet<QString> upstreamOf(const WorkflowGroup &group, const QString &id)
 {
-    QHash<QString, QStringList> links;
-    for (const QJsonValue &member : group.members)
-        links.insert(member["id"_L1].toString(), strings(member["after"_L1].toArray()));
-
-    QSet<QString> found;
-    QStringList open{id};
-    while (!open.isEmpty()) {
-        for (const QString &link : links.value(open.takeLast())) {
-            if (!links.contains(link) || link == id || found.contains(link))
-                continue;
-            found.insert(link);
-            open.append(link);
-        }
-    }
-    return found;
+    return upstreamOf(linksOf(group.members), id);
 }
 
 } // namespace vesk

@@ -1,0 +1,97 @@
+// Which files go back to the coder when a check fails or the whole is rejected, and which checks have to be run again.
+
+#include "rework.h"
+
+#include "helpers.h"
+#include "node_kind.h"
+#include "statuses.h"
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr qsizetype maxCheckOutput = 16000;
+
+void order(Node &node, const QJsonObject &fix)
+{
+    if (node.status == NodeStatus::completed) {
+        node.status = NodeStatus::queued;
+        node.input["recovery_fixes"_L1] = QJsonArray{fix};
+    } else if (node.status == NodeStatus::queued) {
+        // Another check has failed over the same file and its repair has not begun: it gets both reports.
+        QJsonArray fixes = node.input["recovery_fixes"_L1].toArray();
+        fixes.append(fix);
+        node.input["recovery_fixes"_L1] = fixes;
+    }
+    // Else it is being rewritten right now. Queued again it would be written twice at a time, and the review of the
+    // first version would end the run; the check runs again after the rewrite.
+}
+
+} // namespace
+
+int reworkTarget(const QList<Node> &nodes, const QJsonObject &review)
+{
+    const QString text = json(review);
+    int first = -1;
+    for (int i = 0; i < nodes.size(); ++i) {
+        if (!isCode(nodes.at(i)))
+            continue;
+        if (text.contains(pathOf(nodes.at(i))))
+            return i;
+        if (first < 0)
+            first = i;
+    }
+    return first;
+}
+
+QJsonObject recoveryFix(const QJsonObject &command, const QJsonObject &result)
+{
+    return {
+        {u"issues"_s, QJsonArray{u"Реальная проверка завершилась ошибкой"_s}},
+        {u"command"_s, command},
+        {u"stdout"_s, result["stdout"_L1].toString().right(maxCheckOutput)},
+        {u"stderr"_s, result["stderr"_L1].toString().right(maxCheckOutput)},
+        {u"error"_s, result["error"_L1]},
+        {u"required_changes"_s,
+         QJsonArray{u"Исправь причину ошибки в своём файле. Не отключай тесты и не скрывай ошибки."_s}},
+    };
+}
+
+bool sendBack(QList<Node> &nodes, int check, const QJsonObject &fix)
+{
+    const QSet<QString> upstream = upstreamOf(linksOf(nodes), nodes.at(check).id);
+    bool found = false;
+    for (Node &node : nodes) {
+        if (!isCode(node) || !upstream.contains(node.id))
+            continue;
+        found = true;
+        order(node, fix);
+    }
+    return found;
+}
+
+QHash<QString, int> testedRevisions(const QList<Node> &nodes, int check)
+{
+    const QSet<QString> upstream = upstreamOf(linksOf(nodes), nodes.at(check).id);
+    QHash<QString, int> revisions;
+    for (const Node &node : nodes) {
+        if (isCode(node) && upstream.contains(node.id))
+            revisions.insert(node.id, node.revision);
+    }
+    return revisions;
+}
+
+void rearmChecksOf(QList<Node> &nodes, const QString &codeId)
+{
+    const Links links = linksOf(nodes);
+    for (Node &node : nodes) {
+        if (isCheck(node) && node.status == NodeStatus::completed && upstreamOf(links, node.id).contains(codeId))
+            rearm(node);
+    }
+}
+
+} // namespace vesk
