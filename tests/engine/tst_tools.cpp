@@ -153,36 +153,19 @@ private Q_SLOTS:
 
     void aMediaJobOfThisProjectNeedsNoQuestion()
     {
-        struct Row {
-            QString changes;
-            bool safe;
-            QString program = QCoreApplication::applicationFilePath();
-            QStringList further{};
-        };
-        const QList<Row> rows{
-            {u"{'operation':'image'}"_s, true},
-            {u"{'operation':'obj_transform'}"_s, true},
-            {u"{'operation':'video','ffmpeg':'/usr/bin/ffmpeg'}"_s, true},
-            {u"{'operation':'frame','ffmpeg':''}"_s, true},
-            {u"{'operation':'find_files'}"_s, false},
-            {u"{'operation':'Image'}"_s, false},
-            {u"{'ffmpeg':'/tmp/ffmpeg'}"_s, false},
-            {u"{'output':'../x.png'}"_s, false},
-            {u"{'input':'/etc/passwd'}"_s, false},
-            {u"{'root':'/tmp'}"_s, false},
-            {u"{'root':null}"_s, false},
-            {u"{}"_s, false, QCoreApplication::applicationFilePath(), {u"x"_s}},
-            {u"{}"_s, false, u"/bin/echo"_s},
-        };
-        for (const auto &[changes, safe, program, further] : rows) {
+        const QList<std::pair<QString, bool>> rows{{u"{'operation':'video','ffmpeg':'/usr/bin/ffmpeg'}"_s, true},
+                                                   {u"{'root':'/tmp'}"_s, false},
+                                                   {u"{'output':'../x.png'}"_s, false}};
+        for (const auto &[changes, safe] : rows) {
             const QTemporaryDir folder;
             const QJsonObject job = ScriptedProvider::with({{u"operation"_s, u"image"_s},
                                                             {u"root"_s, QFileInfo(folder.path()).canonicalFilePath()},
                                                             {u"input"_s, u"in.png"_s},
                                                             {u"output"_s, u"art/out.png"_s}},
                                                            object(changes));
-            const QStringList arguments = QStringList{u"--media-job"_s} + further + QStringList{json(job)};
-            PlannedRun run({ScriptedProvider::node(u"m"_s, u"tool"_s, command(program, arguments))});
+            const QStringList arguments{u"--media-job"_s, json(job)};
+            PlannedRun run({ScriptedProvider::node(u"m"_s, u"tool"_s,
+                                                   command(QCoreApplication::applicationFilePath(), arguments))});
             run.workspace.open(folder.path(), u"media"_s);
             run.engine.mediaTools = {{u"ffmpeg"_s, u"/usr/bin/ffmpeg"_s}};
             run.start();

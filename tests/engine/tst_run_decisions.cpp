@@ -1,0 +1,305 @@
+// What a run decides, as tables: no engine, no clock, no file.
+
+#include "code_answer.h"
+#include "json_text.h"
+#include "llm_provider.h"
+#include "media_job.h"
+#include "node_kind.h"
+#include "project_checks.h"
+#include "questions.h"
+#include "retry.h"
+#include "rework.h"
+
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace vesk;
+
+namespace {
+
+/// "code a.txt 2 COMPLETED after b.txt" and so on: kind, id, revision and status, and whom it waits for. The path of a
+/// code node is its id; "check" is a tool whose failure counts.
+Node node(const QString &text)
+{
+    const QStringList words = text.section(u" after "_s, 0, 0).split(u' ');
+    Node node;
+    node.kind = words[0] == "check"_L1 ? u"tool"_s : words[0];
+    node.id = words[1];
+    node.revision = words.value(2).toInt();
+    node.status = words.value(3, NodeStatus::completed);
+    node.dependencies = text.section(u" after "_s, 1).split(u' ', Qt::SkipEmptyParts);
+    if (isCode(node))
+        node.input[u"path"_s] = node.id;
+    if (words[0] == "check"_L1)
+        node.input[u"verification"_s] = true;
+    return node;
+}
+
+QList<Node> nodes(const QStringList &texts)
+{
+    QList<Node> list;
+    for (const QString &text : texts)
+        list.append(node(text));
+    return list;
+}
+
+QJsonArray files(const QStringList &paths, const QString &content = u"1"_s)
+{
+    QJsonArray list;
+    for (const QString &path : paths)
+        list.append(QJsonObject{{u"path"_s, path}, {u"content"_s, content}});
+    return list;
+}
+
+QString inside(const QString &path)
+{
+    return path.startsWith(u"../"_s) ? u"Unsafe path component"_s : QString();
+}
+
+} // namespace
+
+class RunDecisionsTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void aFailedRequestIsRepeatedWithinLimits_data()
+    {
+        QTest::addColumn<LLMResult>("result");
+        QTest::addColumn<int>("attempts");
+        QTest::addColumn<QList<int>>("decided"); // delay and tokens; empty when it is not repeated
+        LLMResult failed;
+        failed.error = u"e"_s;
+        LLMResult passing = failed;
+        passing.retryable = true;
+        LLMResult cut = failed;
+        cut.truncated = true;
+        LLMResult busy = passing;
+        busy.waitMs = 700;
+        QTest::newRow("for good") << failed << 1 << QList<int>();
+        QTest::newRow("first") << passing << 1 << QList<int>{500, 6000};
+        QTest::newRow("second") << passing << 2 << QList<int>{1000, 6000};
+        QTest::newRow("third") << passing << 3 << QList<int>();
+        QTest::newRow("cut off") << cut << 1 << QList<int>{500, 12000};
+        QTest::newRow("cut off thrice") << cut << 3 << QList<int>();
+        QTest::newRow("asked to wait") << busy << 1 << QList<int>{700, 6000};
+        QTest::newRow("asked to wait less") << busy << 2 << QList<int>{1000, 6000};
+    }
+
+    void aFailedRequestIsRepeatedWithinLimits()
+    {
+        QFETCH(LLMResult, result);
+        QFETCH(int, attempts);
+        const RetryDecision decided = retryAfter(result, attempts, 6000);
+        QTEST(decided.again ? QList<int>({decided.delayMs, decided.maxTokens}) : QList<int>(), "decided");
+        result.truncated = true;
+        QVERIFY(attempts > 2 || retryAfter(result, attempts, 9000).maxTokens == 16384);
+    }
+
+    void onlyWhatIsNewIsAsked()
+    {
+        struct Row {
+            QString topic;
+            QString question;
+            bool asked;
+            QJsonValue needsUser = true;
+        };
+        const QJsonArray decisions{QJsonObject{{u"question"_s, u"Старый вопрос?"_s}}};
+        const QList<Row> rows{
+            {u"code"_s, u"Какой цвет?"_s, true},
+            {u"code"_s, u"Какой цвет?"_s, true, QJsonValue()},
+            {u"code"_s, u"Какой цвет?"_s, true, 0},
+            {u"code"_s, u"Какой цвет?"_s, false, false},
+            {u"plan"_s, u""_s, true},
+            {u"plan"_s, u" СТАРЫЙ \n вопрос? "_s, false},
+            {u"code"_s, u"Стоит ли  Продолжить и Исправить это?"_s, false},
+            {u"code"_s, u"Исправить?"_s, true},
+            {u"final"_s, u" ПРОДОЛЖИТЬ? "_s, false},
+            {u"plan"_s, u"Продолжить?"_s, true},
+            {u"structure"_s, u"Продолжить исправление?"_s, true},
+            {u"code"_s, u"продолжить, исправить "_s + QString(157, u'я'), false},
+            {u"code"_s, u"продолжить, исправить "_s + QString(158, u'я'), true},
+        };
+        for (const auto &[topic, question, asked, needsUser] : rows) {
+            const QJsonObject answer{{u"question"_s, question}, {u"needs_user"_s, needsUser}};
+            QVERIFY2(isForUser(topic, answer, decisions) == asked, qPrintable(topic + question));
+        }
+    }
+
+    void aQuestionOffersUpToThreeAnswers()
+    {
+        QCOMPARE(offeredOptions({u"1"_s, u" \t"_s, u"3"_s, u"4"_s, u"5"_s}), (QJsonArray{u"1"_s, u"3"_s, u"4"_s}));
+        QCOMPARE(offeredOptions({1, true, QJsonObject(), u" Да "_s}), QJsonArray{u" Да "_s});
+        QCOMPARE(offeredOptions({QString(200, u'я')}), QJsonArray{QString(180, u'я')});
+    }
+
+    void aMediaJobOfThisProjectIsSafe()
+    {
+        const MediaBounds bounds{u"/vesk"_s, u"/p"_s, u"/usr/bin/ffmpeg"_s,
+                                 [](const QString &path) { return !path.isEmpty() && inside(path).isEmpty(); }};
+        const auto isSafe = [&](const QString &changes, const QStringList &front = {u"--media-job"_s},
+                                const QString &program = u"/vesk"_s) {
+            QJsonObject job = object(u"{'operation':'image','root':'/p','input':'in.png','output':'art/out.png'}"_s);
+            const QJsonObject changed = object(changes);
+            for (const QString &key : changed.keys())
+                job[key] = changed[key];
+            const QJsonArray arguments = QJsonArray::fromStringList(front + QStringList{json(job)});
+            return isSafeMediaJob({{u"program"_s, program}, {u"arguments"_s, arguments}}, bounds);
+        };
+        for (const QString &safe :
+             {u"{}"_s, u"{'operation':'obj_transform'}"_s, u"{'operation':'video','ffmpeg':'/usr/bin/ffmpeg'}"_s,
+              u"{'operation':'frame','ffmpeg':''}"_s})
+            QVERIFY2(isSafe(safe), qPrintable(safe));
+        for (const QString &unsafe :
+             {u"{'operation':'find_files'}"_s, u"{'operation':'Image'}"_s, u"{'ffmpeg':'/tmp/ffmpeg'}"_s,
+              u"{'output':'../x.png'}"_s, u"{'input':'../x.png'}"_s, u"{'root':'/tmp'}"_s, u"{'root':null}"_s})
+            QVERIFY2(!isSafe(unsafe), qPrintable(unsafe));
+        QVERIFY(!isSafe(u"{}"_s, {u"--media-job"_s, u"x"_s}));
+        QVERIFY(!isSafe(u"{}"_s, {u"--other"_s}));
+        QVERIFY(!isSafe(u"{}"_s, {u"--media-job"_s}, u"/bin/echo"_s));
+    }
+
+    void theChecksFollowFromThePackage()
+    {
+        struct Row {
+            QString package;
+            QStringList checks; ///< The arguments of each.
+            bool installed = false;
+        };
+        const QString build = u"n run build"_s;
+        const QString install = u"n install --no-audit --no-fund"_s;
+        const QList<Row> rows{
+            {u"{}"_s, {}},
+            {u"{'scripts':{'build':1},'dependencies':{'x':'1'}}"_s, {}},
+            {u"{'scripts':{'build':'x'},'dependencies':{}}"_s, {build}},
+            {u"{'scripts':{'build':'x'},'devDependencies':{'x':'1'}}"_s, {install, build}},
+            {u"{'scripts':{'build':'x'},'dependencies':{'x':'1'}}"_s, {install, build}},
+            {u"{'scripts':{'build':'x'},'dependencies':{'x':'1'}}"_s, {build}, true},
+        };
+        const QStringList ids{u"a"_s, u"b"_s};
+        for (const auto &[package, checks, installed] : rows) {
+            const BuildChecks needed = buildChecks(object(package), ids, {u"/node"_s, u"n"_s, installed});
+            QCOMPARE(needed.limitation, QString());
+            QStringList commands;
+            for (const ProjectCheck &check : needed.checks) {
+                commands.append(strings(check.arguments).join(u' '));
+                QCOMPARE(check.after, ids);
+                QCOMPARE(check.verification, commands.last() == build);
+            }
+            QCOMPARE(commands, checks);
+        }
+        for (const CheckTools &missing : {CheckTools{{}, u"n"_s}, CheckTools{u"/node"_s, {}}}) {
+            QVERIFY(buildChecks({}, ids, missing).limitation.isEmpty());
+            QVERIFY(!buildChecks(object(u"{'scripts':{'build':'x'}}"_s), ids, missing).limitation.isEmpty());
+        }
+    }
+
+    void eachScriptHasItsSyntaxChecked()
+    {
+        const QList<ProjectCheck> checks = syntaxChecks(
+            nodes({u"code a.js"_s, u"tool b.js"_s, u"code c.ts"_s, u"code d.mjs"_s, u"code e.cjs"_s, u"code f.JS"_s}));
+        QCOMPARE(checks.size(), 3);
+        QCOMPARE(checks[0],
+                 (ProjectCheck{u"Проверить синтаксис a.js"_s, {u"--check"_s, u"a.js"_s}, true, {u"a.js"_s}}));
+        QCOMPARE(checks[1].after + checks[2].after, (QStringList{u"d.mjs"_s, u"e.cjs"_s}));
+    }
+
+    void theMainPageIsOpened()
+    {
+        QCOMPARE(pageToCheck(nodes({u"tool x.html"_s, u"code a.HTML"_s}), true), QString());
+        const QList<Node> two = nodes({u"code a.txt"_s, u"code sub/p.html"_s, u"code b.html"_s});
+        QCOMPARE(pageToCheck(two, false), u"sub/p.html"_s);
+        QCOMPARE(pageToCheck(two + nodes({u"code index.html"_s}), false), u"index.html"_s);
+        QCOMPARE(pageToCheck(nodes({u"code index.html"_s, u"code b.html"_s}), false), u"index.html"_s);
+        QCOMPARE(pageToCheck(two, true), u"dist/index.html"_s);
+    }
+
+    void whatIsWrongWithTheFilesOfAnAnswer()
+    {
+        struct Row {
+            QJsonArray files;
+            QString fault;
+            qsizetype nodes = 2;
+        };
+        const QString a = u"a.txt"_s;
+        const QList<Row> rows{
+            {files({a}), {}},
+            {files({u"b.txt"_s, a}), {}},
+            {files({u"b.txt"_s}), u"В ответе отсутствует ожидаемый файл: a.txt"_s},
+            {files({a, u"A.TXT"_s}), u"Повторяющийся путь файла: A.TXT"_s},
+            {files({a, u"SUB\\other.txt"_s}), u"Файл уже поручен другому узлу: SUB\\other.txt"_s},
+            {files({u"b.Json"_s, a}, u"{\"a\":"_s), u"Ошибка JSON в b.Json: unterminated object"_s},
+            {files({u"b.json"_s, a}, u"[]"_s), {}},
+            {files({a, u"../b.txt"_s}), u"Unsafe path component"_s},
+            {files({a, u"../b.json"_s}, u"{"_s), u"Unsafe path component"_s},
+            {files({a, u"b.txt"_s}), {}, 63},
+            {files({a, u"../b.txt"_s}), u"Слишком много файлов в одном этапе"_s, 64}, // whatever else is wrong
+        };
+        for (const auto &[answer, fault, count] : rows)
+            QCOMPARE(filesFault(answer, {a, {u"sub/other.txt"_s}, count, inside}), fault);
+        QCOMPARE(fileAt(a, files({u"b.txt"_s, a}))[u"path"_s].toString(), a);
+        QVERIFY(fileAt(a, files({u"b.txt"_s})).isEmpty());
+    }
+
+    void aListOfPathsBecomesTheFirstFile()
+    {
+        const QJsonArray both = files({u"a.txt"_s, u"b.txt"_s});
+        for (const QString &planned : {u"a.txt, b.txt"_s, u"b.txt;a.txt"_s, u"a.txt\nb.txt"_s, QString()})
+            QCOMPARE(expectedPath(planned, both), u"a.txt"_s);
+        for (const QString &planned : {u"b.txt"_s, u"c.txt, b.txt"_s})
+            QCOMPARE(expectedPath(planned, both), planned);
+        QCOMPARE(expectedPath(u"a.txt, b.txt"_s, files({u"a.txt"_s})), u"a.txt, b.txt"_s);
+    }
+
+    void aRejectionGoesToTheFileThatItNames()
+    {
+        const QList<Node> plan = nodes({u"research r"_s, u"code a.txt"_s, u"tool src/b"_s, u"code src/b.txt"_s});
+        const QList<std::pair<QString, int>> rows{
+            {u"В src/b.txt ошибка"_s, 3}, {u"src/b.txt и a.txt"_s, 1}, {u"Плохо"_s, 1}};
+        for (const auto &[issue, target] : rows)
+            QCOMPARE(reworkTarget(plan, {{u"issues"_s, QJsonArray{issue}}}), target);
+        QCOMPARE(reworkTarget(plan.first(1), {}), -1);
+    }
+
+    void aFailedCheckSendsBackTheCodeBehindIt()
+    {
+        QList<Node> plan
+            = nodes({u"code base 1"_s, u"code top 2 after mid"_s, u"research mid 0 after base"_s, u"code other 3"_s,
+                     u"code busy 1 RUNNING"_s, u"code late 0 QUEUED"_s, u"check t 0 FAILED after top busy late"_s,
+                     u"check u"_s, u"check v 0 COMPLETED after mid"_s, u"tool w 0 COMPLETED after base"_s});
+        QCOMPARE(testedRevisions(plan, 6),
+                 (QHash<QString, int>{{u"base"_s, 1}, {u"top"_s, 2}, {u"busy"_s, 1}, {u"late"_s, 0}}));
+
+        const QJsonObject fix{{u"error"_s, u"1"_s}};
+        QVERIFY(sendBack(plan, 6, fix));
+        const auto ordered = [&] {
+            QStringList list;
+            for (const Node &node : std::as_const(plan)) {
+                const qsizetype fixes = node.input[u"recovery_fixes"_s].toArray().size();
+                if (fixes > 0)
+                    list.append(node.id + node.status + QString::number(fixes));
+            }
+            return list;
+        };
+        QCOMPARE(ordered(), (QStringList{u"baseQUEUED1"_s, u"topQUEUED1"_s, u"lateQUEUED1"_s}));
+        QVERIFY(sendBack(plan, 8, fix)); // the repair has not begun: it gets both reports
+        QCOMPARE(ordered(), (QStringList{u"baseQUEUED2"_s, u"topQUEUED1"_s, u"lateQUEUED1"_s}));
+        QVERIFY(!sendBack(plan, 7, fix));
+
+        rearmChecksOf(plan, u"base"_s);
+        QCOMPARE(plan[8].status, u"QUEUED"_s);
+        QCOMPARE(plan[6].status + plan[7].status + plan[9].status, u"FAILEDCOMPLETEDCOMPLETED"_s);
+    }
+
+    void theCoderIsToldTheEndOfWhatACheckPrinted()
+    {
+        const QJsonObject command{{u"program"_s, u"/bin/sh"_s}};
+        const QJsonObject fix = recoveryFix(
+            command,
+            {{u"stdout"_s, QString(u'y' + QString(16000, u'x'))}, {u"stderr"_s, u"no"_s}, {u"error"_s, u"e"_s}});
+        QCOMPARE(fix[u"stdout"_s].toString(), QString(16000, u'x'));
+        QCOMPARE(fix[u"stderr"_s].toString() + fix[u"error"_s].toString(), u"noe"_s);
+        QCOMPARE(fix[u"command"_s].toObject(), command);
+    }
+};
+
+QTEST_APPLESS_MAIN(RunDecisionsTest)
+#include "tst_run_decisions.moc"
