@@ -2,7 +2,7 @@
 
 #include "engine_p.h"
 
-#include "media_job.h"
+#include "media_command.h"
 #include "rework.h"
 
 #include <QCoreApplication>

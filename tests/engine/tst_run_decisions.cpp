@@ -3,7 +3,7 @@
 #include "code_answer.h"
 #include "json_text.h"
 #include "llm_provider.h"
-#include "media_job.h"
+#include "media_command.h"
 #include "node_kind.h"
 #include "project_checks.h"
 #include "questions.h"

@@ -1,6 +1,6 @@
 // Which commands are jobs of our own media worker that stay inside the project.
 
-#include "media_job.h"
+#include "media_command.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
