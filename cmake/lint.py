@@ -27,7 +27,7 @@ CLAZY = ("child-event-qobject-cast,connect-3arg-lambda,connect-by-name,connect-n
          "lambda-unique-connection,missing-qobject-macro,mutable-container-key,overridden-signal,post-event,"
          "qgetenv,range-loop-reference,returning-data-from-temporary,strict-iterators,"
          "temporary-iterator,use-static-qregularexpression,wrong-qglobalstatic,writing-to-temporary")
-BATCH = 8  # files looked at as one text
+BATCH = 24  # files looked at as one text
 KEPT_DAYS = 60
 
 
@@ -133,12 +133,12 @@ class Sources:
                 path.unlink(missing_ok=True)
 
     def batches(self):
-        """What is not known to be clean, by folder in src and by kind elsewhere, a few files at a time."""
+        """What is not known to be clean, src apart from the rest, many files at a time."""
         groups = {}
         for entry in self.entries:
             if not self.is_clean(entry):
-                parts = Path(entry["file"]).relative_to(self.source).parts
-                groups.setdefault(parts[:-1] if parts[0] == "src" else parts[:1], []).append(entry)
+                top = Path(entry["file"]).relative_to(self.source).parts[0]
+                groups.setdefault(top, []).append(entry)
         return [group[at:at + BATCH] for group in groups.values() for at in range(0, len(group), BATCH)]
 
 
@@ -188,18 +188,26 @@ def look_at(path, options, source):
     return text if code else ""
 
 
+def apart(entries, text):
+    """The entries in two parts, of which the second has what the compiler stumbled over in the text."""
+    stumbled = set(re.findall(r"(?m)^(/[^:]+):\d+:\d+: error: .*\[clang-diagnostic-", text))
+    second = [entry for entry in entries if entry["file"] in stumbled]
+    if not second or len(second) == len(entries):
+        second = entries[len(entries) // 2:]
+    return [entry for entry in entries if entry not in second], second
+
+
 def check_batch(sources, entries):
     """Qt's headers cost two to three seconds each time they are read, and our text next to nothing: so a batch is
     looked at as one. What the compiler says there may only come of the files being together (two helpers of one
-    name): then the halves are looked at apart, down to the single file."""
+    name): then those that have it are looked at apart, down to the single file."""
     path = entries[0]["file"] if len(entries) == 1 else one_text(entries, sources.build)
     text = look_at(path, flags(entries), sources.source)
     if not text:
         sources.note_clean(entries)
         return []
     if len(entries) > 1 and "[clang-diagnostic-" in text:
-        half = len(entries) // 2
-        return check_batch(sources, entries[:half]) + check_batch(sources, entries[half:])
+        return [finding for part in apart(entries, text) for finding in check_batch(sources, part)]
     findings = re.split(r"(?m)^(?=/.*: (?:warning|error): )", text)
     return findings[1:] or findings
 
