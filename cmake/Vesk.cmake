@@ -102,7 +102,8 @@ set(headers
     <QNetworkAccessManager> <QNetworkReply> <QNetworkRequest> <QTcpServer> <QTcpSocket> <QSqlDatabase> <QSqlError> <QSqlQuery>)
 vesk_precompiled(vesk_headers MODULES Qt6::Network Qt6::Sql LINKS vesk_strict HEADERS ${headers})
 vesk_precompiled(vesk_test_headers MODULES Qt6::Network Qt6::Sql Qt6::Test LINKS vesk_lenient
-    HEADERS ${headers} <QBitArray> <QEventLoop> <QScopeGuard> <QSignalSpy> <QtTest/qtestcase.h> <QtTest/qbenchmark.h>)
+    HEADERS ${headers} <QBitArray> <QEventLoop> <QScopeGuard> <QSignalSpy> <QtTest/qtestcase.h> <QtTest/qbenchmark.h>
+    ${PROJECT_SOURCE_DIR}/tests/support/patience.h)
 
 # Qt6::Test without its macros: they name the folder of each test, and no two would share headers or a cache.
 add_library(vesk_qt_test INTERFACE)
@@ -200,6 +201,13 @@ endfunction()
 function(vesk_pytest name)
     cmake_parse_arguments(PARSE_ARGV 1 ARG "" "TIMEOUT" "DEPENDS")
     find_package(Python3 REQUIRED COMPONENTS Interpreter)
+    if(NOT DEFINED VESK_PYTEST_FOUND)
+        execute_process(COMMAND ${Python3_EXECUTABLE} -c "import pytest, pexpect" RESULT_VARIABLE failed ERROR_QUIET)
+        if(failed)
+            message(STATUS "pytest or pexpect is not installed: the tests of whole programs are skipped")
+        endif()
+        set(VESK_PYTEST_FOUND TRUE PARENT_SCOPE)
+    endif()
     add_custom_target(test_${name} DEPENDS ${ARG_DEPENDS})
     add_test(NAME ${name} COMMAND ${Python3_EXECUTABLE} -B -m pytest ${CMAKE_CURRENT_SOURCE_DIR}/test_${name}.py)
     if(NOT ARG_TIMEOUT)

@@ -29,7 +29,7 @@ constexpr int maxSameChoices = 3;
 QString quoted(QString text)
 {
     static const QRegularExpression special(u"([\\\\\"])"_s);
-    return u'"' + visibleText(text.replace(special, u"\\\\\\1"_s)) + u'"';
+    return u'"' + visibleText(text.replace(special, u"\\\\1"_s)) + u'"';
 }
 
 /// A command so that nothing about it is left open: each argument in quotes of its own.

@@ -19,8 +19,8 @@ SAMPLE = 15  # of the many calls that are plain writes
 WRITING = "write,pwrite64,fsync,fdatasync,rename,renameat,renameat2,link,linkat,unlink,unlinkat,ftruncate,fallocate," \
           "mkdir,mkdirat"
 ENDS = "COMPLETED", "ERROR", "CANCELLED", "INTERRUPTED"
-NO_SPACE = "database or disk is full|disk I/O error|unable to open|Atomic file replacement failed"
-REFUSAL = "Existing/untracked or externally modified file: |Checkpoint conflict: external changes"
+NO_SPACE = "database or disk is full|disk I/O error|unable to open|Не удалось (заменить|записать) файл|записан не полностью"
+REFUSAL = "Файл изменён вне программы или ей не известен: |[Фф]айлы проекта изменены вне программы"
 pytestmark = pytest.mark.timeout(0 if SLOW else 300)
 
 

@@ -34,7 +34,7 @@ QJsonObject calculate(const QString &node, const QByteArray &page, const QString
     save(folder.filePath(u"browser.js"_s), browser);
     QProcess process;
     process.start(node, QStringList{folder.filePath(u"browser.js"_s), folder.filePath(u"page.html"_s)} + entries);
-    process.waitForFinished(20000);
+    process.waitForFinished(60000);
     return QJsonDocument::fromJson(process.readAllStandardOutput()).object();
 }
 

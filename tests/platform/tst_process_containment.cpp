@@ -193,6 +193,38 @@ private Q_SLOTS:
         QVERIFY(tagged.vanish());
     }
 
+    void nothingOutlivesItsProgram_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("atLeast"); // Alive before the program is ended; 0 when it ends by itself.
+        QTest::addColumn<int>("exitCode");
+        QTest::newRow("a daemon") << QStringList{u"daemon"_s, u"5"_s} << 0 << 5;
+        QTest::newRow("deaf sessions") << QStringList{u"grow"_s, u"7"_s, u"2"_s} << processesOfARun + 56 << 9;
+        QTest::newRow("forks without end") << QStringList{u"hop"_s, u"4"_s} << processesOfARun << 9;
+        QTest::newRow("a bomb") << QStringList{u"bomb"_s, u"150"_s} << 60 << 9;
+        for (const QString &what : {u"close-all"_s, u"stop-itself"_s, u"stop-guards"_s})
+            QTest::newRow(qPrintable(what)) << QStringList{what} << processesOfARun + 1 << 9;
+        for (const QString &what : {u"kill-inner-guard"_s, u"kill-outer-guard"_s})
+            QTest::newRow(qPrintable(what)) << QStringList{what} << 0 << 9;
+    }
+
+    void nothingOutlivesItsProgram()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, atLeast);
+        const TaggedProcesses tagged;
+        Contained contained;
+        QVERIFY(contained.start(treeProgram, arguments));
+        if (atLeast > 0) {
+            QVERIFY(tagged.growTo(atLeast));
+            ProcessContainment::end(contained.process);
+        }
+        QVERIFY(contained.process.waitForFinished());
+        QTEST(contained.process.exitCode(), "exitCode");
+        // Without its outer guard a program is over for us a moment before the inner one has cleared up.
+        QVERIFY(arguments.first() == "kill-outer-guard" ? tagged.vanish() : tagged.alive() == 0);
+    }
+
     void nothingSurvivesAKilledApplication_data()
     {
         QTest::addColumn<QStringList>("arguments");
@@ -236,17 +268,6 @@ private Q_SLOTS:
         QVERIFY(application.waitForFinished());
         QVERIFY(tagged.vanish());
         QVERIFY(QFile::exists(folder.filePath(u"asked"_s)));
-    }
-
-    void aBombIsDefused()
-    {
-        const TaggedProcesses tagged;
-        Contained contained;
-        QVERIFY(contained.start(treeProgram, {u"bomb"_s, u"150"_s}));
-        QVERIFY(tagged.growTo(60));
-        ProcessContainment::end(contained.process);
-        QVERIFY(contained.process.waitForFinished());
-        QCOMPARE(tagged.alive(), 0);
     }
 
 private:
