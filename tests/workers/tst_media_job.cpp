@@ -212,6 +212,8 @@ void MediaJobTest::aPictureIsReadByItsContent()
     QTEST(errorOf(result), "error");
     const QImage shown(path(result["preview"_L1].toString()));
     QCOMPARE(shown.size(), preview.isValid() ? preview : QSize(0, 0));
+    // What can't be imported isn't in the project.
+    QCOMPARE(everythingIn(path(u"assets"_s)).size(), preview.isValid() ? 1 : 0);
 }
 
 void MediaJobTest::aPhotographIsTurnedAsItWasTaken()

@@ -11,6 +11,7 @@
 #include <QJsonArray>
 #include <QRegularExpression>
 #include <QSaveFile>
+#include <QScopeGuard>
 
 #include <cmath>
 #include <optional>
@@ -190,6 +191,7 @@ QJsonObject importFile(const QJsonObject &job)
     const QString relative = u"assets/"_s + id() + u'/' + storedName(name);
     const QString target = safeMediaPath(job["root"_L1].toString(), relative);
     require(QDir().mkpath(QFileInfo(target).path()), u"Не удалось создать папку вложения"_s);
+    auto noCopy = qScopeGuard([&] { QDir(QFileInfo(target).path()).removeRecursively(); }); // of what can't be imported
     copyFile(source.filePath(), target);
     QJsonObject result{{u"success"_s, true},  {u"id"_s, id()},   {u"name"_s, name},
                        {u"path"_s, relative}, {u"kind"_s, kind}, {u"bytes"_s, QFileInfo(target).size()}};
@@ -204,6 +206,7 @@ QJsonObject importFile(const QJsonObject &job)
         require(file.open(QIODevice::ReadOnly), u"Не удалось прочитать вложение"_s);
         result["excerpt"_L1] = QString::fromUtf8(file.read(excerptBytes));
     }
+    noCopy.dismiss();
     return result;
 }
 
