@@ -66,7 +66,7 @@ QString TaskJournal::record(const QJsonObject &event)
     if (touchesNote(type))
         saveWorkNote(state);
     if (type == "ToolFinished"_L1 && event["data"_L1]["success"_L1].toBool())
-        keepToolOutput(event["data"_L1]["stdout"_L1].toString());
+        keepToolOutput(task, event["data"_L1]["stdout"_L1].toString());
     return line;
 }
 
@@ -97,20 +97,26 @@ void TaskJournal::saveWorkNote(const QJsonObject &state)
               {{u"id"_s, noteId}, {u"category"_s, u"Work summary"_s}, {u"text"_s, noteOf(state)}, {u"time"_s, now()}});
 }
 
-/// A file that a tool says it has made appears among the project's media.
-void TaskJournal::keepToolOutput(const QString &printed)
+/// A file that a tool says it has made appears among the project's media. One that isn't there is told of, and is none.
+void TaskJournal::keepToolOutput(const QString &task, const QString &printed)
 {
     QJsonObject made = QJsonDocument::fromJson(printed.toUtf8()).object();
-    const QString path = std::as_const(made)["path"_L1].toString();
-    if (!std::as_const(made)["success"_L1].toBool() || path.isEmpty())
+    const QString named = std::as_const(made)["path"_L1].toString();
+    if (!std::as_const(made)["success"_L1].toBool() || named.isEmpty())
         return;
     try {
-        const QFileInfo file(workspace.resolve(path));
-        if (!file.isFile())
+        const QString path = projectPath(named);
+        const QFileInfo file(workspace.root() + u'/' + path);
+        if (!file.isFile()) {
+            addMessage(task, u"assistant"_s,
+                       u"Инструмент сообщил о готовом файле, но в проекте его нет: "_s
+                           + oneLine(named.left(maxTitleChars)),
+                       u"progress"_s);
             return;
+        }
         made["id"_L1] = id();
         made["type"_L1] = u"media"_s;
-        made["path"_L1] = file.filePath();
+        made["path"_L1] = path;
         made["name"_L1] = file.fileName();
         if (!made.contains("kind"_L1))
             made["kind"_L1] = u"result"_s;
@@ -120,6 +126,17 @@ void TaskJournal::keepToolOutput(const QString &printed)
     } catch (const std::exception &) {
         return; // What lies outside the project, or can't be noted, is no medium of it; the run goes on.
     }
+}
+
+/// The path from the project folder on of a file that a tool has named, in full or so. Throws what Workspace::resolve
+/// says of any other.
+QString TaskJournal::projectPath(const QString &named) const
+{
+    const QString root = workspace.root() + u'/';
+    const QString canonical = QFileInfo(named).canonicalFilePath();
+    const QString full = canonical.isEmpty() ? named : canonical;
+    const bool inside = QFileInfo(named).isAbsolute() && full.startsWith(root);
+    return workspace.resolve(inside ? full.mid(root.size()) : named).mid(root.size());
 }
 
 } // namespace vesk

@@ -28,7 +28,8 @@ public:
 
 private:
     void saveWorkNote(const QJsonObject &state);
-    void keepToolOutput(const QString &printed);
+    void keepToolOutput(const QString &task, const QString &printed);
+    QString projectPath(const QString &named) const;
 
     Store &store;
     const Workspace &workspace;

@@ -1,9 +1,11 @@
 #include "json_text.h"
 #include "planned_run.h"
 
+#include <QDir>
 #include <QJsonDocument>
 #include <QTest>
 
+#include <array>
 #include <csignal>
 
 using namespace vesk;
@@ -171,6 +173,37 @@ private Q_SLOTS:
             run.start();
             QVERIFY(run.runUntil([&] { return !run.engine.busy() || !approvals(run).isEmpty(); }));
             QVERIFY2(run.status(u"m"_s) == (safe ? u"COMPLETED"_s : u"BLOCKED"_s), qPrintable(changes));
+        }
+    }
+
+    void aFileThatAToolHasMadeIsAMediumOfTheProject()
+    {
+        PlannedRun run({});
+        QVERIFY(QDir(run.workspace.root()).mkdir(u"art"_s) && run.save(u"art/out.png"_s, "xyz"));
+        const QString link = run.folder.filePath(u"way"_s);
+        QVERIFY(QFile::link(run.workspace.root(), link));
+        const QString missing = u"Инструмент сообщил о готовом файле, но в проекте его нет: "_s;
+        for (const auto &[named, kept, told] : QList<std::array<QString, 3>>{
+                 {u"art/out.png"_s, u"art/out.png"_s, {}},
+                 {run.workspace.root() + u"/art/out.png"_s, u"art/out.png"_s, {}},
+                 {link + u"/art/out.png"_s, u"art/out.png"_s, {}},
+                 {u"art/none.png"_s, {}, missing + u"art/none.png"_s},
+                 {run.workspace.root() + u"/none"_s, {}, missing + run.workspace.root() + u"/none"_s},
+                 {u"art"_s, {}, missing + u"art"_s},
+                 {u"/bin/sh"_s, {}, {}},
+                 {u"../way"_s, {}, {}},
+             }) {
+            const QString event = id();
+            run.workspace.open(run.workspace.root(), event); // a project of its own
+            const QString printed = json({{u"success"_s, true}, {u"path"_s, named}});
+            run.core.journal.record({{u"id"_s, event},
+                                     {u"task_id"_s, event},
+                                     {u"type"_s, u"ToolFinished"_s},
+                                     {u"data"_s, QJsonObject{{u"success"_s, true}, {u"stdout"_s, printed}}}});
+            const QJsonArray media = run.store.list(u"artifacts"_s, event);
+            QCOMPARE(media.at(0)[u"path"_s].toString(), kept);
+            QCOMPARE(media.size(), kept.isEmpty() ? 0 : 1);
+            QCOMPARE(run.store.list(u"messages"_s, event).at(0)[u"content"_s].toString(), told);
         }
     }
 

@@ -1,6 +1,7 @@
 // Jobs on real files: pictures and videos made here, paths that lead elsewhere, broken input.
 
 #include "files.h"
+#include "helpers.h"
 #include "media_job.h"
 
 #include <QBuffer>
@@ -11,6 +12,10 @@
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <array>
+
+#include <sys/stat.h>
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
@@ -24,7 +29,12 @@ private Q_SLOTS:
     void aLinkIsNoPath();
     void aFileIsCopiedWithWhatAModelSeesOfIt();
     void aPictureIsShownSmallAndABrokenOneRefused();
+    void aPictureIsReadByItsContent_data();
+    void aPictureIsReadByItsContent();
     void aPhotographIsTurnedAsItWasTaken();
+    void aTransparentPictureStandsOnWhite();
+    void aFileOfAnyNameIsTaken_data();
+    void aFileOfAnyNameIsTaken();
     void noMoreThan256MiBAreImported();
     void aVideoIsShownByPicturesOfIt();
     void theTimesAreSpreadOverTheLength_data();
@@ -36,6 +46,9 @@ private Q_SLOTS:
     void aVideoIsNotCutAnyHow();
     void onlyVerticesMove();
     void filesAreFoundByAPartOfTheirName();
+    void whatFfmpegSaysIsTakenAsItIs();
+    void anyKindOfFileHasAnAnswer_data();
+    void anyKindOfFileHasAnAnswer();
     void theWorkerAnswersEvenNonsense_data();
     void theWorkerAnswersEvenNonsense();
 
@@ -77,6 +90,23 @@ QByteArray picture(int width, int height)
     QBuffer buffer(&bytes);
     image.save(&buffer, "PNG");
     return bytes;
+}
+
+/// A GIF of one empty frame on a canvas of another size.
+QByteArray animation(QSize canvas, QSize frame)
+{
+    const auto bytes = [](QSize size) {
+        return QByteArray() + char(size.width() & 255) + char(size.width() >> 8) + char(size.height() & 255)
+            + char(size.height() >> 8);
+    };
+    return "GIF89a" + bytes(canvas)
+        + QByteArray::fromHex("800000"
+                              "000000ffffff"
+                              "2c00000000")
+        + bytes(frame)
+        + QByteArray::fromHex("00"
+                              "02024c0100"
+                              "3b");
 }
 
 bool makeVideo(const QString &file, double seconds)
@@ -163,6 +193,29 @@ void MediaJobTest::aPictureIsShownSmallAndABrokenOneRefused()
     QCOMPARE(errorOf(imported(made(u"huge.png"_s, "P6 7072 7071 255\n"))), u"Изображение превышает 50 мегапикселей"_s);
 }
 
+void MediaJobTest::aPictureIsReadByItsContent_data()
+{
+    QTest::addColumn<QByteArray>("bytes");
+    QTest::addColumn<QSize>("preview");
+    QTest::addColumn<QString>("error");
+    const QString tooLarge = u"Изображение превышает 50 мегапикселей"_s;
+    QTest::newRow("another format") << animation({100, 50}, {100, 50}) << QSize(100, 50) << u"(none)"_s;
+    QTest::newRow("too large for what it says") << animation({8200, 8200}, {1, 1}) << QSize() << tooLarge;
+    QTest::newRow("a line") << picture(5000, 1) << QSize(1536, 1) << u"(none)"_s;
+}
+
+void MediaJobTest::aPictureIsReadByItsContent()
+{
+    QFETCH(QByteArray, bytes);
+    QFETCH(QSize, preview);
+    const QJsonObject result = imported(made(u"a.png"_s, bytes));
+    QTEST(errorOf(result), "error");
+    const QImage shown(path(result["preview"_L1].toString()));
+    QCOMPARE(shown.size(), preview.isValid() ? preview : QSize(0, 0));
+    // What can't be imported isn't in the project.
+    QCOMPARE(everythingIn(path(u"assets"_s)).size(), preview.isValid() ? 1 : 0);
+}
+
 void MediaJobTest::aPhotographIsTurnedAsItWasTaken()
 {
     QBuffer buffer;
@@ -185,6 +238,39 @@ void MediaJobTest::aPhotographIsTurnedAsItWasTaken()
     QCOMPARE(QImage(path(u"o.png"_s)).size(), QSize(20, 40));
 }
 
+void MediaJobTest::aTransparentPictureStandsOnWhite()
+{
+    QImage glass(4, 4, QImage::Format_ARGB32);
+    glass.fill(Qt::transparent);
+    QVERIFY(glass.save(path(u"glass.png"_s)));
+    QCOMPARE(errorOf(edited({{u"operation"_s, u"image"_s}, {u"input"_s, u"glass.png"_s}, {u"output"_s, u"o.webp"_s}})),
+             u"(none)"_s);
+    const QImage shown(path(imported(path(u"o.webp"_s))["preview"_L1].toString()));
+    QCOMPARE(shown.pixelColor(1, 1), QColor(Qt::white));
+}
+
+void MediaJobTest::aFileOfAnyNameIsTaken_data()
+{
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("stored");
+    QTest::newRow("of other systems") << u"a:b\\c?.txt"_s << u"a_b_c_.txt"_s;
+    QTest::newRow("dot at the end") << u"a. ."_s << u"a"_s;
+    QTest::newRow("two lines") << u"a\nb.txt"_s << u"a_b.txt"_s;
+    QTest::newRow("a device") << u"Con.txt"_s << u"_Con.txt"_s;
+    QTest::newRow("of git") << u".Git"_s << u"_.Git"_s;
+    QTest::newRow("long") << QString(120, u'я') + u".txt"_s << QString(108, u'я') + u".txt"_s;
+}
+
+void MediaJobTest::aFileOfAnyNameIsTaken()
+{
+    QFETCH(QString, name);
+    QFETCH(QString, stored);
+    const QJsonObject result = imported(made(name, "x"));
+    QCOMPARE(result["name"_L1].toString(), name);
+    QCOMPARE(result["path"_L1].toString().section(u'/', 2), stored);
+    QCOMPARE(contentOf(path(result["path"_L1].toString())), "x");
+}
+
 void MediaJobTest::noMoreThan256MiBAreImported()
 {
     QFile file(made(u"big.bin"_s, {}));
@@ -196,7 +282,7 @@ void MediaJobTest::noMoreThan256MiBAreImported()
 
 void MediaJobTest::aVideoIsShownByPicturesOfIt()
 {
-    const QString video = outside->filePath(u"v.mp4"_s);
+    const QString video = outside->filePath(u"v%d.mp4"_s); // in the name of a picture it would stand for a number
     QVERIFY(makeVideo(video, 2));
     const QJsonObject result = imported(video);
     QCOMPARE(result["duration_seconds"_L1].toDouble(), 2.0);
@@ -236,6 +322,8 @@ void MediaJobTest::aPictureIsEdited_data()
     QTest::newRow("fits its box") << u"{'width':100}"_s << QSize(100, 50) << done;
     QTest::newRow("cut, then sized") << u"{'crop':[0,0,200,200],'width':50,'height':90}"_s << QSize(50, 50) << done;
     QTest::newRow("turned") << u"{'rotate':90}"_s << QSize(200, 400) << done;
+    QTest::newRow("turned beyond bounds")
+        << u"{'width':7000,'height':7000,'rotate':45}"_s << QSize() << u"Размер результата превышен"_s;
     QTest::newRow("on a colour") << u"{'background':'#ff0000'}"_s << QSize(400, 200) << done;
     QTest::newRow("cut outside") << u"{'crop':[300,0,200,10]}"_s << QSize() << u"Область обрезки за границами"_s;
     QTest::newRow("cut beyond numbers") << u"{'crop':[9007199254740991,1,9007199254740991,1]}"_s << QSize()
@@ -328,7 +416,9 @@ void MediaJobTest::onlyVerticesMove()
              "# v 1 2 3\r\n\nv 3 5 5 .5\nvn 1 2 3\nv\t1 2 3\n" + QByteArray(1 << 20, 'x') + "v 1 2 3\nf 1");
     job["output"_L1] = u"other.obj"_s;
     for (const auto &[line, error] : {std::pair(QByteArray("v 1 2"), u"Повреждённая вершина OBJ"_s),
-                                      std::pair(QByteArray("v 1 nan 3"), u"Неверная координата OBJ"_s)}) {
+                                      std::pair(QByteArray("v 1 nan 3"), u"Неверная координата OBJ"_s),
+                                      std::pair(QByteArray("v -inf 2 3"), u"Неверная координата OBJ"_s),
+                                      std::pair(QByteArray("v 1 2 1e308"), u"Неверная координата OBJ"_s)}) {
         save(path(u"in.obj"_s), line);
         QCOMPARE(errorOf(edited(job)), error);
         QVERIFY(!QFile::exists(path(u"other.obj"_s)));
@@ -358,6 +448,83 @@ void MediaJobTest::filesAreFoundByAPartOfTheirName()
         save(path(u"many/%1.log"_s.arg(i)), "x");
     QCOMPARE(found(u".log"_s)["files"_L1].toArray().size(), 100);
     QVERIFY(found(u".log"_s)["limited"_L1].toBool());
+}
+
+void MediaJobTest::whatFfmpegSaysIsTakenAsItIs()
+{
+    const auto ffmpeg = [&](const QByteArray &script) {
+        const QString program = made(u"ffmpeg"_s, "#!/bin/sh\nfor last; do :; done\n" + script);
+        QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        return program;
+    };
+    const QJsonObject still = mediaJob({{u"operation"_s, u"import"_s},
+                                        {u"root"_s, project->path()},
+                                        {u"source"_s, made(u"still.mp4"_s, "x")},
+                                        {u"ffmpeg"_s, ffmpeg("echo Duration: 00:00:00.00 >&2; echo x > \"$last\"")}});
+    QCOMPARE(still["duration_seconds"_L1].toDouble(-1), 0.0);
+    QCOMPARE(still["frames"_L1].toArray().size(), 1);
+
+    save(path(u"in.mp4"_s), "x");
+    const QByteArray complaint = QByteArray("я").repeated(1600) + "\321"; // and half a letter
+    const QJsonObject failed = edited({{u"operation"_s, u"video"_s},
+                                       {u"input"_s, u"in.mp4"_s},
+                                       {u"output"_s, u"o.mp4"_s},
+                                       {u"ffmpeg"_s, ffmpeg("printf " + complaint + " >&2; echo x > $last; exit 1")}});
+    QCOMPARE(errorOf(failed), u"FFmpeg: "_s + QString(1499, u'я') + QChar::ReplacementCharacter);
+    QVERIFY(!QFile::exists(path(u"o.mp4"_s)));
+}
+
+void MediaJobTest::anyKindOfFileHasAnAnswer_data()
+{
+    QTest::addColumn<QString>("operation");
+    QTest::addColumn<QString>("file");
+    QTest::addColumn<QString>("error");
+    const QString special = u"Исходный файл должен быть обычным файлом"_s;
+    const QString noSize = u"Неподдерживаемый размер изображения"_s;
+    const QString noObj = u"OBJ не читается или превышает 64 МиБ"_s;
+    for (const auto &[operation, file, error] : QList<std::array<QString, 3>>{
+             {u"image"_s, u"pipe.png"_s, special},
+             {u"obj_transform"_s, u"pipe.obj"_s, special},
+             {u"frame"_s, u"pipe.mp4"_s, special},
+             {u"import"_s, u"pipe.mp4"_s, u"Файл должен быть обычным файлом до 256 МиБ."_s},
+             {u"image"_s, u"folder.png"_s, noSize},
+             {u"obj_transform"_s, u"folder.obj"_s, noObj},
+             {u"image"_s, u"none.png"_s, noSize},
+             {u"obj_transform"_s, u"none.obj"_s, noObj},
+             {u"image"_s, u"empty.png"_s, noSize},
+             {u"obj_transform"_s, u"empty.obj"_s, u"(none)"_s},
+             {u"image"_s, u"half.png"_s, u"Изображение не читается"_s},
+             {u"frame"_s, u"short.mp4"_s, u"FFmpeg не создал файл: в этом месте видео ничего нет"_s},
+         })
+        QTest::addRow("%s %s", qPrintable(operation), qPrintable(file)) << operation << file << error;
+}
+
+void MediaJobTest::anyKindOfFileHasAnAnswer()
+{
+    QFETCH(QString, operation);
+    QFETCH(QString, file);
+    if (file.startsWith(u"pipe"_s))
+        QCOMPARE(mkfifo(QFile::encodeName(path(file)).constData(), 0600), 0);
+    else if (file.startsWith(u"folder"_s))
+        QVERIFY(QDir().mkdir(path(file)));
+    else if (file == u"short.mp4"_s)
+        QVERIFY(makeVideo(path(file), 1));
+    else if (!file.startsWith(u"none"_s))
+        save(path(file), file == u"half.png"_s ? picture(9, 9).chopped(20) : QByteArray());
+    const QString output = u"out."_s + (operation == u"frame"_s ? u"png"_s : QFileInfo(file).suffix());
+    const QJsonObject job{{u"operation"_s, operation},
+                          {u"root"_s, project->path()},
+                          {u"source"_s, path(file)},
+                          {u"input"_s, file},
+                          {u"output"_s, output},
+                          {u"start"_s, 100},
+                          {u"ffmpeg"_s, QStandardPaths::findExecutable(u"ffmpeg"_s)}};
+    QProcess worker;
+    worker.start(QStringLiteral(VESK_PROGRAM), {u"--media-job"_s, json(job)});
+    QVERIFY(worker.waitForFinished(10000));
+    const QJsonObject result = QJsonDocument::fromJson(worker.readAllStandardOutput()).object();
+    QTEST(errorOf(result), "error");
+    QCOMPARE(QFile::exists(path(output)), result["success"_L1].toBool());
 }
 
 void MediaJobTest::theWorkerAnswersEvenNonsense_data()

@@ -12,6 +12,7 @@
 #include <QPainter>
 #include <QProcess>
 #include <QSaveFile>
+#include <QTemporaryDir>
 #include <QTransform>
 
 using namespace Qt::StringLiterals;
@@ -21,7 +22,7 @@ namespace vesk {
 namespace {
 
 constexpr qsizetype keptOfEachEnd = 65536;
-constexpr qsizetype shownErrorBytes = 1500;
+constexpr qsizetype shownErrorChars = 1500;
 constexpr int startMs = 10000;
 constexpr int killMs = 1000;
 constexpr int videoMs = 110000;
@@ -35,13 +36,17 @@ void keepEnds(QByteArray &text)
 
 QImage readImage(const QString &path)
 {
+    allowPixels();
     QImageReader reader(path);
     reader.setAutoTransform(true);
-    const QSize size = reader.size();
-    require(size.width() >= 0 && size.height() >= 0 && fitsPixels(size.width(), size.height()),
-            u"Неподдерживаемый размер изображения"_s);
+    const auto requireSupported = [](QSize size) {
+        require(size.width() >= 0 && size.height() >= 0 && fitsPixels(size.width(), size.height()),
+                u"Неподдерживаемый размер изображения"_s);
+    };
+    requireSupported(reader.size());
     QImage image = reader.read();
     require(!image.isNull(), u"Изображение не читается"_s);
+    requireSupported(image.size()); // which may be larger than what it said of itself
     return image;
 }
 
@@ -68,16 +73,22 @@ QImage resized(const QImage &image, const QJsonObject &job)
     return image.scaled(int(width), int(height), Qt::KeepAspectRatio, Qt::SmoothTransformation);
 }
 
+QImage turned(const QImage &image, double degrees)
+{
+    const QTransform turn = QTransform().rotate(degrees);
+    const QSizeF size = turn.mapRect(QRectF(image.rect())).size();
+    require(size.width() * size.height() <= maxPixels, u"Размер результата превышен"_s); // false of no number, too
+    return image.transformed(turn, Qt::SmoothTransformation);
+}
+
 QImage onBackground(const QImage &image, const QString &name)
 {
     const QColor color = QColor::fromString(name);
     require(color.isValid(), u"Неверный цвет фона"_s);
-    QImage filled(image.size(), QImage::Format_ARGB32);
-    filled.fill(color);
-    QPainter(&filled).drawImage(0, 0, image);
-    return filled;
+    return onColor(image, color);
 }
 
+/// All but the last one, which is the output.
 QStringList videoArguments(const QJsonObject &job, const QString &input, const QString &output)
 {
     const double start = job["start"_L1].toDouble();
@@ -102,7 +113,7 @@ QStringList videoArguments(const QJsonObject &job, const QString &input, const Q
         require(suffix == "mp4"_L1, u"Видео сохраняется в MP4"_s);
         arguments += {u"-c:v"_s, u"libx264"_s, u"-preset"_s, u"fast"_s, u"-crf"_s, u"23"_s, u"-c:a"_s, u"aac"_s};
     }
-    return arguments << output;
+    return arguments;
 }
 
 } // namespace
@@ -110,6 +121,20 @@ QStringList videoArguments(const QJsonObject &job, const QString &input, const Q
 bool fitsPixels(qint64 width, qint64 height)
 {
     return width * height <= maxPixels;
+}
+
+void allowPixels()
+{
+    constexpr int bytesOfPixel = 8;
+    QImageReader::setAllocationLimit(int(maxPixels * bytesOfPixel / 1048576 + 1));
+}
+
+QImage onColor(const QImage &image, const QColor &color)
+{
+    QImage filled(image.size(), QImage::Format_ARGB32);
+    filled.fill(color);
+    QPainter(&filled).drawImage(0, 0, image);
+    return filled;
 }
 
 QString shortNumber(double value)
@@ -155,6 +180,20 @@ FfmpegRun runFfmpeg(const QString &program, const QStringList &arguments, int li
     return run;
 }
 
+FfmpegRun makeWithFfmpeg(const QString &program, const QStringList &arguments, const QString &output, int limitMs)
+{
+    // In the path of a picture "%d" stands for its number: one with such a name is made elsewhere, and moved.
+    QTemporaryDir elsewhere;
+    const bool plain = !output.contains(u'%');
+    const QString file = plain ? output : elsewhere.filePath(u"made."_s + QFileInfo(output).suffix());
+    FfmpegRun run = runFfmpeg(program, QStringList(arguments) << file, limitMs);
+    run.made = run.succeeded && QFileInfo(file).isFile() && QFileInfo(file).size() > 0
+        && (plain || QFile::rename(file, output));
+    if (!run.made)
+        QFile::remove(output);
+    return run;
+}
+
 void editImage(const QJsonObject &job, const QString &input, const QString &output)
 {
     QImage image = readImage(input);
@@ -162,7 +201,7 @@ void editImage(const QJsonObject &job, const QString &input, const QString &outp
         image = cropped(image, job["crop"_L1].toArray());
     image = resized(image, job);
     if (job.contains("rotate"_L1))
-        image = image.transformed(QTransform().rotate(job["rotate"_L1].toDouble()), Qt::SmoothTransformation);
+        image = turned(image, job["rotate"_L1].toDouble());
     if (job.contains("background"_L1))
         image = onBackground(image, job["background"_L1].toString());
     QSaveFile file(output);
@@ -176,10 +215,11 @@ void editVideo(const QJsonObject &job, const QString &input, const QString &outp
 {
     const QString ffmpeg = ffmpegOf(job);
     require(QFileInfo(ffmpeg).isFile(), u"FFmpeg не найден. Укажите путь в настройках API."_s);
-    const FfmpegRun run = runFfmpeg(ffmpeg, videoArguments(job, input, output), videoMs);
+    const FfmpegRun run = makeWithFfmpeg(ffmpeg, videoArguments(job, input, output), output, videoMs);
     require(run.started, u"Не удалось запустить FFmpeg"_s);
     require(run.inTime, u"Обработка превысила 110 секунд; разделите видео на части"_s);
-    require(run.succeeded, u"FFmpeg: "_s + QString::fromUtf8(run.errors.right(shownErrorBytes)));
+    require(run.succeeded, u"FFmpeg: "_s + QString::fromUtf8(run.errors).right(shownErrorChars));
+    require(run.made, u"FFmpeg не создал файл: в этом месте видео ничего нет"_s);
 }
 
 } // namespace vesk

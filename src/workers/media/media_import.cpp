@@ -6,12 +6,15 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QImageIOHandler>
 #include <QImageReader>
 #include <QJsonArray>
 #include <QRegularExpression>
 #include <QSaveFile>
+#include <QScopeGuard>
 
 #include <cmath>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -44,42 +47,61 @@ void copyFile(const QString &source, const QString &target)
     require(to.commit(), u"Ошибка сохранения"_s);
 }
 
+bool exceedsPreview(QSize size)
+{
+    return size.width() > previewSide || size.height() > previewSide;
+}
+
+QSize previewSize(QSize size)
+{
+    return size.scaled(previewSide, previewSide, Qt::KeepAspectRatio).expandedTo({1, 1});
+}
+
 void previewImage(const QString &path, QJsonObject &result)
 {
+    allowPixels();
     QImageReader reader(path);
     reader.setAutoTransform(true);
-    const QSize size = reader.size();
-    require(fitsPixels(size.width(), size.height()), u"Изображение превышает 50 мегапикселей"_s);
-    if (size.width() > previewSide || size.height() > previewSide)
-        reader.setScaledSize(size.scaled(previewSide, previewSide, Qt::KeepAspectRatio));
-    const QImage image = reader.read();
+    const QString tooLarge = u"Изображение превышает 50 мегапикселей"_s;
+    QSize size = reader.size();
+    require(fitsPixels(size.width(), size.height()), tooLarge);
+    const bool decodesSmall = reader.supportsOption(QImageIOHandler::ScaledSize);
+    if (decodesSmall && exceedsPreview(size))
+        reader.setScaledSize(previewSize(size));
+    QImage image = reader.read();
     require(!image.isNull(), u"Не удалось декодировать изображение"_s);
+    // Some formats tell a size other than that of the picture in them, or none.
+    if (!decodesSmall && image.size() != size && image.size() != size.transposed())
+        size = image.size();
+    require(fitsPixels(size.width(), size.height()), tooLarge);
+    if (exceedsPreview(image.size()))
+        image = image.scaled(previewSize(image.size()), Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
+    if (image.hasAlphaChannel())
+        image = onColor(image, Qt::white); // JPEG knows no transparency and would make it black
     require(image.save(path + u".preview.jpg"_s, "JPG", previewQuality), u"Не удалось создать превью"_s);
     result["preview"_L1] = result["path"_L1].toString() + u".preview.jpg"_s;
     result["width"_L1] = size.width();
     result["height"_L1] = size.height();
 }
 
-/// The length in seconds that FFmpeg tells of a file; 0 when it tells none.
-double lengthOf(const QString &ffmpeg, const QString &path)
+/// The length in seconds that FFmpeg tells of a file, if it tells any.
+std::optional<double> lengthOf(const QString &ffmpeg, const QString &path)
 {
     const FfmpegRun probe = runFfmpeg(
         ffmpeg, {u"-nostdin"_s, u"-hide_banner"_s, u"-protocol_whitelist"_s, u"file,pipe"_s, u"-i"_s, path}, probeMs);
     static const QRegularExpression duration(u"Duration: (\\d+):(\\d+):(\\d+(?:\\.\\d+)?)"_s);
     const QRegularExpressionMatch told = duration.match(QString::fromUtf8(probe.errors));
     if (!probe.inTime || !told.hasMatch())
-        return 0;
+        return {};
     return told.captured(1).toDouble() * 3600 + told.captured(2).toDouble() * 60 + told.captured(3).toDouble();
 }
 
 bool takeFrame(const QString &ffmpeg, const QString &path, const QString &second, const QString &picture)
 {
-    const FfmpegRun run
-        = runFfmpeg(ffmpeg,
-                    {u"-nostdin"_s, u"-loglevel"_s, u"error"_s, u"-y"_s, u"-protocol_whitelist"_s, u"file,pipe"_s,
-                     u"-ss"_s, second, u"-i"_s, path, u"-frames:v"_s, u"1"_s, u"-vf"_s, u"scale=1024:-2"_s, picture},
-                    frameMs);
-    return run.succeeded && QFileInfo(picture).size() > 0;
+    const QStringList arguments{u"-nostdin"_s,  u"-loglevel"_s, u"error"_s, u"-y"_s,           u"-protocol_whitelist"_s,
+                                u"file,pipe"_s, u"-ss"_s,       second,     u"-i"_s,           path,
+                                u"-frames:v"_s, u"1"_s,         u"-vf"_s,   u"scale=1024:-2"_s};
+    return makeWithFfmpeg(ffmpeg, arguments, picture, frameMs).made;
 }
 
 void previewVideo(const QString &ffmpeg, const QString &path, QJsonObject &result)
@@ -87,9 +109,9 @@ void previewVideo(const QString &ffmpeg, const QString &path, QJsonObject &resul
     QJsonArray frames;
     if (QFileInfo(ffmpeg).isFile()) {
         QList<double> times{0, 5, 10};
-        if (const double seconds = lengthOf(ffmpeg, path); seconds > 0) {
-            result["duration_seconds"_L1] = seconds;
-            times = sampleTimes(seconds);
+        if (const auto seconds = lengthOf(ffmpeg, path)) {
+            result["duration_seconds"_L1] = *seconds;
+            times = sampleTimes(*seconds);
         }
         for (const double time : std::as_const(times)) {
             const QString second = shortNumber(time);
@@ -115,6 +137,28 @@ QString noteOf(const QString &kind)
         return u"Файл приложен как ресурс. Содержимое этого формата автоматически не распознано; нужен подходящий "
                "инструмент."_s;
     return {};
+}
+
+/// The name under which a file lies in the project: its own as far as any system and the workspace take it, with room
+/// for what the names of its previews have behind it.
+QString storedName(QString name)
+{
+    constexpr qsizetype maxNameBytes = 220;
+    constexpr qsizetype maxSuffixBytes = 20;
+    static const QRegularExpression forbidden(u"[<>:\"/\\\\|?*\\p{Cc}\\p{Cf}\\p{Zl}\\p{Zp}]"_s);
+    static const QRegularExpression taken(u"^(con|prn|aux|nul|com[1-9]|lpt[1-9])(\\.|$)|^\\.git$"_s,
+                                          QRegularExpression::CaseInsensitiveOption);
+    name.replace(forbidden, u"_"_s);
+    QString ending = QFileInfo(name).suffix().prepend(u'.');
+    if (ending.size() == 1 || ending.toUtf8().size() > maxSuffixBytes)
+        ending.clear();
+    name.chop(ending.size());
+    while (name.toUtf8().size() + ending.toUtf8().size() > maxNameBytes)
+        name.chop(name.back().isLowSurrogate() ? 2 : 1);
+    name += ending;
+    while (name.endsWith(u'.') || name.endsWith(u' '))
+        name.chop(1);
+    return name.isEmpty() || taken.match(name).hasMatch() ? u'_' + name : name;
 }
 
 bool hasExcerpt(const QString &name, const QString &kind)
@@ -144,9 +188,10 @@ QJsonObject importFile(const QJsonObject &job)
             u"Файл должен быть обычным файлом до 256 МиБ."_s);
     const QString name = source.fileName();
     const QString kind = mediaKind(name);
-    const QString relative = u"assets/"_s + id() + u'/' + name;
+    const QString relative = u"assets/"_s + id() + u'/' + storedName(name);
     const QString target = safeMediaPath(job["root"_L1].toString(), relative);
     require(QDir().mkpath(QFileInfo(target).path()), u"Не удалось создать папку вложения"_s);
+    auto noCopy = qScopeGuard([&] { QDir(QFileInfo(target).path()).removeRecursively(); }); // of what can't be imported
     copyFile(source.filePath(), target);
     QJsonObject result{{u"success"_s, true},  {u"id"_s, id()},   {u"name"_s, name},
                        {u"path"_s, relative}, {u"kind"_s, kind}, {u"bytes"_s, QFileInfo(target).size()}};
@@ -161,6 +206,7 @@ QJsonObject importFile(const QJsonObject &job)
         require(file.open(QIODevice::ReadOnly), u"Не удалось прочитать вложение"_s);
         result["excerpt"_L1] = QString::fromUtf8(file.read(excerptBytes));
     }
+    noCopy.dismiss();
     return result;
 }
 

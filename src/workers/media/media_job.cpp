@@ -35,6 +35,9 @@ QJsonObject editFile(const QJsonObject &job)
     const QString input = safeMediaPath(root, job["input"_L1].toString());
     const QString output = safeMediaPath(root, result);
     require(!QFileInfo::exists(output), u"Результат должен быть новым файлом; оригинал сохраняется."_s);
+    // Opening a pipe or a device may take for ever.
+    const QFileInfo source(input);
+    require(!source.exists() || source.isFile() || source.isDir(), u"Исходный файл должен быть обычным файлом"_s);
     require(QDir().mkpath(QFileInfo(output).path()), u"Не удалось создать папку результата"_s);
     if (operation == "image"_L1)
         editImage(job, input, output);

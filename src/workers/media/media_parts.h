@@ -3,6 +3,8 @@
 // What the operations of the media worker share.
 
 #include <QByteArray>
+#include <QColor>
+#include <QImage>
 #include <QJsonObject>
 #include <QString>
 #include <QStringList>
@@ -17,9 +19,14 @@ struct FfmpegRun {
     bool started = false;
     bool inTime = false;
     bool succeeded = false;
+    bool made = false; ///< What it was to make is there.
     QByteArray errors;
 };
 FfmpegRun runFfmpeg(const QString &program, const QStringList &arguments, int limitMs);
+
+/// The same with the file to make as the last argument. It is "made" when it has something in it; else nothing is left
+/// there.
+FfmpegRun makeWithFfmpeg(const QString &program, const QStringList &arguments, const QString &output, int limitMs);
 
 /// The FFmpeg that a job names, else the one that comes with the application.
 QString ffmpegOf(const QJsonObject &job);
@@ -28,6 +35,12 @@ QString ffmpegOf(const QJsonObject &job);
 QString shortNumber(double value);
 
 bool fitsPixels(qint64 width, qint64 height);
+
+/// Lets Qt decode any picture that fits, also with 16 bits for each colour.
+void allowPixels();
+
+/// The picture with a colour behind what is transparent.
+QImage onColor(const QImage &image, const QColor &color);
 
 QJsonObject findFiles(const QJsonObject &job);
 QJsonObject importFile(const QJsonObject &job);

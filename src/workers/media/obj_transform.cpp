@@ -49,9 +49,9 @@ QByteArray movedVertex(const QByteArray &line, const Move &move)
             continue;
         }
         bool number = false;
-        const double value = parts[i].toDouble(&number);
-        require(number && std::isfinite(value), u"Неверная координата OBJ"_s);
-        moved += QByteArray::number(value * move.scale + move.offset.at(size_t(i - 1)), 'g', 12);
+        const double value = parts[i].toDouble(&number) * move.scale + move.offset.at(size_t(i - 1));
+        require(number && std::isfinite(value), u"Неверная координата OBJ"_s); // it may have been moved out of reach
+        moved += QByteArray::number(value, 'g', 12);
     }
     return moved + '\n';
 }
