@@ -51,7 +51,7 @@ QSet<QString> upstreamOf(const Links &links, const QString &id)
     QStringList open{id};
     while (!open.isEmpty()) {
         for (const QString &next : links.value(open.takeLast())) {
-            if (next == id || !links.contains(next) || found.contains(next))
+            if (!links.contains(next) || found.contains(next))
                 continue;
             found.insert(next);
             open.append(next);

@@ -12,7 +12,7 @@ namespace vesk {
 /// What waits for what: each id with the ids that it waits for directly. Of nodes in a plan, of agents in a chain.
 using Links = QHash<QString, QStringList>;
 
-/// All ids that `id` waits for, directly or not, without `id` itself and without ids that have no entry.
+/// All ids that `id` waits for, directly or not, without those that have no entry. Of links without a cycle.
 QSet<QString> upstreamOf(const Links &links, const QString &id);
 
 /// Walks from each of `ids` in turn along all links and shows each to `check` before following it; the check throws at

@@ -1,4 +1,5 @@
 #include "narrator.h"
+#include "reasons.h"
 
 #include <QJsonArray>
 #include <QTest>
@@ -106,9 +107,21 @@ private Q_SLOTS:
              {u"Не удалось завершить.\n\nЧто сделано\n• Завершённых этапов пока нет.\n\n"_s,
               u"Что не выполнено\n• Шаг code — Проверяю\n• Шаг tool — Ошибка\n• Шаг tool — Нужен доступ\n"
               "• Шаг research — В работе\n\nФайлы\n• a.html — версия 1; проверка не завершена\n\n"_s,
-              u"Результаты инструментов\n• Шаг tool — код завершения -1; ошибка\n\n"_s,
+              u"Результаты инструментов\n• Шаг tool — код завершения -1; ошибка: x\n\n"_s,
               u"Почему работа остановилась\nСеть недоступна\n\n"_s})
             QVERIFY2(report.contains(part), qPrintable(part));
+    }
+
+    void aTechnicalReasonIsToldToAPerson()
+    {
+        const QList<std::pair<QString, QString>> reasons{
+            {u"Cannot read a b.txt"_s, u"Не удалось прочитать файл: a b.txt"_s},
+            {u"Dependency cycle"_s, u"Шаги плана ждут друг друга по кругу."_s},
+            {u"Invalid verdict"_s, u"Модель дважды ответила не по форме: Invalid verdict"_s},
+            {u"Dependency cycle of another kind"_s, u"Dependency cycle of another kind"_s},
+        };
+        for (const auto &[error, told] : reasons)
+            QCOMPARE(reasonText(error), told);
     }
 
     void aRunThatHasNotGotFarSaysSo()

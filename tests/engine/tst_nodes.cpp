@@ -88,14 +88,18 @@ private Q_SLOTS:
         QCOMPARE(run.store.get(u"checkpoints"_s, told[u"id"_s].toString()), told);
     }
 
-    void anEditBetweenTwoTasksEndsTheSecondBeforeAnyFile()
+    void anEditFromOutsideKeepsTheNextTaskFromEveryFile()
     {
         PlannedRun run({code(u"a.txt"_s), code(u"b.txt"_s)});
         QCOMPARE(run.ending(), u"COMPLETED"_s);
         QVERIFY(run.save(u"b.txt"_s, "mine"));
+        const QString refusal = errorOf([&] { run.start(); });
+        QVERIFY2(refusal.contains(u"изменены вне программы: изменён b.txt"_s), qPrintable(refusal));
+        QCOMPARE(run.endings.size(), 1);
 
+        QVERIFY(run.save(u"b.txt"_s, "b.txt\n"));
+        run.when(u"PhaseChanged"_s, u"STRUCTURING"_s, [&] { QVERIFY(run.save(u"b.txt"_s, "mine")); });
         QCOMPARE(run.ending(), u"Checkpoint conflict: external changes"_s);
-
         QCOMPARE(run.model.count(u"coding"_s), 2);
         QCOMPARE(run.fileContent(u"b.txt"_s), "mine");
     }
@@ -209,15 +213,11 @@ private Q_SLOTS:
 
     void aDocumentHasAtMostFiftyParts()
     {
-        const QList<std::pair<int, QString>> endings{
-            {15000, u"COMPLETED"_s}, {15001, u"Документ сохранён в черновиках: достигнут предел частей"_s}};
-        for (const auto &[target, ending] : endings) {
-            PlannedRun run({document(u"a.txt"_s, target)});
-            run.texts = {{u"a.txt"_s, {text(300)}}};
-            QCOMPARE(run.ending(), ending);
-            QCOMPARE(run.model.count(u"coding"_s), 50);
-            QCOMPARE(draftOf(run, u"a.txt"_s)[u"content"_s].toString().size(), 15000);
-        }
+        PlannedRun run({document(u"a.txt"_s, 15001)});
+        run.texts = {{u"a.txt"_s, {text(300)}}};
+        QCOMPARE(run.ending(), u"Документ сохранён в черновиках: достигнут предел частей"_s);
+        QCOMPARE(run.model.count(u"coding"_s), 50);
+        QCOMPARE(draftOf(run, u"a.txt"_s)[u"content"_s].toString().size(), 15000);
     }
 
     void researchIsPassedOnToWhatDependsOnIt()

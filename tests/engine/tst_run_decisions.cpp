@@ -224,7 +224,7 @@ private Q_SLOTS:
             {files({a}), {}},
             {files({u"b.txt"_s, a}), {}},
             {files({u"b.txt"_s}), u"В ответе отсутствует ожидаемый файл: a.txt"_s},
-            {files({a, u"A.TXT"_s}), u"Повторяющийся путь файла: A.TXT"_s},
+            {files({u"A.TXT"_s, a}), u"Повторяющийся путь файла: a.txt"_s},
             {files({a, u"SUB\\other.txt"_s}), u"Файл уже поручен другому узлу: SUB\\other.txt"_s},
             {files({u"b.Json"_s, a}, u"{\"a\":"_s), u"Ошибка JSON в b.Json: unterminated object"_s},
             {files({u"b.json"_s, a}, u"[]"_s), {}},

@@ -173,6 +173,9 @@ private Q_SLOTS:
         run.start();
         QVERIFY(run.runToEnd());
         QCOMPARE(run.order(), (QStringList{u"c"_s, u"b"_s, u"d"_s, u"a"_s, u"e"_s, u"planner"_s}));
+        WorkflowGroup group;
+        group.members = run.engine.agentNetwork;
+        QCOMPARE(readyMembers(group).first(), run.engine.agentNetwork[2]);
     }
 
     void aReviewerSendsItsUpstreamBack()
