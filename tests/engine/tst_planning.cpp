@@ -69,7 +69,6 @@ private Q_SLOTS:
             {{u"cic"_s, u"ccc"_s}, u"APPROVE"_s, u"STRUCTURING"_s},
             {{u"ccr"_s, u"ccr"_s}, u"APPROVE"_s, u"STRUCTURING"_s},
             {{u"jvc"_s, u"iri"_s}, u"APPROVE"_s, u"STRUCTURING"_s},
-            {{u"icc"_s, u"ccv"_s}, u"REVISE"_s, u"PLANNING"_s},
             {{u"vvv"_s, u"cvj"_s}, u"REJECT"_s, u"PLANNING"_s},
         };
         for (const auto &[rounds, verdict, next] : rows) {

@@ -301,29 +301,6 @@ private Q_SLOTS:
         QCOMPARE(run.orders(u"a.txt"_s).size(), 4);
     }
 
-    void twoChecksThatFailAtOnceCostOneRewrite()
-    {
-        const QString meet = u"touch %1; until [ -e %2 ]; do sleep 0.01; done; grep new a.txt"_s;
-        PlannedRun run({code(u"a.txt"_s), check(u"t"_s, meet.arg(u"t"_s, u"u"_s), {u"a.txt"_s}),
-                        check(u"u"_s, meet.arg(u"u"_s, u"t"_s), {u"a.txt"_s})});
-        run.engine.computerAccess = true;
-        run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
-        run.when(u"AutomaticCorrection"_s, {}, [&] { run.model.holding = true; });
-        run.start();
-        QVERIFY(run.runUntil([&] { return run.rows(u"tool_calls"_s).size() == 2 && run.model.held() == 1; }));
-        QCOMPARE(run.status(u"a.txt"_s), u"RUNNING"_s);
-        QCOMPARE(run.status(u"t"_s) + run.status(u"u"_s), u"QUEUEDQUEUED"_s);
-        run.model.holding = false;
-        QVERIFY(run.model.release(u"coding"_s));
-
-        QCOMPARE(run.outcome(), u"COMPLETED"_s);
-        QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 2);
-        QVERIFY(
-            !run.node(u"a.txt"_s)[u"input"_s].toObject().contains(u"recovery_fixes"_s)); // the second has none to give
-        QCOMPARE(run.calls(u"t"_s), 2);
-        QCOMPARE(run.calls(u"u"_s), 2);
-    }
-
     void aCheckThatSawTheOldTextRunsAgain_data()
     {
         QTest::addColumn<bool>("passesBeforeTheRewrite");
