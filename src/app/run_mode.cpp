@@ -108,6 +108,10 @@ void RunMode::follow(const QJsonObject &event)
 /// Nodes with one command are one question, and its answer is for all of them.
 void RunMode::takePermissionRequest(const QJsonObject &request)
 {
+    // A command that other nodes wait for as well is asked for again with each of them that has been let run.
+    const QJsonArray pending = core.engine.snapshot()["pending"_L1].toArray();
+    if (std::ranges::none_of(pending, [&](const QJsonValue &waiting) { return waiting["id"_L1] == request["id"_L1]; }))
+        return;
     const auto known = agreed.find(request["id"_L1].toString());
     if (known != agreed.end() && *known > 0) {
         --*known;

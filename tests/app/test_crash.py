@@ -86,7 +86,7 @@ def check(vesk, ended, versions):
     recorded = {file["path"]: file["content"].encode() for file in records["files"]}
     whole = all(files.get(name) == recorded.get(name) for name in versions)
     after = vesk.run(vesk.calculator)
-    assert (after.code, bool(re.search(REFUSAL, after.out))) == ((0, False) if whole else (1, True)), after.said
+    assert (after.code, bool(re.search(REFUSAL, after.said))) == ((0, False) if whole else (1, True)), after.said
     assert vesk.files().keys() <= versions.keys()
     if killed:
         records = vesk.records

@@ -106,6 +106,15 @@ def test_json_is_one_event_a_line_and_the_state_last(vesk):
     assert result["task_id"] == result["data"]["id"] == events[0]["task_id"]
 
 
+def test_a_result_that_cannot_be_written_is_no_success(vesk):
+    with open("/dev/full", "wb") as full:
+        ended = vesk.run(vesk.calculator, stdout=full)
+    assert ended.code == 1
+    assert "Не удалось вывести результат: стандартный вывод закрыт или переполнен." in ended.err
+    assert vesk.records.phases == ["COMPLETED"]
+    assert vesk.data.stat().st_mode & 0o777 == 0o700
+
+
 @pytest.mark.parametrize("json", [False, True])
 def test_a_simulated_run_prints_the_plan_and_writes_nothing(vesk, json):
     ended = vesk.run(vesk.calculator, "--simulate", *["--json"] * json)
@@ -136,6 +145,14 @@ def test_of_several_options_the_first_is_taken(vesk, model):
         questions=[] if given["task"].get("clarification") else ["Цвет?"], clarification_options=["Белый", "Чёрный"])
     ended = vesk.run("x", "--simulate", *model.options())
     assert ended.code == 0 and "\nОтвет: Белый\n" in ended.err
+
+
+def test_who_asks_the_same_again_and_again_is_not_answered_for_ever(vesk, model):
+    model.answers["orchestrator"] = spec(questions=["Какого цвета?"], clarification_options=["Белый", "Чёрный"])
+    ended = vesk.run("x", "--answer", "Синий", *model.options())
+    assert ended.code == 4
+    assert re.findall("Ответ: (.*)", ended.err) == ["Синий", "Белый", "Белый", "Белый"]
+    assert "Нужен ответ на вопрос (--answer):\nКакого цвета?\n  1) Белый\n  2) Чёрный\n" in ended.err
 
 
 def test_a_question_without_options_and_answer_ends_the_run(vesk, model):
@@ -174,6 +191,17 @@ def test_two_commands_are_asked_for_one_after_the_other(vesk, model):
     assert questions == [("one", ""), ("", "Выполнить?"), ("two", ""), ("", "Выполнить?")]
     assert vesk.code(terminal) == 1
     assert "two" not in vesk.files()
+
+
+def test_nodes_with_one_command_are_one_question(vesk, model):
+    model.answers["planner"] = plan(*[tool("/bin/sh", "-c", "echo ran >> ran")] * 3)
+    terminal = vesk.terminal(*vesk.arguments("x", *model.options()))
+    terminal.expect_exact("Выполнить? (да/нет)")
+    terminal.send("да\n")
+    terminal.expect(pexpect.EOF)
+    assert "Выполнить?" not in terminal.before
+    assert vesk.code(terminal) == 0
+    assert vesk.files()["ran"] == b"ran\n" * 3
 
 
 @pytest.mark.parametrize("hidden", ["both", "the question"])
