@@ -46,13 +46,18 @@ Attachments::Attachments(Store &store, const Workspace &workspace)
 {
 }
 
-void Attachments::attach(const QStringList &addresses, const QString &ffmpeg)
+QStringList Attachments::vetted(const QStringList &addresses) const
 {
     require(waiting.size() + addresses.size() + imports.size() <= maxAttachments, u"До 8 вложений в одном сообщении"_s);
     QStringList files;
     for (const QString &address : addresses)
         files.append(localFile(address));
-    for (const QString &file : std::as_const(files))
+    return files;
+}
+
+void Attachments::attach(const QStringList &files, const QString &ffmpeg)
+{
+    for (const QString &file : files)
         importFile(file, ffmpeg);
 }
 

@@ -7,6 +7,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <utility>
+
 class QProcess;
 
 namespace vesk {
@@ -26,12 +28,17 @@ public:
     bool isEmpty() const { return waiting.isEmpty(); }
     bool isImporting() const { return !imports.isEmpty(); }
 
-    /// Imports files, each a URL or an absolute path. All are vetted before the first import starts; throws what is
-    /// wrong with one, or "До 8 вложений в одном сообщении". `ffmpeg` is the program that reads videos.
-    void attach(const QStringList &addresses, const QString &ffmpeg);
+    /// The local files that these URLs and absolute paths name. Throws what is wrong with one, or "До 8 вложений в
+    /// одном сообщении" when there is no room for all.
+    QStringList vetted(const QStringList &addresses) const;
+    /// Imports vetted files into the open project. `ffmpeg` is the program that reads videos.
+    void attach(const QStringList &files, const QString &ffmpeg);
     /// Takes one off the message; the file stays in the project.
     void remove(const QString &id);
     void clear();
+    /// Hands over what waits, and takes it back.
+    QJsonArray putAside() { return std::exchange(waiting, {}); }
+    void putBack(const QJsonArray &aside) { waiting = aside; }
     /// Ends the imports under way.
     void stop();
 

@@ -66,7 +66,8 @@ void Backend::takeLine(const QString &typed)
     case LineKind::Talk:
         return answer(line);
     case LineKind::Answer:
-        return core.engine.clarify(line);
+        core.engine.clarify(line, attachments.isEmpty() ? QJsonArray() : mediaForRequest(line));
+        return attachments.clear();
     case LineKind::ResumeQueue:
         queue.resume();
         return drainLater();
@@ -234,7 +235,11 @@ void Backend::attachFiles(const QVariantList &urls)
         QStringList addresses;
         for (const QVariant &url : urls)
             addresses.append(url.toString());
-        attachments.attach(addresses, mediaCapabilities()["ffmpeg"_L1].toString());
+        const QStringList files = attachments.vetted(addresses);
+        if (files.isEmpty())
+            return;
+        requireProject(u"Мой проект"_s);
+        attachments.attach(files, mediaCapabilities()["ffmpeg"_L1].toString());
     });
 }
 

@@ -43,6 +43,7 @@ void Backend::makeProject(const QString &name, const QString &folder)
     require(!name.trimmed().isEmpty(), u"Укажите название проекта."_s);
     const QString projectId = id();
     core.workspace.open(projectFolder(name, folder, projectId), projectId);
+    attachments.clear(); // they lie in the folder of the former project
     const QString root = core.workspace.root();
     writeProjectFile(root, name, projectId);
     queue.open(projectId, {});

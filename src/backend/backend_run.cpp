@@ -7,6 +7,7 @@
 #include "message_kind.h"
 
 #include <QJsonDocument>
+#include <QScopeGuard>
 #include <QTimer>
 
 using namespace Qt::StringLiterals;
@@ -104,6 +105,8 @@ void Backend::drainQueue()
     if (core.engine.busy() || conversation.isBusy() || queue.isPaused() || queue.isEmpty())
         return;
     guard([this] {
+        // What waits for the user's next line doesn't go with an older one, which names its own files.
+        const auto putBack = qScopeGuard([this, aside = attachments.putAside()] { attachments.putBack(aside); });
         queue.take([this](const StartRequest &request) {
             if (admit(request))
                 begin(request);

@@ -58,8 +58,8 @@ public:
     /// Begins a task. `simulation` stops before execution; `budget` is in tokens, at least 1000; `buildCommand` is
     /// {"program", "arguments"} or empty.
     void start(const QString &request, bool simulation, qint64 budget, QJsonObject buildCommand);
-    /// The user's answer to the open decision.
-    void clarify(const QString &answer);
+    /// The user's answer to the open decision, and the media that go with it, which belong to the task from then on.
+    void clarify(const QString &answer, const QJsonArray &media = {});
     /// The user's answer to a pending permission; a refusal ends the run.
     void approve(const QString &id, bool allow);
     /// Carries a simulated run on into execution.
@@ -186,6 +186,7 @@ private:
     void reset();
     QJsonArray availableSpecialists() const;
     QJsonArray existingFiles() const;
+    void addMedia(const QJsonArray &media);
     void requireFilesAsLeft() const;
     void grantFileAccess();
     void enter(const QString &next);

@@ -27,7 +27,7 @@ void Engine::askDecision(QString question, QJsonArray options, std::function<voi
     stage(Phase::clarification);
 }
 
-void Engine::clarify(const QString &answer)
+void Engine::clarify(const QString &answer, const QJsonArray &media)
 {
     require(phase == Phase::clarification && !decision.isEmpty(), u"Нет ожидающего уточнения."_s);
     require(!answer.trimmed().isEmpty(), u"Введите ответ."_s);
@@ -39,6 +39,7 @@ void Engine::clarify(const QString &answer)
     decisions.append(answered);
     spec["decisions"_L1] = decisions;
     spec["clarification"_L1] = answer;
+    addMedia(media);
 
     // In front of whatever came in while the question was open.
     deferred.push_front(std::exchange(decisionContinuation, {}));
@@ -49,6 +50,19 @@ void Engine::clarify(const QString &answer)
         pump();
         persist();
     });
+}
+
+void Engine::addMedia(const QJsonArray &media)
+{
+    if (media.isEmpty())
+        return;
+    QJsonArray known = spec["media"_L1].toArray();
+    for (const QJsonValue &medium : media) {
+        if (std::ranges::none_of(known, [&](const QJsonValue &one) { return one["id"_L1] == medium["id"_L1]; }))
+            known.append(medium);
+    }
+    spec["media"_L1] = known;
+    requestMedia = known; // by which the user's agents for pictures are chosen
 }
 
 void Engine::consult(QString topic, QJsonObject context, std::function<void()> continuation)

@@ -33,6 +33,8 @@ private Q_SLOTS:
     void whatCannotBeImportedIsTold();
     void stoppingEndsAnImport();
     void aFileStaysWithTheProjectThatItWasAddedTo();
+    void aFileWithoutAProjectMakesOne();
+    void aFileGoesWithTheLineThatItWasAddedFor();
     void aPictureNeedsAModelThatCanSee();
     void aFollowUpQuestionKeepsItsFile();
 
@@ -147,8 +149,9 @@ void AttachmentsTest::whatCannotBeImportedIsTold()
     attach({file(u"broken.png"_s), file(u"good.txt"_s)});
     QCOMPARE(desk->message(), u"Не удалось декодировать изображение"_s);
     QCOMPARE(attachments().size(), 1);
-    attach({file(u"a:b.txt"_s)});
-    QCOMPARE(desk->message(), u"Invalid media path"_s);
+    attach({file(u"c:\\a?.txt"_s)}); // a name that the workspace refuses
+    const QString path = attachments()[1].toMap()[u"path"_s].toString();
+    QCOMPARE(desk->call("fileContent", {path}).toString(), u"текст"_s);
 }
 
 void AttachmentsTest::stoppingEndsAnImport()
@@ -173,6 +176,43 @@ void AttachmentsTest::aFileStaysWithTheProjectThatItWasAddedTo()
     QCOMPARE(desk->read("files").toList().size(), 0);
     desk->call("selectProject", {first});
     QCOMPARE(desk->read("files").toList().size(), 1);
+}
+
+void AttachmentsTest::aFileWithoutAProjectMakesOne()
+{
+    desk = std::make_unique<Desk>();
+    attach({file(u"a.txt"_s), u"/none"_s});
+    QCOMPARE(desk->message(), unreadable);
+    QCOMPARE(desk->read("projectName").toString(), QString());
+    attach({file(u"a.txt"_s)});
+    QCOMPARE(desk->message(), QString());
+    QCOMPARE(desk->read("projectName").toString(), u"Мой проект"_s);
+    QCOMPARE(attachments().size(), 1);
+    desk->createProject(u"Другой"_s);
+    QCOMPARE(attachments().size(), 0);
+}
+
+void AttachmentsTest::aFileGoesWithTheLineThatItWasAddedFor()
+{
+    const auto mediaOfTasks = [&] {
+        return desk->sql(u"SELECT group_concat(json_extract(body, '$.spec.media[#-1].name')) FROM tasks"_s).toString();
+    };
+    desk->call("sendMessage", {u"Создай калькулятор"_s});
+    QVERIFY(desk->waitForPhase(u"CLARIFICATION"_s));
+    attach({file(u"logo.txt"_s)});
+    desk->call("sendMessage", {u"Используй этот файл"_s}); // the answer
+    QCOMPARE(attachments().size(), 0);
+    QCOMPARE(mediaOfTasks(), u"logo.txt"_s);
+
+    desk->call("start", {u"Создай калькулятор"_s, false, 1000000, u""_s, u"[]"_s});
+    QCOMPARE(desk->read("queue").toList().size(), 1);
+    desk->call("stop");
+    attach({file(u"later.txt"_s)});
+    desk->call("resumeQueue");
+    QTRY_COMPARE(desk->read("queue").toList().size(), 0);
+    QVERIFY(desk->waitForPhase(u"CLARIFICATION"_s));
+    QCOMPARE(mediaOfTasks(), u"logo.txt,logo.txt"_s); // of the conversation
+    QCOMPARE(attachments().size(), 1);
 }
 
 void AttachmentsTest::aPictureNeedsAModelThatCanSee()

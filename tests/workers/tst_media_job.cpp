@@ -448,6 +448,9 @@ void MediaJobTest::filesAreFoundByAPartOfTheirName()
         save(path(u"many/%1.log"_s.arg(i)), "x");
     QCOMPARE(found(u".log"_s)["files"_L1].toArray().size(), 100);
     QVERIFY(found(u".log"_s)["limited"_L1].toBool());
+    const QJsonObject many
+        = mediaJob({{u"operation"_s, u"find_files"_s}, {u"root"_s, path(u"many"_s)}, {u"query"_s, u".log"_s}});
+    QCOMPARE(many["visited"_L1].toInt(), 101);
 }
 
 void MediaJobTest::whatFfmpegSaysIsTakenAsItIs()

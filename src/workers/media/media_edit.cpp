@@ -15,6 +15,8 @@
 #include <QTemporaryDir>
 #include <QTransform>
 
+#include <optional>
+
 using namespace Qt::StringLiterals;
 
 namespace vesk {
@@ -183,12 +185,13 @@ FfmpegRun runFfmpeg(const QString &program, const QStringList &arguments, int li
 FfmpegRun makeWithFfmpeg(const QString &program, const QStringList &arguments, const QString &output, int limitMs)
 {
     // In the path of a picture "%d" stands for its number: one with such a name is made elsewhere, and moved.
-    QTemporaryDir elsewhere;
-    const bool plain = !output.contains(u'%');
-    const QString file = plain ? output : elsewhere.filePath(u"made."_s + QFileInfo(output).suffix());
+    std::optional<QTemporaryDir> elsewhere;
+    if (output.contains(u'%'))
+        elsewhere.emplace();
+    const QString file = elsewhere ? elsewhere->filePath(u"made."_s + QFileInfo(output).suffix()) : output;
     FfmpegRun run = runFfmpeg(program, QStringList(arguments) << file, limitMs);
     run.made = run.succeeded && QFileInfo(file).isFile() && QFileInfo(file).size() > 0
-        && (plain || QFile::rename(file, output));
+        && (!elsewhere || QFile::rename(file, output));
     if (!run.made)
         QFile::remove(output);
     return run;

@@ -60,9 +60,11 @@ void Search::list(const QString &folder)
 {
     // Entry by entry: a folder may hold millions.
     QDirIterator entries(folder, QDir::Dirs | QDir::Files | QDir::NoSymLinks | QDir::NoDotAndDotDot);
-    while (entries.hasNext() && !exhausted()) {
+    while (entries.hasNext()) {
         entries.next();
         ++visited;
+        if (exhausted())
+            return;
         look(entries.fileInfo());
     }
 }
