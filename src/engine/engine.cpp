@@ -83,6 +83,7 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
     budget = {std::max(tokens, smallestBudget), 0, 0};
 
     taskId = newTask;
+    runProject = workspace.project();
     spec = {
         {u"original_request"_s, request},
         {u"build_command"_s, buildCommand},

@@ -262,11 +262,15 @@ private:
     void askPermission(int index, const QString &fingerprint);
     void startTool(int index);
     void takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result);
+    static void requireRecorded(const QJsonObject &result);
     void finishNode(int index, const QJsonObject &result);
     void callMcp(int index);
     bool requeueTwins(int index);
 
     // engine_checks.cpp
+    void waitFor(const QString &nodeId, const QStringList &others);
+    void repeatStepsOf(const QString &codeId);
+    void installNewPackages(const QString &path);
     void addBuildChecks(const QStringList &codeIds);
     QString addCheck(const ProjectCheck &needed);
     void runAddedChecks(const QString &message);
@@ -304,6 +308,7 @@ private:
     bool paused = false;
     bool simulation = false;
     QString taskId;
+    QString runProject; ///< The project of the task, whichever is open by now.
     QString phase;
     QString error;
     QJsonObject spec; ///< What the task is to become, the "task" of every request.

@@ -65,8 +65,42 @@ void Engine::addBuildChecks(const QStringList &codeIds)
     QStringList before;
     for (ProjectCheck check : needed.checks) {
         check.after += before;
-        before = {addCheck(check)};
+        const QString id = addCheck(check);
+        waitFor(id, before);
+        before = {id};
     }
+}
+
+/// Lets a node wait for others, unless they wait for it.
+void Engine::waitFor(const QString &nodeId, const QStringList &others)
+{
+    const Links links = linksOf(graph.nodes);
+    for (Node &node : graph.nodes) {
+        if (node.id != nodeId)
+            continue;
+        for (const QString &other : others) {
+            if (!node.dependencies.contains(other) && !upstreamOf(links, other).contains(nodeId))
+                node.dependencies.append(other);
+        }
+    }
+}
+
+/// What lies between a file that is to be written anew and its checks waits for it, and is done again under the consent
+/// it had.
+void Engine::repeatStepsOf(const QString &codeId)
+{
+    const QList<int> steps = stepsToRepeat(graph.nodes, codeId);
+    for (const int step : steps) {
+        rearm(graph.nodes[step]);
+        grantAction(ToolRouter::fingerprint(u"run_command"_s, graph.nodes.at(step).input));
+    }
+}
+
+/// A package that needs others only since its repair has had no installation so far.
+void Engine::installNewPackages(const QString &path)
+{
+    if (path == "package.json"_L1 && spec.value("checks_prepared"_L1).toBool())
+        addBuildChecks(codeNodeIds());
 }
 
 /// The id of the check; the plan's own node counts when it runs the same command.
@@ -144,6 +178,10 @@ void Engine::recoverVerification(int index, const QJsonObject &result)
     if (!sendBack(graph.nodes, index, recoveryFix(input, result))) {
         fail(u"Проверка завершилась ошибкой; в плане нет файлов для автоматического исправления."_s);
         return;
+    }
+    for (const QString &codeId : codeNodeIds()) {
+        if (testedRevisions(graph.nodes, index).contains(codeId))
+            repeatStepsOf(codeId);
     }
     graph.nodes[index].input["recovery_attempts"_L1] = attempts + 1;
     graph.nodes[index].status = NodeStatus::queued;

@@ -136,6 +136,7 @@ void Engine::writeFile(int index, const QJsonObject &file)
 
 void Engine::takeWritten(int index, const QString &path, const QJsonObject &result)
 {
+    requireRecorded(result);
     if (!result["success"_L1].toBool()) {
         const QString reason = result["error"_L1].toString();
         fail(reason.isEmpty() ? u"File write failed"_s : reason);
@@ -147,6 +148,7 @@ void Engine::takeWritten(int index, const QString &path, const QJsonObject &resu
     node.revision = revision["revision"_L1].toInt();
     node.status = NodeStatus::reviewing;
     rearmChecksOf(graph.nodes, node.id);
+    installNewPackages(path);
     publish(u"FileModified"_s, path + u" rev"_s + QString::number(node.revision), revision);
     reviewFile(index, revision);
 }

@@ -2,6 +2,8 @@
 
 #include "engine_p.h"
 
+#include "questions.h"
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -48,12 +50,12 @@ void Engine::takeSpec(const QJsonObject &answer)
         return;
     mergeSpec(answer);
 
-    const QJsonArray questions = answer["questions"_L1].toArray();
+    const QStringList questions = askableQuestions(answer["questions"_L1].toArray());
     if (!questions.isEmpty()) {
         QJsonArray options = answer["clarification_options"_L1].toArray();
         if (options.isEmpty())
             options = {u"Использовать предложенный вариант"_s};
-        askDecision(strings(questions).join(u'\n'), options, [this] {
+        askDecision(questions.join(u'\n'), options, [this] {
             stage(Phase::intake);
             intake();
         });

@@ -2,6 +2,8 @@
 
 #include "engine_p.h"
 
+#include "rework.h"
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -57,6 +59,7 @@ void Engine::activatePlan()
         node.output = {};
         node.revision = 0;
     }
+    tieLooseChecks(graph.nodes);
     const QJsonObject command = spec["build_command"_L1].toObject();
     if (!command.isEmpty())
         bindBuildCommand(command);
@@ -196,6 +199,7 @@ void Engine::codeNode(int index, const QJsonArray &fixes)
             if (isCheck(node) && node.status == NodeStatus::completed)
                 rearm(node);
         }
+        repeatStepsOf(graph.nodes.at(index).id);
     }
 
     const Node &node = graph.nodes.at(index);

@@ -31,7 +31,7 @@ QJsonObject Engine::headOfState() const
 
     return {
         {u"id"_s, taskId},
-        {u"project_id"_s, workspace.project()},
+        {u"project_id"_s, taskId.isEmpty() ? workspace.project() : runProject},
         {u"phase"_s, phase},
         {u"paused"_s, paused},
         {u"simulation"_s, simulation},
@@ -62,7 +62,7 @@ void Engine::writeState()
     record.eachUnwritten([this](const QString &node, const QByteArray &body) {
         store.putText(u"task_nodes"_s, taskId + u':' + node, taskId, body);
     });
-    if (documentPace.due() || phase != writtenPhase || waiting() || !pendingPermissions.isEmpty())
+    if (!busy() || documentPace.due() || phase != writtenPhase || waiting() || !pendingPermissions.isEmpty())
         writeDocument();
     else if (!documentTimer.isActive())
         documentTimer.start(documentPace.delayMs());
@@ -72,9 +72,8 @@ void Engine::writeDocument()
 {
     documentPace.begin();
     documentTimer.stop();
-    const QString project = workspace.project();
-    store.putTask(taskId, project, documentText(),
-                  {{u"id"_s, taskId}, {u"project_id"_s, project}, {u"phase"_s, phase}, {u"spec"_s, spec}});
+    store.putTask(taskId, runProject, documentText(),
+                  {{u"id"_s, taskId}, {u"project_id"_s, runProject}, {u"phase"_s, phase}, {u"spec"_s, spec}});
     writtenPhase = phase;
     documentPace.end();
 }

@@ -139,9 +139,11 @@ void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonO
     saveRun(run);
     store.put(u"tool_calls"_s, result["id"_L1].toString(), taskId, result);
 
+    requireRecorded(result);
     Node &node = graph.nodes[index];
-    if (isCheck(node) && testedRevisions(graph.nodes, index) != tested) {
-        // Files were rewritten while it ran, because of another check: this one has to see them, too.
+    const bool isOutdated = testedRevisions(graph.nodes, index) != tested;
+    if (isCheck(node) && (isOutdated || (!success && isBeingRewritten(graph.nodes, index)))) {
+        // Files were, or are being, rewritten because of another check: this one has to see them, too.
         rearm(node);
         persist();
         scheduleNodes();
@@ -152,6 +154,13 @@ void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonO
         scheduleNodes();
     else
         recoverVerification(index, result);
+}
+
+/// What a tool did and nobody could record has not happened for anyone who reads the task later: the run ends over it.
+void Engine::requireRecorded(const QJsonObject &result)
+{
+    const QString fault = result["unrecorded"_L1].toString();
+    require(fault.isEmpty(), fault);
 }
 
 void Engine::finishNode(int index, const QJsonObject &result)

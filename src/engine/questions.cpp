@@ -41,7 +41,23 @@ bool isForUser(const QString &topic, const QJsonObject &answer, const QJsonArray
 {
     const QString key = questionKey(answer["question"_L1]);
     // Only a plain "no" does without the user: anything unclear is asked.
-    return answer["needs_user"_L1] != QJsonValue(false) && !isRoutineQuestion(topic, key) && !wasAsked(key, decisions);
+    return !key.isEmpty() && answer["needs_user"_L1] != QJsonValue(false) && !isRoutineQuestion(topic, key)
+        && !wasAsked(key, decisions);
+}
+
+QStringList askableQuestions(const QJsonArray &questions)
+{
+    QStringList askable;
+    for (const QJsonValue &question : questions) {
+        QString text = question.toString();
+        for (const auto key : {"question"_L1, "text"_L1}) {
+            if (text.trimmed().isEmpty())
+                text = question[key].toString();
+        }
+        if (!text.trimmed().isEmpty())
+            askable.append(text.trimmed());
+    }
+    return askable;
 }
 
 QJsonArray offeredOptions(const QJsonArray &options)

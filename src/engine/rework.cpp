@@ -7,6 +7,7 @@
 #include "statuses.h"
 
 #include <algorithm>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -29,6 +30,12 @@ void order(Node &node, const QJsonObject &fix)
     }
     // Else it is being rewritten right now. Queued again it would be written twice at a time, and the review of the
     // first version would end the run; the check runs again after the rewrite.
+}
+
+bool isInstallation(const Node &node)
+{
+    const QJsonArray arguments = node.input["arguments"_L1].toArray();
+    return arguments.contains(QJsonValue(u"install"_s)) || arguments.contains(QJsonValue(u"ci"_s));
 }
 
 } // namespace
@@ -83,6 +90,56 @@ QHash<QString, int> testedRevisions(const QList<Node> &nodes, int check)
             revisions.insert(node.id, node.revision);
     }
     return revisions;
+}
+
+bool isBeingRewritten(const QList<Node> &nodes, int check)
+{
+    const QSet<QString> upstream = upstreamOf(linksOf(nodes), nodes.at(check).id);
+    return std::ranges::any_of(nodes, [&](const Node &node) {
+        return isCode(node) && upstream.contains(node.id) && node.status != NodeStatus::completed
+            && !isStartable(node.status);
+    });
+}
+
+QList<int> stepsToRepeat(const QList<Node> &nodes, const QString &codeId)
+{
+    const Links links = linksOf(nodes);
+    QSet<QString> neededByChecks;
+    QString path;
+    for (const Node &node : nodes) {
+        if (isCheck(node))
+            neededByChecks += upstreamOf(links, node.id);
+        if (node.id == codeId)
+            path = pathOf(node);
+    }
+    QList<int> steps;
+    for (int i = 0; i < nodes.size(); ++i) {
+        const Node &node = nodes.at(i);
+        const bool isStep = node.kind == "tool"_L1 && !isCheck(node) && node.status == NodeStatus::completed;
+        if (isStep && neededByChecks.contains(node.id) && upstreamOf(links, node.id).contains(codeId)
+            && (!isInstallation(node) || path == "package.json"_L1))
+            steps.append(i);
+    }
+    return steps;
+}
+
+void tieLooseChecks(QList<Node> &nodes)
+{
+    for (qsizetype i = 0; i < nodes.size(); ++i) {
+        if (!isCheck(nodes.at(i)) || !nodes.at(i).dependencies.isEmpty())
+            continue;
+        const QString command = json(nodes.at(i).input);
+        QStringList all;
+        QStringList named;
+        for (const Node &node : std::as_const(nodes)) {
+            if (!isCode(node) || upstreamOf(linksOf(nodes), node.id).contains(nodes.at(i).id))
+                continue;
+            all.append(node.id);
+            if (!pathOf(node).isEmpty() && command.contains(pathOf(node)))
+                named.append(node.id);
+        }
+        nodes[i].dependencies = named.isEmpty() ? all : named;
+    }
 }
 
 void rearmChecksOf(QList<Node> &nodes, const QString &codeId)

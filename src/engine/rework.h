@@ -21,6 +21,17 @@ bool sendBack(QList<Node> &nodes, int check, const QJsonObject &fix);
 /// What a check would test now: the revision of every file that it depends on, by node.
 QHash<QString, int> testedRevisions(const QList<Node> &nodes, int check);
 
+/// Whether a file that the check depends on is being rewritten: what the check says is no report on what is to come.
+bool isBeingRewritten(const QList<Node> &nodes, int check);
+
+/// The steps between a file and a check that have to be done again when the file was written anew: a copy, a generator.
+/// The installation of packages is one only when the file is package.json. Indices of nodes.
+QList<int> stepsToRepeat(const QList<Node> &nodes, const QString &codeId);
+
+/// Lets a check that the plan has tied to nothing wait for the code that it names in its arguments, or for all code, as
+/// far as that doesn't wait for the check itself.
+void tieLooseChecks(QList<Node> &nodes);
+
 /// Lets the checks that have passed for a file run again, since it was written anew.
 void rearmChecksOf(QList<Node> &nodes, const QString &codeId);
 

@@ -4,8 +4,10 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QLocale>
 #include <QNetworkReply>
 #include <QRegularExpression>
+#include <QTimeZone>
 
 #include <algorithm>
 #include <array>
@@ -305,9 +307,11 @@ int retryAfterMs(const QByteArray &header, const QDateTime &now)
 {
     bool isNumber = false;
     const double seconds = header.trimmed().toDouble(&isNumber);
-    if (isNumber)
+    if (isNumber && qIsFinite(seconds))
         return int(std::clamp(seconds * 1000, 0.0, double(longestWaitMs)));
-    const QDateTime date = QDateTime::fromString(QString::fromLatin1(header.trimmed()), Qt::RFC2822Date);
+    QDateTime date
+        = QLocale::c().toDateTime(QString::fromLatin1(header.trimmed()), u"ddd, dd MMM yyyy hh:mm:ss 'GMT'"_s);
+    date.setTimeZone(QTimeZone::UTC);
     return date.isValid() ? int(std::clamp<qint64>(now.msecsTo(date), 0, longestWaitMs)) : 0;
 }
 

@@ -289,7 +289,11 @@ void ToolRouter::finish(const Call &call, const QJsonObject &result)
     for (auto key = result.begin(); key != result.end(); ++key)
         record.insert(key.key(), key.value());
     const QString message = result["success"_L1].toBool() ? u"Tool completed"_s : u"Tool failed"_s;
-    guarded("A subscriber to tool events", [&] { events->publish(call.task, u"ToolFinished"_s, message, record); });
+    try {
+        events->publish(call.task, u"ToolFinished"_s, message, record);
+    } catch (const std::exception &error) {
+        record.insert(u"unrecorded"_s, textOf(error)); // for the caller to end over
+    }
     guarded("A tool's callback", [&] {
         if (call.callback)
             call.callback(record);

@@ -103,6 +103,7 @@ def test_json_is_one_event_a_line_and_the_state_last(vesk):
     assert result["report"].startswith("Задача завершена.") and result["exit_code"] == 0
     assert events == vesk.records["events"]
     assert (result["type"], result["message"], result["data"]["phase"]) == ("Result", "COMPLETED", "COMPLETED")
+    assert result["exit_code"] == 0 and result["report"].startswith("Задача завершена.")
     assert result["task_id"] == result["data"]["id"] == events[0]["task_id"]
 
 
@@ -384,3 +385,28 @@ def test_no_program_of_a_task_outlives_it(vesk, number):
     process.send_signal(number)
     assert vesk.end(process).code == (130 if number == signal.SIGINT else -number)
     assert until(lambda: not vesk.alive())
+
+
+def test_what_cannot_be_written_is_no_success(vesk):
+    with open("/dev/full", "w") as full:
+        process = vesk.start(*vesk.arguments(vesk.calculator, "--json"), stdout=full)
+        ended = vesk.end(process)
+    assert ended.code == 1 and "Не удалось вывести результат" in ended.err
+
+
+def test_a_question_is_not_answered_for_ever(vesk, model):
+    asked = spec(questions=["Какой цвет?"], clarification_options=["Синий"])
+    model.answers = {"orchestrator": asked}
+    ended = vesk.run("x", *model.options())
+    assert (ended.code, model.asked.count("orchestrator")) == (4, 4) and "1) Синий" in ended.err
+    model.asked.clear()
+    model.answers = {"orchestrator": lambda given: asked | {"questions": [f"Вопрос {len(model.asked)}?"]}}
+    assert vesk.run("x", *model.options()).code == 4 and len(model.asked) == 21
+
+
+def test_a_task_does_not_start_over_files_that_were_changed(vesk, model):
+    assert vesk.run(vesk.calculator).code == 0
+    (vesk.project / "calculator.html").write_text("моё")
+    ended = vesk.run("x", *model.options())
+    assert (ended.code, model.asked) == (1, []) and "изменён calculator.html" in ended.err
+    assert (vesk.project / "calculator.html").read_text() == "моё"

@@ -45,6 +45,14 @@ def test_a_server_carries_a_request_to_a_finished_project(vesk, model, keyed):
     assert model.bodies[0]["model"] == "any"
 
 
+def test_a_key_is_taken_without_what_stands_round_it(vesk, model):
+    model.broken = 401, b"{}"
+    for given, sent in (f"  {KEY}\r\n", "Bearer " + KEY), (" \n", None), ("a\x01b", None):
+        model.headers.clear()
+        ended = vesk.run("x", *model.options(), *WITH_KEY, environment={"VESK_TEST_KEY": given})
+        assert authorizations(model) == ({sent} if sent else set()) and ended.code == (1 if sent else 2), ended.said
+
+
 @pytest.mark.parametrize("broken", [
     *((status, b'{"error":{"message":"Bad key %b (sk-abcdef)"}}' % KEY.encode())
       for status in (400, 401, 403, 404, 429, 500)),

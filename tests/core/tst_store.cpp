@@ -37,6 +37,20 @@ void letTheClockMove()
 class StoreTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void theDatabaseIsItsUsersAlone()
+    {
+        const QTemporaryDir folder;
+        const QString file = folder.filePath(u"x.sqlite"_s);
+        constexpr auto owner = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadUser | QFile::WriteUser;
+        for (int round = 0; round < 2; ++round) {
+            Store store(file);
+            store.put(u"tasks"_s, u"t"_s, u"p"_s, {});
+            for (const QString &name : {file, file + u"-wal"_s, file + u"-shm"_s})
+                QCOMPARE(QFile::permissions(name), owner);
+            QFile::setPermissions(file, owner | QFile::ReadOther); // as an older version has left it
+        }
+    }
+
     void aRecordComesBackAsItWasPut()
     {
         const QJsonObject body{{u"текст"_s, u"\"quoted\"\n\x01 и 🙂"_s},

@@ -95,7 +95,8 @@ private Q_SLOTS:
                                     u"a\\..\\..\\b"_s, u"a."_s, u"a "_s, u"con."_s, u".git."_s, u".git "_s})
             row(path, "Unsafe path component");
         for (const QString &path :
-             {u"a<b"_s, u"a\"b"_s, u"a|b"_s, u"a?"_s, u"*"_s, u"a\nb"_s, u"half"_s + QChar(0xd83d)})
+             {u"a<b"_s, u"a\"b"_s, u"a|b"_s, u"a?"_s, u"*"_s, u"a\nb"_s, u"half"_s + QChar(0xd83d), u"a\u202eb"_s,
+              u"a\u200b"_s, u"a\u2028b"_s, u"a\u0085b"_s, u"d/.vesk-1-0123456789abcdef.tmp"_s})
             row(path, "Invalid filename");
         for (const QString &path : {u"con"_s, u"docs/LPT1.md"_s, u"Prn"_s, u"nul.tar.gz"_s, u"com9"_s, u"NUL/x"_s})
             row(path, "Reserved device filename");
@@ -285,6 +286,20 @@ private Q_SLOTS:
         QCOMPARE(errorOf([&] { workspace->write(QString(256, u'n'), "1", u"me"_s, 0); }),
                  u"Cannot write "_s + QString(256, u'n'));
         QCOMPARE(everythingIn(workspace->root()), QStringList{u"a"_s});
+    }
+
+    void externalChangesAreNamed()
+    {
+        for (const QString &name : {u"same"_s, u"changed"_s, u"gone"_s, u"link"_s})
+            workspace->write(name, "1", u"me"_s, 0);
+        QCOMPARE(workspace->externalChanges(), QStringList());
+        const QString root = workspace->root();
+        save(root + u"/changed"_s, "2");
+        QFile::remove(root + u"/gone"_s);
+        QFile::remove(root + u"/link"_s);
+        QFile::link(root + u"/same"_s, root + u"/link"_s);
+        QCOMPARE(workspace->externalChanges(),
+                 (QStringList{u"изменён changed"_s, u"удалён gone"_s, u"не читается link"_s}));
     }
 
     void externalChangesBlockACheckpoint()

@@ -49,6 +49,27 @@ void scriptAnswer(EngineFixture &run)
 class EngineLifecycleTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void aTaskStaysInItsProject()
+    {
+        EngineFixture run;
+        run.scriptOneFile();
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        run.workspace.open(run.folder.filePath(u"other"_s), u"other"_s);
+        run.engine.persist();
+        QCOMPARE(run.storedTask()["project_id"_L1].toString(), u"project"_s);
+        QCOMPARE(run.store.taskOutlines(u"other"_s), QJsonArray());
+    }
+
+    void anEventOfAToolThatCannotBeStoredEndsTheRun()
+    {
+        EngineFixture run;
+        run.scriptOneFile();
+        QObject::connect(&run.events, &EventBus::event, &run.engine, [](const QJsonObject &event) {
+            require(event["type"_L1].toString() != "ToolFinished"_L1, u"disk gone"_s);
+        });
+        QCOMPARE(run.ending(), u"disk gone"_s);
+    }
+
     void anIdleEngineHasNothingToEnd()
     {
         EngineFixture run;

@@ -52,6 +52,16 @@ public:
 class IntakeTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void aQuestionWithoutTextIsNone()
+    {
+        EngineFixture run;
+        run.scriptOneFile();
+        QJsonObject spec = ScriptedProvider::taskSpec();
+        spec[u"questions"_s] = QJsonArray{u" "_s, QJsonObject{{u"x"_s, 1}}};
+        run.model.answer(u"orchestrator"_s, spec);
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+    }
+
     void ordersAreCarriedOutBeforeTheChiefGoesOn()
     {
         AutonomousRun run(

@@ -1,6 +1,6 @@
 #include "recovery.h"
 
-#include "helpers.h"
+#include "json_text.h"
 #include "store.h"
 
 #include <QTemporaryDir>
@@ -91,6 +91,21 @@ private Q_SLOTS:
         slim["output"_L1] = QJsonObject{{u"summary"_s, u"готово"_s}};
         QCOMPARE(store.get(u"tasks"_s, u"t"_s)["runs"_L1].toArray(),
                  (QJsonArray{slim, run(u"new"_s, u"INTERRUPTED"_s)}));
+    }
+
+    void nodesAreTakenAsTheyWereLastStored()
+    {
+        Store store(newFile());
+        QJsonObject stored = task(u"EXECUTION"_s);
+        stored["graph"_L1] = array(u"[{'id':'a','status':'RUNNING'},{'id':'b','status':'QUEUED'}]"_s);
+        store.put(u"tasks"_s, u"t"_s, u"p"_s, stored);
+        store.put(u"task_nodes"_s, u"t:a"_s, u"t"_s, object(u"{'id':'a','status':'COMPLETED'}"_s));
+        store.put(u"task_nodes"_s, u"t:c"_s, u"t"_s, object(u"{'id':'c','status':'QUEUED'}"_s));
+        store.put(u"task_nodes"_s, u"o:d"_s, u"o"_s, object(u"{'id':'d'}"_s));
+        recoverInterruptedTasks(store);
+        QCOMPARE(
+            store.get(u"tasks"_s, u"t"_s)["graph"_L1].toArray(),
+            array(u"[{'id':'a','status':'COMPLETED'},{'id':'b','status':'QUEUED'},{'id':'c','status':'QUEUED'}]"_s));
     }
 
     void whatCannotBeReadIsLeftAlone()

@@ -108,7 +108,7 @@ private Q_SLOTS:
             {u"code"_s, u"Какой цвет?"_s, true, QJsonValue()},
             {u"code"_s, u"Какой цвет?"_s, true, 0},
             {u"code"_s, u"Какой цвет?"_s, false, false},
-            {u"plan"_s, u""_s, true},
+            {u"plan"_s, u" \n"_s, false},
             {u"plan"_s, u" СТАРЫЙ \n вопрос? "_s, false},
             {u"code"_s, u"Стоит ли  Продолжить и Исправить это?"_s, false},
             {u"code"_s, u"Исправить?"_s, true},
@@ -122,6 +122,48 @@ private Q_SLOTS:
             const QJsonObject answer{{u"question"_s, question}, {u"needs_user"_s, needsUser}};
             QVERIFY2(isForUser(topic, answer, decisions) == asked, qPrintable(topic + question));
         }
+    }
+
+    void whatCanBeAskedIsAText()
+    {
+        QCOMPARE(
+            askableQuestions(array(u"[' Какой? ','',' ',{'question':'Где?'},{'text':'Когда?'},{'q':'x'},5,null]"_s)),
+            (QStringList{u"Какой?"_s, u"Где?"_s, u"Когда?"_s}));
+    }
+
+    void whatLiesBetweenAFileAndItsCheckIsRepeated()
+    {
+        QList<Node> plan = nodes({u"code a 1"_s, u"code package.json 1"_s, u"tool copy after a"_s,
+                                  u"tool other after a"_s, u"tool npm after a package.json"_s,
+                                  u"tool late 1 QUEUED after a"_s, u"check c after copy npm late"_s});
+        plan[4].input = object(u"{'arguments':['npm-cli.js','install']}"_s);
+        QCOMPARE(stepsToRepeat(plan, u"a"_s), QList<int>{2});
+        QCOMPARE(stepsToRepeat(plan, u"package.json"_s), QList<int>{4});
+        for (const auto &[status, rewritten] :
+             std::initializer_list<std::pair<QLatin1StringView, bool>>{{NodeStatus::completed, false},
+                                                                       {NodeStatus::queued, false},
+                                                                       {NodeStatus::running, true},
+                                                                       {NodeStatus::reviewing, true},
+                                                                       {NodeStatus::revisionRequired, true}}) {
+            plan[0].status = status;
+            QCOMPARE(isBeingRewritten(plan, 6), rewritten);
+        }
+    }
+
+    void aLooseCheckWaitsForTheCodeItChecks()
+    {
+        QList<Node> plan = nodes({u"code a.py"_s, u"code b.py"_s, u"code c.py after named"_s, u"check named"_s,
+                                  u"check all"_s, u"check tied after a.py"_s, u"tool step"_s});
+        plan[3].input["arguments"_L1] = QJsonArray{u"-m"_s, u"b.py"_s};
+        tieLooseChecks(plan);
+        QCOMPARE(plan[3].dependencies, QStringList{u"b.py"_s});
+        QCOMPARE(plan[4].dependencies, (QStringList{u"a.py"_s, u"b.py"_s, u"c.py"_s}));
+        QCOMPARE(plan[5].dependencies, QStringList{u"a.py"_s});
+        QCOMPARE(plan[6].dependencies, QStringList());
+        plan[3].input["arguments"_L1] = QJsonArray{u"all"_s};
+        plan[3].dependencies.clear();
+        tieLooseChecks(plan); // not for code that waits for it
+        QCOMPARE(plan[3].dependencies, (QStringList{u"a.py"_s, u"b.py"_s}));
     }
 
     void aQuestionOffersUpToThreeAnswers()

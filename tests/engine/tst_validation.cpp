@@ -292,6 +292,34 @@ private Q_SLOTS:
         QVERIFY(!run.node(u"base.txt"_s)[u"input"_s].toObject().contains(u"recovery_fixes"_s));
     }
 
+    void theStepsToAFailedCheckAreDoneAgain()
+    {
+        PlannedRun run({code(u"a.txt"_s), shell(u"copy"_s, u"cp a.txt b.txt"_s, {u"a.txt"_s}),
+                        check(u"t"_s, u"grep new b.txt"_s, {u"copy"_s})});
+        run.texts[u"a.txt"_s] = {u"old"_s, u"new"_s};
+        run.answerPermissions(true);
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(run.calls(u"copy"_s), 2);
+        // The consent to the copy covers its repetition.
+        QCOMPARE(run.eventsOf(u"PermissionRequested"_s).size(), 3);
+    }
+
+    void aPackageThatGetsItsFirstDependencyIsInstalled()
+    {
+        const Programs programs;
+        programs.add(u"node"_s,
+                     "#!/bin/sh\necho \"$*\" >>log\ncase \"$*\" in *build) [ -e node_modules ];; "
+                     "*install*) mkdir node_modules;; esac\n");
+        programs.add(u"node_modules/npm/bin/npm-cli.js"_s, {});
+        PlannedRun run({code(u"package.json"_s)});
+        run.engine.computerAccess = true;
+        run.texts[u"package.json"_s] = {u"{\"scripts\":{\"build\":\"x\"}}"_s,
+                                        u"{\"scripts\":{\"build\":\"x\"},\"dependencies\":{\"y\":\"1\"}}"_s};
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(titlesOfChecks(run),
+                 (QStringList{u"Проверить сборку проекта"_s, u"Установить зависимости проекта"_s}));
+    }
+
     void theFourthFailureOfACheckEndsTheRun()
     {
         PlannedRun run({code(u"a.txt"_s), check(u"t"_s, u"grep v4 a.txt"_s, {u"a.txt"_s})});

@@ -32,6 +32,32 @@ ReplyFacts ok(bool useResponses = false)
 class ChatReplyTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void aServerSaysHowLongToWait()
+    {
+        const QDateTime now = QDateTime::fromString(u"2026-01-01T00:00:00Z"_s, Qt::ISODate);
+        for (const auto &[header, ms] :
+             std::initializer_list<std::pair<QByteArray, int>>{{"2", 2000},
+                                                               {" 0.5 ", 500},
+                                                               {"3600", 60000},
+                                                               {"-5", 0},
+                                                               {"nan", 0},
+                                                               {"soon", 0},
+                                                               {"", 0},
+                                                               {"Thu, 01 Jan 2026 00:00:07 GMT", 7000},
+                                                               {"Thu, 01 Jan 2025 00:00:07 GMT", 0}})
+            QVERIFY2(retryAfterMs(header, now) == ms, header.constData());
+        StreamState state;
+        state.feed("{}");
+        QCOMPARE(resultOf(state, {429, 0, false, {}, "3"}).waitMs, 3000);
+        QCOMPARE(resultOf(state, {503, 0, false, {}, "3"}).waitMs, 0);
+    }
+
+    void aReasonAtTheEndPromisesNothing()
+    {
+        QCOMPARE(withoutPromise(u"Модель вернула пустой ответ. Повторяю запрос."_s), u"Модель вернула пустой ответ."_s);
+        QCOMPARE(withoutPromise(brokenStream), u"Поток ответа оборвался."_s);
+    }
+
     void aStreamIsFoldedIntoOneAnswer()
     {
         struct Row {
@@ -163,6 +189,7 @@ private Q_SLOTS:
         QCOMPARE(said.size(), 800);
         QCOMPARE(withoutSecrets(u"MY-KEY"_s, u"my-key"_s), u"MY-KEY"_s);
         QCOMPARE(withoutSecrets(u"sk-1 sk-"_s, {}), u"[ключ скрыт] sk-"_s);
+        QCOMPARE(withoutSecrets(u"key a \n b!"_s, u"a  b"_s), u"key [ключ скрыт]!"_s);
     }
 
     void thinkingIsLeftOut()
@@ -174,6 +201,8 @@ private Q_SLOTS:
             {u"{\"a\":\"</think>\"}"_s, u"{\"a\":\"</think>\"}"_s},
             {fence, fence},
             {u"<think>x</think>"_s, u""_s},
+            {u"x <thinking>{</thinking>{\"a\":1}"_s, u"{\"a\":1}"_s},
+            {u"{</think>{</think>{\"a\":1}"_s, u"{\"a\":1}"_s},
         };
         for (const auto &[reply, answer] : replies)
             QCOMPARE(withoutThinking(reply), answer);

@@ -348,6 +348,49 @@ private Q_SLOTS:
         QCOMPARE(other.requests.size(), 1);
     }
 
+    void aPlainerRequestIsKeptToOnlyWhenItWasAnswered()
+    {
+        int refused = 0;
+        WireServer server([&](const WireRequest &request) {
+            const bool plain = !request.json().contains("response_format"_L1) && !request.json().contains("stream"_L1);
+            if (!plain || ++refused == 1)
+                return WireReply::document(422, QByteArray("{\"error\":\"no response_format, no stream\"}"));
+            return answer(u"{}"_s);
+        });
+        Client client(server.url());
+        client.provider.ownServer = true;
+        for (const qsizetype requests : {3, 6, 7}) { // refused whatever it asks, then answered plainly, then known
+            client.ask();
+            QVERIFY(client.waitFor(client.results.size() + 1));
+            QCOMPARE(server.requests.size(), requests);
+        }
+        QVERIFY(!client.results[0].error.isEmpty());
+        QCOMPARE(client.results[1].error + client.results[2].error, QString());
+    }
+
+    void aServerOfOnesOwnMayBeSlowAndIsAskedForAStream()
+    {
+        // Comments keep the connection alive while the model reads; the whole takes longer than any silence may.
+        WireServer server([](const WireRequest &) {
+            WireReply reply{{}, End::Close};
+            for (int i = 0; i < 6; ++i)
+                reply.steps.append({": alive\n\n", 150});
+            reply.steps[0].bytes.prepend("HTTP/1.1 200 OK\r\nContent-Type: text/event-stream\r\n\r\n");
+            reply.steps.append(
+                {"data: {\"choices\":[{\"delta\":{\"content\":\"{}\"},\"finish_reason\":\"stop\"}]}\n\n"});
+            return reply;
+        });
+        Client client(server.url());
+        client.provider.timeoutMs = 600;
+        for (const bool own : {true, false}) {
+            client.provider.ownServer = own;
+            client.ask();
+            QVERIFY(client.waitFor(client.results.size() + 1));
+            QCOMPARE(client.results.last().error.isEmpty(), own);
+            QCOMPARE(server.requests.last().json()["stream"_L1].toBool(), own);
+        }
+    }
+
     void eightRequestsRunSideBySide()
     {
         WireServer server([](const WireRequest &) { return WireReply{{}, End::Silence}; });
