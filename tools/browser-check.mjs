@@ -44,19 +44,22 @@ async function look(site, briefly) {
 
 /** A person opens the page as a file, so that is tried first. Some pages are right and cannot work that way: what a
  *  bundler has built, and all that consists of modules. They are judged by how they work from a server, be it the
- *  page's own folder that is put there or the whole project. */
+ *  page's own folder that is put there or the whole project: the one in which less is missing is meant. */
 async function check() {
   const asFile = await look(new FileSite(page, project), true);
   if (asFile.empty || asFile.final)
     return;
-  let served;
+  let best;
   for (const root of new Set([dirname(page), project])) {
-    served = await look(await ServedSite.start(page, root), root !== project);
-    if (served.empty || served.final)
+    const served = await look(await ServedSite.start(page, root), false);
+    if (!best || served.missing <= best.missing)
+      best = served;
+    if (served.final || !best.missing)
       break;
   }
-  if (served.empty)
-    served.note(`Страница работает только через веб-сервер. При открытии файла двойным щелчком: ${asFile.first}`);
+  findings = best;
+  if (best.empty)
+    best.note(`Страница работает только через веб-сервер. При открытии файла двойным щелчком: ${asFile.first}`);
 }
 
 function reportMissing() {

@@ -155,6 +155,7 @@ const verdicts = [
   ['project/pages/index.html', 1, ['Не загружается shared.css: такого файла в проекте нет.']],
   ['project/pages/plain.html', 1, ['Не загружается clean.css: такого файла в проекте нет.'], ['shared.css'], 'project'],
   ['project/site/index.html', 0, ['только через веб-сервер'], [], 'project'],
+  ['project/site/broken.html', 1, ['1. Ошибка JavaScript: Error: сломано\n   broken.js:1:'], ['Не загружается'], 'project'],
   ['endless.html', 1, ['Скрипт занимает страницу без конца', 'endless.html:8:', ' | for (;;);',
     'endless.html:10:1 | findExit();']],
   ['reloads.html', 1, ['без конца перезагружается']],

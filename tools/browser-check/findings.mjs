@@ -26,6 +26,9 @@ export class Findings {
   /** Nothing more can be learnt from this page: it hangs, crashed or does not stay. */
   final = false;
 
+  /** How many files of the project could not be loaded. */
+  missing = 0;
+
   get empty() {
     return this.#entries.size === 0;
   }

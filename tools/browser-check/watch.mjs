@@ -167,7 +167,12 @@ export class Watch {
     else if (isCall(url, type))
       this.note(`${text} Похоже на запрос к программе на сервере: при проверке она не запущена.`);
     else
-      this.find(text, this.#origin(url, initiator));
+      this.#miss(text, this.#origin(url, initiator));
+  }
+
+  #miss(text, places) {
+    ++this.#findings.missing;
+    this.find(text, places);
   }
 
   // The browser names the place that its parser has reached, often further on: better is the one with the file's name.
