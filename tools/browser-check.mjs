@@ -1,10 +1,10 @@
 // Checks in a real browser that a page loads without errors and shows well on a computer and on a phone.
 //
-//   node browser-check.mjs BROWSER PAGE
+//   node browser-check.mjs BROWSER PAGE [PROJECT]
 //
 // Ends with 0 when all is well, 1 after a finding, 2 when the page could not be checked. The report is for the model
 // that writes the page. docs/browser-check.md has the details.
-import { basename, resolve } from 'node:path';
+import { dirname, relative, resolve } from 'node:path';
 import { Browser, NoBrowser } from './browser-check/browser.mjs';
 import { Findings } from './browser-check/findings.mjs';
 import { FileSite, isPage, ServedSite } from './browser-check/site.mjs';
@@ -22,8 +22,9 @@ const screens = [
   { title: 'телефон 390×844', width: 390, height: 844, mobile: true },
 ];
 
-const [program, pageArgument] = process.argv.slice(2);
+const [program, pageArgument, projectArgument] = process.argv.slice(2);
 const page = resolve(pageArgument ?? '');
+const project = resolve(projectArgument ?? dirname(page));
 let browser;
 
 // What has been found so far, for the case that time runs out. None before there is a browser.
@@ -42,14 +43,23 @@ async function look(site, briefly) {
 }
 
 /** A person opens the page as a file, so that is tried first. Some pages are right and cannot work that way: what a
- *  bundler has built, and all that consists of modules. They are judged by how they work from a server. */
+ *  bundler has built, and all that consists of modules. They are judged by how they work from a server, be it the
+ *  page's own folder that is put there or the whole project: the one in which less is missing is meant. */
 async function check() {
-  const asFile = await look(new FileSite(page), true);
+  const asFile = await look(new FileSite(page, project), true);
   if (asFile.empty || asFile.final)
     return;
-  const served = await look(await ServedSite.start(page), false);
-  if (served.empty)
-    served.note(`Страница работает только через веб-сервер. При открытии файла двойным щелчком: ${asFile.first}`);
+  let best;
+  for (const root of new Set([dirname(page), project])) {
+    const served = await look(await ServedSite.start(page, root), false);
+    if (!best || served.missing <= best.missing)
+      best = served;
+    if (served.final || !best.missing)
+      break;
+  }
+  findings = best;
+  if (best.empty)
+    best.note(`Страница работает только через веб-сервер. При открытии файла двойным щелчком: ${asFile.first}`);
 }
 
 function reportMissing() {
@@ -60,7 +70,7 @@ function reportMissing() {
 async function main() {
   if (!program || !pageArgument)
     throw new NoBrowser('нужны два аргумента: программа браузера и файл страницы');
-  if (!isPage(page))
+  if (!isPage(page, project))
     return reportMissing();
   browser = await Browser.start(program);
   await check();
@@ -80,11 +90,11 @@ function finish(code, text) {
 }
 
 function finishWithFindings() {
-  finish(findings.empty ? exitClean : exitFindings, findings.report(basename(page), screens));
+  finish(findings.empty ? exitClean : exitFindings, findings.report(relative(project, page), screens));
 }
 
 function finishUnchecked(error) {
-  finish(exitUnchecked, `Проверить страницу в браузере не удалось: ${error.message}\n`);
+  finish(exitUnchecked, `Страница ${relative(project, page)} не проверена в браузере: ${error.message}\n`);
 }
 
 /** Time is up, or the browser is gone. What was found up to then is worth telling. */

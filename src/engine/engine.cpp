@@ -23,11 +23,15 @@ QJsonObject availableExecutables()
 {
     QJsonObject found;
     for (const QString &name :
-         {u"node"_s, u"python"_s, u"cmake"_s, u"git"_s, u"powershell"_s, u"pwsh"_s, u"blender"_s}) {
+         {u"node"_s, u"python"_s, u"cmake"_s, u"git"_s, u"powershell"_s, u"pwsh"_s, u"blender"_s, u"sh"_s, u"bash"_s}) {
         const QString path = QStandardPaths::findExecutable(name);
         if (!path.isEmpty())
             found[name] = path;
     }
+    // Distributions have it under the name with its version alone.
+    const QString python = QStandardPaths::findExecutable(u"python3"_s);
+    if (!found.contains("python"_L1) && !python.isEmpty())
+        found["python"_L1] = python;
     if (found.contains("node"_L1)) {
         const QString script = npmScript(found["node"_L1].toString());
         if (!script.isEmpty())
@@ -143,6 +147,7 @@ void Engine::reset()
     documentPace = {};
     writtenPhase.clear();
     graph = {};
+    limitations.clear();
     decision = {};
     decisionContinuation = {};
     plan = {};

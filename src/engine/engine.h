@@ -12,6 +12,7 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
+#include <QMap>
 #include <QObject>
 #include <QSet>
 #include <QString>
@@ -24,6 +25,7 @@
 
 namespace vesk {
 
+struct BrowserVerdict;
 class EventBus;
 class ILLMProvider;
 struct LLMResult;
@@ -263,7 +265,7 @@ private:
     void startTool(int index);
     void takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result);
     static void requireRecorded(const QJsonObject &result);
-    void finishNode(int index, const QJsonObject &result);
+    void finishNode(int index, const QJsonObject &result, bool done);
     void callMcp(int index);
     bool requeueTwins(int index);
 
@@ -274,6 +276,11 @@ private:
     void addBuildChecks(const QStringList &codeIds);
     QString addCheck(const ProjectCheck &needed);
     void runAddedChecks(const QString &message);
+    QString nodeProgram() const;
+    QString addPageCheck(const QString &page, const QString &title, const QStringList &after);
+    bool isBuilt(const QString &path) const;
+    BrowserVerdict verdictOf(int index, const QJsonObject &result) const;
+    void noteLimitation(int index, const QString &text);
 
     // engine_validation.cpp
     QJsonArray compactGraph(qsizetype printed) const;
@@ -318,6 +325,7 @@ private:
     QString decisionReturnPhase;
     Step decisionContinuation;
     TaskGraph graph;
+    QMap<int, QString> limitations; ///< What could not be checked, by node; below 0 what has none.
     BudgetManager budget;
     QHash<QString, std::shared_ptr<WorkflowGroup>> workflowGroups;
     QHash<QString, QJsonArray> workflowResults;

@@ -7,8 +7,12 @@
 #include "rework.h"
 
 #include <QCoreApplication>
+#include <QDateTime>
+#include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -19,6 +23,18 @@ namespace {
 constexpr int maxRecoveries = 3;
 constexpr int checkTimeoutMs = 120000;
 constexpr int browserTimeoutMs = 35000;
+
+// Limitations of what has no node.
+constexpr int ofBuild = -2;
+constexpr int ofPages = -1;
+
+// The clock of some file systems has whole seconds, two of them at worst.
+constexpr int fileClockMs = 2000;
+
+QString browserScript()
+{
+    return QCoreApplication::applicationDirPath() + u"/tools/browser-check.mjs"_s;
+}
 
 } // namespace
 
@@ -33,8 +49,7 @@ bool Engine::prepareProjectChecks()
 
     const qsizetype sizeBefore = graph.nodes.size();
     addBuildChecks(codeIds);
-    const bool hasNode = !std::as_const(spec)["available_executables"_L1]["node"_L1].toString().isEmpty();
-    if (graph.nodes.size() == sizeBefore && hasNode) {
+    if (graph.nodes.size() == sizeBefore && !nodeProgram().isEmpty()) {
         for (const ProjectCheck &check : syntaxChecks(graph.nodes))
             addCheck(check);
     }
@@ -57,10 +72,7 @@ void Engine::addBuildChecks(const QStringList &codeIds)
     const BuildChecks needed = buildChecks(package, codeIds,
                                            {executables["node"_L1].toString(), executables["npm_cli"_L1].toString(),
                                             QFileInfo(workspace.root() + u"/node_modules"_s).isDir()});
-    if (!needed.limitation.isEmpty()) {
-        spec["verification_limitation"_L1] = needed.limitation;
-        publish(u"VerificationUnavailable"_s, needed.limitation);
-    }
+    noteLimitation(ofBuild, needed.limitation);
 
     QStringList before;
     for (ProjectCheck check : needed.checks) {
@@ -103,10 +115,15 @@ void Engine::installNewPackages(const QString &path)
         addBuildChecks(codeNodeIds());
 }
 
+QString Engine::nodeProgram() const
+{
+    return spec["available_executables"_L1]["node"_L1].toString();
+}
+
 /// The id of the check; the plan's own node counts when it runs the same command.
 QString Engine::addCheck(const ProjectCheck &needed)
 {
-    const QJsonValue program = std::as_const(spec)["available_executables"_L1]["node"_L1];
+    const QString program = nodeProgram();
     for (const Node &node : std::as_const(graph.nodes)) {
         if (runsCommand(node, program, needed.arguments))
             return node.id;
@@ -139,28 +156,76 @@ bool Engine::prepareBrowserCheck()
     if (spec.value("browser_check_prepared"_L1).toBool() || provider->name().contains("Mock"_L1))
         return false;
     spec["browser_check_prepared"_L1] = true;
-    const QString node = spec["available_executables"_L1]["node"_L1].toString();
-    const QString script = QCoreApplication::applicationDirPath() + u"/tools/browser-check.mjs"_s;
-    const QString browser = browserProgram();
-    const QString page = pageToCheck(graph.nodes, QFileInfo(workspace.root() + u"/dist/index.html"_s).isFile());
-    if (node.isEmpty() || browser.isEmpty() || page.isEmpty() || !QFileInfo(script).isFile())
+    if (nodeProgram().isEmpty() || browserProgram().isEmpty() || !QFileInfo(browserScript()).isFile())
+        return false;
+
+    // One page has to find room; of the others as many as do.
+    const qsizetype room = std::max<qsizetype>(TaskGraph::maxNodes - graph.nodes.size(), 1);
+    const ProjectFiles files{[this](const QString &path) { return QString::fromUtf8(workspace.read(path)); },
+                             [this](const QString &path) { return isBuilt(path); }};
+    const PageChecks needed = pagesToCheck(graph.nodes, files, room);
+    noteLimitation(ofPages, needed.limitation);
+    if (needed.pages.isEmpty())
         return false;
     require(graph.nodes.size() < TaskGraph::maxNodes, u"Нет места для браузерной проверки"_s);
 
-    Node check;
-    check.title = u"Проверить сайт в браузере"_s;
-    check.kind = u"tool"_s;
-    check.dependencies = codeNodeIds();
-    check.input = {
-        {u"program"_s, node},
-        {u"arguments"_s, QJsonArray{script, browser, workspace.resolve(page)}},
-        {u"verification"_s, true},
-        {u"timeout_ms"_s, browserTimeoutMs},
-    };
-    appendNode(std::move(check));
+    const QString title = u"Проверить сайт в браузере"_s;
+    QStringList after = codeNodeIds();
+    for (const QString &page : needed.pages) {
+        // One after the other: each has a browser of its own at work, and little time.
+        const bool first = page == needed.pages.first();
+        after.append(addPageCheck(page, first ? title : title + u": "_s + page, after));
+    }
     graph.validate();
     runAddedChecks(u"Проверяю загрузку сайта, ошибки JavaScript и отображение на двух размерах экрана."_s);
     return true;
+}
+
+QString Engine::addPageCheck(const QString &page, const QString &title, const QStringList &after)
+{
+    Node check;
+    check.title = title;
+    check.kind = u"tool"_s;
+    check.dependencies = after;
+    check.input = {
+        {u"program"_s, nodeProgram()},
+        {u"arguments"_s, QJsonArray{browserScript(), browserProgram(), workspace.resolve(page), workspace.root()}},
+        {u"verification"_s, true},
+        {u"timeout_ms"_s, browserTimeoutMs},
+    };
+    return graph.nodes.at(appendNode(std::move(check))).id;
+}
+
+/// Whether a check of this run, be it a build or what comes with one, has made the file.
+bool Engine::isBuilt(const QString &path) const
+{
+    const QFileInfo file(workspace.root() + u'/' + path);
+    const QDateTime made = file.lastModified().addMSecs(fileClockMs);
+    return file.isFile() && std::ranges::any_of(graph.nodes, [&](const Node &node) {
+               return isCheck(node) && node.status == NodeStatus::completed
+                   && QDateTime::fromString(node.output["started_at"_L1].toString(), Qt::ISODateWithMs) <= made;
+           });
+}
+
+BrowserVerdict Engine::verdictOf(int index, const QJsonObject &result) const
+{
+    const QJsonArray arguments = graph.nodes.at(index).input["arguments"_L1].toArray();
+    if (!isCheck(graph.nodes.at(index)) || arguments.at(0) != browserScript())
+        return {};
+    return browserVerdict(QDir(workspace.root()).relativeFilePath(arguments.at(2).toString()), result);
+}
+
+/// Notes what a check could not tell, in place of what is noted for it; nothing is noted under an empty text.
+void Engine::noteLimitation(int index, const QString &text)
+{
+    if (limitations.value(index) == text)
+        return;
+    limitations.insert(index, text);
+    QStringList all = limitations.values();
+    all.removeAll(QString());
+    spec["verification_limitation"_L1] = all.join(u' ');
+    if (!text.isEmpty())
+        publish(u"VerificationUnavailable"_s, text);
 }
 
 void Engine::recoverVerification(int index, const QJsonObject &result)

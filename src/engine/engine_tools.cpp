@@ -3,6 +3,7 @@
 #include "engine_p.h"
 
 #include "media_command.h"
+#include "project_checks.h"
 #include "rework.h"
 
 #include <QCoreApplication>
@@ -149,8 +150,13 @@ void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonO
         scheduleNodes();
         return;
     }
-    finishNode(index, result);
-    if (success)
+    const BrowserVerdict verdict = verdictOf(index, result);
+    QJsonObject output = result;
+    if (!verdict.opened)
+        output["limitation"_L1] = verdict.limitation;
+    finishNode(index, output, success || !verdict.opened);
+    noteLimitation(index, verdict.limitation);
+    if (success || !verdict.opened)
         scheduleNodes();
     else
         recoverVerification(index, result);
@@ -163,11 +169,11 @@ void Engine::requireRecorded(const QJsonObject &result)
     require(fault.isEmpty(), fault);
 }
 
-void Engine::finishNode(int index, const QJsonObject &result)
+void Engine::finishNode(int index, const QJsonObject &result, bool done)
 {
     Node &node = graph.nodes[index];
     node.output = result;
-    node.status = result["success"_L1].toBool() ? NodeStatus::completed : NodeStatus::failed;
+    node.status = done ? NodeStatus::completed : NodeStatus::failed;
     persist();
 }
 
@@ -180,9 +186,10 @@ void Engine::callMcp(int index)
                 if (noted != generation || !busy())
                     return;
                 step([&] {
-                    finishNode(index, result);
+                    const bool success = result["success"_L1].toBool();
+                    finishNode(index, result, success);
                     const QString reason = result["error"_L1].toString();
-                    if (result["success"_L1].toBool())
+                    if (success)
                         scheduleNodes();
                     else
                         fail(reason.isEmpty() ? u"Ошибка инструмента MCP"_s : reason);

@@ -2,7 +2,12 @@
 
 #include "project_checks.h"
 
+#include "helpers.h"
 #include "node_kind.h"
+
+#include <QRegularExpression>
+
+#include <algorithm>
 
 using namespace Qt::StringLiterals;
 
@@ -10,9 +15,67 @@ namespace vesk {
 
 namespace {
 
+constexpr qsizetype maxPages = 8;
+constexpr qsizetype maxNamed = 10;
+constexpr qsizetype maxReasonChars = 600;
+const QString startPage = u"dist/index.html"_s; ///< Of what a build has made.
+constexpr int notOpened = 2; ///< The exit code of the check in a browser when it had nothing to open the page with.
+
 bool isScript(const QString &path)
 {
     return path.endsWith(".js"_L1) || path.endsWith(".mjs"_L1) || path.endsWith(".cjs"_L1);
+}
+
+/// A partial that scripts load into a page is none.
+bool isDocument(const QString &text)
+{
+    return text.contains("<!doctype"_L1, Qt::CaseInsensitive) || text.contains("<html"_L1, Qt::CaseInsensitive);
+}
+
+/// What Jinja or Django make a page of: without its server it shows gaps, and its addresses lead nowhere.
+bool isTemplate(const QString &text)
+{
+    static const QRegularExpression marks(u"\\{%|\\{\\{\\s*url_for\\b"_s);
+    return text.contains(marks);
+}
+
+/// Where a build puts what it makes of this page: beside the start page, or with the folders of the sources left off.
+QString builtPage(const QString &source, const ProjectFiles &files)
+{
+    for (const QString &path : {source, source.section(u'/', 1)}) {
+        if (!path.isEmpty() && files.isBuilt(u"dist/"_s + path))
+            return u"dist/"_s + path;
+    }
+    return {};
+}
+
+QStringList builtPages(const QStringList &sources, const ProjectFiles &files, QStringList &left)
+{
+    QStringList built{startPage};
+    for (const QString &source : sources.sliced(1)) {
+        const QString page = builtPage(source, files);
+        if (page.isEmpty())
+            left.append(source);
+        else if (!built.contains(page))
+            built.append(page);
+    }
+    return built;
+}
+
+QString leftOut(QStringList paths)
+{
+    if (paths.isEmpty())
+        return {};
+    const qsizetype more = paths.size() - maxNamed;
+    if (more > 0)
+        paths = paths.first(maxNamed) << u"и ещё %1"_s.arg(more);
+    return u"В браузере не проверены страницы: "_s + paths.join(u", "_s) + u'.';
+}
+
+QString sentence(const QString &text)
+{
+    const QString line = oneLine(text).left(maxReasonChars);
+    return line.endsWith(u'.') ? line : line + u'.';
 }
 
 bool needsPackages(const QJsonObject &package)
@@ -50,16 +113,45 @@ QList<ProjectCheck> syntaxChecks(const QList<Node> &nodes)
     return needed;
 }
 
-QString pageToCheck(const QList<Node> &nodes, bool hasBuiltPage)
+PageChecks pagesToCheck(const QList<Node> &nodes, const ProjectFiles &files, qsizetype room)
 {
-    QString page;
+    QStringList pages;
+    QStringList left;
     for (const Node &node : nodes) {
-        if (!isCode(node) || !pathOf(node).endsWith(".html"_L1))
+        const QString path = pathOf(node);
+        if (!isCode(node) || !path.endsWith(".html"_L1))
             continue;
-        if (page.isEmpty() || pathOf(node) == "index.html"_L1)
-            page = pathOf(node);
+        const QString text = files.textOf(path);
+        if (isTemplate(text))
+            left.append(path);
+        else if (path == "index.html"_L1)
+            pages.prepend(path);
+        else if (pages.isEmpty() || isDocument(text))
+            pages.append(path);
     }
-    return !page.isEmpty() && hasBuiltPage ? u"dist/index.html"_s : page;
+    if (!pages.isEmpty() && files.isBuilt(startPage))
+        pages = builtPages(pages, files, left);
+
+    const qsizetype most = std::min(room, maxPages);
+    left += pages.mid(most);
+    return {pages.first(std::min(most, pages.size())), leftOut(left)};
+}
+
+BrowserVerdict browserVerdict(const QString &page, const QJsonObject &result)
+{
+    const QString said = result["stdout"_L1].toString();
+    if (result["success"_L1].toBool()) {
+        const QString left = said.section(u"\nНе проверено:\n- "_s, 1).trimmed();
+        return {true,
+                left.isEmpty() ? QString()
+                               : sentence(u"Страница %1 проверена в браузере не полностью: "_s.arg(page)
+                                          + left.split(u"\n- "_s).join(u"; "_s))};
+    }
+    if (result["timed_out"_L1].toBool())
+        return {false, u"Страница %1 не проверена в браузере: проверка не уложилась в отведённое время."_s.arg(page)};
+    if (result["exit_code"_L1].toInt() != notOpened)
+        return {};
+    return {false, sentence(said.trimmed().isEmpty() ? u"Страница %1 не проверена в браузере"_s.arg(page) : said)};
 }
 
 } // namespace vesk

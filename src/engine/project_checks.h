@@ -6,6 +6,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 namespace vesk {
 
 struct Node;
@@ -40,8 +42,30 @@ BuildChecks buildChecks(const QJsonObject &package, const QStringList &codeIds, 
 /// One for each script file, in the order of the nodes; for projects without a build.
 QList<ProjectCheck> syntaxChecks(const QList<Node> &nodes);
 
-/// The page of the project that a browser can open: "index.html", else the first ".html", or what a build has made of
-/// it, "dist/index.html". Empty when there is no page.
-QString pageToCheck(const QList<Node> &nodes, bool hasBuiltPage);
+/// What is known of the files of a project.
+struct ProjectFiles {
+    std::function<QString(const QString &path)> textOf;
+    std::function<bool(const QString &path)> isBuilt; ///< A build of this run has made it.
+};
+
+/// What to open in a browser.
+struct PageChecks {
+    QStringList pages; ///< Paths in the project, the start page first.
+    QString limitation; ///< Which pages are left out; empty when none.
+};
+
+/// All pages that the nodes write, eight and `room` of them at most: "index.html", or else the first ".html", and the
+/// others that are whole documents. Where a build has made "dist/index.html", what it has made stands for the pages
+/// that it was made from. Templates that a server has yet to fill in are no pages.
+PageChecks pagesToCheck(const QList<Node> &nodes, const ProjectFiles &files, qsizetype room);
+
+/// What a check in a browser says (docs/browser-check.md) apart from faults of the page.
+struct BrowserVerdict {
+    bool opened = true; ///< False when the page could not be opened, for a reason that is none of its own.
+    QString limitation; ///< What was not checked, and why; empty when all was, or when the page has faults.
+};
+
+/// Of the result of the program that has opened the page.
+BrowserVerdict browserVerdict(const QString &page, const QJsonObject &result);
 
 } // namespace vesk

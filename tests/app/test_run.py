@@ -9,7 +9,7 @@ import time
 import pexpect
 import pytest
 
-from model import plan, spec, tool
+from model import page, plan, spec, tool
 from program import Records, until
 
 SERVER = ["--endpoint", "http://127.0.0.1:1/v1", "--model", "m"]
@@ -218,6 +218,23 @@ def test_without_a_terminal_the_exact_command_is_printed(vesk, hidden):
     assert "ran" not in vesk.files()
     assert vesk.run(*command, "--allow-commands").code == 0
     assert "ran" in vesk.files()
+
+
+@pytest.mark.skipif(not (shutil.which("node") and shutil.which("chromium")), reason="there is no browser")
+def test_pages_use_the_whole_project_and_libraries_from_the_internet(vesk, model):
+    head = '<!doctype html><meta charset=utf-8><meta name=viewport content="width=device-width"><h1>Страница</h1>'
+    files = {"common.js": "const name = 'общее';",
+             "pages/about.html": head + '<script src="../common.js"></script><script>document.title = name</script>',
+             "pages/chart.html": head + '<script src="https://cdn.example/c.js"></script><script>new Chart()</script>'}
+    model.answers["planner"] = plan(*(("code", {"path": path}) for path in files))
+    model.answers["coding"] = lambda given: page(path := given["artifact"]["node"]["input"]["path"], files[path])
+    ended = vesk.run("x", "--allow-commands", *model.options())
+    assert ended.code == 0, ended.said
+    assert "• Проверить сайт в браузере — код завершения 0; успешно\n" in ended.out
+    assert "• Проверить сайт в браузере: pages/chart.html — код завершения 0; успешно\n" in ended.out
+    assert "Что ещё нужно проверить\n• Страница pages/chart.html проверена в браузере не полностью: скрипт https://cdn." \
+           "example/c.js: адрес в интернете, сеть при проверке закрыта; ReferenceError: Chart is not defined" in ended.out
+    assert model.asked.count("coding") == len(files)
 
 
 def occupied(vesk, name):

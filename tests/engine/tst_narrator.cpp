@@ -63,7 +63,9 @@ private Q_SLOTS:
             {u"provider"_s, u"Mock / deterministic"_s},
             {u"graph"_s,
              QJsonArray{node(u"code"_s, u"COMPLETED"_s, output, {{u"fix_attempts"_s, 1}, {u"output_repairs"_s, 2}}),
-                        node(u"tool"_s, u"COMPLETED"_s, built, {{u"recovery_attempts"_s, 4}})}},
+                        node(u"tool"_s, u"COMPLETED"_s, built, {{u"recovery_attempts"_s, 4}}),
+                        node(u"tool"_s, u"COMPLETED"_s,
+                             {{u"exit_code"_s, 2}, {u"success"_s, false}, {u"limitation"_s, u"Нет браузера."_s}})}},
             {u"runs"_s,
              QJsonArray{run(u"validator"_s, {}, u"COMPLETED"_s),
                         run(u"my-agent"_s, u"correctness_reviewer"_s, u"COMPLETED"_s),
@@ -76,14 +78,15 @@ private Q_SLOTS:
 
         QCOMPARE(Narrator::report(state),
                  u"Задача завершена.\n\n"
-                 "Что сделано\n• Шаг code\n• Шаг tool\n\n"
+                 "Что сделано\n• Шаг code\n• Шаг tool\n• Шаг tool — не проверено\n\n"
                  "Что не выполнено\n• Незавершённых этапов в утверждённом плане нет.\n\n"
                  "Файлы\n• a.html — версия 2; проверка принята\n\n"
                  "Что проверено\n• Завершённых проверок агентов: 2. Циклов исправления: 7.\n"
                  "• Отключены пользователем: Проверка рисков, x. Их отдельные проверки не выполнялись.\n"
                  "• Граф завершён, открытых замечаний нет. Актуальность созданных файлов проверена по контрольным "
                  "суммам.\n\n"
-                 "Результаты инструментов\n• Шаг tool — код завершения 0; успешно\n\n"
+                 "Результаты инструментов\n• Шаг tool — код завершения 0; успешно\n"
+                 "• Шаг tool — код завершения 2; ошибка\n\n"
                  "Что ещё нужно проверить\n• Браузер не найден.\n"
                  "• Выполненные команды перечислены выше. Их успешное завершение не подтверждает все пользовательские "
                  "сценарии — проверьте результат в целевом приложении.\n\n"

@@ -244,14 +244,79 @@ private Q_SLOTS:
         QCOMPARE(checks[1].after + checks[2].after, (QStringList{u"d.mjs"_s, u"e.cjs"_s}));
     }
 
-    void theMainPageIsOpened()
+    void thePagesOfAProjectAreOpened()
     {
-        QCOMPARE(pageToCheck(nodes({u"tool x.html"_s, u"code a.HTML"_s}), true), QString());
-        const QList<Node> two = nodes({u"code a.txt"_s, u"code sub/p.html"_s, u"code b.html"_s});
-        QCOMPARE(pageToCheck(two, false), u"sub/p.html"_s);
-        QCOMPARE(pageToCheck(two + nodes({u"code index.html"_s}), false), u"index.html"_s);
-        QCOMPARE(pageToCheck(nodes({u"code index.html"_s, u"code b.html"_s}), false), u"index.html"_s);
-        QCOMPARE(pageToCheck(two, true), u"dist/index.html"_s);
+        struct Row {
+            QStringList plan; ///< "name.part" is no whole document, "name.jinja" a template.
+            QStringList pages;
+            QStringList left = {};
+            QStringList built = {};
+            qsizetype room = 64;
+        };
+        const auto html = [](int from, int to) {
+            QStringList list;
+            for (int i = from; i <= to; ++i)
+                list.append(u"p%1.html"_s.arg(i));
+            return list;
+        };
+        const QStringList two{u"sub/p.html"_s, u"b.html"_s};
+        const QString index = u"index.html"_s;
+        const QString dist = u"dist/index.html"_s;
+        const QList<Row> rows{
+            {{u"a.HTML"_s, u"a.txt"_s}, {}, {}, {dist}},
+            {two, two},
+            {two + QStringList{index}, QStringList{index} + two},
+            {{u"part/a.html"_s, index, u"part/b.html"_s, u"jinja/c.html"_s},
+             {index, u"part/a.html"_s},
+             {u"jinja/c.html"_s}},
+            {{u"jinja/index.html"_s}, {}, {u"jinja/index.html"_s}},
+            {html(1, 9), html(1, 8), {u"p9.html"_s}},
+            {html(1, 3), html(1, 1), html(2, 3), {}, 1},
+            {html(1, 20), html(1, 8), html(9, 18) + QStringList{u"и ещё 2"_s}},
+            {two, two, {}, {u"dist/b.html"_s}},
+            {two + QStringList{u"src/c.html"_s}, {dist, u"dist/c.html"_s}, {u"b.html"_s}, {dist, u"dist/c.html"_s}},
+            {{index, dist, u"b.html"_s}, {dist, u"dist/b.html"_s}, {}, {dist, u"dist/b.html"_s}},
+        };
+        for (const auto &[plan, pages, left, built, room] : rows) {
+            const ProjectFiles files{[](const QString &path) {
+                                         if (path.contains(u"jinja"_s))
+                                             return u"<!DOCTYPE html>{% block a %}"_s;
+                                         return path.contains(u"part"_s) ? u"<p>{{ a }}"_s : u"<HTML>{{ a }}"_s;
+                                     },
+                                     [&built](const QString &path) { return built.contains(path); }};
+            QList<Node> list = nodes({u"tool x.html"_s});
+            for (const QString &path : plan)
+                list.append(node(u"code "_s + path));
+            const PageChecks checks = pagesToCheck(list, files, room);
+            QCOMPARE(checks.pages, pages);
+            QCOMPARE(checks.limitation,
+                     left.isEmpty() ? QString() : u"В браузере не проверены страницы: "_s + left.join(u", "_s) + u'.');
+        }
+    }
+
+    void whatABrowserCouldNotCheckIsNoFault()
+    {
+        struct Row {
+            QString result;
+            bool opened;
+            QString limitation;
+        };
+        const QList<Row> rows{
+            {u"{'success':true,'exit_code':0,'stdout':'Хорошо.\\n'}"_s, true, {}},
+            {u"{'success':true,'exit_code':0,'stdout':'Не всё.\\n\\nЗамечания:\\n- x\\n\\nНе проверено:\\n- a\\n- b\\n'}"_s,
+             true, u"Страница p.html проверена в браузере не полностью: a; b."_s},
+            {u"{'success':false,'exit_code':1,'stdout':'1. Ошибка\\n\\nНе проверено:\\n- a\\n'}"_s, true, {}},
+            {u"{'success':false,'exit_code':2,'stdout':'Нет браузера\\n'}"_s, false, u"Нет браузера."_s},
+            {u"{'success':false,'exit_code':2,'stdout':''}"_s, false, u"Страница p.html не проверена в браузере."_s},
+            {u"{'success':false,'exit_code':9,'timed_out':true}"_s, false,
+             u"Страница p.html не проверена в браузере: проверка не уложилась в отведённое время."_s},
+            {u"{'success':false,'error':'x'}"_s, true, {}},
+        };
+        for (const auto &[result, opened, limitation] : rows) {
+            const BrowserVerdict verdict = browserVerdict(u"p.html"_s, object(result));
+            QCOMPARE(verdict.opened, opened);
+            QCOMPARE(verdict.limitation, limitation);
+        }
     }
 
     void whatIsWrongWithTheFilesOfAnAnswer()

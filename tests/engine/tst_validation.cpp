@@ -69,12 +69,17 @@ void objectWith(PlannedRun &run, const QStringList &issues)
     run.model.answer(u"validator"_s, ScriptedProvider::approval());
 }
 
-/// A page checker beside this program, a browser, and a node that objects to pages with an error in them.
+/// A page checker beside this program, a browser, and a node that objects to pages with an error in them, cannot open
+/// those that are "closed", and does not look at what an "outer" one would do.
 class BrowserCheck {
 public:
     BrowserCheck()
     {
-        programs.add(u"node"_s, "#!/bin/sh\n[ -f \"$1\" ] && [ -x \"$2\" ] && ! grep error \"$3\"\n");
+        programs.add(u"node"_s, R"(#!/bin/sh
+            [ -f "$1" ] && [ -x "$2" ] && [ "${3#"$4/"}" != "$3" ] || exit 1
+            grep -q closed "$3" && echo 'Не открыта' && exit 2
+            grep -q outer "$3" && printf '\n\nНе проверено:\n- скрипт\n'
+            ! grep error "$3")");
         programs.add(u"microsoft-edge"_s, {});
         save(script, {});
     }
@@ -223,30 +228,77 @@ private Q_SLOTS:
         struct Row {
             QStringList paths;
             QString page;
-            bool built = false;
+            QString build; ///< A check in the plan that writes a page of its own.
         };
-        const QList<Row> rows{{{u"a.txt"_s, u"sub/p.html"_s}, u"sub/p.html"_s},
-                              {{u"index.html"_s}, u"dist/index.html"_s, true}};
-        for (const auto &[paths, page, built] : rows) {
+        const QString dist = u"dist/index.html"_s;
+        const QList<Row> rows{{{u"a.txt"_s, u"sub/p.html"_s}, u"sub/p.html"_s, u"true"_s},
+                              {{u"index.html"_s}, u"index.html"_s, u"touch -d 2020-01-01 dist/index.html"_s},
+                              {{u"index.html"_s}, dist, u"echo well > dist/index.html"_s}};
+        for (const auto &[paths, page, build] : rows) {
             const BrowserCheck tools;
-            QJsonArray plan;
+            QJsonArray plan{check(u"build"_s, build, paths)};
             for (const QString &path : paths)
                 plan.append(code(path));
             PlannedRun run(plan);
             run.engine.computerAccess = true;
-            if (built)
-                QVERIFY(QDir().mkpath(run.projectFile(u"dist"_s)) && run.save(page, "well"));
-            else
-                run.texts = {{page, {u"error"_s, u"well"_s}}};
+            const bool built = page == dist;
+            QVERIFY(QDir().mkpath(run.projectFile(u"dist"_s)));
+            run.texts = {{paths.last(), {built ? u"well"_s : u"error"_s, u"well"_s}}};
             QCOMPARE(run.ending(), u"COMPLETED"_s);
 
             const QJsonObject check = nodeTitled(run, u"Проверить сайт в браузере"_s);
             QCOMPARE(check[u"input"_s][u"arguments"_s],
                      QJsonValue(QJsonArray{tools.script, tools.programs.path(u"microsoft-edge"_s),
-                                           run.workspace.root() + u'/' + page}));
+                                           run.workspace.root() + u'/' + page, run.workspace.root()}));
             QCOMPARE(check[u"input"_s][u"timeout_ms"_s].toInt(), 35000);
             QCOMPARE(strings(check[u"dependencies"_s].toArray()), paths);
             QCOMPARE(run.calls(check[u"id"_s].toString()), built ? 1 : 2);
+        }
+    }
+
+    void whatABrowserCouldNotCheckIsToldAndHoldsNothingUp()
+    {
+        const BrowserCheck tools;
+        PlannedRun run({code(u"a.html"_s), code(u"b.html"_s)});
+        run.engine.computerAccess = true;
+        run.texts = {{u"a.html"_s, {u"closed"_s}}, {u"b.html"_s, {u"<html>outer"_s, u"<html>"_s}}};
+        objectWith(run, {u"В b.html чужой скрипт"_s});
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+
+        QCOMPARE(titlesOfChecks(run),
+                 (QStringList{u"Проверить сайт в браузере"_s, u"Проверить сайт в браузере: b.html"_s}));
+        const QJsonObject closed = nodeTitled(run, u"Проверить сайт в браузере"_s);
+        QVERIFY(nodeTitled(run, u"Проверить сайт в браузере: b.html"_s)[u"dependencies"_s].toArray().contains(
+            closed[u"id"_s]));
+        QCOMPARE(closed[u"status"_s].toString(), u"COMPLETED"_s);
+        QCOMPARE(closed[u"output"_s][u"success"_s].toBool(true), false);
+        QCOMPARE(closed[u"output"_s][u"limitation"_s].toString(), u"Не открыта."_s);
+        QCOMPARE(run.messages(u"VerificationUnavailable"_s),
+                 (QStringList{u"Не открыта."_s, u"Страница b.html проверена в браузере не полностью: скрипт."_s}));
+        // What the second version of a page leaves out counts, and that is nothing.
+        QCOMPARE(run.state(u"spec"_s)[u"verification_limitation"_s].toString(), u"Не открыта."_s);
+        QVERIFY(run.messages(u"AutomaticCorrection"_s).filter(u"Исправляю код"_s).isEmpty());
+    }
+
+    void aPlanIsOfferedWhatIsInstalled()
+    {
+        struct Row {
+            QStringList installed;
+            QString python;
+        };
+        const QList<Row> rows{{{u"python3"_s, u"sh"_s}, u"python3"_s},
+                              {{u"python3"_s, u"python"_s, u"bash"_s}, u"python"_s}};
+        for (const auto &[installed, python] : rows) {
+            const Programs programs(false);
+            QJsonObject offered{{u"python"_s, programs.path(python)}};
+            for (const QString &name : installed) {
+                programs.add(name, {});
+                if (!name.startsWith(u"python"_s))
+                    offered[name] = programs.path(name);
+            }
+            PlannedRun run({code(u"a.txt"_s)});
+            QCOMPARE(run.ending(), u"COMPLETED"_s);
+            QCOMPARE(run.state(u"spec"_s)[u"available_executables"_s].toObject(), offered);
         }
     }
 

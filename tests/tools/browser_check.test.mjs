@@ -50,12 +50,12 @@ class Check {
   home = mkdtempSync(join(folder, 'h'));
   temporary = mkdtempSync(join(tmpdir(), 'vesk-t')); // Short: a browser makes sockets in it.
 
-  run(page, { program = browser, environment = {} } = {}) {
+  run(page, { program = browser, project, environment = {} } = {}) {
     const [tagName, tagValue] = tag.split('=');
     const own = { HOME: this.home, TMPDIR: this.temporary, [tagName]: tagValue };
     const started = performance.now();
     this.report = '';
-    this.process = spawn(process.execPath, page ? [script, program, page] : [script],
+    this.process = spawn(process.execPath, page ? [script, program, page, ...project ? [project] : []] : [script],
                          { env: { ...process.env, ...own, ...environment }, stdio: ['ignore', 'pipe', 'inherit'] });
     this.process.stdout.on('data', text => { this.report += text; });
     return new Promise(resolve => this.process.on('close', (code, signal) => {
@@ -128,15 +128,34 @@ const verdicts = [
     'выведена через console.error: ReferenceError: undefinedName is not defined',
     'Content-Security-Policy страницы не даёт выполнить её код: script-src']],
   ['requests/index.html', 1, [
-    'Не загружается img/logo.png: такого файла в папке страницы нет.\n   index.html:6:', 'Не загружается no.js',
+    'Не загружается img/logo.png: такого файла в проекте нет.\n   index.html:6:', 'Не загружается no.js',
     'Не загружается data.json', 'Не загружается outside.js', '- Не загружается api/tasks'], ['Прочитан файл вне папки']],
   ['blank.html', 1, ['Страница пуста']],
   ['empty-app.html', 1, ['Страница пуста']],
   ['wide-on-phone.html', 1, [
     'Страница шире экрана: 768 вместо 390 пикселей, появляется прокрутка вбок. [телефон 390×844]',
     '<div#board.grid>: правый край на 768'], ['scrolled']],
-  ['alert.html', 1, ['Окно alert() при загрузке останавливает страницу: «Добро']],
-  ['alert-loop.html', 1, ['одно за другим']],
+  ['dialogs.html', 0, ['открывается без ошибок', '- Окно alert() при загрузке, закрыто без ответа: «Добро пожаловать».',
+    '- Окно prompt()', '- Окно confirm()']],
+  ['asks.html', 0, ['проверена не полностью, ошибок не найдено', 'Не проверено:\n- страница ждёт ответа в окнах prompt()']],
+  ['outer.html', 0, ['проверена не полностью, ошибок не найдено',
+    '\n\nНе проверено:\n- скрипт https://cdn.example/charts.js: адрес в интернете, сеть при проверке закрыта\n',
+    '- ReferenceError: style is not defined (outer.html:9:1 | style.config = { dark: true };)\n',
+    '- ReferenceError: Chart ', '- ReferenceError: Cannot access \'chart\' before initialization', '- TypeError: window.confetti is not a function (outer.html:17',
+    '- TypeError: Cannot read properties of undefined (reading \'map\') (outer.html:18', '- ReferenceError: $ ',
+    '- ReferenceError: moment ', '- TypeError: Failed to fetch dynamically imported module: https://cdn.example/late.js',
+    '- скрипт https://cdn.example/late.js']],
+  ['outer-faults.html', 1, ['нашла ошибки:\n\n1. ', 'ReferenceError: start is not defined', '(reading \'length\')\n',
+    '(reading \'items\')\n', 'Не проверено:\n- скрипт https://cdn.example/charts.js', '- ReferenceError: Chart is not defined']],
+  ['outer-app.html', 0, ['Не проверено:\n- скрипт https://cdn.example/view.js', '- без скриптов из интернета на экране']],
+  ['hides.html', 1, ['Ошибка JavaScript, скрытая страницей: TypeError: Cannot read properties of null (reading \'focus\')\n'
+    + '   hides.html:13:', 'Необработанный отказ Promise, скрытый страницей: Error: скрыто\n   hides.html:11:',
+    'скрытая страницей: SyntaxError'], ['обработано']],
+  ['project/pages/index.html', 0, ['Страница pages/index.html открывается', 'только через веб-сервер'], [], 'project'],
+  ['project/pages/index.html', 1, ['Не загружается shared.css: такого файла в проекте нет.']],
+  ['project/pages/plain.html', 1, ['Не загружается clean.css: такого файла в проекте нет.'], ['shared.css'], 'project'],
+  ['project/site/index.html', 0, ['только через веб-сервер'], [], 'project'],
+  ['project/site/broken.html', 1, ['1. Ошибка JavaScript: Error: сломано\n   broken.js:1:'], ['Не загружается'], 'project'],
   ['endless.html', 1, ['Скрипт занимает страницу без конца', 'endless.html:8:', ' | for (;;);',
     'endless.html:10:1 | findExit();']],
   ['reloads.html', 1, ['без конца перезагружается']],
@@ -148,9 +167,9 @@ const verdicts = [
 
 // Each waits for half of its time.
 describe('a page gets its verdict', { concurrency: 3, skip }, () => {
-  for (const [page, code, said, unsaid = []] of verdicts) {
-    test(page, async () => {
-      const check = await checked(join(pages, page));
+  for (const [page, code, said, unsaid = [], project = ''] of verdicts) {
+    test(`${page} ${project}`, async () => {
+      const check = await checked(join(pages, page), { project: project && join(pages, project) });
       assert.equal(check.code, code, check.report);
       check.says(...said);
       check.keepsSilentOn(...unsaid, ...code ? ['только через веб-сервер'] : []);
@@ -215,6 +234,12 @@ describe('a page gets its verdict', { concurrency: 3, skip }, () => {
     check.says('Страница не загрузилась за 8 с.', '/never.png');
   });
 
+  test('messages without end are a finding', async () => {
+    const check = await checked(savePage('messages.html', "<script>for (;;) alert('Ещё')</script>"));
+    assert.equal(check.code, 1);
+    check.says('Страница открывает окна alert() одно за другим.');
+  });
+
   test('a page without a viewport is told so', async () => {
     const check = await checked(save('old.html', '<!doctype html><meta charset=utf-8><h1>Страница</h1>'));
     assert.equal(check.code, 0, check.report);
@@ -244,9 +269,9 @@ describe('a page gets its verdict', { concurrency: 3, skip }, () => {
 
   for (const program of ['/no/such/browser', '/bin/false', undefined]) {
     test(`nothing is said about the page without a browser: ${program}`, async () => {
-      const check = await checked(program && join(pages, 'alert.html'), { program });
+      const check = await checked(program && join(pages, 'clean.html'), { program });
       assert.equal(check.code, 2);
-      assert.ok(check.report.startsWith('Проверить страницу в браузере не удалось: '), check.report);
+      assert.match(check.report, /^Страница \S+ не проверена в браузере: /);
     });
   }
 });
@@ -314,6 +339,31 @@ test('a report has a limit in every direction', () => {
   for (let number = 0; number < 20; ++number)
     long.add(null, `${number}`, Array(6).fill('x'.repeat(300)));
   assert.ok(long.report('p', screens).length < 11000);
+});
+
+const { defines, unknownName } = await import(join(tools, 'unknown.mjs'));
+
+test('what is not known is told by the error, or by what stands before its place', () => {
+  for (const [name, message, before = ''] of [
+    ['Chart', 'ReferenceError: Chart is not defined'],
+    ['$', 'ReferenceError: $ is not defined'],
+    ['моё', "ReferenceError: Cannot access 'моё' before initialization"],
+    ['L', 'TypeError: window.L is not a constructor'],
+    ['L', "TypeError: Cannot read properties of undefined (reading 'map')", '  const m = globalThis.L.'],
+    [undefined, "TypeError: Cannot read properties of undefined (reading 'map')", 'window.game.L.'],
+    [undefined, "TypeError: Cannot read properties of null (reading 'map')", 'window.L.'],
+    [undefined, 'TypeError: window.L.map is not a function'],
+    [undefined, 'Error: Chart is not defined'],
+  ])
+    assert.equal(unknownName(message, before), name, message);
+});
+
+test('a script makes a name known', () => {
+  for (const source of ['const $x = 1', 'function* $x() {}', 'class $x{', "import $x from './x.js'", 'import { y as $x }',
+    'let y = 2, $x = 1', '$x=1', ';window.$x = 1'])
+    assert.ok(defines(source, '$x'), source);
+  for (const source of ['$x === 1', '$x == 1', '$x => 1', 'y.$x = 1', 'const $xy = 1', 'let y$x = 1', 'new $x()', 'letter $x'])
+    assert.ok(!defines(source, '$x'), source);
 });
 
 const { isOneColour } = await import(join(tools, 'picture.mjs'));

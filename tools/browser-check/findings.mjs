@@ -5,6 +5,7 @@ const mostCharacters = 10000;
 
 const mostFindings = 20;
 const mostNotes = 10;
+const mostUnchecked = 10;
 const mostDetails = 6;
 const longestLine = 400;
 
@@ -14,14 +15,19 @@ export function oneLine(text, limit = longestLine) {
   return line.length > limit ? `${line.slice(0, limit)}…` : line;
 }
 
-/** Findings, what a project has to mend, and notes, what is only worth knowing. What is the same is kept once. */
+/** Findings, what a project has to mend, notes, what is only worth knowing, and what could not be checked here. What is
+ *  the same is kept once. */
 export class Findings {
   #entries = new Map();
   #notes = new Set();
+  #unchecked = new Set();
   #left = 0;
 
   /** Nothing more can be learnt from this page: it hangs, crashed or does not stay. */
   final = false;
+
+  /** How many files of the project could not be loaded. */
+  missing = 0;
 
   get empty() {
     return this.#entries.size === 0;
@@ -60,12 +66,19 @@ export class Findings {
       this.#notes.add(oneLine(text));
   }
 
+  leaveUnchecked(text) {
+    if (this.#unchecked.size < mostUnchecked)
+      this.#unchecked.add(oneLine(text));
+  }
+
   /** The whole report about a page of this name that was shown on these screens. */
   report(page, screens) {
+    const part = this.#unchecked.size ? 'проверена не полностью, ошибок не найдено' : 'открывается без ошибок';
     const verdict = this.empty
-      ? `Страница ${page} открывается без ошибок (${screens.map(screen => screen.title).join(', ')}).`
+      ? `Страница ${page} ${part} (${screens.map(screen => screen.title).join(', ')}).`
       : `Проверка страницы ${page} в браузере нашла ошибки:`;
-    return [verdict, ...this.#findingLines(screens), ...this.#noteLines()].join('\n') + '\n';
+    const rest = [...list('Замечания', this.#notes), ...list('Не проверено', this.#unchecked)];
+    return [verdict, ...this.#findingLines(screens), ...rest].join('\n') + '\n';
   }
 
   #findingLines(screens) {
@@ -86,8 +99,8 @@ export class Findings {
     const some = shown.length > 0 && shown.length < screens.length;
     return some ? ` [${shown.map(screen => screen.title).join(', ')}]` : '';
   }
+}
 
-  #noteLines() {
-    return this.#notes.size ? ['', 'Замечания:', ...[...this.#notes].map(note => `- ${note}`)] : [];
-  }
+function list(heading, lines) {
+  return lines.size ? ['', `${heading}:`, ...[...lines].map(line => `- ${line}`)] : [];
 }

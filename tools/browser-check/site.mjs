@@ -1,7 +1,7 @@
-// The page's folder, as the browser gets to see it: as files, the way a person opens the page, or from a server.
+// The page's project, as the browser gets to see it: as files, the way a person opens the page, or from a server.
 import { createReadStream, readFileSync, realpathSync, statSync } from 'node:fs';
 import { createServer } from 'node:http';
-import { basename, dirname, extname, join, sep } from 'node:path';
+import { basename, dirname, extname, join, relative, sep } from 'node:path';
 import { fileURLToPath, pathToFileURL } from 'node:url';
 
 const loopbackHosts = ['localhost', '127.0.0.1', '[::1]'];
@@ -20,11 +20,11 @@ const types = {
 const largestSource = 8 * 1024 * 1024;
 const sourceAround = 60;
 
-/** The folder of one page. Nothing outside of it is shown to the page. */
+/** The folder of a project with one of its pages. Nothing outside of it is shown to the page. */
 class Folder {
-  constructor(page) {
-    this.root = realpathSync(dirname(page));
-    this.page = basename(page);
+  constructor(page, root) {
+    this.root = realpathSync(root);
+    this.page = join(realpathSync(dirname(page)), basename(page));
   }
 
   /** True for a file of this folder. A link counts as what it leads to. */
@@ -38,16 +38,16 @@ class Folder {
   }
 }
 
-/** True when a page can be opened: a file that really lies in its folder. */
-export function isPage(page) {
+/** True when a page can be opened: a file that really lies in its project. */
+export function isPage(page, root) {
   try {
-    return new Folder(page).holds(page);
+    return new Folder(page, root).holds(page);
   } catch {
     return false;
   }
 }
 
-/** What the two ways of opening a page have in common. `url` is the page's address, `base` that of its folder. */
+/** What the two ways of opening a page have in common. `url` is the page's address, `base` that of the project. */
 class Site {
   #sources = new Map();
 
@@ -71,7 +71,7 @@ class Site {
     return url?.protocol === 'file:' || isLoopback(url);
   }
 
-  /** The address as the project's author knows it: a path from the page's folder where it lies there. */
+  /** The address as the project's author knows it: a path in the project where it lies there. */
   nameOf(address) {
     const url = parsed(address);
     if (url?.protocol === 'blob:')
@@ -90,6 +90,11 @@ class Site {
   sourceOf(address, line, column) {
     const text = this.#linesOf(address)[line] ?? '';
     return text.slice(Math.max(0, column - sourceAround), column + sourceAround).trim();
+  }
+
+  /** What stands before this place in its line. */
+  before(address, line, column) {
+    return (this.#linesOf(address)[line] ?? '').slice(0, column);
   }
 
   /** Where a file of the page mentions this name first, counted from 0; or nothing. */
@@ -115,17 +120,17 @@ class Site {
 /** The page as it is when a person opens the file. Chromium then takes each file for a place of its own, and refuses
  *  modules, fetch() and whatever else needs a common origin. */
 export class FileSite extends Site {
-  constructor(page) {
-    super(new Folder(page));
+  constructor(page, root) {
+    super(new Folder(page, root));
     this.base = pathToFileURL(join(this.folder.root, sep)).href;
-    this.url = pathToFileURL(join(this.folder.root, this.folder.page)).href;
+    this.url = pathToFileURL(this.folder.page).href;
   }
 
   refusalOfFile(url) {
     const path = this.pathOf(url);
     if (this.folder.holds(path))
       return '';
-    return path.startsWith(this.folder.root + sep) ? 'такого файла в папке страницы нет' : 'файл вне папки страницы';
+    return path.startsWith(this.folder.root + sep) ? 'такого файла в проекте нет' : 'файл вне проекта';
   }
 
   pathOf(url) {
@@ -142,8 +147,8 @@ export class ServedSite extends Site {
   #server;
 
   /** Resolves with a site whose server listens on this computer alone. */
-  static async start(page) {
-    const site = new ServedSite(new Folder(page));
+  static async start(page, root) {
+    const site = new ServedSite(new Folder(page, root));
     await site.#listen();
     return site;
   }
@@ -153,18 +158,21 @@ export class ServedSite extends Site {
     await new Promise((resolve, reject) => this.#server.on('error', reject).listen(0, '127.0.0.1', resolve));
     this.origin = `http://127.0.0.1:${this.#server.address().port}`;
     this.base = `${this.origin}/`;
-    this.url = this.base + encodeURIComponent(this.folder.page);
+    const path = relative(this.folder.root, this.folder.page).split(sep).map(encodeURIComponent).join('/');
+    // As visitors come: what routes by the address finds no page of that name.
+    this.url = this.base + path.replace(/(?<=^|\/)index\.html$/, '');
   }
 
   refusalOfFile() {
-    return 'файл вне папки страницы';
+    return 'файл вне проекта';
   }
 
   pathOf(url) {
     if (url?.origin !== this.origin || url.protocol !== 'http:')
       return '';
     try {
-      return join(this.folder.root, decodeURIComponent(url.pathname));
+      const path = join(this.folder.root, decodeURIComponent(url.pathname));
+      return path.endsWith(sep) ? `${path}index.html` : path;
     } catch {
       return '';
     }

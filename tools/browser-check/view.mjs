@@ -1,7 +1,10 @@
 // Opens a page on a screen of one size, waits until it stands still, and looks at it.
+import { tellHiddenErrors } from './hidden.mjs';
 import { measurePage } from './measure.mjs';
+import { oneLine } from './findings.mjs';
 import { isOneColour } from './picture.mjs';
 import { pause, within } from './time.mjs';
+import { unexplained } from './unknown.mjs';
 import { Watch } from './watch.mjs';
 
 const loadLimitMs = 8000;
@@ -21,7 +24,7 @@ const blankLimitMs = 2000;
 
 const closeLimitMs = 1000;
 
-const mostDialogs = 3;
+const mostDialogs = 20;
 const mostNavigations = 5;
 
 const targetFilter = ['page', 'iframe', 'worker', 'shared_worker', 'service_worker'].map(type => ({ type }));
@@ -44,6 +47,7 @@ export class View {
   #loadedAt = 0;
   #navigations = 0;
   #dialogs = 0;
+  #isAsking = false;
   #onPaused = null;
   #scripts = new Map(); // Address by the id that the debugger uses.
   #end;
@@ -131,6 +135,8 @@ export class View {
       return this.#connection.tell('Target.closeTarget', { targetId: targetInfo.targetId }); // A window it has opened.
     const orders = domains.map(domain => this.#send(`${domain}.enable`, {}, sessionId));
     orders.push(this.#send('Target.setAutoAttach', autoAttach, sessionId));
+    if (['page', 'iframe'].includes(targetInfo.type))
+      orders.push(...this.#unhide(sessionId));
     if (targetInfo.type === 'page')
       orders.push(...this.#takePage(sessionId, targetInfo.targetId));
     orders.push(this.#send('Runtime.runIfWaitingForDebugger', {}, sessionId));
@@ -148,6 +154,15 @@ export class View {
     return [
       this.#send('Emulation.setDeviceMetricsOverride', metrics),
       this.#send('Emulation.setTouchEmulationEnabled', { enabled: mobile }),
+    ];
+  }
+
+  // A script of the page must neither find nor guess what reports its errors.
+  #unhide(session) {
+    const name = `f${crypto.randomUUID().replaceAll('-', '')}`;
+    return [
+      this.#send('Runtime.addBinding', { name }, session),
+      this.#send('Page.addScriptToEvaluateOnNewDocument', { source: `(${tellHiddenErrors})('${name}')` }, session),
     ];
   }
 
@@ -174,12 +189,22 @@ export class View {
   }
 
   #onDialog({ type, message }, session) {
-    if (type !== 'beforeunload')
-      this.#watch.find(`Окно ${type}() при загрузке останавливает страницу: «${message.slice(0, 100)}». `
-                       + 'Показывай сообщение на самой странице.');
+    const isLeaving = type === 'beforeunload';
+    this.#isAsking ||= type === 'confirm' || type === 'prompt';
+    if (!isLeaving)
+      this.#watch.note(`Окно ${type}() при загрузке, закрыто без ответа: «${oneLine(message, 100)}».`);
     if (++this.#dialogs > mostDialogs)
+      return this.#giveUpDialogs(type);
+    this.#connection.tell('Page.handleJavaScriptDialog', { accept: isLeaving }, session);
+  }
+
+  // What a person answers can end the questions; messages without end keep everybody from the page.
+  #giveUpDialogs(type) {
+    if (!this.#isAsking)
       return this.#giveUp(`Страница открывает окна ${type}() одно за другим.`);
-    this.#connection.tell('Page.handleJavaScriptDialog', { accept: true }, session);
+    this.#findings.leaveUnchecked('страница ждёт ответа в окнах prompt() и confirm() и без него не показывается');
+    this.#findings.final = true;
+    this.#end(new PageEnded());
   }
 
   #onWindow(url) {
@@ -274,10 +299,30 @@ export class View {
       blank = facts && (!facts.content || await this.#showsOneColour());
     } while ((blank || !facts) && performance.now() < limit && await pause(300) === undefined);
     this.#watch.conclude(); // What is missing is the cause of what is seen, so it comes first.
+    await this.#excuse();
     if (facts)
       this.#report(facts, blank);
     else
       this.#watch.note('Как выглядит страница, проверить не удалось.');
+  }
+
+  // The network is closed for the check alone: what follows from that is no fault of the page.
+  async #excuse() {
+    const doubts = this.#watch.doubts;
+    if (!doubts.length)
+      return;
+    const sources = new Map();
+    for (const [scriptId, url] of this.#scripts) {
+      if (url && !this.#site.refusal(url))
+        sources.set(scriptId, await this.#sourceOf(scriptId));
+    }
+    for (const doubt of unexplained(doubts, sources))
+      this.#watch.excuse(doubt);
+  }
+
+  async #sourceOf(scriptId) {
+    const answer = this.#send('Debugger.getScriptSource', { scriptId });
+    return within(answer, answerLimitMs, '').then(({ scriptSource }) => scriptSource, () => '');
   }
 
   async #showsOneColour() {
@@ -290,7 +335,9 @@ export class View {
   }
 
   #report({ width, overflows, scaled, tooWide }, blank) {
-    if (blank)
+    if (blank && this.#watch.isIncomplete)
+      this.#findings.leaveUnchecked('без скриптов из интернета на экране ничего не видно');
+    else if (blank)
       this.#watch.find('Страница пуста: на экране ничего не видно.');
     if (overflows)
       this.#watch.find(`Страница шире экрана: ${width} вместо ${this.#screen.width} пикселей, появляется прокрутка `

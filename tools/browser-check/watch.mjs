@@ -1,11 +1,13 @@
 // Turns what the browser tells about a page into findings.
 import { oneLine } from './findings.mjs';
+import { unknownName } from './unknown.mjs';
 
 // The kinds of requests by which a page talks with a program on a server.
 const talking = ['XHR', 'Fetch', 'EventSource', 'Ping', 'WebSocket'];
 
-// A page can make requests without end.
+// A page can make requests and errors without end.
 const mostRequests = 2000;
+const mostDoubts = 2000;
 
 // Errors of programming. Others that are printed, such as one about the network, the page knows about and deals with.
 const programmingErrors = /^(Type|Reference|Syntax|Range)Error: (?!Failed to fetch)/;
@@ -17,6 +19,8 @@ export class Watch {
   #screen;
   #requests = new Map();
   #exceptions = new Map();
+  #doubts = [];
+  #hasExcused = false;
 
   /** When a request last began, went on or ended, in milliseconds of performance.now(). */
   lastActivity = performance.now();
@@ -42,6 +46,36 @@ export class Watch {
     }
   }
 
+  /** Errors that may follow from scripts on the internet which the check has refused, in the order in which they came:
+   *  {key, text, place, name, scriptId}. `name` is what was not known; empty when the error names such a script. */
+  get doubts() {
+    const refused = this.#outerScripts.map(({ url }) => url);
+    return this.#doubts.filter(({ name, text }) => refused.some(url => name || text.includes(url)));
+  }
+
+  /** True when code of the page itself has not run for want of a script on the internet. */
+  get isIncomplete() {
+    // A module whose import fails does not run at all, and no error is reported for it.
+    const isImport = ({ initiator }) => initiator?.type === 'script' && !initiator.stack;
+    return this.#hasExcused || this.#outerScripts.some(isImport);
+  }
+
+  get #outerScripts() {
+    return [...this.#requests.values()].filter(({ url, type }) => type === 'Script' && !this.#site.isLocal(url)
+                                                                  && this.#site.refusal(url));
+  }
+
+  /** Takes back what is no fault of the page. */
+  excuse({ key, text, place }) {
+    this.#hasExcused = true;
+    this.#findings.retract(key);
+    this.#leave(place ? `${text} (${place})` : text);
+  }
+
+  #leave(text) {
+    this.#findings.leaveUnchecked(this.#site.shortened(text));
+  }
+
   find(text, details = []) {
     return this.#findings.add(this.#screen, this.#site.shortened(text), details);
   }
@@ -65,6 +99,7 @@ export class Watch {
       tooLong: () => this.find('Страница выводит в консоль или в сообщение об ошибке текст больше 16 МБ.'),
       'Runtime.exceptionThrown': () => this.#thrown(params.exceptionDetails),
       'Runtime.exceptionRevoked': () => this.#revoked(params.exceptionId),
+      'Runtime.bindingCalled': () => this.#hidden(JSON.parse(params.payload)),
       'Runtime.consoleAPICalled': () => this.#printed(params),
       'Log.entryAdded': () => this.#logged(params.entry),
       'Audits.issueAdded': () => this.#audited(params.issue),
@@ -110,7 +145,7 @@ export class Watch {
   #answered({ requestId, response }) {
     const missing = response.status === 404;
     if (response.status >= 400)
-      this.#request(requestId).failure = missing ? 'такого файла в папке страницы нет' : `ответ HTTP ${response.status}`;
+      this.#request(requestId).failure = missing ? 'такого файла в проекте нет' : `ответ HTTP ${response.status}`;
   }
 
   #failed({ requestId, canceled, errorText, blockedReason, corsErrorStatus }) {
@@ -125,12 +160,19 @@ export class Watch {
 
   #report({ url, type, initiator, failure }) {
     const text = `Не загружается ${this.#site.nameOf(url)}: ${this.#site.refusal(url) || failure}.`;
-    if (!this.#site.isLocal(url))
+    if (!this.#site.isLocal(url) && type === 'Script')
+      this.#leave(`скрипт ${this.#site.nameOf(url)}: ${this.#site.refusal(url) || failure}`);
+    else if (!this.#site.isLocal(url))
       this.note(`${text} Страница должна работать и без интернета.`);
     else if (isCall(url, type))
       this.note(`${text} Похоже на запрос к программе на сервере: при проверке она не запущена.`);
     else
-      this.find(text, this.#origin(url, initiator));
+      this.#miss(text, this.#origin(url, initiator));
+  }
+
+  #miss(text, places) {
+    ++this.#findings.missing;
+    this.find(text, places);
   }
 
   // The browser names the place that its parser has reached, often further on: better is the one with the file's name.
@@ -145,11 +187,26 @@ export class Watch {
   #thrown(details) {
     const rejected = details.text.includes('in promise');
     const text = details.exception?.description ?? details.exception?.value ?? details.text;
-    const message = String(text).split('\n    at ')[0];
     const what = rejected ? 'Необработанный отказ Promise' : 'Ошибка JavaScript';
-    const frames = this.places(details.stackTrace?.callFrames ?? []).slice(0, 4);
-    const places = frames.length ? frames : this.places([details]);
-    this.#exceptions.set(details.exceptionId, this.find(`${what}: ${message}`, places));
+    const frames = details.stackTrace?.callFrames ?? [];
+    this.#exceptions.set(details.exceptionId, this.#findError(what, text, frames.length ? frames : [details], 4));
+  }
+
+  #findError(what, text, frames, most) {
+    const message = String(text).split('\n    at ')[0].replace(/^Uncaught /, '');
+    const places = this.places(frames).slice(0, most);
+    const key = this.find(`${what}: ${message}`, places);
+    const { url, lineNumber, columnNumber } = frames[0] ?? {};
+    const name = unknownName(message, url ? this.#site.before(url, lineNumber, columnNumber) : '');
+    if (this.#doubts.length < mostDoubts && (name || message.includes('://')))
+      this.#doubts.push({ key, text: message, place: places[0], name, scriptId: frames.at(-1)?.scriptId });
+    return key;
+  }
+
+  // The browser says nothing of an error that the page has declared to be dealt with, as by window.onerror.
+  #hidden({ rejected, message, url, line, column }) {
+    const what = rejected ? 'Необработанный отказ Promise, скрытый страницей' : 'Ошибка JavaScript, скрытая страницей';
+    this.#findError(what, message, url ? [{ url, lineNumber: line - 1, columnNumber: column - 1 }] : [], 1);
   }
 
   #revoked(exceptionId) {
@@ -162,9 +219,8 @@ export class Watch {
       return;
     const texts = args.map(argument => String(argument.description ?? argument.value ?? argument.type));
     const error = texts.find((text, index) => args[index].subtype === 'error' && programmingErrors.test(text));
-    const places = this.places(stackTrace?.callFrames ?? []).slice(0, 2);
     if (error)
-      this.find(`Ошибка JavaScript, выведена через console.error: ${error.split('\n    at ')[0]}`, places);
+      this.#findError('Ошибка JavaScript, выведена через console.error', error, stackTrace?.callFrames ?? [], 2);
     else
       this.note(`console.${type}: ${oneLine(texts.join(' '), 200)}`);
   }

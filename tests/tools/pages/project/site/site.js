@@ -1,0 +1,2 @@
+if (location.pathname === '/')
+  document.getElementById('root').textContent = 'Главная';
