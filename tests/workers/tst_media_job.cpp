@@ -497,6 +497,7 @@ void MediaJobTest::anyKindOfFileHasAnAnswer_data()
              {u"image"_s, u"empty.png"_s, noSize},
              {u"obj_transform"_s, u"empty.obj"_s, u"(none)"_s},
              {u"image"_s, u"half.png"_s, u"Изображение не читается"_s},
+             {u"image"_s, u"lies.png"_s, noSize},
              {u"frame"_s, u"short.mp4"_s, u"FFmpeg не создал файл: в этом месте видео ничего нет"_s},
          })
         QTest::addRow("%s %s", qPrintable(operation), qPrintable(file)) << operation << file << error;
@@ -512,6 +513,8 @@ void MediaJobTest::anyKindOfFileHasAnAnswer()
         QVERIFY(QDir().mkdir(path(file)));
     else if (file == u"short.mp4"_s)
         QVERIFY(makeVideo(path(file), 1));
+    else if (file == u"lies.png"_s)
+        save(path(file), animation({8200, 8200}, {1, 1}));
     else if (!file.startsWith(u"none"_s))
         save(path(file), file == u"half.png"_s ? picture(9, 9).chopped(20) : QByteArray());
     const QString output = u"out."_s + (operation == u"frame"_s ? u"png"_s : QFileInfo(file).suffix());
