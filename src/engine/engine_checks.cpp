@@ -75,7 +75,8 @@ void Engine::addBuildChecks(const QStringList &codeIds)
     noteLimitation(ofBuild, needed.limitation);
 
     QStringList before;
-    for (ProjectCheck check : needed.checks) {
+    for (const ProjectCheck &next : needed.checks) {
+        ProjectCheck check = next;
         check.after += before;
         const QString id = addCheck(check);
         waitFor(id, before);
