@@ -197,13 +197,13 @@ QString Engine::addPageCheck(const QString &page, const QString &title, const QS
     return graph.nodes.at(appendNode(std::move(check))).id;
 }
 
-/// Whether a check of this run, be it a build or what comes with one, has made the file.
+/// Whether a check of this run, all of which are done by now, has made the file: that was a build.
 bool Engine::isBuilt(const QString &path) const
 {
     const QFileInfo file(workspace.root() + u'/' + path);
     const QDateTime made = file.lastModified().addMSecs(fileClockMs);
     return file.isFile() && std::ranges::any_of(graph.nodes, [&](const Node &node) {
-               return isCheck(node) && node.status == NodeStatus::completed
+               return isCheck(node)
                    && QDateTime::fromString(node.output["started_at"_L1].toString(), Qt::ISODateWithMs) <= made;
            });
 }

@@ -145,9 +145,10 @@ const verdicts = [
     '- TypeError: Cannot read properties of undefined (reading \'map\') (outer.html:18', '- ReferenceError: $ ',
     '- ReferenceError: moment ', '- TypeError: Failed to fetch dynamically imported module: https://cdn.example/late.js',
     '- скрипт https://cdn.example/late.js']],
-  ['outer-faults.html', 1, ['нашла ошибки:\n\n1. ', 'ReferenceError: start is not defined', '(reading \'length\')\n',
+  ['outer-faults.html', 1, ['нашла ошибки:\n\n1. ', 'ReferenceError: start is not defined\n   ', '(reading \'length\')\n',
     '(reading \'items\')\n', 'Не проверено:\n- скрипт https://cdn.example/charts.js', '- ReferenceError: Chart is not defined']],
   ['outer-app.html', 0, ['Не проверено:\n- скрипт https://cdn.example/view.js', '- без скриптов из интернета на экране']],
+  ['outer-view.html', 0, ['- ReferenceError: View is not defined', '- без скриптов из интернета на экране']],
   ['hides.html', 1, ['Ошибка JavaScript, скрытая страницей: TypeError: Cannot read properties of null (reading \'focus\')\n'
     + '   hides.html:13:', 'Необработанный отказ Promise, скрытый страницей: Error: скрыто\n   hides.html:11:',
     'скрытая страницей: SyntaxError'], ['обработано']],
