@@ -1,4 +1,5 @@
 #include "engine_fixture.h"
+#include "json_text.h"
 
 #include "prompt_notes.h"
 
@@ -6,6 +7,7 @@
 #include <QTest>
 
 #include <array>
+#include <tuple>
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
@@ -142,9 +144,7 @@ private Q_SLOTS:
         run.begin();
         run.ask(u"structure"_s);
         EngineFixture::settle();
-        QCOMPARE(run.lastRun()[u"role"_s].toString(), u"orchestrator"_s);
-        QCOMPARE(run.lastRun()[u"name"_s].toString(), u"Главный · structure"_s);
-        QCOMPARE(run.model.requests.last().role, u"structure"_s);
+        QCOMPARE(fields(run.lastRun(), u"role name"_s), u"orchestrator Главный · structure"_s);
         QCOMPARE(run.model.requests.last().system, PromptManager::get(u"structure"_s));
         run.answerNow(u"structure"_s);
         QCOMPARE(run.answers.size(), 1);
@@ -153,23 +153,17 @@ private Q_SLOTS:
     void whichAgentTakesTheJob()
     {
         const QJsonArray three{agent(u"a"_s, 40), agent(u"b"_s, 60), agent(u"c"_s, 60)};
-        const auto one = [](const QJsonObject &more) { return QJsonArray{agent(u"a"_s, 90, more)}; };
-        struct Row {
-            QJsonArray network;
-            QJsonObject artifact;
-            QString role;
-            QString provider;
+        const auto one = [](const QString &more) { return QJsonArray{agent(u"a"_s, 90, object(more))}; };
+        const QList<std::tuple<QJsonArray, QJsonObject, QString>> rows{
+            {{}, {}, u"specialist for specialist"_s},
+            {three, {}, u"b for b"_s}, // the first in rank
+            {three, nodeFor(u"c"_s), u"c Scripted"_s},
+            {three, nodeFor(u"unknown"_s), u"b for b"_s},
+            {three, member(u"m"_s, 5), u"m Scripted"_s},
+            {one(u"{'mode':'workflow'}"_s), nodeFor(u"a"_s), u"specialist for specialist"_s},
+            {one(u"{'enabled':false}"_s), nodeFor(u"a"_s), u"specialist for specialist"_s},
         };
-        const QList<Row> rows{
-            {{}, {}, u"specialist"_s, u"for specialist"_s},
-            {three, {}, u"b"_s, u"for b"_s}, // the first in rank
-            {three, nodeFor(u"c"_s), u"c"_s, u"Scripted"_s},
-            {three, nodeFor(u"unknown"_s), u"b"_s, u"for b"_s},
-            {three, member(u"m"_s, 5), u"m"_s, u"Scripted"_s},
-            {one({{u"mode"_s, u"workflow"_s}}), nodeFor(u"a"_s), u"specialist"_s, u"for specialist"_s},
-            {one({{u"enabled"_s, false}}), nodeFor(u"a"_s), u"specialist"_s, u"for specialist"_s},
-        };
-        for (const auto &[network, artifact, role, provider] : rows) {
+        for (const auto &[network, artifact, takes] : rows) {
             QueueRun run;
             ScriptedProvider ofRole;
             ScriptedProvider ofAgent;
@@ -180,33 +174,24 @@ private Q_SLOTS:
             run.begin();
             run.ask(u"specialist"_s, artifact);
             EngineFixture::settle();
-            const QJsonObject record = run.lastRun();
-            QCOMPARE(record[u"role"_s].toString(), role);
-            QCOMPARE(record[u"logical_role"_s].toString(), u"specialist"_s);
-            QCOMPARE(record[u"model"_s].toString(), provider);
-            QCOMPARE(ofRole.requests.size() + ofAgent.requests.size(), provider == "Scripted"_L1 ? 0 : 1);
+            QCOMPARE(fields(run.lastRun(), u"role model logical_role"_s), takes + u" specialist"_s);
+            QCOMPARE(ofRole.requests.size() + ofAgent.requests.size(), takes.contains(u"for "_s) ? 1 : 0);
         }
     }
 
     void aRoleHasItsLimitAndItsStatus()
     {
-        struct Row {
-            QString role;
-            QString status;
-            int tokens;
-        };
-        const QList<Row> rows{{u"coding"_s, u"WORKING"_s, 8192},       {u"coding"_s, u"FIXING"_s, 8192},
-                              {u"risk_judge"_s, u"REVIEWING"_s, 1536}, {u"workflow_reviewer"_s, u"REVIEWING"_s, 1536},
-                              {u"validator"_s, u"REVIEWING"_s, 2048},  {u"planner"_s, u"PLANNING"_s, 2048},
-                              {u"observer"_s, u"THINKING"_s, 2048}};
         QueueRun run;
         run.begin();
-        for (const auto &[role, status, tokens] : rows) {
-            run.ask(role, status == "FIXING"_L1 ? QJsonObject{{u"fixes"_s, QJsonArray()}} : QJsonObject());
+        for (const QString &row : {u"coding WORKING 8192"_s, u"coding FIXING 8192"_s, u"risk_judge REVIEWING 1536"_s,
+                                   u"workflow_reviewer REVIEWING 1536"_s, u"validator REVIEWING 2048"_s,
+                                   u"planner PLANNING 2048"_s, u"observer THINKING 2048"_s}) {
+            const QString role = row.section(u' ', 0, 0);
+            run.ask(role, row.contains(u"FIXING"_s) ? object(u"{'fixes':[]}"_s) : QJsonObject());
             EngineFixture::settle();
-            QCOMPARE(run.model.requests.last().maxTokens, tokens);
-            QCOMPARE(run.lastRun()[u"status"_s].toString(), status);
-            QCOMPARE(run.model.requests.last().system, PromptManager::get(role));
+            const LLMRequest &request = run.model.requests.last();
+            QCOMPARE(fields(run.lastRun(), u"role status"_s) + u' ' + QString::number(request.maxTokens), row);
+            QCOMPARE(request.system, PromptManager::get(role));
             run.answerNow(role);
         }
     }
@@ -219,8 +204,7 @@ private Q_SLOTS:
             run.ask(role);
         const QJsonArray agents = run.stored(u"agents"_s);
         QCOMPARE(agents.size(), 3);
-        QCOMPARE(agents[1][u"allowed_tools"_s].toArray(), (QJsonArray{u"write_file"_s, u"read_file"_s}));
-        QVERIFY(agents[2][u"allowed_tools"_s].toArray().isEmpty());
+        QCOMPARE(fields(agents, u"1.allowed_tools 2.allowed_tools"_s), u"['write_file','read_file'] []"_s);
         QCOMPARE(run.lastRun()[u"agent_id"_s], agents[1][u"id"_s]);
     }
 
@@ -230,25 +214,21 @@ private Q_SLOTS:
         run.store.put(u"memory_entries"_s, u"m"_s, u"project"_s, {{u"text"_s, u"Помни"_s}});
         run.store.put(u"memory_entries"_s, u"n"_s, u"other"_s, {{u"text"_s, u"Чужое"_s}});
         run.engine.automaticRouting = true;
-        run.engine.mcpTools = {QJsonObject{{u"name"_s, u"find"_s}}};
-        run.engine.roleSkills = {{u"specialist"_s, QJsonObject{{u"instructions"_s, u"Навык"_s}}},
-                                 {u"planner"_s, QJsonObject{{u"instructions"_s, u""_s}}}};
-        run.engine.agentNetwork = {agent(u"a"_s, 50,
-                                         {{u"instructions"_s, QString(16001, u'я')},
-                                          {u"rules"_s, u"Правило"_s},
-                                          {u"tasks"_s, QJsonArray{u"code"_s}}})};
+        run.engine.mcpTools = array(u"[{'name':'find'}]"_s);
+        run.engine.roleSkills = object(u"{'specialist':{'instructions':'Навык'},'planner':{'instructions':''}}"_s);
+        const QJsonObject more = object(u"{'rules':'Правило','tasks':['code']}"_s);
+        run.engine.agentNetwork
+            = {agent(u"a"_s, 50, ScriptedProvider::with({{u"instructions"_s, QString(16001, u'я')}}, more))};
         run.begin();
         run.ask(u"specialist"_s, {{u"segment"_s, QJsonObject()}});
         run.ask(u"planner"_s);
         EngineFixture::settle();
 
         const QJsonObject input = run.model.input(u"specialist"_s);
-        QCOMPARE(input[u"memory"_s].toArray(), (QJsonArray{QJsonObject{{u"text"_s, u"Помни"_s}}}));
-        QVERIFY(!input[u"task"_s].toObject().contains(u"available_mcp_tools"_s));
-        QCOMPARE(input[u"role_skill_instructions"_s].toString(), u"Навык"_s);
+        QCOMPARE(fields(input, u"memory role_skill_instructions agent_rules enabled_agent_tasks"_s),
+                 u"[{'text':'Помни'}] Навык Правило ['code']"_s);
         QCOMPARE(input[u"specialist_instructions"_s].toString(), QString(16000, u'я'));
-        QCOMPARE(input[u"agent_rules"_s].toString(), u"Правило"_s);
-        QCOMPARE(input[u"enabled_agent_tasks"_s].toArray(), QJsonArray{u"code"_s});
+        QVERIFY(!input[u"task"_s].toObject().contains(u"available_mcp_tools"_s));
         QCOMPARE(run.model.requests[1].system,
                  PromptManager::get(u"specialist"_s) + roleSkillNote() + specialistNote() + segmentNote());
         QCOMPARE(run.model.requests[0].system, PromptManager::get(u"orchestrator"_s) + autonomousNote());
@@ -270,14 +250,10 @@ private Q_SLOTS:
     void aFailedRequestIsRepeatedWithinLimits()
     {
         // r: fails for now, t: is cut off, e: fails for good, x: no JSON, g: good
-        struct Row {
-            QString letters;
-            QList<int> tokens; ///< The output limits of the requests.
-            QString error{}; ///< That of the run; empty when the answer arrived.
-        };
-        for (const auto &[letters, tokens, error] : {Row{u"trxg"_s, {8192, 16384, 16384, 16384}},
-                                                     {u"rrxrg"_s, {8192, 8192, 8192, 8192}, u"r"_s},
-                                                     {u"eg"_s, {8192}, u"e"_s}}) {
+        for (const auto &[letters, limits, ending] : std::initializer_list<std::array<QString, 3>>{
+                 {u"trxg"_s, u"8192 16384 16384 16384"_s, u"COMPLETED 4  5"_s},
+                 {u"rrxrg"_s, u"8192 8192 8192 8192"_s, u"ERROR 4 r 5"_s},
+                 {u"eg"_s, u"8192"_s, u"ERROR 1 e 5"_s}}) {
             QueueRun run;
             for (const QChar letter : letters)
                 run.model.answer(u"coding"_s, told(letter));
@@ -287,51 +263,38 @@ private Q_SLOTS:
             QElapsedTimer timer;
             timer.start();
             QVERIFY(run.runUntil([&] { return !run.engine.busy() || !run.answers.isEmpty(); }));
-            QVERIFY(timer.elapsed() >= (error == u"e"_s ? 0 : 1450)); // 0.5 and 1 s, by coarse timers
+            const bool isFinal = letters.startsWith(u'e');
+            QVERIFY(timer.elapsed() >= (isFinal ? 0 : 1450)); // 0.5 and 1 s, by coarse timers
 
-            QList<int> limits;
-            for (const LLMRequest &request : std::as_const(run.model.requests)) {
-                if (request.role == u"coding"_s)
-                    limits.append(request.maxTokens);
-            }
-            QCOMPARE(limits, tokens);
-            QCOMPARE(run.error(), error);
+            QStringList asked;
+            for (const LLMRequest &request : std::as_const(run.model.requests).sliced(1))
+                asked.append(QString::number(request.maxTokens));
+            QCOMPARE(asked.join(u' '), limits);
             const QJsonObject record = run.lastRun();
-            QCOMPARE(record[u"status"_s].toString(), error.isEmpty() ? u"COMPLETED"_s : u"ERROR"_s);
-            QCOMPARE(record[u"attempt"_s].toInt(), int(tokens.size()));
-            QCOMPARE(record[u"error"_s].toString(), error);
+            QCOMPARE(fields(record, u"status attempt error output_tokens"_s), ending);
+            QCOMPARE(run.error(), record[u"error"_s].toString());
             QCOMPARE(record[u"output"_s].toObject(), run.answers.value(0));
-            QCOMPARE(record[u"output_tokens"_s].toInt(), told(letters[tokens.size() - 1]).completionTokens);
-            QCOMPARE(run.messages(u"RetryScheduled"_s).size(), error == u"e"_s ? 0 : 2);
+            QCOMPARE(run.messages(u"RetryScheduled"_s).size(), isFinal ? 0 : 2);
         }
     }
 
     void anAnswerThatDoesNotFitIsRepairedOnce()
     {
-        const QList<std::array<QString, 3>> answers{
-            {u"coding"_s, u"Готово"_s, u"Expected a JSON object"_s},
-            {u"risk_judge"_s, u"{}"_s, u"Empty result"_s},
-            {u"planner"_s, u"{\"nodes\":[]}"_s, u"Graph requires 1..64 nodes"_s},
-            {u"orchestrator"_s, u"{\"title\":\"Т\"}"_s, u"Invalid task specification"_s},
-        };
-        for (const auto &[role, text, message] : answers) {
+        for (const auto &[text, message] : {std::pair{u"Готово"_s, u"Expected a JSON object"_s},
+                                            {u"{\"nodes\":[]}"_s, u"Graph requires 1..64 nodes"_s}}) {
             QueueRun run;
             run.begin();
-            run.model.forget(role);
-            run.model.answer(role, ScriptedProvider::text(text));
-            if (role != "orchestrator"_L1) // that one is asked already
-                run.ask(role);
-            run.answerNow(role);
-
-            QCOMPARE(run.model.count(role), 2);
-            QJsonObject repair = run.model.input(role, 1);
+            run.model.answer(u"planner"_s, ScriptedProvider::text(text));
+            run.ask(u"planner"_s);
+            run.answerNow(u"planner"_s);
+            QJsonObject repair = run.model.input(u"planner"_s, 1);
             QCOMPARE(repair.take(u"format_error"_s).toString(), message);
             QCOMPARE(repair.take(u"format_instruction"_s).toString(),
                      u"Return valid JSON satisfying the role schema. This is your only format repair attempt."_s);
-            QCOMPARE(repair, run.model.input(role, 0));
+            QCOMPARE(repair, run.model.input(u"planner"_s, 0));
             QVERIFY(run.engine.busy());
 
-            run.answerNow(role);
+            run.answerNow(u"planner"_s);
             QCOMPARE(run.endings, QStringList{u"FAILED"_s});
             QCOMPARE(run.error(), message);
             QCOMPARE(run.lastRun()[u"status"_s].toString(), u"ERROR"_s);
@@ -346,38 +309,32 @@ private Q_SLOTS:
         const qint64 need = roomy.state(u"reserved_tokens"_s).toInteger();
         const LLMRequest request = roomy.model.requests.value(0);
         QCOMPARE(need, jsonBytes(request.input).size() + request.system.toUtf8().size() + request.maxTokens);
-
-        QueueRun exact;
-        exact.begin(need);
-        QCOMPARE(exact.model.held(), 1);
-        QueueRun less;
-        less.begin(need - 1);
-        QVERIFY(less.model.requests.isEmpty());
-        QCOMPARE(less.endings, QStringList{u"FAILED"_s});
-        QCOMPARE(less.error(), u"Token budget reached before next request"_s);
-        QCOMPARE(less.lastRun()[u"status"_s].toString(), u"CANCELLED"_s);
+        for (const bool enough : {true, false}) {
+            QueueRun run;
+            run.begin(enough ? need : need - 1);
+            QCOMPARE(run.model.held(), enough ? 1 : 0);
+            QCOMPARE(run.error(), enough ? QString() : u"Token budget reached before next request"_s);
+            QCOMPARE(run.lastRun()[u"status"_s].toString() == u"CANCELLED"_s, !enough);
+        }
     }
 
     void whatAnAnswerCosts()
     {
-        struct Bill {
-            int prompt;
-            int completion;
-            qint64 cost; ///< -1: what was reserved
-        };
-        for (const Bill &bill : {Bill{10, 5, 15}, {0, 7, 7}, {2000000000, 2, 2000000002}, {0, 0, -1}, {-9, 4, -1}}) {
+        // What the prompt and the answer are said to have cost, and what is charged; -1: what was reserved.
+        for (const auto &[prompt, completion, cost] : std::initializer_list<std::tuple<int, int, qint64>>{
+                 {10, 5, 15}, {0, 7, 7}, {2000000000, 2, 2000000002}, {0, 0, -1}, {-9, 4, -1}}) {
             QueueRun run;
             run.begin(5000000000);
             LLMResult result = ScriptedProvider::result({{u"summary"_s, u"Итог"_s}});
-            result.promptTokens = bill.prompt;
-            result.completionTokens = bill.completion;
+            result.promptTokens = prompt;
+            result.completionTokens = completion;
             run.model.answer(u"specialist"_s, result);
             const qint64 others = run.state(u"reserved_tokens"_s).toInteger();
             run.ask(u"specialist"_s);
             EngineFixture::settle();
             const qint64 reserved = run.state(u"reserved_tokens"_s).toInteger() - others;
             run.answerNow(u"specialist"_s);
-            QCOMPARE(run.state(u"tokens"_s).toInteger(), bill.cost < 0 ? reserved : bill.cost);
+            QCOMPARE(run.state(u"tokens"_s).toInteger(), cost < 0 ? reserved : cost);
             QCOMPARE(run.state(u"reserved_tokens"_s).toInteger(), others);
         }
     }

@@ -1,12 +1,9 @@
 #include "folder_lock.h"
-#include "sandbox.h"
 
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
-
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
@@ -21,18 +18,6 @@ private Q_SLOTS:
         QCOMPARE(first->outcome(), Outcome::Held);
         QCOMPARE(FolderLock(folder.path() + u"/."_s).outcome(), Outcome::Busy);
         first.reset();
-        QCOMPARE(FolderLock(folder.path()).outcome(), Outcome::Held);
-    }
-
-    void anotherProcessHoldsItUntilItIsKilled()
-    {
-        sandbox::Worker worker([&](const std::function<void()> &ready) {
-            const FolderLock lock(folder.path());
-            ready();
-            ::pause();
-        });
-        QCOMPARE(FolderLock(folder.path()).outcome(), Outcome::Busy);
-        worker.kill();
         QCOMPARE(FolderLock(folder.path()).outcome(), Outcome::Held);
     }
 

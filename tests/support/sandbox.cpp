@@ -12,7 +12,6 @@
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
@@ -60,31 +59,6 @@ QString inChild(const std::function<QString()> &work)
     int status = 0;
     ::waitpid(child, &status, 0);
     return WIFSIGNALED(status) ? u"died of signal %1"_s.arg(WTERMSIG(status)) : QString::fromUtf8(text);
-}
-
-Worker::Worker(const std::function<void(const std::function<void()> &)> &work)
-{
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0)
-        return;
-    process = ::fork();
-    if (process == 0) {
-        work([&ends] { (void)!::write(ends[1], "x", 1); });
-        ::_exit(0);
-    }
-    ::close(ends[1]);
-    char byte;
-    (void)!::read(ends[0], &byte, 1);
-    ::close(ends[0]);
-}
-
-void Worker::kill()
-{
-    if (process <= 0)
-        return;
-    ::kill(process, SIGKILL);
-    ::waitpid(process, nullptr, 0);
-    process = -1;
 }
 
 bool haveOwnMounts()

@@ -4,30 +4,12 @@
 
 #include <functional>
 
-#include <sys/types.h>
-
 /// For tests of what a test's own process must not suffer: other mounts, other limits, another kernel. Linux only.
 namespace sandbox {
 
 /// Runs `work` in a child process and gives back the text it returns; "died of signal N" or "threw: ..." otherwise.
 /// The child is a copy with this thread alone, so `work` makes its own objects.
 QString inChild(const std::function<QString()> &work);
-
-/// A child process that works until it is killed.
-class Worker {
-public:
-    /// Returns once `work` in the child has called `ready`.
-    explicit Worker(const std::function<void(const std::function<void()> &ready)> &work);
-    ~Worker() { kill(); }
-    Worker(const Worker &) = delete;
-    Worker &operator=(const Worker &) = delete;
-
-    /// Ends it as a power cut would, and waits for its end.
-    void kill();
-
-private:
-    pid_t process = -1;
-};
 
 /// In a child: gives it mounts of its own, so that what it mounts is gone with it. False where that isn't allowed.
 bool haveOwnMounts();
