@@ -230,6 +230,11 @@ void AttachmentsTest::aPictureNeedsAModelThatCanSee()
 
 void AttachmentsTest::aFollowUpQuestionKeepsItsFile()
 {
+    attach({file(u"plan.txt"_s)});
+    desk->call("sendMessage", {u"Создай калькулятор"_s});
+    QCOMPARE(attachments().size(), 0);
+    desk->call("stop");
+    desk->call("newConversation");
     attach({file(u"note.txt"_s)});
     desk->call("sendMessage", {u"О чём это?"_s});
     QTRY_VERIFY(!desk->busy());

@@ -274,7 +274,6 @@ private Q_SLOTS:
         QCOMPARE(desk.read("root").toString(), QString());
         QVERIFY(!desk.call("fileHistory", {u"a"_s}).toString().contains(u"тайна"_s));
     }
-
 };
 
 QTEST_GUILESS_MAIN(BackendInputTest)

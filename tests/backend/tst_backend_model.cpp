@@ -5,6 +5,7 @@
 #include "files.h"
 #include "helpers.h"
 #include "model_server.h"
+#include "process_containment.h"
 
 #include <QDir>
 #include <QHash>
@@ -57,7 +58,11 @@ class BackendModelTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
     // No browser is found on this path: checking pages is not the matter here.
-    void initTestCase() { qputenv("PATH", "/nowhere"); }
+    void initTestCase()
+    {
+        qputenv("PATH", "/nowhere");
+        ProcessContainment::useGuard(QStringLiteral(VESK_GUARD_PROGRAM));
+    }
 
     void anAnswerBecomesLines_data()
     {
@@ -204,6 +209,18 @@ private Q_SLOTS:
         QCOMPARE(model.inputs.value(u"orchestrator"_s)["task"_L1]["previous_requirements"_L1], wanted);
         QVERIFY(desk.read("state").toMap()[u"id"_s].toString() != before);
         desk.call("stop");
+        desk.call("setPreference", {u"computer_access"_s, true});
+        desk.call("newConversation");
+        desk.call("start", {u"Создай калькулятор"_s, false, 1000000, u"/usr/bin/true"_s, u"[]"_s});
+        QVERIFY(desk.waitForPhase(u"COMPLETED"_s)); // in view, and asks for nothing
+
+        desk.sql(
+            u"INSERT INTO artifacts SELECT 'm', id, '{\"type\":\"media\",\"path\":\"a.txt\"}', '' FROM projects"_s);
+        for (const auto &[line, media] : {std::pair{u"что в a.txt?"_s, 1}, {u"спасибо"_s, 0}}) {
+            desk.call("sendMessage", {line});
+            QVERIFY(Desk::waitFor([&] { return !desk.busy(); }));
+            QCOMPARE(model.inputs.value(u"chat"_s)["media"_L1].toArray().size(), media);
+        }
         desk.call("newConversation");
         QCOMPARE(desk.chat().filter(u"Создай"_s), QStringList());
     }

@@ -50,7 +50,6 @@ private Q_SLOTS:
 
         QTRY_COMPARE(answers, QStringList({u"first"_s, u"second"_s}));
     }
-
 };
 
 QTEST_GUILESS_MAIN(MockProviderTest)
