@@ -31,11 +31,11 @@ export function tellHiddenErrors(name) {
     };
   }
 
-  // The first listener: none of the page can stop the event before.
+  // The first listener: none of the page can stop the event before. That of an element, which could not load something,
+  // cannot be declared to be dealt with.
   addEventListener('error', guarded(event => {
     const { message, filename: url, lineno: line, colno: column } = event;
-    if (event.target === window)
-      report(event, { message, url, line, column });
+    report(event, { message, url, line, column });
   }), true);
   addEventListener('unhandledrejection', guarded(event => {
     report(event, { rejected: true, message: event.reason, ...placeOf(event.reason) });
