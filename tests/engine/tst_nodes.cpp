@@ -1,7 +1,10 @@
+#include "json_text.h"
 #include "planned_run.h"
 
 #include <QFile>
 #include <QTest>
+
+#include <tuple>
 
 using namespace vesk;
 
@@ -32,57 +35,41 @@ private Q_SLOTS:
         const QJsonObject a = code(u"a.txt"_s);
         const QJsonObject b = code(u"b.txt"_s);
         const QJsonObject same = shell(u"same"_s, u"make"_s, {u"b.txt"_s});
-        struct Row {
-            QJsonArray plan;
-            qsizetype size;
-            qsizetype check; ///< its place
-            QStringList dependencies;
+        const QList<std::tuple<QJsonArray, qsizetype, QString>> rows{
+            // the plan, the place of the check, what it awaits
+            {{a, shell(u"other"_s, u"make all"_s), b}, 3, u"a.txt b.txt"_s},
+            {{ScriptedProvider::node(u"r"_s, u"research"_s, {})}, 1, {}},
+            {{shell(u"again"_s, u"make"_s), a, same, b}, 2, u"b.txt a.txt"_s}, // the last of the plan's own
         };
-        const QList<Row> rows{
-            {{a, shell(u"other"_s, u"make all"_s), b}, 4, 3, {u"a.txt"_s, u"b.txt"_s}},
-            {{ScriptedProvider::node(u"r"_s, u"research"_s, {})}, 2, 1, {}},
-            {{shell(u"again"_s, u"make"_s), a, same, b}, 4, 2, {u"b.txt"_s, u"a.txt"_s}}, // the last of the plan's own
-        };
-        for (const auto &[plan, size, check, dependencies] : rows) {
+        for (const auto &[plan, check, dependencies] : rows) {
             PlannedRun run(plan);
             QJsonObject build = command(u"/bin/sh"_s, {u"-c"_s, u"make"_s});
             build[u"timeout_ms"_s] = 5000;
             run.start(u"Собери"_s, true, build);
             QVERIFY(run.runToPhase(u"PREVIEW"_s));
-
             const QJsonArray nodes = run.nodes();
-            QCOMPARE(nodes.size(), size);
-            for (qsizetype i = 0; i < size; ++i)
+            QCOMPARE(nodes.size(), std::max(plan.size(), check + 1));
+            for (qsizetype i = 0; i < nodes.size(); ++i)
                 QCOMPARE(nodes[i][u"input"_s][u"verification"_s].toBool(), i == check);
-            QCOMPARE(strings(nodes[check][u"dependencies"_s].toArray()), dependencies);
-            if (size > plan.size())
-                QCOMPARE(nodes[check][u"input"_s][u"timeout_ms"_s].toInt(), 5000);
+            QCOMPARE(strings(nodes[check][u"dependencies"_s].toArray()).join(u' '), dependencies);
+            QCOMPARE(nodes[check][u"input"_s][u"timeout_ms"_s].toInt(), check == plan.size() ? 5000 : 0);
         }
     }
 
     void anActivatedPlanStartsFresh()
     {
-        QJsonObject node = code(u"a.txt"_s);
-        node[u"status"_s] = u"COMPLETED"_s;
-        node[u"revision"_s] = 7;
-        node[u"output"_s] = QJsonObject{{u"content"_s, u"old"_s}};
-        PlannedRun run({node});
-
+        const QJsonObject done = object(u"{'status':'COMPLETED','revision':7,'output':{'content':'old'}}"_s);
+        PlannedRun run({ScriptedProvider::with(code(u"a.txt"_s), done)});
         run.start(u"Сделай"_s, true);
         QVERIFY(run.runToPhase(u"PREVIEW"_s));
-
-        QCOMPARE(run.status(u"a.txt"_s), u"QUEUED"_s);
-        QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 0);
-        QVERIFY(run.node(u"a.txt"_s)[u"output"_s].toObject().isEmpty());
+        QCOMPARE(fields(run.node(u"a.txt"_s), u"status revision output"_s), u"QUEUED 0 {}"_s);
     }
 
     void thereIsACheckpointBeforeTheFirstFile()
     {
         PlannedRun run({code(u"a.txt"_s)});
         run.when(u"CheckpointCreated"_s, {}, [&] { QVERIFY(!QFile::exists(run.projectFile(u"a.txt"_s))); });
-
         QCOMPARE(run.ending(), u"COMPLETED"_s);
-
         QCOMPARE(run.messages(u"CheckpointCreated"_s), QStringList{u"Before execution"_s});
         const QJsonObject told = run.eventsOf(u"CheckpointCreated"_s).first()[u"data"_s].toObject();
         QCOMPARE(run.store.get(u"checkpoints"_s, told[u"id"_s].toString()), told);
@@ -111,22 +98,18 @@ private Q_SLOTS:
         run.texts = {{u"c.txt"_s, {u"первый"_s, u"второй"_s}}};
         QCOMPARE(run.ending(), u"COMPLETED"_s);
         const QJsonObject order = run.orders(u"c.txt"_s).first();
-
         QCOMPARE(order.keys(), QStringList({u"dependencies"_s, u"node"_s, u"structure"_s}));
-        QVERIFY(!order[u"node"_s].toObject().contains(u"output"_s));
-        QCOMPARE(order[u"node"_s][u"input"_s][u"instructions"_s].toString(), u"Третий"_s);
+        // Its dependencies are in the order of the plan.
+        QCOMPARE(fields(order, u"node.output node.input.instructions dependencies.0.content dependencies.2"_s),
+                 u" Третий b.txt\n "_s);
         QCOMPARE(order[u"structure"_s], run.state(u"structure"_s));
-        const QJsonArray dependencies = order[u"dependencies"_s].toArray(); // in the order of the plan
-        QCOMPARE(dependencies.size(), 2);
-        QCOMPARE(dependencies[0][u"content"_s].toString(), u"b.txt\n"_s);
-        QCOMPARE(dependencies[1], run.node(u"a.txt"_s)[u"output"_s]);
+        QCOMPARE(order[u"dependencies"_s][1], run.node(u"a.txt"_s)[u"output"_s]);
         QVERIFY(run.orders(u"a.txt"_s).first()[u"dependencies"_s].isArray());
 
         QCOMPARE(run.ending(), u"COMPLETED"_s);
-        const QJsonObject previous = run.orders(u"c.txt"_s).last()[u"previous_file"_s].toObject();
-        QVERIFY(!previous.contains(u"deleted"_s));
-        QCOMPARE(previous[u"content"_s].toString(), u"первый"_s);
-        QCOMPARE(previous[u"revision"_s].toInt(), 1);
+        const QJsonObject again = run.orders(u"c.txt"_s).last();
+        QVERIFY(!again[u"previous_file"_s].toObject().contains(u"deleted"_s));
+        QCOMPARE(fields(again, u"previous_file.content previous_file.revision"_s), u"первый 1"_s);
         QCOMPARE(run.node(u"c.txt"_s)[u"revision"_s].toInt(), 2);
         QCOMPARE(run.fileContent(u"c.txt"_s), "второй");
     }
@@ -147,13 +130,11 @@ private Q_SLOTS:
 
     void onlyLongTextsAreWrittenInParts()
     {
-        struct Row {
-            QString path;
-            int chars;
-            bool inParts;
-        };
-        for (const auto &[path, chars, inParts] : {Row{u"a.md"_s, 11999, false}, Row{u"a.md"_s, 12000, true},
-                                                   Row{u"READ.Txt"_s, 12000, true}, Row{u"a.html"_s, 12000, false}}) {
+        for (const auto &[path, chars, inParts] :
+             std::initializer_list<std::tuple<QString, int, bool>>{{u"a.md"_s, 11999, false},
+                                                                   {u"a.md"_s, 12000, true},
+                                                                   {u"A.Txt"_s, 12000, true},
+                                                                   {u"a.h"_s, 12000, false}}) {
             PlannedRun run({document(path, chars)});
             run.texts = {{path, {text(12000)}}};
             QCOMPARE(run.ending(), u"COMPLETED"_s);
@@ -171,18 +152,12 @@ private Q_SLOTS:
         QCOMPARE(run.ending(), u"COMPLETED"_s);
 
         const QList<QJsonObject> orders = run.orders(u"book.md"_s);
+        const QString keys = u"index current_chars target_chars minimum_new_chars final_segment previous_tail"_s;
         QCOMPARE(orders.size(), 3);
-        const auto segment = [](int index, int current, int wanted, const QString &tail) {
-            return QJsonValue(QJsonObject{{u"index"_s, index},
-                                          {u"current_chars"_s, current},
-                                          {u"target_chars"_s, 20000},
-                                          {u"minimum_new_chars"_s, wanted},
-                                          {u"previous_tail"_s, tail},
-                                          {u"final_segment"_s, index > 1}});
-        };
-        QCOMPARE(orders[0][u"segment"_s], segment(1, 0, 6000, {}));
-        QCOMPARE(orders[1][u"segment"_s], segment(2, 15000, 5000, parts[0].right(6000)));
-        QCOMPARE(orders[2][u"segment"_s], segment(3, 19900, 100, (parts[0] + parts[1]).right(6000)));
+        QCOMPARE(fields(orders[0][u"segment"_s], keys), u"1 0 20000 6000 false "_s);
+        QCOMPARE(fields(orders[1][u"segment"_s], keys), u"2 15000 20000 5000 true "_s + parts[0].right(6000));
+        QCOMPARE(fields(orders[2][u"segment"_s], keys),
+                 u"3 19900 20000 100 true "_s + (parts[0] + parts[1]).right(6000));
         QCOMPARE(run.fileContent(u"book.md"_s), parts.join(QString()).toUtf8());
         QCOMPARE(draftOf(run, u"book.md"_s)[u"content"_s].toString(), parts.join(QString()));
 
@@ -223,11 +198,11 @@ private Q_SLOTS:
     void researchIsPassedOnToWhatDependsOnIt()
     {
         PlannedRun run({ScriptedProvider::node(u"r"_s, u"research"_s, {}), code(u"a.txt"_s, {u"r"_s})});
-        const QJsonObject found{{u"summary"_s, u"Вот что"_s}, {u"sources"_s, QJsonArray{u"x"_s}}};
+        const QJsonObject found = object(u"{'summary':'Вот что','sources':['x']}"_s);
         run.model.answer(u"specialist"_s, found);
         QCOMPARE(run.ending(), u"COMPLETED"_s);
         QCOMPARE(run.node(u"r"_s)[u"output"_s].toObject(), found);
-        QCOMPARE(run.orders(u"a.txt"_s).first()[u"dependencies"_s], QJsonValue(QJsonArray{found}));
+        QCOMPARE(run.orders(u"a.txt"_s).first()[u"dependencies"_s].toArray(), QJsonArray{found});
     }
 
     void aFixRunsThePassedChecksAgainAndNoOthers()
@@ -254,20 +229,19 @@ private Q_SLOTS:
         const QString program = programs.filePath(u"sh"_s);
         QJsonObject input = command(program, {u"-c"_s, u"true"_s});
         input[u"verification"_s] = true;
-        PlannedRun run({code(u"a.txt"_s), ScriptedProvider::node(u"refused"_s, u"tool"_s, input, {u"a.txt"_s}),
-                        check(u"check"_s, u"cat a.txt"_s, {u"a.txt"_s}), code(u"b.txt"_s, {u"a.txt"_s})});
+        const QJsonObject refused = ScriptedProvider::node(u"refused"_s, u"tool"_s, input, {u"a.txt"_s});
+        PlannedRun run({code(u"a.txt"_s), refused, check(u"check"_s, u"cat a.txt"_s, {u"a.txt"_s}),
+                        code(u"b.txt"_s, {u"a.txt"_s})});
         run.engine.computerAccess = true;
         run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
         run.when(u"AutomaticCorrection"_s, u"Проверка не прошла"_s,
                  [&] { QVERIFY(QFile::link(u"/bin/sh"_s, program)); });
-
         QCOMPARE(run.ending(), u"COMPLETED"_s);
-
         QCOMPARE(run.calls(u"refused"_s), 2);
         QCOMPARE(run.calls(u"check"_s), 1);
-        QCOMPARE(run.node(u"check"_s)[u"output"_s][u"stdout"_s].toString(), u"new"_s);
+        QCOMPARE(fields(run.node(u"check"_s), u"output.stdout"_s), u"new"_s);
         QCOMPARE(run.orders(u"b.txt"_s).size(), 1);
-        QCOMPARE(run.orders(u"b.txt"_s).first()[u"dependencies"_s][0][u"content"_s].toString(), u"new"_s);
+        QCOMPARE(fields(run.orders(u"b.txt"_s).first(), u"dependencies.0.content"_s), u"new"_s);
     }
 };
 
