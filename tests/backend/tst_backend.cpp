@@ -37,7 +37,6 @@ private Q_SLOTS:
         };
         const QList<Row> rows{{u"Игра"_s, u"Игра"_s},
                               {u"a<b>:c/d"_s, u"a_b__c_d"_s},
-                              {u"???"_s, u"___"_s},
                               {u" . . "_s, u"project"_s},
                               {QString(60, u'x'), QString(60, u'x')},
                               {QString(59, u'x') + u".y"_s, QString(59, u'x')},
@@ -87,17 +86,6 @@ private Q_SLOTS:
         QCOMPARE(desk.read("tasks").toList().size(), 0);
     }
 
-    void demoModeDeclinesWhatItCannotDo()
-    {
-        Desk desk;
-        desk.createProject();
-        desk.call("sendMessage", {u"Напиши письмо"_s});
-        QCOMPARE(desk.chat().size(), 2);
-        QVERIFY(desk.chat().value(1).startsWith(u"message: Сейчас включён деморежим."_s));
-        QCOMPARE(desk.message(), QString());
-        QCOMPARE(desk.phase(), u"IDLE"_s);
-    }
-
     void requestsQueueAndTheQueueIsKept()
     {
         Desk desk;
@@ -111,7 +99,6 @@ private Q_SLOTS:
         QCOMPARE(desk.message(), u"В очереди уже 50 задач."_s);
         const QString first = desk.read("queue").toList()[0].toMap().value(u"id"_s).toString();
         desk.call("cancelQueued", {first});
-        desk.call("cancelQueued", {u"unknown"_s});
         QCOMPARE(desk.read("queue").toList().size(), 49);
 
         desk.reopen();
@@ -175,6 +162,7 @@ private Q_SLOTS:
             {"addMemory", {u"Note"_s, u" \n"_s}, u"Введите текст для сохранения."_s},
             {"discuss", {u" "_s}, u"Введите сообщение."_s},
             {"setPreference", {u"background_js"_s, QString(32001, u'x')}, u"Код фона слишком большой"_s},
+            {"setPreference", {u"custom_agents"_s, 1}, u"Неизвестная настройка"_s},
         };
         Desk desk;
         desk.createProject();
@@ -185,9 +173,6 @@ private Q_SLOTS:
             QCOMPARE(desk.lasting(), before);
             QCOMPARE(desk.chat(), QStringList());
         }
-        desk.call("setPreference", {u"glass"_s, false});
-        QCOMPARE(desk.message(), QString());
-        QCOMPARE(desk.read("preferences").toMap().value(u"glass"_s).toBool(), false);
     }
 
     void refreshesAreCoalesced()
@@ -260,6 +245,13 @@ private Q_SLOTS:
         QVERIFY(std::ranges::none_of(memory, [](const QVariant &entry) {
             return entry.toMap().value(u"category"_s).toString() == "User Decisions";
         }));
+
+        desk.sql(u"DROP TRIGGER no_messages"_s);
+        desk.call("discuss", {u"привет"_s});
+        QVERIFY(desk.busy());
+        refuse(u"messages"_s);
+        QVERIFY(Desk::waitFor([&] { return !desk.busy(); })); // The answer comes, and can't be kept.
+        QVERIFY2(desk.message().contains(u"no messages"_s), qPrintable(desk.message()));
     }
 
     void aProjectThatCannotBeReadIsNotSelected()

@@ -67,29 +67,21 @@ private Q_SLOTS:
         const auto row = [](const QString &line, const char *name, const WireReply &reply, const QStringList &lines) {
             QTest::addRow("%s: %s", line == forChat ? "chat" : "router", name) << line << reply << lines;
         };
-        const QString router = u"error: Не удалось получить ответ. "_s;
+        const QString error = u"error: Не удалось получить ответ. "_s;
         row(forRouter, "an answer", says(u"{\"action\":\"CHAT\",\"summary\":\"Змейка\"}"_s), {u"message: Змейка"_s});
         row(forRouter, "in prose", says(u"Вот: ```{\"action\":\"CHAT\",\"summary\":\"Тетрис\"}```"_s),
             {u"message: Тетрис"_s});
-        row(forRouter, "a number", says(u"{\"action\":\"CHAT\",\"summary\":5}"_s), {router + u"Пустой ответ."_s});
-        row(forRouter, "no text", says(u"{\"action\":\"CHAT\"}"_s), {router + u"Пустой ответ."_s});
+        row(forRouter, "a number", says(u"{\"action\":\"CHAT\",\"summary\":5}"_s), {error + u"Пустой ответ."_s});
         row(forRouter, "an empty text", says(u"{\"action\":\"CHAT\",\"summary\":\"\"}"_s), {});
         row(forRouter, "another action", says(u"{\"action\":\"task\"}"_s),
-            {router + u"Модель не определила действие."_s});
-        row(forRouter, "an array", says(u"[]"_s), {router + u"Expected a JSON object"_s});
+            {error + u"Модель не определила действие."_s});
         row(forRouter, "stopped", silence, {u"progress: Ответ остановлен."_s});
-        row(forRouter, "a failing server", WireReply::document(503, QByteArray("{}")),
-            {u"progress: Ответ остановлен."_s});
-        row(forRouter, "a wrong key", WireReply::document(401, QByteArray("{}")), {router + u"*"_s});
+        row(forRouter, "a wrong key", WireReply::document(401, QByteArray("{}")), {error + u"*"_s});
 
-        const QString chat = u"error: Не удалось получить ответ. "_s;
         const QString untouched = u"\nФайлы этим сообщением не изменялись."_s;
         row(forChat, "an answer", says(u"{\"summary\":\"Всё\"}"_s), {u"message: Всё"_s});
-        for (const QString &content : {u"{\"summary\":5}"_s, u"{\"summary\":\"\"}"_s, u"{}"_s})
-            row(forChat, qPrintable(content), says(content), {chat + u"Модель не вернула текст ответа."_s + untouched});
-        row(forChat, "prose", says(u"Всё"_s), {chat + u"Expected a JSON object"_s + untouched});
-        row(forChat, "stopped", silence, {u"progress: Ответ остановлен."_s});
-        row(forChat, "a missing model", WireReply::document(404, QByteArray("{}")), {chat + u"*"_s + untouched});
+        row(forChat, "no text", says(u"{\"summary\":5}"_s), {error + u"Модель не вернула текст ответа."_s + untouched});
+        row(forChat, "a missing model", WireReply::document(404, QByteArray("{}")), {error + u"*"_s + untouched});
         row(forChat, "no HTTP", WireReply{{{"SSH-2.0\r\n\r\n"}}, WireReply::End::Close},
             {u"progress: Ответ остановлен."_s});
     }
@@ -313,11 +305,6 @@ private Q_SLOTS:
         QCOMPARE(desk.phase(), u"CANCELLED"_s);
         QCOMPARE(desk.read("streamNote").toString(), QString());
         QCOMPARE(desk.chat(u"report"_s).size(), 1);
-
-        model.replies.clear();
-        desk.call("sendMessage", {u"Создай калькулятор"_s});
-        QVERIFY(desk.waitForPhase(u"COMPLETED"_s));
-        QCOMPARE(desk.read("tasks").toList().size(), 2);
     }
 
     void aRemoteModelWithoutItsKeyIsNotAsked()

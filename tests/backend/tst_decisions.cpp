@@ -79,28 +79,15 @@ private Q_SLOTS:
             QVERIFY2(kindOf(line, facts) == kind, qPrintable(line + u" -> "_s + QString::number(int(kind))));
     }
 
-    void everyWordOfTheListsCounts()
+    void aWordCountsWhole()
     {
-        for (const QString &word : u"создай создать сделай сделать исправь исправить добавь добавить разработай "
-                                   "разработать обнови обновить переделай переделать измени изменить улучши улучшить "
-                                   "замени заменить обрежь убери удали используй вставь поставь примени продолжи "
-                                   "продолжай продолжить напиши написать собери собрать"_s.split(u' '))
-            QVERIFY2(asksForAction(u"и "_s + word + u"."_s) && !asksForAction(word + u"х"_s), qPrintable(word));
-        for (const QString &word : u"используй |вставь |поставь |примени |создай |сделай |исправь |добавь |разработай "
-                                   "|напиши сайт|продолж|обнов|передел|измени |улучши |замени "_s.split(u'|'))
-            QVERIFY2(beginsLikeWork(word + u"х"_s) && !beginsLikeWork(u"х"_s + word), qPrintable(word));
-        for (const QString &word :
-             u"что |как |почему |прочитай|опиши|расскажи|посмотри|проанализируй|привет"_s.split(u'|'))
-            QVERIFY2(asksAQuestion(word + u"х"_s) && !asksAQuestion(u"х"_s + word), qPrintable(word));
-        for (const QString &line : {u"Привет!"_s, u"здравствуйте"_s, u"что вы сделали?"_s, u"Что сделал"_s})
-            QVERIFY2(isSmallTalk(line), qPrintable(line));
+        QVERIFY(asksForAction(u"и создай."_s) && !asksForAction(u"создайх"_s));
+        QVERIFY(isSmallTalk(u"Привет!"_s) && isSmallTalk(u"что вы сделали?"_s) && isSmallTalk(u"Что сделал"_s));
         QVERIFY(!isSmallTalk(u"привет, как дела"_s) && !isSmallTalk(u"что на фото"_s));
         QCOMPARE(assetUsage(u"Фоновый БАННЕР с иконкой"_s), u"Баннер"_s);
         QCOMPARE(assetUsage(u"иконка на фон"_s), u"Иконка"_s);
         QCOMPARE(assetUsage(u"телефон"_s) + assetUsage(u"кнопка"_s), u"Фон"_s);
-        for (const QString &line : {u"КАЛЬКулятор"_s, u"a CALC"_s, u"run Build"_s, u"сборка"_s})
-            QVERIFY2(suitsDemo(line), qPrintable(line));
-        QVERIFY(!suitsDemo(u"письмо"_s));
+        QVERIFY(suitsDemo(u"КАЛЬКулятор"_s) && suitsDemo(u"run Build"_s) && !suitsDemo(u"письмо"_s));
     }
 
     void aRequestTakesTheMediaInQuestion()
@@ -166,22 +153,6 @@ private Q_SLOTS:
             QVERIFY(found->key.startsWith(u"key-"_s + url[1]));
         }
         QVERIFY(hasVisuals(array(both)) && !hasVisuals(array(u"[{'kind':'text'},{}]"_s)));
-    }
-
-    void whatTheRouterSays()
-    {
-        const auto said = [](const QString &content, const QString &error = {}) {
-            LLMResult result;
-            result.content = content;
-            result.error = error;
-            return routerAnswer(result);
-        };
-        QVERIFY(said(u"{\"action\":\"TASK\"}"_s).isTask);
-        const RouterAnswer answer = said(u"{\"action\":\"CHAT\",\"summary\":\"Да\"}"_s);
-        QVERIFY(!answer.isTask);
-        QCOMPARE(answer.summary, u"Да"_s);
-        QCOMPARE(errorOf([&] { said(u"{\"action\":\"CHAT\",\"summary\":5}"_s); }), u"Пустой ответ."_s);
-        QCOMPARE(errorOf([&] { said({}, u"нет сети"_s); }), u"нет сети"_s);
     }
 
     void aRunSeesTheTurnsWithoutItsNarration()
