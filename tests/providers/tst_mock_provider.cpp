@@ -51,16 +51,6 @@ private Q_SLOTS:
         QTRY_COMPARE(answers, QStringList({u"first"_s, u"second"_s}));
     }
 
-    void aBuildRequestIsKnownByItsWords()
-    {
-        const auto title = [](const QString &request) {
-            const QJsonObject input{{u"task"_s, QJsonObject{{u"original_request"_s, request}}}};
-            return MockProvider::respond({id(), u"orchestrator"_s, {}, input, 2048})[u"title"_s].toString();
-        };
-        for (const QString &request : {u"please bUiLd it"_s, u"Запусти СБОРку"_s})
-            QCOMPARE(title(request), u"Сборка проекта"_s);
-        QCOMPARE(title(u"Собери калькулятор"_s), u"Приложение-калькулятор"_s);
-    }
 };
 
 QTEST_GUILESS_MAIN(MockProviderTest)

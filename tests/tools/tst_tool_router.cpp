@@ -181,19 +181,6 @@ private Q_SLOTS:
         QCOMPARE(desk->call(u"read_file"_s, write)["error"].toString(), "Cannot read a.txt");
     }
 
-    void aGrantForOneActionCoversTheSameCallOnce()
-    {
-        const QJsonObject granted = Desk::command(u"/bin/sh"_s, {u"-c"_s, u"exit 0"_s});
-        desk->permissions.grants
-            = {{u"run_command"_s, u"task"_s, u"project"_s, ToolRouter::fingerprint(u"run_command"_s, granted),
-                u"THIS_ACTION"_s, PermissionLevel::Execute}};
-
-        const QString refused = u"Permission required for this action"_s;
-        QCOMPARE(desk->shell(u"exit 1"_s)["error"].toString(), refused);
-        QCOMPARE(desk->call(u"run_command"_s, granted)["success"], QJsonValue(true));
-        QCOMPARE(desk->call(u"run_command"_s, granted)["error"].toString(), refused);
-    }
-
     void fingerprintsDifferExactlyWhenTheActionsDo()
     {
         const auto print = [](const QString &tool, const QByteArray &arguments) {
@@ -260,11 +247,8 @@ private Q_SLOTS:
         QCOMPARE(desk->published().last(), "ToolFinished: Tool completed");
     }
 
-    void aProgramSeesTheWorkspaceAndAnUnchangedEnvironment()
+    void aProgramSeesAnUnchangedEnvironment()
     {
-        const QString folder = QFileInfo(desk->folder.path()).canonicalFilePath();
-        QCOMPARE(desk->run(u"/bin/pwd"_s, {u"-P"_s})["stdout"].toString().trimmed(), folder);
-
         qputenv("VESK_TEST_LINE", "Привет = мир");
         QStringList expected = QProcessEnvironment::systemEnvironment().toStringList();
         QStringList seen = desk->run(u"/usr/bin/env"_s, {u"-0"_s})["stdout"].toString().split(QChar::Null);
@@ -311,18 +295,6 @@ private Q_SLOTS:
         QCOMPARE(desk->published(), QStringList({"ToolCalled: run_command", "ToolFinished: Tool failed"}));
     }
 
-    void outputIsCutAfterItsFirstMebibyte()
-    {
-        for (const QString &stream : {u"stdout"_s, u"stderr"_s}) {
-            const QString descriptor = stream == "stdout" ? u"1"_s : u"2"_s;
-            const QJsonObject record
-                = desk->run(treeProgram, {u"flood"_s, descriptor, u"start"_s, u"."_s, u"2097152"_s});
-            QCOMPARE(record["success"], QJsonValue(true));
-            QCOMPARE(record[stream].toString().size(), 1048576);
-            QVERIFY(record[stream].toString().startsWith("start.."));
-        }
-    }
-
     void outputWrittenRightBeforeTheEndIsThere()
     {
         for (const int bytes : {1, 4097, 65536, 65537, 300000}) {
@@ -338,12 +310,14 @@ private Q_SLOTS:
     {
         const qint64 before = peakMemoryKib();
         const QString flood
-            = u"'%1' flood 1 '' . 200000000 && touch a & '%1' flood 2 '' . 200000000 && touch b; wait"_s;
+            = u"'%1' flood 1 start . 200000000 && touch a & '%1' flood 2 start . 200000000 && touch b; wait"_s;
         const QJsonObject record = desk->shell(flood.arg(treeProgram));
         QCOMPARE(QDir(desk->folder.path()).entryList(QDir::Files), QStringList({"a", "b"}));
         QCOMPARE(record["success"], QJsonValue(true));
-        QCOMPARE(record["stdout"].toString().size(), 1048576);
-        QCOMPARE(record["stderr"].toString().size(), 1048576);
+        for (const char *stream : {"stdout", "stderr"}) {
+            QCOMPARE(record[stream].toString().size(), 1048576);
+            QVERIFY(record[stream].toString().startsWith("start..")); // its first part
+        }
         QVERIFY(before > 0);
 #ifdef __SANITIZE_ADDRESS__
         QSKIP("The address checks keep freed memory for a while");
@@ -395,8 +369,6 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(desk->router->children().isEmpty(), patience);
         QVERIFY(desk->log.isEmpty());
         QVERIFY(desk->answers.isEmpty());
-
-        desk->router->cancelAll();
         QCOMPARE(desk->shell(u"exit 0"_s)["success"], QJsonValue(true));
     }
 
