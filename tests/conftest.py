@@ -1,7 +1,6 @@
 """What tests of whole programs start from."""
 import os
 import signal
-import subprocess
 import tempfile
 import threading
 from pathlib import Path
@@ -37,23 +36,3 @@ def model():
         yield server
         server.shutdown()
         thread.join()
-
-
-@pytest.fixture
-def own_mounts():
-    """Mounts that nobody else sees and that end with this process; gives a function that makes one."""
-    try:
-        os.unshare(os.CLONE_NEWNS)
-        subprocess.run(["mount", "--make-rprivate", "/"], check=True)
-    except (AttributeError, OSError, subprocess.CalledProcessError):
-        pytest.skip("mounts need root")
-    made = []
-
-    def mount(target, *arguments):
-        target.mkdir(exist_ok=True)
-        subprocess.run(["mount", *arguments, target], check=True)
-        made.append(target)
-
-    yield mount
-    for target in reversed(made):
-        subprocess.run(["umount", "-l", target], check=True)

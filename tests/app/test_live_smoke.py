@@ -52,7 +52,7 @@ def test_a_run_goes_to_its_end_unattended(vesk, model, smoke):
 
 
 @pytest.mark.parametrize("where, key, code", [(["project"], None, 2), ([], KEY, 2), ([""], KEY, 2),
-                                             (["", "--live-smoke", "project"], KEY, 2)])
+                                             (["", "--live-smoke", "project"], KEY, 2), (["/proc/x"], KEY, 1)])
 def test_without_a_folder_or_a_key_nobody_is_asked(vesk, model, smoke, where, key, code):
     assert smoke(*where, key=key).code == code
     assert not model.bodies and not vesk.project.exists()
@@ -64,14 +64,3 @@ def test_a_run_that_fails_says_so(vesk, model, smoke):
     ended = smoke("project")  # seen from the current folder
     assert ended.code == 1
     assert "\nRESULT FAILED elapsed_ms " in ended.err and " RetryScheduled " in ended.err
-
-
-@pytest.mark.parametrize("arguments, text", [
-    (["--live-smoke", "project", "--data-dir"], "Не указана папка данных"),
-    (["--live-smoke", "project", "--data-dir", "/proc/data"], "Не удалось создать папку данных: /proc/data"),
-    (["--live-smoke", "/proc/project", "--data-dir", "data"], "Cannot create workspace"),
-])
-def test_a_place_that_cannot_be_used_is_named(vesk, smoke, arguments, text):
-    smoke("")  # leaves the key in the store
-    ended = vesk.call(*arguments)
-    assert ended.code == 1 and text in ended.err

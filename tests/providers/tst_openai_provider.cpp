@@ -106,6 +106,10 @@ private Q_SLOTS:
         QVERIFY(client.waitFor(2));
         QCOMPARE(server.requests[1].header("Authorization"), QByteArray());
         QCOMPARE(server.requests[1].header("Cookie"), QByteArray());
+        client.provider.url = u"http://10.0.0.1/v1"_s; // is refused, and answered later all the same
+        client.ask();
+        QCOMPARE(client.results.size(), 2);
+        QVERIFY(client.waitFor(3));
     }
 
     void aReplyEndsExactlyOnce_data()

@@ -27,7 +27,6 @@ Item {
             CompactMenuItem { text: "<b>Скрыть</b>"; onTriggered: chosen = text }
         }
     }
-    Component { id: meshComponent; AmbientMesh { width: 200; height: 100 } }
     Component { id: spyComponent; SignalSpy {} }
 
     TestCase {
@@ -139,16 +138,6 @@ Item {
             menu.popup(root, 20, 20);
             compare(menu.opacity, 1);
             menu.close();
-        }
-        function test_theMeshStandsStillUnlessItIsToMove() {
-            const moving = createTemporaryObject(meshComponent, root, { animate: true });
-            const still = createTemporaryObject(meshComponent, root);
-            const hidden = createTemporaryObject(meshComponent, root, { animate: true, visible: false });
-            compare(still.opacity, .22);
-            tryVerify(() => moving.drift > .015);
-            compare(still.drift, 0);
-            compare(hidden.drift, 0);
-            compare(still.place(2, 0), Qt.point(116, Math.cos(.8) * 4));
         }
     }
 }

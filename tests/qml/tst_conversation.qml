@@ -162,10 +162,6 @@ Item {
                 of("PhaseChanged", "CODING", "фаза CODING"),
                 of("FileModified", "", "Сохранён файл a/b.js", { path: "a/b.js" }),
                 of("AgentStarted", "planner", "роль planner · начал работу"),
-                of("AgentFinished", "planner", "роль planner · завершил этап"),
-                of("AgentCreated", "planner", "роль planner · подключён"),
-                of("TaskCreated", "x", "Запрос принят"),
-                of("ToolFinished", "x", "Команда завершена"),
                 of("Unheard", "x", "Событие работы")
             ];
         }
@@ -188,8 +184,6 @@ Item {
                     "Подготовленные файлы\n• a.js — 5 символов\n• b.js — 0 символов",
                     "Решение проверки: Нужны исправления", "Замечания\n• Мало\n• {\n  \"line\": 3\n}", "План\nСначала",
                     "Требования\n[\n  \"x\"\n]", end] },
-                { tag: "another verdict", run: { id: "1", output: { verdict: "MAYBE" } },
-                  parts: ["Состояние: статус IDLE", "Решение проверки: MAYBE", end] },
                 { tag: "own agent", run: { role: "mine" }, profiles,
                   parts: ["Состояние: статус IDLE",
                     "Далее по схеме\nСледующий. Получатель ждёт завершения зависимостей.", never, end] },

@@ -90,7 +90,6 @@ private Q_SLOTS:
     void afterAnyChangesTheRowsAreTheList_data();
     void afterAnyChangesTheRowsAreTheList();
     void onlyTheRowsOfSomeKindsAreShown();
-    void aRowIsFoundByAField();
     void anotherListIsFollowedInstead();
 };
 
@@ -198,29 +197,12 @@ void RowsTest::onlyTheRowsOfSomeKindsAreShown()
     rows.setSource(&source);
     rows.setList(u"items"_s);
     const View view(rows);
-    rows.setWithout({u"progress"_s, u"file"_s});
-    QCOMPARE(rowsOf(rows), (QVariantList{row(1), row(4)}));
-    rows.setWithout({});
     rows.setOnly({u"progress"_s});
     QCOMPARE(rowsOf(rows), QVariantList{row(2, u"progress"_s)});
     QCOMPARE(view.shown, rowsOf(rows));
     const qsizetype told = view.told.size();
     source.become(source.items + QVariantList{row(5), row(6, u"file"_s)});
     QCOMPARE(view.told.size(), told);
-}
-
-void RowsTest::aRowIsFoundByAField()
-{
-    Source source;
-    source.items = {row(1), row(2), row(3)};
-    Rows rows;
-    rows.setSource(&source);
-    rows.setList(u"items"_s);
-    QCOMPARE(rows.find(u"id"_s, u"2"_s), row(2));
-    QCOMPARE(rows.find(u"id"_s, u"9"_s), QVariantMap());
-    QCOMPARE(rows.at(2), row(3));
-    QCOMPARE(rows.at(3), QVariantMap());
-    QCOMPARE(rows.at(-1), QVariantMap());
 }
 
 void RowsTest::anotherListIsFollowedInstead()

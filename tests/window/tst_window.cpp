@@ -2,6 +2,7 @@
 // model. A warning of a scene fails the test.
 
 #include "files.h"
+#include "json_text.h"
 #include "media_worker.h"
 #include "process_containment.h"
 #include "roles.h"
@@ -108,14 +109,11 @@ private Q_SLOTS:
 
     void aProjectIsMadeFromTheFirstWordToTheLast();
     void aRefusedLineStaysInTheInput();
-    void aProjectWithoutANameLeavesTheDialogOpen();
     void aRunIsPausedResumedAndStoppedWhileRequestsWait();
     void aPlanIsContinuedAndItsCommandAllowedByAClick();
     void aNarrowWindowHasRoomForOneColumn();
     void theTeamMayStandAtTheLeft();
     void withoutMotionNothingMoves();
-    void aPageIsShownByItsName_data();
-    void aPageIsShownByItsName();
     void anAgentIsOpenedByAClickAndItsSettingsByItsId();
     void theKeyboardReachesEveryControlAndIsSeenThere_data();
     void theKeyboardReachesEveryControlAndIsSeenThere();
@@ -164,6 +162,11 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
     QVERIFY(desk->tabTo(u"newProject"_s));
     desk->press(Qt::Key_Return);
     QTRY_VERIFY(desk->isOpen(u"projectDialog"_s));
+    desk->type(u" "_s);
+    desk->press(Qt::Key_Return);
+    QTRY_COMPARE(desk->text(u"messageStrip"_s, "message"), u"Укажите название проекта."_s);
+    QVERIFY(desk->isOpen(u"projectDialog"_s));
+    desk->press(Qt::Key_Backspace);
     desk->type(u"Счёты"_s);
     QVERIFY(desk->tabTo(u"createProject"_s));
     desk->press(Qt::Key_Space);
@@ -287,20 +290,6 @@ void WindowTest::aRefusedLineStaysInTheInput()
     QTRY_COMPARE(desk->text(u"projectButton"_s), u"Мой проект"_s);
 }
 
-void WindowTest::aProjectWithoutANameLeavesTheDialogOpen()
-{
-    QVERIFY(desk->click(u"newProject"_s));
-    QTRY_VERIFY(desk->isOpen(u"projectDialog"_s));
-    desk->type(u"  "_s);
-    desk->press(Qt::Key_Return);
-    QTRY_COMPARE(desk->text(u"messageStrip"_s, "message"), u"Укажите название проекта."_s);
-    QVERIFY(desk->isOpen(u"projectDialog"_s));
-    desk->type(u"Имя"_s);
-    QVERIFY(desk->click(u"createProject"_s));
-    QTRY_VERIFY(!desk->isOpen(u"projectDialog"_s));
-    QVERIFY(!desk->app().root().isEmpty());
-}
-
 void WindowTest::aRunIsPausedResumedAndStoppedWhileRequestsWait()
 {
     QVERIFY(!desk->item(u"pauseButton"_s));
@@ -399,9 +388,7 @@ void WindowTest::theTeamMayStandAtTheLeft()
     QTRY_VERIFY(leftOf("rightColumn") == 0);
     QVERIFY(leftOf("rightColumn") < leftOf("chatColumn") && leftOf("chatColumn") < leftOf("leftColumn"));
     desk->drag(middle("leftHandle"), middle("leftHandle") + QPoint(-30, 0));
-    desk->drag(middle("rightHandle"), middle("rightHandle") + QPoint(40, 0));
     QCOMPARE(desk->get("sidebarWidth").toInt(), 296);
-    QCOMPARE(desk->get("inspectorWidth").toInt(), 470);
     desk->open();
     QCOMPARE(desk->get("sidebarWidth").toInt(), 296);
     QTRY_COMPARE(leftOf("rightColumn"), 0);
@@ -418,45 +405,6 @@ void WindowTest::withoutMotionNothingMoves()
     QVERIFY(!mesh->property("animate").toBool());
     QVERIFY(desk->click(u"hideSidebar"_s));
     QVERIFY(!desk->item(u"leftColumn"_s));
-}
-
-void WindowTest::aPageIsShownByItsName_data()
-{
-    QTest::addColumn<QString>("page");
-    QTest::addColumn<QString>("opened");
-    QTest::addColumn<QString>("panel");
-    QTest::newRow("project") << u"Выбор проекта"_s << u"projectMenu"_s << u"agents"_s;
-    QTest::newRow("report") << u"Отчёт агента"_s << u"agentDetails"_s << u"agents"_s;
-    QTest::newRow("agents") << u"Настройки агентов"_s << u"workspaceSettings"_s << u"agents"_s;
-    QTest::newRow("api") << u"Модель и API"_s << u"connection"_s << u"agents"_s;
-    QTest::newRow("rename") << u"Переименование"_s << u"renameBox"_s << u"agents"_s;
-    QTest::newRow("files") << u"Файлы"_s << QString() << u"files"_s;
-    QTest::newRow("progress") << u"Ход работы"_s << QString() << u"agents"_s;
-    QTest::newRow("history") << u"История"_s << QString() << u"history"_s;
-}
-
-void WindowTest::aPageIsShownByItsName()
-{
-    QFETCH(QString, page);
-    QFETCH(QString, opened);
-    QFETCH(QString, panel);
-    if (page == u"Переименование"_s) {
-        startRun();
-        QTRY_VERIFY(rowAt(desk->item(u"threadList"_s), 0));
-        desk->app().stop();
-    }
-    desk->screen().setProperty("inspectorOpen", false);
-    desk->screen().setProperty("page", page);
-    if (opened.isEmpty())
-        QVERIFY(desk->get("inspectorOpen").toBool());
-    else
-        QTRY_VERIFY(desk->isOpen(opened));
-    QCOMPARE(desk->get("panel").toString(), panel);
-    if (page == u"Переименование"_s)
-        QCOMPARE(desk->item(u"renameEditor"_s)->property("selectedText").toString(), u"Диалог"_s);
-    if (opened == u"workspaceSettings"_s)
-        QCOMPARE(desk->screen().findChild<QObject *>(opened)->property("section").toInt(), 1);
-    QCOMPARE(namelessIn(desk->screen()), QString());
 }
 
 void WindowTest::anAgentIsOpenedByAClickAndItsSettingsByItsId()
@@ -482,26 +430,31 @@ void WindowTest::theKeyboardReachesEveryControlAndIsSeenThere_data()
 {
     QTest::addColumn<QString>("page");
     QTest::addColumn<QString>("popup");
-    QTest::newRow("team") << u"Ход работы"_s << QString();
-    QTest::newRow("files") << u"Файлы"_s << QString();
-    QTest::newRow("events") << u"История"_s << QString();
-    QTest::newRow("connection") << u"Модель и API"_s << u"connection"_s;
-    QTest::newRow("settings") << u"Настройки агентов"_s << u"workspaceSettings"_s;
-    QTest::newRow("report") << u"Отчёт агента"_s << u"agentDetails"_s;
+    QTest::addColumn<QString>("panel");
+    QTest::newRow("team") << u"Ход работы"_s << QString() << u"agents"_s;
+    QTest::newRow("files") << u"Файлы"_s << QString() << u"files"_s;
+    QTest::newRow("events") << u"История"_s << QString() << u"history"_s;
+    QTest::newRow("connection") << u"Модель и API"_s << u"connection"_s << QString();
+    QTest::newRow("settings") << u"Настройки агентов"_s << u"workspaceSettings"_s << QString();
+    QTest::newRow("report") << u"Отчёт агента"_s << u"agentDetails"_s << QString();
 }
 
 void WindowTest::theKeyboardReachesEveryControlAndIsSeenThere()
 {
     QFETCH(QString, page);
     QFETCH(QString, popup);
+    QFETCH(QString, panel);
     startRun();
     QTRY_VERIFY(desk->item(u"progressCard"_s));
     desk->app().stop();
     QTRY_VERIFY(desk->item(u"reportDetails"_s));
+    desk->screen().setProperty("inspectorOpen", panel.isEmpty());
     desk->screen().setProperty("page", page);
-    if (!popup.isEmpty())
+    QVERIFY(desk->get("inspectorOpen").toBool());
+    if (popup.isEmpty())
+        QCOMPARE(desk->get("panel").toString(), panel);
+    else
         QTRY_VERIFY(desk->isOpen(popup));
-
     QCOMPARE(namelessIn(desk->screen()), QString());
 
     QList<QQuickItem *> stops;
@@ -547,20 +500,17 @@ void WindowTest::whatIsTypedIsShownAsItIs()
                 == u"<u>Имя</u>"_s);
     desk->screen().setProperty("page", u"Выбор проекта"_s);
     QTRY_VERIFY(rowAt(desk->item(u"projectList"_s), 0));
-    const QSet<QString> marks{u"<b>"_s, u"<i>"_s, u"<u>"_s};
-    QSet<QString> seen;
+    QString seen;
     const QList<QQuickItem *> items = desk->visibleItems();
     for (const QQuickItem *item : items) {
         const QVariant format = item->property("textFormat");
         const QString text = item->property("text").toString();
-        for (const QString &mark : marks) {
-            if (!format.isValid() || !text.contains(mark))
-                continue;
-            seen.insert(mark);
-            QVERIFY2(format.toInt() == Qt::PlainText, qPrintable(text));
-        }
+        if (!format.isValid() || !text.contains(u'<'))
+            continue;
+        seen += text;
+        QVERIFY2(format.toInt() == Qt::PlainText, qPrintable(text));
     }
-    QCOMPARE(seen, marks);
+    QVERIFY(seen.contains(u"<b>"_s) && seen.contains(u"<i>"_s) && seen.contains(u"<u>"_s));
 }
 
 void WindowTest::aLongConversationFollowsItsEndUntilOneScrollsAway()
@@ -573,11 +523,9 @@ void WindowTest::aLongConversationFollowsItsEndUntilOneScrollsAway()
         store.atomic([&] {
             for (int i = 0; i < 2000; ++i) {
                 const QString id = QString::number(i);
+                const QString lines = (u"Строка "_s + id + u"\\n"_s).repeated(i % 7 + 1);
                 store.put(u"messages"_s, id, conversation,
-                          {{u"id"_s, id},
-                           {u"role"_s, i % 2 ? u"assistant"_s : u"user"_s},
-                           {u"content"_s, (u"Строка "_s + id + u'\n').repeated(i % 7 + 1)},
-                           {u"kind"_s, u"message"_s}});
+                          object(u"{'id':'%1','role':'user','content':'%2','kind':'message'}"_s.arg(id, lines)));
             }
         });
     }
