@@ -203,7 +203,8 @@ Descriptor ConfinedFolder::open(int folder, const QByteArray &path, int flags) c
 {
     if (walk == Walk::InKernel) {
         Descriptor file(openInKernel(folder, path, flags, belowOnly));
-        if (file || !lacksOpenat2(errno))
+        // The kernel takes no path longer than PATH_MAX and does not look at the links in it then.
+        if (file || !(lacksOpenat2(errno) || errno == ENAMETOOLONG))
             return file;
     }
     return openByComponent(folder, path, flags, false);

@@ -1,6 +1,7 @@
 #include "secret_file.h"
 
 #include "descriptor.h"
+#include "secret_lines.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -10,7 +11,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
-#include <optional>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -34,35 +34,6 @@ constexpr int lockPauseUs = 10000;
 struct Refusal {
     QString reason;
 };
-
-/// How a target's line begins.
-QByteArray beginning(const QString &target)
-{
-    return target.toUtf8().toPercentEncoding(":") + ' ';
-}
-
-/// The same bytes, not a copy of them.
-QByteArray asArray(QByteArrayView bytes)
-{
-    return QByteArray::fromRawData(bytes.data(), bytes.size());
-}
-
-/// The place of a line in the file's bytes, the line's end with it.
-struct Line {
-    qsizetype first = 0;
-    qsizetype end = 0;
-};
-
-std::optional<Line> findLine(QByteArrayView bytes, const QByteArray &beginning)
-{
-    for (Line line; line.first < bytes.size(); line.first = line.end) {
-        const qsizetype newline = bytes.indexOf('\n', line.first);
-        line.end = newline < 0 ? bytes.size() : newline + 1;
-        if (bytes.sliced(line.first, line.end - line.first).startsWith(beginning))
-            return line;
-    }
-    return {};
-}
 
 /// The data folder held open, with the file in it.
 class HeldFolder {
@@ -183,60 +154,19 @@ void HeldFolder::replace(const SecretBytes &bytes) const
     ::fsync(folder.get());
 }
 
-SecretAnswer readFrom(const HeldFolder &folder, const QString &target)
-{
-    if (!folder.exists())
-        return {SecretOutcome::Missing, {}, {}};
-    const SecretBytes bytes = folder.read();
-    const QByteArray start = beginning(target);
-    const std::optional<Line> line = findLine(bytes.view(), start);
-    if (!line)
-        return {SecretOutcome::Missing, {}, {}};
-
-    const QByteArrayView rest = bytes.view().sliced(line->first, line->end - line->first).sliced(start.size());
-    QByteArray::FromBase64Result decoded
-        = QByteArray::fromBase64Encoding(asArray(rest.trimmed()), QByteArray::AbortOnBase64DecodingErrors);
-    SecretBytes secret = SecretBytes::taken(std::move(decoded.decoded));
-    if (decoded.decodingStatus != QByteArray::Base64DecodingStatus::Ok)
-        throw Refusal{u"запись в файле ключей повреждена"_s};
-    return {SecretOutcome::Done, std::move(secret), {}};
-}
-
-/// The file's bytes without any line of this target.
-SecretBytes without(const SecretBytes &bytes, const QByteArray &start)
-{
-    SecretBytes kept;
-    QByteArrayView rest = bytes.view();
-    while (const std::optional<Line> line = findLine(rest, start)) {
-        kept.append(rest.first(line->first));
-        rest = rest.sliced(line->end);
-    }
-    kept.append(rest);
-    return kept;
-}
-
 void saveIn(const HeldFolder &folder, const QString &target, const SecretBytes &secret)
 {
     const Descriptor turn = folder.lock();
-    const QByteArray start = beginning(target);
-    SecretBytes bytes = without(folder.read(), start);
-    if (!bytes.view().isEmpty() && !bytes.view().endsWith('\n'))
-        bytes.append("\n");
-    bytes.append(start);
-    // Not a copy of the secret: it would be left in memory.
-    bytes.append(SecretBytes::taken(asArray(secret.view()).toBase64()).view());
-    bytes.append("\n");
-    folder.replace(bytes);
+    folder.replace(withSecret(folder.read().view(), target, secret));
 }
 
 SecretAnswer removeFrom(const HeldFolder &folder, const QString &target)
 {
-    const QByteArray start = beginning(target);
     // Looked at before the lock: most folders have no such file, and they are to stay without.
-    if (!folder.exists() || !findLine(folder.read().view(), start))
+    if (!folder.exists() || !hasSecret(folder.read().view(), target))
         return {SecretOutcome::Missing, {}, {}};
     const Descriptor turn = folder.lock();
-    folder.replace(without(folder.read(), start));
+    folder.replace(withoutSecret(folder.read().view(), target));
     return {SecretOutcome::Done, {}, {}};
 }
 
@@ -255,7 +185,8 @@ QString SecretFile::path() const
 SecretAnswer SecretFile::read(const QString &target) const
 {
     try {
-        return readFrom(HeldFolder(folder), target);
+        const HeldFolder held(folder);
+        return held.exists() ? secretOf(held.read().view(), target) : SecretAnswer{SecretOutcome::Missing, {}, {}};
     } catch (const Refusal &refusal) {
         return {SecretOutcome::Failed, {}, refusal.reason};
     }

@@ -106,7 +106,8 @@ private Q_SLOTS:
         // The disk is asked up to the first bad name, so the fault further left is the one that is told.
         for (const QString &path :
              {u"link"_s, u"link/x"_s, u"link/deep/missing"_s, u"dangling/x"_s, u"loop"_s, u"inside/x"_s,
-              u"folder/up/x"_s, u"link/con"_s, u"link/../x"_s, u"outside.txt"_s, u"proc"_s})
+              u"folder/up/x"_s, u"link/con"_s, u"link/../x"_s, u"outside.txt"_s, u"proc"_s,
+              u"link/"_s + u"я"_s.repeated(255), u"link"_s + u"/я"_s.repeated(2500)}) // NAME_MAX, PATH_MAX
             row(path, "Symlink paths are not allowed");
         row(u"con/link"_s, "Reserved device filename");
     }

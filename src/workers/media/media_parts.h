@@ -9,6 +9,8 @@
 #include <QString>
 #include <QStringList>
 
+class QIODevice;
+
 namespace vesk {
 
 constexpr qint64 maxAttachmentBytes = 268435456;
@@ -46,6 +48,8 @@ QJsonObject findFiles(const QJsonObject &job);
 QJsonObject importFile(const QJsonObject &job);
 void editImage(const QJsonObject &job, const QString &input, const QString &output);
 void editVideo(const QJsonObject &job, const QString &input, const QString &output);
+/// The lines of an OBJ file with its vertices scaled and moved as the job says.
+void moveVertices(const QJsonObject &job, QIODevice &from, QIODevice &to);
 void transformObj(const QJsonObject &job, const QString &input, const QString &output);
 
 } // namespace vesk

@@ -58,13 +58,8 @@ QByteArray movedVertex(const QByteArray &line, const Move &move)
 
 } // namespace
 
-void transformObj(const QJsonObject &job, const QString &input, const QString &output)
+void moveVertices(const QJsonObject &job, QIODevice &from, QIODevice &to)
 {
-    require(QFileInfo(input).suffix().toLower() == "obj"_L1, u"Преобразование геометрии поддерживает OBJ"_s);
-    QFile from(input);
-    require(from.open(QIODevice::ReadOnly) && from.size() <= maxObjBytes, u"OBJ не читается или превышает 64 МиБ"_s);
-    QSaveFile to(output);
-    require(to.open(QIODevice::WriteOnly), u"Ошибка записи OBJ"_s);
     const Move move = moveOf(job);
     bool atLineStart = true;
     while (!from.atEnd()) {
@@ -77,6 +72,16 @@ void transformObj(const QJsonObject &job, const QString &input, const QString &o
             line = movedVertex(line, move);
         require(to.write(line) == line.size(), u"Ошибка записи OBJ"_s);
     }
+}
+
+void transformObj(const QJsonObject &job, const QString &input, const QString &output)
+{
+    require(QFileInfo(input).suffix().toLower() == "obj"_L1, u"Преобразование геометрии поддерживает OBJ"_s);
+    QFile from(input);
+    require(from.open(QIODevice::ReadOnly) && from.size() <= maxObjBytes, u"OBJ не читается или превышает 64 МиБ"_s);
+    QSaveFile to(output);
+    require(to.open(QIODevice::WriteOnly), u"Ошибка записи OBJ"_s);
+    moveVertices(job, from, to);
     require(to.commit(), u"Ошибка сохранения OBJ"_s);
 }
 

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <QString>
+
+namespace vesk {
+
+/// A path of a project with forward slashes.
+QString slashed(QString path);
+
+/// What a relative path says by itself, before the disk is asked.
+struct JudgedPath {
+    QString good; ///< The components in front of the first bad one, with forward slashes.
+    QString fault; ///< Why that one, or the path as a whole, is refused; empty when it is not.
+};
+JudgedPath judged(const QString &relativePath);
+
+} // namespace vesk
