@@ -148,7 +148,6 @@ const verdicts = [
   ['outer-faults.html', 1, ['нашла ошибки:\n\n1. ', 'ReferenceError: start is not defined\n   ', '(reading \'length\')\n',
     '(reading \'items\')\n', 'Не проверено:\n- скрипт https://cdn.example/charts.js', '- ReferenceError: Chart is not defined']],
   ['outer-app.html', 0, ['Не проверено:\n- скрипт https://cdn.example/view.js', '- без скриптов из интернета на экране']],
-  ['outer-view.html', 0, ['- ReferenceError: View is not defined', '- без скриптов из интернета на экране']],
   ['hides.html', 1, ['Ошибка JavaScript, скрытая страницей: TypeError: Cannot read properties of null (reading \'focus\')\n'
     + '   hides.html:15:', 'Необработанный отказ Promise, скрытый страницей: Error: скрыто\n   hides.html:13:',
     'скрытая страницей: SyntaxError'], ['обработано', 'следит']],

@@ -20,7 +20,6 @@ export class Watch {
   #requests = new Map();
   #exceptions = new Map();
   #doubts = [];
-  #hasExcused = false;
 
   /** When a request last began, went on or ended, in milliseconds of performance.now(). */
   lastActivity = performance.now();
@@ -53,11 +52,10 @@ export class Watch {
     return this.#doubts.filter(({ name, text }) => refused.some(url => name || text.includes(url)));
   }
 
-  /** True when code of the page itself has not run for want of a script on the internet. */
+  /** True when the page lacks scripts on the internet. What it shows may be theirs, and many libraries call the page
+   *  instead of being called: no error tells then. */
   get isIncomplete() {
-    // A module whose import fails does not run at all, and no error is reported for it.
-    const isImport = ({ initiator }) => initiator?.type === 'script' && !initiator.stack;
-    return this.#hasExcused || this.#outerScripts.some(isImport);
+    return this.#outerScripts.length > 0;
   }
 
   get #outerScripts() {
@@ -67,7 +65,6 @@ export class Watch {
 
   /** Takes back what is no fault of the page. */
   excuse({ key, text, place }) {
-    this.#hasExcused = true;
     this.#findings.retract(key);
     this.#leave(place ? `${text} (${place})` : text);
   }
