@@ -121,7 +121,7 @@ export class Browser {
 
   #obituary(code, signal) {
     const lines = this.#errorText.trim().split('\n').slice(-3).join(' | ');
-    return `браузер завершился (${signal ?? `код ${code}`}): ${lines}`;
+    return `браузер завершился (${signal ?? `код ${code}`})${lines && `: ${lines}`}`;
   }
 }
 
