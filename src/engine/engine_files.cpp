@@ -148,8 +148,9 @@ void Engine::takeWritten(int index, const QString &path, const QJsonObject &resu
     node.revision = revision["revision"_L1].toInt();
     node.status = NodeStatus::reviewing;
     rearmChecksOf(graph.nodes, node.id);
-    installNewPackages(path);
-    publish(u"FileModified"_s, path + u" rev"_s + QString::number(node.revision), revision);
+    const int written = node.revision;
+    installNewPackages(path); // may add nodes, which moves them all
+    publish(u"FileModified"_s, path + u" rev"_s + QString::number(written), revision);
     reviewFile(index, revision);
 }
 
