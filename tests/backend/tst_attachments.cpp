@@ -230,8 +230,17 @@ void AttachmentsTest::aPictureNeedsAModelThatCanSee()
 
 void AttachmentsTest::aFollowUpQuestionKeepsItsFile()
 {
+    desk->sql(u"INSERT INTO files SELECT 'x', id, '{\"path\":\"gone\",\"hash\":\"x\"}', '' FROM projects"_s);
+    desk->reopen();
     attach({file(u"plan.txt"_s)});
     desk->call("sendMessage", {u"Создай калькулятор"_s});
+    QVERIFY2(desk->message().contains(u"удалён gone"_s), qPrintable(desk->message()));
+    QCOMPARE(attachments().size(), 1); // with the line that is still to be sent
+    desk->sql(u"DELETE FROM files"_s);
+    desk->reopen();
+    attach({file(u"plan.txt"_s)});
+    desk->call("sendMessage", {u"Создай калькулятор"_s});
+    QCOMPARE(desk->message(), QString());
     QCOMPARE(attachments().size(), 0);
     desk->call("stop");
     desk->call("newConversation");
