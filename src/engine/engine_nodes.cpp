@@ -36,6 +36,13 @@ QJsonObject dependencyOutput(QJsonObject output)
     return output;
 }
 
+/// What the engine counts in a node begins anew with it: a plan's own numbers would lift the limits.
+void dropCounters(QJsonObject &input)
+{
+    for (const auto key : {"fix_attempts"_L1, "output_repairs"_L1, "recovery_attempts"_L1, "recovery_fixes"_L1})
+        input.remove(key);
+}
+
 QJsonObject segmentOf(const QString &content, int target, int part)
 {
     const int current = int(content.size());
@@ -58,6 +65,7 @@ void Engine::activatePlan()
         node.status = NodeStatus::queued;
         node.output = {};
         node.revision = 0;
+        dropCounters(node.input);
     }
     tieLooseChecks(graph.nodes);
     const QJsonObject command = spec["build_command"_L1].toObject();

@@ -62,7 +62,11 @@ private Q_SLOTS:
 
     void anActivatedPlanStartsFresh()
     {
-        QJsonObject node = code(u"a.txt"_s);
+        QJsonObject node = code(u"a.txt"_s, {},
+                                {{u"fix_attempts"_s, -40},
+                                 {u"output_repairs"_s, -40},
+                                 {u"recovery_attempts"_s, -40},
+                                 {u"recovery_fixes"_s, QJsonArray{1}}});
         node[u"status"_s] = u"COMPLETED"_s;
         node[u"revision"_s] = 7;
         node[u"output"_s] = QJsonObject{{u"content"_s, u"old"_s}};
@@ -74,6 +78,7 @@ private Q_SLOTS:
         QCOMPARE(run.status(u"a.txt"_s), u"QUEUED"_s);
         QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 0);
         QVERIFY(run.node(u"a.txt"_s)[u"output"_s].toObject().isEmpty());
+        QCOMPARE(run.node(u"a.txt"_s)[u"input"_s].toObject().keys(), QStringList{u"path"_s});
     }
 
     void thereIsACheckpointBeforeTheFirstFile()
