@@ -41,10 +41,7 @@ const QStringList &keptSpecKeys()
 const QStringList &ownSpecKeys()
 {
     static const QStringList keys{
-        u"answer_only"_s,
-        u"checks_prepared"_s,
-        u"browser_check_prepared"_s,
-        u"verification_limitation"_s,
+        u"answer_only"_s,      u"checks_prepared"_s, u"browser_check_prepared"_s, u"verification_limitation"_s,
         u"final_fix_cycles"_s,
     };
     return keys;

@@ -150,6 +150,25 @@ private Q_SLOTS:
         }
     }
 
+    void noAmountOfResultsKeepsANodeFromItsRequest()
+    {
+        QJsonArray plan{shell(u"t"_s, u"head -c 100000 /dev/zero | tr '\\0' x; echo end"_s)};
+        QStringList all{u"t"_s};
+        for (int i = 0; i < 9; ++i) {
+            all.append(u"f%1.txt"_s.arg(i));
+            plan.append(code(all.constLast()));
+        }
+        plan.append(code(u"last.txt"_s, all));
+        PlannedRun run(plan);
+        run.engine.computerAccess = true;
+        for (const QString &path : std::as_const(all))
+            run.texts.insert(path, {text(12000)});
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        const QJsonObject order = run.orders(u"last.txt"_s).first();
+        QVERIFY(json(order).size() > 90000);
+        QVERIFY(order[u"dependencies"_s][0][u"stdout"_s].toString().endsWith(u"xend\n"_s));
+    }
+
     void onlyLongTextsAreWrittenInParts()
     {
         struct Row {
