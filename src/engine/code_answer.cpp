@@ -16,6 +16,7 @@ namespace vesk {
 namespace {
 
 constexpr qsizetype maxGraphAndFiles = TaskGraph::maxNodes + 1;
+constexpr qsizetype maxQuotedChars = 200;
 
 bool looksLikeList(const QString &path)
 {
@@ -84,6 +85,47 @@ QJsonObject fileAt(const QString &path, const QJsonArray &files)
 {
     const auto found = std::ranges::find_if(files, [&](const QJsonValue &file) { return pathOf(file) == path; });
     return found == files.end() ? QJsonObject() : QJsonValue(*found).toObject();
+}
+
+bool offersEdits(const QJsonObject &order)
+{
+    return order["previous_file"_L1]["content_truncated"_L1].toBool();
+}
+
+Edited edited(const QString &path, const QString &text, const QJsonArray &edits)
+{
+    struct Place {
+        qsizetype at;
+        qsizetype length;
+        QString text;
+    };
+    QList<Place> places;
+    for (qsizetype i = 0; i < edits.size(); ++i) {
+        const auto fault = [&](const QString &reason) {
+            const QString old = edits.at(i)["old"_L1].toString().left(maxQuotedChars);
+            return Edited{{}, u"Правка %1 файла %2 %3: «%4»"_s.arg(QString::number(i + 1), path, reason, old)};
+        };
+        const QString old = edits.at(i)["old"_L1].toString();
+        const qsizetype at = old.isEmpty() ? -1 : text.indexOf(old);
+        if (at < 0)
+            return fault(u"не подходит, такого текста в нём нет"_s);
+        if (text.indexOf(old, at + 1) >= 0)
+            return fault(u"неоднозначна, этот текст встречается в нём несколько раз"_s);
+        places.append({at, old.size(), edits.at(i)["new"_L1].toString()});
+    }
+
+    std::ranges::sort(places, {}, &Place::at);
+    Edited result;
+    qsizetype done = 0;
+    for (const Place &place : std::as_const(places)) {
+        if (place.at < done)
+            return {{}, u"Правки файла %1 пересекаются: «%2»"_s.arg(path, text.mid(place.at, maxQuotedChars))};
+        result.text += QStringView(text).sliced(done, place.at - done);
+        result.text += place.text;
+        done = place.at + place.length;
+    }
+    result.text += QStringView(text).sliced(done);
+    return result;
 }
 
 } // namespace vesk

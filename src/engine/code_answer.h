@@ -29,4 +29,16 @@ QString filesFault(const QJsonArray &files, const FileBounds &bounds);
 /// The file with this path, or an empty object.
 QJsonObject fileAt(const QString &path, const QJsonArray &files);
 
+/// Whether a coder's order lets the answer change the file by edits: it shows only passages of it.
+bool offersEdits(const QJsonObject &order);
+
+/// A text with edits carried out, or why they cannot be.
+struct Edited {
+    QString text;
+    QString fault; ///< To be told to the coder; empty when there is none.
+};
+
+/// Carries out edits of "old" and "new": each "old" stands in the text exactly once, and no two overlap.
+Edited edited(const QString &path, const QString &text, const QJsonArray &edits);
+
 } // namespace vesk

@@ -31,6 +31,7 @@ class ILLMProvider;
 struct LLMResult;
 class PermissionManager;
 struct ProjectCheck;
+struct RoomFacts;
 class Store;
 class ToolRouter;
 class Workspace;
@@ -217,8 +218,9 @@ private:
     QJsonObject customAgentFor(const QString &role, const QJsonObject &artifact) const;
     void labelJob(Job &job, const QJsonObject &custom);
     QJsonObject requestTask(const QString &role) const;
-    qsizetype inputChars(const QString &role, const QJsonObject &artifact) const;
     QJsonObject requestInput(const QString &role, QJsonObject artifact) const;
+    RoomFacts roomFacts(const QJsonObject &artifact) const;
+    QStringList namedIn(const QJsonObject &node, const QJsonArray &fixes) const;
     void addInstructions(Job &job, const QJsonObject &custom) const;
     void queueJob(std::shared_ptr<Job> job);
     void receive(const std::shared_ptr<Job> &job, const LLMResult &result);
@@ -251,7 +253,8 @@ private:
     // engine_files.cpp
     QString faultOf(int index, const QJsonArray &files) const;
     QString pathFault(const QString &path) const;
-    void repairFileList(int index, const QString &expected, const QString &fault);
+    QJsonArray assembled(const QJsonArray &files, const QString &expected, QString &fault) const;
+    void repairFileList(int index, const QString &fault, const QString &change);
     QList<std::pair<int, QJsonObject>> splitOff(int index, const QJsonArray &files, const QString &primaryPath);
     void writeFile(int index, const QJsonObject &file);
     void takeWritten(int index, const QString &path, const QJsonObject &result);
@@ -283,9 +286,9 @@ private:
     void noteLimitation(int index, const QString &text);
 
     // engine_validation.cpp
-    QJsonArray compactGraph(qsizetype printed) const;
+    QJsonArray compactGraph() const;
     QJsonObject validatorContext() const;
-    QJsonArray projectFiles(qsizetype left) const;
+    QJsonArray projectFiles() const;
     void passGates();
     void reworkAfterValidation(const QJsonObject &review);
 

@@ -23,14 +23,26 @@ QString filePath(const QJsonValue &file)
 
 void Engine::writeCodeResult(int index, const QJsonObject &answer)
 {
-    const QJsonArray files = answer["files"_L1].toArray();
+    QJsonArray files = answer["files"_L1].toArray();
     const QString expected = expectedPath(pathOf(graph.nodes.at(index)), files);
     if (expected != pathOf(graph.nodes.at(index)))
         graph.nodes[index].input["path"_L1] = expected;
 
-    const QString fault = faultOf(index, files);
+    QString fault;
+    files = assembled(files, expected, fault);
     if (!fault.isEmpty()) {
-        repairFileList(index, expected, fault);
+        repairFileList(index, fault,
+                       u"Повтори правки файла "_s + expected
+                           + u": old дословно повторяет текст, который встречается в файле ровно один раз; правки не "
+                             u"пересекаются."_s);
+        return;
+    }
+    fault = faultOf(index, files);
+    if (!fault.isEmpty()) {
+        repairFileList(index, fault,
+                       u"Верни только полный файл "_s + expected
+                           + u". Не изменяй пути других узлов. Дополнительные файлы должны иметь уникальные пути "
+                             u"внутри проекта."_s);
         return;
     }
 
@@ -42,6 +54,32 @@ void Engine::writeCodeResult(int index, const QJsonObject &answer)
     }
     if (busy())
         writeFile(index, fileAt(expected, files));
+}
+
+/// The files with their whole texts: edits of the node's own file are carried out on what stands there.
+QJsonArray Engine::assembled(const QJsonArray &files, const QString &expected, QString &fault) const
+{
+    QJsonArray whole;
+    for (const QJsonValue &value : files) {
+        QJsonObject file = value.toObject();
+        const QJsonArray edits = file.take("edits"_L1).toArray();
+        const QString path = filePath(file);
+        if (!edits.isEmpty() && file["content"_L1].toString().isEmpty()) {
+            const QJsonObject known = workspace.latest(path);
+            if (path != expected || known.isEmpty() || known["deleted"_L1].toBool()) {
+                fault = u"Нет текста, в который можно внести правки: "_s + path;
+                return {};
+            }
+            const Edited result = edited(path, QString::fromUtf8(workspace.read(path)), edits);
+            if (!result.fault.isEmpty()) {
+                fault = result.fault;
+                return {};
+            }
+            file["content"_L1] = result.text;
+        }
+        whole.append(file);
+    }
+    return whole;
 }
 
 QString Engine::faultOf(int index, const QJsonArray &files) const
@@ -67,7 +105,7 @@ QString Engine::pathFault(const QString &path) const
     }
 }
 
-void Engine::repairFileList(int index, const QString &expected, const QString &fault)
+void Engine::repairFileList(int index, const QString &fault, const QString &change)
 {
     QJsonObject &input = graph.nodes[index].input;
     const int repairs = input["output_repairs"_L1].toInt();
@@ -77,8 +115,6 @@ void Engine::repairFileList(int index, const QString &expected, const QString &f
     }
     input["output_repairs"_L1] = repairs + 1;
     publish(u"AutomaticCorrection"_s, u"Уточняю список файлов: "_s + fault);
-    const QString change = u"Верни только полный файл "_s + expected
-        + u". Не изменяй пути других узлов. Дополнительные файлы должны иметь уникальные пути внутри проекта."_s;
     codeNode(index, {QJsonObject{{u"issues"_s, QJsonArray{fault}}, {u"required_changes"_s, QJsonArray{change}}}});
 }
 

@@ -37,6 +37,16 @@ const QStringList &keptSpecKeys()
     return keys;
 }
 
+/// What the engine itself notes in the task: an answer that brings these would switch off checks and limits.
+const QStringList &ownSpecKeys()
+{
+    static const QStringList keys{
+        u"answer_only"_s,      u"checks_prepared"_s, u"browser_check_prepared"_s, u"verification_limitation"_s,
+        u"final_fix_cycles"_s,
+    };
+    return keys;
+}
+
 } // namespace
 
 void Engine::intake()
@@ -119,6 +129,8 @@ QJsonObject Engine::newDelegations(const QJsonArray &orders)
 void Engine::mergeSpec(const QJsonObject &answer)
 {
     QJsonObject merged = answer;
+    for (const QString &key : ownSpecKeys())
+        merged.remove(key);
     for (const QString &key : keptSpecKeys())
         merged[key] = spec.contains(key) ? spec[key] : QJsonValue(QJsonValue::Null);
     spec = merged;

@@ -4,8 +4,11 @@
 #include "engine_p.h"
 
 #include "chat_reply.h"
+#include "code_answer.h"
+#include "file_excerpt.h"
 #include "output_contract.h"
 #include "prompt_notes.h"
+#include "request_room.h"
 #include "retry.h"
 
 #include <QPointer>
@@ -25,6 +28,13 @@ constexpr int largestParallel = 8;
 QString runIdOf(const Job &job)
 {
     return job.run["id"_L1].toString();
+}
+
+/// The file that a request is about; empty when it is about none.
+QString fileOf(const QJsonObject &artifact)
+{
+    const QString reviewed = artifact["file"_L1]["path"_L1].toString();
+    return reviewed.isEmpty() ? artifact["node"_L1]["input"_L1]["path"_L1].toString() : reviewed;
 }
 
 QString taskOf(const Job &job)
@@ -166,17 +176,46 @@ QJsonObject Engine::requestTask(const QString &role) const
     return task;
 }
 
-/// The length of a request's input before any memory is added.
-qsizetype Engine::inputChars(const QString &role, const QJsonObject &artifact) const
-{
-    return json({{u"task"_s, requestTask(role)}, {u"artifact"_s, artifact}, {u"memory"_s, QJsonArray()}}).size();
-}
-
 QJsonObject Engine::requestInput(const QString &role, QJsonObject artifact) const
 {
     artifact.remove("workflow_agent"_L1);
-    return ContextManager::select(requestTask(role), artifact, store.list(u"memory_entries"_s, workspace.project()),
+    const QJsonObject task = requestTask(role);
+    const auto chars = [&] { return json({{u"task"_s, task}, {u"artifact"_s, artifact}, {u"memory"_s, {}}}).size(); };
+    if (const qsizetype excess = chars() - maxContextChars; excess > 0)
+        artifact = fitted(artifact, json(artifact).size() - excess, roomFacts(artifact));
+    const QString path = fileOf(artifact);
+    require(
+        path.isEmpty() || chars() <= maxContextChars,
+        u"Задание для файла %1 не помещается в один запрос к модели: в нём %2 символов, а помещается %3."_s.arg(path)
+            .arg(chars())
+            .arg(maxContextChars));
+    return ContextManager::select(task, artifact, store.list(u"memory_entries"_s, workspace.project()),
                                   maxContextChars);
+}
+
+RoomFacts Engine::roomFacts(const QJsonObject &artifact) const
+{
+    const QJsonObject file = artifact["file"_L1].toObject();
+    RoomFacts facts;
+    facts.distances = dependencyDistances(graph.nodes, artifact["node"_L1]["id"_L1].toString());
+    facts.named = namedIn(artifact["node"_L1].toObject(), artifact["fixes"_L1].toArray());
+    if (file["revision"_L1].toInt() > 1) {
+        const QJsonArray revisions = store.list(u"file_revisions"_s, workspace.project());
+        for (const QJsonValue &revision : revisions) {
+            if (revision["path"_L1] == file["path"_L1]
+                && revision["revision"_L1].toInt() == file["revision"_L1].toInt() - 1)
+                facts.before = revision["content"_L1].toString();
+        }
+    }
+    return facts;
+}
+
+/// What tells which passages of a file a job is about.
+QStringList Engine::namedIn(const QJsonObject &node, const QJsonArray &fixes) const
+{
+    QStringList named{spec["original_request"_L1].toString(), spec["clarification"_L1].toString(),
+                      node["title"_L1].toString()};
+    return named << textsIn(node["input"_L1]) << textsIn(fixes);
 }
 
 /// What skills and the user's agents add to input and prompt, in the fixed order of the notes.
@@ -198,6 +237,8 @@ void Engine::addInstructions(Job &job, const QJsonObject &custom) const
         prompt += autonomousNote();
     if (job.context["artifact"_L1].toObject().contains("segment"_L1))
         prompt += segmentNote();
+    if (offersEdits(job.context["artifact"_L1].toObject()))
+        prompt += editsNote();
 }
 
 void Engine::queueJob(std::shared_ptr<Job> job)
@@ -316,7 +357,7 @@ bool Engine::acceptAnswer(const std::shared_ptr<Job> &job, const QString &conten
 {
     try {
         answer = parseObject(content);
-        validateOutput(job->role, answer);
+        validateOutput(job->role, answer, offersEdits(job->context["artifact"_L1].toObject()));
         return true;
     } catch (const std::exception &fault) {
         if (job->formatRepairs > 0)

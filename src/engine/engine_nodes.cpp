@@ -2,6 +2,7 @@
 
 #include "engine_p.h"
 
+#include "file_excerpt.h"
 #include "rework.h"
 
 #include <algorithm>
@@ -13,6 +14,8 @@ namespace vesk {
 namespace {
 
 constexpr qsizetype maxDependencyChars = 12000;
+constexpr qsizetype maxWholeFile = 30000; ///< A longer one no answer can bring whole.
+constexpr qsizetype maxPassages = 24000;
 constexpr int segmentedFromChars = 12000;
 constexpr int segmentChars = 6000;
 constexpr int smallestSegment = 300;
@@ -34,6 +37,13 @@ QJsonObject dependencyOutput(QJsonObject output)
         output["content_truncated"_L1] = true;
     }
     return output;
+}
+
+/// What the engine counts in a node begins anew with it: a plan's own numbers would lift the limits.
+void dropCounters(QJsonObject &input)
+{
+    for (const auto key : {"fix_attempts"_L1, "output_repairs"_L1, "recovery_attempts"_L1, "recovery_fixes"_L1})
+        input.remove(key);
 }
 
 QJsonObject segmentOf(const QString &content, int target, int part)
@@ -58,6 +68,7 @@ void Engine::activatePlan()
         node.status = NodeStatus::queued;
         node.output = {};
         node.revision = 0;
+        dropCounters(node.input);
     }
     tieLooseChecks(graph.nodes);
     const QJsonObject command = spec["build_command"_L1].toObject();
@@ -218,7 +229,10 @@ QJsonObject Engine::codingPayload(const Node &node, const QJsonArray &fixes) con
 
     QJsonObject file = workspace.latest(pathOf(node));
     if (!file.isEmpty() && !file.value("deleted"_L1).toBool()) {
-        file["content"_L1] = QString::fromUtf8(workspace.read(pathOf(node)));
+        const QString text = QString::fromUtf8(workspace.read(pathOf(node)));
+        file["content"_L1] = text;
+        if (text.size() > maxWholeFile)
+            file = excerpted(file, namedLines(text, namedIn(withoutOutput(node), fixes)), maxPassages);
         payload["previous_file"_L1] = file;
     }
 

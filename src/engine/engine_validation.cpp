@@ -6,7 +6,6 @@
 #include "rework.h"
 
 #include <algorithm>
-#include <limits>
 
 using namespace Qt::StringLiterals;
 
@@ -15,11 +14,8 @@ namespace vesk {
 namespace {
 
 constexpr int maxFinalFixCycles = 6;
-constexpr qsizetype maxCheckOutput = 16000;
 constexpr qsizetype maxFileChars = 12000;
 constexpr qsizetype maxProjectChars = 64000;
-constexpr qsizetype wholeOutput = std::numeric_limits<qsizetype>::max();
-constexpr qsizetype shortestOutput = 1000;
 
 } // namespace
 
@@ -45,19 +41,13 @@ void Engine::finalValidation()
     });
 }
 
-/// The graph with the size of each text in place of the text, and of what programs printed the last `printed`
-/// characters of each channel.
-QJsonArray Engine::compactGraph(qsizetype printed) const
+/// The graph with the size of each text in place of the text.
+QJsonArray Engine::compactGraph() const
 {
     QJsonArray compact;
     for (const Node &node : graph.nodes) {
         QJsonObject output = node.output;
         output["content_chars"_L1] = output.take("content"_L1).toString().size();
-        for (const QString &channel : {u"stdout"_s, u"stderr"_s}) {
-            const QString text = output.value(channel).toString();
-            if (text.size() > printed)
-                output[channel] = text.right(printed);
-        }
         QJsonObject object = node.toJson();
         object["output"_L1] = output;
         compact.append(object);
@@ -65,29 +55,21 @@ QJsonArray Engine::compactGraph(qsizetype printed) const
     return compact;
 }
 
-/// Graph, files and open fixes. Together they may be more than a request holds, and then no such task could ever end:
-/// what programs printed gives way first, a megabyte each at most, then the files, by what is too much.
+/// Graph, files and all fixes; what is too much for a request is left to its making.
 QJsonObject Engine::validatorContext() const
 {
-    QJsonObject context{
-        {u"graph"_s, compactGraph(wholeOutput)},
-        {u"project_files"_s, projectFiles(maxProjectChars)},
+    return {
+        {u"graph"_s, compactGraph()},
+        {u"project_files"_s, projectFiles()},
         {u"open_fixes"_s, store.list(u"fix_requests"_s, taskId)},
     };
-    const auto excess = [&] { return inputChars(u"validator"_s, context) - maxContextChars; };
-    for (qsizetype printed = maxCheckOutput; excess() > 0 && printed >= shortestOutput; printed /= 2)
-        context["graph"_L1] = compactGraph(printed);
-    for (qsizetype room = maxProjectChars; excess() > 0 && room > 0;) {
-        room -= std::min(room, excess());
-        context["project_files"_L1] = projectFiles(room);
-    }
-    return context;
 }
 
-/// The start of each file; `left` is the room for all of them, in characters.
-QJsonArray Engine::projectFiles(qsizetype left) const
+/// The start of each file, as far as there is room for all of them.
+QJsonArray Engine::projectFiles() const
 {
     QJsonArray files;
+    qsizetype left = maxProjectChars;
     for (const Node &node : graph.nodes) {
         if (!isCode(node))
             continue;

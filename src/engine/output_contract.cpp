@@ -61,17 +61,33 @@ void requireStructure(const QJsonObject &result)
     require(result["items"_L1].isArray(), u"Structure requires items"_s);
 }
 
+bool isEdit(const QJsonValue &value)
+{
+    return isText(value["old"_L1]) && isText(value["new"_L1]);
+}
+
 bool isFile(const QJsonValue &value)
 {
     return isText(value["path"_L1]) && isText(value["content"_L1]);
 }
 
-void requireFiles(const QJsonObject &result)
+bool isEditedFile(const QJsonValue &value)
+{
+    const QJsonArray edits = value["edits"_L1].toArray();
+    return isText(value["path"_L1]) && !edits.isEmpty() && std::ranges::all_of(edits, isEdit);
+}
+
+void requireFiles(const QJsonObject &result, bool editsOffered)
 {
     const QJsonArray files = result["files"_L1].toArray();
     require(!files.isEmpty(), u"Code output needs files"_s);
     require(files.size() <= maxFiles, u"Too many files per node"_s);
-    require(std::ranges::all_of(files, isFile), u"File requires path and content"_s);
+    for (const QJsonValue &file : files) {
+        if (editsOffered)
+            require(isFile(file) || isEditedFile(file), u"File requires path and content, or edits of old and new"_s);
+        else
+            require(isFile(file), u"File requires path and content"_s);
+    }
 }
 
 void requireQuestion(const QJsonObject &result)
@@ -99,18 +115,23 @@ void requireSummary(const QJsonObject &result)
 Contract contractOf(const QString &role)
 {
     static const QHash<QString, Contract> contracts{
-        {u"planner"_s, requirePlan}, {u"orchestrator"_s, requireSpec},        {u"structure"_s, requireStructure},
-        {u"coding"_s, requireFiles}, {u"coordinator"_s, requireCoordination},
+        {u"planner"_s, requirePlan},
+        {u"orchestrator"_s, requireSpec},
+        {u"structure"_s, requireStructure},
+        {u"coordinator"_s, requireCoordination},
     };
     return givesVerdict(role) ? requireVerdict : contracts.value(role, requireSummary);
 }
 
 } // namespace
 
-void validateOutput(const QString &role, const QJsonObject &result)
+void validateOutput(const QString &role, const QJsonObject &result, bool editsOffered)
 {
     require(!result.isEmpty(), u"Empty result"_s);
-    contractOf(role)(result);
+    if (role == "coding"_L1)
+        requireFiles(result, editsOffered);
+    else
+        contractOf(role)(result);
 }
 
 } // namespace vesk

@@ -48,6 +48,16 @@ QString segmentNote()
            u"Length requirements override compact-code advice. This is a prose document, not source code."_s;
 }
 
+QString editsNote()
+{
+    return u"\nEDIT MODE: previous_file is too long to be shown whole. Its content holds passages, with lines in square "
+           u"brackets for what is left out; outline lists headings and symbols of the whole file with line numbers. "
+           u"Return for this path edits:[{old:string,new:string}] in place of content: old is text copied exactly "
+           u"from a passage, without any bracket line, long enough to occur exactly once in the file; new replaces "
+           u"it. Edits must not overlap, and all other text stays as it is. Return content only if you replace the "
+           u"whole file. Other files have content as usual."_s;
+}
+
 QString chatRouterSkillNote()
 {
     return u"\nUse role_skill_instructions as relevant guidance, preserving routing and the JSON schema."_s;

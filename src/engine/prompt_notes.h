@@ -19,6 +19,9 @@ QString autonomousNote();
 /// For a job that writes one segment of a long document.
 QString segmentNote();
 
+/// For a job that sees only passages of the file that it changes.
+QString editsNote();
+
 /// Always behind the prompt "chat_router".
 QString chatRouterSkillNote();
 

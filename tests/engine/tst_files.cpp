@@ -1,6 +1,8 @@
 #include "json_text.h"
 #include "planned_run.h"
 
+#include "prompt_notes.h"
+
 #include <QTest>
 
 using namespace vesk;
@@ -56,6 +58,45 @@ private Q_SLOTS:
             QCOMPARE(run.workspace.files().size(), 2);
             QCOMPARE(QDir(outside.path()).count(), 2u); // but for . and ..
         }
+    }
+
+    void aLongFileIsChangedByEdits()
+    {
+        QString text;
+        for (int i = 0; i < 7000; ++i)
+            text += u"const name%1 = 1;\n"_s.arg(i);
+        const auto edit = [](const QString &old, const QString &path = u"a.txt"_s) {
+            const QJsonArray edits{QJsonObject{{u"old"_s, old}, {u"new"_s, u"let name6000 = 2;"_s}}};
+            return QJsonObject{{u"files"_s, QJsonArray{QJsonObject{{u"path"_s, path}, {u"edits"_s, edits}}}}};
+        };
+        PlannedRun run({code(u"a.txt"_s, {}, {{u"instructions"_s, u"Поправь name6000"_s}})});
+        run.coder = [&](const QJsonObject &, int nth) {
+            // Edits are no answer to an order that does not offer them.
+            const QList<QJsonObject> answers{edit(u"x"_s), filesAnswer({{u"a.txt"_s, text}}), edit(u"const"_s),
+                                             edit(u"1"_s, u"b.txt"_s), edit(u"const name6000 = 1;"_s)};
+            return answers.value(nth);
+        };
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QVERIFY(run.artifact(u"correctness_reviewer"_s)[u"file"_s][u"content"_s].toString().size() > 70000);
+        QCOMPARE(run.fileContent(u"a.txt"_s), text.toUtf8());
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+
+        QCOMPARE(run.fileContent(u"a.txt"_s),
+                 QString(text).replace(u"const name6000 = 1;"_s, u"let name6000 = 2;"_s).toUtf8());
+        QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 2);
+        QCOMPARE(run.messages(u"AutomaticCorrection"_s),
+                 (QStringList{u"Уточняю список файлов: Правка 1 файла a.txt неоднозначна, этот текст встречается в нём "
+                              "несколько раз: «const»"_s,
+                              u"Уточняю список файлов: Нет текста, в который можно внести правки: b.txt"_s}));
+        const QJsonObject previous = run.orders(u"a.txt"_s).last()[u"previous_file"_s].toObject();
+        QVERIFY(previous[u"content_truncated"_s].toBool());
+        QVERIFY(previous[u"content"_s].toString().contains(u"\nconst name6000 = 1;\n"_s));
+        QVERIFY(previous[u"content"_s].toString().size() < 30000);
+        for (const LLMRequest &request : std::as_const(run.model.requests))
+            QCOMPARE(request.system.endsWith(editsNote()),
+                     request.input[u"artifact"_s].toObject().contains(u"previous_file"_s));
+        const QJsonObject reviewed = run.artifact(u"integration_reviewer"_s, 1)[u"file"_s].toObject();
+        QVERIFY(reviewed[u"content"_s].toString().contains(u"name5999 = 1;\nlet name6000 = 2;\nconst name6001"_s));
     }
 
     void theFourthBadListEndsTheRun()

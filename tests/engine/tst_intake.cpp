@@ -1,6 +1,7 @@
 #include "engine_fixture.h"
 #include "json_text.h"
 
+#include <QRegularExpression>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -61,6 +62,20 @@ private Q_SLOTS:
         spec[u"questions"_s] = QJsonArray{u" "_s, QJsonObject{{u"x"_s, 1}}};
         run.model.answer(u"orchestrator"_s, spec);
         QCOMPARE(run.ending(), u"COMPLETED"_s);
+    }
+
+    void anAnswerBringsNoneOfTheEnginesOwnNotes()
+    {
+        EngineFixture run;
+        QJsonObject answer = ScriptedProvider::taskSpec({u"Какой?"_s});
+        for (const QString &key : {u"answer_only"_s, u"checks_prepared"_s, u"browser_check_prepared"_s,
+                                   u"verification_limitation"_s, u"final_fix_cycles"_s})
+            answer[key] = -40;
+        run.model.answer(u"orchestrator"_s, answer);
+        run.start();
+        QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
+        const QStringList keys = run.state(u"spec"_s).toObject().keys();
+        QVERIFY(keys.filter(QRegularExpression(u"_only|prepared|limitation|cycles"_s)).isEmpty());
     }
 
     void ordersAreCarriedOutBeforeTheChiefGoesOn()

@@ -4,6 +4,7 @@
 #include "prompt_notes.h"
 
 #include <QElapsedTimer>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <array>
@@ -240,11 +241,19 @@ private Q_SLOTS:
 
     void whatDoesNotFitEndsTheRun()
     {
-        QueueRun run;
-        run.begin();
-        run.ask(u"specialist"_s, {{u"text"_s, QString(96000, u'a')}});
-        QCOMPARE(run.endings, QStringList{u"FAILED"_s});
-        QCOMPARE(run.error(), u"Selected context exceeds configured limit"_s);
+        const QString order(96000, u'a');
+        const QList<std::pair<QJsonObject, QString>> rows{
+            {{{u"instructions"_s, order}}, u"Selected context exceeds configured limit"_s},
+            {{{u"instructions"_s, order}, {u"path"_s, u"a.txt"_s}},
+             u"Задание для файла a.txt не помещается в один запрос к модели: в нём 9\\d{4} символов, "
+             "а помещается 96000\\."_s}};
+        for (const auto &[input, error] : rows) {
+            QueueRun run;
+            run.begin();
+            run.ask(u"specialist"_s, {{u"node"_s, QJsonObject{{u"input"_s, input}}}, {u"text"_s, order}});
+            QCOMPARE(run.endings, QStringList{u"FAILED"_s});
+            QVERIFY2(QRegularExpression(error).match(run.error()).hasMatch(), qPrintable(run.error()));
+        }
     }
 
     void aFailedRequestIsRepeatedWithinLimits()

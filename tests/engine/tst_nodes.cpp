@@ -59,10 +59,13 @@ private Q_SLOTS:
     void anActivatedPlanStartsFresh()
     {
         const QJsonObject done = object(u"{'status':'COMPLETED','revision':7,'output':{'content':'old'}}"_s);
-        PlannedRun run({ScriptedProvider::with(code(u"a.txt"_s), done)});
+        const QJsonObject counters = object(u"{'fix_attempts':-40,'output_repairs':-40,'recovery_attempts':-40,"
+                                            "'recovery_fixes':[1]}"_s);
+        PlannedRun run({ScriptedProvider::with(code(u"a.txt"_s, {}, counters), done)});
         run.start(u"Сделай"_s, true);
         QVERIFY(run.runToPhase(u"PREVIEW"_s));
-        QCOMPARE(fields(run.node(u"a.txt"_s), u"status revision output"_s), u"QUEUED 0 {}"_s);
+        QCOMPARE(fields(run.node(u"a.txt"_s), u"status revision output input"_s),
+                 u"QUEUED 0 {} {\"path\":\"a.txt\"}"_s);
     }
 
     void thereIsACheckpointBeforeTheFirstFile()
@@ -126,6 +129,25 @@ private Q_SLOTS:
             QCOMPARE(seen[u"content_truncated"_s].toBool(), chars > 12000);
             QCOMPARE(run.node(u"a.txt"_s)[u"output"_s][u"content"_s].toString().size(), chars);
         }
+    }
+
+    void noAmountOfResultsKeepsANodeFromItsRequest()
+    {
+        QJsonArray plan{shell(u"t"_s, u"head -c 100000 /dev/zero | tr '\\0' x; echo end"_s)};
+        QStringList all{u"t"_s};
+        for (int i = 0; i < 9; ++i) {
+            all.append(u"f%1.txt"_s.arg(i));
+            plan.append(code(all.constLast()));
+        }
+        plan.append(code(u"last.txt"_s, all));
+        PlannedRun run(plan);
+        run.engine.computerAccess = true;
+        for (const QString &path : std::as_const(all))
+            run.texts.insert(path, {text(12000)});
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        const QJsonObject order = run.orders(u"last.txt"_s).first();
+        QVERIFY(json(order).size() > 90000);
+        QVERIFY(order[u"dependencies"_s][0][u"stdout"_s].toString().endsWith(u"xend\n"_s));
     }
 
     void onlyLongTextsAreWrittenInParts()
