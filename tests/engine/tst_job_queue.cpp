@@ -238,15 +238,6 @@ private Q_SLOTS:
         QCOMPARE(run.model.input(u"planner"_s).keys(), (QStringList{u"artifact"_s, u"memory"_s, u"task"_s}));
     }
 
-    void whatDoesNotFitEndsTheRun()
-    {
-        QueueRun run;
-        run.begin();
-        run.ask(u"specialist"_s, {{u"text"_s, QString(96000, u'a')}});
-        QCOMPARE(run.endings, QStringList{u"FAILED"_s});
-        QCOMPARE(run.error(), u"Selected context exceeds configured limit"_s);
-    }
-
     void aFailedRequestIsRepeatedWithinLimits()
     {
         // r: fails for now, t: is cut off, e: fails for good, x: no JSON, g: good
