@@ -1,4 +1,5 @@
 #include "error_of.h"
+#include "json_text.h"
 #include "task_graph.h"
 
 #include <QTest>
@@ -19,59 +20,43 @@ QJsonObject node(const QString &id, const QStringList &dependencies = {}, int pr
             {u"priority"_s, priority}};
 }
 
-QJsonObject with(QJsonObject object, const QString &key, const QJsonValue &value)
-{
-    object[key] = value;
-    return object;
-}
-
-QJsonArray manyNodes(int count)
-{
-    QJsonArray array;
-    for (int i = 0; i < count; ++i)
-        array.append(node(QString::number(i)));
-    return array;
-}
-
 } // namespace
 
 class TaskGraphTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void aFaultyPlanIsRefusedWithItsFirstFault_data()
+    void aPlanIsRefusedWithItsFirstFault()
     {
-        const auto chars = [](const QJsonValue &count) {
-            return QJsonArray{with(node(u"a"_s), u"input"_s, QJsonObject{{u"min_chars"_s, count}})};
+        const QString node = u"{'id':'%1','title':'Узел','kind':'code','dependencies':[%2]%3}"_s;
+        const auto one = [&](const QString &more) { return u'[' + node.arg(u"a"_s, QString(), more) + u']'; };
+        // "a" for a node, "a:b" for one that waits for b.
+        const auto plan = [&](const QString &text) {
+            QStringList list;
+            for (const QString &entry : text.split(u' '))
+                list.append(node.arg(entry.section(u':', 0, 0), entry.section(u':', 1), QString()));
+            return u'[' + list.join(u',') + u']';
         };
-        const QString tooLong = u"Split long documents into chapters of at most 60000 characters each"_s;
-
-        QTest::addColumn<QJsonArray>("nodes");
-        QTest::addColumn<QString>("fault");
-        QTest::newRow("no node") << QJsonArray() << u"Graph requires 1..64 nodes"_s;
-        QTest::newRow("64 nodes") << manyNodes(64) << QString();
-        QTest::newRow("65 nodes") << manyNodes(65) << u"Graph requires 1..64 nodes"_s;
-        QTest::newRow("no object") << QJsonArray{u"x"_s} << u"Node must be object"_s;
-        QTest::newRow("empty id") << QJsonArray{node({})} << u"Duplicate/empty node ID"_s;
-        QTest::newRow("id twice") << QJsonArray{node(u"a"_s), node(u"a"_s)} << u"Duplicate/empty node ID"_s;
-        QTest::newRow("capital kind") << QJsonArray{with(node(u"a"_s), u"kind"_s, u"Code"_s)}
-                                      << u"Unsupported node kind"_s;
-        QTest::newRow("no title") << QJsonArray{with(node(u"a"_s), u"title"_s, u""_s)} << u"Node needs title"_s;
-        QTest::newRow("60000 characters") << chars(60000) << QString();
-        QTest::newRow("60001 characters") << chars(60001) << tooLong;
-        QTest::newRow("itself") << QJsonArray{node(u"a"_s, {u"a"_s})} << u"Dependency cycle"_s;
-        QTest::newRow("cycle") << QJsonArray{node(u"a"_s, {u"b"_s}), node(u"b"_s, {u"c"_s}), node(u"c"_s, {u"a"_s})}
-                               << u"Dependency cycle"_s;
-        QTest::newRow("diamond") << QJsonArray{node(u"a"_s), node(u"b"_s, {u"a"_s}), node(u"c"_s, {u"a"_s}),
-                                               node(u"d"_s, {u"b"_s, u"c"_s})}
-                                 << QString();
-        QTest::newRow("unknown dependency") << QJsonArray{node(u"a"_s, {u"x"_s})} << u"Missing dependency: x"_s;
-    }
-
-    void aFaultyPlanIsRefusedWithItsFirstFault()
-    {
-        QFETCH(QJsonArray, nodes);
-        QFETCH(QString, fault);
-        QCOMPARE(errorOf([&] { TaskGraph().load(nodes); }), fault);
+        QStringList many;
+        while (many.size() < 64)
+            many.append(QString::number(many.size()));
+        for (const auto &[text, fault] : {
+                 std::pair{u"[]"_s, u"Graph requires 1..64 nodes"_s},
+                 {plan(many.join(u' ')), QString()},
+                 {plan(many.join(u' ') + u" 64"_s), u"Graph requires 1..64 nodes"_s},
+                 {u"['x']"_s, u"Node must be object"_s},
+                 {plan({}), u"Duplicate/empty node ID"_s},
+                 {plan(u"a a"_s), u"Duplicate/empty node ID"_s},
+                 {one(u",'kind':'Code'"_s), u"Unsupported node kind"_s},
+                 {one(u",'title':''"_s), u"Node needs title"_s},
+                 {one(u",'input':{'min_chars':60000}"_s), QString()},
+                 {one(u",'input':{'min_chars':60001}"_s),
+                  u"Split long documents into chapters of at most 60000 characters each"_s},
+                 {plan(u"a:'a'"_s), u"Dependency cycle"_s},
+                 {plan(u"a:'b' b:'c' c:'a'"_s), u"Dependency cycle"_s},
+                 {plan(u"a b:'a' c:'a' d:'b','c'"_s), QString()},
+                 {plan(u"a:'x'"_s), u"Missing dependency: x"_s},
+             })
+            QCOMPARE(errorOf([&] { TaskGraph().load(array(text)); }), fault);
     }
 
     void readyGivesWhatMayStartByPriority()

@@ -10,6 +10,7 @@
 
 #include <functional>
 #include <memory>
+#include <tuple>
 
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -56,9 +57,7 @@ private Q_SLOTS:
     {
         Workspace fresh(*store);
         const QString error = u"Select a workspace first"_s;
-        QCOMPARE(errorOf([&] { fresh.resolve(u"a"_s); }), error);
-        QCOMPARE(errorOf([&] { fresh.read(u"a"_s); }), error);
-        QCOMPARE(errorOf([&] { fresh.write(u"a"_s, "x", u"me"_s, -1); }), error);
+        verifyRefused(fresh, u"a"_s, error);
         QCOMPARE(errorOf([&] { fresh.checkpoint(u"t"_s, {}); }), error);
         QCOMPARE(errorOf([&] { fresh.rollback(u"unknown"_s); }), error);
     }
@@ -73,11 +72,7 @@ private Q_SLOTS:
                 QVERIFY(QFile::link(u"elsewhere"_s, top->filePath(u"project"_s)));
             if (instead == u"a folder"_s)
                 QVERIFY(QDir(top->path()).mkdir(u"project"_s));
-
-            const QString error = u"Workspace root changed or was redirected"_s;
-            QCOMPARE(errorOf([&] { workspace->resolve(u"a"_s); }), error);
-            QCOMPARE(errorOf([&] { workspace->read(u"a"_s); }), error);
-            QCOMPARE(errorOf([&] { workspace->write(u"a"_s, "2", u"me"_s, -1); }), error);
+            verifyRefused(*workspace, u"a"_s, u"Workspace root changed or was redirected"_s);
             QCOMPARE(contentOf(top->filePath(u"elsewhere/a"_s)), "1");
         }
     }
@@ -132,9 +127,7 @@ private Q_SLOTS:
         for (const auto walk : {ConfinedFolder::Walk::InKernel, ConfinedFolder::Walk::ByComponent}) {
             Workspace either(*store, walk);
             either.open(root, u"p"_s);
-            QCOMPARE(errorOf([&] { either.resolve(path); }), error);
-            QCOMPARE(errorOf([&] { either.read(path); }), error);
-            QCOMPARE(errorOf([&] { either.write(path, "overwritten", u"me"_s, -1); }), error);
+            verifyRefused(either, path, error);
         }
         QCOMPARE(everythingIn(top->filePath(u"outside"_s)), (QStringList{u"deep"_s, u"x"_s}));
         QCOMPARE(contentOf(top->filePath(u"outside/x"_s)), "secret");
@@ -401,53 +394,49 @@ private Q_SLOTS:
         QCOMPARE(everythingIn(top->filePath(u"outside"_s)), QStringList{u"below"_s});
     }
 
-    void aFullDiskLosesNothing_data()
-    {
-        QTest::addColumn<QByteArray>("options");
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("error");
-        const QByteArray noBlocks = "size=64k";
-        const QByteArray noNodes = "nr_inodes=4"; // The top folder, one file, and what fill() takes.
-        QTest::newRow("no room for a new file") << noBlocks << u"new"_s << u"Short write"_s;
-        QTest::newRow("no room for a replacement") << noBlocks << u"a"_s << u"Short write"_s;
-        QTest::newRow("no node for a file") << noNodes << u"new"_s << u"Cannot write new"_s;
-        QTest::newRow("no node for a replacement") << noNodes << u"a"_s << u"Cannot write a"_s;
-        QTest::newRow("no node for a folder") << noNodes << u"d/new"_s << u"Cannot create parent directory"_s;
-    }
-
     void aFullDiskLosesNothing()
     {
-        QFETCH(QByteArray, options);
-        QFETCH(QString, path);
-        QFETCH(QString, error);
-        const QByteArray root = QFile::encodeName(workspace->root());
-
-        const QString outcome = sandbox::inChild([&] {
-            if (!sandbox::haveOwnMounts() || ::mount("tmpfs", root, "tmpfs", 0, options.constData()) != 0)
-                return u"no mounts"_s;
-            Store ours(top->filePath(u"child.sqlite"_s));
-            Workspace full(ours);
-            full.open(workspace->root(), u"p"_s);
-            full.write(u"a"_s, "1", u"me"_s, 0);
-            save(this->path(u"x"_s), {});
-            save(this->path(u"y"_s), {});
-            const QString first = errorOf([&] { full.write(path, QByteArray(100000, 'x'), u"me"_s, -1); });
-            const QByteArray state
-                = contentOf(this->path(u"a"_s)) + ' ' + everythingIn(workspace->root()).join(u' ').toUtf8();
-            if (state != "1 a x y" || ours.list(u"file_revisions"_s, {}).size() != 1)
-                return u"left: "_s + QString::fromUtf8(state);
-            // With room again, all goes on.
-            ::mount(nullptr, root, nullptr, MS_REMOUNT, "size=1m,nr_inodes=100");
-            full.write(path, "2", u"me"_s, -1);
-            return first;
-        });
-
-        if (outcome == "no mounts"_L1)
-            QSKIP("no mounts of one's own here");
-        QCOMPARE(outcome, error);
+        const QByteArray noRoom = "size=64k";
+        const QByteArray noNodes = "nr_inodes=4"; // The top folder, one file, and what else is made below.
+        for (const auto &[options, name, error] :
+             {std::tuple{noRoom, u"new"_s, u"Short write"_s}, std::tuple{noRoom, u"a"_s, u"Short write"_s},
+              std::tuple{noNodes, u"new"_s, u"Cannot write new"_s}, std::tuple{noNodes, u"a"_s, u"Cannot write a"_s},
+              std::tuple{noNodes, u"d/new"_s, u"Cannot create parent directory"_s}}) {
+            const QByteArray root = QFile::encodeName(workspace->root());
+            const QString outcome = sandbox::inChild([&, name = name, options = options] {
+                if (!sandbox::haveOwnMounts() || ::mount("tmpfs", root, "tmpfs", 0, options.constData()) != 0)
+                    return u"no mounts"_s;
+                QFile::remove(top->filePath(u"child.sqlite"_s));
+                Store ours(top->filePath(u"child.sqlite"_s));
+                Workspace full(ours);
+                full.open(workspace->root(), u"p"_s);
+                full.write(u"a"_s, "1", u"me"_s, 0);
+                save(path(u"x"_s), {});
+                save(path(u"y"_s), {});
+                const QString first = errorOf([&] { full.write(name, QByteArray(100000, 'x'), u"me"_s, -1); });
+                const QString state
+                    = everythingIn(workspace->root()).join(u' ') + QString::fromUtf8(contentOf(path(u"a"_s)));
+                if (state != u"a x y1"_s || ours.list(u"file_revisions"_s, {}).size() != 1)
+                    return u"left: "_s + state;
+                // With room again, all goes on.
+                ::mount(nullptr, root, nullptr, MS_REMOUNT, "size=1m,nr_inodes=100");
+                full.write(name, "2", u"me"_s, -1);
+                return first;
+            });
+            if (outcome == "no mounts"_L1)
+                QSKIP("no mounts of one's own here");
+            QCOMPARE(outcome, error);
+        }
     }
 
 private:
+    /// The path is neither taken nor read nor written, for this reason.
+    static void verifyRefused(Workspace &workspace, const QString &path, const QString &error)
+    {
+        QCOMPARE(errorOf([&] { workspace.resolve(path); }), error);
+        QCOMPARE(errorOf([&] { workspace.read(path); }), error);
+        QCOMPARE(errorOf([&] { workspace.write(path, "overwritten", u"me"_s, -1); }), error);
+    }
     QString path(const QString &name) const { return top->filePath(u"project/"_s + name); }
 
     std::unique_ptr<QTemporaryDir> top;

@@ -133,11 +133,9 @@ inline QJsonObject shell(const QString &id, const QString &line, const QStringLi
 /// The same as a check, whose failure is repaired.
 inline QJsonObject check(const QString &id, const QString &line, const QStringList &after = {})
 {
-    QJsonObject node = shell(id, line, after);
-    QJsonObject input = node[u"input"_s].toObject();
+    QJsonObject input = command(u"/bin/sh"_s, {u"-c"_s, line});
     input[u"verification"_s] = true;
-    node[u"input"_s] = input;
-    return node;
+    return ScriptedProvider::node(id, u"tool"_s, input, after);
 }
 
 /// A coder's answer of several files.

@@ -4,6 +4,8 @@
 #include <QFileInfo>
 #include <QTest>
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 using namespace vesk;
 
@@ -136,10 +138,9 @@ private Q_SLOTS:
     {
         EngineFixture run;
         run.model.holding = true;
-        const QList<std::pair<qint64, qint64>> limits{{-1, 1000}, {999, 1000}, {1001, 1001}, {5000000000, 5000000000}};
-        for (const auto &[asked, limit] : limits) {
+        for (const qint64 asked : {qint64(-1), qint64(999), qint64(1001), qint64(5000000000)}) {
             run.engine.start(u"Файл"_s, false, asked, {});
-            QCOMPARE(run.state(u"token_limit"_s).toInteger(), limit);
+            QCOMPARE(run.state(u"token_limit"_s).toInteger(), std::max<qint64>(asked, 1000));
             run.engine.cancel();
         }
     }
@@ -317,10 +318,9 @@ private Q_SLOTS:
         QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
         run.engine.clarify(u"Любой"_s);
         QVERIFY(run.runToEnd());
-        QCOMPARE(
-            run.phases(),
-            (QStringList{u"INTAKE"_s, u"CLARIFICATION"_s, u"INTAKE"_s, u"PLANNING"_s, u"PLAN_REVIEW"_s,
-                         u"STRUCTURING"_s, u"STRUCTURE_REVIEW"_s, u"EXECUTION"_s, u"VALIDATION"_s, u"COMPLETED"_s}));
+        QCOMPARE(run.phases().join(u' '),
+                 u"INTAKE CLARIFICATION INTAKE PLANNING PLAN_REVIEW STRUCTURING "
+                 "STRUCTURE_REVIEW EXECUTION VALIDATION COMPLETED"_s);
         QVERIFY(run.permissions.grants.isEmpty());
 
         QJsonObject expected = timeless(run.engine.snapshot());
@@ -335,8 +335,7 @@ private Q_SLOTS:
             QCOMPARE(run.store.get(u"agent_runs"_s, record[u"id"_s].toString()), record);
             QVERIFY(!record.take(u"context"_s).toObject().isEmpty());
             QVERIFY(!record.take(u"system_prompt"_s).toString().isEmpty());
-            QCOMPARE(slim[i][u"output"_s][u"verdict"_s], record[u"output"_s][u"verdict"_s]);
-            QVERIFY(!slim[i][u"output"_s].toObject().contains(u"files"_s));
+            QCOMPARE(fields(slim[i], u"output.verdict output.files"_s), fields(record, u"output.verdict"_s) + u' ');
             record[u"output"_s] = slim[i][u"output"_s];
             QCOMPARE(slim[i].toObject(), record);
         }

@@ -32,7 +32,9 @@ private Q_SLOTS:
             {'title':'Шаг code','kind':'code','status':'COMPLETED','output':{'path':'a.html','revision':2},
              'input':{'fix_attempts':1,'output_repairs':2}},
             {'title':'Шаг tool','kind':'tool','status':'COMPLETED','output':{'exit_code':0,'success':true},
-             'input':{'recovery_attempts':4}}],
+             'input':{'recovery_attempts':4}},
+            {'title':'Шаг tool','kind':'tool','status':'COMPLETED',
+             'output':{'exit_code':2,'success':false,'limitation':'Нет браузера.'}}],
             'runs':[{'role':'validator','status':'COMPLETED'},
              {'role':'my-agent','logical_role':'correctness_reviewer','status':'COMPLETED'},
              {'role':'risk_judge','logical_role':'risk_judge','status':'ERROR'},
@@ -41,14 +43,15 @@ private Q_SLOTS:
 
         QCOMPARE(Narrator::report(state),
                  u"Задача завершена.\n\n"
-                 "Что сделано\n• Шаг code\n• Шаг tool\n\n"
+                 "Что сделано\n• Шаг code\n• Шаг tool\n• Шаг tool — не проверено\n\n"
                  "Что не выполнено\n• Незавершённых этапов в утверждённом плане нет.\n\n"
                  "Файлы\n• a.html — версия 2; проверка принята\n\n"
                  "Что проверено\n• Завершённых проверок агентов: 2. Циклов исправления: 7.\n"
                  "• Отключены пользователем: Проверка рисков, x. Их отдельные проверки не выполнялись.\n"
                  "• Граф завершён, открытых замечаний нет. Актуальность созданных файлов проверена по контрольным "
                  "суммам.\n\n"
-                 "Результаты инструментов\n• Шаг tool — код завершения 0; успешно\n\n"
+                 "Результаты инструментов\n• Шаг tool — код завершения 0; успешно\n"
+                 "• Шаг tool — код завершения 2; ошибка\n\n"
                  "Что ещё нужно проверить\n• Браузер не найден.\n"
                  "• Выполненные команды перечислены выше. Их успешное завершение не подтверждает все пользовательские "
                  "сценарии — проверьте результат в целевом приложении.\n\n"

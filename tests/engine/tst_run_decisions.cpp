@@ -12,6 +12,8 @@
 
 #include <QTest>
 
+#include <tuple>
+
 using namespace Qt::StringLiterals;
 using namespace vesk;
 
@@ -61,67 +63,48 @@ QString inside(const QString &path)
 class RunDecisionsTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void aFailedRequestIsRepeatedWithinLimits_data()
-    {
-        QTest::addColumn<LLMResult>("result");
-        QTest::addColumn<int>("attempts");
-        QTest::addColumn<QList<int>>("decided"); // delay and tokens; empty when it is not repeated
-        LLMResult failed;
-        failed.error = u"e"_s;
-        LLMResult passing = failed;
-        passing.retryable = true;
-        LLMResult cut = failed;
-        cut.truncated = true;
-        LLMResult busy = passing;
-        busy.waitMs = 700;
-        QTest::newRow("for good") << failed << 1 << QList<int>();
-        QTest::newRow("first") << passing << 1 << QList<int>{500, 6000};
-        QTest::newRow("second") << passing << 2 << QList<int>{1000, 6000};
-        QTest::newRow("third") << passing << 3 << QList<int>();
-        QTest::newRow("cut off") << cut << 1 << QList<int>{500, 12000};
-        QTest::newRow("cut off thrice") << cut << 3 << QList<int>();
-        QTest::newRow("asked to wait") << busy << 1 << QList<int>{700, 6000};
-        QTest::newRow("asked to wait less") << busy << 2 << QList<int>{1000, 6000};
-    }
-
     void aFailedRequestIsRepeatedWithinLimits()
     {
-        QFETCH(LLMResult, result);
-        QFETCH(int, attempts);
-        const RetryDecision decided = retryAfter(result, attempts, 6000);
-        QTEST(decided.again ? QList<int>({decided.delayMs, decided.maxTokens}) : QList<int>(), "decided");
-        result.truncated = true;
-        QVERIFY(attempts > 2 || retryAfter(result, attempts, 9000).maxTokens == 16384);
+        // Retryable, cut off, asked to wait; after so many attempts: delay and tokens, none when it is not repeated.
+        const QList<std::tuple<bool, bool, int, int, QList<int>>> rows{
+            {false, false, 0, 1, {}},           {true, false, 0, 1, {500, 6000}},
+            {true, false, 0, 2, {1000, 6000}},  {true, false, 0, 3, {}},
+            {false, true, 0, 1, {500, 12000}},  {false, true, 0, 3, {}},
+            {true, false, 700, 1, {700, 6000}}, {true, false, 700, 2, {1000, 6000}},
+        };
+        for (const auto &[retryable, truncated, waitMs, attempts, decided] : rows) {
+            LLMResult result;
+            result.retryable = retryable;
+            result.truncated = truncated;
+            result.waitMs = waitMs;
+            const RetryDecision made = retryAfter(result, attempts, 6000);
+            QCOMPARE(made.again ? QList<int>({made.delayMs, made.maxTokens}) : QList<int>(), decided);
+            QVERIFY(!truncated || attempts > 2 || retryAfter(result, attempts, 9000).maxTokens == 16384);
+        }
     }
 
     void onlyWhatIsNewIsAsked()
     {
-        struct Row {
-            QString topic;
-            QString question;
-            bool asked;
-            QJsonValue needsUser = true;
+        const QJsonArray decisions = array(u"[{'question':'Старый вопрос?'}]"_s);
+        const QString answer = u"{'question':'%1','needs_user':%2}"_s;
+        const auto asks = [&](const QString &topic, const QString &question, const QString &needsUser = u"true"_s) {
+            return isForUser(topic, object(answer.arg(question, needsUser)), decisions);
         };
-        const QJsonArray decisions{QJsonObject{{u"question"_s, u"Старый вопрос?"_s}}};
-        const QList<Row> rows{
-            {u"code"_s, u"Какой цвет?"_s, true},
-            {u"code"_s, u"Какой цвет?"_s, true, QJsonValue()},
-            {u"code"_s, u"Какой цвет?"_s, true, 0},
-            {u"code"_s, u"Какой цвет?"_s, false, false},
-            {u"plan"_s, u" \n"_s, false},
-            {u"plan"_s, u" СТАРЫЙ \n вопрос? "_s, false},
-            {u"code"_s, u"Стоит ли  Продолжить и Исправить это?"_s, false},
-            {u"code"_s, u"Исправить?"_s, true},
-            {u"final"_s, u" ПРОДОЛЖИТЬ? "_s, false},
-            {u"plan"_s, u"Продолжить?"_s, true},
-            {u"structure"_s, u"Продолжить исправление?"_s, true},
-            {u"code"_s, u"продолжить, исправить "_s + QString(157, u'я'), false},
-            {u"code"_s, u"продолжить, исправить "_s + QString(158, u'я'), true},
-        };
-        for (const auto &[topic, question, asked, needsUser] : rows) {
-            const QJsonObject answer{{u"question"_s, question}, {u"needs_user"_s, needsUser}};
-            QVERIFY2(isForUser(topic, answer, decisions) == asked, qPrintable(topic + question));
-        }
+        for (const QString &needsUser : {u"true"_s, u"null"_s, u"0"_s})
+            QVERIFY(asks(u"code"_s, u"Какой цвет?"_s, needsUser));
+        QVERIFY(!asks(u"code"_s, u"Какой цвет?"_s, u"false"_s));
+        const QString longEnough = u"продолжить, исправить "_s + QString(157, u'я');
+        for (const auto &[topic, question] : {std::pair{u"code"_s, u"Исправить?"_s},
+                                              {u"plan"_s, u"Продолжить?"_s},
+                                              {u"structure"_s, u"Продолжить исправление?"_s},
+                                              {u"code"_s, longEnough + u'я'}})
+            QVERIFY2(asks(topic, question), qPrintable(question));
+        for (const auto &[topic, question] : {std::pair{u"plan"_s, u" "_s},
+                                              {u"plan"_s, u" СТАРЫЙ   вопрос? "_s},
+                                              {u"code"_s, u"Стоит ли  Продолжить и Исправить это?"_s},
+                                              {u"final"_s, u" ПРОДОЛЖИТЬ? "_s},
+                                              {u"code"_s, longEnough}})
+            QVERIFY2(!asks(topic, question), qPrintable(question));
     }
 
     void whatCanBeAskedIsAText()
@@ -359,9 +342,8 @@ private Q_SLOTS:
     void aRejectionGoesToTheFileThatItNames()
     {
         const QList<Node> plan = nodes({u"research r"_s, u"code a.txt"_s, u"tool src/b"_s, u"code src/b.txt"_s});
-        const QList<std::pair<QString, int>> rows{
-            {u"В src/b.txt ошибка"_s, 3}, {u"src/b.txt и a.txt"_s, 1}, {u"Плохо"_s, 1}};
-        for (const auto &[issue, target] : rows)
+        for (const auto &[issue, target] :
+             {std::pair{u"В src/b.txt ошибка"_s, 3}, {u"src/b.txt и a.txt"_s, 1}, {u"Плохо"_s, 1}})
             QCOMPARE(reworkTarget(plan, {{u"issues"_s, QJsonArray{issue}}}), target);
         QCOMPARE(reworkTarget(plan.first(1), {}), -1);
     }
@@ -399,12 +381,10 @@ private Q_SLOTS:
     void theCoderIsToldTheEndOfWhatACheckPrinted()
     {
         const QJsonObject command{{u"program"_s, u"/bin/sh"_s}};
-        const QJsonObject fix = recoveryFix(
-            command,
-            {{u"stdout"_s, QString(u'y' + QString(16000, u'x'))}, {u"stderr"_s, u"no"_s}, {u"error"_s, u"e"_s}});
-        QCOMPARE(fix[u"stdout"_s].toString(), QString(16000, u'x'));
-        QCOMPARE(fix[u"stderr"_s].toString() + fix[u"error"_s].toString(), u"noe"_s);
-        QCOMPARE(fix[u"command"_s].toObject(), command);
+        const QString printed(16000, u'x');
+        const QJsonObject fix
+            = recoveryFix(command, {{u"stdout"_s, u'y' + printed}, {u"stderr"_s, u"no"_s}, {u"error"_s, u"e"_s}});
+        QCOMPARE(fields(fix, u"stdout stderr error command.program"_s), printed + u" no e /bin/sh"_s);
     }
 };
 

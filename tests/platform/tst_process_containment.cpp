@@ -99,17 +99,6 @@ private Q_SLOTS:
         QVERIFY(Contained().shell(u"exit 0"_s));
     }
 
-    void theGuardIsLookedForBesideTheApplication()
-    {
-        const QTemporaryDir folder;
-        const QString application = folder.filePath(u"application"_s);
-        QVERIFY(QFile::copy(QStringLiteral(CONTAINED_APP_PROGRAM), application));
-        const QStringList runsShell{QString(), u"/bin/sh"_s, u"-c"_s, u"exit 0"_s};
-        QCOMPARE(QProcess::execute(application, runsShell), 2);
-        QVERIFY(QFile::copy(guard, folder.filePath(u"vesk-guard"_s)));
-        QCOMPARE(QProcess::execute(application, runsShell), 0);
-    }
-
     void aGuardThatCannotBeExecutedFailsTheFirstStep()
     {
         const auto restore = qScopeGuard([this] { ProcessContainment::useGuard(guard); });

@@ -6,6 +6,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <functional>
+
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -64,66 +66,41 @@ private Q_SLOTS:
         }
     }
 
-    void somebodyElsesFileIsRefused()
+    void whatIsNoPlainFileOfOnesOwnIsRefused_data()
     {
-        if (::geteuid() != 0)
-            QSKIP("Only root can give a file away.");
-        write("a Zmlyc3Q=\n");
-        constexpr uid_t nobody = 65534;
-        QCOMPARE(::chown(path().toLocal8Bit().constData(), nobody, nobody), 0);
-
-        verifyRefused("другому пользователю");
-
-        QCOMPARE(content(), "a Zmlyc3Q=\n");
-    }
-
-    void whatIsNoPlainFileIsRefused_data()
-    {
-        QTest::addColumn<QString>("kind");
+        using Make = std::function<bool(const QByteArray &path, const QByteArray &target)>;
+        QTest::addColumn<Make>("make");
         QTest::addColumn<QString>("reason");
-        QTest::newRow("link") << "link" << "ссылка";
-        QTest::newRow("dangling link") << "dangling" << "ссылка";
-        QTest::newRow("FIFO") << "fifo" << "не обычный файл";
-        QTest::newRow("folder") << "folder" << "не обычный файл";
+        QTest::newRow("link") << Make([](auto path, auto target) {
+            return ::rename(path, target) == 0 && ::symlink(target, path) == 0;
+        }) << "ссылка";
+        QTest::newRow("dangling link") << Make([](auto path, auto target) {
+            return ::unlink(path) == 0 && ::symlink(target, path) == 0;
+        }) << "ссылка";
+        QTest::newRow("FIFO") << Make([](auto path, auto) { return ::unlink(path) == 0 && ::mkfifo(path, 0600) == 0; })
+                              << "не обычный файл";
+        QTest::newRow("folder") << Make([](auto path, auto) { return ::unlink(path) == 0 && ::mkdir(path, 0700) == 0; })
+                                << "не обычный файл";
+        QTest::newRow("several names") << Make([](auto path, auto target) { return ::link(path, target) == 0; })
+                                       << "несколько имён";
+        QTest::newRow("huge") << Make([](auto path, auto) { return ::truncate(path, off_t(1) << 33) == 0; })
+                              << "слишком велик";
+        if (::geteuid() == 0) // who alone can give a file away
+            QTest::newRow("somebody else's")
+                << Make([](auto path, auto) { return ::chown(path, 65534, 65534) == 0; }) << "другому пользователю";
     }
 
-    void whatIsNoPlainFileIsRefused()
+    void whatIsNoPlainFileOfOnesOwnIsRefused()
     {
-        QFETCH(QString, kind);
+        QFETCH(std::function<bool(const QByteArray &, const QByteArray &)>, make);
         QFETCH(QString, reason);
         const QByteArray target = folder->filePath("target").toLocal8Bit();
         write("a Zmlyc3Q=\n");
-        if (kind == "link")
-            QVERIFY(QFile::rename(path(), target));
-        else
-            QVERIFY(QFile::remove(path()));
-        if (kind == "fifo")
-            QCOMPARE(::mkfifo(path().toLocal8Bit().constData(), 0600), 0);
-        else if (kind == "folder")
-            QVERIFY(QDir().mkdir(path()));
-        else
-            QCOMPARE(::symlink(target.constData(), path().toLocal8Bit().constData()), 0);
-
+        QVERIFY(make(path().toLocal8Bit(), target));
+        const QByteArray existed = contentOf(folder->filePath("target"));
         verifyRefused(reason);
-
-        QCOMPARE(QFile::exists(target), kind == "link");
         QCOMPARE(QFileInfo(path()).isSymLink(), reason == "ссылка");
-    }
-
-    void aFileWithSeveralNamesIsRefused()
-    {
-        write("a Zmlyc3Q=\n");
-        QCOMPARE(::link(path().toLocal8Bit().constData(), folder->filePath("second").toLocal8Bit().constData()), 0);
-
-        verifyRefused("несколько имён");
-    }
-
-    void aHugeFileIsRefused()
-    {
-        write("a Zmlyc3Q=\n");
-        QVERIFY(QFile::resize(path(), qint64(1) << 33));
-
-        verifyRefused("слишком велик");
+        QCOMPARE(contentOf(folder->filePath("target")), existed);
     }
 
     void aBrokenRecordIsNoSecretAndCanBeReplaced()
@@ -154,9 +131,7 @@ private Q_SLOTS:
     {
         write("a Zmlyc3Q=\n");
         QVERIFY(QFile::rename(path(), path() + ".tmp"));
-
         QCOMPARE(file().save("b", SecretBytes(QString("other"))).outcome, SecretOutcome::Done);
-
         QCOMPARE(content(), "b b3RoZXI=\n");
         QVERIFY(!QFile::exists(path() + ".tmp"));
     }

@@ -23,15 +23,6 @@ LLMResult ScriptedProvider::text(const QString &content)
     return result;
 }
 
-LLMResult ScriptedProvider::failure(const QString &error, bool retryable, bool truncated)
-{
-    LLMResult result;
-    result.error = error;
-    result.retryable = retryable;
-    result.truncated = truncated;
-    return result;
-}
-
 QJsonObject ScriptedProvider::approval()
 {
     return {{u"verdict"_s, u"APPROVE"_s},

@@ -39,7 +39,6 @@ public:
 
     static vesk::LLMResult result(const QJsonObject &object);
     static vesk::LLMResult text(const QString &content);
-    static vesk::LLMResult failure(const QString &error, bool retryable = false, bool truncated = false);
 
     static QJsonObject approval();
     static QJsonObject verdict(const QString &verdict, const QString &issue);
