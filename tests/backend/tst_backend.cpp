@@ -62,8 +62,7 @@ private Q_SLOTS:
 
     void aTypedLineAnswersTheQuestion()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"  Создай калькулятор  "_s});
         QVERIFY2(desk.waitForPhase(u"CLARIFICATION"_s), qPrintable(desk.message()));
         desk.call("sendMessage", {u"Да, локально"_s});
@@ -73,8 +72,7 @@ private Q_SLOTS:
 
     void aQuestionIsAnsweredInTheChat()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"что ты умеешь?"_s});
         QVERIFY(desk.read("chatBusy").toBool());
         QCOMPARE(desk.chat(), (QStringList{u"message: что ты умеешь?"_s}));
@@ -88,8 +86,7 @@ private Q_SLOTS:
 
     void requestsQueueAndTheQueueIsKept()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"Создай калькулятор"_s});
         for (int i = 0; i < 50; ++i)
             desk.call("start", {u"Создай калькулятор %1"_s.arg(i), false, 5000, u""_s, u"[]"_s});
@@ -112,8 +109,7 @@ private Q_SLOTS:
 
     void stopEndsEverything()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"Создай калькулятор"_s});
         desk.call("stop");
         QCOMPARE(desk.phase(), u"CANCELLED"_s);
@@ -131,8 +127,7 @@ private Q_SLOTS:
 
     void tasksAreChosenRenamedAndArchived()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"Создай калькулятор"_s});
         desk.call("stop");
         const QString task = desk.read("tasks").toList()[0].toMap().value(u"id"_s).toString();
@@ -164,8 +159,7 @@ private Q_SLOTS:
             {"setPreference", {u"background_js"_s, QString(32001, u'x')}, u"Код фона слишком большой"_s},
             {"setPreference", {u"custom_agents"_s, 1}, u"Неизвестная настройка"_s},
         };
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         const QVariantMap before = desk.lasting();
         for (const auto &[operation, arguments, text] : rows) {
             desk.call(operation, arguments);
@@ -177,8 +171,7 @@ private Q_SLOTS:
 
     void refreshesAreCoalesced()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         QTest::qWait(60);
         QSignalSpy changes(desk.backend.get(), &Backend::changed);
         QSignalSpy chats(desk.backend.get(), &Backend::chatChanged);
@@ -192,8 +185,7 @@ private Q_SLOTS:
 
     void whatCannotBeReadIsEmptyAndToldUntilItCan()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("discuss", {u"привет"_s});
         QTRY_VERIFY(!desk.read("chatBusy").toBool());
         QCOMPARE(desk.chat().size(), 2);
@@ -214,8 +206,7 @@ private Q_SLOTS:
 
     void whatCannotBeStoredNeitherThrowsNorStaysHalfDone()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"Создай калькулятор"_s});
         desk.call("start", {u"Создай калькулятор ещё раз"_s, false, 5000, u""_s, u"[]"_s});
         const auto refuse = [&](const QString &table) {

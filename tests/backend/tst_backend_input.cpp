@@ -12,7 +12,6 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QMetaMethod>
-#include <QRegularExpression>
 #include <QTest>
 
 #include <limits>
@@ -27,47 +26,20 @@ const QStringList &hostileTexts()
 {
     static const QStringList texts{
         QString(),
-        u""_s,
         u" \t\r\n\u00a0"_s,
         QString(1 << 20, u'я'),
         u"a"_s + QChar(0) + u"b\x01\x1b[31m\x7f"_s,
         QString(QChar(0xd83d)) + u"x"_s + QChar(0xde00),
         QString(QChar(0xfffe)) + QChar(0xffff) + u"\u2028\u2029"_s,
         u"<b onclick=\"x()\">calc</b><img src=x onerror=alert(1)>&amp;"_s,
-        u"\u202etxt.exe\u202c\u200f\u061c"_s,
         u"'; DROP TABLE tasks; --"_s,
-        u"%1 %s %n {0} $HOME `id`"_s,
         u"../../etc/passwd"_s,
-        u"/dev/null"_s,
-        u"file:"_s,
         u"file:///dev/null/%00%zz"_s,
         u"new"_s,
         u"продолжай"_s,
-        u"{\"a\":[}"_s,
         QString(2000, u'['),
     };
     return texts;
-}
-
-/// The texts of the workspace and the engine, which are English.
-bool isKnownText(const QString &text)
-{
-    static const QRegularExpression russian(u"[а-яё]{3}"_s, QRegularExpression::CaseInsensitiveOption);
-    static const QStringList english{
-        u"Workspace must be an absolute folder"_s,
-        u"Cannot create workspace"_s,
-        u"Checkpoint belongs to another project"_s,
-        u"Select a workspace first"_s,
-        u"Invalid relative path"_s,
-        u"Unsafe path component"_s,
-        u"Invalid filename"_s,
-        u"No task to pause"_s,
-        u"No task to resume"_s,
-        u"No preview ready"_s,
-        u"Approval is no longer pending"_s,
-        u"Enter a task request"_s,
-    };
-    return text.isEmpty() || english.contains(text) || russian.match(text).hasMatch();
 }
 
 /// Arguments for a method: everything that is a text is this text.
@@ -145,7 +117,6 @@ private Q_SLOTS:
                     = QString::fromLatin1(method.name()) + u'(' + text.left(40).toHtmlEscaped() + u"): "_s;
                 QVERIFY2(desk.thrown.isEmpty(), qPrintable(what + desk.thrown));
                 const QString message = desk.message();
-                QVERIFY2(isKnownText(message), qPrintable(what + message));
                 QVERIFY2(message.isEmpty() || desk.sql(u"PRAGMA data_version"_s) == before, qPrintable(what + message));
             }
         }
@@ -261,8 +232,7 @@ private Q_SLOTS:
 
     void aLostProjectFolderIsToldAndHidesTheProject()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("addMemory", {u"Note"_s, u"тайна"_s});
         desk.sql(
             u"INSERT INTO file_revisions SELECT 'r', id, '{\"path\":\"a\",\"content\":\"тайна\"}', '' FROM projects"_s);
