@@ -33,7 +33,9 @@ private Q_SLOTS:
     {
         struct Row {
             QString name;
-            QString folder;
+            QString folder; ///< Of the project, before the dash.
+            QString given = u"@"_s; ///< Where it is to be made; "@" stands for a folder of the test.
+            QString parent = u"@"_s; ///< Where it is made.
         };
         const QList<Row> rows{{u"Игра"_s, u"Игра"_s},
                               {u"a<b>:c/d"_s, u"a_b__c_d"_s},
@@ -41,17 +43,23 @@ private Q_SLOTS:
                               {QString(60, u'x'), QString(60, u'x')},
                               {QString(59, u'x') + u".y"_s, QString(59, u'x')},
                               {QString(59, u'x') + u"\U0001F600"_s, QString(59, u'x')}, // no half of a letter
-                              {u"../../etc"_s, u".._.._etc"_s}};
-        for (const auto &[name, folder] : rows) {
+                              {u"../../etc"_s, u".._.._etc"_s},
+                              {u"a"_s, u"a"_s, u"file://@/a%20b%23%D0%B9%25"_s, u"@/a b#й%"_s},
+                              {u"a"_s, u"a"_s, u"@/a%20b"_s, u"@/a%20b"_s},
+                              {u"a"_s, u"a"_s, u"@/a/../b/"_s, u"@/b"_s},
+                              {u"a"_s, u"a"_s, u"@/link"_s, u"@/data"_s}};
+        for (auto [name, folder, given, parent] : rows) {
             Desk desk;
-            desk.createProject(name);
+            const QString own = QDir(desk.folder.path()).canonicalPath();
+            QFile::link(desk.data(), desk.path(u"link"_s));
+            desk.call("createProject", {name, given.replace(u'@', own)});
             QCOMPARE(desk.message(), QString());
             const QString root = desk.read("root").toString();
             QVERIFY2(QRegularExpression(u'^' + QRegularExpression::escape(folder) + u"-[0-9a-f]{8}$"_s)
                          .match(QFileInfo(root).fileName())
                          .hasMatch(),
                      qPrintable(root));
-            QCOMPARE(QFileInfo(root).path(), QDir(desk.folder.path()).canonicalPath());
+            QCOMPARE(QFileInfo(root).path(), parent.replace(u'@', own));
             QVERIFY(QFileInfo::exists(root + u"/VESK-project.json"_s));
             QCOMPARE(desk.read("projectName").toString(), name);
 

@@ -9,7 +9,6 @@
 #include "model_server.h"
 
 #include <QDir>
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QMetaMethod>
 #include <QTest>
@@ -126,42 +125,6 @@ private Q_SLOTS:
         const QVariantMap after = desk.lasting();
         for (auto property = before.cbegin(); property != before.cend(); ++property)
             QVERIFY2(after[property.key()] == property.value(), qPrintable(property.key()));
-    }
-
-    void onlyAnAbsoluteFolderTakesAProject()
-    {
-        struct Row {
-            QString folder; ///< "@" stands for a folder of the test.
-            QString parent; ///< Where the project is made.
-            QString text{};
-        };
-        const QString relative = u"Workspace must be an absolute folder"_s;
-        const QString impossible = u"Cannot create workspace"_s;
-        const QList<Row> rows{{u"file://@/a%20b%23%D0%B9%25"_s, u"@/a b#й%"_s},
-                              {u"@/a%20b"_s, u"@/a%20b"_s},
-                              {u"@/a/../b/"_s, u"@/b"_s},
-                              {u"@/link"_s, u"@/data"_s},
-                              {u"a/b"_s, {}, relative},
-                              {u""_s, {}, relative},
-                              {u"file:"_s, {}, relative},
-                              {u":/qt-project.org"_s, {}, relative},
-                              {u"@/data/vesk.sqlite"_s, {}, impossible},
-                              {u"@/dangling"_s, {}, impossible},
-                              {u"file://@/a%00b"_s, {}, impossible}};
-        for (const auto &[folder, parent, text] : rows) {
-            Desk desk;
-            const QString own = QFileInfo(desk.folder.path()).canonicalFilePath();
-            QFile::link(desk.data(), desk.path(u"link"_s));
-            QFile::link(desk.path(u"nothing"_s), desk.path(u"dangling"_s));
-            desk.createProject();
-            const QVariantMap before = desk.lasting();
-            desk.call("createProject", {u"Другой"_s, QString(folder).replace(u'@', own)});
-            QVERIFY2(desk.message() == text, qPrintable(folder + u": "_s + desk.message()));
-            if (parent.isEmpty())
-                QCOMPARE(desk.lasting(), before);
-            else
-                QCOMPARE(QFileInfo(desk.read("root").toString()).path(), QString(parent).replace(u'@', own));
-        }
     }
 
     void preferencesKeepWhatAScriptSets()
