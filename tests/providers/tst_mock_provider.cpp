@@ -28,7 +28,6 @@ private Q_SLOTS:
         QCOMPARE(result.promptTokens, 6);
         QCOMPARE(result.completionTokens, result.content.size() / 4);
     }
-
 };
 
 QTEST_GUILESS_MAIN(MockProviderTest)
