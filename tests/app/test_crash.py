@@ -1,10 +1,9 @@
-"""What is left when the program is killed, or its disk is full, at any moment of a run. VESK_SLOW_TESTS=1 tries every
-system call that writes instead of a sample, and kills ten times as often."""
+"""What is left when the program is killed, or its disk is full, at any moment of a run: before any system call
+that writes. VESK_SLOW_TESTS=1 tries all of them instead of a sample."""
 import os
 import random
 import re
 import tempfile
-import time
 from collections import Counter, defaultdict
 from contextlib import contextmanager
 from pathlib import Path
@@ -14,7 +13,6 @@ import pytest
 from program import Vesk
 
 SLOW = "VESK_SLOW_TESTS" in os.environ
-KILLS = 550 if SLOW else 55
 SAMPLE = 15  # of the many calls that are plain writes
 WRITING = "write,pwrite64,fsync,fdatasync,rename,renameat,renameat2,link,linkat,unlink,unlinkat,ftruncate,fallocate," \
           "mkdir,mkdirat"
@@ -95,26 +93,6 @@ def check(vesk, ended, versions):
         runs = {run["id"]: run["status"] for run in records["agent_runs"] if run["task_id"] == task["id"]}
         known = {run["id"]: run["status"] for run in task["runs"]}
         assert all(status in ENDS and known.get(run) == status for run, status in runs.items())
-
-
-def test_a_killed_run_leaves_only_what_is_whole(versions):
-    usual, killed = 0.3, 0
-    for _ in range(10 * KILLS):
-        if killed == KILLS:
-            return
-        with fresh() as vesk:
-            delay = random.randrange(6)
-            moment = random.uniform(0, usual + 0.02 * delay)
-            process = vesk.start(*vesk.arguments(vesk.calculator, "--json", "--mock-delay", str(delay)))
-            time.sleep(moment)
-            process.kill()
-            ended = vesk.end(process)
-            if ended.code < 0:
-                killed += 1
-            else:
-                usual = max(0.02, usual * 0.9)  # most are to be killed before their end
-            check(vesk, ended, versions)
-    pytest.fail("most runs end before they are killed")
 
 
 def test_a_run_killed_at_a_write_leaves_only_what_is_whole(versions, writes):

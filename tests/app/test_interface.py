@@ -83,18 +83,6 @@ def test_what_cannot_be_started_says_so(vesk, options, text, code):
     assert ended.code == code and text in ended.err
 
 
-def test_a_data_folder_in_use_is_left_alone(vesk):
-    first = vesk.start(*vesk.arguments(vesk.calculator, "--mock-delay", "60000"))
-    assert until(lambda: vesk.records["tasks"])
-    before = [vesk.records]
-    assert until(lambda: before.append(vesk.records) or before[-1] == before[-2])
-    second = vesk.call("--smoke-test", "--data-dir", vesk.data)
-    assert second.code == 2 and "VESK уже работает с этой папкой данных" in second.err
-    assert vesk.records == before[-1] and first.poll() is None
-    first.terminate()
-    assert vesk.end(first).code == 130
-
-
 def takes_requests_to_end(process):
     caught = re.search(r"SigCgt:\s*(\w+)", Path(f"/proc/{process.pid}/status").read_text())
     return caught and int(caught[1], 16) & 1 << signal.SIGTERM - 1

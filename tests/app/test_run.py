@@ -325,8 +325,9 @@ def test_a_second_program_on_the_same_data_waits_for_nothing(vesk):
     first = vesk.start(*vesk.arguments(vesk.calculator, "--mock-delay", "60000"))
     assert "Разбираюсь" in first.stderr.readline().decode()
     (vesk.folder / "other name").symlink_to(vesk.data)
-    second = vesk.call("--run", "x", "--data-dir", vesk.folder / "other name")
-    assert second.code == 2 and second.err.startswith("VESK уже работает с этой папкой данных: ")
+    for what in ["--run", "x"], ["--smoke-test"]:
+        second = vesk.call(*what, "--data-dir", vesk.folder / "other name")
+        assert second.code == 2 and second.err.startswith("VESK уже работает с этой папкой данных: ")
     first.kill()
     vesk.end(first)
     assert vesk.run(vesk.calculator).code == 0

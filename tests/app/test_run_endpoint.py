@@ -3,7 +3,7 @@ import shutil
 
 import pytest
 
-from model import page, plan, spec, tool, verdict
+from model import page, plan, tool, verdict
 
 KEY = "sekret-Ключ-0123456789"
 WITH_KEY = "--key-env", "VESK_TEST_KEY"

@@ -16,7 +16,7 @@
 using namespace Qt::StringLiterals;
 using namespace vesk;
 
-Desk::Desk()
+Desk::Desk(const QString &project)
 {
     registerPrompts();
     QDir().mkpath(data());
@@ -28,6 +28,8 @@ Desk::Desk()
     QSqlDatabase other = QSqlDatabase::addDatabase(u"QSQLITE"_s, folder.path());
     other.setDatabaseName(data() + u"/vesk.sqlite"_s);
     other.open();
+    if (!project.isEmpty())
+        createProject(project);
 }
 
 Desk::~Desk()

@@ -18,7 +18,8 @@ class QJSEngine;
 /// read as a property. Home, data and projects lie in that folder; keys in the file beside the database.
 class Desk {
 public:
-    Desk();
+    /// With a project of this name, or none.
+    explicit Desk(const QString &project = {});
     ~Desk();
     Q_DISABLE_COPY_MOVE(Desk)
 

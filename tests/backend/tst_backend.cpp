@@ -33,7 +33,9 @@ private Q_SLOTS:
     {
         struct Row {
             QString name;
-            QString folder;
+            QString folder; ///< Of the project, before the dash.
+            QString given = u"@"_s; ///< Where it is to be made; "@" stands for a folder of the test.
+            QString parent = u"@"_s; ///< Where it is made.
         };
         const QList<Row> rows{{u"Игра"_s, u"Игра"_s},
                               {u"a<b>:c/d"_s, u"a_b__c_d"_s},
@@ -41,17 +43,23 @@ private Q_SLOTS:
                               {QString(60, u'x'), QString(60, u'x')},
                               {QString(59, u'x') + u".y"_s, QString(59, u'x')},
                               {QString(59, u'x') + u"\U0001F600"_s, QString(59, u'x')}, // no half of a letter
-                              {u"../../etc"_s, u".._.._etc"_s}};
-        for (const auto &[name, folder] : rows) {
+                              {u"../../etc"_s, u".._.._etc"_s},
+                              {u"a"_s, u"a"_s, u"file://@/a%20b%23%D0%B9%25"_s, u"@/a b#й%"_s},
+                              {u"a"_s, u"a"_s, u"@/a%20b"_s, u"@/a%20b"_s},
+                              {u"a"_s, u"a"_s, u"@/a/../b/"_s, u"@/b"_s},
+                              {u"a"_s, u"a"_s, u"@/link"_s, u"@/data"_s}};
+        for (auto [name, folder, given, parent] : rows) {
             Desk desk;
-            desk.createProject(name);
+            const QString own = QDir(desk.folder.path()).canonicalPath();
+            QFile::link(desk.data(), desk.path(u"link"_s));
+            desk.call("createProject", {name, given.replace(u'@', own)});
             QCOMPARE(desk.message(), QString());
             const QString root = desk.read("root").toString();
             QVERIFY2(QRegularExpression(u'^' + QRegularExpression::escape(folder) + u"-[0-9a-f]{8}$"_s)
                          .match(QFileInfo(root).fileName())
                          .hasMatch(),
                      qPrintable(root));
-            QCOMPARE(QFileInfo(root).path(), QDir(desk.folder.path()).canonicalPath());
+            QCOMPARE(QFileInfo(root).path(), parent.replace(u'@', own));
             QVERIFY(QFileInfo::exists(root + u"/VESK-project.json"_s));
             QCOMPARE(desk.read("projectName").toString(), name);
 
@@ -62,8 +70,7 @@ private Q_SLOTS:
 
     void aTypedLineAnswersTheQuestion()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"  Создай калькулятор  "_s});
         QVERIFY2(desk.waitForPhase(u"CLARIFICATION"_s), qPrintable(desk.message()));
         desk.call("sendMessage", {u"Да, локально"_s});
@@ -73,8 +80,7 @@ private Q_SLOTS:
 
     void aQuestionIsAnsweredInTheChat()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"что ты умеешь?"_s});
         QVERIFY(desk.read("chatBusy").toBool());
         QCOMPARE(desk.chat(), (QStringList{u"message: что ты умеешь?"_s}));
@@ -88,8 +94,7 @@ private Q_SLOTS:
 
     void requestsQueueAndTheQueueIsKept()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"Создай калькулятор"_s});
         for (int i = 0; i < 50; ++i)
             desk.call("start", {u"Создай калькулятор %1"_s.arg(i), false, 5000, u""_s, u"[]"_s});
@@ -112,8 +117,7 @@ private Q_SLOTS:
 
     void stopEndsEverything()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"Создай калькулятор"_s});
         desk.call("stop");
         QCOMPARE(desk.phase(), u"CANCELLED"_s);
@@ -131,8 +135,7 @@ private Q_SLOTS:
 
     void tasksAreChosenRenamedAndArchived()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"Создай калькулятор"_s});
         desk.call("stop");
         const QString task = desk.read("tasks").toList()[0].toMap().value(u"id"_s).toString();
@@ -164,8 +167,7 @@ private Q_SLOTS:
             {"setPreference", {u"background_js"_s, QString(32001, u'x')}, u"Код фона слишком большой"_s},
             {"setPreference", {u"custom_agents"_s, 1}, u"Неизвестная настройка"_s},
         };
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         const QVariantMap before = desk.lasting();
         for (const auto &[operation, arguments, text] : rows) {
             desk.call(operation, arguments);
@@ -177,8 +179,7 @@ private Q_SLOTS:
 
     void refreshesAreCoalesced()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         QTest::qWait(60);
         QSignalSpy changes(desk.backend.get(), &Backend::changed);
         QSignalSpy chats(desk.backend.get(), &Backend::chatChanged);
@@ -192,8 +193,7 @@ private Q_SLOTS:
 
     void whatCannotBeReadIsEmptyAndToldUntilItCan()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("discuss", {u"привет"_s});
         QTRY_VERIFY(!desk.read("chatBusy").toBool());
         QCOMPARE(desk.chat().size(), 2);
@@ -214,8 +214,7 @@ private Q_SLOTS:
 
     void whatCannotBeStoredNeitherThrowsNorStaysHalfDone()
     {
-        Desk desk;
-        desk.createProject();
+        Desk desk(u"Проба"_s);
         desk.call("sendMessage", {u"Создай калькулятор"_s});
         desk.call("start", {u"Создай калькулятор ещё раз"_s, false, 5000, u""_s, u"[]"_s});
         const auto refuse = [&](const QString &table) {

@@ -50,6 +50,16 @@ private:
     }
 };
 
+/// A desk with a project and that model.
+class ConnectedDesk : public Desk {
+public:
+    explicit ConnectedDesk(const Model &model)
+    {
+        connectTo(model.url(), key);
+        createProject();
+    }
+};
+
 const WireReply silence{{}, WireReply::End::Silence};
 
 } // namespace
@@ -100,9 +110,7 @@ private Q_SLOTS:
         const bool stopped = lines.value(0) == u"progress: Ответ остановлен."_s;
         Model model;
         model.replies = {{u"chat"_s, reply}, {u"chat_router"_s, reply}};
-        Desk desk;
-        desk.connectTo(model.url(), key);
-        desk.createProject();
+        ConnectedDesk desk(model);
 
         desk.call("sendMessage", {line});
         QCOMPARE(desk.message(), QString());
@@ -144,9 +152,7 @@ private Q_SLOTS:
     {
         Model model;
         model.replies[u"chat_router"_s] = says(u"{\"action\":\"TASK\",\"summary\":\"Делаю\"}"_s);
-        Desk desk;
-        desk.connectTo(model.url(), key);
-        desk.createProject();
+        ConnectedDesk desk(model);
         desk.call("sendMessage", {forRouter});
         QVERIFY(desk.waitForPhase(u"COMPLETED"_s));
         QVERIFY(Desk::waitFor([&] { return !desk.chat(u"report"_s).isEmpty(); }));
@@ -230,9 +236,7 @@ private Q_SLOTS:
         Model model;
         model.replies[u"chat_router"_s]
             = WireReply{{{says(u"{\"action\":\"CHAT\",\"summary\":\"Змейка\"}"_s).steps[0].bytes, 200}}};
-        Desk desk;
-        desk.connectTo(model.url(), key);
-        desk.createProject();
+        ConnectedDesk desk(model);
         desk.call("sendMessage", {u"Создай калькулятор"_s});
         desk.call("stop");
         const QString task = desk.read("state").toMap().value(u"id"_s).toString();
@@ -252,9 +256,7 @@ private Q_SLOTS:
     void waitingRequestsRunOneAfterTheOther()
     {
         Model model;
-        Desk desk;
-        desk.connectTo(model.url(), key);
-        desk.createProject();
+        ConnectedDesk desk(model);
         // How many wait on disk when a task is stored: its own request leaves the queue only after that, for a crash
         // between the two loses it otherwise.
         desk.sql(u"CREATE TABLE seen (waiting)"_s);
@@ -289,9 +291,7 @@ private Q_SLOTS:
     {
         Model model;
         model.replies[u"planner"_s] = WireReply::document(401, QByteArray("{}"));
-        Desk desk;
-        desk.connectTo(model.url(), key);
-        desk.createProject();
+        ConnectedDesk desk(model);
         desk.call("sendMessage", {u"Создай калькулятор 1"_s});
         desk.call("sendMessage", {u"Создай калькулятор 2"_s});
         QVERIFY(desk.waitForPhase(u"FAILED"_s));
@@ -312,9 +312,7 @@ private Q_SLOTS:
     {
         Model model;
         model.replies[u"coding"_s] = silence;
-        Desk desk;
-        desk.connectTo(model.url(), key);
-        desk.createProject();
+        ConnectedDesk desk(model);
         desk.call("sendMessage", {u"Создай калькулятор"_s});
         QVERIFY(Desk::waitFor([&] { return model.asked.contains(u"coding"_s); }));
         QVERIFY(!desk.read("streamNote").toString().isEmpty());

@@ -28,28 +28,6 @@ private Q_SLOTS:
         QCOMPARE(result.promptTokens, 6);
         QCOMPARE(result.completionTokens, result.content.size() / 4);
     }
-
-    void nothingComesAfterACancellationAndNewRequestsWork()
-    {
-        MockProvider provider;
-        provider.delayMs = 1;
-        QStringList answers;
-        const auto ask = [&](MockProvider &asked, const QString &name) {
-            asked.request({{}, u"planner"_s, {}, {}, 0}, [&answers, name](const LLMResult &) { answers.append(name); });
-        };
-        ask(provider, u"cancelled"_s);
-        provider.cancelAll();
-        {
-            MockProvider brief;
-            brief.delayMs = 1;
-            ask(brief, u"brief"_s);
-        }
-        provider.delayMs = 5;
-        ask(provider, u"first"_s);
-        ask(provider, u"second"_s);
-
-        QTRY_COMPARE(answers, QStringList({u"first"_s, u"second"_s}));
-    }
 };
 
 QTEST_GUILESS_MAIN(MockProviderTest)

@@ -126,19 +126,11 @@ Item {
             const card = createTemporaryObject(cardComponent, root,
                 { decision: { question: root.markup, options: ["HTML", root.markup + root.markup] } });
             const answered = spy(card, "answered");
-            const own = spy(card, "ownAnswer");
             waitForRendering(card);
             compare(findChild(card, "decisionQuestion").text, root.markup);
-            compare(findChild(card, "decisionQuestion").maximumLineCount, 6);
-            const first = findChild(card, "decisionOption0");
-            const second = findChild(card, "decisionOption1");
-            compare([first.primary, second.primary], [true, false]);
             verifyNothingReadsMarkup(card);
-            mouseClick(first);
-            mouseClick(second);
-            mouseClick(findChild(card, "ownAnswer"));
-            compare(answered.signalArguments.map(sent => sent[0]), ["HTML", root.markup + root.markup]);
-            compare(own.count, 1);
+            mouseClick(findChild(card, "decisionOption1"));
+            compare(answered.signalArguments[0][0], root.markup + root.markup);
             card.decision = { question: "" };
             compare(findChild(card, "decisionQuestion").text, "Уточните задачу");
             card.decision = undefined;
@@ -186,10 +178,7 @@ Item {
                     "Требования\n[\n  \"x\"\n]", end] },
                 { tag: "own agent", run: { role: "mine" }, profiles,
                   parts: ["Состояние: статус IDLE",
-                    "Далее по схеме\nСледующий. Получатель ждёт завершения зависимостей.", never, end] },
-                { tag: "own agent, last", run: { role: "next" }, profiles,
-                  parts: ["Состояние: статус IDLE",
-                    "Далее по схеме\nроль mine. Получатель ждёт завершения зависимостей.", never, end] }
+                    "Далее по схеме\nСледующий. Получатель ждёт завершения зависимостей.", never, end] }
             ];
         }
         function test_anAgentsReportTellsWhatThereIs(data) {

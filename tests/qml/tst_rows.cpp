@@ -105,12 +105,10 @@ void RowsTest::aChangeIsToldInTheFewestSignals_data()
     const QVariantList grown{row(1), row(2, u"message"_s, 1), row(3), row(4)};
     const QVariantList pathless{QVariantMap{{u"path"_s, u"a"_s}, {u"revision"_s, 1}}};
     const QVariantList revised{QVariantMap{{u"path"_s, u"a"_s}, {u"revision"_s, 2}}};
-    QTest::newRow("nothing") << false << three << three << QStringList();
     QTest::newRow("appended") << false << three << four << QStringList{u"+3..3"_s};
     QTest::newRow("appended, newest first") << true << three << four << QStringList{u"+0..0"_s};
     QTest::newRow("first one") << false << QVariantList() << three << QStringList{u"+0..2"_s};
     QTest::newRow("removed") << false << four << QVariantList{row(1), row(4)} << QStringList{u"-1..2"_s};
-    QTest::newRow("emptied") << false << four << QVariantList() << QStringList{u"-0..3"_s};
     QTest::newRow("the oldest goes") << false << three << QVariantList{row(2), row(3)} << QStringList{u"-0..0"_s};
     QTest::newRow("replaced") << false << three << replaced << QStringList{u"-1..1"_s, u"+1..2"_s};
     QTest::newRow("changed and appended") << false << three << grown << QStringList{u"+3..3"_s, u"~1..1"_s};

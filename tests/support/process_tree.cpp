@@ -34,15 +34,20 @@ void closeAll()
         close(descriptor);
 }
 
-pid_t parentOf(pid_t process)
+struct Stat {
+    char state = 0;
+    int parent = 0;
+};
+
+Stat statOf(pid_t process)
 {
     const std::string path = "/proc/" + std::to_string(process) + "/stat";
     FILE *file = std::fopen(path.c_str(), "r");
-    int parent = 0;
-    if (!file || std::fscanf(file, "%*d (%*[^)]) %*c %d", &parent) != 1)
+    Stat found;
+    if (!file || std::fscanf(file, "%*d (%*[^)]) %c %d", &found.state, &found.parent) != 2)
         std::exit(70);
     std::fclose(file);
-    return parent;
+    return found;
 }
 
 // A process whose parent is gone, in a session of its own, deaf to signals and without any descriptor.
@@ -69,17 +74,6 @@ void makeDaemon()
     close(ready[0]);
 }
 
-char stateOf(pid_t process)
-{
-    const std::string path = "/proc/" + std::to_string(process) + "/stat";
-    FILE *file = std::fopen(path.c_str(), "r");
-    char state = 0;
-    if (!file || std::fscanf(file, "%*d (%*[^)]) %c", &state) != 1)
-        std::exit(70);
-    std::fclose(file);
-    return state;
-}
-
 // A process that looks like a zombie, as its first thread has ended. Its number is written out.
 void leaveThread()
 {
@@ -88,7 +82,7 @@ void leaveThread()
         std::thread(waitForEver).detach();
         pthread_exit(nullptr);
     }
-    while (stateOf(child) != 'Z')
+    while (statOf(child).state != 'Z')
         usleep(1000);
     std::printf("%d", child);
 }
@@ -206,10 +200,10 @@ int main(int count, char **arguments)
         kill(guard, SIGKILL);
     } else if (what == "kill-outer-guard") {
         makeDaemon();
-        kill(parentOf(guard), SIGKILL);
+        kill(statOf(guard).parent, SIGKILL);
     } else if (what == "stop-guards") {
         makeDaemon();
-        kill(parentOf(guard), SIGSTOP);
+        kill(statOf(guard).parent, SIGSTOP);
         kill(guard, SIGSTOP);
     } else if (what == "stop-itself") {
         makeDaemon();

@@ -103,24 +103,17 @@ void WireServer::listen()
     server->listen(QHostAddress::LocalHost);
 }
 
-quint16 WireServer::port() const
-{
-    return server->serverPort();
-}
-
 QString WireServer::url() const
 {
-    return u"%1://127.0.0.1:%2/v1"_s.arg(secure ? u"https"_s : u"http"_s).arg(port());
+    return u"%1://127.0.0.1:%2/v1"_s.arg(secure ? u"https"_s : u"http"_s).arg(server->serverPort());
 }
 
 void WireServer::accept()
 {
     while (QTcpSocket *socket = server->nextPendingConnection()) {
-        ++connections;
         // An answer goes out as it was written, not when the client has acknowledged the one before.
         socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         connect(socket, &QTcpSocket::readyRead, this, [this, socket] { take(socket); });
-        connect(socket, &QTcpSocket::bytesWritten, this, [this](qint64 bytes) { sent += bytes; });
         connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
         take(socket);
     }

@@ -64,11 +64,8 @@ public:
     WireServer(Handler handler, const QSslConfiguration &tls);
     ~WireServer() override;
 
-    quint16 port() const;
     QString url() const; ///< Base address with the path "/v1".
     QList<WireRequest> requests;
-    qint64 sent = 0; ///< Bytes handed to the system so far.
-    int connections = 0;
 
 private:
     void listen();
