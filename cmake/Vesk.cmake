@@ -8,6 +8,7 @@
 
 option(VESK_WERROR "Warnings are errors" ON)
 option(VESK_SANITIZE "Build with address and undefined-behaviour checks" OFF)
+option(VESK_FUZZ "Build tests/fuzz with libFuzzer, which takes clang" OFF)
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -59,6 +60,18 @@ if(VESK_SANITIZE)
     set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
     target_compile_options(vesk_settings INTERFACE ${sanitizers} -g1 -O1)
     target_link_options(vesk_settings INTERFACE ${sanitizers})
+endif()
+if(VESK_FUZZ)
+    include(CheckCXXSourceCompiles)
+    set(CMAKE_REQUIRED_FLAGS -fsanitize=fuzzer)
+    check_cxx_source_compiles("extern \"C\" int LLVMFuzzerTestOneInput(const char *, unsigned long) { return 0; }"
+        VESK_HAS_LIBFUZZER)
+    unset(CMAKE_REQUIRED_FLAGS)
+    if(NOT VESK_HAS_LIBFUZZER)
+        message(FATAL_ERROR "The preset fuzz needs clang with libFuzzer: Debian's packages clang and libclang-rt-dev")
+    endif()
+    target_compile_options(vesk_settings INTERFACE -fsanitize=fuzzer-no-link -Wno-overloaded-virtual)
+    target_link_options(vesk_settings INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 # Tests may compare a QString with a plain literal; in the product every conversion is written out. A test is run about

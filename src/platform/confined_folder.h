@@ -15,6 +15,8 @@ namespace vesk {
 /// folder and refuses links and mount points on the way (`openat2`); where it can't, each component is opened on its
 /// own and looked at before the next (`Walk::ByComponent`, which tests choose, too).
 ///
+/// A disk that fails (EIO) has no result of its own; it is said in the log.
+///
 /// Paths are relative, of components parted by single slashes, none of them empty, "." or ".."; the caller sees to
 /// that. Nothing blocks on a FIFO.
 ///
@@ -102,6 +104,7 @@ private:
     Descriptor open(int folder, const QByteArray &path, int flags) const;
     Result makeFolders(const QByteArray &path, Descriptor &made) const;
     static Result refusal(int error);
+    static Result failed(Result result, const QByteArray &path);
     static bool flushFolder(int folder);
 
     Descriptor root;

@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits.h>
+#include <utility>
 
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -199,6 +200,15 @@ ConfinedFolder::Result ConfinedFolder::refusal(int error)
     }
 }
 
+/// The result of a system call that failed just now. Who looks for the reason in a file's name or rights would never
+/// find that it is the disk.
+ConfinedFolder::Result ConfinedFolder::failed(Result result, const QByteArray &path)
+{
+    if (errno == EIO)
+        qWarning("Ошибка ввода-вывода диска: %s", path.constData());
+    return result;
+}
+
 Descriptor ConfinedFolder::open(int folder, const QByteArray &path, int flags) const
 {
     if (walk == Walk::InKernel) {
@@ -235,7 +245,7 @@ ConfinedFolder::Result ConfinedFolder::read(const QByteArray &path, qint64 limit
     // What isn't a regular file was refused by probe(); not to block matters when it became one since.
     const Descriptor file = open(root.get(), path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
     if (!file)
-        return refusal(errno);
+        return failed(refusal(errno), path);
 
     struct stat status;
     if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink > 1)
@@ -245,7 +255,8 @@ ConfinedFolder::Result ConfinedFolder::read(const QByteArray &path, qint64 limit
     content.mode = status.st_mode & 0777;
     content.user = status.st_uid;
     content.group = status.st_gid;
-    return readAll(file.get(), status.st_size, limit, content.bytes);
+    const Result result = readAll(file.get(), status.st_size, limit, content.bytes);
+    return result == Result::Unreadable ? failed(result, path) : result;
 }
 
 ConfinedFolder::Result ConfinedFolder::makeParent(const QByteArray &path, Spot &spot) const

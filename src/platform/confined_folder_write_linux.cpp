@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <memory>
+#include <utility>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -439,9 +440,9 @@ ConfinedFolder::Result ConfinedFolder::create(const Spot &spot, const QByteArray
 {
     Temporary ours(spot.folder.get());
     if (const Result filled = ours.fill(bytes, 0666); filled != Result::Done)
-        return filled;
+        return failed(filled, spot.name);
     if (!ours.flush())
-        return Result::Failed;
+        return failed(Result::Failed, spot.name);
     const Result published = ours.publish(spot.name);
     if (published != Result::Done)
         return published;
@@ -456,10 +457,10 @@ ConfinedFolder::Result ConfinedFolder::replace(const Spot &spot, const QByteArra
 
     Temporary ours(spot.folder.get());
     if (const Result filled = ours.fill(bytes, old.mode); filled != Result::Done)
-        return filled;
+        return failed(filled, spot.name);
     ours.takeAfter(old);
     if (!ours.flush() || !ours.settle())
-        return Result::Failed;
+        return failed(Result::Failed, spot.name);
     const Result exchanged = Exchange(spot, ours, bytes, leases).run(old.bytes);
     if (exchanged != Result::Done)
         return exchanged;

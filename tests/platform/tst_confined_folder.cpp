@@ -125,6 +125,15 @@ private Q_SLOTS:
         QCOMPARE(everything(), QStringList{u"a"_s});
     }
 
+    void aDiskThatFailsIsNamedInTheLog()
+    {
+        // Nothing lies at the first address of a process.
+        const auto process = ConfinedFolder::hold("/proc/" + QByteArray::number(::getpid()));
+        ConfinedFolder::Content content;
+        QTest::ignoreMessage(QtWarningMsg, "Ошибка ввода-вывода диска: mem");
+        QCOMPARE(process->read("mem", 10, content), Result::Unreadable);
+    }
+
     void aReadOnlyFileIsNotReplaced()
     {
         const QString outcome = sandbox::inChild([&]() -> QString {
