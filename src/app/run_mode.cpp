@@ -262,14 +262,7 @@ void RunMode::finish(const QString &status)
     }
     const QString report = Narrator::report(state);
     if (options.json) {
-        printLine(json({{u"id"_s, id()},
-                        {u"task_id"_s, state["id"_L1]},
-                        {u"type"_s, u"Result"_s},
-                        {u"message"_s, status},
-                        {u"time"_s, now()},
-                        {u"data"_s, state},
-                        {u"report"_s, report},
-                        {u"exit_code"_s, int(exitCode)}}));
+        printResult(status, state, report, exitCode);
     } else if (!(options.simulate && exitCode == RunExit::Completed)) {
         printLine(report);
     }
@@ -281,6 +274,19 @@ void RunMode::finish(const QString &status)
     QCoreApplication::exit(int(exitCode));
 }
 
+/// The last line for programs: also of a run that was refused at its start, without a state.
+void RunMode::printResult(const QString &status, const QJsonObject &state, const QString &report, RunExit code)
+{
+    printLine(json({{u"id"_s, id()},
+                    {u"task_id"_s, state["id"_L1].toString()},
+                    {u"type"_s, u"Result"_s},
+                    {u"message"_s, status},
+                    {u"time"_s, now()},
+                    {u"data"_s, state},
+                    {u"report"_s, report},
+                    {u"exit_code"_s, int(code)}}));
+}
+
 /// A fault of a step taken from outside ends the run with its reason.
 void RunMode::guarded(const std::function<void()> &work)
 {
@@ -290,6 +296,8 @@ void RunMode::guarded(const std::function<void()> &work)
         if (core.engine.busy())
             return core.engine.fail(textOf(fault));
         printErrorLine(textOf(fault));
+        if (options.json && !decided)
+            printResult(u"FAILED"_s, {}, textOf(fault), RunExit::NotCompleted);
         stop(RunExit::NotCompleted);
     }
 }

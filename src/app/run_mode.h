@@ -51,6 +51,7 @@ private:
     void stop(RunExit code);
     void takePermissionRequest(const QJsonObject &request);
     void finish(const QString &status);
+    static void printResult(const QString &status, const QJsonObject &state, const QString &report, RunExit code);
     void guarded(const std::function<void()> &work);
 
     RunOptions options;

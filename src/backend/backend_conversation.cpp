@@ -223,6 +223,7 @@ bool Backend::configureVisionChat(const QJsonArray &media, QJsonObject &input)
     model.model = agent->model;
     model.key = agent->key;
     model.useResponses = agent->useResponses;
+    model.ownServer = !isPublished(QUrl(agent->url));
     if (!agent->guidance.isEmpty())
         input["visual_agent_guidance"_L1] = agent->guidance;
     return true;

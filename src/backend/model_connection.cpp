@@ -35,6 +35,7 @@ ModelConnection::ModelConnection(const Store &store, Engine &engine, OpenAICompa
         client.key = CredentialStore::read(connectionTarget(client.url));
     const QUrl address(client.url);
     client.useResponses = address.host() == openAiHost();
+    client.ownServer = !isPublished(address);
     // A model on this machine needs no key; a remote one does.
     if (client.key.isEmpty() && address.scheme() == "https"_L1)
         document["mock"_L1] = true;
@@ -55,6 +56,7 @@ void ModelConnection::configureClient(OpenAICompatibleProvider &target, const QS
     target.model = client.model;
     target.key = client.key;
     target.useResponses = client.useResponses;
+    target.ownServer = client.ownServer;
     target.root = projectRoot;
 }
 

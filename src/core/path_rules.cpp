@@ -26,8 +26,13 @@ bool isReservedDevice(QStringView name)
         && (stem.startsWith("COM"_L1, Qt::CaseInsensitive) || stem.startsWith("LPT"_L1, Qt::CaseInsensitive));
 }
 
-/// Besides what some systems forbid: what can't be seen in a name, or turns the rest of a line round.
 bool isForbidden(QChar c)
+{
+    return c < u' ' || "<>\"|?*"_L1.contains(c);
+}
+
+/// What can't be seen in a name, or turns the rest of a line round.
+bool isUnseen(QChar c)
 {
     switch (c.category()) {
     case QChar::Other_Control:
@@ -36,8 +41,17 @@ bool isForbidden(QChar c)
     case QChar::Separator_Paragraph:
         return true;
     default:
-        return "<>\"|?*"_L1.contains(c);
+        return false;
     }
+}
+
+/// Why no new file is to have this name; empty when it may.
+QString newFaultOf(QStringView name)
+{
+    // One like those of our temporary files would be cleared away at the next start.
+    const bool bad = std::any_of(name.begin(), name.end(), isUnseen)
+        || ConfinedFolder::isTemporary(QFile::encodeName(name.toString()));
+    return bad ? u"Invalid filename"_s : QString();
 }
 
 /// Why a component is refused by its name alone; empty if it is not.
@@ -50,9 +64,6 @@ QString faultOf(QStringView name)
         return u"Invalid filename"_s;
     if (isReservedDevice(name))
         return u"Reserved device filename"_s;
-    // Cleared away at the next start, when its process is gone.
-    if (ConfinedFolder::isTemporary(QFile::encodeName(name.toString())))
-        return u"Invalid filename"_s;
     if (name.compare(".git"_L1, Qt::CaseInsensitive) == 0)
         return u"Git metadata is protected"_s;
     return {};
@@ -69,17 +80,20 @@ JudgedPath judged(const QString &relativePath)
 {
     const QString path = slashed(relativePath);
     if (path.isEmpty() || path.startsWith(u'/') || path.contains(u':') || path.contains(QChar::Null))
-        return {{}, u"Invalid relative path"_s};
+        return {{}, u"Invalid relative path"_s, {}};
 
     qsizetype good = 0;
     QString fault;
+    QString newFault;
     for (const QStringView name : QStringTokenizer{path, u'/'}) {
         fault = faultOf(name);
         if (!fault.isEmpty())
             break;
         good = name.end() - path.begin();
+        if (newFault.isEmpty())
+            newFault = newFaultOf(name);
     }
-    return {path.first(good), fault};
+    return {path.first(good), fault, newFault};
 }
 
 } // namespace vesk

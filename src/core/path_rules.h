@@ -11,6 +11,9 @@ QString slashed(QString path);
 struct JudgedPath {
     QString good; ///< The components in front of the first bad one, with forward slashes.
     QString fault; ///< Why that one, or the path as a whole, is refused; empty when it is not.
+    /// Why a new file is not to be called so; one that was recorded under such a name before is still read and
+    /// replaced.
+    QString newFault;
 };
 JudgedPath judged(const QString &relativePath);
 

@@ -130,6 +130,7 @@ Workspace::Place Workspace::vet(const QString &relativePath) const
     const Kind kind = encoded.isEmpty() ? Kind::Missing : folder->probe(encoded);
     requireSafe(kind);
     require(path.fault.isEmpty(), path.fault);
+    require(path.newFault.isEmpty() || !latest(relativePath).isEmpty(), path.newFault);
     return {encoded, kind};
 }
 
@@ -341,7 +342,7 @@ void Workspace::remove(const QJsonObject &record) const
     QJsonObject removed = record;
     removed[u"deleted"_s] = true;
     removed[u"status"_s] = u"ROLLED_BACK"_s;
-    store.put(u"files"_s, key(path), projectId, removed);
+    store.atomicDurable([&] { store.put(u"files"_s, key(path), projectId, removed); });
 }
 
 } // namespace vesk

@@ -114,6 +114,7 @@ void Engine::installNewPackages(const QString &path)
 {
     if (path == "package.json"_L1 && spec.value("checks_prepared"_L1).toBool())
         addBuildChecks(codeNodeIds());
+    graph.validate();
 }
 
 QString Engine::nodeProgram() const

@@ -70,6 +70,9 @@ void Engine::activatePlan()
         node.revision = 0;
         dropCounters(node.input);
     }
+    // Of another plan than the one that checks were added to before.
+    for (const QString &flag : {u"checks_prepared"_s, u"browser_check_prepared"_s})
+        spec.remove(flag);
     tieLooseChecks(graph.nodes);
     const QJsonObject command = spec["build_command"_L1].toObject();
     if (!command.isEmpty())

@@ -143,6 +143,14 @@ void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonO
     requireRecorded(result);
     Node &node = graph.nodes[index];
     const bool isOutdated = testedRevisions(graph.nodes, index) != tested;
+    if (!isCheck(node) && success && isOutdated) {
+        // A copy of what is gone: made again, under the consent it had.
+        rearm(node);
+        grantAction(ToolRouter::fingerprint(runCommand(), node.input));
+        persist();
+        scheduleNodes();
+        return;
+    }
     if (isCheck(node) && (isOutdated || (!success && isBeingRewritten(graph.nodes, index)))) {
         // Files were, or are being, rewritten because of another check: this one has to see them, too.
         rearm(node);

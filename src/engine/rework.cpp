@@ -32,10 +32,21 @@ void order(Node &node, const QJsonObject &fix)
     // first version would end the run; the check runs again after the rewrite.
 }
 
+/// Of the packages that package.json names.
 bool isInstallation(const Node &node)
 {
-    const QJsonArray arguments = node.input["arguments"_L1].toArray();
-    return arguments.contains(QJsonValue(u"install"_s)) || arguments.contains(QJsonValue(u"ci"_s));
+    const QStringList words = strings(node.input["arguments"_L1].toArray()) << node.input["program"_L1].toString();
+    const bool isNpm = std::ranges::any_of(
+        words, [](const QString &word) { return word.endsWith("npm-cli.js"_L1) || word.endsWith("/npm"_L1); });
+    return isNpm && (words.contains(u"install"_s) || words.contains(u"ci"_s));
+}
+
+/// Only the syntax of a file can be judged without the others: a test that a command names tests them.
+bool looksAtOneFile(const Node &check)
+{
+    const QStringList arguments = strings(check.input["arguments"_L1].toArray());
+    return arguments.contains(u"--check"_s) || arguments.contains(u"py_compile"_s)
+        || arguments.contains(u"-fsyntax-only"_s);
 }
 
 } // namespace
@@ -138,7 +149,7 @@ void tieLooseChecks(QList<Node> &nodes)
             if (!pathOf(node).isEmpty() && command.contains(pathOf(node)))
                 named.append(node.id);
         }
-        nodes[i].dependencies = named.isEmpty() ? all : named;
+        nodes[i].dependencies = looksAtOneFile(nodes.at(i)) && !named.isEmpty() ? named : all;
     }
 }
 

@@ -28,8 +28,8 @@ bool isBeingRewritten(const QList<Node> &nodes, int check);
 /// The installation of packages is one only when the file is package.json. Indices of nodes.
 QList<int> stepsToRepeat(const QList<Node> &nodes, const QString &codeId);
 
-/// Lets a check that the plan has tied to nothing wait for the code that it names in its arguments, or for all code, as
-/// far as that doesn't wait for the check itself.
+/// Lets a check that the plan has tied to nothing wait for all code, or, when it looks only at the syntax of a file,
+/// for the one it names; as far as that doesn't wait for the check itself.
 void tieLooseChecks(QList<Node> &nodes);
 
 /// Lets the checks that have passed for a file run again, since it was written anew.

@@ -104,28 +104,28 @@ void TaskJournal::keepToolOutput(const QString &task, const QString &printed)
     const QString named = std::as_const(made)["path"_L1].toString();
     if (!std::as_const(made)["success"_L1].toBool() || named.isEmpty())
         return;
+    QString path;
     try {
-        const QString path = projectPath(named);
-        const QFileInfo file(workspace.root() + u'/' + path);
-        if (!file.isFile()) {
-            addMessage(task, u"assistant"_s,
-                       u"Инструмент сообщил о готовом файле, но в проекте его нет: "_s
-                           + oneLine(named.left(maxTitleChars)),
-                       u"progress"_s);
-            return;
-        }
-        made["id"_L1] = id();
-        made["type"_L1] = u"media"_s;
-        made["path"_L1] = path;
-        made["name"_L1] = file.fileName();
-        if (!made.contains("kind"_L1))
-            made["kind"_L1] = u"result"_s;
-        made["status"_L1] = RunStatus::completed;
-        made["bytes"_L1] = file.size();
-        store.put(u"artifacts"_s, std::as_const(made)["id"_L1].toString(), workspace.project(), made);
+        path = projectPath(named);
     } catch (const std::exception &) {
-        return; // What lies outside the project, or can't be noted, is no medium of it; the run goes on.
+        return; // What lies outside the project is no medium of it; the run goes on.
     }
+    const QFileInfo file(workspace.root() + u'/' + path);
+    if (!file.isFile()) {
+        addMessage(task, u"assistant"_s,
+                   u"Инструмент сообщил о готовом файле, но в проекте его нет: "_s + oneLine(named.left(maxTitleChars)),
+                   u"progress"_s);
+        return;
+    }
+    made["id"_L1] = id();
+    made["type"_L1] = u"media"_s;
+    made["path"_L1] = path;
+    made["name"_L1] = file.fileName();
+    if (!made.contains("kind"_L1))
+        made["kind"_L1] = u"result"_s;
+    made["status"_L1] = RunStatus::completed;
+    made["bytes"_L1] = file.size();
+    store.put(u"artifacts"_s, std::as_const(made)["id"_L1].toString(), workspace.project(), made);
 }
 
 /// The path from the project folder on of a file that a tool has named, in full or so. Throws what Workspace::resolve

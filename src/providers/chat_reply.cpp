@@ -101,11 +101,11 @@ QString outputText(const QJsonArray &output)
     return text;
 }
 
-QJsonObject foldStream(const StreamState &state, LLMResult &result)
+QJsonObject foldStream(const StreamState &state, const QString &key, LLMResult &result)
 {
     if (state.finishReason.isEmpty() || state.streamError) {
         result.error = state.failure.isEmpty() ? u"Поток ответа оборвался. Повторяю текущий запрос."_s
-                                               : u"Провайдер прервал ответ: "_s + state.failure;
+                                               : u"Провайдер прервал ответ: "_s + providerMessage(state.failure, key);
         result.retryable = true;
     }
     return fold(state.content, state.finishReason, state.usage);
@@ -218,7 +218,8 @@ void StreamState::takeEvent(const QJsonObject &event, Progress &progress)
 void StreamState::takeFailure(const QJsonObject &event)
 {
     streamError = true;
-    failure = providerMessage(event.contains("error"_L1) ? event["error"_L1] : event, {});
+    const QJsonValue error = event.contains("error"_L1) ? event["error"_L1] : QJsonValue(event);
+    failure = error.isString() ? error.toString() : error["message"_L1].toString();
 }
 
 void StreamState::takeChunk(const QJsonObject &chunk, Progress &progress)
@@ -253,7 +254,7 @@ LLMResult resultOf(const StreamState &state, const ReplyFacts &facts)
     LLMResult result;
     QJsonObject folded;
     if (state.sawData || state.isEndless())
-        folded = foldStream(state, result);
+        folded = foldStream(state, facts.key, result);
     else if (facts.useResponses)
         folded = foldResponse(parsed(state.raw()), result);
     else

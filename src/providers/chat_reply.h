@@ -38,7 +38,7 @@ public:
     QJsonObject usage;
     bool sawData = false; ///< At least one line began with "data:".
     bool streamError = false; ///< A line could not be read, or the stream said that it failed.
-    QString failure; ///< What the stream said of that.
+    QString failure; ///< What the stream said of that, as it came: it may quote the key.
     bool completed = false; ///< The terminator was there.
 
 private:

@@ -112,7 +112,8 @@ QString CredentialStore::read(const QString &target)
             warnOfFile();
             return kept.secret.text();
         }
-        if (!isWell(kept, step) || place() == Place::File)
+        isWell(kept, step); // a file that can't be read hides no key of the keyring
+        if (place() == Place::File)
             return {};
     }
     const SecretAnswer answer = keyring().read(target);

@@ -140,6 +140,7 @@ private Q_SLOTS:
         QCOMPARE(model.asked, QStringList{routed ? u"chat_router"_s : u"chat"_s});
         QCOMPARE(model.requests[0].header("Authorization"), "Bearer " + key.toUtf8());
         QCOMPARE(model.requests[0].json()["max_tokens"_L1].toInt(), 2048);
+        QVERIFY(model.requests[0].json()["stream"_L1].toBool()); // a server of one's own may be slow
         QCOMPARE(model.lastInput[routed ? "message"_L1 : "question"_L1].toString(), line);
 
         const QStringList kept = desk.chat();

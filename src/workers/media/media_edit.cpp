@@ -14,6 +14,7 @@
 #include <QSaveFile>
 #include <QTemporaryDir>
 #include <QTransform>
+#include <algorithm>
 
 #include <optional>
 
@@ -164,7 +165,7 @@ FfmpegRun runFfmpeg(const QString &program, const QStringList &arguments, int li
     clock.start();
     process.setReadChannel(QProcess::StandardError);
     while (process.state() != QProcess::NotRunning && clock.elapsed() < limitMs) {
-        process.waitForReadyRead(int(limitMs - clock.elapsed()));
+        process.waitForReadyRead(int(std::max<qint64>(limitMs - clock.elapsed(), 0))); // -1 is for ever
         run.errors += process.readAllStandardError();
         keepEnds(run.errors);
         // Its standard error may be closed long before it ends.
