@@ -64,8 +64,7 @@ private Q_SLOTS:
         PlannedRun run({ScriptedProvider::with(code(u"a.txt"_s, {}, counters), done)});
         run.start(u"Сделай"_s, true);
         QVERIFY(run.runToPhase(u"PREVIEW"_s));
-        QCOMPARE(fields(run.node(u"a.txt"_s), u"status revision output input"_s),
-                 u"QUEUED 0 {} {\"path\":\"a.txt\"}"_s);
+        QCOMPARE(fields(run.node(u"a.txt"_s), u"status revision output input"_s), u"QUEUED 0 {} {'path':'a.txt'}"_s);
     }
 
     void thereIsACheckpointBeforeTheFirstFile()
