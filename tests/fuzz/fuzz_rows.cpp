@@ -1,5 +1,5 @@
-// Lists that follow one another in a model. Each character of the input is a row, '|' ends a list: a letter's lower case
-// is the row's id, a digit its path, any other its kind alone.
+// Lists that follow one another in a model. Each character of the input is a row, '|' ends a list: a letter's lower
+// case is the row's id, a digit its path, any other its kind alone.
 
 #include "fuzz.h"
 #include "rows.h"
