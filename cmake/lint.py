@@ -27,6 +27,10 @@ CLAZY = ("child-event-qobject-cast,connect-3arg-lambda,connect-by-name,connect-n
          "lambda-unique-connection,missing-qobject-macro,mutable-container-key,overridden-signal,post-event,"
          "qgetenv,range-loop-reference,returning-data-from-temporary,strict-iterators,"
          "temporary-iterator,use-static-qregularexpression,wrong-qglobalstatic,writing-to-temporary")
+# Which headers a file includes. Qt's own ones forward to others, as do some of the standard library.
+INCLUDES = """{Checks: '-*,misc-include-cleaner', WarningsAsErrors: '*',
+               CheckOptions: {misc-include-cleaner.IgnoreHeaders: '/Qt[A-Za-z]*/q.*\\.h;bits/.*'}}"""
+INCLUDES_OF = ("src/core",)  # two to seven seconds for each file
 BATCH = 24  # files looked at as one text
 KEPT_DAYS = 60
 
@@ -108,23 +112,24 @@ class Sources:
                 self.hashes[name] = f"{path} is gone"
         return self.hashes[name]
 
-    def mark(self, entry):
+    def mark(self, entry, check):
         """The file that exists when this entry is known to be clean; None if its headers are not known yet."""
         includes = self.included.get(entry["output"])
         if includes is None:
             return None
-        parts = [self.common, entry["command"].replace(str(self.source), "."), self.describe(entry["file"])]
+        parts = [check, self.common, entry["command"].replace(str(self.source), "."), self.describe(entry["file"])]
         parts += sorted(self.describe(name) for name in includes)
         return self.cache / hashlib.sha256("\n".join(parts).encode()).hexdigest()
 
-    def is_clean(self, entry):
-        mark = self.mark(entry)
+    def is_clean(self, entry, check="all"):
+        mark = self.mark(entry, check)
         return mark is not None and mark.exists()
 
-    def note_clean(self, entries):
+    def note_clean(self, entries, check="all"):
         self.cache.mkdir(parents=True, exist_ok=True)
-        for mark in filter(None, map(self.mark, entries)):
-            mark.touch()
+        for entry in entries:
+            if mark := self.mark(entry, check):
+                mark.touch()
 
     def forget_old(self):
         oldest = time.time() - KEPT_DAYS * 86400
@@ -212,14 +217,27 @@ def check_batch(sources, entries):
     return findings[1:] or findings
 
 
+def check_includes(sources, entry):
+    """This check sees one file alone and nothing that it includes, so there are no batches of it."""
+    code, text = run(["clang-tidy", "--quiet", f"--config={INCLUDES}", entry["file"], "--", *flags([entry])])
+    if code == 0:
+        sources.note_clean([entry], "includes")
+    return [] if code == 0 else re.split(r"(?m)^(?=/.*: (?:warning|error): )", text)[1:] or [text]
+
+
 def check_sources(source, build):
     sources = Sources(source, build)
     batches = sources.batches()
-    print(f"clang-tidy: {sum(map(len, batches))} of {len(sources.entries)} files to look at", flush=True)
+    own = [entry for entry in sources.entries
+           if any(Path(entry["file"]).is_relative_to(source / folder) for folder in INCLUDES_OF)
+           and not sources.is_clean(entry, "includes")]
+    print(f"clang-tidy: {sum(map(len, batches))} of {len(sources.entries)} files to look at, "
+          f"and the includes of {len(own)}", flush=True)
     with ThreadPoolExecutor(os.cpu_count()) as pool:
-        findings = [text for texts in pool.map(lambda batch: check_batch(sources, batch), batches) for text in texts]
+        results = [*pool.map(lambda batch: check_batch(sources, batch), batches),
+                   *pool.map(lambda entry: check_includes(sources, entry), own)]
     sources.forget_old()
-    return findings
+    return [text for texts in results for text in texts]
 
 
 def usable():

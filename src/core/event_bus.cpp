@@ -4,6 +4,8 @@
 
 #include "helpers.h"
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace vesk {

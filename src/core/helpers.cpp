@@ -8,6 +8,7 @@
 #include <QUuid>
 
 #include <algorithm>
+#include <exception>
 #include <stdexcept>
 
 using namespace Qt::StringLiterals;

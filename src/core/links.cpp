@@ -4,6 +4,8 @@
 
 #include "helpers.h"
 
+#include <functional>
+
 namespace vesk {
 
 namespace {

@@ -12,6 +12,8 @@
 #include <QVariant>
 
 #include <algorithm>
+#include <functional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 

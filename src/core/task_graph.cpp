@@ -3,6 +3,7 @@
 #include "task_graph.h"
 
 #include "helpers.h"
+#include "links.h"
 #include "statuses.h"
 
 #include <QSet>

@@ -2,6 +2,7 @@
 
 #include "workspace.h"
 
+#include "confined_folder.h"
 #include "helpers.h"
 #include "path_rules.h"
 #include "store.h"
@@ -11,6 +12,11 @@
 #include <QFileInfo>
 #include <QSet>
 #include <QStringConverter>
+
+#include <algorithm>
+#include <exception>
+#include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 

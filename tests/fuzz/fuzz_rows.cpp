@@ -32,6 +32,7 @@ QVariantMap rowOf(char c)
 
 /// What a view has in the end that hears of the model only by its signals.
 class View : public QObject {
+    Q_OBJECT
 public:
     explicit View(const Rows &model)
     {
