@@ -38,6 +38,7 @@ private Q_SLOTS:
             'runs':[{'role':'validator','status':'COMPLETED'},
              {'role':'my-agent','logical_role':'correctness_reviewer','status':'COMPLETED'},
              {'role':'risk_judge','logical_role':'risk_judge','status':'ERROR'},
+             {'role':'second','logical_role':'validator','status':'COMPLETED'},
              {'role':'my_reviewer','logical_role':'coding','status':'COMPLETED'}],
             'spec':{'disabled_agents':['risk_judge','x'],'verification_limitation':'Браузер не найден.'}})"_s);
 
@@ -46,7 +47,7 @@ private Q_SLOTS:
                  "Что сделано\n• Шаг code\n• Шаг tool\n• Шаг tool — не проверено\n\n"
                  "Что не выполнено\n• Незавершённых этапов в утверждённом плане нет.\n\n"
                  "Файлы\n• a.html — версия 2; проверка принята\n\n"
-                 "Что проверено\n• Завершённых проверок агентов: 2. Циклов исправления: 7.\n"
+                 "Что проверено\n• Завершённых проверок агентов: 3. Циклов исправления: 7.\n"
                  "• Отключены пользователем: Проверка рисков, x. Их отдельные проверки не выполнялись.\n"
                  "• Граф завершён, открытых замечаний нет. Актуальность созданных файлов проверена по контрольным "
                  "суммам.\n\n"
