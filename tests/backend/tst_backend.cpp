@@ -48,18 +48,18 @@ private Q_SLOTS:
                               {u"a"_s, u"a"_s, u"@/a%20b"_s, u"@/a%20b"_s},
                               {u"a"_s, u"a"_s, u"@/a/../b/"_s, u"@/b"_s},
                               {u"a"_s, u"a"_s, u"@/link"_s, u"@/data"_s}};
-        for (auto [name, folder, given, parent] : rows) {
+        for (const auto &[name, folder, given, parent] : rows) {
             Desk desk;
             const QString own = QDir(desk.folder.path()).canonicalPath();
             QFile::link(desk.data(), desk.path(u"link"_s));
-            desk.call("createProject", {name, given.replace(u'@', own)});
+            desk.call("createProject", {name, QString(given).replace(u'@', own)});
             QCOMPARE(desk.message(), QString());
             const QString root = desk.read("root").toString();
             QVERIFY2(QRegularExpression(u'^' + QRegularExpression::escape(folder) + u"-[0-9a-f]{8}$"_s)
                          .match(QFileInfo(root).fileName())
                          .hasMatch(),
                      qPrintable(root));
-            QCOMPARE(QFileInfo(root).path(), parent.replace(u'@', own));
+            QCOMPARE(QFileInfo(root).path(), QString(parent).replace(u'@', own));
             QVERIFY(QFileInfo::exists(root + u"/VESK-project.json"_s));
             QCOMPARE(desk.read("projectName").toString(), name);
 
