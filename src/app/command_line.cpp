@@ -1,3 +1,5 @@
+// Which mode the command line asks for.
+
 #include "command_line.h"
 
 #include <algorithm>

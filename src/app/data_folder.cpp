@@ -1,3 +1,5 @@
+// The folder of database and history, held by one process at a time.
+
 #include "data_folder.h"
 
 #include "helpers.h"

@@ -1,3 +1,5 @@
+// A whole unattended run against a live model.
+
 #include "live_smoke.h"
 
 #include "core.h"

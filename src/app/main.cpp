@@ -1,3 +1,5 @@
+// The entry: picks the mode and loads what only that needs.
+
 #include "command_line.h"
 #include "console.h"
 #include "credential_store.h"

@@ -1,3 +1,5 @@
+// One task without a window: told on one stream, reported on the other.
+
 #include "run_mode.h"
 
 #include "console.h"

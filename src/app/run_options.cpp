@@ -1,3 +1,5 @@
+// What --run was asked to do.
+
 #include "run_options.h"
 
 #include "helpers.h"

@@ -1,3 +1,5 @@
+// A folder held open, and how paths below it are walked and read.
+
 #include "confined_folder.h"
 
 #include <QList>

@@ -1,3 +1,5 @@
+// The terminal or the pipes that the process was started with.
+
 #include "console.h"
 
 #include <algorithm>

@@ -1,3 +1,5 @@
+// Fonts and places of a Linux desktop.
+
 #include "desktop.h"
 
 using namespace Qt::StringLiterals;

@@ -1,3 +1,5 @@
+// Variables that hold a secret.
+
 #include "environment.h"
 
 #include <QFile>

@@ -1,3 +1,5 @@
+// A folder that one process works on at a time.
+
 #include "folder_lock.h"
 
 #include <QFile>

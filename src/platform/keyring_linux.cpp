@@ -1,3 +1,5 @@
+// The desktop keyring, asked on a thread that can be given up.
+
 #include "keyring.h"
 
 #include "keyring_request.h"

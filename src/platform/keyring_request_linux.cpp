@@ -1,3 +1,5 @@
+// One request to the Secret Service.
+
 #include "keyring_request.h"
 
 #include "libsecret.h"

@@ -1,3 +1,5 @@
+// libsecret, loaded when a key is first asked for.
+
 #include "libsecret.h"
 
 #include <QLibrary>

@@ -1,3 +1,5 @@
+// Sending without waiting for acknowledgements.
+
 #include "low_delay.h"
 
 #include <QNetworkReply>

@@ -1,3 +1,5 @@
+// A program in a guard that ends all it has started.
+
 #include "process_containment.h"
 
 #include <QCoreApplication>

@@ -1,3 +1,5 @@
+// Signals that ask the process to end, as events.
+
 #include "process_signals.h"
 
 #include <QSocketNotifier>

@@ -1,3 +1,5 @@
+// Where the programs of this system and those that come with us are.
+
 #include "programs.h"
 
 #include <QDir>

@@ -1,3 +1,5 @@
+// What became of a request for a secret, and bytes that are wiped.
+
 #include "secret_answer.h"
 
 #include <utility>

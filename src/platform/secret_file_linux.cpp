@@ -1,3 +1,5 @@
+// Keys in a file for its owner alone.
+
 #include "secret_file.h"
 
 #include "descriptor.h"

@@ -1,3 +1,5 @@
+// How the bytes of a reply become a result.
+
 #include "chat_reply.h"
 
 #include "helpers.h"

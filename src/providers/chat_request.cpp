@@ -1,3 +1,5 @@
+// How a request becomes the body of a POST.
+
 #include "chat_request.h"
 
 #include "confined_folder.h"

@@ -1,3 +1,5 @@
+// API keys in the keyring, or in the file that stands in for it.
+
 #include "credential_store.h"
 
 #include "helpers.h"

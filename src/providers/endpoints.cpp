@@ -1,3 +1,5 @@
+// The providers that are known by name.
+
 #include "endpoints.h"
 
 #include "helpers.h"

@@ -1,3 +1,5 @@
+// A model that answers every role with a fixed document.
+
 #include "mock_provider.h"
 
 #include "helpers.h"

@@ -1,3 +1,5 @@
+// One model endpoint over HTTP.
+
 #include "openai_provider.h"
 
 #include "chat_reply.h"

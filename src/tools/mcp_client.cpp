@@ -1,3 +1,5 @@
+// Tools of other programs: none are looked for yet.
+
 #include "mcp_client.h"
 
 using namespace Qt::StringLiterals;

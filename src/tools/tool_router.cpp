@@ -1,3 +1,5 @@
+// The one gate to files and programs.
+
 #include "tool_router.h"
 
 #include "event_bus.h"

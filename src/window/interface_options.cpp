@@ -1,3 +1,5 @@
+// What the command line asks of the window.
+
 #include "interface_options.h"
 
 #include "backend.h"

@@ -1,3 +1,5 @@
+// The whole application driven once without a person.
+
 #include "self_test_ui.h"
 
 #include "backend.h"

@@ -1,3 +1,5 @@
+// Size and place of the window, kept from one start to the next.
+
 #include "window_place.h"
 
 #include <QGuiApplication>

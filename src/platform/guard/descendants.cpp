@@ -1,3 +1,5 @@
+// All processes that come of one, found and ended.
+
 #include "descendants.h"
 
 #include <cerrno>

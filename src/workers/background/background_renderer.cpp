@@ -1,3 +1,5 @@
+// A stand-in for what draws the background.
+
 #include "background_renderer.h"
 
 using namespace Qt::StringLiterals;

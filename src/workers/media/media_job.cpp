@@ -1,3 +1,5 @@
+// One job on a medium, from its text to the printed result.
+
 #include "media_job.h"
 
 #include "helpers.h"
