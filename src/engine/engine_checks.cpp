@@ -112,8 +112,9 @@ void Engine::repeatStepsOf(const QString &codeId)
 /// A package that needs others only since its repair has had no installation so far.
 void Engine::installNewPackages(const QString &path)
 {
-    if (path == "package.json"_L1 && spec.value("checks_prepared"_L1).toBool())
-        addBuildChecks(codeNodeIds());
+    if (path != "package.json"_L1 || !spec.value("checks_prepared"_L1).toBool())
+        return;
+    addBuildChecks(codeNodeIds());
     graph.validate();
 }
 

@@ -140,10 +140,11 @@ void tieLooseChecks(QList<Node> &nodes)
         if (!isCheck(nodes.at(i)) || !nodes.at(i).dependencies.isEmpty())
             continue;
         const QString command = json(nodes.at(i).input);
+        const Links links = linksOf(nodes);
         QStringList all;
         QStringList named;
         for (const Node &node : std::as_const(nodes)) {
-            if (!isCode(node) || upstreamOf(linksOf(nodes), node.id).contains(nodes.at(i).id))
+            if (!isCode(node) || upstreamOf(links, node.id).contains(nodes.at(i).id))
                 continue;
             all.append(node.id);
             if (!pathOf(node).isEmpty() && command.contains(pathOf(node)))
