@@ -46,10 +46,10 @@ QString exactCommand(const QJsonObject &input)
 
 QString questionText(const QJsonObject &decision)
 {
-    QStringList lines{decision["question"_L1].toString()};
+    QStringList lines{visibleLines(decision["question"_L1].toString())};
     const QStringList choices = strings(decision["options"_L1].toArray());
     for (qsizetype i = 0; i < choices.size(); ++i)
-        lines.append(u"  %1) %2"_s.arg(i + 1).arg(choices[i]));
+        lines.append(u"  %1) %2"_s.arg(i + 1).arg(oneLine(choices[i])));
     return lines.join(u'\n');
 }
 
@@ -129,7 +129,7 @@ void RunMode::showEvent(const QJsonObject &event, const QString &line)
     if (options.json)
         printLine(json(event));
     else if (!line.isEmpty())
-        printErrorLine(line);
+        printErrorLine(visibleLines(line));
     else if (event["type"_L1].toString() == "PhaseChanged"_L1)
         printErrorLine(Narrator::phase(event["message"_L1].toString()) + u'.');
 }
@@ -164,7 +164,7 @@ void RunMode::answerQuestion()
         return;
     }
     if (!options.json)
-        printErrorLine(u"Ответ: "_s + answer);
+        printErrorLine(u"Ответ: "_s + oneLine(answer));
     core.engine.clarify(answer);
 }
 
@@ -199,7 +199,7 @@ void RunMode::askPermission()
         return;
     const QJsonObject &request = permissionRequests.first();
     printErrorLine(u"Команда требует разрешения:\n  "_s + exactCommand(request["arguments"_L1].toObject())
-                   + u"\nПапка:\n  "_s + request["cwd"_L1].toString());
+                   + u"\nПапка:\n  "_s + visibleText(request["cwd"_L1].toString()));
     if (!canAsk()) {
         printErrorLine(u"Разрешить команды без вопроса: --allow-commands"_s);
         stop(RunExit::PermissionNeeded);
@@ -266,7 +266,7 @@ void RunMode::finish(const QString &status)
     if (options.json) {
         printResult(status, state, report, exitCode);
     } else if (!(options.simulate && exitCode == RunExit::Completed)) {
-        printLine(report);
+        printLine(visibleLines(report));
     }
     if (printingFailed()) {
         printErrorLine(u"Не удалось вывести результат: стандартный вывод закрыт или переполнен."_s);

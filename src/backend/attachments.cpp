@@ -63,15 +63,19 @@ void Attachments::attach(const QStringList &files, const QString &ffmpeg)
 
 void Attachments::importFile(const QString &file, const QString &ffmpeg)
 {
-    const QJsonObject job{
-        {u"operation"_s, u"import"_s}, {u"root"_s, workspace.root()}, {u"source"_s, file}, {u"ffmpeg"_s, ffmpeg}};
+    const QString folder = id();
+    const QJsonObject job{{u"operation"_s, u"import"_s},
+                          {u"root"_s, workspace.root()},
+                          {u"source"_s, file},
+                          {u"ffmpeg"_s, ffmpeg},
+                          {u"folder"_s, folder}};
     auto process = std::make_unique<QProcess>(this);
     const auto containment = std::make_shared<ProcessContainment>();
     const QString problem
         = containment->prepare(*process, QCoreApplication::applicationFilePath(), {u"--media-job"_s, json(job)});
     require(problem.isEmpty(), problem);
     QProcess *worker = process.release();
-    imports.insert(worker);
+    imports.insert(worker, workspace.root() + u"/assets/"_s + folder);
     const QString project = workspace.project();
     connect(worker, &QProcess::finished, this, [this, worker, project](int code, QProcess::ExitStatus status) {
         takeImport(worker, project, status == QProcess::NormalExit ? code : -1);
@@ -87,11 +91,13 @@ void Attachments::importFile(const QString &file, const QString &ffmpeg)
 
 void Attachments::takeImport(QProcess *worker, const QString &project, int exitCode)
 {
-    if (!imports.remove(worker))
+    if (!imports.contains(worker))
         return;
+    const QString folder = imports.take(worker);
     QJsonObject medium = QJsonDocument::fromJson(worker->readAllStandardOutput()).object();
     worker->deleteLater();
     if (exitCode != 0 || !std::as_const(medium)["success"_L1].toBool()) {
+        dropCopy(folder);
         const QString error = std::as_const(medium)["error"_L1].toString();
         Q_EMIT failed(error.isEmpty() ? u"Не удалось добавить вложение"_s : error);
         return;
@@ -99,6 +105,7 @@ void Attachments::takeImport(QProcess *worker, const QString &project, int exitC
     try {
         keepImport(project, medium);
     } catch (const std::exception &failure) {
+        dropCopy(folder);
         Q_EMIT failed(textOf(failure));
     }
     Q_EMIT changed();
@@ -138,13 +145,23 @@ void Attachments::clear()
 
 void Attachments::stop()
 {
-    const QSet<QProcess *> running = std::exchange(imports, {});
-    for (QProcess *process : running) {
+    const QHash<QProcess *, QString> running = std::exchange(imports, {});
+    for (const auto &[process, folder] : running.asKeyValueRange()) {
         process->disconnect(this);
         // Destroying it sooner would wait for its end here.
-        connect(process, &QProcess::finished, process, &QObject::deleteLater);
+        connect(process, &QProcess::finished, process, [process, folder] {
+            process->deleteLater();
+            dropCopy(folder);
+        });
         ProcessContainment::end(*process);
     }
+}
+
+/// Of an import that came to nothing; its worker may have been killed before it could clear up.
+void Attachments::dropCopy(const QString &folder)
+{
+    if (!QFileInfo(QFileInfo(folder).path()).isSymLink())
+        QDir(folder).removeRecursively();
 }
 
 void Attachments::pinAsset(const QString &path, const QString &usage)

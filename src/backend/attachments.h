@@ -1,9 +1,9 @@
 #pragma once
 
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QObject>
-#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -39,7 +39,7 @@ public:
     /// Hands over what waits, and takes it back.
     QJsonArray putAside() { return std::exchange(waiting, {}); }
     void putBack(const QJsonArray &aside) { waiting = aside; }
-    /// Ends the imports under way.
+    /// Ends the imports under way; nothing of them stays.
     void stop();
 
     /// Notes what a medium of the project is for; at most 120 characters are kept, and blanks take the note back.
@@ -55,11 +55,12 @@ private:
     void importFile(const QString &file, const QString &ffmpeg);
     void takeImport(QProcess *worker, const QString &project, int exitCode);
     void keepImport(const QString &project, QJsonObject medium);
+    static void dropCopy(const QString &folder);
 
     Store &store;
     const Workspace &workspace;
     QJsonArray waiting;
-    QSet<QProcess *> imports;
+    QHash<QProcess *, QString> imports; ///< Each with the folder that its copy goes to.
 };
 
 } // namespace vesk

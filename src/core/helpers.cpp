@@ -109,6 +109,14 @@ QString visibleText(const QString &text)
     return result;
 }
 
+QString visibleLines(const QString &text)
+{
+    QStringList lines = text.split(u'\n');
+    for (QString &line : lines)
+        line = visibleText(line);
+    return lines.join(u'\n');
+}
+
 QString oneLine(const QString &text)
 {
     return visibleText(text.simplified());

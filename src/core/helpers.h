@@ -37,6 +37,9 @@ QStringList strings(const QJsonArray &array);
 /// unusual blanks), as numbers: \u{202e}.
 QString visibleText(const QString &text);
 
+/// The same for each line of a text, whose line ends stay.
+QString visibleLines(const QString &text);
+
 /// The same on one line, blanks and line ends taken together: for a title or a summary in a list.
 QString oneLine(const QString &text);
 

@@ -26,6 +26,7 @@
 namespace vesk {
 
 struct BrowserVerdict;
+struct CheckTools;
 class EventBus;
 class ILLMProvider;
 struct LLMResult;
@@ -277,10 +278,13 @@ private:
     void repeatStepsOf(const QString &codeId);
     void installNewPackages(const QString &path);
     void addBuildChecks(const QStringList &codeIds);
+    CheckTools checkTools() const;
     QString addCheck(const ProjectCheck &needed);
     void runAddedChecks(const QString &message);
     QString nodeProgram() const;
     QString addPageCheck(const QString &page, const QString &title, const QStringList &after);
+    QString openedPage(const Node &node) const;
+    QStringList checkedPages() const;
     bool isBuilt(const QString &path) const;
     BrowserVerdict verdictOf(int index, const QJsonObject &result) const;
     void noteLimitation(int index, const QString &text);

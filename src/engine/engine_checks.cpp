@@ -68,10 +68,7 @@ void Engine::addBuildChecks(const QStringList &codeIds)
     if (file.isEmpty() || file["deleted"_L1].toBool())
         return;
     const QJsonObject package = QJsonDocument::fromJson(workspace.read(u"package.json"_s)).object();
-    const QJsonObject executables = spec["available_executables"_L1].toObject();
-    const BuildChecks needed = buildChecks(package, codeIds,
-                                           {executables["node"_L1].toString(), executables["npm_cli"_L1].toString(),
-                                            QFileInfo(workspace.root() + u"/node_modules"_s).isDir()});
+    const BuildChecks needed = buildChecks(package, codeIds, checkTools());
     noteLimitation(ofBuild, needed.limitation);
 
     QStringList before;
@@ -82,6 +79,14 @@ void Engine::addBuildChecks(const QStringList &codeIds)
         waitFor(id, before);
         before = {id};
     }
+}
+
+CheckTools Engine::checkTools() const
+{
+    const QJsonObject executables = spec["available_executables"_L1].toObject();
+    return {executables["node"_L1].toString(), executables["npm_cli"_L1].toString(), [this](const QString &package) {
+                return QFileInfo(workspace.root() + u"/node_modules/"_s + package).isDir();
+            }};
 }
 
 /// Lets a node wait for others, unless they wait for it.
@@ -156,18 +161,21 @@ void Engine::runAddedChecks(const QString &message)
 
 bool Engine::prepareBrowserCheck()
 {
-    if (spec.value("browser_check_prepared"_L1).toBool() || provider->name().contains("Mock"_L1))
+    if (provider->name().contains("Mock"_L1))
         return false;
+    // Also when it was done before: a repair may have brought new pages.
     spec["browser_check_prepared"_L1] = true;
     if (nodeProgram().isEmpty() || browserProgram().isEmpty() || !QFileInfo(browserScript()).isFile())
         return false;
 
+    const QStringList known = checkedPages();
     // One page has to find room; of the others as many as do.
-    const qsizetype room = std::max<qsizetype>(TaskGraph::maxNodes - graph.nodes.size(), 1);
+    const qsizetype room = std::max<qsizetype>(TaskGraph::maxNodes - graph.nodes.size() + known.size(), 1);
     const ProjectFiles files{[this](const QString &path) { return QString::fromUtf8(workspace.read(path)); },
                              [this](const QString &path) { return isBuilt(path); }};
-    const PageChecks needed = pagesToCheck(graph.nodes, files, room);
+    PageChecks needed = pagesToCheck(graph.nodes, files, room);
     noteLimitation(ofPages, needed.limitation);
+    needed.pages.removeIf([&](const QString &page) { return known.contains(page); });
     if (needed.pages.isEmpty())
         return false;
     require(graph.nodes.size() < TaskGraph::maxNodes, u"Нет места для браузерной проверки"_s);
@@ -176,12 +184,32 @@ bool Engine::prepareBrowserCheck()
     QStringList after = codeNodeIds();
     for (const QString &page : needed.pages) {
         // One after the other: each has a browser of its own at work, and little time.
-        const bool first = page == needed.pages.first();
+        const bool first = known.isEmpty() && page == needed.pages.first();
         after.append(addPageCheck(page, first ? title : title + u": "_s + page, after));
     }
     graph.validate();
     runAddedChecks(u"Проверяю загрузку сайта, ошибки JavaScript и отображение на двух размерах экрана."_s);
     return true;
+}
+
+/// The page that a node opens in a browser; empty for other nodes.
+QString Engine::openedPage(const Node &node) const
+{
+    const QJsonArray arguments = node.input["arguments"_L1].toArray();
+    if (!isCheck(node) || arguments.at(0) != browserScript())
+        return {};
+    return QDir(workspace.root()).relativeFilePath(arguments.at(2).toString());
+}
+
+QStringList Engine::checkedPages() const
+{
+    QStringList pages;
+    for (const Node &node : graph.nodes) {
+        const QString page = openedPage(node);
+        if (!page.isEmpty())
+            pages.append(page);
+    }
+    return pages;
 }
 
 QString Engine::addPageCheck(const QString &page, const QString &title, const QStringList &after)
@@ -212,10 +240,15 @@ bool Engine::isBuilt(const QString &path) const
 
 BrowserVerdict Engine::verdictOf(int index, const QJsonObject &result) const
 {
-    const QJsonArray arguments = graph.nodes.at(index).input["arguments"_L1].toArray();
-    if (!isCheck(graph.nodes.at(index)) || arguments.at(0) != browserScript())
+    const QString page = openedPage(graph.nodes.at(index));
+    if (page.isEmpty())
         return {};
-    return browserVerdict(QDir(workspace.root()).relativeFilePath(arguments.at(2).toString()), result);
+    const BrowserVerdict verdict = browserVerdict(page, result);
+    // What a build would have made of the page is not known: its sources may well not run as they are.
+    const bool isUnbuilt = !limitations.value(ofBuild).isEmpty() && !result["success"_L1].toBool();
+    if (verdict.opened && isUnbuilt)
+        return {false, u"Страница %1 не проверена в браузере: проект не собран."_s.arg(page)};
+    return verdict;
 }
 
 /// Notes what a check could not tell, in place of what is noted for it; nothing is noted under an empty text.

@@ -3,6 +3,7 @@
 #include "engine_p.h"
 
 #include "file_excerpt.h"
+#include "project_checks.h"
 #include "rework.h"
 
 #include <algorithm>
@@ -73,6 +74,7 @@ void Engine::activatePlan()
     // Of another plan than the one that checks were added to before.
     for (const QString &flag : {u"checks_prepared"_s, u"browser_check_prepared"_s})
         spec.remove(flag);
+    markOwnChecks(graph.nodes, checkTools());
     tieLooseChecks(graph.nodes);
     const QJsonObject command = spec["build_command"_L1].toObject();
     if (!command.isEmpty())

@@ -18,7 +18,7 @@ namespace {
 constexpr qsizetype maxPages = 8;
 constexpr qsizetype maxNamed = 10;
 constexpr qsizetype maxReasonChars = 600;
-const QString startPage = u"dist/index.html"_s; ///< Of what a build has made.
+const QString startPage = u"index.html"_s;
 constexpr int notOpened = 2; ///< The exit code of the check in a browser when it had nothing to open the page with.
 
 bool isScript(const QString &path)
@@ -40,20 +40,30 @@ bool isTemplate(const QString &text)
 }
 
 /// Where a build puts what it makes of this page: beside the start page, or with the folders of the sources left off.
-QString builtPage(const QString &source, const ProjectFiles &files)
+QString builtPage(const QString &source, const QString &folder, const ProjectFiles &files)
 {
     for (const QString &path : {source, source.section(u'/', 1)}) {
-        if (!path.isEmpty() && files.isBuilt(u"dist/"_s + path))
-            return u"dist/"_s + path;
+        if (!path.isEmpty() && files.isBuilt(folder + path))
+            return folder + path;
     }
     return {};
 }
 
-QStringList builtPages(const QStringList &sources, const ProjectFiles &files, QStringList &left)
+/// The folder with the start page that a build has made, with its slash; empty without one.
+QString builtFolder(const ProjectFiles &files)
 {
-    QStringList built{startPage};
+    for (const QString &folder : {u"dist/"_s, u"build/"_s, u"out/"_s}) {
+        if (files.isBuilt(folder + startPage))
+            return folder;
+    }
+    return {};
+}
+
+QStringList builtPages(const QStringList &sources, const QString &folder, const ProjectFiles &files, QStringList &left)
+{
+    QStringList built{folder + startPage};
     for (const QString &source : sources.sliced(1)) {
-        const QString page = builtPage(source, files);
+        const QString page = builtPage(source, folder, files);
         if (page.isEmpty())
             left.append(source);
         else if (!built.contains(page))
@@ -78,9 +88,11 @@ QString sentence(const QString &text)
     return line.endsWith(u'.') ? line : line + u'.';
 }
 
-bool needsPackages(const QJsonObject &package)
+bool needsPackages(const QJsonObject &package, const CheckTools &tools)
 {
-    return !package["dependencies"_L1].toObject().isEmpty() || !package["devDependencies"_L1].toObject().isEmpty();
+    const QStringList named
+        = package["dependencies"_L1].toObject().keys() + package["devDependencies"_L1].toObject().keys();
+    return std::ranges::any_of(named, [&](const QString &name) { return !tools.isInstalled(name); });
 }
 
 } // namespace
@@ -93,13 +105,25 @@ BuildChecks buildChecks(const QJsonObject &package, const QStringList &codeIds, 
         return {{}, u"Node.js/npm не найдены: сборка package.json не выполнена."_s};
 
     BuildChecks needed;
-    if (needsPackages(package) && !tools.packagesInstalled)
+    if (needsPackages(package, tools))
         needed.checks.append({u"Установить зависимости проекта"_s,
                               {tools.npm, u"install"_s, u"--no-audit"_s, u"--no-fund"_s},
                               false,
                               codeIds});
     needed.checks.append({u"Проверить сборку проекта"_s, {tools.npm, u"run"_s, u"build"_s}, true, codeIds});
     return needed;
+}
+
+void markOwnChecks(QList<Node> &nodes, const CheckTools &tools)
+{
+    const QJsonArray build{tools.npm, u"run"_s, u"build"_s};
+    const QJsonArray test{tools.npm, u"test"_s};
+    if (tools.node.isEmpty() || tools.npm.isEmpty())
+        return;
+    for (Node &node : nodes) {
+        if (runsCommand(node, tools.node, build) || runsCommand(node, tools.node, test))
+            node.input["verification"_L1] = true;
+    }
 }
 
 QList<ProjectCheck> syntaxChecks(const QList<Node> &nodes)
@@ -124,13 +148,14 @@ PageChecks pagesToCheck(const QList<Node> &nodes, const ProjectFiles &files, qsi
         const QString text = files.textOf(path);
         if (isTemplate(text))
             left.append(path);
-        else if (path == "index.html"_L1)
+        else if (path == startPage)
             pages.prepend(path);
         else if (pages.isEmpty() || isDocument(text))
             pages.append(path);
     }
-    if (!pages.isEmpty() && files.isBuilt(startPage))
-        pages = builtPages(pages, files, left);
+    const QString folder = pages.isEmpty() ? QString() : builtFolder(files);
+    if (!folder.isEmpty())
+        pages = builtPages(pages, folder, files, left);
 
     const qsizetype most = std::min(room, maxPages);
     left += pages.mid(most);

@@ -26,7 +26,7 @@ struct ProjectCheck {
 struct CheckTools {
     QString node; ///< Paths; empty for what is not installed.
     QString npm;
-    bool packagesInstalled = false; ///< The project has its folder "node_modules".
+    std::function<bool(const QString &package)> isInstalled; ///< In the project's folder "node_modules".
 };
 
 /// What the project's package asks for.
@@ -38,6 +38,10 @@ struct BuildChecks {
 /// Of the content of package.json and the nodes that write code: packages are installed where there are none and some
 /// are needed, then the script "build" is run, if there is one.
 BuildChecks buildChecks(const QJsonObject &package, const QStringList &codeIds, const CheckTools &tools);
+
+/// A plan's own node that runs the project's script "build" or "test" checks the code, whether the plan says so or not:
+/// its failure is one to repair. Of the program "node" and the tools of `tools`.
+void markOwnChecks(QList<Node> &nodes, const CheckTools &tools);
 
 /// One for each script file, in the order of the nodes; for projects without a build.
 QList<ProjectCheck> syntaxChecks(const QList<Node> &nodes);
@@ -55,8 +59,8 @@ struct PageChecks {
 };
 
 /// All pages that the nodes write, eight and `room` of them at most: "index.html", or else the first ".html", and the
-/// others that are whole documents. Where a build has made "dist/index.html", what it has made stands for the pages
-/// that it was made from. Templates that a server has yet to fill in are no pages.
+/// others that are whole documents. Where a build has made the start page of "dist", "build" or "out", what it has made
+/// stands for the pages that it was made from. Templates that a server has yet to fill in are no pages.
 PageChecks pagesToCheck(const QList<Node> &nodes, const ProjectFiles &files, qsizetype room);
 
 /// What a check in a browser says (docs/browser-check.md) apart from faults of the page.

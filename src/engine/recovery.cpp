@@ -65,9 +65,13 @@ QJsonArray lastNodes(const Store &store, const QString &taskId, const QJsonArray
         const QJsonObject stored = store.get(u"task_nodes"_s, taskId + u':' + nodeId);
         nodes.append(stored.isEmpty() ? node : QJsonValue(stored));
     }
+    // What stands before the first known one is of a plan that was given up.
+    bool isOfPlan = seen.isEmpty();
     const QList<Store::Row> rows = store.rowsAfter(u"task_nodes"_s, taskId, 0);
     for (const Store::Row &row : rows) {
-        if (!seen.contains(row.body["id"_L1].toString()))
+        const bool isKnown = seen.contains(row.body["id"_L1].toString());
+        isOfPlan = isOfPlan || isKnown;
+        if (isOfPlan && !isKnown)
             nodes.append(row.body);
     }
     return nodes;

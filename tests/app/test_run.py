@@ -154,10 +154,10 @@ def test_who_asks_the_same_again_and_again_is_not_answered_for_ever(vesk, model)
 
 
 def test_a_question_without_options_and_answer_ends_the_run(vesk, model):
-    model.answers["orchestrator"] = spec(questions=["Какого цвета?"], clarification_options=["  "])
+    model.answers["orchestrator"] = spec(questions=["Какого\x1b цвета?"], clarification_options=["  "])
     ended = vesk.run("x", *model.options())
     assert ended.code == 4
-    assert "\nНужен ответ на вопрос (--answer):\nКакого цвета?\n" in ended.err
+    assert "\nНужен ответ на вопрос (--answer):\nКакого\\u{1b} цвета?\n" in ended.err
     assert vesk.records.phases == ["CANCELLED"] and model.asked == ["orchestrator"]
 
 

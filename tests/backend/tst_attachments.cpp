@@ -160,9 +160,11 @@ void AttachmentsTest::stoppingEndsAnImport()
     QVERIFY(large.resize(250000000));
     begin({large.fileName()});
     QVERIFY(importing());
+    const QDir copies(desk->read("root").toString() + u"/assets"_s);
+    QTRY_VERIFY(!copies.entryList(QDir::Dirs | QDir::NoDotAndDotDot).isEmpty());
     desk->call("stop");
     QVERIFY(!importing());
-    QTest::qWait(500);
+    QTRY_VERIFY(copies.entryList(QDir::Dirs | QDir::NoDotAndDotDot).isEmpty());
     QCOMPARE(attachments().size(), 0);
 }
 

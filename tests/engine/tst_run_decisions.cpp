@@ -149,6 +149,18 @@ private Q_SLOTS:
         QCOMPARE(plan[3].dependencies, (QStringList{u"a.py"_s, u"b.py"_s}));
     }
 
+    void thePlansOwnBuildIsACheck()
+    {
+        const CheckTools tools{u"/node"_s, u"n"_s, {}};
+        const QList<QStringList> commands{{u"n"_s, u"run"_s, u"build"_s}, {u"n"_s, u"test"_s}, {u"n"_s, u"install"_s}};
+        QList<Node> plan = nodes({u"tool a"_s, u"tool b"_s, u"tool c"_s});
+        for (int i = 0; i < plan.size(); ++i)
+            plan[i].input
+                = {{u"program"_s, u"/node"_s}, {u"arguments"_s, QJsonArray::fromStringList(commands.at(i))}};
+        markOwnChecks(plan, tools);
+        QVERIFY(isCheck(plan[0]) && isCheck(plan[1]) && !isCheck(plan[2]));
+    }
+
     void aQuestionOffersUpToThreeAnswers()
     {
         QCOMPARE(offeredOptions({u"1"_s, u" \t"_s, u"3"_s, u"4"_s, u"5"_s}), (QJsonArray{u"1"_s, u"3"_s, u"4"_s}));
@@ -187,7 +199,7 @@ private Q_SLOTS:
         struct Row {
             QString package;
             QStringList checks; ///< The arguments of each.
-            bool installed = false;
+            QString installed = {};
         };
         const QString build = u"n run build"_s;
         const QString install = u"n install --no-audit --no-fund"_s;
@@ -197,11 +209,13 @@ private Q_SLOTS:
             {u"{'scripts':{'build':'x'},'dependencies':{}}"_s, {build}},
             {u"{'scripts':{'build':'x'},'devDependencies':{'x':'1'}}"_s, {install, build}},
             {u"{'scripts':{'build':'x'},'dependencies':{'x':'1'}}"_s, {install, build}},
-            {u"{'scripts':{'build':'x'},'dependencies':{'x':'1'}}"_s, {build}, true},
+            {u"{'scripts':{'build':'x'},'dependencies':{'x':'1'}}"_s, {build}, u"x"_s},
+            {u"{'scripts':{'build':'x'},'dependencies':{'x':'1','y':'1'}}"_s, {install, build}, u"x"_s},
         };
         const QStringList ids{u"a"_s, u"b"_s};
         for (const auto &[package, checks, installed] : rows) {
-            const BuildChecks needed = buildChecks(object(package), ids, {u"/node"_s, u"n"_s, installed});
+            const BuildChecks needed = buildChecks(
+                object(package), ids, {u"/node"_s, u"n"_s, [&](const QString &name) { return name == installed; }});
             QCOMPARE(needed.limitation, QString());
             QStringList commands;
             for (const ProjectCheck &check : needed.checks) {
@@ -211,7 +225,7 @@ private Q_SLOTS:
             }
             QCOMPARE(commands, checks);
         }
-        for (const CheckTools &missing : {CheckTools{{}, u"n"_s}, CheckTools{u"/node"_s, {}}}) {
+        for (const CheckTools &missing : {CheckTools{{}, u"n"_s, {}}, CheckTools{u"/node"_s, {}, {}}}) {
             QVERIFY(buildChecks({}, ids, missing).limitation.isEmpty());
             QVERIFY(!buildChecks(object(u"{'scripts':{'build':'x'}}"_s), ids, missing).limitation.isEmpty());
         }
@@ -257,6 +271,7 @@ private Q_SLOTS:
             {html(1, 3), html(1, 1), html(2, 3), {}, 1},
             {html(1, 20), html(1, 8), html(9, 18) + QStringList{u"и ещё 2"_s}},
             {two, two, {}, {u"dist/b.html"_s}},
+            {two, {u"out/index.html"_s, u"out/b.html"_s}, {}, {u"out/index.html"_s, u"out/b.html"_s}},
             {two + QStringList{u"src/c.html"_s}, {dist, u"dist/c.html"_s}, {u"b.html"_s}, {dist, u"dist/c.html"_s}},
             {{index, dist, u"b.html"_s}, {dist, u"dist/b.html"_s}, {}, {dist, u"dist/b.html"_s}},
         };

@@ -174,7 +174,7 @@ private Q_SLOTS:
             PlannedRun run({code(u"package.json"_s), code(u"a.js"_s)});
             run.engine.computerAccess = true;
             run.texts = {{u"package.json"_s, {u"{\"scripts\":{\"build\":\"x\"},\"dependencies\":{\"x\":\"1\"}}"_s}}};
-            QVERIFY(QDir().mkpath(run.projectFile(installed ? u"node_modules"_s : QString())));
+            QVERIFY(QDir().mkpath(run.projectFile(installed ? u"node_modules/x"_s : u"node_modules/y"_s)));
             QCOMPARE(run.ending(), u"COMPLETED"_s);
 
             QStringList titles{u"Установить зависимости проекта"_s, u"Проверить сборку проекта"_s};
@@ -185,6 +185,17 @@ private Q_SLOTS:
                      u"%1 ['%2','run','build'] true 120000 ['package.json','a.js'%3]"_s.arg(
                          programs.path(u"node"_s), programs.path(u"node_modules/npm/bin/npm-cli.js"_s), before));
         }
+    }
+
+    void theSourcesOfAProjectThatCannotBeBuiltAreNotJudged()
+    {
+        const BrowserCheck tools; // without npm
+        PlannedRun run({code(u"package.json"_s), code(u"index.html"_s)});
+        run.engine.computerAccess = true;
+        run.texts = {{u"package.json"_s, {u"{\"scripts\":{\"build\":\"x\"}}"_s}}, {u"index.html"_s, {u"error"_s}}};
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QVERIFY(run.state(u"spec"_s)[u"verification_limitation"_s].toString().endsWith(
+            u"Страница index.html не проверена в браузере: проект не собран."_s));
     }
 
     void withoutNodeTheReportTellsWhatWasNotChecked()
@@ -334,6 +345,23 @@ private Q_SLOTS:
         QCOMPARE(run.calls(u"copy"_s), 2);
         // The consent to the copy covers its repetition.
         QCOMPARE(run.eventsOf(u"PermissionRequested"_s).size(), 3);
+    }
+
+    void aPageThatARepairBringsIsOpenedToo()
+    {
+        const BrowserCheck tools;
+        PlannedRun run({code(u"a.html"_s)});
+        run.engine.computerAccess = true;
+        run.coder = [](const QJsonObject &, int nth) {
+            QJsonArray files{ScriptedProvider::file(u"a.html"_s, u"<html>"_s)[u"files"_s][0]};
+            if (nth == 1)
+                files.append(ScriptedProvider::file(u"c.html"_s, u"<html>"_s)[u"files"_s][0]);
+            return QJsonObject{{u"files"_s, files}};
+        };
+        objectWith(run, {u"В a.html нет второй страницы"_s});
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(titlesOfChecks(run),
+                 (QStringList{u"Проверить сайт в браузере"_s, u"Проверить сайт в браузере: c.html"_s}));
     }
 
     void aPackageThatGetsItsFirstDependencyIsInstalled()

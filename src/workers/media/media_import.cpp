@@ -161,6 +161,15 @@ QString storedName(QString name)
     return name.isEmpty() || taken.match(name).hasMatch() ? u'_' + name : name;
 }
 
+/// The name that the one who ordered the import knows the copy's folder by, so that it can clear up after a worker that
+/// was ended; a fresh one otherwise.
+QString folderOf(const QJsonObject &job)
+{
+    static const QRegularExpression name(u"\\A[0-9a-f-]{36}\\z"_s);
+    const QString given = job["folder"_L1].toString();
+    return name.match(given).hasMatch() ? given : id();
+}
+
 bool hasExcerpt(const QString &name, const QString &kind)
 {
     const QString suffix = QFileInfo(name).suffix().toLower();
@@ -188,7 +197,7 @@ QJsonObject importFile(const QJsonObject &job)
             u"Файл должен быть обычным файлом до 256 МиБ."_s);
     const QString name = source.fileName();
     const QString kind = mediaKind(name);
-    const QString relative = u"assets/"_s + id() + u'/' + storedName(name);
+    const QString relative = u"assets/"_s + folderOf(job) + u'/' + storedName(name);
     const QString target = safeMediaPath(job["root"_L1].toString(), relative);
     require(QDir().mkpath(QFileInfo(target).path()), u"Не удалось создать папку вложения"_s);
     auto noCopy = qScopeGuard([&] { QDir(QFileInfo(target).path()).removeRecursively(); }); // of what can't be imported
