@@ -10,6 +10,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QSet>
 #include <QStringConverter>
 
@@ -114,14 +115,16 @@ void Workspace::open(const QString &root, const QString &projectId)
 /// Only folders of tracked files can hold any: a new file has no name until it is whole.
 void Workspace::removeLeftovers() const
 {
-    QSet<QString> folders{QString()};
+    // An older version took files with names that only temporary files may have now.
+    QHash<QString, QSet<QByteArray>> namesIn{{QString(), {}}};
     const QJsonArray tracked = files();
     for (const QJsonValue &record : tracked) {
         const QString path = slashed(record["path"_L1].toString());
-        folders.insert(path.first(std::max<qsizetype>(path.lastIndexOf(u'/'), 0)));
+        const qsizetype slash = path.lastIndexOf(u'/');
+        namesIn[path.first(std::max<qsizetype>(slash, 0))].insert(QFile::encodeName(path.sliced(slash + 1)));
     }
-    for (const QString &path : std::as_const(folders))
-        folder->removeLeftovers(QFile::encodeName(path));
+    for (const auto &[path, names] : std::as_const(namesIn).asKeyValueRange())
+        folder->removeLeftovers(QFile::encodeName(path), names);
 }
 
 /// Every component is judged by its name and by what stands on disk before the next one is, so of several faults in a

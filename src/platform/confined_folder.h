@@ -3,6 +3,7 @@
 #include "descriptor.h"
 
 #include <QByteArray>
+#include <QSet>
 
 #include <optional>
 
@@ -96,8 +97,8 @@ public:
     Result remove(const QByteArray &path, const Content &old) const;
 
     /// Removes from one folder (not from those below it) what processes no longer alive left of their writing.
-    /// An empty path is the held folder itself.
-    void removeLeftovers(const QByteArray &folder) const;
+    /// An empty path is the held folder itself. Files with the names of `kept` stay.
+    void removeLeftovers(const QByteArray &folder, const QSet<QByteArray> &kept) const;
 
 private:
     ConfinedFolder(Descriptor folder, const QByteArray &path, Walk walk);

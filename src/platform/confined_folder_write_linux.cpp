@@ -481,7 +481,7 @@ ConfinedFolder::Result ConfinedFolder::remove(const QByteArray &path, const Cont
     return flushFolder(folder.get()) ? Result::Done : Result::Failed;
 }
 
-void ConfinedFolder::removeLeftovers(const QByteArray &path) const
+void ConfinedFolder::removeLeftovers(const QByteArray &path, const QSet<QByteArray> &kept) const
 {
     Descriptor folder = open(root.get(), path.isEmpty() ? QByteArray(".") : path, O_PATH | O_DIRECTORY);
     if (!folder)
@@ -493,7 +493,7 @@ void ConfinedFolder::removeLeftovers(const QByteArray &path) const
     while (const dirent *entry = ::readdir(entries.get())) {
         const pid_t process = writerOf(entry->d_name);
         const bool isOver = process == ::getpid() || (process > 0 && ::kill(process, 0) != 0 && errno == ESRCH);
-        if (isOver)
+        if (isOver && !kept.contains(entry->d_name))
             ::unlinkat(folder.get(), entry->d_name, 0);
     }
 }

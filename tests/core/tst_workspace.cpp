@@ -345,7 +345,9 @@ private Q_SLOTS:
         workspace->write(u"d/a"_s, "1", u"me"_s, 0);
         const QString dead = u".vesk-%1-0123456789abcdef.tmp"_s.arg(999999999);
         const QString living = u".vesk-%1-0123456789abcdef.tmp"_s.arg(::getppid());
-        QStringList kept{u".vesk-notes.tmp"_s, living, u"a"_s, u"x"_s + dead};
+        const QString taken = u".vesk-%1-fedcba9876543210.tmp"_s.arg(999999999); // by an older version
+        store->put(u"files"_s, u"t"_s, u"p"_s, {{u"path"_s, u"d/"_s + taken}});
+        QStringList kept{u".vesk-notes.tmp"_s, living, u"a"_s, u"x"_s + dead, taken};
         for (const QString &name : kept + QStringList{dead, u"../"_s + dead})
             save(path(u"d/"_s + name), "left");
         workspace->open(workspace->root(), u"p"_s);
