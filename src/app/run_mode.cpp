@@ -247,13 +247,22 @@ void RunMode::stop(RunExit code)
         QCoreApplication::exit(int(code));
 }
 
+RunExit RunMode::endOf(const QString &status, const QJsonObject &state) const
+{
+    if (status != Phase::completed)
+        return RunExit::NotCompleted;
+    const bool isProved = state["evidence"_L1]["gaps"_L1].toArray().isEmpty()
+        && state["spec"_L1]["verification_limitation"_L1].toString().isEmpty();
+    return options.strict && !isProved ? RunExit::Unproved : RunExit::Completed;
+}
+
 void RunMode::finish(const QString &status)
 {
+    const QJsonObject state = core.engine.snapshot();
     if (!decided)
-        exitCode = status == Phase::completed ? RunExit::Completed : RunExit::NotCompleted;
+        exitCode = endOf(status, state);
     decided = true;
 
-    const QJsonObject state = core.engine.snapshot();
     try {
         core.journal.close(state);
     } catch (const std::exception &fault) {
@@ -286,6 +295,7 @@ void RunMode::printResult(const QString &status, const QJsonObject &state, const
                     {u"time"_s, now()},
                     {u"data"_s, state},
                     {u"report"_s, report},
+                    {u"evidence"_s, state["evidence"_L1].toObject()},
                     {u"exit_code"_s, int(code)}}));
 }
 

@@ -19,6 +19,7 @@ enum class RunExit {
     NotCompleted = 1,
     PermissionNeeded = 3,
     AnswerNeeded = 4,
+    Unproved = 5, ///< With "--strict": completed, and something of it stands unproved.
     Interrupted = 130,
 };
 
@@ -50,6 +51,7 @@ private:
     void takeConsent(QSocketNotifier *input);
     void stop(RunExit code);
     void takePermissionRequest(const QJsonObject &request);
+    RunExit endOf(const QString &status, const QJsonObject &state) const;
     void finish(const QString &status);
     static void printResult(const QString &status, const QJsonObject &state, const QString &report, RunExit code);
     void guarded(const std::function<void()> &work);

@@ -70,6 +70,7 @@ RunOptions parseRunOptions(const QStringList &arguments)
         {u"--simulate"_s, &options.simulate},
         {u"--allow-commands"_s, &options.allowCommands},
         {u"--json"_s, &options.json},
+        {u"--strict"_s, &options.strict},
     };
 
     QSet<QString> given;

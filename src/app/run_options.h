@@ -21,6 +21,7 @@ struct RunOptions {
     bool simulate = false;
     bool allowCommands = false;
     bool json = false;
+    bool strict = false; ///< What is not proved does not end well.
     int mockDelayMs = 300;
 };
 

@@ -152,6 +152,7 @@ void Engine::reset()
     decisionContinuation = {};
     plan = {};
     structure = {};
+    evidence = {};
     error.clear();
     planRevisions = 0;
     structureRevisions = 0;

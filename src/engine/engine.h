@@ -277,7 +277,7 @@ private:
     void waitFor(const QString &nodeId, const QStringList &others);
     void repeatStepsOf(const QString &codeId);
     void installNewPackages(const QString &path);
-    void addBuildChecks(const QStringList &codeIds);
+    bool addBuildChecks(const QStringList &codeIds);
     CheckTools checkTools() const;
     QString addCheck(const ProjectCheck &needed);
     void runAddedChecks(const QString &message);
@@ -294,6 +294,11 @@ private:
     QJsonObject validatorContext() const;
     QJsonArray projectFiles() const;
     void passGates();
+
+    // engine_evidence.cpp
+    QJsonObject readEvidence() const;
+    QStringList strayFiles() const;
+    void askJudge(const QString &role, const QJsonObject &artifact, bool again, const Answer &callback);
     void reworkAfterValidation(const QJsonObject &review);
 
     // engine_workflow.cpp
@@ -328,6 +333,7 @@ private:
     QJsonObject spec; ///< What the task is to become, the "task" of every request.
     QJsonObject plan;
     QJsonObject structure;
+    QJsonObject evidence; ///< What the finished task rests on (evidence.h).
     QJsonObject decision; ///< The open question to the user.
     QString decisionReturnPhase;
     Step decisionContinuation;

@@ -2,6 +2,7 @@
 
 #include "engine_p.h"
 
+#include "evidence_text.h"
 #include "programs.h"
 #include "project_checks.h"
 #include "rework.h"
@@ -48,8 +49,8 @@ bool Engine::prepareProjectChecks()
         return false;
 
     const qsizetype sizeBefore = graph.nodes.size();
-    addBuildChecks(codeIds);
-    if (graph.nodes.size() == sizeBefore && !nodeProgram().isEmpty()) {
+    const bool isBuilt = addBuildChecks(codeIds);
+    if (!isBuilt && !nodeProgram().isEmpty()) {
         for (const ProjectCheck &check : syntaxChecks(graph.nodes))
             addCheck(check);
     }
@@ -62,15 +63,18 @@ bool Engine::prepareProjectChecks()
     return true;
 }
 
-void Engine::addBuildChecks(const QStringList &codeIds)
+/// True when a build was added that has something to say.
+bool Engine::addBuildChecks(const QStringList &codeIds)
 {
     const QJsonObject file = workspace.latest(u"package.json"_s);
     if (file.isEmpty() || file["deleted"_L1].toBool())
-        return;
+        return false;
     const QJsonObject package = QJsonDocument::fromJson(workspace.read(u"package.json"_s)).object();
     const BuildChecks needed = buildChecks(package, codeIds, checkTools());
     noteLimitation(ofBuild, needed.limitation);
 
+    const qsizetype sizeBefore = graph.nodes.size();
+    bool saysSomething = false;
     QStringList before;
     for (const ProjectCheck &next : needed.checks) {
         ProjectCheck check = next;
@@ -78,7 +82,9 @@ void Engine::addBuildChecks(const QStringList &codeIds)
         const QString id = addCheck(check);
         waitFor(id, before);
         before = {id};
+        saysSomething = emptyProof(nodeProgram(), strings(check.arguments), package).isEmpty();
     }
+    return saysSomething && graph.nodes.size() > sizeBefore;
 }
 
 CheckTools Engine::checkTools() const

@@ -36,7 +36,7 @@ void Engine::judgeRound(QStringList roles, QJsonObject artifact, int round, Verd
     artifact["discussion_round"_L1] = round;
     artifact["review_stage"_L1] = phase;
     for (const QString &role : std::as_const(roles)) {
-        enqueue(role, artifact, [=, this](QJsonObject review) {
+        askJudge(role, artifact, false, [=, this](QJsonObject review) {
             const QString reviewId = id();
             review["reviewer"_L1] = role;
             review["artifact"_L1] = artifact;

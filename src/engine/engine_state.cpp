@@ -19,6 +19,8 @@ QJsonObject Engine::snapshot() const
     state["structure"_L1] = structure;
     state["graph"_L1] = graph.toJson();
     state["runs"_L1] = allRuns;
+    if (!evidence.isEmpty())
+        state["evidence"_L1] = evidence;
     return state;
 }
 
@@ -104,6 +106,8 @@ QByteArray Engine::documentText()
     add("structure", record.object(u"structure"_s, structure));
     add("graph", record.graph(graph.nodes));
     add("runs", record.runs(runs));
+    if (!evidence.isEmpty())
+        add("evidence", record.object(u"evidence"_s, evidence));
     text += '}';
     return text;
 }

@@ -103,6 +103,10 @@ void Engine::passGates()
                 u"Final gate: external file change"_s);
     }
 
+    evidence = readEvidence();
+    QJsonObject ledger = evidence;
+    ledger["type"_L1] = u"Evidence"_s;
+    store.put(u"artifacts"_s, id(), taskId, ledger);
     store.put(u"artifacts"_s, id(), taskId,
               {{u"type"_s, u"FinalReport"_s},
                {u"version"_s, 1},

@@ -2,6 +2,7 @@
 
 #include "narrator.h"
 
+#include "evidence.h"
 #include "helpers.h"
 #include "phases.h"
 #include "reasons.h"
@@ -21,6 +22,8 @@ namespace vesk {
 namespace {
 
 using Labels = QHash<QString, QString>;
+
+constexpr qsizetype maxCommandChars = 120;
 
 const Labels &phaseLabels()
 {
@@ -244,6 +247,23 @@ QString disabledText(const QStringList &roles)
     return u"\n• Отключены пользователем: "_s + labels.join(u", "_s) + u". Их отдельные проверки не выполнялись."_s;
 }
 
+/// The criteria that a real check stands for.
+QString provedText(const QJsonObject &ledger)
+{
+    QHash<QString, QString> commands;
+    const QJsonArray checks = ledger["checks"_L1].toArray();
+    for (const QJsonValue &check : checks)
+        commands.insert(check["node"_L1].toString(), check["command"_L1].toString());
+    QString text;
+    const QJsonArray criteria = ledger["criteria"_L1].toArray();
+    for (const QJsonValue &criterion : criteria) {
+        if (criterion["mark"_L1].toString() == "check"_L1)
+            text += u"\n• «"_s + oneLine(criterion["text"_L1].toString()) + u"» — подтверждено: "_s
+                + oneLine(commands.value(criterion["checks"_L1][0].toString()).left(maxCommandChars));
+    }
+    return text;
+}
+
 QString checkedText(const QJsonObject &state, qint64 fixCycles)
 {
     QString text = u"\n\nЧто проверено\n• Завершённых проверок агентов: "_s
@@ -253,14 +273,18 @@ QString checkedText(const QJsonObject &state, qint64 fixCycles)
     if (state["phase"_L1].toString() == Phase::completed)
         text += u"\n• Граф завершён, открытых замечаний нет. "
                 u"Актуальность созданных файлов проверена по контрольным суммам."_s;
-    return text;
+    return text + provedText(state["evidence"_L1].toObject());
 }
 
-QString uncheckedText(const QString &limitation, bool toolHasRun)
+QString uncheckedText(const QJsonObject &state, bool toolHasRun)
 {
     QString text = u"\n\nЧто ещё нужно проверить\n"_s;
+    const QString limitation = state["spec"_L1]["verification_limitation"_L1].toString();
     if (!limitation.isEmpty())
         text += u"• "_s + limitation + u"\n"_s;
+    const QStringList gaps = strings(state["evidence"_L1]["gaps"_L1].toArray());
+    for (const QString &gap : gaps)
+        text += u"• "_s + gap + u"\n"_s;
     if (toolHasRun)
         return text
             + u"• Выполненные команды перечислены выше. Их успешное завершение не подтверждает все "
@@ -331,10 +355,11 @@ QString Narrator::report(const QJsonObject &state)
         return spec["summary"_L1].toString();
 
     const Account account(state["graph"_L1].toArray());
-    return Narrator::phase(phase) + u".\n\nЧто сделано\n"_s + doneText(account.done) + u"\n\nЧто не выполнено\n"_s
-        + pendingText(account.pending, phase) + section(u"Файлы"_s, account.files)
-        + checkedText(state, account.fixCycles) + section(u"Результаты инструментов"_s, account.tools)
-        + uncheckedText(spec["verification_limitation"_L1].toString(), !account.tools.isEmpty())
+    const QString headline = evidenceHeadline(state["evidence"_L1].toObject());
+    return (headline.isEmpty() ? QString() : headline + u"\n\n"_s) + Narrator::phase(phase) + u".\n\nЧто сделано\n"_s
+        + doneText(account.done) + u"\n\nЧто не выполнено\n"_s + pendingText(account.pending, phase)
+        + section(u"Файлы"_s, account.files) + checkedText(state, account.fixCycles)
+        + section(u"Результаты инструментов"_s, account.tools) + uncheckedText(state, !account.tools.isEmpty())
         + closingText(state, !account.files.isEmpty());
 }
 

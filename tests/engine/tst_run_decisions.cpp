@@ -155,8 +155,7 @@ private Q_SLOTS:
         const QList<QStringList> commands{{u"n"_s, u"run"_s, u"build"_s}, {u"n"_s, u"test"_s}, {u"n"_s, u"install"_s}};
         QList<Node> plan = nodes({u"tool a"_s, u"tool b"_s, u"tool c"_s});
         for (int i = 0; i < plan.size(); ++i)
-            plan[i].input
-                = {{u"program"_s, u"/node"_s}, {u"arguments"_s, QJsonArray::fromStringList(commands.at(i))}};
+            plan[i].input = {{u"program"_s, u"/node"_s}, {u"arguments"_s, QJsonArray::fromStringList(commands.at(i))}};
         markOwnChecks(plan, tools);
         QVERIFY(isCheck(plan[0]) && isCheck(plan[1]) && !isCheck(plan[2]));
     }

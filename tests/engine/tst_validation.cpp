@@ -187,6 +187,18 @@ private Q_SLOTS:
         }
     }
 
+    void anEmptyBuildDoesNotReplaceTheSyntaxChecks()
+    {
+        const Programs programs;
+        programs.addNode();
+        PlannedRun run({code(u"package.json"_s), code(u"a.js"_s)});
+        run.engine.computerAccess = true;
+        run.texts[u"package.json"_s] = {u"{\"scripts\":{\"build\":\"echo ok\"}}"_s};
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(run.nodes().last()[u"title"_s].toString(), u"Проверить синтаксис a.js"_s);
+        QCOMPARE(run.state(u"evidence"_s)[u"files"_s][1][u"mark"_s], u"syntax"_s);
+    }
+
     void theSourcesOfAProjectThatCannotBeBuiltAreNotJudged()
     {
         const BrowserCheck tools; // without npm

@@ -1,0 +1,280 @@
+// What a finished task can show for its claims.
+
+#include "planned_run.h"
+
+#include "evidence.h"
+#include "evidence_text.h"
+#include "narrator.h"
+
+#include <QElapsedTimer>
+#include <QTest>
+
+using namespace vesk;
+
+namespace {
+
+QStringList gapsOf(const PlannedRun &run)
+{
+    return strings(run.state(u"evidence"_s)[u"gaps"_s].toArray());
+}
+
+QJsonObject rowOf(const PlannedRun &run, const QString &list, const QString &key, const QString &value)
+{
+    const QJsonArray rows = run.state(u"evidence"_s)[list].toArray();
+    const auto row
+        = std::ranges::find_if(rows, [&](const QJsonValue &entry) { return entry[key].toString() == value; });
+    return row == rows.end() ? QJsonObject() : row->toObject();
+}
+
+void specify(PlannedRun &run, const QStringList &criteria, const QString &title = u"Создай калькулятор"_s)
+{
+    run.model.forget(u"orchestrator"_s);
+    run.model.answer(u"orchestrator"_s,
+                     {{u"title"_s, title},
+                      {u"requirements"_s, QJsonArray::fromStringList(criteria.mid(1))},
+                      {u"acceptance_criteria"_s, QJsonArray::fromStringList(criteria.mid(0, 1))},
+                      {u"questions"_s, QJsonArray()}});
+}
+
+QJsonObject command(const QString &id, const QString &program, const QStringList &arguments,
+                    const QStringList &after = {})
+{
+    return ScriptedProvider::node(
+        id, u"tool"_s,
+        {{u"program"_s, program}, {u"arguments"_s, QJsonArray::fromStringList(arguments)}, {u"verification"_s, true}},
+        after);
+}
+
+} // namespace
+
+class EvidenceTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void namesAreFoundInSentences()
+    {
+        const QHash<QString, QStringList> files{
+            {u"Файл src/app.js и README.md рядом"_s, {u"src/app.js"_s, u"README.md"_s}},
+            {u"На Node.js и three.js, версия 1.2, сайт example.com"_s, {}},
+            {u"Открыть https://x.org/index.html или ./index.html."_s, {u"index.html"_s}},
+            {u"отчёт.csv (не .csv)"_s, {u"отчёт.csv"_s}},
+        };
+        for (const auto &[sentence, names] : files.asKeyValueRange())
+            QCOMPARE(namedFiles(sentence), names);
+
+        const QHash<QString, QString> commands{
+            {u"Команда `npm run build -- --fast` проходит"_s, u"npm run build -- --fast"_s},
+            {u"npm test проходит без ошибок"_s, u"npm test"_s},
+            {u"python3 main.py печатает 4"_s, u"python main.py"_s},
+            {u"Запуск pytest успешен"_s, u"pytest"_s},
+            {u"Please make it go fast"_s, {}},
+            {u"«./run.sh --check»"_s, u"run.sh --check"_s},
+        };
+        for (const auto &[sentence, line] : commands.asKeyValueRange()) {
+            const QList<QStringList> found = namedCommands(sentence);
+            QCOMPARE(found.isEmpty() ? QString() : found.first().join(u' '), line);
+        }
+        QVERIFY(isWithin({u"npm"_s, u"test"_s}, commandWords(u"/usr/bin/node"_s, {u"/x/npm-cli.js"_s, u"test"_s})));
+        QVERIFY(
+            isWithin({u"python"_s, u"a.py"_s}, commandWords(u"/bin/sh"_s, {u"-ec"_s, u"cd x; python3 src/a.py"_s})));
+        QVERIFY(!isWithin({u"npm"_s, u"test"_s}, {u"test"_s, u"npm"_s}));
+    }
+
+    void aCommandThatCannotFailProvesNothing()
+    {
+        const QJsonObject package{{u"scripts"_s, QJsonObject{{u"test"_s, u"jest || true"_s}, {u"build"_s, u"vite"_s}}}};
+        const QString shell = u"/bin/sh"_s;
+        const QList<std::tuple<QString, QStringList, bool>> rows{
+            {shell, {u"-c"_s, u"pytest || true"_s}, true},
+            {shell, {u"-c"_s, u"make; exit 0"_s}, true},
+            {shell, {u"-c"_s, u"exit 0"_s}, true},
+            {shell, {u"-c"_s, u"echo готово"_s}, true},
+            {shell, {u"-c"_s, u"pytest | tee log"_s}, true},
+            {shell, {u"-c"_s, u"set -o pipefail; pytest | tee log"_s}, false},
+            {shell, {u"-c"_s, u"a || exit 1"_s}, false},
+            {shell, {u"-c"_s, u"./main | grep hi"_s}, false},
+            {u"/bin/true"_s, {}, true},
+            {u"/usr/bin/node"_s, {u"/x/npm-cli.js"_s, u"test"_s}, true},
+            {u"/usr/bin/node"_s, {u"/x/npm-cli.js"_s, u"run"_s, u"build"_s}, false},
+            {u"/usr/bin/node"_s, {u"test.js"_s}, false},
+        };
+        for (const auto &[program, arguments, isEmpty] : rows)
+            QVERIFY2(emptyProof(program, arguments, package).isEmpty() != isEmpty, qPrintable(arguments.join(u' ')));
+    }
+
+    void aFileThatHoldsNothingIsNamed()
+    {
+        const QList<std::tuple<QString, QString, bool>> rows{
+            {u"a.txt"_s, u" \n"_s, true},
+            {u"a.js"_s, u"// позже\n/* и это */\n"_s, true},
+            {u"a.py"_s, u"# TODO\n"_s, true},
+            {u"a.html"_s, u"<!doctype html><!-- здесь будет страница -->"_s, true},
+            {u"a.md"_s, u"TODO: описание"_s, true},
+            {u"a.js"_s, u"let a;\nfunction sum(a, b) { // TODO реализовать\n}\n"_s, true},
+            {u"a.js"_s, u"const sum = (a, b) => { throw new Error('not implemented'); }"_s, true},
+            {u"a.py"_s, u"def f(x):\n    # TODO\n    pass\n\nprint(1)\n"_s, true},
+            {u"a.py"_s, u"def f(x):\n    # TODO: быстрее\n    return x\n"_s, false},
+            {u"a.js"_s, u"function f() {} // TODO: имя\n"_s, false},
+            {u"a.js"_s, u"// about\nlet a = 1; // TODO\n"_s, false},
+            {u"a.txt"_s, u"# не код"_s, false},
+        };
+        for (const auto &[path, text, isHollow] : rows)
+            QVERIFY2(hollowness(path, text).isEmpty() != isHollow, qPrintable(text));
+        QVERIFY(!disguise(u"logo.png"_s, u"картинка"_s).isEmpty());
+        QVERIFY(disguise(u"logo.svg"_s, u"<svg/>"_s).isEmpty());
+        QVERIFY(isTestPath(u"tests/a.py"_s) && isTestPath(u"src/a.test.js"_s) && isTestPath(u"test_a.py"_s));
+        QVERIFY(!isTestPath(u"src/latest.js"_s) && !isTestPath(u"contest/a.py"_s));
+    }
+
+    void aCheckThatReadsAFileProvesIt()
+    {
+        PlannedRun run({code(u"main.py"_s), code(u"README.md"_s),
+                        command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"test -s main.py"_s}, {u"main.py"_s, u"README.md"_s}),
+                        command(u"e"_s, u"/bin/sh"_s, {u"-c"_s, u"false || true"_s}, {u"README.md"_s})});
+        run.engine.computerAccess = true;
+        specify(run, {u"Файл main.py не пуст"_s});
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QCOMPARE(rowOf(run, u"files"_s, u"path"_s, u"main.py"_s)[u"mark"_s], u"check"_s);
+        const QJsonObject readme = rowOf(run, u"files"_s, u"path"_s, u"README.md"_s);
+        QCOMPARE(readme[u"mark"_s], u"reviews"_s);
+        QCOMPARE(readme[u"reviews"_s].toArray().size(), 2);
+        QCOMPARE(rowOf(run, u"criteria"_s, u"kind"_s, u"criterion"_s)[u"mark"_s], u"check"_s);
+        QVERIFY(!rowOf(run, u"checks"_s, u"node"_s, u"e"_s)[u"empty"_s].toString().isEmpty());
+        const QString report = Narrator::report(run.engine.snapshot());
+        QVERIFY2(report.startsWith(u"Готово: 1 из 1 критерия подтверждён проверками.\n\nЗадача завершена.\n"_s),
+                 qPrintable(report));
+        QVERIFY(report.contains(u"» — подтверждено: sh -c test -s main.py"_s));
+        QVERIFY(gapsOf(run).contains(u"Смотрели только проверяющие, запуском не проверены: README.md."_s));
+        QCOMPARE(gapsOf(run).filter(u"ничего не доказывает"_s).size(), 1);
+    }
+
+    void aCheckBeforeTheLastVersionProvesNothing()
+    {
+        PlannedRun run({code(u"a.md"_s), command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"test -s a.md"_s}, {})});
+        run.engine.computerAccess = true;
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QJsonObject state = run.engine.snapshot();
+        EvidenceSources sources{state[u"spec"_s].toObject(),          {}, {}, run.workspace.root(),
+                                [](const QString &) { return true; }, {}};
+        const QJsonArray nodes = run.nodes();
+        for (const QJsonValue &node : nodes)
+            sources.nodes.append(Node::fromJson(node.toObject()));
+        const auto markOf = [&] { return evidenceOf(sources)[u"files"_s][0][u"mark"_s].toString(); };
+        QCOMPARE(markOf(), u"check"_s);
+        sources.nodes[0].output[u"timestamp"_s] = u"2999-01-01T00:00:00.000Z"_s;
+        QCOMPARE(markOf(), u"none"_s);
+    }
+
+    void whatIsNamedAndMissingIsTold()
+    {
+        PlannedRun run({code(u"logo.png"_s), code(u"design.md"_s), code(u"package.json"_s)});
+        run.texts[u"package.json"_s] = {u"{\"scripts\":{\"test\":\"jest\"}}"_s};
+        specify(run, {u"Есть design.pdf и logo.png"_s, u"pytest проходит"_s, u"Все тесты проходят"_s}, u"Отчёт"_s);
+        run.start(u"Покрась кнопку в main.css"_s);
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        const QStringList gaps = gapsOf(run);
+        for (const QString &gap :
+             {u"logo.png: текст вместо изображения."_s,
+              u"«Есть design.pdf и logo.png»: файла design.pdf нет, есть только текст о нём: design.md."_s,
+              u"«pytest проходит»: команду «pytest» никто не запускал."_s,
+              u"Тесты из package.json (npm test) никто не запускал."_s,
+              u"Назван в тексте «запрос»: файла main.css нет."_s,
+              u"В записанной задаче нет ни одного слова из запроса."_s})
+            QVERIFY2(gaps.contains(gap), qPrintable(gap + u" in "_s + gaps.join(u'\n')));
+        QCOMPARE(rowOf(run, u"criteria"_s, u"kind"_s, u"criterion"_s)[u"mark"_s], u"none"_s);
+        QVERIFY(Narrator::report(run.engine.snapshot())
+                    .startsWith(u"Готово: 0 из 1 критерия подтверждены проверками, 1 — не подтверждён."_s));
+    }
+
+    void aReviewOfAnotherFileIsAskedForAgainAndNotCounted()
+    {
+        for (const bool stubborn : {false, true}) {
+            PlannedRun run({code(u"a.md"_s)});
+            QJsonObject foreign = ScriptedProvider::approval();
+            foreign[u"path"_s] = u"b.md"_s;
+            run.model.answer(u"integration_reviewer"_s, foreign);
+            run.model.answer(u"integration_reviewer"_s, stubborn ? foreign : ScriptedProvider::approval());
+            QCOMPARE(run.ending(), u"COMPLETED"_s);
+            QCOMPARE(run.model.count(u"integration_reviewer"_s), 2);
+            QCOMPARE(rowOf(run, u"files"_s, u"path"_s, u"a.md"_s)[u"mark"_s], stubborn ? u"opinion"_s : u"reviews"_s);
+            QCOMPARE(gapsOf(run).contains(u"a.md: рецензия дана другому файлу или другой версии."_s), stubborn);
+        }
+    }
+
+    void whatWasSaidBesideAnApprovalIsKept()
+    {
+        PlannedRun run({code(u"a.md"_s)});
+        QJsonObject hesitant = ScriptedProvider::approval();
+        hesitant[u"issues"_s] = QJsonArray{u"Нет тестов"_s};
+        hesitant[u"confidence"_s] = 0.2;
+        run.model.answer(u"validator"_s, hesitant);
+        run.model.answer(u"observer"_s, {{u"summary"_s, u"Тесты отсутствуют"_s}});
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        const QStringList gaps = gapsOf(run);
+        QVERIFY(gaps.contains(u"Итоговая проверка: одобрено с замечанием: Нет тестов."_s));
+        QVERIFY(gaps.contains(u"Итоговая проверка: одобрено с уверенностью 0.2."_s));
+        QVERIFY(gaps.contains(u"Наблюдатель: Тесты отсутствуют"_s));
+    }
+
+    void aTestThatWasChangedAfterItFailedIsNamed()
+    {
+        PlannedRun run({code(u"tests/a.py"_s), command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"grep new tests/a.py"_s}, {})});
+        run.engine.computerAccess = true;
+        run.texts[u"tests/a.py"_s] = {u"old"_s, u"new"_s};
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QVERIFY(gapsOf(run).contains(u"tests/a.py: тест изменён после неудачного запуска."_s));
+    }
+
+    void whatCommandsLeftBehindIsNamed()
+    {
+        PlannedRun run({code(u"a.md"_s),
+                        command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"cp a.md b.md; mkdir dist; cp a.md dist"_s}, {})});
+        run.engine.computerAccess = true;
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QVERIFY(gapsOf(run).contains(u"Созданы командами, их никто не читал: b.md."_s));
+    }
+
+    void theLedgerOfALargeTaskIsCheap()
+    {
+        EvidenceSources sources;
+        sources.exists = [](const QString &) { return false; };
+        sources.root = u"/p"_s;
+        QStringList criteria;
+        for (int i = 0; i < 64; ++i) {
+            Node node;
+            node.id = QString::number(i);
+            node.kind = i < 56 ? u"code"_s : u"tool"_s;
+            const QString path = u"src/module%1.js"_s.arg(i);
+            node.input = i < 56 ? QJsonObject{{u"path"_s, path}}
+                                : QJsonObject{{u"program"_s, u"/bin/sh"_s},
+                                              {u"arguments"_s, QJsonArray{u"-c"_s, u"node %1"_s.arg(path)}},
+                                              {u"verification"_s, true}};
+            node.output = {{u"path"_s, path},
+                           {u"revision"_s, 1},
+                           {u"hash"_s, u"h"_s},
+                           {u"success"_s, true},
+                           {u"timestamp"_s, u"1"_s},
+                           {u"started_at"_s, u"2"_s},
+                           {u"content"_s, QString(6000, u'x').replace(u"xxxxxxxxxx"_s, u"let a = 1;\n"_s)}};
+            sources.nodes.append(node);
+            criteria.append(u"Файл %1 печатает результат"_s.arg(path));
+            for (const QString &role : {u"correctness_reviewer"_s, u"integration_reviewer"_s})
+                sources.runs.append(
+                    {{u"id"_s, role + path},
+                     {u"role"_s, role},
+                     {u"status"_s, u"COMPLETED"_s},
+                     {u"context"_s, QJsonObject{{u"artifact"_s, QJsonObject{{u"file"_s, node.output}}}}},
+                     {u"output"_s, ScriptedProvider::approval()}});
+        }
+        sources.spec[u"acceptance_criteria"_s] = QJsonArray::fromStringList(criteria.mid(0, 5));
+        QElapsedTimer timer;
+        timer.start();
+        const QJsonObject ledger = evidenceOf(sources);
+        const qint64 spent = timer.nsecsElapsed() / 1000;
+        QCOMPARE(ledger[u"files"_s].toArray().size(), 56);
+        qInfo("%lld us", spent);
+        QVERIFY(spent < 100000); // 20 times what it takes: for a machine under load
+    }
+};
+
+QTEST_GUILESS_MAIN(EvidenceTest)
+#include "tst_evidence.moc"
