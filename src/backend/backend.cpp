@@ -31,11 +31,11 @@ QJsonObject wholeRecord(const QJsonObject &record)
 Backend::Backend(const QString &dataFolder, QObject *parent)
     : QObject(parent)
     , core(dataFolder + u"/vesk.sqlite"_s, &mock)
-    , connection(core.store, core.engine, client)
     , preferences(core.store)
     , view(core.store, core.workspace, core.engine)
     , queue(core.store)
     , conversation(core.store, core.journal)
+    , connection(core.store, core.engine, mock, client, preferences, conversation)
     , attachments(core.store, core.workspace)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
@@ -71,6 +71,8 @@ void Backend::connectServices()
     connect(&conversation, &Conversation::changed, this, &Backend::notifyUi);
     connect(&conversation, &Conversation::answered, this, &Backend::drainLater);
     connect(&conversation, &Conversation::failed, this, &Backend::show);
+    connect(&connection, &ModelConnection::changed, this, &Backend::notifyUi);
+    connect(&connection, &ModelConnection::concluded, this, &Backend::show);
     connect(&attachments, &Attachments::changed, this, &Backend::notifyUi);
     connect(&attachments, &Attachments::failed, this, &Backend::show);
 }

@@ -60,6 +60,11 @@ class Backend : public QObject {
     Q_PROPERTY(bool modelsLoading READ modelsLoading NOTIFY changed)
     Q_PROPERTY(QString modelCatalogOwner READ modelCatalogOwner NOTIFY changed)
     Q_PROPERTY(bool hasApiKey READ hasApiKey NOTIFY changed)
+    Q_PROPERTY(bool serversSearching READ serversSearching NOTIFY changed)
+    Q_PROPERTY(QVariantList foundServers READ foundServers NOTIFY changed)
+    Q_PROPERTY(QString serverStatus READ serverStatus NOTIFY changed)
+    Q_PROPERTY(bool measuring READ measuring NOTIFY changed)
+    Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
     Q_PROPERTY(QVariantList backgroundFrame READ backgroundFrame NOTIFY backgroundChanged)
     Q_PROPERTY(QString backgroundError READ backgroundError NOTIFY backgroundChanged)
 public:
@@ -121,9 +126,34 @@ public:
     /// back.
     Q_INVOKABLE void pinAsset(const QString &path, const QString &usage);
 
+    // Model connections (backend_models.cpp). Keys go in and never come out.
+
+    /// Connects the team to an address, or takes it back to the demonstration, without a check. `parallel` is not used.
+    Q_INVOKABLE void saveSettings(bool useMock, const QString &url, const QString &model, const QString &key,
+                                  int parallel);
+    /// Connects the team to a known provider once that has answered; the outcome stands in `apiStatus`.
+    Q_INVOKABLE void connectProvider(const QString &provider, const QString &model, const QString &key);
+    Q_INVOKABLE void connectQwen(const QString &key);
+    Q_INVOKABLE void testConnection();
+    Q_INVOKABLE void loadModels(const QString &provider, const QString &key, const QString &agent = {});
+    Q_INVOKABLE void forgetProvider(const QString &provider);
+    /// A connection of an agent's own; an empty provider takes it back.
+    Q_INVOKABLE void setAgentApi(const QString &agent, const QString &provider, const QString &model,
+                                 const QString &key);
+    Q_INVOKABLE void useDemonstration();
+    /// Asks the usual ports of this machine, two seconds at most: `foundServers`, `serverStatus`.
+    Q_INVOKABLE void findServers();
+    Q_INVOKABLE void loadServerModels(const QString &url, const QString &key, const QString &agent = {});
+    /// Connects the team, or an agent, to a server of the user's own once that has answered; the key may be empty.
+    Q_INVOKABLE void connectServer(const QString &url, const QString &model, const QString &key,
+                                   const QString &agent = {});
+    /// testConnection(), and of a server of the user's own what the pipeline needs: `connectionMeasures`.
+    Q_INVOKABLE void measureConnection();
+    /// Ends the search, the catalogue, the check or the measuring that runs.
+    Q_INVOKABLE void stopCheck();
+
     // What this version does not have yet: each says so in `message` (backend_runtime.cpp)
 
-    Q_INVOKABLE void connectProvider(const QString &provider, const QString &model, const QString &key);
     Q_INVOKABLE void connectAgents(const QString &agent, const QString &target);
     Q_INVOKABLE void addWorkflowTemplate();
 
@@ -224,37 +254,40 @@ private:
     QVariantMap preferencesMap() const { return preferences.document().toVariantMap(); }
     QVariantList queueList() const { return queue.items().toVariantList(); }
     QVariantList attachmentList() const { return attachments.items().toVariantList(); }
-    QVariantList modelList() const { return {}; }
+    QVariantList modelList() const { return connection.catalog().models(); }
     QVariantList mcpServers() const { return mcp.list().toVariantList(); }
     QVariantList backgroundFrame() const { return background.frame(); }
     QString backgroundError() const { return background.error(); }
     QString currentProjectName() const { return projectName; }
     QString currentMessage() const { return message; }
     bool currentChatBusy() const { return conversation.isBusy(); }
-    bool currentApiTesting() const { return apiTesting; }
-    QString currentApiStatus() const { return apiStatus; }
+    bool currentApiTesting() const { return connection.isTesting(); }
+    QString currentApiStatus() const { return connection.status(); }
     QString currentStreamNote() const { return streamNote; }
     bool currentQueuePaused() const { return queue.isPaused(); }
     bool importing() const { return attachments.isImporting(); }
-    bool modelsLoading() const { return false; }
-    QString modelCatalogOwner() const { return QStringLiteral("/"); }
+    bool modelsLoading() const { return connection.catalog().isLoading(); }
+    QString modelCatalogOwner() const { return connection.catalog().owner(); }
     bool hasApiKey() const { return !client.key.isEmpty(); }
+    bool serversSearching() const { return connection.finder().isSearching(); }
+    QVariantList foundServers() const { return connection.finder().found(); }
+    QString serverStatus() const { return connection.serverStatus(); }
+    bool measuring() const { return false; }
+    QVariantList connectionMeasures() const { return {}; }
 
     BackgroundRenderer background;
     McpClient mcp;
     MockProvider mock;
     OpenAICompatibleProvider client;
     Core core;
-    ModelConnection connection;
     Preferences preferences;
     TaskView view;
     RequestQueue queue;
     Conversation conversation;
+    ModelConnection connection;
     Attachments attachments;
 
     bool uiPending = false;
-    bool apiTesting = false;
-    QString apiStatus;
     QString streamNote;
     QString projectName;
     QString message;

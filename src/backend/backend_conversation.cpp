@@ -53,7 +53,7 @@ void Backend::takeLine(const QString &typed)
 {
     require(!attachments.isImporting(), u"Дождитесь добавления вложений"_s);
     const QString line = lineWithAttachments(typed);
-    require(!apiTesting, u"Проверяю ключ…"_s);
+    require(!connection.isTesting(), u"Проверяю ключ…"_s);
     switch (kindOf(line,
                    {.attached = !attachments.isEmpty(),
                     .hasMedia = !mediaForRequest(line).isEmpty(),

@@ -174,8 +174,7 @@ void Backend::resumeQueue()
 void Backend::stop()
 {
     guard([this] {
-        apiTesting = false;
-        apiStatus = u"Остановлено"_s;
+        connection.stopAll();
         attachments.stop();
         // A store that can't be written to doesn't keep the rest going.
         attempt([this] { queue.pause(); });

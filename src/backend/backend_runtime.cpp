@@ -69,11 +69,6 @@ void Backend::disconnectMcp(const QString &server)
     mcp.disconnectServer(server);
 }
 
-void Backend::connectProvider(const QString &, const QString &, const QString &)
-{
-    guard([] { notYet(u"Подключение модели из окна"_s); });
-}
-
 void Backend::connectAgents(const QString &, const QString &)
 {
     guard([] { notYet(u"Связи агентов"_s); });

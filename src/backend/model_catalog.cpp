@@ -1,0 +1,146 @@
+// The list of models that a server offers.
+
+#include "model_catalog.h"
+
+#include <QFuture>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QPromise>
+#include <QRegularExpression>
+#include <QThreadPool>
+
+#include <algorithm>
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr int silenceMs = 20000;
+constexpr auto longestAnswer = std::chrono::seconds(60);
+constexpr qsizetype maxBodyBytes = 8 * 1024 * 1024;
+constexpr qsizetype maxOwnModels = 5000;
+constexpr qsizetype maxIdChars = 200;
+
+bool isOffered(const QString &provider, const QString &model)
+{
+    static const QRegularExpression openAi(u"^(gpt-[4-9]|o[1-9])"_s);
+    if (provider == "OpenAI"_L1)
+        return model.contains(openAi);
+    if (provider == "Gemini"_L1)
+        return model.contains("gemini"_L1);
+    return model.contains("qwen"_L1, Qt::CaseInsensitive);
+}
+
+bool isForOtherUses(const QString &model)
+{
+    static const QStringList uses{u"image"_s, u"audio"_s, u"realtime"_s, u"embedding"_s, u"tts"_s};
+    return std::ranges::any_of(uses, [&](const QString &use) { return model.contains(use); });
+}
+
+/// A name that a person can read and a request can carry.
+bool isPlain(const QString &model)
+{
+    return !model.isEmpty() && model.size() <= maxIdChars
+        && std::ranges::none_of(model, [](QChar c) { return c.category() == QChar::Other_Control; });
+}
+
+} // namespace
+
+QString ownServerName()
+{
+    return u"Свой сервер"_s;
+}
+
+QNetworkRequest catalogRequest(const QString &base, const QString &key)
+{
+    QNetworkRequest request(QUrl(base.endsWith(u'/') ? base + u"models"_s : base + u"/models"_s));
+    if (!key.isEmpty())
+        request.setRawHeader("Authorization", "Bearer " + key.toUtf8());
+    request.setTransferTimeout(silenceMs);
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
+    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
+    return request;
+}
+
+Catalog catalogOf(const QString &provider, const QByteArray &body)
+{
+    const bool own = provider == ownServerName();
+    const QJsonObject document = QJsonDocument::fromJson(body).object();
+    const QJsonArray data = document["data"_L1].toArray();
+    Catalog catalog;
+    // A server without a model may say null.
+    catalog.isList = document["data"_L1].isArray() || document["object"_L1].toString() == "list"_L1;
+    for (const QJsonValue &entry : data) {
+        QString model = entry["id"_L1].toString();
+        if (provider == "Gemini"_L1 && model.startsWith("models/"_L1))
+            model.remove(0, 7);
+        if (own ? isPlain(model) : isOffered(provider, model) && !isForOtherUses(model))
+            catalog.models.append(model);
+    }
+    std::ranges::sort(catalog.models);
+    catalog.models.erase(std::unique(catalog.models.begin(), catalog.models.end()), catalog.models.end());
+    catalog.isCut = own && catalog.models.size() > maxOwnModels;
+    if (catalog.isCut)
+        catalog.models.resize(maxOwnModels);
+    return catalog;
+}
+
+void ModelCatalog::beginFor(const QString &newProvider, const QString &newAgent)
+{
+    abort();
+    shown.clear();
+    provider = newProvider;
+    agent = newAgent;
+}
+
+void ModelCatalog::ask(const QString &base, const QString &key)
+{
+    reply = catalogNetwork.get(catalogRequest(base, key));
+    collect(reply, maxBodyBytes, longestAnswer, [this, base, noted = generation](const ServerReply &answer) {
+        if (noted == generation)
+            read(answer, base);
+    });
+}
+
+void ModelCatalog::abort()
+{
+    ++generation;
+    reading = false;
+    const QPointer<QNetworkReply> old = std::exchange(reply, nullptr);
+    if (old)
+        old->abort();
+}
+
+/// Beside the interface: a list of megabytes takes tens of milliseconds to read.
+void ModelCatalog::read(const ServerReply &answer, const QString &base)
+{
+    reply = nullptr;
+    reading = true;
+    auto promise = std::make_shared<QPromise<Catalog>>();
+    promise->future().then(this, [this, answer, base, noted = generation](const Catalog &catalog) {
+        if (noted != generation)
+            return;
+        reading = false;
+        take({{answer.status, answer.networkError, {}, answer.endless}, catalog, base});
+    });
+    QThreadPool::globalInstance()->start([promise, answer, provider = provider] {
+        promise->start();
+        promise->addResult(answer.isAccepted() ? catalogOf(provider, answer.body) : Catalog());
+        promise->finish();
+    });
+}
+
+void ModelCatalog::take(const Outcome &outcome)
+{
+    for (const QString &model : outcome.catalog.models)
+        shown.append(QVariantMap{{u"id"_s, model}});
+    Q_EMIT finished(outcome);
+}
+
+} // namespace vesk
