@@ -4,13 +4,13 @@
 
 #include <QJsonArray>
 #include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QObject>
 #include <QPointer>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
 
-class QNetworkReply;
 class QNetworkRequest;
 
 namespace vesk {

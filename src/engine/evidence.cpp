@@ -613,7 +613,7 @@ QString evidenceHeadline(const QJsonObject &ledger)
     const int all = proved + believed + open;
     if (all == 0)
         return {};
-    QString text = u"Готово: %1 из %2 %3 %4 проверками"_s.arg(proved).arg(all).arg(
+    QString text = u"%1 из %2 %3 %4 проверками"_s.arg(proved).arg(all).arg(
         all % 10 == 1 && all % 100 != 11 ? u"критерия"_s : u"критериев"_s,
         proved == 1 ? u"подтверждён"_s : u"подтверждены"_s);
     if (believed > 0)

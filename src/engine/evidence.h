@@ -39,7 +39,7 @@ struct EvidenceSources {
 /// when it passed, can fail, reads the file and began after the revision was written.
 QJsonObject evidenceOf(const EvidenceSources &sources);
 
-/// The sentence at the head of the report; empty when there are no criteria.
+/// The sentence for the first line of the report; empty when there are no criteria.
 QString evidenceHeadline(const QJsonObject &ledger);
 
 /// Whether the answer of a reviewer names another file or revision than it was asked about.

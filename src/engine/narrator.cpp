@@ -356,7 +356,7 @@ QString Narrator::report(const QJsonObject &state)
 
     const Account account(state["graph"_L1].toArray());
     const QString headline = evidenceHeadline(state["evidence"_L1].toObject());
-    return (headline.isEmpty() ? QString() : headline + u"\n\n"_s) + Narrator::phase(phase) + u".\n\nЧто сделано\n"_s
+    return Narrator::phase(phase) + u'.' + (headline.isEmpty() ? QString() : u' ' + headline) + u"\n\nЧто сделано\n"_s
         + doneText(account.done) + u"\n\nЧто не выполнено\n"_s + pendingText(account.pending, phase)
         + section(u"Файлы"_s, account.files) + checkedText(state, account.fixCycles)
         + section(u"Результаты инструментов"_s, account.tools) + uncheckedText(state, !account.tools.isEmpty())

@@ -99,7 +99,7 @@ def test_json_is_one_event_a_line_and_the_state_last(vesk):
     assert (ended.code, ended.err) == (0, "")
     *events, result = ended.events
     keys = {"data", "id", "message", "task_id", "time", "type"}
-    assert all(event.keys() == keys for event in events) and result.keys() == keys | {"report", "exit_code"}
+    assert all(event.keys() == keys for event in events) and result.keys() == keys | {"report", "evidence", "exit_code"}
     assert result["report"].startswith("Задача завершена.") and result["exit_code"] == 0
     assert events == vesk.records["events"]
     assert (result["type"], result["message"], result["data"]["phase"]) == ("Result", "COMPLETED", "COMPLETED")

@@ -140,7 +140,7 @@ private Q_SLOTS:
         QCOMPARE(rowOf(run, u"criteria"_s, u"kind"_s, u"criterion"_s)[u"mark"_s], u"check"_s);
         QVERIFY(!rowOf(run, u"checks"_s, u"node"_s, u"e"_s)[u"empty"_s].toString().isEmpty());
         const QString report = Narrator::report(run.engine.snapshot());
-        QVERIFY2(report.startsWith(u"Готово: 1 из 1 критерия подтверждён проверками.\n\nЗадача завершена.\n"_s),
+        QVERIFY2(report.startsWith(u"Задача завершена. 1 из 1 критерия подтверждён проверками.\n\n"_s),
                  qPrintable(report));
         QVERIFY(report.contains(u"» — подтверждено: sh -c test -s main.py"_s));
         QVERIFY(gapsOf(run).contains(u"Смотрели только проверяющие, запуском не проверены: README.md."_s));
@@ -182,7 +182,7 @@ private Q_SLOTS:
             QVERIFY2(gaps.contains(gap), qPrintable(gap + u" in "_s + gaps.join(u'\n')));
         QCOMPARE(rowOf(run, u"criteria"_s, u"kind"_s, u"criterion"_s)[u"mark"_s], u"none"_s);
         QVERIFY(Narrator::report(run.engine.snapshot())
-                    .startsWith(u"Готово: 0 из 1 критерия подтверждены проверками, 1 — не подтверждён."_s));
+                    .startsWith(u"Задача завершена. 0 из 1 критерия подтверждены проверками, 1 — не подтверждён."_s));
     }
 
     void aReviewOfAnotherFileIsAskedForAgainAndNotCounted()
