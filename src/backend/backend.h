@@ -272,8 +272,8 @@ private:
     bool serversSearching() const { return connection.finder().isSearching(); }
     QVariantList foundServers() const { return connection.finder().found(); }
     QString serverStatus() const { return connection.serverStatus(); }
-    bool measuring() const { return false; }
-    QVariantList connectionMeasures() const { return {}; }
+    bool measuring() const { return connection.isMeasuring(); }
+    QVariantList connectionMeasures() const { return connection.measures(); }
 
     BackgroundRenderer background;
     McpClient mcp;

@@ -213,7 +213,8 @@ bool Backend::configureVisionChat(const QJsonArray &media, QJsonObject &input)
     const auto agent = visualAgent(preferences.document(), media,
                                    [](const QString &name) { return CredentialStore::read(agentTarget(name)); });
     if (!agent) {
-        require(!connection.isDemo() && (model.useResponses || QUrl(model.url).host() == geminiHost()),
+        require(!connection.isDemo()
+                        && (model.useResponses || model.traits.images || QUrl(model.url).host() == geminiHost()),
                 u"Для чтения фото нужна модель с поддержкой изображений. Откройте Настройки → Агенты и skills → Анализ "
                 "фото и задайте OpenAI или Gemini с ключом и визуальной моделью. Текущее подключение не передаёт "
                 "изображения."_s);
@@ -224,6 +225,7 @@ bool Backend::configureVisionChat(const QJsonArray &media, QJsonObject &input)
     model.key = agent->key;
     model.useResponses = agent->useResponses;
     model.ownServer = !isPublished(QUrl(agent->url));
+    model.traits = {};
     if (!agent->guidance.isEmpty())
         input["visual_agent_guidance"_L1] = agent->guidance;
     return true;

@@ -64,7 +64,7 @@ void Backend::connectServer(const QString &url, const QString &model, const QStr
 
 void Backend::measureConnection()
 {
-    guard([this] { connection.testConnection(); });
+    guard([this] { connection.measureConnection(); });
 }
 
 void Backend::stopCheck()

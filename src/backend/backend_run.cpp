@@ -99,6 +99,9 @@ void Backend::begin(const StartRequest &request)
     engine.start(request.request, request.preview, request.budget, buildCommand(request));
     attachments.clear();
     view.followRun();
+    // Said where the task is read, and before anything of it has been asked.
+    if (const QString warning = connection.windowWarning(); !warning.isEmpty())
+        attempt([&] { say(view.conversationId(), u"assistant"_s, warning, u"connection"_s); });
 }
 
 void Backend::drainQueue()

@@ -102,9 +102,9 @@ void ModelCatalog::beginFor(const QString &newProvider, const QString &newAgent)
 void ModelCatalog::ask(const QString &base, const QString &key)
 {
     reply = catalogNetwork.get(catalogRequest(base, key));
-    collect(reply, maxBodyBytes, longestAnswer, [this, base, noted = generation](const ServerReply &answer) {
+    collect(reply, maxBodyBytes, longestAnswer, [this, base, hadKey = !key.isEmpty(), noted = generation](const ServerReply &answer) {
         if (noted == generation)
-            read(answer, base);
+            read(answer, base, hadKey);
     });
 }
 
@@ -118,16 +118,16 @@ void ModelCatalog::abort()
 }
 
 /// Beside the interface: a list of megabytes takes tens of milliseconds to read.
-void ModelCatalog::read(const ServerReply &answer, const QString &base)
+void ModelCatalog::read(const ServerReply &answer, const QString &base, bool hadKey)
 {
     reply = nullptr;
     reading = true;
     auto promise = std::make_shared<QPromise<Catalog>>();
-    promise->future().then(this, [this, answer, base, noted = generation](const Catalog &catalog) {
+    promise->future().then(this, [this, answer, base, hadKey, noted = generation](const Catalog &catalog) {
         if (noted != generation)
             return;
         reading = false;
-        take({{answer.status, answer.networkError, {}, answer.endless}, catalog, base});
+        take({{answer.status, answer.networkError, {}, answer.endless}, catalog, base, hadKey});
     });
     QThreadPool::globalInstance()->start([promise, answer, provider = provider] {
         promise->start();

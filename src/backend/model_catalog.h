@@ -40,6 +40,7 @@ public:
         ServerReply reply; ///< Without its body.
         Catalog catalog;
         QString base;
+        bool hadKey = false;
     };
 
     /// Objects with one key, "id".
@@ -60,7 +61,7 @@ Q_SIGNALS:
     void finished(const vesk::ModelCatalog::Outcome &outcome);
 
 private:
-    void read(const ServerReply &answer, const QString &base);
+    void read(const ServerReply &answer, const QString &base, bool hadKey);
     void take(const Outcome &outcome);
 
     QNetworkAccessManager catalogNetwork;

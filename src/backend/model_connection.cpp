@@ -2,6 +2,7 @@
 
 #include "model_connection.h"
 
+#include "connection_advice.h"
 #include "conversation.h"
 #include "credential_store.h"
 #include "endpoints.h"
@@ -11,7 +12,7 @@
 #include "preferences.h"
 #include "read_models.h"
 #include "store.h"
-#include "stored_connection.h"
+#include "server_connection.h"
 
 #include <QUrl>
 
@@ -66,7 +67,7 @@ ModelConnection::ModelConnection(Store &store, Engine &engine, MockProvider &moc
 {
     QString key;
     document = storedConnection(store, key);
-    setConnection(client, document["base_url"_L1].toString(), document["model"_L1].toString(), key);
+    setConnection(client, store, document["base_url"_L1].toString(), document["model"_L1].toString(), key);
     engine.maxParallel = parallelRequests;
     if (!isDemo())
         engine.setProvider(&client);
@@ -74,6 +75,9 @@ ModelConnection::ModelConnection(Store &store, Engine &engine, MockProvider &moc
     connect(&modelCatalog, &ModelCatalog::finished, this, &ModelConnection::takeCatalog);
     connect(&serverFinder, &ServerFinder::changed, this, &ModelConnection::changed);
     connect(&serverFinder, &ServerFinder::finished, this, &ModelConnection::tellSearch);
+    connect(&measure, &ConnectionMeasure::changed, this, &ModelConnection::changed);
+    connect(&measure, &ConnectionMeasure::finished, this, &ModelConnection::takeMeasures);
+    facts = serverFacts(store, client.url, client.model);
 }
 
 bool ModelConnection::isDemo() const
@@ -88,13 +92,14 @@ void ModelConnection::configureClient(OpenAICompatibleProvider &target, const QS
     target.key = client.key;
     target.useResponses = client.useResponses;
     target.ownServer = client.ownServer;
+    target.traits = client.traits;
     target.root = projectRoot;
 }
 
 void ModelConnection::configureAgentClient(OpenAICompatibleProvider &target, const QString &agent,
                                            const QJsonObject &entry, const QString &projectRoot) const
 {
-    setConnection(target, entry["url"_L1].toString(), entry["model"_L1].toString(),
+    setConnection(target, store, entry["url"_L1].toString(), entry["model"_L1].toString(),
                   CredentialStore::read(agentTarget(agent)));
     target.useResponses = entry["provider"_L1].toString() == "OpenAI"_L1;
     target.root = projectRoot;
@@ -149,7 +154,10 @@ void ModelConnection::saveSettings(bool useMock, const QString &typedUrl, const 
 
     storeSettings(
         {{u"mock"_s, useMock}, {u"base_url"_s, url}, {u"model"_s, model}, {u"parallel"_s, parallelRequests}});
-    setConnection(client, url, model, url.isEmpty() ? QString() : CredentialStore::read(connectionTarget(url)));
+    // What is still being learned is of the connection that was.
+    stopMeasuring();
+    setConnection(client, store, url, model, url.isEmpty() ? QString() : CredentialStore::read(connectionTarget(url)));
+    facts = serverFacts(store, url, model);
     engine.maxParallel = parallelRequests;
     engine.setProvider(useMock ? static_cast<ILLMProvider *>(&mock) : &client);
     say(u"Настройки сохранены. Подключение можно проверить кнопкой ниже."_s);
@@ -195,6 +203,7 @@ void ModelConnection::forgetProvider(const QString &provider)
     require(CredentialStore::remove(connectionTarget(base)), u"Не удалось удалить ключ"_s);
     modelCatalog.abort();
     probeClient.cancelAll();
+    stopMeasuring();
     testing = false;
     probeClient.key.clear();
     if (base == client.url) {
@@ -239,8 +248,12 @@ void ModelConnection::loadServerModels(const QString &typedUrl, const QString &g
 void ModelConnection::takeServerCatalog(const ModelCatalog::Outcome &outcome)
 {
     const Catalog &catalog = outcome.catalog;
-    if (!catalog.isList)
-        say(u"Сервер не дал списка моделей."_s);
+    const ServerReply &reply = outcome.reply;
+    if (reply.endless)
+        say(u"Список моделей сервера слишком велик. Введите имя модели."_s);
+    else if (!catalog.isList)
+        say(u"Список моделей не получен. "_s
+            + serverAdvice({outcome.base, {}, outcome.hadKey, reply.status, reply.networkError, reply.isAccepted()}));
     else if (catalog.models.isEmpty())
         say(u"На сервере нет ни одной модели. Загрузите модель и обновите список."_s);
     else if (catalog.isCut)
@@ -252,13 +265,14 @@ void ModelConnection::takeServerCatalog(const ModelCatalog::Outcome &outcome)
 
 bool ModelConnection::stopCheck()
 {
-    const bool wasBusy = testing || modelCatalog.isLoading() || serverFinder.isSearching();
+    const bool wasBusy = testing || modelCatalog.isLoading() || serverFinder.isSearching() || isMeasuring();
     if (serverFinder.isSearching())
         serverLine = u"Поиск остановлен."_s;
     serverFinder.stop();
     modelCatalog.abort();
     probeClient.cancelAll();
     endAgentProbe();
+    stopMeasuring();
     testing = false;
     if (wasBusy)
         say(u"Проверка остановлена."_s);
@@ -269,6 +283,12 @@ void ModelConnection::stopAll()
 {
     stopCheck();
     say(u"Остановлено"_s);
+}
+
+void ModelConnection::stopMeasuring()
+{
+    measuresAfterTest = false;
+    measure.stop();
 }
 
 void ModelConnection::endAgentProbe()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "connection_measure.h"
 #include "model_catalog.h"
 #include "openai_provider.h"
 #include "server_finder.h"
@@ -76,7 +77,15 @@ public:
     void loadServerModels(const QString &typedUrl, const QString &key, const QString &agent);
     void connectServer(const QString &typedUrl, const QString &model, const QString &key, const QString &agent);
 
-    /// Ends what is in flight: the search, the catalogue, the check. False when there is nothing.
+    /// testConnection(), and of a server of the user's own also what the pipeline needs of it.
+    void measureConnection();
+    bool isMeasuring() const { return measure.isRunning() || measuresAfterTest; }
+    /// What is known of the team's server, see measureRows().
+    QVariantList measures() const;
+    /// That the window of the team's model is too small for a plan, and what to do; empty when it isn't.
+    QString windowWarning() const;
+
+    /// Ends what is in flight: the search, the catalogue, the check, the measuring. False when there is nothing.
     bool stopCheck();
     /// The same for a stop of everything, with its own line.
     void stopAll();
@@ -99,6 +108,7 @@ private:
     void begin(const QString &line);
     void say(const QString &line);
     void endAgentProbe();
+    void stopMeasuring();
     QString keyFor(const QString &url, const QString &agent) const;
     void requireAgent(const QString &agent, const QString &otherwise) const;
     QJsonObject entryOf(const QString &agent) const;
@@ -112,6 +122,8 @@ private:
     void conclude(const std::function<void()> &work);
     void tryQwenEndpoint(const QString &key, qsizetype index, const QStringList &urls);
     void takeTest(const LLMResult &result);
+    void takeMeasures();
+    static QString adviceFor(const Target &target, const LLMResult &result);
     void shareModelAgain(const QString &agent);
     void checkAgent(const Target &target);
     void takeAgent(const Target &target, const LLMResult &result);
@@ -129,7 +141,10 @@ private:
     QPointer<OpenAICompatibleProvider> agentProbe;
     ModelCatalog modelCatalog;
     ServerFinder serverFinder;
+    ConnectionMeasure measure;
     bool testing = false;
+    bool measuresAfterTest = false;
+    QJsonObject facts; ///< What is known of the team's server.
     QString apiStatus;
     QString serverLine;
 };

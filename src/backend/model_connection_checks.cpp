@@ -2,13 +2,16 @@
 
 #include "model_connection.h"
 
+#include "connection_advice.h"
 #include "conversation.h"
 #include "credential_store.h"
 #include "endpoints.h"
 #include "engine.h"
 #include "helpers.h"
 #include "preferences.h"
-#include "stored_connection.h"
+#include "server_connection.h"
+
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -39,6 +42,13 @@ bool isInFormat(const LLMResult &result)
 
 } // namespace
 
+/// What to do about a failed check. Behind the sentence of our own stands what the server said, without secrets.
+QString ModelConnection::adviceFor(const Target &target, const LLMResult &result)
+{
+    return serverAdvice({target.url, target.model, !target.key.isEmpty(), result.httpStatus, result.networkError,
+                         result.foreign, result.error.section(u'\n', 1)});
+}
+
 void ModelConnection::connectProvider(const QString &provider, const QString &typedModel, const QString &typedKey)
 {
     require(!engine.busy() && !conversation.isBusy() && !testing, u"Сначала остановите текущую работу"_s);
@@ -49,7 +59,7 @@ void ModelConnection::connectProvider(const QString &provider, const QString &ty
         target.key = cleanKey(CredentialStore::read(connectionTarget(target.url)));
     require(!target.key.isEmpty(), u"Добавьте ключ этого провайдера"_s);
 
-    setConnection(probeClient, target.url, target.model, target.key);
+    setConnection(probeClient, store, target.url, target.model, target.key);
     probeClient.useResponses = provider == "OpenAI"_L1;
     begin(u"Проверяю выбранную модель…"_s);
     probeClient.request(connectionProbe(), [this, target](const LLMResult &result) { takeProvider(target, result); });
@@ -102,7 +112,7 @@ void ModelConnection::tryQwenEndpoint(const QString &key, qsizetype index, const
         say(u"Не удалось подключиться. Проверьте ключ и доступ к Qwen 3.8 в аккаунте."_s);
         return;
     }
-    setConnection(probeClient, urls[index], u"qwen3-8"_s, key);
+    setConnection(probeClient, store, urls[index], u"qwen3-8"_s, key);
     probeClient.useResponses = false;
     probeClient.timeoutMs = qwenSilenceMs;
     const LLMRequest request{id(), u"chat"_s, u"Return JSON only: {\"summary\":\"ok\"}."_s,
@@ -134,11 +144,52 @@ void ModelConnection::testConnection()
 void ModelConnection::takeTest(const LLMResult &result)
 {
     testing = false;
-    if (isInFormat(result))
-        say(u"Подключено: "_s + probeClient.model + u". Модель ответила корректно."_s);
-    else
+    const bool measures = std::exchange(measuresAfterTest, false);
+    const Target target{{}, {}, probeClient.url, probeClient.model, probeClient.key};
+    if (!isInFormat(result)) {
+        serverLine = probeClient.ownServer ? adviceFor(target, result) : QString();
         say(u"Не удалось подключиться. "_s
             + (result.error.isEmpty() ? u"Ответ не соответствует JSON-формату."_s : result.error));
+        return;
+    }
+    if (measures && probeClient.ownServer)
+        measure.start(target.url, target.model, target.key);
+    serverLine.clear();
+    say(u"Подключено: "_s + probeClient.model + u". Модель ответила корректно."_s);
+}
+
+void ModelConnection::measureConnection()
+{
+    require(!isMeasuring(), u"Проверка уже выполняется."_s);
+    testConnection();
+    measuresAfterTest = true;
+}
+
+void ModelConnection::takeMeasures()
+{
+    const QJsonObject learned = measure.facts();
+    conclude([&] {
+        storeServerFacts(store, measure.url(), measure.model(), learned);
+        if (measure.url() != client.url || measure.model() != client.model)
+            return Q_EMIT changed();
+        facts = learned;
+        client.traits = traitsOf(learned);
+        const QString warning = windowWarning();
+        say(u"Проверено: "_s + client.model + u". "_s
+            + (warning.isEmpty() ? u"Итоги проверки ниже."_s : warning));
+    });
+}
+
+QVariantList ModelConnection::measures() const
+{
+    if (isDemo() || !client.ownServer)
+        return {};
+    return measureRows(isMeasuring() ? measure.facts() : facts, client.url, isMeasuring());
+}
+
+QString ModelConnection::windowWarning() const
+{
+    return isDemo() || !client.ownServer ? QString() : windowAdvice(facts, client.url);
 }
 
 void ModelConnection::setAgentApi(const QString &agent, const QString &provider, const QString &model,
@@ -186,7 +237,7 @@ void ModelConnection::checkAgent(const Target &target)
     require(!engine.busy() && !conversation.isBusy(), u"Остановите работу перед сменой API агента"_s);
     agentProbe = new OpenAICompatibleProvider(this);
     agentProbe->timeoutMs = agentSilenceMs;
-    setConnection(*agentProbe, target.url, target.model, target.key);
+    setConnection(*agentProbe, store, target.url, target.model, target.key);
     agentProbe->useResponses = target.provider == "OpenAI"_L1;
     begin(u"Проверяю API агента…"_s);
     agentProbe->request(connectionProbe(), [this, target](const LLMResult &result) { takeAgent(target, result); });
@@ -197,6 +248,8 @@ void ModelConnection::takeAgent(const Target &target, const LLMResult &result)
     testing = false;
     endAgentProbe();
     conclude([&] {
+        const bool own = target.provider == ownServerName();
+        require(!own || isInFormat(result), u"API агента не подключён: "_s + adviceFor(target, result));
         require(result.error.isEmpty(), u"API агента не подключён: "_s + result.error);
         require(parseObject(result.content)["summary"_L1].isString(), u"Модель не вернула корректный ответ"_s);
         requireAgent(target.agent, u"Агент удалён во время проверки"_s);
@@ -223,7 +276,7 @@ void ModelConnection::connectServer(const QString &typedUrl, const QString &type
         return checkAgent(target);
     }
     require(!engine.busy() && !conversation.isBusy() && !testing, u"Сначала остановите текущую работу"_s);
-    setConnection(probeClient, target.url, target.model, target.key);
+    setConnection(probeClient, store, target.url, target.model, target.key);
     begin(u"Проверяю сервер "_s + target.url + u"…"_s);
     probeClient.request(connectionProbe(), [this, target](const LLMResult &result) { takeServer(target, result); });
 }
@@ -232,10 +285,11 @@ void ModelConnection::takeServer(const Target &target, const LLMResult &result)
 {
     testing = false;
     if (!isInFormat(result)) {
-        say(u"Сервер не подключён. "_s
-            + (result.error.isEmpty() ? u"Модель не поддерживает формат ответов агентов."_s : result.error));
+        serverLine = adviceFor(target, result);
+        say(u"Сервер не подключён. "_s + serverLine);
         return;
     }
+    serverLine.clear();
     conclude([&] {
         saveSettings(false, target.url, target.model, target.key, parallelRequests);
         say(u"Подключено: "_s + target.model);

@@ -148,6 +148,31 @@ void readFold(const QJsonObject &folded, LLMResult &result)
     result.completionTokens = folded["usage"_L1]["completion_tokens"_L1].toInt();
 }
 
+/// Whether a document is none that a model server sends.
+bool isForeign(const QJsonObject &document)
+{
+    return !document.contains("choices"_L1) && !document.contains("output"_L1) && !document.contains("error"_L1);
+}
+
+LLMResult acceptedResult(const StreamState &state, const ReplyFacts &facts)
+{
+    LLMResult result;
+    QJsonObject folded;
+    if (state.sawData || state.isEndless()) {
+        folded = foldStream(state, facts.key, result);
+    } else {
+        const QJsonObject document = parsed(state.raw());
+        result.foreign = isForeign(document);
+        folded = facts.useResponses ? foldResponse(document, result) : document;
+    }
+    const QString refused = state.sawData ? QString() : providerMessage(folded["error"_L1], facts.key);
+    readFold(folded, result);
+    if (!refused.isEmpty() && result.content.isEmpty())
+        result.error = u"Провайдер прервал ответ: "_s + refused;
+    result.error = withoutSecrets(result.error, facts.key);
+    return result;
+}
+
 } // namespace
 
 StreamState::Progress StreamState::feed(const QByteArray &chunk)
@@ -250,22 +275,10 @@ LLMResult resultOf(const StreamState &state, const ReplyFacts &facts)
     // A stream that was left after its terminator ends with a network error, and is whole all the same.
     // So does one that was left because it sent without end; that one has broken off.
     const bool accepted = facts.status >= 200 && facts.status <= 299;
-    if (!accepted || !(state.completed || state.isEndless() || facts.networkError == 0))
-        return failureOf(state, facts);
-
-    LLMResult result;
-    QJsonObject folded;
-    if (state.sawData || state.isEndless())
-        folded = foldStream(state, facts.key, result);
-    else if (facts.useResponses)
-        folded = foldResponse(parsed(state.raw()), result);
-    else
-        folded = parsed(state.raw());
-    const QString refused = state.sawData ? QString() : providerMessage(folded["error"_L1], facts.key);
-    readFold(folded, result);
-    if (!refused.isEmpty() && result.content.isEmpty())
-        result.error = u"Провайдер прервал ответ: "_s + refused;
-    result.error = withoutSecrets(result.error, facts.key);
+    const bool isWhole = accepted && (state.completed || state.isEndless() || facts.networkError == 0);
+    LLMResult result = isWhole ? acceptedResult(state, facts) : failureOf(state, facts);
+    result.httpStatus = facts.status;
+    result.networkError = facts.networkError;
     return result;
 }
 

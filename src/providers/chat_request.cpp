@@ -21,16 +21,11 @@ namespace {
 constexpr qsizetype maxImages = 8;
 constexpr qint64 maxImageBytes = 1048576;
 
-bool isLoopback(const QString &host)
-{
-    return host == "127.0.0.1"_L1 || host == "localhost"_L1 || host == "::1"_L1;
-}
-
 bool carriesImages(const ChatSettings &settings, const QString &role)
 {
     static const QStringList seeing{u"orchestrator"_s, u"planner"_s,     u"coding"_s,
                                     u"chat"_s,         u"chat_router"_s, u"specialist"_s};
-    const bool dialect = settings.useResponses || chatAddress(settings).host() == geminiHost();
+    const bool dialect = settings.useResponses || settings.images || chatAddress(settings).host() == geminiHost();
     return dialect && !settings.root.isEmpty() && seeing.contains(role);
 }
 
@@ -111,8 +106,8 @@ QJsonObject completionsBody(const LLMRequest &request, const ChatSettings &setti
         {u"temperature"_s, settings.temperature},
         {u"max_tokens"_s, request.maxTokens},
     };
-    if (settings.jsonFormat)
-        body[u"response_format"_s] = QJsonObject{{u"type"_s, u"json_object"_s}};
+    if (settings.json != JsonMode::Prompt)
+        body[u"response_format"_s] = responseFormat(settings.json);
     if (switchesThinkingOff(settings.model))
         body[u"chat_template_kwargs"_s] = QJsonObject{{u"enable_thinking"_s, false}};
     if (settings.stream || switchesThinkingOff(settings.model)) {
@@ -124,12 +119,26 @@ QJsonObject completionsBody(const LLMRequest &request, const ChatSettings &setti
 
 } // namespace
 
+bool isLoopback(const QString &host)
+{
+    return host == "127.0.0.1"_L1 || host == "localhost"_L1 || host == "::1"_L1;
+}
+
 QUrl chatAddress(const ChatSettings &settings)
 {
     const QString path = settings.useResponses ? u"responses"_s : u"chat/completions"_s;
     if (settings.url.isEmpty())
         return QUrl(path);
     return QUrl(settings.url.endsWith(u'/') ? settings.url + path : settings.url + u'/' + path);
+}
+
+QJsonObject responseFormat(JsonMode mode)
+{
+    if (mode == JsonMode::Object)
+        return {{u"type"_s, u"json_object"_s}};
+    const QJsonObject anyObject{{u"type"_s, u"object"_s}};
+    return {{u"type"_s, u"json_schema"_s},
+            {u"json_schema"_s, QJsonObject{{u"name"_s, u"answer"_s}, {u"schema"_s, anyObject}}}};
 }
 
 bool mayBeSent(const QUrl &address, const QString &model)

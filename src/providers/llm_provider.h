@@ -26,6 +26,9 @@ struct LLMResult {
     bool retryable = false; ///< A repeat may help.
     bool truncated = false; ///< Cut by the output limit.
     int waitMs = 0; ///< What the server asks to be left alone for before a repeat, at most a minute.
+    int httpStatus = 0; ///< 0 when there was none.
+    int networkError = 0; ///< QNetworkReply::NetworkError.
+    bool foreign = false; ///< What came is no answer of a model server at all, such as a web page.
 };
 
 /// A source of model answers, used on the thread that owns it.

@@ -8,6 +8,7 @@
 
 #include <QElapsedTimer>
 #include <QHttp1Configuration>
+#include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QTimer>
@@ -42,6 +43,8 @@ struct OpenAICompatibleProvider::Attempt {
     int number = 0;
     int generation = 0;
     ChatSettings settings;
+    ServerTraits measured; ///< What was known of the server by then,
+    ServerTraits known; ///< and what had been learned beside.
     QString key;
     StreamState stream;
     QElapsedTimer sinceProgress;
@@ -74,8 +77,8 @@ void OpenAICompatibleProvider::cancelAll()
 
 ChatSettings OpenAICompatibleProvider::settings() const
 {
-    const bool stream = ownServer && streamlessUrl != url;
-    return {url, model, root, useResponses, formatlessUrl != url || url.isEmpty(), stream, temperature};
+    const ServerTraits server = known();
+    return {url, model, root, useResponses, server.json, ownServer && server.stream, server.images, temperature};
 }
 
 void OpenAICompatibleProvider::requestAttempt(LLMRequest request, std::function<void(LLMResult)> callback, int number,
@@ -87,6 +90,8 @@ void OpenAICompatibleProvider::requestAttempt(LLMRequest request, std::function<
     attempt->number = number;
     attempt->generation = noted;
     attempt->settings = settings();
+    attempt->measured = traits;
+    attempt->known = known();
     attempt->key = key;
     attempt->silenceMs = timeoutMs;
     attempt->anyByteCounts = ownServer;
@@ -117,6 +122,8 @@ void OpenAICompatibleProvider::post(const std::shared_ptr<Attempt> &attempt)
     if (!attempt->key.isEmpty())
         http.setRawHeader("Authorization", "Bearer " + attempt->key.toUtf8());
 
+    // A key for a server on this machine stays on it, whatever proxy the environment names.
+    network.setProxy(isLoopback(http.url().host()) ? QNetworkProxy::NoProxy : QNetworkProxy::DefaultProxy);
     attempt->stream = {};
     attempt->reply = network.post(http, jsonBytes(chatBody(attempt->request, attempt->settings)));
     sendWithoutDelay(attempt->reply);
@@ -179,8 +186,8 @@ bool OpenAICompatibleProvider::repeatsPlainer(const std::shared_ptr<Attempt> &at
     if (attempt->generation != generation || asked.useResponses)
         return false;
     const bool refused = status == 400 || status == 422;
-    if (refused && asked.jsonFormat && attempt->stream.raw().contains("response_format"))
-        asked.jsonFormat = false;
+    if (refused && asked.json != JsonMode::Prompt && attempt->stream.raw().contains("response_format"))
+        asked.json = JsonMode::Prompt;
     else if (asked.stream && (refused || status == 405 || status == 415 || status == 501))
         asked.stream = false;
     else
@@ -195,10 +202,16 @@ void OpenAICompatibleProvider::noteAccepted(const std::shared_ptr<Attempt> &atte
 {
     if (status < 200 || status > 299 || attempt->settings.useResponses)
         return;
-    if (!attempt->settings.jsonFormat)
-        formatlessUrl = attempt->settings.url;
-    if (attempt->anyByteCounts && !attempt->settings.stream)
-        streamlessUrl = attempt->settings.url;
+    const ChatSettings &answered = attempt->settings;
+    const bool streams = attempt->known.stream && (answered.stream || !attempt->anyByteCounts);
+    if (answered.json == attempt->known.json && streams == attempt->known.stream)
+        return;
+    // Another request may have learned something meanwhile.
+    const bool more = learnedUrl == answered.url && learnedFrom == attempt->measured;
+    const ServerTraits before = more ? learned : attempt->known;
+    learnedUrl = answered.url;
+    learnedFrom = attempt->measured;
+    learned = {std::max(before.json, answered.json), before.stream && streams, before.images};
 }
 
 void OpenAICompatibleProvider::end(const std::shared_ptr<Attempt> &attempt, const LLMResult &result)

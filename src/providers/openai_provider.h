@@ -44,6 +44,7 @@ private:
     void end(const std::shared_ptr<Attempt> &attempt, const LLMResult &result);
     bool repeatsPlainer(const std::shared_ptr<Attempt> &attempt, int status);
     void noteAccepted(const std::shared_ptr<Attempt> &attempt, int status);
+    ServerTraits known() const { return learnedUrl == url && learnedFrom == traits ? learned : traits; }
     ChatSettings settings() const;
 
     QNetworkAccessManager network;
@@ -60,12 +61,15 @@ public:
     /// A server of the user's own: its model may be slow, so it is asked for a stream, and has the whole silence for
     /// the first byte and between any two. A server that refuses to stream is asked once more without.
     bool ownServer = false;
+    /// What was measured of the server at `url`. What it refuses nevertheless is noted and left out from then on.
+    ServerTraits traits;
     int timeoutMs = 180000; ///< Silence after which a reply is given up.
     double temperature = 0.2;
 
 private:
-    QString formatlessUrl; ///< The address that answers only without "response_format".
-    QString streamlessUrl; ///< The address that answers only without a stream.
+    QString learnedUrl; ///< The address of which more was learned than `traits` say.
+    ServerTraits learnedFrom; ///< What they said then.
+    ServerTraits learned;
 };
 
 } // namespace vesk
