@@ -29,7 +29,7 @@ QJsonValue jsonOf(const QVariant &value)
 /// The user's choice, else the one that comes with the application, else the system's; empty when there is none.
 QString ffmpegProgram(const QString &chosen)
 {
-    const QString bundled = bundledFfmpeg(QCoreApplication::applicationDirPath());
+    const QString bundled = bundledProgram(QCoreApplication::applicationDirPath(), u"ffmpeg"_s);
     for (const QString &path : {chosen, bundled}) {
         if (QFileInfo(path).isFile())
             return path;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 namespace vesk {
 
@@ -16,10 +17,16 @@ QString interfaceLibrary();
 /// The library that holds the media worker.
 QString mediaLibrary();
 
-/// Where FFmpeg lies when it comes with the application in this folder. It need not be there.
-QString bundledFfmpeg(const QString &applicationFolder);
-
 /// A browser that pages of a project can be checked in.
 QString browserProgram();
+
+/// Where Blender lies besides the search path: the highest version first. Empty here where it has no such place.
+QString installedBlender();
+
+/// Where a program `name` lies when it comes with the application in this folder. It need not be there.
+QString bundledProgram(const QString &applicationFolder, const QString &name);
+
+/// The folders in which other programs keep what their user has set, in the order in which to look.
+QStringList configurationFolders();
 
 } // namespace vesk

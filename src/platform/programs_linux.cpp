@@ -47,9 +47,23 @@ QString mediaLibrary()
     return ownLibrary(u"libvesk-media.so"_s);
 }
 
-QString bundledFfmpeg(const QString &applicationFolder)
+QString bundledProgram(const QString &applicationFolder, const QString &name)
 {
-    return applicationFolder + u"/tools/ffmpeg"_s;
+    return applicationFolder + u"/tools/"_s + name;
+}
+
+QString installedBlender()
+{
+    return {}; // Distributions and archives put it on the search path.
+}
+
+QStringList configurationFolders()
+{
+    // The first is set where programs of another system run on this one.
+    QStringList folders{qEnvironmentVariable("APPDATA"),
+                        QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)};
+    folders.removeAll(QString());
+    return folders;
 }
 
 QString browserProgram()

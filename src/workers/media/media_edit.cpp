@@ -148,7 +148,7 @@ QString shortNumber(double value)
 QString ffmpegOf(const QJsonObject &job)
 {
     const QString named = job["ffmpeg"_L1].toString();
-    return named.isEmpty() ? bundledFfmpeg(QCoreApplication::applicationDirPath()) : named;
+    return named.isEmpty() ? bundledProgram(QCoreApplication::applicationDirPath(), u"ffmpeg"_s) : named;
 }
 
 FfmpegRun runFfmpeg(const QString &program, const QStringList &arguments, int limitMs)

@@ -1,0 +1,427 @@
+#include "files.h"
+#include "json_text.h"
+#include "mcp_client.h"
+#include "mcp_config.h"
+#include "mcp_server.h"
+#include "tagged_processes.h"
+#include "wire_server.h"
+
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace Qt::StringLiterals;
+using namespace vesk;
+
+namespace {
+
+/// Moc reads raw literals of plain characters only.
+QString sh(const char *script)
+{
+    return QString::fromUtf8(script);
+}
+
+/// A server in the shell that has been connected and has one tool, "t"; then what `more` does. Ids of requests count
+/// from 1, so the first call has 3.
+QString shellServer(const QString &more)
+{
+    return u"read -r a; echo '{\"id\":1,\"result\":{}}'; read -r b; read -r c; echo "
+           "'{\"id\":2,\"result\":{\"tools\":[{\"name\":\"t\"}]}}'; read -r d; "_s
+        + more;
+}
+
+QJsonObject program(const QString &script, const QJsonObject &environment = {})
+{
+    return {{u"command"_s, u"sh"_s}, {u"args"_s, QJsonArray{u"-c"_s, script}}, {u"env"_s, environment}};
+}
+
+/// A client in a home and a project of its own.
+struct Desk {
+    Desk()
+    {
+        qputenv("HOME", folder.filePath(u"home"_s).toUtf8());
+        qputenv("XDG_CONFIG_HOME", folder.filePath(u"config"_s).toUtf8());
+        qputenv("SHELL", "/bin/sh");
+        QDir().mkpath(root);
+        QObject::connect(&client, &McpClient::statusMessage, [this](const QString &text) { said.append(text); });
+    }
+
+    QString connectTo(const QJsonObject &config, const QString &wanted = u"Подключён"_s)
+    {
+        client.scan(root);
+        client.add(u"Проба"_s, config, u"/etc/mcp.json"_s);
+        id = mcpServerId(u"/etc/mcp.json"_s, u"Проба"_s);
+        client.connectServer(id);
+        (void)QTest::qWaitFor([&] { return status() == wanted; }, 30000);
+        return status();
+    }
+    QString status() const { return client.server(id)->status; }
+
+    /// What a call of "t" gives, in one line.
+    QString call()
+    {
+        QJsonObject answer;
+        client.call(id, u"t"_s, {{u"a"_s, 1}}, [&](const QJsonObject &result) { answer = result; });
+        (void)QTest::qWaitFor([&] { return !answer.isEmpty(); }, 30000);
+        return fields(answer, u"success error content"_s).trimmed();
+    }
+
+    QTemporaryDir folder;
+    QString root = folder.filePath(u"project"_s);
+    QString id;
+    QStringList said;
+    McpClient client;
+};
+
+/// An HTTP server that shakes hands under a session, and answers calls with `reply`.
+WireServer::Handler httpServer(const WireReply &reply)
+{
+    return [reply](const WireRequest &request) {
+        const QString method = request.json()["method"_L1].toString();
+        const QByteArray id = R"({"id":)" + QByteArray::number(request.json()["id"_L1].toInt());
+        if (method == "initialize"_L1)
+            return WireReply::document(200, id + R"(,"result":{}})", "Mcp-Session-Id: s1\r\n");
+        if (method == "tools/list"_L1)
+            return WireReply::document(200, id + R"(,"result":{"tools":[{"name":"t"}]}})");
+        return method == "tools/call"_L1 ? reply : WireReply::document(202, QByteArray());
+    };
+}
+
+WireReply stream(const QList<QByteArray> &pieces)
+{
+    WireReply reply;
+    reply.steps.append({WireReply::head(200, "Content-Type: text/event-stream\r\nTransfer-Encoding: chunked\r\n")});
+    for (const QByteArray &piece : pieces)
+        reply.steps.append({WireReply::chunk(piece), 20});
+    reply.steps.append({"0\r\n\r\n"});
+    return reply;
+}
+
+} // namespace
+
+class McpClientTest : public QObject {
+    Q_OBJECT
+private Q_SLOTS:
+    void initTestCase() { ProcessContainment::useGuard(QStringLiteral(VESK_GUARD_PROGRAM)); }
+
+    void aProgramAnswersInItsOwnWay_data()
+    {
+        QTest::addColumn<QString>("script");
+        QTest::addColumn<QString>("result");
+        QTest::addColumn<QString>("ending"); // Status, error and details afterwards.
+        const auto row
+            = [](const char *name, const QString &script, const QString &result,
+                 const QString &ending = u"Подключён||"_s) { QTest::newRow(name) << script << result << ending; };
+        const QString answer = sh(R"(echo '{"id":3,"result":{"content":["да"]}}'; cat)");
+        const QString good = u"true  ['да']"_s;
+        row("plainly", answer, good);
+        row("behind a batch",
+            sh(R"(i=0; while [ $i -lt 2000 ]; do echo '{"method":"n"}'; i=$((i+1)); done; echo '{'; )") + answer, good);
+        row("behind a request with our number", sh(R"(echo '{"id":3,"method":"ping"}'; )") + answer, good);
+        row("behind an id as text", sh(R"(echo '{"id":"3","result":{}}'; )") + answer, good);
+        row("with CRLF", sh(R"(printf '{"id":3,"result":{"content":["да"]}}\r\n'; cat)"), good);
+        row("with a failure of the tool", sh(R"(echo '{"id":3,"result":{"isError":true,"error":"x"}}'; cat)"),
+            u"false"_s);
+        row("with an error without words", sh(R"(echo '{"id":3,"error":{}}'; cat)"), u"false Ошибка MCP"_s);
+        row("with its key", sh(R"(echo '{"id":3,"error":{"message":"bad sesam-1234!"}}'; cat)"), u"false bad •••!"_s);
+        row("with its key in the result", sh(R"(echo '{"id":3,"result":{"content":["sesam-1234"]}}'; cat)"),
+            u"true  ['•••']"_s);
+        row("by dying in mid-line", sh(R"(printf '{"id":3,"result"'; echo oops $API_KEY >&2; kill -9 $$)"),
+            u"false MCP-сервер отключился"_s, u"Отключён||oops •••"_s);
+        row("with a line without end", u"yes | tr -d '\\n'"_s, u"false MCP-сервер отключился"_s,
+            u"Отключён|Слишком большой ответ MCP|"_s);
+    }
+    void aProgramAnswersInItsOwnWay()
+    {
+        QFETCH(QString, script);
+        QFETCH(QString, ending);
+        const TaggedProcesses started;
+        Desk desk;
+        QCOMPARE(desk.connectTo(program(shellServer(script), {{u"API_KEY"_s, u"sesam-1234"_s}})), u"Подключён"_s);
+        QTEST(desk.call(), "result");
+        QCOMPARE(desk.status() + u'|' + desk.client.server(desk.id)->error + u'|' + desk.client.details(desk.id),
+                 ending);
+        // What has died can be connected anew, and nothing of the first is in the way.
+        desk.client.disconnectServer(desk.id);
+        QVERIFY(started.vanish());
+    }
+
+    void anHttpServerAnswersInItsOwnWay_data()
+    {
+        QTest::addColumn<WireReply>("reply");
+        QTest::addColumn<QString>("result");
+        const QByteArray answer = R"({"id":3,"result":{"content":["да"]}})";
+        const QString good = u"true  ['да']"_s;
+        const QString none = u"false MCP не вернул ответ: HTTP "_s;
+        const qsizetype letter = answer.indexOf("д") + 1;
+        QTest::newRow("json") << WireReply::document(200, answer) << good;
+        QTest::newRow("events cut in a letter")
+            << stream({"event: m\r\ndata: {\"method\":\"n\"}\r\n\r\ndata: " + answer.first(letter),
+                       answer.sliced(letter) + "\r\n\r\n"})
+            << good;
+        QTest::newRow("a stream that goes on") << [&] {
+            WireReply reply
+                = stream({"data:{\"id\":3,\"method\":\"ping\"}\ndata:{\"id\":\"3\"}\ndata:" + answer + "\n"});
+            reply.steps.removeLast();
+            reply.end = WireReply::End::Silence;
+            return reply;
+        }() << good;
+        QTest::newRow("a last line without end") << stream({"data: " + answer}) << none + u"200"_s;
+        QTest::newRow("a session that has ended") << WireReply::document(404, QByteArray("gone")) << none + u"404"_s;
+        QTest::newRow("a redirect") << WireReply::document(302, QByteArray(), "Location: /v2\r\n") << none + u"302"_s;
+        QTest::newRow("202 without a body") << WireReply::document(202, QByteArray()) << none + u"202"_s;
+        QTest::newRow("too much") << WireReply::document(200, answer + QByteArray(maxMcpMessageBytes, ' '))
+                                  << none + u"200"_s;
+    }
+    void anHttpServerAnswersInItsOwnWay()
+    {
+        QFETCH(WireReply, reply);
+        WireServer http(httpServer(reply));
+        Desk desk;
+        QCOMPARE(desk.connectTo({{u"url"_s, http.url()}, {u"headers"_s, object(u"{'X-Key':'k','Accept':'*/*'}"_s)}}),
+                 u"Подключён"_s);
+        QTEST(desk.call(), "result");
+        QCOMPARE(desk.status(), u"Подключён"_s);
+        QStringList seen;
+        for (const WireRequest &request : std::as_const(http.requests))
+            seen.append(QString::fromUtf8(request.header("Mcp-Session-Id") + request.header("X-Key")
+                                          + request.header("Accept") + request.header("MCP-Protocol-Version")));
+        QCOMPARE(seen.mid(0, 2), (QStringList{u"k*/*2025-03-26"_s, u"s1k*/*2025-03-26"_s}));
+        QCOMPARE(http.requests.first().json(),
+                 object(u"{'id':1,'jsonrpc':'2.0','method':'initialize','params':{'capabilities':{},'clientInfo':"
+                        "{'name':'VESK','version':'1.1'},'protocolVersion':'2025-03-26'}}"_s));
+    }
+
+    void aConnectionThatFailsSaysWhy_data()
+    {
+        QTest::addColumn<QJsonObject>("config");
+        QTest::addColumn<QString>("ending");
+        const auto ended = [](const QString &script) { return program(script); };
+        QTest::newRow("unfilled") << QJsonObject{{u"command"_s, u"${input:key}"_s}}
+                                  << u"Ошибка|Заполните переменные MCP в исходной конфигурации|"_s;
+        QTest::newRow("plain http") << QJsonObject{{u"url"_s, u"http://example.org/"_s}, {u"command"_s, u"sh"_s}}
+                                    << u"Ошибка|MCP требует HTTPS или локальный HTTP|"_s;
+        QTest::newRow("no such path") << QJsonObject{{u"command"_s, u"/no/such"_s}}
+                                      << u"Отключён||Программа «/no/such» не найдена."_s;
+        QTest::newRow("no program") << QJsonObject{{u"command"_s, u"/etc/mcp-text"_s}} << u""_s;
+        QTest::newRow("dies at once") << ended(u"echo kaputt >&2; exit 3"_s)
+                                      << u"Ошибка|MCP-сервер отключился|kaputt"_s;
+        QTest::newRow("refuses") << ended(sh(R"(read -r a; echo '{"id":1,"error":{"message":"нет"}}'; cat)"))
+                                 << u"Ошибка|нет|"_s;
+        QTest::newRow("lists nothing") << ended(
+            sh(R"(read -r a; echo '{"id":1,"result":{}}'; read -r b; read -r c; echo '{"id":2,"result":{}}'; cat)"))
+                                       << u"Ошибка|Некорректный список инструментов|"_s;
+    }
+    void aConnectionThatFailsSaysWhy()
+    {
+        QFETCH(QJsonObject, config);
+        QFETCH(QString, ending);
+        Desk desk;
+        if (ending.isEmpty()) {
+            const QString text = desk.folder.filePath(u"text"_s);
+            save(text, "#!/no/such/interpreter\n");
+            QFile::setPermissions(text, QFile::ReadOwner | QFile::ExeOwner);
+            config[u"command"_s] = text;
+            ending = u"Отключён||"_s + text + u": No such file or directory"_s;
+        }
+        const QString wanted = ending.section(u'|', 0, 0);
+        desk.connectTo(config, wanted);
+        QTRY_COMPARE(desk.status() + u'|' + desk.client.server(desk.id)->error + u'|' + desk.client.details(desk.id),
+                     ending);
+    }
+
+    void anAnswerThatComesTooLateIsDropped()
+    {
+        Desk desk;
+        desk.connectTo(program(
+            shellServer(sh(R"(read -r e; echo '{"id":3,"result":{"n":3}}'; echo '{"id":4,"result":{"n":4}}'; cat)"))));
+        QStringList got;
+        const auto note = [&](const QJsonObject &result, const QString &error) { got.append(error + json(result)); };
+        desk.client.rpc(desk.client.server(desk.id), u"slow"_s, {}, note, 1);
+        QTRY_COMPARE(got, QStringList{u"MCP не ответил вовремя{}"_s});
+        desk.client.rpc(desk.client.server(desk.id), u"quick"_s, {}, note, 30000);
+        QTRY_COMPARE(got.last(), u"{\"n\":4}"_s);
+        QCOMPARE(got.size(), 2);
+    }
+
+    void aStopTellsTheServersAndEndsThem()
+    {
+        const TaggedProcesses started;
+        Desk desk;
+        const QString log = desk.folder.filePath(u"log"_s);
+        desk.connectTo(program(shellServer(u"sleep 1000 & setsid sleep 1000 & cat > "_s + log)));
+        WireServer http(httpServer({{}, WireReply::End::Silence}));
+        desk.client.add(u"Сеть"_s, {{u"url"_s, http.url()}}, {});
+        const QString web = mcpServerId({}, u"Сеть"_s);
+        desk.client.connectServer(web);
+        QTRY_COMPARE(desk.client.server(web)->status, u"Подключён"_s);
+        QStringList got;
+        for (const QString &id : {desk.id, desk.id, web})
+            desk.client.call(id, u"t"_s, {},
+                             [&](const QJsonObject &result) { got.append(result["error"_L1].toString()); });
+        QTRY_COMPARE(http.requests.size(), 4);
+        desk.client.cancelAll();
+        QCOMPARE(got, QStringList(3, u"Подключение закрыто пользователем"_s));
+        QCOMPARE(desk.status(), u"Отключён"_s);
+        QTRY_COMPARE(http.requests.size(), 5);
+        const QString cancelled = u"{'requestId':%1,'reason':'User stopped task'}"_s;
+        QCOMPARE(http.requests.last().json()["params"_L1].toObject(), object(cancelled.arg(7)));
+        QTRY_COMPARE(contentOf(log).count("notifications/cancelled"), 2);
+        QVERIFY(started.vanish());
+    }
+
+    void aServerThatReadsNothingIsNotFilledUp()
+    {
+        Desk desk;
+        desk.connectTo(program(shellServer(u"exec sleep 1000"_s)));
+        QStringList got;
+        for (int i = 0; i < 3; ++i)
+            desk.client.call(desk.id, u"t"_s, {{u"a"_s, QString(2000000, u'x')}},
+                             [&](const QJsonObject &result) { got.append(result["error"_L1].toString()); });
+        QCOMPARE(got, QStringList{u"MCP-сервер не принимает данные: запрос не отправлен"_s});
+    }
+
+    void serversAreFoundInTheFilesOfOtherTools()
+    {
+        Desk desk;
+        const QString home = desk.folder.filePath(u"home/"_s);
+        save(home + u".cursor/mcp.json"_s, R"({"mcpServers":{},"servers":{"a":{"command":"x"},"none":{"args":[]}}})");
+        save(home + u".mcp.json"_s, R"({"mcpServers":{"b":{"url":"u"}},"servers":{"not":{"command":"x"}}})");
+        save(home + u".lmstudio/mcp.json"_s, R"({"servers":{"big":{"command":"x"}}})" + QByteArray(1048576, ' '));
+        save(desk.folder.filePath(u"config/Code/User/mcp.json"_s), R"({"servers":{"c":{"command":"x"}}})");
+        save(desk.root + u"/.mcp.json"_s, R"({"mcpServers":{"b":{"command":"y"}}})");
+        const auto names = [&] {
+            QStringList found;
+            for (const QJsonValue &server : desk.client.list())
+                found.append(server["name"_L1].toString() + server["status"_L1].toString());
+            found.sort();
+            return found.join(u' ');
+        };
+        desk.client.scan(desk.root);
+        QCOMPARE(names(), u"aДоступен bДоступен bДоступен cДоступен"_s);
+        save(home + u".mcp.json"_s, R"({"mcpServers":{"b":{"command":"changed"},"d":{"command":"x"}}})");
+        desk.client.scan(desk.root);
+        QCOMPARE(names(), u"aДоступен bДоступен bДоступен cДоступен dДоступен"_s);
+        QVERIFY(desk.client.server(mcpServerId(home + u".mcp.json"_s, u"b"_s))->config.contains("url"_L1));
+    }
+
+    void aServerOfTheProjectWaitsForTheUser()
+    {
+        const TaggedProcesses started;
+        const QJsonObject entry = program(shellServer(u"cat"_s), {{u"A"_s, u"sesam-1234"_s}});
+        const auto desk = [&](const QJsonObject &config, const QSet<QString> &allowed) {
+            auto made = std::make_unique<Desk>();
+            made->root = u"/tmp"_s; // Wherever it lies: what is allowed is the same entry in the same folder.
+            made->client.scan(made->root);
+            made->client.add(u"Проект"_s, config, u"/tmp/.mcp.json"_s);
+            made->client.allowed = allowed;
+            made->id = mcpServerId(u"/tmp/.mcp.json"_s, u"Проект"_s);
+            made->client.connectServer(made->id);
+            return made;
+        };
+        const auto first = desk(entry, {});
+        QCOMPARE(first->status(), u"Доступен"_s);
+        QCOMPARE(first->client.requests().size(), 1);
+        QJsonObject shown = first->client.requests().first().toObject();
+        QCOMPARE(fields(shown, u"name source program cwd environment"_s), u"Проект /tmp/.mcp.json sh /tmp ['A']"_s);
+        QCOMPARE(shown["arguments"_L1], entry["args"_L1]);
+        QVERIFY(!json(shown).contains(u"sesam"_s));
+        const QString digest = first->client.decide(first->id, true);
+        QTRY_COMPARE(first->status(), u"Подключён"_s);
+        QVERIFY(first->client.requests().isEmpty());
+
+        // After a restart what was allowed needs no word, and what has changed by a letter does.
+        const auto again = desk(entry, {digest});
+        QTRY_COMPARE(again->status(), u"Подключён"_s);
+        QJsonObject changed = entry;
+        changed["env"_L1] = QJsonObject{{u"A"_s, u"sesam-1235"_s}};
+        const auto other = desk(changed, {digest});
+        QCOMPARE(other->status(), u"Доступен"_s);
+        QVERIFY(other->client.decide(other->id, false).isEmpty());
+        QVERIFY(other->client.requests().isEmpty() && other->client.decide(other->id, true).isEmpty());
+        QCOMPARE(other->status(), u"Доступен"_s);
+    }
+
+    void programsAreFoundAsTheShellFindsThem()
+    {
+        Desk desk;
+        const QString bin = desk.folder.filePath(u"bin"_s);
+        save(bin + u"/mcp-tool"_s, "#!/bin/sh\n" + shellServer(u"cat"_s).toUtf8());
+        save(bin + u"/shell"_s, "#!/bin/sh\necho Привет; PATH=" + bin.toUtf8() + ":$PATH; eval \"$4\"\n");
+        for (const QString &name : {u"/mcp-tool"_s, u"/shell"_s})
+            QFile::setPermissions(bin + name, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        qputenv("SHELL", (bin + u"/shell"_s).toUtf8());
+        QCOMPARE(desk.connectTo({{u"command"_s, u"mcp-tool"_s}}), u"Подключён"_s);
+
+        // A shell that hangs is waited for a while, and the error says where was looked.
+        save(bin + u"/shell"_s, "#!/bin/sh\nexec sleep 1000\n");
+        Desk other;
+        qputenv("SHELL", (bin + u"/shell"_s).toUtf8());
+        QCOMPARE(other.connectTo({{u"command"_s, u"mcp-tool"_s}}, u"Отключён"_s), u"Отключён"_s);
+        const QString told = other.client.details(other.id);
+        QVERIFY2(told.startsWith(u"Программа «mcp-tool» не найдена. Где искали: /"_s), qPrintable(told));
+        QVERIFY(!told.contains(bin) && other.said.contains(u"Проба: "_s + told));
+    }
+
+    void onlySoManyToolsAreTaken()
+    {
+        Desk desk;
+        const QString tool = sh(R"(i=0; while [ $i -lt 600 ]; do printf '{"name":"n%s"},' $i; i=$((i+1)); done)");
+        desk.connectTo(program(
+            sh(R"(read -r a; echo '{"id":1,"result":{}}'; read -r b; read -r c; printf '{"id":2,"result":{"tools":['; %1; printf '{"name":"%s"}]}}\n' $(head -c 70000 /dev/zero | tr '\0' x); cat)")
+                .arg(tool)));
+        QCOMPARE(desk.client.availableTools().size(), 512);
+        QCOMPARE(desk.said.join(u'|'),
+                 u"Проба: Подключён · инструментов: 512|Проба: не взято инструментов: 89. "
+                 "Предел — 512, по 64 КиБ каждый."_s);
+        QCOMPARE(fields(desk.client.availableTools().first(), u"name server_name server_id"_s),
+                 u"n0 Проба "_s + desk.id);
+    }
+
+    void aResultIsBoundedAndSaysWhoseItIs()
+    {
+        const QString text(150000, u'я');
+        const QJsonObject result{{u"content"_s,
+                                  QJsonArray{QJsonObject{{u"type"_s, u"image"_s}, {u"data"_s, QString(4000, u'A')}},
+                                             QJsonObject{{u"text"_s, text}}, QJsonObject{{u"text"_s, text}}}},
+                                 {u"structuredContent"_s, QJsonObject{{u"x"_s, text}}},
+                                 {u"success"_s, true}};
+        const QJsonObject bounded = boundedResult(result, u"Сервер"_s, u"t"_s);
+        QCOMPARE(fields(bounded, u"server tool success truncated structuredContent content.0.data"_s),
+                 u"Сервер t true true  не передано, байт: 3000"_s);
+        QCOMPARE(bounded["content"_L1][1]["text"_L1].toString(), text);
+        const qsizetype rest = bounded["content"_L1][2]["text"_L1].toString().size();
+        QVERIFY(rest > 40000 && rest < 50000);
+    }
+
+    void variablesAreFilledIn()
+    {
+        QProcessEnvironment environment;
+        environment.insert(u"Name"_s, u"wert"_s);
+        QCOMPARE(expanded(u"${workspaceFolder}|${env:Name}|${env:NAME}|%nAmE%|%x%|${userHome}"_s, u"/w"_s, environment),
+                 u"/w|wert|${env:NAME}|wert|%x%|"_s + QDir::homePath());
+    }
+
+    void aRequestStartsWhatItNames_data()
+    {
+        QTest::addColumn<QString>("request");
+        QTest::addColumn<QString>("started");
+        QTest::newRow("all, but eight") << u"Через MCP"_s << u"1 3 4 5 6 7 8 9"_s;
+        QTest::newRow("all, in Russian") << u"по Мпс"_s << u"1 3 4 5 6 7 8 9"_s;
+        QTest::newRow("one by its name") << u"возьми СЕРВЕР-3"_s << u"3"_s;
+        QTest::newRow("one in the other script") << u"Открой Блендер"_s << u"1"_s;
+        QTest::newRow("none") << u"Калькулятор"_s << u""_s;
+    }
+    void aRequestStartsWhatItNames()
+    {
+        QFETCH(QString, request);
+        QJsonArray list{object(u"{'id':'1','name':'My Blender','status':'Ошибка'}"_s),
+                        object(u"{'id':'2','name':'Сервер-2','status':'Подключён'}"_s)};
+        for (int i = 3; i < 12; ++i)
+            list.append(object(u"{'id':'%1','name':'Сервер-%1','status':'Доступен'}"_s.arg(i)));
+        QTEST(serversToStart(list, request).join(u' '), "started");
+    }
+};
+
+QTEST_GUILESS_MAIN(McpClientTest)
+#include "tst_mcp_client.moc"
