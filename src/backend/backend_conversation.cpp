@@ -214,7 +214,7 @@ bool Backend::configureVisionChat(const QJsonArray &media, QJsonObject &input)
                                    [](const QString &name) { return CredentialStore::read(agentTarget(name)); });
     if (!agent) {
         require(!connection.isDemo()
-                        && (model.useResponses || model.traits.images || QUrl(model.url).host() == geminiHost()),
+                    && (model.useResponses || model.traits.images || QUrl(model.url).host() == geminiHost()),
                 u"Для чтения фото нужна модель с поддержкой изображений. Откройте Настройки → Агенты и skills → Анализ "
                 "фото и задайте OpenAI или Gemini с ключом и визуальной моделью. Текущее подключение не передаёт "
                 "изображения."_s);

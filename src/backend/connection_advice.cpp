@@ -32,7 +32,8 @@ bool isAboutProxy(const ServerFailure &failure)
 bool isAboutModel(const ServerFailure &failure)
 {
     return (failure.status == 404 || failure.status == 400 || failure.status == 422 || failure.status >= 500)
-        && speaksOf(failure.said, u"model.*(not found|not exist|not loaded|no longer|unknown|load)|no models? loaded"_s);
+        && speaksOf(failure.said,
+                    u"model.*(not found|not exist|not loaded|no longer|unknown|load)|no models? loaded"_s);
 }
 
 QString wrongPath(const QString &url)

@@ -32,8 +32,7 @@ constexpr int fewTokens = 8;
 
 const ProbeAnswer *answerTo(Probe probe, const QList<ProbeAnswer> &answers)
 {
-    const auto found
-        = std::ranges::find_if(answers, [&](const ProbeAnswer &answer) { return answer.probe == probe; });
+    const auto found = std::ranges::find_if(answers, [&](const ProbeAnswer &answer) { return answer.probe == probe; });
     return found == answers.end() ? nullptr : &*found;
 }
 
@@ -129,9 +128,8 @@ void addThoughts(const QList<ProbeAnswer> &answers, QJsonObject &facts)
 
 void addJson(const QList<ProbeAnswer> &answers, QJsonObject &facts)
 {
-    static const std::pair<Probe, QString> ways[]{{Probe::JsonObject, u"json_object"_s},
-                                                  {Probe::JsonSchema, u"json_schema"_s},
-                                                  {Probe::JsonPrompt, u"prompt"_s}};
+    static const std::pair<Probe, QString> ways[]{
+        {Probe::JsonObject, u"json_object"_s}, {Probe::JsonSchema, u"json_schema"_s}, {Probe::JsonPrompt, u"prompt"_s}};
     for (const auto &[probe, name] : ways) {
         const ProbeAnswer *answer = answerTo(probe, answers);
         if (answer && (isJson(*answer) || probe == Probe::JsonPrompt)) {
@@ -255,7 +253,8 @@ Words windowWords(const QJsonObject &facts, const QString &url)
     const QString advice = windowAdvice(facts, url);
     if (!advice.isEmpty())
         return {advice, u"bad"_s};
-    return {u"Не меньше "_s + QLocale(QLocale::Russian).toString(leastWindow) + u" токенов: план поместится"_s, u"ok"_s};
+    return {u"Не меньше "_s + QLocale(QLocale::Russian).toString(leastWindow) + u" токенов: план поместится"_s,
+            u"ok"_s};
 }
 
 Words speedWords(const QJsonObject &facts, const QString &)

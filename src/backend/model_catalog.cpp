@@ -102,10 +102,11 @@ void ModelCatalog::beginFor(const QString &newProvider, const QString &newAgent)
 void ModelCatalog::ask(const QString &base, const QString &key)
 {
     reply = catalogNetwork.get(catalogRequest(base, key));
-    collect(reply, maxBodyBytes, longestAnswer, [this, base, hadKey = !key.isEmpty(), noted = generation](const ServerReply &answer) {
-        if (noted == generation)
-            read(answer, base, hadKey);
-    });
+    collect(reply, maxBodyBytes, longestAnswer,
+            [this, base, hadKey = !key.isEmpty(), noted = generation](const ServerReply &answer) {
+                if (noted == generation)
+                    read(answer, base, hadKey);
+            });
 }
 
 void ModelCatalog::abort()

@@ -11,8 +11,8 @@
 #include "mock_provider.h"
 #include "preferences.h"
 #include "read_models.h"
-#include "store.h"
 #include "server_connection.h"
+#include "store.h"
 
 #include <QUrl>
 
@@ -49,8 +49,8 @@ void requireApiAddress(const QString &url)
     const QUrl address(url);
     const bool isPlain = !address.host().isEmpty() && address.userInfo().isEmpty() && !address.hasQuery()
         && !address.hasFragment() && !url.contains(u'{') && !url.contains(u'}');
-    const bool isReachable = address.scheme() == "https"_L1
-        || (address.scheme() == "http"_L1 && isThisMachine(address.host()));
+    const bool isReachable
+        = address.scheme() == "https"_L1 || (address.scheme() == "http"_L1 && isThisMachine(address.host()));
     require(address.isValid() && isPlain && isReachable,
             u"Укажите полный адрес API: HTTPS или HTTP для локальной модели. Замените шаблон WorkspaceId своим "
             "значением."_s);
@@ -125,8 +125,8 @@ QJsonObject ModelConnection::entryOf(const QString &agent) const
 void ModelConnection::requireAgent(const QString &agent, const QString &otherwise) const
 {
     const QVariantList agents = agentProfilesOf(preferences.document());
-    require(std::ranges::any_of(agents,
-                                [&](const QVariant &known) { return known.toMap().value(u"id"_s).toString() == agent; }),
+    require(std::ranges::any_of(
+                agents, [&](const QVariant &known) { return known.toMap().value(u"id"_s).toString() == agent; }),
             otherwise);
 }
 
@@ -136,11 +136,10 @@ void ModelConnection::storeSettings(const QJsonObject &next)
     document = next;
 }
 
-void ModelConnection::saveSettings(bool useMock, const QString &typedUrl, const QString &typedModel,
-                                   const QString &key, int)
+void ModelConnection::saveSettings(bool useMock, const QString &typedUrl, const QString &typedModel, const QString &key,
+                                   int)
 {
-    require(!engine.busy() && !conversation.isBusy(),
-            u"Дождитесь завершения текущей работы перед сменой модели."_s);
+    require(!engine.busy() && !conversation.isBusy(), u"Дождитесь завершения текущей работы перед сменой модели."_s);
     const QString url = typedUrl.trimmed();
     const QString model = typedModel.trimmed();
     if (!useMock) {
@@ -152,8 +151,7 @@ void ModelConnection::saveSettings(bool useMock, const QString &typedUrl, const 
     require(key.isEmpty() || CredentialStore::save(connectionTarget(url), key),
             u"Windows не смог сохранить API-ключ."_s);
 
-    storeSettings(
-        {{u"mock"_s, useMock}, {u"base_url"_s, url}, {u"model"_s, model}, {u"parallel"_s, parallelRequests}});
+    storeSettings({{u"mock"_s, useMock}, {u"base_url"_s, url}, {u"model"_s, model}, {u"parallel"_s, parallelRequests}});
     // What is still being learned is of the connection that was.
     stopMeasuring();
     setConnection(client, store, url, model, url.isEmpty() ? QString() : CredentialStore::read(connectionTarget(url)));

@@ -26,8 +26,11 @@ constexpr int qwenSilenceMs = 45000;
 
 LLMRequest connectionProbe()
 {
-    return {id(), u"connection_probe"_s, u"Return JSON only: {\"summary\":\"ok\"}."_s,
-            {{u"message"_s, u"Connection test"_s}}, probeTokens};
+    return {id(),
+            u"connection_probe"_s,
+            u"Return JSON only: {\"summary\":\"ok\"}."_s,
+            {{u"message"_s, u"Connection test"_s}},
+            probeTokens};
 }
 
 /// Whether the agents could work with what has come back.
@@ -115,8 +118,8 @@ void ModelConnection::tryQwenEndpoint(const QString &key, qsizetype index, const
     setConnection(probeClient, store, urls[index], u"qwen3-8"_s, key);
     probeClient.useResponses = false;
     probeClient.timeoutMs = qwenSilenceMs;
-    const LLMRequest request{id(), u"chat"_s, u"Return JSON only: {\"summary\":\"ok\"}."_s,
-                             {{u"message"_s, u"Connection check"_s}}, 256};
+    const LLMRequest request{
+        id(), u"chat"_s, u"Return JSON only: {\"summary\":\"ok\"}."_s, {{u"message"_s, u"Connection check"_s}}, 256};
     probeClient.request(request, [this, key, index, urls](const LLMResult &result) {
         if (!isInFormat(result))
             return tryQwenEndpoint(key, index + 1, urls);
@@ -135,9 +138,11 @@ void ModelConnection::testConnection()
     require(!isDemo(), u"Добавьте подключение в настройках API."_s);
     configureClient(probeClient, client.root);
     begin(u"Отправляю короткий тестовый запрос…"_s);
-    const LLMRequest request{id(), u"chat"_s,
+    const LLMRequest request{id(),
+                             u"chat"_s,
                              u"Return JSON only: {\"summary\":\"Соединение установлено\"}. Do not include reasoning."_s,
-                             {{u"message"_s, u"Проверка соединения"_s}}, 64};
+                             {{u"message"_s, u"Проверка соединения"_s}},
+                             64};
     probeClient.request(request, [this](const LLMResult &result) { takeTest(result); });
 }
 
@@ -175,8 +180,7 @@ void ModelConnection::takeMeasures()
         facts = learned;
         client.traits = traitsOf(learned);
         const QString warning = windowWarning();
-        say(u"Проверено: "_s + client.model + u". "_s
-            + (warning.isEmpty() ? u"Итоги проверки ниже."_s : warning));
+        say(u"Проверено: "_s + client.model + u". "_s + (warning.isEmpty() ? u"Итоги проверки ниже."_s : warning));
     });
 }
 
@@ -257,8 +261,7 @@ void ModelConnection::takeAgent(const Target &target, const LLMResult &result)
         require(target.key.isEmpty() ? CredentialStore::remove(agentTarget(target.agent))
                                      : CredentialStore::save(agentTarget(target.agent), target.key),
                 u"Не удалось сохранить ключ в Windows"_s);
-        saveEntry(target.agent,
-                  {{u"provider"_s, target.provider}, {u"url"_s, target.url}, {u"model"_s, target.model}});
+        saveEntry(target.agent, {{u"provider"_s, target.provider}, {u"url"_s, target.url}, {u"model"_s, target.model}});
         say(u"API агента подключён: "_s + target.model);
     });
 }

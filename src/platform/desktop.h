@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -19,5 +20,11 @@ QList<FontSubstitutes> fontSubstitutes();
 
 /// Font files to be loaded when there is no desktop to ask for fonts. They need not exist.
 QStringList offscreenFontFiles();
+
+/// What the desktop gives a program that was started by a click, so that a window may come to the front: from the
+/// environment, and back into it for the next window that asks to. Only printable characters are taken; empty where the
+/// desktop has no such thing.
+QByteArray activationToken();
+void setActivationToken(const QByteArray &token);
 
 } // namespace vesk

@@ -2,9 +2,17 @@
 
 #include "desktop.h"
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace vesk {
+
+namespace {
+
+constexpr auto tokenVariable = "XDG_ACTIVATION_TOKEN"; // The same for X11 and Wayland (xdg-activation).
+
+} // namespace
 
 QList<FontSubstitutes> fontSubstitutes()
 {
@@ -20,6 +28,17 @@ QStringList offscreenFontFiles()
     if (folder.isEmpty())
         return {}; // The usual case here: the offscreen platform finds the installed fonts by itself.
     return {folder + u"/Fonts/segoeui.ttf"_s, folder + u"/Fonts/consola.ttf"_s};
+}
+
+QByteArray activationToken()
+{
+    return qgetenv(tokenVariable);
+}
+
+void setActivationToken(const QByteArray &token)
+{
+    if (!token.isEmpty() && std::ranges::all_of(token, [](char c) { return c > ' ' && c < 127; }))
+        qputenv(tokenVariable, token);
 }
 
 } // namespace vesk

@@ -12,6 +12,7 @@
 #include "process_signals.h"
 #include "roles.h"
 #include "self_test_ui.h"
+#include "shown_window.h"
 #include "window_place.h"
 
 #include <QFont>
@@ -89,6 +90,7 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     engine.loadFromModule("Vesk", "Main");
     if (attended)
         place.follow(firstWindow(engine));
+    const ShownWindow shown(folder.path(), firstWindow(engine));
     applyWindowOptions(line, engine);
     armTimedOptions(line, engine, backend);
     SelfTestUi selfTest(engine, backend, temporary.path());
@@ -104,6 +106,8 @@ int runInterface(const CommandLine &line)
     const DataFolder folder(line.dataFolder(
         leavesNoTrace ? temporary.path() : QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation)));
     if (folder.isTaken()) {
+        if (!isUnattended(line) && ShownWindow::call(folder.path()))
+            return 0;
         printErrorLine(folder.takenText());
         return usageError;
     }

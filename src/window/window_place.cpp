@@ -22,6 +22,28 @@ constexpr int graspable = 80;
 /// No screen is larger than this.
 constexpr int mostPixels = 16384;
 
+/// What the scene asks for by itself.
+constexpr QSize usualSize(1440, 900);
+constexpr QSize leastSize(1000, 700);
+/// What a desktop puts round a window; known only once it is there.
+constexpr QSize frame(2, 40);
+
+QScreen *screenOf(const QRect &place)
+{
+    const QList<QScreen *> screens = QGuiApplication::screens();
+    for (QScreen *screen : screens) {
+        if (screen->availableGeometry().contains(place.center()))
+            return screen;
+    }
+    return QGuiApplication::primaryScreen();
+}
+
+/// The size with its frame inside of the screen, and no smaller than the least when there is room for that.
+QSize fitting(const QSize &size, const QRect &available)
+{
+    return size.expandedTo(leastSize).boundedTo(available.size() - frame);
+}
+
 bool canBeSeen(const QRect &place)
 {
     const QList<QScreen *> screens = QGuiApplication::screens();
@@ -60,14 +82,26 @@ QVariantMap WindowPlace::initialProperties() const
 {
     const QSettings settings(file, QSettings::IniFormat);
     const QRect place = settings.value("place").toRect();
+    const bool isKnown = place.isValid() && place.width() <= mostPixels && place.height() <= mostPixels;
+    const bool isSeen = isKnown && canBeSeen(place);
+    const QScreen *screen = isSeen ? screenOf(place) : QGuiApplication::primaryScreen();
+    if (!screen)
+        return {};
+    const QRect available = screen->availableGeometry();
+    const QSize size = fitting(isKnown ? place.size() : usualSize, available);
     QVariantMap properties;
-    if (place.isValid() && place.width() <= mostPixels && place.height() <= mostPixels) {
-        properties[u"width"_s] = place.width();
-        properties[u"height"_s] = place.height();
-        if (canBeSeen(place)) {
-            properties[u"x"_s] = place.x();
-            properties[u"y"_s] = place.y();
-        }
+    if (isKnown || size != usualSize) {
+        properties[u"width"_s] = size.width();
+        properties[u"height"_s] = size.height();
+    }
+    if (const QSize least = leastSize.boundedTo(size); least != leastSize) {
+        properties[u"minimumWidth"_s] = least.width();
+        properties[u"minimumHeight"_s] = least.height();
+    }
+    if (isSeen) {
+        const QRect room(available.topLeft(), available.size() - size);
+        properties[u"x"_s] = std::clamp(place.x(), room.left(), std::max(room.left(), room.left() + room.width()));
+        properties[u"y"_s] = std::clamp(place.y(), room.top(), std::max(room.top(), room.top() + room.height()));
     }
     if (settings.value("maximized").toBool())
         properties[u"visibility"_s] = QWindow::Maximized;

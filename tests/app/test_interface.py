@@ -14,7 +14,7 @@ from program import until
 
 PICTURES = "network-active question chat cycle files history settings agent-settings agent-report project-menu " \
            "rename-inline".split()
-SCREENS = '{"screens": [{"name": "one", "x": 0, "y": 0, "width": 1920, "height": 1080, "logicalDpi": 96, ' \
+SCREENS = '{"screens": [{"name": "one", "x": 0, "y": 0, "width": %d, "height": %d, "logicalDpi": 96, ' \
           '"logicalBaseDpi": 96, "dpr": 1}]}'
 
 
@@ -88,25 +88,39 @@ def takes_requests_to_end(process):
     return caught and int(caught[1], 16) & 1 << signal.SIGTERM - 1
 
 
-@pytest.mark.parametrize("stored, size, place", [
-    (None, (1440, 900), None),
-    ((120, 90, 1300, 750), (1300, 750), (120, 90)),
-    ((5000, 90, 1200, 720), (1200, 720), None),  # on a screen that is gone: where it can be seen
-    ((0, 0, 400, 300), (1000, 700), None),
+@pytest.mark.parametrize("stored, size, place, screen", [
+    (None, (1440, 900), None, (1920, 1080)),
+    ((120, 90, 1300, 750), (1300, 750), (120, 90), (1920, 1080)),
+    ((1700, 900, 1300, 750), (1300, 750), (620, 330), (1920, 1080)),
+    ((5000, 90, 1200, 720), (1200, 720), None, (1920, 1080)),  # on a screen that is gone: where it can be seen
+    ((0, 0, 400, 300), (1000, 700), None, (1920, 1080)),
+    (None, (1364, 728), None, (1366, 768)),
+    ((10, 10, 1300, 750), (718, 410), (2, 10), (720, 450)),
 ])
-def test_the_window_comes_back_as_large_as_it_was(vesk, stored, size, place):
+def test_the_window_comes_back_as_large_as_it_was(vesk, stored, size, place, screen):
     ini = vesk.data / "window.ini"
     if stored:
         vesk.data.mkdir()
         ini.write_text("[General]\nplace=@Rect({} {} {} {})\n".format(*stored))
-    (vesk.folder / "screens.json").write_text(SCREENS)
+    (vesk.folder / "screens.json").write_text(SCREENS % screen)
     process = vesk.start("--data-dir", vesk.data, environment={"QT_QPA_PLATFORM": "offscreen:configfile=screens.json"})
     assert until(lambda: takes_requests_to_end(process))
     process.terminate()
     assert vesk.end(process).code == 0
     left, top, width, height = map(int, re.search(r"@Rect\((.*)\)", ini.read_text())[1].split())
-    assert (width, height) == size and left < 1920
+    assert (width, height) == size and left < screen[0]
     assert place in (None, (left, top))
+
+
+def test_a_second_start_shows_the_window_of_the_first(vesk):
+    first = vesk.start("--data-dir", vesk.data)
+    assert until(lambda: takes_requests_to_end(first))
+    (vesk.folder / "link").symlink_to(vesk.data)
+    ended = vesk.call("--data-dir", vesk.folder / "link")
+    assert (ended.code, ended.said) == (0, "") and first.poll() is None
+    assert vesk.call("--data-dir", vesk.data, "--smoke-test").code == 2
+    first.terminate()
+    assert vesk.end(first).code == 0
 
 
 def test_a_run_is_stopped_in_order_when_the_program_is_ended(vesk):
