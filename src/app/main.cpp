@@ -4,7 +4,6 @@
 #include "console.h"
 #include "credential_store.h"
 #include "data_folder.h"
-#include "endpoints.h"
 #include "environment.h"
 #include "helpers.h"
 #include "live_smoke.h"
@@ -15,6 +14,8 @@
 #include "roles.h"
 #include "run_mode.h"
 #include "run_options.h"
+#include "server_connection.h"
+#include "store.h"
 #include "version.h"
 
 #include <QCoreApplication>
@@ -22,7 +23,6 @@
 #include <QLibrary>
 #include <QStandardPaths>
 #include <QTemporaryDir>
-#include <QUrl>
 
 #include <memory>
 
@@ -65,23 +65,49 @@ QString givenKey(const RunOptions &options)
     return key;
 }
 
-/// The model that answers: a server, or the demonstration.
-std::unique_ptr<ILLMProvider> makeModel(const RunOptions &options, const QString &key)
+std::unique_ptr<ILLMProvider> demonstration(const RunOptions &options)
 {
-    if (options.endpoint.isEmpty()) {
-        auto mock = std::make_unique<MockProvider>();
-        mock->delayMs = options.mockDelayMs;
-        return mock;
-    }
+    auto mock = std::make_unique<MockProvider>();
+    mock->delayMs = options.mockDelayMs;
+    return mock;
+}
+
+/// A server, with what the window has measured of it.
+std::unique_ptr<ILLMProvider> server(const RunOptions &options, const Store &store, const QString &url,
+                                     const QString &model, const QString &key)
+{
     auto client = std::make_unique<OpenAICompatibleProvider>();
-    client->url = options.endpoint;
-    client->model = options.model;
     client->root = options.projectFolder;
-    const QUrl address(options.endpoint);
-    client->useResponses = address.host() == openAiHost();
-    client->ownServer = !isPublished(address);
-    client->key = options.keyVariable.isEmpty() ? CredentialStore::read(connectionTarget(options.endpoint)) : key;
+    setConnection(*client, store, url, model, key);
+    const QString warning = windowAdvice(serverFacts(store, url, model), url);
+    if (!warning.isEmpty())
+        printErrorLine(warning);
     return client;
+}
+
+/// The model that answers: the server of the options, else the one that the window has connected, else the
+/// demonstration.
+std::unique_ptr<ILLMProvider> makeModel(const RunOptions &options, const QString &key, const QString &dataFolder)
+{
+    if (options.mock)
+        return demonstration(options);
+    const Store store(dataFolder + u"/vesk.sqlite"_s);
+    if (!options.endpoint.isEmpty())
+        return server(options, store, options.endpoint, options.model,
+                      options.keyVariable.isEmpty() ? CredentialStore::read(connectionTarget(options.endpoint)) : key);
+
+    QString storedKey;
+    const QJsonObject connection = storedConnection(store, storedKey);
+    const QString url = connection["base_url"_L1].toString();
+    if (connection["mock"_L1].toBool(true)) {
+        require(store.get(u"settings"_s, u"provider"_s)["mock"_L1].toBool(true),
+                u"Для подключения "_s + url
+                    + u" нет ключа. Введите его в окне или возьмите демонстрационную модель: --mock"_s);
+        return demonstration(options);
+    }
+    const QString model = connection["model"_L1].toString();
+    printErrorLine(u"Модель: "_s + model + u", "_s + url + u" (подключена в окне)."_s);
+    return server(options, store, url, model, storedKey);
 }
 
 int runTask(const CommandLine &line)
@@ -102,7 +128,7 @@ int runTask(const CommandLine &line)
         return usageError;
     }
     CredentialStore::setDataFolder(folder.path());
-    const std::unique_ptr<ILLMProvider> model = makeModel(options, key);
+    const std::unique_ptr<ILLMProvider> model = makeModel(options, key, folder.path());
     RunMode mode(options, folder.path(), *model);
     QObject::connect(&requests, &ProcessSignals::endRequested, &mode, &RunMode::interrupt);
     return mode.exec();
@@ -135,6 +161,16 @@ int openInterface(int argc, char **argv)
     return open(argc, argv);
 }
 
+/// A mode that drives the backend as the window would, without one. The backend comes with the window's library.
+int driveBackend(const CommandLine &line)
+{
+    QLibrary library(interfaceLibrary());
+    const auto drive = reinterpret_cast<int (*)(const CommandLine *, const QString *)>(library.resolve("veskDriveBackend"));
+    require(drive, u"Не удалось загрузить интерфейс: "_s + library.errorString());
+    const QString folder = usualDataFolder(line);
+    return drive(&line, &folder);
+}
+
 int runMedia(const CommandLine &line)
 {
     QLibrary library(mediaLibrary());
@@ -158,6 +194,8 @@ int runMode(const CommandLine &line)
         return runTask(line);
     case Mode::LiveSmoke:
         return runLive(line);
+    case Mode::ConnectQwenEnvironment:
+        return driveBackend(line);
     default:
         return unavailable(line);
     }

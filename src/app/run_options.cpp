@@ -67,6 +67,7 @@ RunOptions parseRunOptions(const QStringList &arguments)
          [&](const QString &value) { options.mockDelayMs = int(wholeNumber(u"--mock-delay"_s, value, 60000)); }},
     };
     const std::map<QString, bool *> switches{
+        {u"--mock"_s, &options.mock},
         {u"--simulate"_s, &options.simulate},
         {u"--allow-commands"_s, &options.allowCommands},
         {u"--json"_s, &options.json},
@@ -92,6 +93,7 @@ RunOptions parseRunOptions(const QStringList &arguments)
     }
     require(!options.request.isEmpty(), u"--run: введите текст запроса"_s);
     require(options.endpoint.isEmpty() == options.model.isEmpty(), u"--endpoint и --model указываются вместе"_s);
+    require(!options.mock || options.endpoint.isEmpty(), u"--mock и --endpoint не указываются вместе"_s);
     require(options.keyVariable.isEmpty() || !options.endpoint.isEmpty(), u"--key-env: нужен и --endpoint"_s);
     if (options.projectFolder.isEmpty())
         options.projectFolder = folder(u"--project"_s, QDir::currentPath());

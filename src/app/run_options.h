@@ -14,10 +14,11 @@ struct RunOptions {
     QString projectFolder; ///< Absolute.
     qint64 budget = defaultTaskTokens; ///< Tokens.
     QJsonObject buildCommand; ///< {"program", "arguments"} or empty.
-    QString endpoint; ///< Base address of a model server; empty for the demonstration model.
+    QString endpoint; ///< Base address of a model server; empty for what the window has connected.
     QString model;
     QString keyVariable; ///< Environment variable that holds the key.
     QStringList answers; ///< For questions, in order.
+    bool mock = false; ///< The demonstration model, whatever is connected.
     bool simulate = false;
     bool allowCommands = false;
     bool json = false;

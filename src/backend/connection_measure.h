@@ -5,11 +5,10 @@
 #include <QElapsedTimer>
 #include <QJsonObject>
 #include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QObject>
 #include <QPointer>
 #include <QString>
-
-class QNetworkReply;
 
 namespace vesk {
 

@@ -2,9 +2,12 @@
 
 #include "model_catalog.h"
 
+#include "chat_request.h"
+
 #include <QFuture>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPromise>
@@ -68,7 +71,7 @@ QNetworkRequest catalogRequest(const QString &base, const QString &key)
     return request;
 }
 
-Catalog catalogOf(const QString &provider, const QByteArray &body)
+Catalog catalogOf(const QString &provider, const QByteArray &body, const QString &key)
 {
     const bool own = provider == ownServerName();
     const QJsonObject document = QJsonDocument::fromJson(body).object();
@@ -80,6 +83,8 @@ Catalog catalogOf(const QString &provider, const QByteArray &body)
         QString model = entry["id"_L1].toString();
         if (provider == "Gemini"_L1 && model.startsWith("models/"_L1))
             model.remove(0, 7);
+        if (!key.isEmpty() && model.contains(key))
+            continue;
         if (own ? isPlain(model) : isOffered(provider, model) && !isForOtherUses(model))
             catalog.models.append(model);
     }
@@ -91,48 +96,49 @@ Catalog catalogOf(const QString &provider, const QByteArray &body)
     return catalog;
 }
 
-void ModelCatalog::beginFor(const QString &newProvider, const QString &newAgent)
+void ModelCatalog::beginFor(const QString &provider, const QString &agent)
 {
     abort();
     shown.clear();
-    provider = newProvider;
-    agent = newAgent;
+    catalogProvider = provider;
+    catalogAgent = agent;
 }
 
 void ModelCatalog::ask(const QString &base, const QString &key)
 {
-    reply = catalogNetwork.get(catalogRequest(base, key));
-    collect(reply, maxBodyBytes, longestAnswer,
-            [this, base, hadKey = !key.isEmpty(), noted = generation](const ServerReply &answer) {
-                if (noted == generation)
-                    read(answer, base, hadKey);
-            });
+    // A key for a server on this machine stays on it, whatever proxy the environment names.
+    catalogNetwork.setProxy(isLoopback(QUrl(base).host()) ? QNetworkProxy::NoProxy : QNetworkProxy::DefaultProxy);
+    modelsReply = catalogNetwork.get(catalogRequest(base, key));
+    collect(modelsReply, maxBodyBytes, longestAnswer, [this, base, key, noted = catalogGeneration](const ServerReply &answer) {
+        if (noted == catalogGeneration)
+            read(answer, base, key);
+    });
 }
 
 void ModelCatalog::abort()
 {
-    ++generation;
+    ++catalogGeneration;
     reading = false;
-    const QPointer<QNetworkReply> old = std::exchange(reply, nullptr);
+    const QPointer<QNetworkReply> old = std::exchange(modelsReply, nullptr);
     if (old)
         old->abort();
 }
 
 /// Beside the interface: a list of megabytes takes tens of milliseconds to read.
-void ModelCatalog::read(const ServerReply &answer, const QString &base, bool hadKey)
+void ModelCatalog::read(const ServerReply &answer, const QString &base, const QString &key)
 {
-    reply = nullptr;
+    modelsReply = nullptr;
     reading = true;
     auto promise = std::make_shared<QPromise<Catalog>>();
-    promise->future().then(this, [this, answer, base, hadKey, noted = generation](const Catalog &catalog) {
-        if (noted != generation)
+    promise->future().then(this, [this, answer, base, hadKey = !key.isEmpty(), noted = catalogGeneration](const Catalog &catalog) {
+        if (noted != catalogGeneration)
             return;
         reading = false;
         take({{answer.status, answer.networkError, {}, answer.endless}, catalog, base, hadKey});
     });
-    QThreadPool::globalInstance()->start([promise, answer, provider = provider] {
+    QThreadPool::globalInstance()->start([promise, answer, key, provider = catalogProvider] {
         promise->start();
-        promise->addResult(answer.isAccepted() ? catalogOf(provider, answer.body) : Catalog());
+        promise->addResult(answer.isAccepted() ? catalogOf(provider, answer.body, key) : Catalog());
         promise->finish();
     });
 }

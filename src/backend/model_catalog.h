@@ -28,8 +28,8 @@ struct Catalog {
     bool isCut = false; ///< There are more than an interface can use: of an own server, the first 5,000 are here.
 };
 /// Reads {"data": [{"id"}]}. Of the known providers those models that the agents can work with, of a server of the
-/// user's own all.
-Catalog catalogOf(const QString &provider, const QByteArray &body);
+/// user's own all. A name that holds the key, as a server may send it back, is left out.
+Catalog catalogOf(const QString &provider, const QByteArray &body, const QString &key = {});
 
 /// The models that one server offers, at any time those of the latest question. What an older one still answers changes
 /// nothing.
@@ -45,10 +45,10 @@ public:
 
     /// Objects with one key, "id".
     const QVariantList &models() const { return shown; }
-    bool isLoading() const { return reply || reading; }
+    bool isLoading() const { return modelsReply || reading; }
     /// "provider/agent".
-    QString owner() const { return provider + u'/' + agent; }
-    const QString &ownerProvider() const { return provider; }
+    QString owner() const { return catalogProvider + u'/' + catalogAgent; }
+    const QString &ownerProvider() const { return catalogProvider; }
 
     /// From now on the catalogue is empty and belongs to these.
     void beginFor(const QString &provider, const QString &agent);
@@ -61,15 +61,15 @@ Q_SIGNALS:
     void finished(const vesk::ModelCatalog::Outcome &outcome);
 
 private:
-    void read(const ServerReply &answer, const QString &base, bool hadKey);
+    void read(const ServerReply &answer, const QString &base, const QString &key);
     void take(const Outcome &outcome);
 
     QNetworkAccessManager catalogNetwork;
-    QPointer<QNetworkReply> reply;
-    quint32 generation = 0;
+    QPointer<QNetworkReply> modelsReply;
+    quint32 catalogGeneration = 0; ///< Raised to make answers on their way harmless.
     bool reading = false;
-    QString provider;
-    QString agent;
+    QString catalogProvider;
+    QString catalogAgent;
     QVariantList shown;
 };
 

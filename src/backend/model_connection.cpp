@@ -17,6 +17,7 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <chrono>
 
 using namespace Qt::StringLiterals;
 
@@ -25,6 +26,7 @@ namespace vesk {
 namespace {
 
 constexpr int parallelRequests = 8;
+constexpr auto longestCheck = std::chrono::minutes(10);
 
 bool isThisMachine(const QString &host)
 {
@@ -77,6 +79,8 @@ ModelConnection::ModelConnection(Store &store, Engine &engine, MockProvider &moc
     connect(&serverFinder, &ServerFinder::finished, this, &ModelConnection::tellSearch);
     connect(&measure, &ConnectionMeasure::changed, this, &ModelConnection::changed);
     connect(&measure, &ConnectionMeasure::finished, this, &ModelConnection::takeMeasures);
+    checkLimit.setSingleShot(true);
+    connect(&checkLimit, &QTimer::timeout, this, &ModelConnection::giveUpCheck);
     facts = serverFacts(store, client.url, client.model);
 }
 
@@ -114,7 +118,21 @@ void ModelConnection::say(const QString &line)
 void ModelConnection::begin(const QString &line)
 {
     testing = true;
+    checkLimit.start(longestCheck);
     say(line);
+}
+
+void ModelConnection::endCheck()
+{
+    testing = false;
+    checkLimit.stop();
+}
+
+/// A server may send a byte a minute for ever.
+void ModelConnection::giveUpCheck()
+{
+    stopCheck();
+    say(u"Сервер не ответил за десять минут. Проверка прекращена."_s);
 }
 
 QJsonObject ModelConnection::entryOf(const QString &agent) const
@@ -202,7 +220,7 @@ void ModelConnection::forgetProvider(const QString &provider)
     modelCatalog.abort();
     probeClient.cancelAll();
     stopMeasuring();
-    testing = false;
+    endCheck();
     probeClient.key.clear();
     if (base == client.url) {
         client.key.clear();
@@ -271,7 +289,7 @@ bool ModelConnection::stopCheck()
     probeClient.cancelAll();
     endAgentProbe();
     stopMeasuring();
-    testing = false;
+    endCheck();
     if (wasBusy)
         say(u"Проверка остановлена."_s);
     return wasBusy;

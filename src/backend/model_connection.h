@@ -11,6 +11,7 @@
 #include <QObject>
 #include <QPointer>
 #include <QString>
+#include <QTimer>
 
 #include <functional>
 
@@ -107,6 +108,8 @@ private:
 
     void begin(const QString &line);
     void say(const QString &line);
+    void endCheck();
+    void giveUpCheck();
     void endAgentProbe();
     void stopMeasuring();
     QString keyFor(const QString &url, const QString &agent) const;
@@ -143,6 +146,7 @@ private:
     ServerFinder serverFinder;
     ConnectionMeasure measure;
     bool testing = false;
+    QTimer checkLimit;
     bool measuresAfterTest = false;
     QJsonObject facts; ///< What is known of the team's server.
     QString apiStatus;

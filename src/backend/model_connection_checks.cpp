@@ -70,7 +70,7 @@ void ModelConnection::connectProvider(const QString &provider, const QString &ty
 
 void ModelConnection::takeProvider(const Target &target, const LLMResult &result)
 {
-    testing = false;
+    endCheck();
     if (!isInFormat(result)) {
         say(u"Модель не подключена. "_s
             + (result.error.isEmpty() ? u"Модель не поддерживает формат ответов агентов."_s : result.error));
@@ -111,7 +111,7 @@ void ModelConnection::connectQwen(const QString &typedKey)
 void ModelConnection::tryQwenEndpoint(const QString &key, qsizetype index, const QStringList &urls)
 {
     if (index >= urls.size()) {
-        testing = false;
+        endCheck();
         say(u"Не удалось подключиться. Проверьте ключ и доступ к Qwen 3.8 в аккаунте."_s);
         return;
     }
@@ -123,7 +123,7 @@ void ModelConnection::tryQwenEndpoint(const QString &key, qsizetype index, const
     probeClient.request(request, [this, key, index, urls](const LLMResult &result) {
         if (!isInFormat(result))
             return tryQwenEndpoint(key, index + 1, urls);
-        testing = false;
+        endCheck();
         conclude([&] {
             saveSettings(false, urls[index], u"qwen3-8"_s, key, parallelRequests);
             require(!isDemo() && client.url == urls[index], u"Не удалось сохранить подключение."_s);
@@ -148,7 +148,7 @@ void ModelConnection::testConnection()
 
 void ModelConnection::takeTest(const LLMResult &result)
 {
-    testing = false;
+    endCheck();
     const bool measures = std::exchange(measuresAfterTest, false);
     const Target target{{}, {}, probeClient.url, probeClient.model, probeClient.key};
     if (!isInFormat(result)) {
@@ -249,7 +249,7 @@ void ModelConnection::checkAgent(const Target &target)
 
 void ModelConnection::takeAgent(const Target &target, const LLMResult &result)
 {
-    testing = false;
+    endCheck();
     endAgentProbe();
     conclude([&] {
         const bool own = target.provider == ownServerName();
@@ -286,7 +286,7 @@ void ModelConnection::connectServer(const QString &typedUrl, const QString &type
 
 void ModelConnection::takeServer(const Target &target, const LLMResult &result)
 {
-    testing = false;
+    endCheck();
     if (!isInFormat(result)) {
         serverLine = adviceFor(target, result);
         say(u"Сервер не подключён. "_s + serverLine);

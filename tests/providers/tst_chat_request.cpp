@@ -72,6 +72,20 @@ private Q_SLOTS:
         QCOMPARE(body["temperature"_L1].toDouble(), 0.2);
     }
 
+    void aServerIsAskedForJsonInTheWayItKnows()
+    {
+        ChatSettings settings = settingsOf(u"http://localhost/v1"_s);
+        for (const auto &[mode, type] : {std::pair{JsonMode::Object, u"json_object"_s},
+                                         {JsonMode::Schema, u"json_schema"_s},
+                                         {JsonMode::Prompt, u""_s}}) {
+            settings.json = mode;
+            const QJsonValue format = chatBody(requestOf(u"chat"_s, {}), settings)["response_format"_L1];
+            QCOMPARE(format["type"_L1].toString(), type);
+            QCOMPARE(format["json_schema"_L1]["schema"_L1]["type"_L1].toString() == "object"_L1,
+                     mode == JsonMode::Schema);
+        }
+    }
+
     void theModelThatThinksIsToldNotTo()
     {
         ChatSettings settings = settingsOf(u"http://localhost/v1"_s);
@@ -142,6 +156,8 @@ private Q_SLOTS:
         QVERIFY(!userText(chatBody(requestOf(u"risk_judge"_s, input), settings)).isEmpty());
         settings.url = u"http://localhost/v1"_s;
         QVERIFY(!userText(chatBody(requestOf(u"chat"_s, input), settings)).isEmpty());
+        settings.images = true;
+        QCOMPARE(chatBody(requestOf(u"chat"_s, input), settings)["messages"_L1][1]["content"_L1].toArray().size(), 9);
     }
 
     void aModelThatCannotSeeIsTold()

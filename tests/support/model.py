@@ -72,7 +72,7 @@ class ModelConnection(BaseHTTPRequestHandler):
         if model.broken:
             return self.fail(*model.broken)
         system, given = (message["content"] for message in body["messages"][:2])
-        role = next(role for prompt, role in model.prompts.items() if system.startswith(prompt))
+        role = next((role for prompt, role in model.prompts.items() if system.startswith(prompt)), "")
         given = json.JSONDecoder().raw_decode(given)[0]  # Some models want a word of their own behind it.
         model.asked.append(role)
         model.inputs.append(given)

@@ -2,11 +2,17 @@
 
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QFile>
 #include <QPointer>
+#include <QProcess>
+#include <QSslCertificate>
 #include <QSslConfiguration>
+#include <QSslKey>
 #include <QSslServer>
+#include <QStandardPaths>
 #include <QTcpServer>
 #include <QTcpSocket>
+#include <QTemporaryDir>
 #include <QTimer>
 
 using namespace Qt::StringLiterals;
@@ -96,6 +102,27 @@ WireServer::WireServer(Handler handler, const QSslConfiguration &tls)
 }
 
 WireServer::~WireServer() = default;
+
+QSslConfiguration WireServer::selfSigned()
+{
+    const QTemporaryDir folder;
+    const QString keyFile = folder.filePath(u"key.pem"_s);
+    const QString certificateFile = folder.filePath(u"cert.pem"_s);
+    const QString openssl = QStandardPaths::findExecutable(u"openssl"_s);
+    QFile key(keyFile);
+    if (openssl.isEmpty()
+        || QProcess::execute(openssl,
+                             {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s, u"-days"_s, u"2"_s,
+                              u"-subj"_s, u"/CN=127.0.0.1"_s, u"-addext"_s, u"subjectAltName=IP:127.0.0.1"_s,
+                              u"-keyout"_s, keyFile, u"-out"_s, certificateFile, u"-quiet"_s})
+            != 0
+        || !key.open(QIODevice::ReadOnly))
+        return {};
+    QSslConfiguration tls = QSslConfiguration::defaultConfiguration();
+    tls.setLocalCertificate(QSslCertificate::fromPath(certificateFile).value(0));
+    tls.setPrivateKey(QSslKey(&key, QSsl::Rsa));
+    return tls;
+}
 
 void WireServer::listen()
 {
