@@ -9,6 +9,7 @@
 #include "live_smoke.h"
 #include "mock_provider.h"
 #include "openai_provider.h"
+#include "probe_mcp.h"
 #include "process_signals.h"
 #include "programs.h"
 #include "roles.h"
@@ -192,6 +193,8 @@ int runMode(const CommandLine &line)
         return 0;
     case Mode::Run:
         return runTask(line);
+    case Mode::ProbeMcp:
+        return runProbeMcp();
     case Mode::LiveSmoke:
         return runLive(line);
     case Mode::ConnectQwenEnvironment:

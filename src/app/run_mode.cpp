@@ -4,12 +4,16 @@
 
 #include "console.h"
 #include "helpers.h"
+#include "mcp_config.h"
+#include "mcp_link.h"
+#include "mcp_server.h"
 #include "narrator.h"
 #include "phases.h"
 #include "recovery.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QJsonDocument>
 #include <QRegularExpression>
 #include <QSocketNotifier>
 #include <QTimer>
@@ -65,6 +69,11 @@ RunMode::RunMode(const RunOptions &options, const QString &dataFolder, ILLMProvi
     connect(&core.events, &EventBus::event, this, &RunMode::follow);
     connect(&core.engine, &Engine::changed, this, &RunMode::watchPhase);
     connect(&core.engine, &Engine::finished, this, &RunMode::finish);
+    useMcp(core, mcp);
+    connect(&mcp, &McpClient::statusMessage, this, [this](const QString &text) {
+        if (!this->options.json)
+            printErrorLine(visibleLines(text));
+    });
 }
 
 /// A folder that has been a project before stays the same project, with its files and history.
@@ -92,8 +101,60 @@ int RunMode::exec()
 
 void RunMode::begin()
 {
-    if (!decided)
-        guarded([this] { core.engine.start(options.request, options.simulate, options.budget, options.buildCommand); });
+    if (decided)
+        return;
+    guarded([this] {
+        if (options.allowCommands)
+            prepareServers();
+    });
+    startWhenReady();
+}
+
+/// Calls up the MCP servers that the request names. Unlike in the window this run is the only one to use them, so it
+/// waits until they are there or have failed.
+void RunMode::prepareServers()
+{
+    mcp.scan(core.workspace.root());
+    const QStringList wanted = serversToStart(mcp.list(), options.request);
+    connect(&mcp, &McpClient::changed, this, &RunMode::startWhenReady, Qt::QueuedConnection);
+    for (const QString &server : wanted)
+        mcp.connectServer(server);
+    askForServer();
+}
+
+/// A server that a file of the project describes: nothing on the command line allows those, as agents write such files.
+void RunMode::askForServer()
+{
+    const QJsonObject request = mcp.requests().at(0).toObject();
+    if (request.isEmpty())
+        return startWhenReady();
+    QJsonObject entry = request;
+    entry.remove("id"_L1);
+    const QString what = u"Сервер MCP из файла проекта требует разрешения:\n"_s
+        + visibleLines(QString::fromUtf8(QJsonDocument(entry).toJson()).trimmed());
+    const QString server = request["id"_L1].toString();
+    if (canAsk()) {
+        ask(what, [this, server](bool yes) {
+            guarded([&] { decideOnServer(core, mcp, server, yes); });
+            askForServer();
+        });
+        return;
+    }
+    printErrorLine(what + u"\nБез разрешения он не подключается. Разрешить можно в терминале или в окне."_s);
+    mcp.decide(server, false);
+    askForServer();
+}
+
+void RunMode::startWhenReady()
+{
+    const QJsonArray servers = mcp.list();
+    const bool waits = std::ranges::any_of(
+        servers, [](const QJsonValue &server) { return server["status"_L1].toString() == McpStatus::connecting; });
+    if (decided || begun || asking || waits)
+        return;
+    begun = true;
+    core.engine.mcpTools = mcp.availableTools();
+    guarded([this] { core.engine.start(options.request, options.simulate, options.budget, options.buildCommand); });
 }
 
 /// Every event is stored before anything follows from it.
@@ -198,22 +259,28 @@ void RunMode::askPermission()
     if (decided || asking || permissionRequests.isEmpty() || !core.engine.busy())
         return;
     const QJsonObject &request = permissionRequests.first();
-    printErrorLine(u"Команда требует разрешения:\n  "_s + exactCommand(request["arguments"_L1].toObject())
-                   + u"\nПапка:\n  "_s + visibleText(request["cwd"_L1].toString()));
+    const QString what = u"Команда требует разрешения:\n  "_s + exactCommand(request["arguments"_L1].toObject())
+        + u"\nПапка:\n  "_s + visibleText(request["cwd"_L1].toString());
     if (!canAsk()) {
-        printErrorLine(u"Разрешить команды без вопроса: --allow-commands"_s);
+        printErrorLine(what + u"\nРазрешить команды без вопроса: --allow-commands"_s);
         stop(RunExit::PermissionNeeded);
         return;
     }
-    printErrorLine(u"Выполнить? (да/нет)"_s);
-    asking = true;
-    auto *input = new QSocketNotifier(standardInput, QSocketNotifier::Read, this);
-    connect(input, &QSocketNotifier::activated, this, [this, input] { takeConsent(input); });
+    ask(what, [this](bool yes) { takeCommandConsent(yes); });
 }
 
-void RunMode::takeConsent(QSocketNotifier *input)
+/// Runs `then` with the answer that is typed; at the end of the input the run ends instead.
+void RunMode::ask(const QString &what, const std::function<void(bool)> &then)
 {
-    if (decided || !core.engine.busy())
+    printErrorLine(what + u"\nВыполнить? (да/нет)"_s);
+    asking = true;
+    auto *input = new QSocketNotifier(standardInput, QSocketNotifier::Read, this);
+    connect(input, &QSocketNotifier::activated, this, [this, input, then] { takeConsent(input, then); });
+}
+
+void RunMode::takeConsent(QSocketNotifier *input, const std::function<void(bool)> &then)
+{
+    if (decided || (begun && !core.engine.busy()))
         return input->setEnabled(false);
     const std::optional<QString> answer = readAnswer();
     const bool yes = answer && answer->toLower() == u"да"_s;
@@ -224,12 +291,17 @@ void RunMode::takeConsent(QSocketNotifier *input)
     input->setEnabled(false);
     input->deleteLater();
     asking = false;
+    if (!answer)
+        return stop(RunExit::PermissionNeeded);
+    then(yes);
+}
+
+void RunMode::takeCommandConsent(bool yes)
+{
     const QString approval = permissionRequests.first()["id"_L1].toString();
     agreed[approval] += int(permissionRequests.removeIf(
                             [&](const QJsonObject &other) { return other["id"_L1].toString() == approval; }))
         - 1;
-    if (!answer)
-        return stop(RunExit::PermissionNeeded);
     guarded([&] { core.engine.approve(approval, yes); });
     askPermission();
 }

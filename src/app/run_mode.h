@@ -1,11 +1,14 @@
 #pragma once
 
 #include "core.h"
+#include "mcp_client.h"
 #include "run_options.h"
 
 #include <QHash>
 #include <QList>
 #include <QObject>
+
+#include <functional>
 
 class QSocketNotifier;
 
@@ -41,6 +44,9 @@ public:
 private:
     void bindProject();
     void begin();
+    void prepareServers();
+    void askForServer();
+    void startWhenReady();
     void follow(const QJsonObject &event);
     void watchPhase();
     void answerQuestion();
@@ -48,7 +54,9 @@ private:
     void showPlan();
     void showEvent(const QJsonObject &event, const QString &line);
     void askPermission();
-    void takeConsent(QSocketNotifier *input);
+    void ask(const QString &what, const std::function<void(bool)> &then);
+    void takeConsent(QSocketNotifier *input, const std::function<void(bool)> &then);
+    void takeCommandConsent(bool yes);
     void stop(RunExit code);
     void takePermissionRequest(const QJsonObject &request);
     RunExit endOf(const QString &status, const QJsonObject &state) const;
@@ -58,12 +66,14 @@ private:
 
     RunOptions options;
     Core core;
+    McpClient mcp;
     QList<QJsonObject> permissionRequests; ///< The first is being asked for, or next.
     bool asking = false; ///< Somebody is to type an answer.
     QHash<QString, int> agreed; ///< By approval: nodes with a command that was allowed, which will ask for themselves.
     QHash<QString, int> chosen; ///< By question: how often its first option was taken.
     int choices = 0; ///< That were made without an answer on the command line.
     RunExit exitCode = RunExit::NotCompleted;
+    bool begun = false; ///< The task has been started.
     bool decided = false; ///< The exit code is settled before the task's own end.
     bool turnPending = false;
 };

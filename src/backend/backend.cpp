@@ -3,6 +3,7 @@
 #include "backend.h"
 
 #include "helpers.h"
+#include "mcp_link.h"
 #include "narrator.h"
 #include "phases.h"
 #include "read_models.h"
@@ -56,8 +57,8 @@ void Backend::connectRun()
     connect(&core.engine, &Engine::changed, this, &Backend::notifyUi);
     connect(&core.events, &EventBus::event, this, &Backend::follow);
     connect(&core.engine, &Engine::finished, this, &Backend::finishRun);
-    core.engine.mcpCall = [this](const QString &server, const QString &tool, const QJsonObject &arguments,
-                                 const Engine::Answer &done) { mcp.call(server, tool, arguments, done); };
+    useMcp(core, mcp);
+    QTimer::singleShot(0, this, &Backend::discoverMcp);
 }
 
 void Backend::connectServices()

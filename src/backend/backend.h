@@ -54,6 +54,7 @@ class Backend : public QObject {
     Q_PROPERTY(QVariantMap preferences READ preferencesMap NOTIFY preferencesChanged)
     Q_PROPERTY(QVariantList agentProfiles READ agentProfiles NOTIFY preferencesChanged)
     Q_PROPERTY(QVariantList mcpServers READ mcpServers NOTIFY connectorsChanged)
+    Q_PROPERTY(QVariantList mcpRequests READ mcpRequests NOTIFY connectorsChanged)
     Q_PROPERTY(QVariantList attachments READ attachmentList NOTIFY changed)
     Q_PROPERTY(bool importing READ importing NOTIFY changed)
     Q_PROPERTY(QVariantList models READ modelList NOTIFY changed)
@@ -92,6 +93,8 @@ public:
     Q_INVOKABLE void discoverMcp();
     Q_INVOKABLE void connectMcp(const QString &id);
     Q_INVOKABLE void disconnectMcp(const QString &id);
+    /// The user's word on a server of the project that waits in `mcpRequests`.
+    Q_INVOKABLE void allowMcp(const QString &id, bool allow);
 
     // Conversation (backend_conversation.cpp)
 
@@ -239,7 +242,9 @@ private:
     void stopChat();
 
     // backend_runtime.cpp
-    void prepareRuntime();
+    void prepareRuntime(const QString &request);
+    void startServers(const QString &request);
+    void connectAgentClients();
     QJsonObject mediaCapabilities() const;
 
     // backend_read.cpp
@@ -255,7 +260,8 @@ private:
     QVariantList queueList() const { return queue.items().toVariantList(); }
     QVariantList attachmentList() const { return attachments.items().toVariantList(); }
     QVariantList modelList() const { return connection.catalog().models(); }
-    QVariantList mcpServers() const { return mcp.list().toVariantList(); }
+    QVariantList mcpServers() const;
+    QVariantList mcpRequests() const { return mcp.requests().toVariantList(); }
     QVariantList backgroundFrame() const { return background.frame(); }
     QString backgroundError() const { return background.error(); }
     QString currentProjectName() const { return projectName; }

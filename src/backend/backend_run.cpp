@@ -94,7 +94,7 @@ void Backend::begin(const StartRequest &request)
     engine.requestMedia = mediaForRequest(request.request);
     engine.mediaTools = mediaCapabilities();
     client.root = core.workspace.root();
-    prepareRuntime();
+    prepareRuntime(request.request);
     // A task that doesn't start takes nothing along: the line stays in the box, and its files with it.
     engine.start(request.request, request.preview, request.budget, buildCommand(request));
     attachments.clear();

@@ -3,11 +3,17 @@
 #include "backend.h"
 
 #include "helpers.h"
+#include "mcp_config.h"
+#include "mcp_link.h"
 #include "programs.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QFileInfo>
 #include <QStandardPaths>
+
+#include <algorithm>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -26,15 +32,37 @@ QJsonValue jsonOf(const QVariant &value)
                           : QJsonValue(QJsonArray::fromVariantList(list));
 }
 
-/// The user's choice, else the one that comes with the application, else the system's; empty when there is none.
-QString ffmpegProgram(const QString &chosen)
+QString existing(const QString &path)
 {
-    const QString bundled = bundledProgram(QCoreApplication::applicationDirPath(), u"ffmpeg"_s);
-    for (const QString &path : {chosen, bundled}) {
-        if (QFileInfo(path).isFile())
-            return path;
+    return QFileInfo(path).isFile() ? path : QString();
+}
+
+/// The user's choice, else where the system has it, the one that comes with the application, or the one on the search
+/// path; empty when there is none.
+QString toolProgram(const QString &name, const QString &chosen)
+{
+    const QString own = existing(chosen);
+    if (!own.isEmpty())
+        return own;
+    const QString installed = name == "blender"_L1 ? installedBlender() : QString();
+    if (!installed.isEmpty())
+        return installed;
+    const QString bundled = existing(bundledProgram(QCoreApplication::applicationDirPath(), name));
+    return bundled.isEmpty() ? QStandardPaths::findExecutable(name) : bundled;
+}
+
+/// The project's media as agents are told of them.
+QJsonArray assetsOf(const QJsonArray &media, const QString &root)
+{
+    QJsonArray assets;
+    for (const QJsonValue &medium : media) {
+        QJsonObject asset;
+        for (const QString &key : {u"path"_s, u"name"_s, u"kind"_s, u"usage"_s, u"pinned"_s})
+            asset[key] = medium[key];
+        asset["absolute_path"_L1] = root + u'/' + medium["path"_L1].toString();
+        assets.append(asset);
     }
-    return QStandardPaths::findExecutable(u"ffmpeg"_s);
+    return assets;
 }
 
 void notYet(const QString &what)
@@ -69,6 +97,26 @@ void Backend::disconnectMcp(const QString &server)
     mcp.disconnectServer(server);
 }
 
+void Backend::allowMcp(const QString &server, bool allow)
+{
+    guard([&] { decideOnServer(core, mcp, server, allow); });
+}
+
+/// By name, so that the order stays, and with what is known of a failure beyond its error.
+QVariantList Backend::mcpServers() const
+{
+    QVariantList shown = mcp.list().toVariantList();
+    for (QVariant &server : shown) {
+        QVariantMap record = server.toMap();
+        record[u"details"_s] = mcp.details(record.value(u"id"_s).toString());
+        server = record;
+    }
+    std::ranges::stable_sort(shown, [](const QVariant &a, const QVariant &b) {
+        return a.toMap().value(u"name"_s).toString().localeAwareCompare(b.toMap().value(u"name"_s).toString()) < 0;
+    });
+    return shown;
+}
+
 void Backend::connectAgents(const QString &, const QString &)
 {
     guard([] { notYet(u"Связи агентов"_s); });
@@ -79,12 +127,14 @@ void Backend::addWorkflowTemplate()
     guard([] { notYet(u"Пример команды"_s); });
 }
 
-/// The preferences become inputs of the next run.
-void Backend::prepareRuntime()
+/// The preferences become inputs of the next run, and the servers that its request names are called up.
+void Backend::prepareRuntime(const QString &request)
 {
     const RunPreferences chosen = runPreferences(preferences.document());
+    if (chosen.computerAccess)
+        startServers(request);
+    connectAgentClients();
     Engine &engine = core.engine;
-    engine.agentProviders.clear();
     engine.computerAccess = chosen.computerAccess;
     engine.automaticRouting = chosen.automaticRouting;
     engine.disabledAgents = QSet<QString>(chosen.disabledAgents.cbegin(), chosen.disabledAgents.cend());
@@ -93,12 +143,46 @@ void Backend::prepareRuntime()
     engine.mcpTools = mcp.availableTools();
 }
 
-/// Which real tools a run may plan with. Only what the program knows for certain by now.
+/// Connecting only begins here: a server that is not up yet is absent from this run.
+void Backend::startServers(const QString &request)
+{
+    discoverMcp();
+    const QStringList wanted = serversToStart(mcp.list(), request);
+    for (const QString &server : wanted)
+        mcp.connectServer(server);
+}
+
+/// Made anew for each run, so that a changed key or address counts from the next task on.
+void Backend::connectAgentClients()
+{
+    Engine &engine = core.engine;
+    engine.agentProviders.clear();
+    qDeleteAll(std::exchange(connection.agentClients, {}));
+    const QJsonObject own = preferences.value(u"agent_api"_s).toObject();
+    for (auto entry = own.begin(); entry != own.end(); ++entry) {
+        auto *agent = new OpenAICompatibleProvider(this);
+        connection.configureAgentClient(*agent, entry.key(), entry.value().toObject(), core.workspace.root());
+        connection.agentClients.insert(entry.key(), agent);
+        engine.agentProviders.insert(entry.key(), agent);
+    }
+}
+
+/// Which real tools this computer has, and where the project's assets are.
 QJsonObject Backend::mediaCapabilities() const
 {
-    return {{u"computer_access"_s, preferences.value(u"computer_access"_s)},
+    const QString home = QDir::homePath();
+    return {{u"browser"_s, browserProgram()},
+            {u"browser_worker"_s, QCoreApplication::applicationDirPath() + u"/tools/browser-check.mjs"_s},
+            {u"project_assets"_s, assetsOf(projectMedia(), core.workspace.root())},
+            {u"computer_access"_s, preferences.value(u"computer_access"_s)},
+            {u"search_roots"_s, QJsonArray{home + u"/Pictures"_s, home + u"/Downloads"_s, home + u"/Documents"_s}},
+            {u"worker"_s, QCoreApplication::applicationFilePath()},
             {u"workspace"_s, core.workspace.root()},
-            {u"ffmpeg"_s, ffmpegProgram(preferences.value(u"ffmpeg_path"_s).toString())}};
+            {u"operations"_s,
+             QJsonArray{u"image: resize,crop,rotate,background behind transparency"_s,
+                        u"obj_transform: scale,translate"_s, u"video: trim,resize"_s, u"frame: extract JPG/PNG"_s}},
+            {u"ffmpeg"_s, toolProgram(u"ffmpeg"_s, preferences.value(u"ffmpeg_path"_s).toString())},
+            {u"blender"_s, toolProgram(u"blender"_s, preferences.value(u"blender_path"_s).toString())}};
 }
 
 } // namespace vesk

@@ -122,6 +122,12 @@ QString McpClient::details(const QString &id) const
     return known ? known->details : QString();
 }
 
+QString McpClient::nameOf(const QString &id) const
+{
+    const ServerPtr known = server(id);
+    return known ? known->name : QString();
+}
+
 // Servers of the project
 
 /// Also of a project that was open when it was found, and of files of the user's own that lie in this project.
@@ -146,19 +152,24 @@ QJsonArray McpClient::requests() const
     return waiting;
 }
 
-QString McpClient::decide(const QString &id, bool allow)
+QString McpClient::waitingDigest(const QString &id) const
 {
     const ServerPtr known = server(id);
-    if (!known || !std::exchange(known->asks, false))
-        return {};
-    const QString digest = allow ? entryDigest(known->config, known->name, root) : QString();
+    return known && known->asks ? entryDigest(known->config, known->name, root) : QString();
+}
+
+void McpClient::decide(const QString &id, bool allow)
+{
+    const QString digest = waitingDigest(id);
+    if (digest.isEmpty())
+        return;
+    server(id)->asks = false;
     if (allow) {
         allowed.insert(digest);
         connectServer(id);
     } else {
         Q_EMIT changed();
     }
-    return digest;
 }
 
 // Sessions

@@ -58,9 +58,10 @@ public:
     QSet<QString> allowed;
     /// What waits for the user's word: an entry as shownEntry() has it, with "id", "name" and "source".
     QJsonArray requests() const;
-    /// The user's word. Yes connects the server and returns the digest to be kept; otherwise, and for what does not
-    /// wait, the text is empty.
-    QString decide(const QString &id, bool allow);
+    /// The digest that a yes to this server is bound to; empty when it does not wait.
+    QString waitingDigest(const QString &id) const;
+    /// The user's word on a server that waits: yes connects it.
+    void decide(const QString &id, bool allow);
 
     // Sessions
 
@@ -73,6 +74,7 @@ public:
     void call(const QString &serverId, const QString &tool, const QJsonObject &arguments,
               const std::function<void(QJsonObject)> &callback);
 
+    QString nameOf(const QString &id) const;
     ServerPtr server(const QString &id) const { return servers.value(id); }
     /// Sends a request. The callback runs once: with the answer, after `timeoutMs`, or when the connection ends.
     void rpc(const ServerPtr &server, const QString &method, const QJsonObject &params, const Callback &callback,
