@@ -352,7 +352,6 @@ private Q_SLOTS:
     {
         QTest::addColumn<WireReply>("reply");
         QTest::addColumn<QString>("status"); ///< Its part of the line about the catalogue.
-        Server elsewhere;
         QStringList many;
         for (int i = 0; i < 100000; ++i)
             many.append(u"model-"_s + QString::number(i));
@@ -364,7 +363,7 @@ private Q_SLOTS:
         QTest::newRow("a page") << WireReply::document(200, page) << u"отвечает не сервер моделей"_s;
         QTest::newRow("a missing page") << WireReply::document(404, page) << u"отвечает не сервер моделей"_s;
         QTest::newRow("elsewhere") << WireReply::document(302, QByteArray(),
-                                                          "Location: http://127.0.0.1:9/v1/models\r\n")
+                                                          "Location: " + elsewhere.url().toUtf8() + "/models\r\n")
                                    << u"пересылает"_s;
         QTest::newRow("the key back") << lists({key, u"a"_s}) << u"Список моделей обновлён"_s;
         QTest::newRow("a wrong key") << WireReply::document(401, "{\"error\":\"bad " + key.toUtf8() + "\"}")
@@ -382,7 +381,6 @@ private Q_SLOTS:
         Server server;
         server.reply = reply;
         ModelDesk desk(u"Проект"_s);
-        QElapsedTimer clock;
         const QString loaded = desk.outcome("loadServerModels", {server.url(), key});
         const qsizetype count = desk.models().size();
         QString leak = desk.leak();
@@ -404,6 +402,7 @@ private Q_SLOTS:
         QVERIFY(count == (loaded.contains("5000"_L1) ? 5000 : loaded.contains(u"обновлён"_s) ? 1 : 0));
         QCOMPARE(leak, QString());
         QVERIFY(!logged.join(u' ').contains(key));
+        QVERIFY(elsewhere.requests.isEmpty());
         for (const QString &outcome : outcomes)
             QVERIFY2(!outcome.startsWith(u"Подключено"_s) && !outcome.isEmpty(), qPrintable(outcome));
         QVERIFY(desk.settings()["mock"_L1].toBool());
@@ -411,6 +410,10 @@ private Q_SLOTS:
         QCOMPARE(desk.outcome("connectServer", {server.url(), u"m"_s, key}), u"Подключено: m"_s);
     }
 
+private:
+    Server elsewhere; ///< Where a server sends those on who ask it.
+
+private Q_SLOTS:
     void aCertificateNobodyTrustsIsSaidToBeThat()
     {
         const QSslConfiguration tls = WireServer::selfSigned();
