@@ -166,7 +166,8 @@ int openInterface(int argc, char **argv)
 int driveBackend(const CommandLine &line)
 {
     QLibrary library(interfaceLibrary());
-    const auto drive = reinterpret_cast<int (*)(const CommandLine *, const QString *)>(library.resolve("veskDriveBackend"));
+    const auto drive
+        = reinterpret_cast<int (*)(const CommandLine *, const QString *)>(library.resolve("veskDriveBackend"));
     require(drive, u"Не удалось загрузить интерфейс: "_s + library.errorString());
     const QString folder = usualDataFolder(line);
     return drive(&line, &folder);

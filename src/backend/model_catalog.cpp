@@ -109,10 +109,11 @@ void ModelCatalog::ask(const QString &base, const QString &key)
     // A key for a server on this machine stays on it, whatever proxy the environment names.
     catalogNetwork.setProxy(isLoopback(QUrl(base).host()) ? QNetworkProxy::NoProxy : QNetworkProxy::DefaultProxy);
     modelsReply = catalogNetwork.get(catalogRequest(base, key));
-    collect(modelsReply, maxBodyBytes, longestAnswer, [this, base, key, noted = catalogGeneration](const ServerReply &answer) {
-        if (noted == catalogGeneration)
-            read(answer, base, key);
-    });
+    collect(modelsReply, maxBodyBytes, longestAnswer,
+            [this, base, key, noted = catalogGeneration](const ServerReply &answer) {
+                if (noted == catalogGeneration)
+                    read(answer, base, key);
+            });
 }
 
 void ModelCatalog::abort()
@@ -130,12 +131,13 @@ void ModelCatalog::read(const ServerReply &answer, const QString &base, const QS
     modelsReply = nullptr;
     reading = true;
     auto promise = std::make_shared<QPromise<Catalog>>();
-    promise->future().then(this, [this, answer, base, hadKey = !key.isEmpty(), noted = catalogGeneration](const Catalog &catalog) {
-        if (noted != catalogGeneration)
-            return;
-        reading = false;
-        take({{answer.status, answer.networkError, {}, answer.endless}, catalog, base, hadKey});
-    });
+    promise->future().then(
+        this, [this, answer, base, hadKey = !key.isEmpty(), noted = catalogGeneration](const Catalog &catalog) {
+            if (noted != catalogGeneration)
+                return;
+            reading = false;
+            take({{answer.status, answer.networkError, {}, answer.endless}, catalog, base, hadKey});
+        });
     QThreadPool::globalInstance()->start([promise, answer, key, provider = catalogProvider] {
         promise->start();
         promise->addResult(answer.isAccepted() ? catalogOf(provider, answer.body, key) : Catalog());

@@ -117,7 +117,10 @@ private Q_SLOTS:
              {{u"json"_s, u"prompt"_s}, {u"thoughts"_s, u"text"_s}, {u"window"_s, 4096}, {u"window_cut"_s, true}},
              u"ok warn ok bad ok warn"_s,
              7},
-            {{.window = 2048, .prose = true}, {{u"json_works"_s, false}, {u"window"_s, 2048}}, u"ok bad ok bad ok warn"_s, 7},
+            {{.window = 2048, .prose = true},
+             {{u"json_works"_s, false}, {u"window"_s, 2048}},
+             u"ok bad ok bad ok warn"_s,
+             7},
             {{.window = 12000, .refusesLong = true}, {{u"window"_s, 12000}}, u"ok ok ok bad ok warn"_s, 6},
             {{.window = 1024, .refusesLong = true}, {{u"window"_s, 1024}}, u"ok ok ok bad ok warn"_s, 4},
             {{.window = 16600}, {{u"window_cut"_s, QJsonValue::Undefined}}, u"ok ok ok ok ok warn"_s, 6},
@@ -155,8 +158,8 @@ private Q_SLOTS:
 
     void garbageIsNoAnswer()
     {
-        for (const QByteArray &body : {QByteArray("<html>"), QByteArray("data: {\ndata:5\n\ndata: [DONE]"), QByteArray(),
-                                       QByteArray("{\"choices\":{},\"usage\":7}")}) {
+        for (const QByteArray &body : {QByteArray("<html>"), QByteArray("data: {\ndata:5\n\ndata: [DONE]"),
+                                       QByteArray(), QByteArray("{\"choices\":{},\"usage\":7}")}) {
             const ProbeAnswer answer = probeAnswer(Probe::JsonObject, {200, 0, body});
             QCOMPARE(answer.content + answer.thoughts, QString());
             QCOMPARE(answer.promptTokens, 0);
@@ -194,7 +197,8 @@ private Q_SLOTS:
             {failed(404, 203), u"не хватает /v1: попробуйте http://127.0.0.1:8080/v1."_s},
             {page, u"не хватает /v1"_s},
             {pathless, u"По адресу http://127.0.0.1:8080/v1 отвечает не сервер моделей. Проверьте порт и путь."_s},
-            {failed(404, 203, u"model 'qwen' not found, try pulling it first"_s), u"Модель qwen на сервере не загружена"_s},
+            {failed(404, 203, u"model 'qwen' not found, try pulling it first"_s),
+             u"Модель qwen на сервере не загружена"_s},
             {failed(400, 302, u"No models loaded. Please load a model"_s), u"Модель qwen на сервере не загружена"_s},
             {failed(503, 403, u"Loading model"_s), u"занят или ещё загружает"_s},
             {failed(503, 403, u"model is loading"_s), u"ещё загружается"_s},
@@ -241,7 +245,8 @@ private Q_SLOTS:
             QVERIFY(catalog.isList && !catalog.isCut);
         }
         QVERIFY(catalogOf(own, "{\"object\":\"list\",\"data\":null}").isList);
-        for (const QByteArray &body : {QByteArray("<html>"), QByteArray("{}"), QByteArray("[]"), QByteArray(99999, '[')})
+        for (const QByteArray &body :
+             {QByteArray("<html>"), QByteArray("{}"), QByteArray("[]"), QByteArray(99999, '[')})
             QVERIFY(!catalogOf(own, body).isList);
     }
 };

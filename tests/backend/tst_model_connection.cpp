@@ -136,8 +136,10 @@ private Q_SLOTS:
         QVERIFY(desk.settings()["mock"_L1].toBool() && desk.settings()["base_url"_L1].toString().isEmpty());
         QCOMPARE(save(true, u"https://example/v1?a=b"_s), QString());
         QCOMPARE(save(false, u" http://localhost:1/v1 "_s), QString());
-        const QJsonObject kept{
-            {u"mock"_s, false}, {u"base_url"_s, u"http://localhost:1/v1"_s}, {u"model"_s, u"any"_s}, {u"parallel"_s, 8}};
+        const QJsonObject kept{{u"mock"_s, false},
+                               {u"base_url"_s, u"http://localhost:1/v1"_s},
+                               {u"model"_s, u"any"_s},
+                               {u"parallel"_s, 8}};
         QCOMPARE(desk.settings(), kept);
         QCOMPARE(desk.status(), u"Настройки сохранены. Подключение можно проверить кнопкой ниже."_s);
         desk.reopen();
@@ -236,9 +238,12 @@ private Q_SLOTS:
         }
         QCOMPARE(desk.outcome("forgetProvider", {alem}), u"Ключ удалён"_s);
         const QList<std::pair<QByteArray, QVariantList>> stoppable{
-            {"connectProvider", {alem, u"m"_s, key}},       {"connectQwen", {key}},
-            {"setAgentApi", {u"coding"_s, alem, u"m"_s, key}}, {"loadModels", {alem, key}},
-            {"loadServerModels", {server.url(), key}},      {"connectServer", {server.url(), u"m"_s, key}},
+            {"connectProvider", {alem, u"m"_s, key}},
+            {"connectQwen", {key}},
+            {"setAgentApi", {u"coding"_s, alem, u"m"_s, key}},
+            {"loadModels", {alem, key}},
+            {"loadServerModels", {server.url(), key}},
+            {"connectServer", {server.url(), u"m"_s, key}},
             {"connectServer", {server.url(), u"m"_s, key, u"coding"_s}}};
         for (const QByteArray stop : {"stopCheck", "stop"}) {
             for (const auto &[operation, arguments] : stoppable) {
@@ -278,10 +283,10 @@ private Q_SLOTS:
     {
         Published server;
         ModelDesk desk;
-        const auto connect = [&](const QString &agent, const QString &provider, const QString &model,
-                                 const QString &itsKey) {
-            return desk.outcome("setAgentApi", {agent, provider, model, itsKey});
-        };
+        const auto connect
+            = [&](const QString &agent, const QString &provider, const QString &model, const QString &itsKey) {
+                  return desk.outcome("setAgentApi", {agent, provider, model, itsKey});
+              };
         QCOMPARE(connect(u"nobody"_s, alem, u"m"_s, key), u"Агент не найден"_s);
         QCOMPARE(connect(u"coding"_s, alem, u" "_s, key), u"Введите ID модели"_s);
         QCOMPARE(connect(u"coding"_s, alem, u"m"_s, u""_s), u"Введите ключ для этого агента"_s);
@@ -315,7 +320,8 @@ private Q_SLOTS:
         QCOMPARE(CredentialStore::read(agentTarget(u"coding"_s)), QString());
         QVERIFY(desk.settings()["mock"_L1].toBool()); // the team's own is another matter
         Server other;
-        for (const auto &[to, given, sent] : {std::tuple{&own, key, true}, {&own, QString(), true}, {&other, QString(), false}}) {
+        for (const auto &[to, given, sent] :
+             {std::tuple{&own, key, true}, {&own, QString(), true}, {&other, QString(), false}}) {
             desk.outcome("connectServer", {to->url(), u"o"_s, given, u"coding"_s});
             QCOMPARE(to->lastKey(), sent ? "Bearer " + key.toUtf8() : QByteArray());
         }
@@ -333,8 +339,7 @@ private Q_SLOTS:
         ModelDesk desk;
         desk.call("loadModels", {alem, u"first"_s});
         QVERIFY(Desk::waitFor([&] { return server.requests.size() == 1; }));
-        QCOMPARE(desk.outcome("loadModels", {alem, key}),
-                 u"Список моделей обновлён. Выберите модель для проверки."_s);
+        QCOMPARE(desk.outcome("loadModels", {alem, key}), u"Список моделей обновлён. Выберите модель для проверки."_s);
         QCOMPARE(desk.models(), QStringList{u"qwen-new"_s});
         QVERIFY(server.requests.last().line.startsWith("GET /v1/models "));
         server.answer = {};
@@ -486,7 +491,8 @@ private Q_SLOTS:
         const QVariantList measures = desk.read("connectionMeasures").toList();
         QStringList marks;
         for (const QVariant &measure : measures)
-            marks.append(measure.toMap().value(u"id"_s).toString() + u' ' + measure.toMap().value(u"mark"_s).toString());
+            marks.append(measure.toMap().value(u"id"_s).toString() + u' '
+                         + measure.toMap().value(u"mark"_s).toString());
         QCOMPARE(marks.join(u", "_s), u"streaming warn, json warn, thoughts ok, window bad, speed warn, images warn"_s);
         QCOMPARE(desk.leak(), QString());
 

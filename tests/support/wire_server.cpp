@@ -1,8 +1,8 @@
 #include "wire_server.h"
 
+#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QFile>
 #include <QPointer>
 #include <QProcess>
 #include <QSslCertificate>
