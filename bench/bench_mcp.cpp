@@ -1,6 +1,7 @@
-// What a call of an MCP tool costs beside a bare client that does nothing but send and receive: over standard input and
+// What a call of an MCP tool costs beside a bare client that does nothing but send and read JSON: over standard input and
 // output, and over HTTP on this machine. With an argument it is the server itself.
 
+#include "helpers.h"
 #include "mcp_client.h"
 #include "mcp_config.h"
 #include "mcp_server.h"
@@ -97,10 +98,10 @@ Cost ofClient(const QJsonObject &config)
     });
 }
 
-const QByteArray &request()
+QByteArray request()
 {
-    static const QByteArray text = R"({"jsonrpc":"2.0","id":3,"method":"tools/call","params":{"name":"echo"}})";
-    return text;
+    return jsonBytes(
+        {{u"jsonrpc"_s, u"2.0"_s}, {u"id"_s, 3}, {u"method"_s, u"tools/call"_s}, {u"params"_s, QJsonObject()}});
 }
 
 Cost ofBareLines(const QString &program)
@@ -109,7 +110,7 @@ Cost ofBareLines(const QString &program)
     server.start(program, {u"--lines"_s});
     std::function<void()> waiting;
     QObject::connect(&server, &QProcess::readyReadStandardOutput, &server, [&] {
-        if (server.canReadLine() && !server.readLine().isEmpty())
+        if (server.canReadLine() && !mcpMessage(server.readLine()).isEmpty())
             waiting();
     });
     const Cost cost = measure([&](const std::function<void()> &next) {
@@ -130,7 +131,8 @@ Cost ofBareHttp(const QString &url)
         QNetworkReply *reply = network.post(http, request());
         QObject::connect(reply, &QNetworkReply::finished, reply, [reply, next] {
             reply->deleteLater();
-            next();
+            if (!mcpMessage(reply->readAll()).isEmpty())
+                next();
         });
     });
 }
