@@ -244,6 +244,7 @@ ApplicationWindow {
             onDetailsRequested: text => app.dialogs().showDetails(text)
             onQueueRequested: app.dialogs().queueDialog.show().open()
             onPermissionsRequested: app.dialogs().permissions.show().open()
+            onServersRequested: app.dialogs().serverRequests.show().open()
             onFilesRequested: app.dialogs().attachmentPicker.show().open()
         }
         ColumnHandle {

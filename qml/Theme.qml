@@ -68,6 +68,7 @@ QtObject {
     readonly property color textCode: "#bcbcbc"
     readonly property color textNote: "#929292"
     readonly property color textStatus: "#aaaaaa"
+    readonly property color textDetail: "#bbbbbb"
     readonly property color placeholder: "#797979"
     readonly property color textInput: "#f0f0f0"
     readonly property color inputPlaceholder: "#777777"

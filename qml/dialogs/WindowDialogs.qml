@@ -21,6 +21,7 @@ Item {
     property alias details: details
     property alias queueDialog: queueDialog
     property alias permissions: permissions
+    property alias serverRequests: serverRequests
     property alias workspaceSettings: workspaceSettings
 
     function beginProject() {
@@ -158,6 +159,10 @@ Item {
             service: root.service
             pending: root.app.current.pending ?? []
         }
+    }
+    LazyDialog {
+        id: serverRequests
+        sourceComponent: McpRequestsDialog { service: root.service }
     }
     LazyDialog {
         id: workspaceSettings

@@ -27,6 +27,7 @@ Rectangle {
     signal detailsRequested(string text)
     signal queueRequested()
     signal permissionsRequested()
+    signal serversRequested()
     signal filesRequested()
 
     color: "transparent"
@@ -172,6 +173,15 @@ Rectangle {
                     Layout.fillWidth: true
                     Layout.preferredHeight: 58
                     onTriggered: root.permissionsRequested()
+                }
+                ActionCard {
+                    objectName: "serverCard"
+                    visible: root.service.mcpRequests.length > 0
+                    text: "Сервер MCP из проекта ждёт разрешения"
+                    action: "Посмотреть"
+                    Layout.fillWidth: true
+                    Layout.preferredHeight: 58
+                    onTriggered: root.serversRequested()
                 }
                 QueueLine {
                     objectName: "queueLine"

@@ -197,7 +197,7 @@ void McpClient::connectServer(const QString &id)
         return;
     if (!known->isHttp())
         return startProgram(known);
-    known->secrets = secretsOf(known->config["headers"_L1].toObject(), {});
+    known->secrets = secretsOf(known->config["headers"_L1].toObject());
     initialize(known);
 }
 
@@ -251,7 +251,7 @@ void McpClient::call(const QString &serverId, const QString &tool, const QJsonOb
         known, u"tools/call"_s, {{u"name"_s, tool}, {u"arguments"_s, arguments}},
         [callback, known](QJsonObject result, const QString &error) {
             result = withoutValues(result, known->secrets).toObject();
-            result["success"_L1] = error.isEmpty() && !result["isError"_L1].toBool();
+            result["success"_L1] = error.isEmpty() && !result.value("isError"_L1).toBool();
             if (error.isEmpty())
                 result.remove("error"_L1);
             else

@@ -24,12 +24,18 @@ constexpr int maxStarted = 8;
 constexpr int shortestSecret = 6;
 constexpr int longOpaqueText = 16;
 
+bool hasTellingName(const QString &name)
+{
+    static const QRegularExpression telling(
+        u"(^|[_-])(key|token|secret|pass|password|passwd|passphrase|auth|credentials?)($|[_-])|(key|token|secret|password)$"_s,
+        QRegularExpression::CaseInsensitiveOption);
+    return name.contains(telling);
+}
+
 bool looksSecret(const QString &name, const QString &value)
 {
-    static const QRegularExpression telling(u"key|token|secret|pass|auth|cred|cookie|session"_s,
-                                            QRegularExpression::CaseInsensitiveOption);
     static const QRegularExpression opaque(u"^[A-Za-z0-9_\\-.=+:]+$"_s);
-    if (name.contains(telling) || (value.contains("://"_L1) && value.contains(u'@')))
+    if (hasTellingName(name) || (value.contains("://"_L1) && value.contains(u'@')))
         return true;
     return value.size() >= longOpaqueText && opaque.match(value).hasMatch();
 }
@@ -122,7 +128,7 @@ QString entryDigest(const QJsonObject &config, const QString &name, const QStrin
     return digest(jsonBytes({{u"name"_s, name}, {u"entry"_s, config}, {u"root"_s, root}}));
 }
 
-QStringList secretsOf(const QJsonObject &headers, const QProcessEnvironment &own)
+QStringList secretsOf(const QJsonObject &headers, const QProcessEnvironment &own, const QProcessEnvironment &inherited)
 {
     QStringList secrets;
     for (auto header = headers.begin(); header != headers.end(); ++header) {
@@ -137,6 +143,12 @@ QStringList secretsOf(const QJsonObject &headers, const QProcessEnvironment &own
     for (const QString &name : names) {
         if (looksSecret(name, own.value(name)))
             secrets.append(own.value(name));
+    }
+    // Of what every program on this machine gets, names alone tell: it is full of other long words.
+    const QStringList others = inherited.keys();
+    for (const QString &name : others) {
+        if (hasTellingName(name) && !inherited.value(name).startsWith(u'/'))
+            secrets.append(inherited.value(name));
     }
     secrets.removeIf([](const QString &value) { return value.size() < shortestSecret; });
     // A longer one may hold a shorter one.

@@ -37,9 +37,10 @@ QJsonObject shownEntry(const QJsonObject &config, const QString &root);
 /// What a consent is bound to: the entry with all it holds, where it stands, and the folder it would run in.
 QString entryDigest(const QJsonObject &config, const QString &name, const QString &root);
 
-/// Values of an entry that must not be seen in anything that a server says: all headers, and what of the environment
-/// looks like a key.
-QStringList secretsOf(const QJsonObject &headers, const QProcessEnvironment &own);
+/// Values that must not be seen in anything that a server says: all headers of its entry, and what of the environment,
+/// its `own` or `inherited`, looks like a key.
+QStringList secretsOf(const QJsonObject &headers, const QProcessEnvironment &own = {},
+                      const QProcessEnvironment &inherited = {});
 
 /// The ids of the servers in a list that this request wants started: at most 8, in the order of the list.
 QStringList serversToStart(const QJsonArray &list, const QString &request);

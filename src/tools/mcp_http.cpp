@@ -25,6 +25,7 @@ constexpr int transferLimitMs = 120000;
 constexpr int notificationLimitMs = 2000;
 constexpr int parallelRequests = 8;
 constexpr qint64 readAheadBytes = 1048576;
+constexpr qsizetype onePieceBytes = 8192;
 
 bool maySendTo(const QUrl &url)
 {
@@ -93,7 +94,9 @@ void McpClient::post(const ServerPtr &server, const QJsonObject &message)
     // What says that requests are given up goes out after they are, and ends by itself.
     if (!cancels)
         reply->setObjectName(server->id);
-    sendWithoutDelay(reply);
+    // A short one over HTTP/1 goes out in one piece, which waits for nothing.
+    if (body.size() > onePieceBytes || url.scheme() == "https"_L1)
+        sendWithoutDelay(reply);
     connect(reply, &QNetworkReply::readyRead, this, [this, reply, exchange] { readReply(reply, exchange); });
     connect(reply, &QNetworkReply::finished, this, [this, reply, exchange] { finishReply(reply, exchange); });
 }

@@ -21,7 +21,9 @@ namespace vesk {
 
 namespace {
 
-constexpr qsizetype keptErrorBytes = 4096;
+constexpr qsizetype shownErrorChars = 4096;
+// More than is shown, so that no part of a key stands at the cut.
+constexpr qsizetype keptErrorBytes = 4 * shownErrorChars;
 
 // A turn of the event loop takes no more than this of a server that writes without end.
 constexpr qint64 pieceBytes = 65536;
@@ -87,8 +89,8 @@ void McpClient::launch(const ServerPtr &server, const QString &program, const QS
     QProcessEnvironment added;
     for (auto entry = own.begin(); entry != own.end(); ++entry)
         added.insert(entry.key(), expanded(entry.value().toString(), root, QProcessEnvironment::systemEnvironment()));
+    server->secrets = secretsOf({}, added, environment);
     environment.insert(added);
-    server->secrets = secretsOf({}, added);
 
     const QString path = program.contains(u'/') ? QDir(root).absoluteFilePath(program)
                                                 : QStandardPaths::findExecutable(program, folders);
@@ -160,7 +162,7 @@ void McpClient::ended(const ServerPtr &server)
         if (process->state() == QProcess::NotRunning)
             server->lastErrors = (server->lastErrors + process->readAllStandardError()).right(keptErrorBytes);
         if (!server->lastErrors.isEmpty())
-            server->details = server->clean(QString::fromUtf8(server->lastErrors).trimmed());
+            server->details = server->clean(QString::fromUtf8(server->lastErrors).trimmed()).right(shownErrorChars);
     }
     const auto given = std::exchange(server->pending, {});
     // One that never ran has no handshake to fail.

@@ -21,8 +21,8 @@ constexpr double largestId = 9007199254740992.0;
 /// Pictures and sounds come as base64: to a run they are megabytes that nobody reads.
 void dropBytes(QJsonObject &part, const QString &key)
 {
-    if (part[key].isString())
-        part[key] = u"не передано, байт: "_s + QString::number(part[key].toString().size() / 4 * 3);
+    if (const QJsonValue bytes = part.value(key); bytes.isString())
+        part[key] = u"не передано, байт: "_s + QString::number(bytes.toString().size() / 4 * 3);
 }
 
 /// One part of a result, its text cut to what room is left; empty when there is none for the rest of it. Takes what it
@@ -30,11 +30,11 @@ void dropBytes(QJsonObject &part, const QString &key)
 QJsonObject boundedPart(QJsonObject part, qsizetype &room)
 {
     dropBytes(part, u"data"_s);
-    QJsonObject resource = part["resource"_L1].toObject();
+    QJsonObject resource = part.value("resource"_L1).toObject();
     dropBytes(resource, u"blob"_s);
     if (!resource.isEmpty())
         part["resource"_L1] = resource;
-    const QString text = part["text"_L1].toString();
+    const QString text = part.value("text"_L1).toString();
     const qsizetype rest = jsonBytes(part).size() - jsonBytes({{u"text"_s, text}}).size();
     if (rest > room)
         return {};

@@ -77,3 +77,13 @@ def test_a_connection_is_probed(vesk, name, script, code):
     assert ended.code == code, ended.said
     assert code == 2 or f"{name} {['Подключён', '', '', 'Ошибка'][code]} tools {int(not code)}" in ended.err
     assert until(lambda: not vesk.alive())
+
+
+def test_a_killed_program_takes_its_servers_along(vesk, model):
+    describe(vesk.folder / "home/.mcp.json", READY + "sleep 1000 & exec sleep 1000", vesk.folder / "called")
+    model.answers["planner"] = asks
+    process = vesk.start(*vesk.arguments(*REQUEST, *model.options()))
+    assert until((vesk.folder / "called").exists)
+    process.kill()
+    process.communicate()
+    assert until(lambda: not vesk.alive())

@@ -2,6 +2,7 @@
 #include "engine.h"
 #include "files.h"
 #include "json_text.h"
+#include "mcp_script.h"
 #include "openai_provider.h"
 #include "process_containment.h"
 #include "programs.h"
@@ -15,16 +16,12 @@ using namespace vesk;
 
 namespace {
 
-/// Names servers in a file. They shake hands and have no tool.
+/// Names servers in a file.
 void describe(const QString &file, const QStringList &names)
 {
-    const QString script = file + u".sh"_s;
-    save(script,
-         "read -r a; echo \"${a%%,*},\\\"result\\\":{}}\"; read -r b; read -r c\n"
-         "echo \"${c%%,*},\\\"result\\\":{\\\"tools\\\":[]}}\"; cat\n");
     QJsonObject servers;
     for (const QString &name : names)
-        servers[name] = object(u"{'command':'sh','args':['%1']}"_s.arg(script));
+        servers[name] = mcpProgram(u"cat"_s);
     save(file, jsonBytes({{u"mcpServers"_s, servers}}));
 }
 

@@ -18,6 +18,11 @@ Item {
         property var settings: ({ mock: true, provider: "" })
         property var calls: []
         function connectProvider(provider: string, model: string, key: string) { calls.push([provider, model, key]); }
+        property var mcpServers: []
+        property var mcpRequests: []
+        function connectMcp(id: string) { calls.push(["connect", id]); }
+        function disconnectMcp(id: string) { calls.push(["disconnect", id]); }
+        function allowMcp(id: string, allow: bool) { calls.push([id, allow]); }
         function renameTask(task: string, title: string) { calls.push([task, title]); }
     }
     Component {
@@ -26,6 +31,7 @@ Item {
     }
     Component { id: lazyComponent; LazyDialog { sourceComponent: dialogComponent } }
     Component { id: apiComponent; MainApi { width: 360; service: root.service } }
+    Component { id: mcpComponent; McpPage { width: 740; height: 560; backend: root.service } }
     Component { id: renameComponent; RenameBox { width: 208; service: root.service; task: "t1"; draft: "Черновик" } }
 
     TestCase {
@@ -149,6 +155,43 @@ Item {
             compare([key.text, status.text, stub.calls.length], ["", "Подключено: qwen3-8", 2]);
             stub.message = "Нет сети";
             compare(status.text, "Нет сети");
+        }
+        function test_aServerSaysHowItStandsWithIt_data() {
+            return [
+                { status: "Доступен", text: "Доступен для подключения", button: "Подключить", called: "connect" },
+                { status: "Подключение…", text: "Подключаюсь…", button: "Подключить", called: "" },
+                { status: "Подключён", text: "Подключён · инструментов: 3", button: "Отключить", called: "disconnect" },
+                { status: "Ошибка", error: "<b>нет</b>", text: "<b>нет</b>", button: "Подключить", called: "connect",
+                  details: "Traceback" }
+            ].map(row => Object.assign({ tag: row.status, error: "", details: "" }, row));
+        }
+        function test_aServerSaysHowItStandsWithIt(data) {
+            stub.mcpServers = [{ id: "s", name: "и".repeat(300), tool_count: 3, status: data.status, error: data.error,
+                                 details: data.details }];
+            const page = createTemporaryObject(mcpComponent, root);
+            const list = findChild(page, "mcpServers");
+            tryVerify(() => list.itemAtIndex(0));
+            const entry = list.itemAtIndex(0);
+            compare(findChild(entry, "serverStatus").text, data.text);
+            compare(findChild(entry, "serverDetails").visible, data.details !== "");
+            compare(entry.width, list.width);
+            const button = findChild(entry, "serverAction");
+            compare(button.text, data.button);
+            mouseClick(button);
+            compare(stub.calls, data.called ? [[data.called, "s"]] : []);
+        }
+        function test_aServerOfTheProjectIsShownInFullBeforeItIsAllowed() {
+            stub.mcpServers = [];
+            stub.mcpRequests = [{ id: "p", name: "Имя", source: "/p/.mcp.json", program: "sh", arguments: ["-c", "\u202e"],
+                                  cwd: "/p", environment: ["KEY"] }];
+            const page = createTemporaryObject(mcpComponent, root);
+            verify(findChild(page, "noServers").visible);
+            const text = findChild(findChild(page, "serverEntry"), "plainText").text;
+            for (const shown of ['"sh"', '"-c"', "u202e", '"/p"', '"KEY"', "/p/.mcp.json"])
+                verify(text.includes(shown), shown);
+            mouseClick(findChild(page, "allowServer"));
+            mouseClick(findChild(page, "denyServer"));
+            compare(stub.calls, [["p", true], ["p", false]]);
         }
         function test_theFormSaysWhatIsConnectedAlready() {
             stub.settings = { mock: false, provider: "Alem Plus" };

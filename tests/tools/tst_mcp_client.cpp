@@ -2,6 +2,7 @@
 #include "json_text.h"
 #include "mcp_client.h"
 #include "mcp_config.h"
+#include "mcp_script.h"
 #include "mcp_server.h"
 #include "tagged_processes.h"
 #include "wire_server.h"
@@ -14,26 +15,6 @@ using namespace Qt::StringLiterals;
 using namespace vesk;
 
 namespace {
-
-/// Moc reads raw literals of plain characters only.
-QString sh(const char *script)
-{
-    return QString::fromUtf8(script);
-}
-
-/// A server in the shell that has been connected and has one tool, "t"; then what `more` does. Ids of requests count
-/// from 1, so the first call has 3.
-QString shellServer(const QString &more)
-{
-    return u"read -r a; echo '{\"id\":1,\"result\":{}}'; read -r b; read -r c; echo "
-           "'{\"id\":2,\"result\":{\"tools\":[{\"name\":\"t\"}]}}'; read -r d; "_s
-        + more;
-}
-
-QJsonObject program(const QString &script, const QJsonObject &environment = {})
-{
-    return {{u"command"_s, u"sh"_s}, {u"args"_s, QJsonArray{u"-c"_s, script}}, {u"env"_s, environment}};
-}
 
 /// A client in a home and a project of its own.
 struct Desk {
@@ -56,14 +37,15 @@ struct Desk {
         return status();
     }
     QString status() const { return client.server(id)->status; }
+    QString ending() const { return status() + u'|' + client.server(id)->error + u'|' + client.details(id); }
 
-    /// What a call of "t" gives, in one line.
+    /// What a call of "t" gives, with ' for ".
     QString call()
     {
         QJsonObject answer;
         client.call(id, u"t"_s, {{u"a"_s, 1}}, [&](const QJsonObject &result) { answer = result; });
         (void)QTest::qWaitFor([&] { return !answer.isEmpty(); }, 30000);
-        return fields(answer, u"success error content"_s).trimmed();
+        return json(answer).replace(u'"', u'\'');
     }
 
     QTemporaryDir folder;
@@ -104,46 +86,73 @@ class McpClientTest : public QObject {
 private Q_SLOTS:
     void initTestCase() { ProcessContainment::useGuard(QStringLiteral(VESK_GUARD_PROGRAM)); }
 
-    void aProgramAnswersInItsOwnWay_data()
+    void aServerIsTakenAsItComes_data()
     {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<QString>("result");
+        QTest::addColumn<QJsonObject>("config");
+        QTest::addColumn<QString>("result"); // Of a call.
         QTest::addColumn<QString>("ending"); // Status, error and details afterwards.
-        const auto row
-            = [](const char *name, const QString &script, const QString &result,
-                 const QString &ending = u"Подключён||"_s) { QTest::newRow(name) << script << result << ending; };
-        const QString answer = sh(R"(echo '{"id":3,"result":{"content":["да"]}}'; cat)");
-        const QString good = u"true  ['да']"_s;
-        row("plainly", answer, good);
-        row("behind a batch",
-            sh(R"(i=0; while [ $i -lt 2000 ]; do echo '{"method":"n"}'; i=$((i+1)); done; echo '{'; )") + answer, good);
-        row("behind a request with our number", sh(R"(echo '{"id":3,"method":"ping"}'; )") + answer, good);
-        row("behind an id as text", sh(R"(echo '{"id":"3","result":{}}'; )") + answer, good);
-        row("with CRLF", sh(R"(printf '{"id":3,"result":{"content":["да"]}}\r\n'; cat)"), good);
-        row("with a failure of the tool", sh(R"(echo '{"id":3,"result":{"isError":true,"error":"x"}}'; cat)"),
-            u"false"_s);
-        row("with an error without words", sh(R"(echo '{"id":3,"error":{}}'; cat)"), u"false Ошибка MCP"_s);
-        row("with its key", sh(R"(echo '{"id":3,"error":{"message":"bad sesam-1234!"}}'; cat)"), u"false bad •••!"_s);
-        row("with its key in the result", sh(R"(echo '{"id":3,"result":{"content":["sesam-1234"]}}'; cat)"),
-            u"true  ['•••']"_s);
-        row("by dying in mid-line", sh(R"(printf '{"id":3,"result"'; echo oops $API_KEY >&2; kill -9 $$)"),
-            u"false MCP-сервер отключился"_s, u"Отключён||oops •••"_s);
-        row("with a line without end", u"yes | tr -d '\\n'"_s, u"false MCP-сервер отключился"_s,
-            u"Отключён|Слишком большой ответ MCP|"_s);
+        const auto row = [](const char *name, const char *script, const char *result,
+                            const char *ending = "Подключён||", bool handshake = true) {
+            QTest::newRow(name) << mcpProgram(QString::fromUtf8(script), handshake, {{u"API_KEY"_s, u"sesam-1234"_s}})
+                                << u"{%1'success':%2}"_s.arg(QString::fromUtf8(result),
+                                                             QByteArray(result).contains("да") ? u"true"_s : u"false"_s)
+                                << QString::fromUtf8(ending);
+        };
+        const char *good = "'content':['да'],";
+        const char *gone = "'error':'MCP-сервер отключился',";
+        const char *none = "'error':'MCP-сервер не подключён',";
+        row("plain", "reply '\"result\":{\"content\":[\"да\"]}'; cat", good);
+        row("a batch",
+            "yes '{\"method\":\"n\"}' | head -2000; echo '{'; reply '\"result\":{\"content\":[\"да\"]}'; cat", good);
+        row("requests", "reply '\"method\":\"ping\"'; reply '\"result\":{\"content\":[\"да\"]}'; cat", good);
+        row("ids as text", "echo '{\"id\":\"3\"}'; reply '\"result\":{\"content\":[\"да\"]}'; cat", good);
+        row("CRLF", "reply '\"result\":{\"content\":[\"да\"]}' | tr '\\n' '\\r'; echo; cat", good);
+        row("a failure", "reply '\"result\":{\"isError\":true,\"error\":\"x\"}'; cat", "'isError':true,");
+        row("no words", "reply '\"error\":{}'; cat", "'error':'Ошибка MCP',");
+        row("its key", "reply '\"error\":{\"message\":\"bad sesam-1234!\"}'; cat", "'error':'bad •••!',");
+        row("its key in a result", "reply \"\\\"result\\\":{\\\"content\\\":[\\\"да $API_KEY\\\"]}\"; cat",
+            "'content':['да •••'],");
+        row("death in mid-line", "reply '\"resu' | tr -d '\\n'; echo oops $API_KEY >&2; kill -9 $$", gone,
+            "Отключён||oops •••");
+        row("a line without end", "yes | tr -d '\\n'", gone, "Отключён|Слишком большой ответ MCP|");
+        row("death at once", "echo kaputt >&2; exit 3", none, "Ошибка|MCP-сервер отключился|kaputt", false);
+        row("refusal", "ask; reply '\"error\":{\"message\":\"нет\"}'; cat", none, "Ошибка|нет|", false);
+        row("no list", "ask; reply '\"result\":{}'; ask; ask; reply '\"result\":{}'; cat", none,
+            "Ошибка|Некорректный список инструментов|", false);
+        const auto fails = [&](const char *name, const QString &config, const QString &ending) {
+            QTest::newRow(name) << object(config) << u"{%1'success':false}"_s.arg(QString::fromUtf8(none)) << ending;
+        };
+        fails("unfilled", u"{'command':'${input:key}'}"_s,
+              u"Ошибка|Заполните переменные MCP в исходной конфигурации|"_s);
+        fails("plain http", u"{'url':'http://a.example/','command':'sh'}"_s,
+              u"Ошибка|MCP требует HTTPS или локальный HTTP|"_s);
+        fails("no such path", u"{'command':'/no/such'}"_s, u"Отключён||Программа «/no/such» не найдена."_s);
     }
-    void aProgramAnswersInItsOwnWay()
+    void aServerIsTakenAsItComes()
     {
-        QFETCH(QString, script);
+        QFETCH(QJsonObject, config);
         QFETCH(QString, ending);
         const TaggedProcesses started;
         Desk desk;
-        QCOMPARE(desk.connectTo(program(shellServer(script), {{u"API_KEY"_s, u"sesam-1234"_s}})), u"Подключён"_s);
+        const QString first = desk.connectTo(config,
+                                             ending.startsWith(u"Отключён||Про") ? u"Отключён"_s
+                                                 : ending.contains(u"Ошибка"_s)  ? u"Ошибка"_s
+                                                                                 : u"Подключён"_s);
         QTEST(desk.call(), "result");
-        QCOMPARE(desk.status() + u'|' + desk.client.server(desk.id)->error + u'|' + desk.client.details(desk.id),
-                 ending);
-        // What has died can be connected anew, and nothing of the first is in the way.
+        QTRY_COMPARE(desk.ending(), ending);
         desk.client.disconnectServer(desk.id);
         QVERIFY(started.vanish());
+        QCOMPARE(desk.connectTo(config, first), first); // Nothing of the first connection is in the way.
+    }
+
+    void aProgramThatCannotBeExecutedSaysSo()
+    {
+        Desk desk;
+        const QString text = desk.folder.filePath(u"text"_s);
+        save(text, "#!/no/such/interpreter\n");
+        QFile::setPermissions(text, QFile::ReadOwner | QFile::ExeOwner);
+        desk.connectTo({{u"command"_s, text}}, u"Отключён"_s);
+        QCOMPARE(desk.ending(), u"Отключён||"_s + text + u": No such file or directory"_s);
     }
 
     void anHttpServerAnswersInItsOwnWay_data()
@@ -151,8 +160,8 @@ private Q_SLOTS:
         QTest::addColumn<WireReply>("reply");
         QTest::addColumn<QString>("result");
         const QByteArray answer = R"({"id":3,"result":{"content":["да"]}})";
-        const QString good = u"true  ['да']"_s;
-        const QString none = u"false MCP не вернул ответ: HTTP "_s;
+        const QString good = u"{'content':['да'],'success':true}"_s;
+        const QString none = u"{'error':'MCP не вернул ответ: HTTP %1','success':false}"_s;
         const qsizetype letter = answer.indexOf("д") + 1;
         QTest::newRow("json") << WireReply::document(200, answer) << good;
         QTest::newRow("events cut in a letter")
@@ -166,12 +175,12 @@ private Q_SLOTS:
             reply.end = WireReply::End::Silence;
             return reply;
         }() << good;
-        QTest::newRow("a last line without end") << stream({"data: " + answer}) << none + u"200"_s;
-        QTest::newRow("a session that has ended") << WireReply::document(404, QByteArray("gone")) << none + u"404"_s;
-        QTest::newRow("a redirect") << WireReply::document(302, QByteArray(), "Location: /v2\r\n") << none + u"302"_s;
-        QTest::newRow("202 without a body") << WireReply::document(202, QByteArray()) << none + u"202"_s;
+        QTest::newRow("a last line without end") << stream({"data: " + answer}) << none.arg(200);
+        QTest::newRow("a session that has ended") << WireReply::document(404, QByteArray("gone")) << none.arg(404);
+        QTest::newRow("a redirect") << WireReply::document(302, QByteArray(), "Location: /v2\r\n") << none.arg(302);
+        QTest::newRow("202 without a body") << WireReply::document(202, QByteArray()) << none.arg(202);
         QTest::newRow("too much") << WireReply::document(200, answer + QByteArray(maxMcpMessageBytes, ' '))
-                                  << none + u"200"_s;
+                                  << none.arg(200);
     }
     void anHttpServerAnswersInItsOwnWay()
     {
@@ -192,56 +201,17 @@ private Q_SLOTS:
                         "{'name':'VESK','version':'1.1'},'protocolVersion':'2025-03-26'}}"_s));
     }
 
-    void aConnectionThatFailsSaysWhy_data()
-    {
-        QTest::addColumn<QJsonObject>("config");
-        QTest::addColumn<QString>("ending");
-        const auto ended = [](const QString &script) { return program(script); };
-        QTest::newRow("unfilled") << QJsonObject{{u"command"_s, u"${input:key}"_s}}
-                                  << u"Ошибка|Заполните переменные MCP в исходной конфигурации|"_s;
-        QTest::newRow("plain http") << QJsonObject{{u"url"_s, u"http://example.org/"_s}, {u"command"_s, u"sh"_s}}
-                                    << u"Ошибка|MCP требует HTTPS или локальный HTTP|"_s;
-        QTest::newRow("no such path") << QJsonObject{{u"command"_s, u"/no/such"_s}}
-                                      << u"Отключён||Программа «/no/such» не найдена."_s;
-        QTest::newRow("no program") << QJsonObject{{u"command"_s, u"/etc/mcp-text"_s}} << u""_s;
-        QTest::newRow("dies at once") << ended(u"echo kaputt >&2; exit 3"_s)
-                                      << u"Ошибка|MCP-сервер отключился|kaputt"_s;
-        QTest::newRow("refuses") << ended(sh(R"(read -r a; echo '{"id":1,"error":{"message":"нет"}}'; cat)"))
-                                 << u"Ошибка|нет|"_s;
-        QTest::newRow("lists nothing") << ended(
-            sh(R"(read -r a; echo '{"id":1,"result":{}}'; read -r b; read -r c; echo '{"id":2,"result":{}}'; cat)"))
-                                       << u"Ошибка|Некорректный список инструментов|"_s;
-    }
-    void aConnectionThatFailsSaysWhy()
-    {
-        QFETCH(QJsonObject, config);
-        QFETCH(QString, ending);
-        Desk desk;
-        if (ending.isEmpty()) {
-            const QString text = desk.folder.filePath(u"text"_s);
-            save(text, "#!/no/such/interpreter\n");
-            QFile::setPermissions(text, QFile::ReadOwner | QFile::ExeOwner);
-            config[u"command"_s] = text;
-            ending = u"Отключён||"_s + text + u": No such file or directory"_s;
-        }
-        const QString wanted = ending.section(u'|', 0, 0);
-        desk.connectTo(config, wanted);
-        QTRY_COMPARE(desk.status() + u'|' + desk.client.server(desk.id)->error + u'|' + desk.client.details(desk.id),
-                     ending);
-    }
-
     void anAnswerThatComesTooLateIsDropped()
     {
         Desk desk;
-        desk.connectTo(program(
-            shellServer(sh(R"(read -r e; echo '{"id":3,"result":{"n":3}}'; echo '{"id":4,"result":{"n":4}}'; cat)"))));
+        desk.connectTo(mcpProgram(u"late=$line; ask; now=$line; line=$late; reply '\"result\":{\"n\":3}'; line=$now; "
+                                  "reply '\"result\":{\"n\":4}'; cat"_s));
         QStringList got;
         const auto note = [&](const QJsonObject &result, const QString &error) { got.append(error + json(result)); };
         desk.client.rpc(desk.client.server(desk.id), u"slow"_s, {}, note, 1);
         QTRY_COMPARE(got, QStringList{u"MCP не ответил вовремя{}"_s});
         desk.client.rpc(desk.client.server(desk.id), u"quick"_s, {}, note, 30000);
-        QTRY_COMPARE(got.last(), u"{\"n\":4}"_s);
-        QCOMPARE(got.size(), 2);
+        QTRY_COMPARE(got, (QStringList{u"MCP не ответил вовремя{}"_s, u"{\"n\":4}"_s}));
     }
 
     void aStopTellsTheServersAndEndsThem()
@@ -249,7 +219,7 @@ private Q_SLOTS:
         const TaggedProcesses started;
         Desk desk;
         const QString log = desk.folder.filePath(u"log"_s);
-        desk.connectTo(program(shellServer(u"sleep 1000 & setsid sleep 1000 & cat > "_s + log)));
+        desk.connectTo(mcpProgram(u"sleep 1000 & setsid sleep 1000 & cat > "_s + log));
         WireServer http(httpServer({{}, WireReply::End::Silence}));
         desk.client.add(u"Сеть"_s, {{u"url"_s, http.url()}}, {});
         const QString web = mcpServerId({}, u"Сеть"_s);
@@ -273,7 +243,7 @@ private Q_SLOTS:
     void aServerThatReadsNothingIsNotFilledUp()
     {
         Desk desk;
-        desk.connectTo(program(shellServer(u"exec sleep 1000"_s)));
+        desk.connectTo(mcpProgram(u"exec sleep 1000"_s));
         QStringList got;
         for (int i = 0; i < 3; ++i)
             desk.client.call(desk.id, u"t"_s, {{u"a"_s, QString(2000000, u'x')}},
@@ -305,50 +275,11 @@ private Q_SLOTS:
         QVERIFY(desk.client.server(mcpServerId(home + u".mcp.json"_s, u"b"_s))->config.contains("url"_L1));
     }
 
-    void aServerOfTheProjectWaitsForTheUser()
-    {
-        const TaggedProcesses started;
-        const QJsonObject entry = program(shellServer(u"cat"_s), {{u"A"_s, u"sesam-1234"_s}});
-        const auto desk = [&](const QJsonObject &config, const QSet<QString> &allowed) {
-            auto made = std::make_unique<Desk>();
-            made->root = u"/tmp"_s; // Wherever it lies: what is allowed is the same entry in the same folder.
-            made->client.scan(made->root);
-            made->client.add(u"Проект"_s, config, u"/tmp/.mcp.json"_s);
-            made->client.allowed = allowed;
-            made->id = mcpServerId(u"/tmp/.mcp.json"_s, u"Проект"_s);
-            made->client.connectServer(made->id);
-            return made;
-        };
-        const auto first = desk(entry, {});
-        QCOMPARE(first->status(), u"Доступен"_s);
-        QCOMPARE(first->client.requests().size(), 1);
-        QJsonObject shown = first->client.requests().first().toObject();
-        QCOMPARE(fields(shown, u"name source program cwd environment"_s), u"Проект /tmp/.mcp.json sh /tmp ['A']"_s);
-        QCOMPARE(shown["arguments"_L1], entry["args"_L1]);
-        QVERIFY(!json(shown).contains(u"sesam"_s));
-        const QString digest = first->client.waitingDigest(first->id);
-        first->client.decide(first->id, true);
-        QTRY_COMPARE(first->status(), u"Подключён"_s);
-        QVERIFY(first->client.requests().isEmpty());
-
-        // After a restart what was allowed needs no word, and what has changed by a letter does.
-        const auto again = desk(entry, {digest});
-        QTRY_COMPARE(again->status(), u"Подключён"_s);
-        QJsonObject changed = entry;
-        changed["env"_L1] = QJsonObject{{u"A"_s, u"sesam-1235"_s}};
-        const auto other = desk(changed, {digest});
-        QCOMPARE(other->status(), u"Доступен"_s);
-        other->client.decide(other->id, false);
-        QVERIFY(other->client.requests().isEmpty());
-        other->client.decide(other->id, true);
-        QCOMPARE(other->status(), u"Доступен"_s);
-    }
-
     void programsAreFoundAsTheShellFindsThem()
     {
         Desk desk;
         const QString bin = desk.folder.filePath(u"bin"_s);
-        save(bin + u"/mcp-tool"_s, "#!/bin/sh\n" + shellServer(u"cat"_s).toUtf8());
+        save(bin + u"/mcp-tool"_s, "#!/bin/sh\n" + mcpProgram(u"cat"_s)["args"_L1][1].toString().toUtf8());
         save(bin + u"/shell"_s, "#!/bin/sh\necho Привет; PATH=" + bin.toUtf8() + ":$PATH; eval \"$4\"\n");
         for (const QString &name : {u"/mcp-tool"_s, u"/shell"_s})
             QFile::setPermissions(bin + name, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -368,16 +299,17 @@ private Q_SLOTS:
     void onlySoManyToolsAreTaken()
     {
         Desk desk;
-        const QString tool = sh(R"(i=0; while [ $i -lt 600 ]; do printf '{"name":"n%s"},' $i; i=$((i+1)); done)");
-        desk.connectTo(program(
-            sh(R"(read -r a; echo '{"id":1,"result":{}}'; read -r b; read -r c; printf '{"id":2,"result":{"tools":['; %1; printf '{"name":"%s"}]}}\n' $(head -c 70000 /dev/zero | tr '\0' x); cat)")
-                .arg(tool)));
+        desk.connectTo(mcpProgram(
+            u"ask; reply '\"result\":{}'; ask; ask; reply \"\\\"result\\\":{\\\"tools\\\":[$(yes "
+            "'{\"name\":\"n\"},' | head -600){\\\"name\\\":\\\"$(yes | head -35000 | tr -d "
+            "'\\n')\\\"},{\\\"name\\\":\\\"$(yes | head -70000 | tr -d '\\n')\\\"}]}\" | tr -d '\\n'; echo; cat"_s,
+            false));
         QCOMPARE(desk.client.availableTools().size(), 512);
         QCOMPARE(desk.said.join(u'|'),
-                 u"Проба: Подключён · инструментов: 512|Проба: не взято инструментов: 89. "
+                 u"Проба: Подключён · инструментов: 512|Проба: не взято инструментов: 90. "
                  "Предел — 512, по 64 КиБ каждый."_s);
-        QCOMPARE(fields(desk.client.availableTools().first(), u"name server_name server_id"_s),
-                 u"n0 Проба "_s + desk.id);
+        QCOMPARE(json(desk.client.availableTools().first().toObject()),
+                 u"{\"name\":\"n\",\"server_id\":\"%1\",\"server_name\":\"Проба\"}"_s.arg(desk.id));
     }
 
     void aResultIsBoundedAndSaysWhoseItIs()
@@ -389,6 +321,7 @@ private Q_SLOTS:
                                  {u"structuredContent"_s, QJsonObject{{u"x"_s, text}}},
                                  {u"success"_s, true}};
         const QJsonObject bounded = boundedResult(result, u"Сервер"_s, u"t"_s);
+        QCOMPARE(bounded["content"_L1][0].toObject().keys(), (QStringList{u"data"_s, u"type"_s}));
         QCOMPARE(fields(bounded, u"server tool success truncated structuredContent content.0.data"_s),
                  u"Сервер t true true  не передано, байт: 3000"_s);
         QCOMPARE(bounded["content"_L1][1]["text"_L1].toString(), text);

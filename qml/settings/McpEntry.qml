@@ -1,0 +1,71 @@
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+import "../Wording.js" as Wording
+
+/* One server: its name, how it stands with it, and the button that changes that. Below, if it has failed, what it said. */
+Column {
+    id: root
+
+    required property var server
+    signal connectRequested()
+    signal disconnectRequested()
+
+    readonly property bool connected: server.status === "Подключён"
+    readonly property bool connecting: server.status === "Подключение…"
+    readonly property string said: server.details ?? ""
+
+    spacing: 6
+
+    Rectangle {
+        width: root.width
+        height: 104
+        radius: 12
+        color: Theme.rowSelected
+        ColumnLayout {
+            anchors { fill: parent; margins: 12 }
+            spacing: 6
+            RowLayout {
+                spacing: 12
+                LabelText {
+                    objectName: "serverName"
+                    text: Wording.visible(root.server.name ?? "")
+                    color: Theme.textStrong
+                    wrapMode: Text.NoWrap
+                    elide: Text.ElideRight
+                    Layout.fillWidth: true
+                }
+                Action {
+                    objectName: "serverAction"
+                    text: root.connected ? "Отключить" : "Подключить"
+                    enabled: !root.connecting
+                    Accessible.name: text + " " + (root.server.name ?? "")
+                    onClicked: root.connected ? root.disconnectRequested() : root.connectRequested()
+                }
+            }
+            LabelText {
+                objectName: "serverStatus"
+                text: root.server.error ? Wording.visible(root.server.error)
+                    : root.connected ? "Подключён · инструментов: " + root.server.tool_count
+                    : root.connecting ? "Подключаюсь…" : "Доступен для подключения"
+                color: Theme.textDetail
+                font.pixelSize: Theme.note
+                elide: Text.ElideRight
+                verticalAlignment: Text.AlignTop
+                Layout.fillWidth: true
+                Layout.fillHeight: true
+            }
+        }
+    }
+    PlainArea {
+        objectName: "serverDetails"
+        visible: root.said !== "" && !root.connected
+        width: root.width
+        height: visible ? Math.min(120, implicitHeight) : 0
+        name: "Что сообщил сервер"
+        text: Wording.visible(root.said)
+        textColor: Theme.textDetail
+        textFont.family: Theme.codeFamily
+        textFont.pixelSize: Theme.note
+    }
+}

@@ -1,0 +1,77 @@
+pragma ComponentBehavior: Bound
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* The servers of other programs, found on this machine and in the project. */
+ColumnLayout {
+    id: root
+
+    required property Backend backend
+
+    objectName: "mcpPage"
+    spacing: 12
+
+    RowLayout {
+        spacing: 12
+        LabelText {
+            text: "Подключения к программам"
+            font.pixelSize: Theme.title
+            color: Theme.textStrong
+            Layout.fillWidth: true
+        }
+        Action {
+            objectName: "findServers"
+            text: "Найти серверы"
+            onClicked: root.backend.discoverMcp()
+        }
+    }
+    LabelText {
+        text: "Roblox Studio: Assistant → Manage MCP Servers → Enable Studio as MCP server."
+        color: Theme.textStatus
+        Layout.fillWidth: true
+    }
+    Note {
+        objectName: "noServers"
+        visible: servers.count === 0
+        text: "Серверов не найдено. VESK читает настройки других программ и файл .mcp.json проекта."
+        Layout.fillWidth: true
+    }
+    PaneList {
+        id: servers
+        objectName: "mcpServers"
+        spacing: 10
+        Layout.fillWidth: true
+        Layout.fillHeight: true
+        Accessible.name: "Серверы"
+        header: Column {
+            width: servers.width
+            spacing: 10
+            bottomPadding: requests.count > 0 ? 10 : 0
+            Repeater {
+                model: Rows {
+                    id: requests
+                    source: root.backend
+                    list: "mcpRequests"
+                }
+                delegate: McpRequestCard {
+                    required property var row
+                    width: servers.width
+                    request: row
+                    onDecided: allow => root.backend.allowMcp(row.id, allow)
+                }
+            }
+        }
+        model: Rows {
+            source: root.backend
+            list: "mcpServers"
+        }
+        delegate: McpEntry {
+            required property var row
+            server: row
+            width: ListView.view.width
+            onConnectRequested: root.backend.connectMcp(row.id)
+            onDisconnectRequested: root.backend.disconnectMcp(row.id)
+        }
+    }
+}
