@@ -3,25 +3,34 @@ import QtTest
 import Vesk
 import Vesk.Test
 
-/* What a background script returns, as it is drawn. */
+/* What a background script returns, as it is drawn, and the page on which it is written. */
 Item {
     id: root
-    width: 200
-    height: 100
+    width: 600
+    height: 400
 
     StandIn {
-        id: service
+        id: stub
         property var backgroundFrame: []
         property var preferences: ({ background_js: "return []" })
+        property string backgroundError: ""
+        property int backgroundErrorLine: 0
+        property var applied: []
         property int asked: 0
+        function setPreference(key: string, value: var) {
+            applied.push(key, value);
+            preferences = { background_js: value };
+        }
         function renderBackground(time: real, width: int, height: int) { ++asked; }
     }
     CustomBackground {
         id: background
-        anchors.fill: parent
-        service: service
+        width: 200
+        height: 100
+        service: stub
         animated: false
     }
+    Component { id: pageComponent; BackgroundPage { width: 600; height: 400 } }
     SignalSpy { id: painted; target: background; signalName: "painted" }
 
     TestCase {
@@ -36,8 +45,8 @@ Item {
         function draw(shapes) {
             tryVerify(() => !background.painting);
             painted.clear();
-            service.backgroundFrame = shapes;
-            service.backgroundChanged();
+            stub.backgroundFrame = shapes;
+            stub.backgroundChanged();
             tryVerify(() => painted.count > 0 && !background.painting);
             return grabImage(background);
         }
@@ -86,11 +95,58 @@ Item {
         function test_framesAreAskedForOnlyWhileTheyCanBeSeen(data) {
             background.visible = data.visible;
             background.animated = data.animated;
-            service.preferences = { background_js: data.script };
-            service.asked = 0;
+            stub.preferences = { background_js: data.script };
+            stub.asked = 0;
             wait(350); // Three times its interval.
-            compare(service.asked > 1, data.asks);
+            compare(stub.asked > 1, data.asks);
             background.animated = false;
+        }
+
+        function test_aScriptIsWrittenAndApplied() {
+            stub.preferences = { background_js: "return [1]" };
+            stub.applied = [];
+            const page = createTemporaryObject(pageComponent, root, { service: stub });
+            const code = findChild(page, "backgroundCode");
+            const press = text => mouseClick(buttonOf(page, text));
+            compare(code.text, "return [1]");
+            stub.preferences = { background_js: "return [1]", glass: false };
+            code.insert(0, "// ");
+            stub.preferences = { background_js: "return [1]" };
+            compare(code.text, "// return [1]"); // What is being typed stays.
+            press("Пример");
+            compare(stub.applied, []);
+            verify(code.text.startsWith("return Array.from({length:12}"));
+            press("Применить");
+            compare(stub.applied, ["background_js", page.example]);
+            code.undo();
+            code.undo();
+            compare(code.text, "// return [1]");
+            press("Сбросить");
+            compare([code.text, ...stub.applied.slice(2)], ["", "background_js", ""]);
+        }
+
+        function test_anErrorIsToldWithItsLine() {
+            const script = "let a = 1;\nnothing();\nreturn [a];";
+            stub.preferences = { background_js: script };
+            stub.backgroundError = "ReferenceError";
+            stub.backgroundErrorLine = 2;
+            const page = createTemporaryObject(pageComponent, root, { service: stub });
+            const code = findChild(page, "backgroundCode"), mark = findChild(page, "errorMark");
+            verify(findChild(page, "backgroundError").visible && mark.visible);
+            compare(mark.y, code.positionToRectangle(script.indexOf("nothing")).y);
+            compare(mark.height, code.positionToRectangle(0).height);
+            mouseClick(findChild(page, "errorLine"));
+            compare(code.cursorPosition, script.indexOf("nothing"));
+            keyClick(Qt.Key_Space);
+            verify(!mark.visible); // It is another text now.
+            keyClick(Qt.Key_Tab);
+            verify(!code.activeFocus);
+            stub.backgroundError = "";
+            verify(!findChild(page, "backgroundError").visible);
+        }
+        function buttonOf(item, text) {
+            return item.text === text && item.clicked ? item
+                : Array.from(item.children).map(child => buttonOf(child, text)).find(found => found) ?? null;
         }
     }
 }
