@@ -7,26 +7,36 @@ Canvas {
 
     required property Backend service
     property bool animated: true
+    /* A frame is on its way to the screen; the one that comes meanwhile is drawn behind it. */
+    property bool painting: false
+    property bool outdated: false
 
     opacity: .55
+    // Two hundred shapes as large as the window take longer than a frame of the window may.
+    renderStrategy: Canvas.Threaded
 
     function render() {
         service.renderBackground(Date.now() / 1000, width, height);
     }
+    /* What is missing, nought or no number is what is usual. */
+    function number(value: var, usual: real): real {
+        return Number(value) || usual;
+    }
+    function clamp(value: real, least: real, most: real): real {
+        return Math.max(least, Math.min(most, value));
+    }
     function paintShape(context: var, shape: var) {
-        if (typeof shape !== "object" || shape === null)
-            return;
-        context.fillStyle = context.strokeStyle = shape.color ?? Theme.shape;
+        context.fillStyle = context.strokeStyle = shape.color || Theme.shape;
         context.beginPath();
         if (shape.type === "circle") {
-            context.arc(shape.x, shape.y, Math.max(0, Math.min(2000, shape.r ?? 10)), 0, Math.PI * 2);
+            context.arc(number(shape.x, 0), number(shape.y, 0), clamp(number(shape.r, 10), 0, 2000), 0, Math.PI * 2);
             context.fill();
         } else if (shape.type === "rect") {
-            context.fillRect(shape.x, shape.y, shape.w ?? 10, shape.h ?? 10);
+            context.fillRect(number(shape.x, 0), number(shape.y, 0), number(shape.w, 10), number(shape.h, 10));
         } else if (shape.type === "line") {
-            context.lineWidth = Math.max(1, Math.min(30, shape.width ?? 1));
-            context.moveTo(shape.x, shape.y);
-            context.lineTo(shape.x2, shape.y2);
+            context.lineWidth = clamp(number(shape.width, 1), 1, 30);
+            context.moveTo(number(shape.x, 0), number(shape.y, 0));
+            context.lineTo(number(shape.x2, 0), number(shape.y2, 0));
             context.stroke();
         }
     }
@@ -37,10 +47,22 @@ Canvas {
         for (const shape of service.backgroundFrame)
             paintShape(context, shape);
     }
+    onPainted: {
+        painting = outdated;
+        outdated = false;
+        if (painting)
+            requestPaint();
+    }
 
     Connections {
         target: canvas.service
-        function onBackgroundChanged() { canvas.requestPaint(); }
+        function onBackgroundChanged() {
+            canvas.outdated = canvas.painting;
+            if (canvas.painting)
+                return;
+            canvas.painting = true;
+            canvas.requestPaint();
+        }
     }
     Timer {
         interval: 100

@@ -72,6 +72,8 @@ QtObject {
     readonly property color placeholder: "#797979"
     readonly property color textInput: "#f0f0f0"
     readonly property color inputPlaceholder: "#777777"
+    readonly property color textError: "#ffb7a9"
+    readonly property color errorLine: "#40ffb7a9"
 
     // Marks
     readonly property color dotOff: "#666666"

@@ -15,6 +15,7 @@
 #include "roles.h"
 #include "run_mode.h"
 #include "run_options.h"
+#include "self_test_background.h"
 #include "server_connection.h"
 #include "store.h"
 #include "version.h"
@@ -181,11 +182,23 @@ int runMedia(const CommandLine &line)
     return run(line.value(u"--media-job"_s).toUtf8().constData());
 }
 
+int runBackground()
+{
+    QLibrary library(backgroundLibrary());
+    const auto run = reinterpret_cast<int (*)()>(library.resolve("veskBackgroundWorker"));
+    require(run, u"Не удалось загрузить фон: "_s + library.errorString());
+    return run();
+}
+
 int runMode(const CommandLine &line)
 {
     switch (line.mode()) {
     case Mode::MediaJob:
         return runMedia(line);
+    case Mode::BackgroundWorker:
+        return runBackground();
+    case Mode::SelfTestBackground:
+        return runSelfTestBackground();
     case Mode::Help:
         printLine(helpText());
         return 0;

@@ -68,6 +68,7 @@ class Backend : public QObject {
     Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
     Q_PROPERTY(QVariantList backgroundFrame READ backgroundFrame NOTIFY backgroundChanged)
     Q_PROPERTY(QString backgroundError READ backgroundError NOTIFY backgroundChanged)
+    Q_PROPERTY(int backgroundErrorLine READ backgroundErrorLine NOTIFY backgroundChanged)
 public:
     /// Opens "vesk.sqlite" in the folder, which this process must hold the lock of, repairs interrupted tasks and
     /// selects the last project. Throws std::runtime_error when the database can't be used.
@@ -264,6 +265,7 @@ private:
     QVariantList mcpRequests() const { return mcp.requests().toVariantList(); }
     QVariantList backgroundFrame() const { return background.frame(); }
     QString backgroundError() const { return background.error(); }
+    int backgroundErrorLine() const { return background.errorLine(); }
     QString currentProjectName() const { return projectName; }
     QString currentMessage() const { return message; }
     bool currentChatBusy() const { return conversation.isBusy(); }

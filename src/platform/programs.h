@@ -17,6 +17,9 @@ QString interfaceLibrary();
 /// The library that holds the media worker.
 QString mediaLibrary();
 
+/// The library that holds the worker of the background.
+QString backgroundLibrary();
+
 /// A browser that pages of a project can be checked in.
 QString browserProgram();
 

@@ -47,6 +47,11 @@ QString mediaLibrary()
     return ownLibrary(u"libvesk-media.so"_s);
 }
 
+QString backgroundLibrary()
+{
+    return ownLibrary(u"libvesk-background.so"_s);
+}
+
 QString bundledProgram(const QString &applicationFolder, const QString &name)
 {
     return applicationFolder + u"/tools/"_s + name;

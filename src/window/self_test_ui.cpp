@@ -74,7 +74,7 @@ void SelfTestUi::begin(const QString &target, bool withWorkflow)
     QTimer::singleShot(0, this, [this] {
         backend.start(u"Создай простое приложение-калькулятор."_s, false, defaultTaskTokens, u""_s, u"[]"_s);
     });
-    QTimer::singleShot(timeLimit, this, [] { leave(TimedOut); });
+    QTimer::singleShot(timeLimit, Qt::PreciseTimer, this, [] { leave(TimedOut); });
 }
 
 void SelfTestUi::capture()

@@ -63,6 +63,12 @@ def test_the_self_test_works_the_whole_window(vesk, request, screen):
     assert not (vesk.folder / "home/.local/share/VESK").exists()
 
 
+def test_the_self_test_says_when_a_picture_cannot_be_saved(vesk):
+    (vesk.folder / "shots/cycle.png").mkdir(parents=True)
+    assert vesk.call("--self-test-ui", "shots").code == 4
+    assert (vesk.folder / "shots/chat.png").exists() and not (vesk.folder / "shots/files.png").exists()
+
+
 @pytest.mark.parametrize("options, text, code", [
     (["--self-test-ui"], "", 1),
     (["--self-test-ui", ""], "", 1),

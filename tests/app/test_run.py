@@ -19,7 +19,6 @@ WITH_VALUE = "--project --budget --build-command --answer --mock-delay --endpoin
 
 
 @pytest.mark.parametrize("arguments, text", [
-    (["--run", "x", "--background-worker"], "--background-worker: в этой версии ещё нет."),
     (["--connect-qwen-environment", "--probe-skill", "x"], "--probe-skill: в этой версии ещё нет."),
     *((["--run", *request], "--run: не указано значение") for request in ([], [""], [" \t\n "], ["--json"])),
     (["--run", "x", "--jsno"], "Неизвестный параметр: --jsno"),

@@ -17,7 +17,7 @@ SEES = {
     "workers/media": ["core"],
     "engine": ["providers", "tools"],
     "backend": ["engine", "workers/background"],
-    "app": ["engine"],
+    "app": ["engine", "workers/background"],
     "window": ["backend", "app"],
 }
 
