@@ -41,6 +41,7 @@ public:
 private:
     void bindProject();
     void begin();
+    void takeEdits();
     void follow(const QJsonObject &event);
     void watchPhase();
     void answerQuestion();
@@ -63,6 +64,7 @@ private:
     QHash<QString, int> agreed; ///< By approval: nodes with a command that was allowed, which will ask for themselves.
     QHash<QString, int> chosen; ///< By question: how often its first option was taken.
     int choices = 0; ///< That were made without an answer on the command line.
+    int editAnswers = 0; ///< Given for "--accept-edits".
     RunExit exitCode = RunExit::NotCompleted;
     bool decided = false; ///< The exit code is settled before the task's own end.
     bool turnPending = false;

@@ -68,6 +68,7 @@ RunOptions parseRunOptions(const QStringList &arguments)
     };
     const std::map<QString, bool *> switches{
         {u"--simulate"_s, &options.simulate},
+        {u"--accept-edits"_s, &options.acceptEdits},
         {u"--allow-commands"_s, &options.allowCommands},
         {u"--json"_s, &options.json},
         {u"--strict"_s, &options.strict},

@@ -20,6 +20,7 @@ struct RunOptions {
     QStringList answers; ///< For questions, in order.
     bool simulate = false;
     bool allowCommands = false;
+    bool acceptEdits = false; ///< Files that the user has changed count as they are.
     bool json = false;
     bool strict = false; ///< What is not proved does not end well.
     int mockDelayMs = 300;
