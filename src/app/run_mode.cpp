@@ -104,6 +104,8 @@ void RunMode::begin()
     if (decided)
         return;
     guarded([this] {
+        if (options.acceptEdits)
+            takeEdits();
         if (options.allowCommands)
             prepareServers();
     });
@@ -155,6 +157,17 @@ void RunMode::startWhenReady()
     begun = true;
     core.engine.mcpTools = mcp.availableTools();
     guarded([this] { core.engine.start(options.request, options.simulate, options.budget, options.buildCommand); });
+}
+
+/// A task over the user's edits would be refused.
+void RunMode::takeEdits()
+{
+    const QList<HandEdit> edits = core.workspace.handEdits();
+    for (const HandEdit &edit : edits) {
+        (void)core.workspace.takeEdit(edit.path);
+        if (!options.json)
+            printErrorLine(u"Взята ваша версия: "_s + visibleText(edit.text()));
+    }
 }
 
 /// Every event is stored before anything follows from it.
@@ -217,6 +230,8 @@ void RunMode::answerQuestion()
 {
     const QJsonObject decision = core.engine.snapshot()["decision"_L1].toObject();
     const QStringList choices = strings(decision["options"_L1].toArray());
+    if (options.acceptEdits && decision["kind"_L1].toString() == "hand_edit"_L1 && ++editAnswers <= maxOwnChoices)
+        return core.engine.clarify(choices.first());
     const QString answer = options.answers.isEmpty() ? ownChoice(decision["question"_L1].toString(), choices)
                                                      : options.answers.takeFirst();
     if (answer.isEmpty()) {

@@ -47,6 +47,7 @@ private:
     void prepareServers();
     void askForServer();
     void startWhenReady();
+    void takeEdits();
     void follow(const QJsonObject &event);
     void watchPhase();
     void answerQuestion();
@@ -72,6 +73,7 @@ private:
     QHash<QString, int> agreed; ///< By approval: nodes with a command that was allowed, which will ask for themselves.
     QHash<QString, int> chosen; ///< By question: how often its first option was taken.
     int choices = 0; ///< That were made without an answer on the command line.
+    int editAnswers = 0; ///< Given for "--accept-edits".
     RunExit exitCode = RunExit::NotCompleted;
     bool begun = false; ///< The task has been started.
     bool decided = false; ///< The exit code is settled before the task's own end.

@@ -21,6 +21,7 @@ struct RunOptions {
     bool mock = false; ///< The demonstration model, whatever is connected.
     bool simulate = false;
     bool allowCommands = false;
+    bool acceptEdits = false; ///< Files that the user has changed count as they are.
     bool json = false;
     bool strict = false; ///< What is not proved does not end well.
     int mockDelayMs = 300;

@@ -38,6 +38,7 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , conversation(core.store, core.journal)
     , connection(core.store, core.engine, mock, client, preferences, conversation)
     , attachments(core.store, core.workspace)
+    , editWatch(core.workspace)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
 {
@@ -74,6 +75,7 @@ void Backend::connectServices()
     connect(&conversation, &Conversation::failed, this, &Backend::show);
     connect(&connection, &ModelConnection::changed, this, &Backend::notifyUi);
     connect(&connection, &ModelConnection::concluded, this, &Backend::show);
+    connect(&editWatch, &EditWatch::changed, this, &Backend::notifyUi);
     connect(&attachments, &Attachments::changed, this, &Backend::notifyUi);
     connect(&attachments, &Attachments::failed, this, &Backend::show);
 }
@@ -153,6 +155,7 @@ void Backend::finishRun(const QString &status)
     attempt([this] { core.journal.close(core.engine.snapshot()); });
     // After a failed or stopped run the user decides whether the waiting requests still make sense.
     attempt([&] { status == Phase::completed ? queue.saveQueue() : queue.pause(); });
+    lookForEdits();
     notifyUi();
     drainLater();
 }

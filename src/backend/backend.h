@@ -4,6 +4,7 @@
 #include "background_renderer.h"
 #include "conversation.h"
 #include "core.h"
+#include "edit_watch.h"
 #include "growing_list.h"
 #include "mcp_client.h"
 #include "mock_provider.h"
@@ -66,6 +67,7 @@ class Backend : public QObject {
     Q_PROPERTY(QString serverStatus READ serverStatus NOTIFY changed)
     Q_PROPERTY(bool measuring READ measuring NOTIFY changed)
     Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
+    Q_PROPERTY(QVariantList handEdits READ handEdits NOTIFY changed)
     Q_PROPERTY(QVariantList backgroundFrame READ backgroundFrame NOTIFY backgroundChanged)
     Q_PROPERTY(QString backgroundError READ backgroundError NOTIFY backgroundChanged)
     Q_PROPERTY(int backgroundErrorLine READ backgroundErrorLine NOTIFY backgroundChanged)
@@ -86,6 +88,15 @@ public:
     Q_INVOKABLE void openWorkspace();
     Q_INVOKABLE QString defaultFolder() const;
     Q_INVOKABLE void addMemory(const QString &category, const QString &text);
+
+    // What the user does to the files (backend_own.cpp)
+
+    /// Looks for files that were changed outside of the program; `handEdits` follows.
+    Q_INVOKABLE void lookForEdits();
+    /// The user's version of an edited file, or of all for an empty path, becomes the newest revision.
+    Q_INVOKABLE void takeEdits(const QString &path);
+    /// The program's version comes back; the user's stays as a revision.
+    Q_INVOKABLE void undoEdits(const QString &path);
 
     // Settings and tools (backend_runtime.cpp)
 
@@ -221,6 +232,9 @@ private:
     void openProject(const QString &projectId);
     QJsonObject ownTask(const QString &task) const;
 
+    // backend_own.cpp
+    void settleEdits(const QString &path, bool takesOwn);
+
     // backend_conversation.cpp
     void takeLine(const QString &typed);
     QString lineWithAttachments(const QString &typed);
@@ -282,6 +296,7 @@ private:
     QString serverStatus() const { return connection.serverStatus(); }
     bool measuring() const { return connection.isMeasuring(); }
     QVariantList connectionMeasures() const { return connection.measures(); }
+    QVariantList handEdits() const { return editWatch.edits(); }
 
     BackgroundRenderer background;
     McpClient mcp;
@@ -294,6 +309,7 @@ private:
     Conversation conversation;
     ModelConnection connection;
     Attachments attachments;
+    EditWatch editWatch;
 
     bool uiPending = false;
     QString streamNote;

@@ -51,6 +51,7 @@ void Backend::makeProject(const QString &name, const QString &folder)
     core.store.put(u"projects"_s, projectId, {},
                    {{u"id"_s, projectId}, {u"name"_s, name}, {u"root"_s, root}, {u"created_at"_s, now()}});
     view.followRun();
+    editWatch.forget();
 }
 
 void Backend::selectProject(const QString &projectId)
@@ -71,6 +72,8 @@ void Backend::openProject(const QString &projectId)
     attachments.clear();
     queue.open(projectId, waiting);
     view.open(outlines.isEmpty() ? QString() : outlines.last()["id"_L1].toString());
+    editWatch.forget();
+    lookForEdits();
 }
 
 void Backend::selectTask(const QString &task)

@@ -96,6 +96,7 @@ void Backend::begin(const StartRequest &request)
     client.root = core.workspace.root();
     prepareRuntime(request.request);
     // A task that doesn't start takes nothing along: the line stays in the box, and its files with it.
+    lookForEdits();
     engine.start(request.request, request.preview, request.budget, buildCommand(request));
     attachments.clear();
     view.followRun();

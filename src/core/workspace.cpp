@@ -73,6 +73,9 @@ bool isDeleted(const QJsonObject &record)
     return record["deleted"_L1].toBool();
 }
 
+/// The record of bytes that are no text; its "content" shows them as far as it can.
+constexpr auto bytesKey = "content_base64"_L1;
+
 /// The bytes as text. Unlike QString::fromUtf8 it keeps a byte order mark, so that they can be had back from it.
 QString decoded(const QByteArray &bytes)
 {
@@ -82,6 +85,21 @@ QString decoded(const QByteArray &bytes)
 }
 
 } // namespace
+
+QString HandEdit::text() const
+{
+    switch (kind) {
+    case Kind::Changed:
+        return u"изменён "_s + path;
+    case Kind::Deleted:
+        return u"удалён "_s + path;
+    case Kind::Added:
+        return u"добавлен "_s + path;
+    case Kind::Unreadable:
+        break;
+    }
+    return u"не читается "_s + path;
+}
 
 /// A vetted path as the file system takes it, and what it leads to.
 struct Workspace::Place {
@@ -185,19 +203,30 @@ QJsonObject Workspace::write(const QString &relativePath, const QByteArray &byte
                 u"Existing/untracked or externally modified file: "_s + relativePath);
     }
     put(target, relativePath, bytes, old);
+    return keep(relativePath, bytes, author);
+}
 
-    const QJsonObject revision{
+/// Records what stands on the disk by now as the next revision.
+QJsonObject Workspace::keep(const QString &relativePath, const QByteArray &bytes, const QString &author, bool deleted)
+{
+    QJsonObject revision{
         {u"id"_s, id()},
         {u"file_id"_s, key(relativePath)},
         {u"project_id"_s, projectId},
         {u"path"_s, relativePath},
-        {u"revision"_s, current + 1},
+        {u"revision"_s, latest(relativePath)["revision"_L1].toInt() + 1},
         {u"hash"_s, digest(bytes)},
         {u"timestamp"_s, now()},
         {u"author_agent"_s, author},
         {u"status"_s, u"REVIEWING"_s},
         {u"content"_s, decoded(bytes)},
     };
+    if (std::as_const(revision)["content"_L1].toString().toUtf8() != bytes)
+        revision[bytesKey] = QString::fromLatin1(bytes.toBase64());
+    if (deleted) {
+        revision[u"deleted"_s] = true;
+        revision[u"status"_s] = removedByUser;
+    }
     // The file is on the disk already. Without its record there, too, a power cut would leave files ahead of their
     // records, which then count as changed from outside.
     store.atomicDurable([&] {
@@ -226,6 +255,11 @@ QJsonObject Workspace::latest(const QString &relativePath) const
     return store.get(u"files"_s, key(relativePath));
 }
 
+QByteArray Workspace::recorded(const QString &relativePath) const
+{
+    return contentOf(latest(relativePath));
+}
+
 bool Workspace::stale(const QString &relativePath, int revision) const
 {
     return latest(relativePath)["revision"_L1].toInt() != revision;
@@ -243,32 +277,70 @@ void Workspace::requireUnchanged(const QJsonObject &record, const QString &messa
         require(digest(read(record["path"_L1].toString())) == record["hash"_L1].toString(), message);
 }
 
-/// What became of a tracked file outside of this program; empty when it is as it was left.
-QString Workspace::externalChange(const QJsonObject &record) const
+std::optional<HandEdit> Workspace::handEdit(const QString &relativePath, const QJsonObject &record) const
 {
     try {
-        const QString path = record["path"_L1].toString();
-        const bool isThere = vet(path).kind != Kind::Missing;
-        if (isDeleted(record))
-            return isThere ? u"добавлен"_s : QString();
+        const bool isThere = vet(relativePath).kind != Kind::Missing;
+        if (record.isEmpty() || isDeleted(record))
+            return isThere ? std::optional(HandEdit{relativePath, HandEdit::Kind::Added}) : std::nullopt;
         if (!isThere)
-            return u"удалён"_s;
-        return digest(read(path)) == record["hash"_L1].toString() ? QString() : u"изменён"_s;
+            return HandEdit{relativePath, HandEdit::Kind::Deleted};
+        if (digest(read(relativePath)) == record["hash"_L1].toString())
+            return std::nullopt;
+        return HandEdit{relativePath, HandEdit::Kind::Changed};
     } catch (const std::exception &) {
-        return u"не читается"_s;
+        return HandEdit{relativePath, HandEdit::Kind::Unreadable};
     }
+}
+
+std::optional<HandEdit> Workspace::handEdit(const QString &relativePath) const
+{
+    return handEdit(relativePath, latest(relativePath));
+}
+
+QList<HandEdit> Workspace::handEdits() const
+{
+    QList<HandEdit> edits;
+    const QJsonArray records = files();
+    for (const QJsonValue &record : records) {
+        if (const auto edit = handEdit(record["path"_L1].toString(), record.toObject()))
+            edits.append(*edit);
+    }
+    return edits;
 }
 
 QStringList Workspace::externalChanges() const
 {
     QStringList changes;
-    const QJsonArray records = files();
-    for (const QJsonValue &record : records) {
-        const QString change = externalChange(record.toObject());
-        if (!change.isEmpty())
-            changes.append(change + u' ' + record["path"_L1].toString());
-    }
+    const QList<HandEdit> edits = handEdits();
+    for (const HandEdit &edit : edits)
+        changes.append(edit.text());
     return changes;
+}
+
+QJsonObject Workspace::takeEdit(const QString &relativePath)
+{
+    const Place place = vet(relativePath);
+    const QJsonObject record = latest(relativePath);
+    const bool isKnown = !record.isEmpty() && !isDeleted(record);
+    if (place.kind == Kind::Missing)
+        return isKnown ? keep(relativePath, {}, userAuthor, true) : record;
+    const QByteArray bytes = load(place, relativePath).bytes;
+    const bool isSame = isKnown && digest(bytes) == record["hash"_L1].toString();
+    return isSame ? record : keep(relativePath, bytes, userAuthor);
+}
+
+QJsonObject Workspace::undoEdit(const QString &relativePath)
+{
+    const QJsonObject before = latest(relativePath);
+    const bool hadFile = !before.isEmpty() && !isDeleted(before);
+    const QByteArray bytes = hadFile ? contentOf(before) : QByteArray();
+    require(!hadFile || digest(bytes) == before["hash"_L1].toString(), u"Cannot restore "_s + relativePath);
+
+    const QJsonObject taken = takeEdit(relativePath);
+    if (taken == before)
+        return before;
+    return hadFile ? write(relativePath, bytes, u"rollback"_s, taken["revision"_L1].toInt()) : remove(taken);
 }
 
 QJsonObject Workspace::checkpoint(const QString &taskId, const QJsonArray &graph)
@@ -318,10 +390,12 @@ void Workspace::rollback(const QString &checkpointId)
     }
 }
 
-/// The content of a snapshot's entry. Text is all that a record can hold; a file of other bytes which is still the same
+/// The content of a record. One of an older version holds text only; a file of other bytes which is still the same
 /// stays as it is.
 QByteArray Workspace::contentOf(const QJsonObject &entry) const
 {
+    if (entry.contains(bytesKey))
+        return QByteArray::fromBase64(entry[bytesKey].toString().toLatin1());
     const QByteArray text = entry["content"_L1].toString().toUtf8();
     const QString path = entry["path"_L1].toString();
     const QString hash = entry["hash"_L1].toString();
@@ -330,7 +404,7 @@ QByteArray Workspace::contentOf(const QJsonObject &entry) const
     return isSame && digest(text) != hash ? read(path) : text;
 }
 
-void Workspace::remove(const QJsonObject &record) const
+QJsonObject Workspace::remove(const QJsonObject &record) const
 {
     const QString path = record["path"_L1].toString();
     const Place place = vet(path);
@@ -352,6 +426,7 @@ void Workspace::remove(const QJsonObject &record) const
     removed[u"deleted"_s] = true;
     removed[u"status"_s] = u"ROLLED_BACK"_s;
     store.atomicDurable([&] { store.put(u"files"_s, key(path), projectId, removed); });
+    return removed;
 }
 
 } // namespace vesk

@@ -5,6 +5,8 @@
 #include <QByteArray>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QLatin1StringView>
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -13,6 +15,26 @@
 namespace vesk {
 
 class Store;
+
+/// What became of a file outside of this program since it was last recorded.
+struct HandEdit {
+    enum class Kind {
+        Changed,
+        Deleted,
+        Added, ///< It is there though the records know of none, or of one that was removed.
+        Unreadable, ///< No plain file any more, above the limit, or behind a link: neither side can be taken.
+    };
+    QString path;
+    Kind kind = Kind::Changed;
+
+    /// For the user: "изменён a.html".
+    QString text() const;
+};
+
+/// Author of the revisions that a user's own edits become.
+inline constexpr QLatin1StringView userAuthor("user");
+/// Status of the record of a file that the user has deleted.
+inline constexpr QLatin1StringView removedByUser("DELETED");
 
 /// The only road to a project's files: one folder bound to one project (docs/workspace.md).
 ///
@@ -49,6 +71,9 @@ public:
     QJsonObject write(const QString &relativePath, const QByteArray &bytes, const QString &author,
                       int expectedRevision);
 
+    /// The bytes of the newest revision as it is recorded, whatever stands on disk; empty without one.
+    QByteArray recorded(const QString &relativePath) const;
+
     /// The "files" record of that path, or an empty object if it has none. A deleted file keeps its record.
     QJsonObject latest(const QString &relativePath) const;
 
@@ -58,8 +83,22 @@ public:
     /// All "files" records of the project.
     QJsonArray files() const;
 
-    /// The tracked files that are not as they were left, each as a word and the path, in Russian: "изменён a.html".
+    /// The tracked files that are not as they were left, in the order of files().
+    QList<HandEdit> handEdits() const;
+    /// The same of one path, which also may have no record; nothing when it is as it was left, or not there.
+    std::optional<HandEdit> handEdit(const QString &relativePath) const;
+    /// Each as text().
     QStringList externalChanges() const;
+
+    /// Makes what stands on disk the newest revision, by `userAuthor`; the disk is not written to. A file that is gone
+    /// becomes a revision with "deleted": true, the status `removedByUser` and no content. Returns the newest revision, the old one if there was no
+    /// edit. Throws as read() does.
+    QJsonObject takeEdit(const QString &relativePath);
+
+    /// Brings the recorded state back over the user's edit, which takeEdit() keeps first: a revision by "rollback", or
+    /// no file where none is recorded. Returns the record. Throws as takeEdit() and write() do, and "Cannot restore
+    /// <path>", and nothing has changed, when the record doesn't hold the bytes.
+    QJsonObject undoEdit(const QString &relativePath);
 
     /// Stores and returns a snapshot of the tracked files, contents included. Throws "Checkpoint conflict: external
     /// changes" and as read() does.
@@ -78,9 +117,10 @@ private:
     ConfinedFolder::Content load(const Place &place, const QString &relativePath) const;
     void put(const Place &place, const QString &relativePath, const QByteArray &bytes,
              const std::optional<ConfinedFolder::Content> &old) const;
-    void remove(const QJsonObject &record) const;
+    QJsonObject keep(const QString &relativePath, const QByteArray &bytes, const QString &author, bool deleted = false);
+    QJsonObject remove(const QJsonObject &record) const;
     void removeLeftovers() const;
-    QString externalChange(const QJsonObject &record) const;
+    std::optional<HandEdit> handEdit(const QString &relativePath, const QJsonObject &record) const;
     void requireUnchanged(const QJsonObject &record, const QString &message) const;
     QByteArray contentOf(const QJsonObject &entry) const;
     QString key(const QString &relativePath) const { return projectId + u':' + relativePath; }

@@ -16,7 +16,6 @@ namespace vesk {
 namespace {
 
 constexpr qint64 smallestBudget = 1000;
-constexpr qsizetype maxNamedChanges = 10;
 
 /// Name to full path of what a plan may use on this computer.
 QJsonObject availableExecutables()
@@ -119,13 +118,10 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
 /// was asked of the models.
 void Engine::requireFilesAsLeft() const
 {
-    QStringList changes = workspace.externalChanges();
-    const qsizetype more = changes.size() - maxNamedChanges;
-    if (more > 0)
-        changes = changes.first(maxNamedChanges) << u"и ещё %1"_s.arg(more);
-    require(changes.isEmpty(),
-            u"Задача не начата: файлы проекта изменены вне программы: "_s + changes.join(u", "_s)
-                + u". Верните эти файлы к последней версии."_s);
+    const QList<HandEdit> edits = workspace.handEdits();
+    require(edits.isEmpty(),
+            u"Задача не начата: файлы проекта изменены вне программы: "_s + namedEdits(edits)
+                + u". Возьмите свои версии (--accept-edits) или верните версии программы."_s);
 }
 
 void Engine::reset()
@@ -150,6 +146,7 @@ void Engine::reset()
     limitations.clear();
     decision = {};
     decisionContinuation = {};
+    leftOut.clear();
     plan = {};
     structure = {};
     evidence = {};

@@ -26,6 +26,7 @@
 namespace vesk {
 
 struct BrowserVerdict;
+struct HandEdit;
 struct CheckTools;
 class EventBus;
 class ILLMProvider;
@@ -177,6 +178,7 @@ public:
     // The end (engine_validation.cpp)
 
     void finalValidation();
+    void validate();
 
     // The user's agents (engine_workflow.cpp)
 
@@ -248,6 +250,7 @@ private:
     void takeDocumentPart(int index, const QJsonObject &payload, const QString &content, int target, int part,
                           const QJsonObject &answer);
     QStringList codeNodeIds() const;
+    QStringList codePaths() const;
     int appendNode(Node node);
     QJsonArray graphWithoutOutputs() const;
 
@@ -258,9 +261,19 @@ private:
     void repairFileList(int index, const QString &fault, const QString &change);
     QList<std::pair<int, QJsonObject>> splitOff(int index, const QJsonArray &files, const QString &primaryPath);
     void writeFile(int index, const QJsonObject &file);
-    void takeWritten(int index, const QString &path, const QJsonObject &result);
+    void takeWritten(int index, const QJsonObject &file, const QJsonObject &result);
+    void takeRevision(int index, const QJsonObject &revision);
     void acceptFile(int index);
     void requestFixes(int index, const QJsonObject &file, const QList<QJsonObject> &reviews);
+
+    // engine_edits.cpp
+    QList<HandEdit> editsOf(const QStringList &paths) const;
+    bool askAboutEdits(const QList<HandEdit> &edits, const Step &next);
+    void settleEdits(const QList<HandEdit> &edits, const QString &answer, const Step &next);
+    bool takeSettled();
+    void takeOwn(int index, const QJsonObject &record);
+    void leaveOut(int index);
+    bool isGivenUp(const Node &node) const;
 
     // engine_tools.cpp
     void grantAction(const QString &fingerprint);
@@ -336,6 +349,8 @@ private:
     QJsonObject evidence; ///< What the finished task rests on (evidence.h).
     QJsonObject decision; ///< The open question to the user.
     QString decisionReturnPhase;
+    QSet<QString> leftOut; ///< Paths of files whose deletion the user has confirmed in this run.
+    QString decisionAnswer; ///< What the user has answered last.
     Step decisionContinuation;
     TaskGraph graph;
     QMap<int, QString> limitations; ///< What could not be checked, by node; below 0 what has none.

@@ -70,7 +70,7 @@ QJsonArray Engine::assembled(const QJsonArray &files, const QString &expected, Q
                 fault = u"Нет текста, в который можно внести правки: "_s + path;
                 return {};
             }
-            const Edited result = edited(path, QString::fromUtf8(workspace.read(path)), edits);
+            const Edited result = edited(path, QString::fromUtf8(workspace.recorded(path)), edits);
             if (!result.fault.isEmpty()) {
                 fault = result.fault;
                 return {};
@@ -164,21 +164,38 @@ void Engine::writeFile(int index, const QJsonObject &file)
         {u"expected_revision"_s, workspace.latest(path)["revision"_L1].toInt()},
     };
     tools.execute(taskId, author.id, author.allowed_tools, u"write_file"_s, arguments,
-                  [this, index, path, noted = generation](const QJsonObject &result) {
+                  [this, index, file, noted = generation](const QJsonObject &result) {
                       if (noted == generation && busy())
-                          step([&] { takeWritten(index, path, result); });
+                          step([&] { takeWritten(index, file, result); });
                   });
 }
 
-void Engine::takeWritten(int index, const QString &path, const QJsonObject &result)
+void Engine::takeWritten(int index, const QJsonObject &file, const QJsonObject &result)
 {
     requireRecorded(result);
-    if (!result["success"_L1].toBool()) {
-        const QString reason = result["error"_L1].toString();
-        fail(reason.isEmpty() ? u"File write failed"_s : reason);
+    if (result["success"_L1].toBool()) {
+        takeRevision(index, result["revision"_L1].toObject());
         return;
     }
-    const QJsonObject revision = result["revision"_L1].toObject();
+    const QString path = filePath(file);
+    const int known = workspace.latest(path)["revision"_L1].toInt();
+    const bool waits = askAboutEdits(editsOf({path}), [this, index, file, path, known] {
+        const QJsonObject record = workspace.latest(path);
+        const bool isTaken
+            = record["author_agent"_L1].toString() == userAuthor && record["revision"_L1].toInt() > known
+            && record["status"_L1].toString() != "ROLLED_BACK"_L1;
+        isTaken ? takeOwn(index, record) : writeFile(index, file);
+    });
+    if (waits)
+        return;
+    const QString reason = result["error"_L1].toString();
+    fail(reason.isEmpty() ? u"File write failed"_s : reason);
+}
+
+/// A new version of a node's file, written by a model or by the user, goes before the reviewers.
+void Engine::takeRevision(int index, const QJsonObject &revision)
+{
+    const QString path = filePath(revision);
     Node &node = graph.nodes[index];
     node.output = revision;
     node.revision = revision["revision"_L1].toInt();

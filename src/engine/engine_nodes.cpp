@@ -111,6 +111,16 @@ void Engine::bindBuildCommand(const QJsonObject &command)
     graph.validate();
 }
 
+QStringList Engine::codePaths() const
+{
+    QStringList paths;
+    for (const Node &node : graph.nodes) {
+        if (isCode(node))
+            paths.append(pathOf(node));
+    }
+    return paths;
+}
+
 int Engine::appendNode(Node node)
 {
     node.id = id();
@@ -138,6 +148,8 @@ QJsonArray Engine::graphWithoutOutputs() const
 
 void Engine::execution()
 {
+    if (askAboutEdits(workspace.handEdits(), [this] { execution(); }))
+        return;
     const QJsonObject checkpoint = workspace.checkpoint(taskId, graph.toJson());
     publish(u"CheckpointCreated"_s, u"Before execution"_s, checkpoint);
     stage(Phase::execution);
@@ -209,6 +221,14 @@ void Engine::codeNode(int index, const QJsonArray &fixes)
     if (!busy())
         return;
     graph.nodes[index].status = NodeStatus::running;
+    const QString path = pathOf(graph.nodes.at(index));
+    if (askAboutEdits(editsOf({path}), [this, index, fixes] { codeNode(index, fixes); }))
+        return;
+    // Nothing is left to change in a file that the user wants gone; an objection may still ask for it.
+    if (leftOut.remove(path) && fixes.isEmpty()) {
+        takeOwn(index, workspace.latest(path));
+        return;
+    }
     if (!fixes.isEmpty()) {
         // A changed file invalidates every check that has passed.
         for (Node &node : graph.nodes) {

@@ -21,6 +21,9 @@ constexpr int maxFixAttempts = 5;
 /// Characters of the input of one request, as compact JSON.
 constexpr int maxContextChars = 96000;
 
+/// Edits by name, for a line of text: at most ten.
+QString namedEdits(const QList<HandEdit> &edits);
+
 /// The node's record without what it produced.
 inline QJsonObject withoutOutput(const Node &node)
 {

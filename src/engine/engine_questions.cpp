@@ -38,7 +38,10 @@ void Engine::clarify(const QString &answer, const QJsonArray &media)
     QJsonArray decisions = spec["decisions"_L1].toArray();
     decisions.append(answered);
     spec["decisions"_L1] = decisions;
-    spec["clarification"_L1] = answer;
+    // Whose version of a file stands is no wish about the task.
+    if (decision["kind"_L1].toString() != "hand_edit"_L1)
+        spec["clarification"_L1] = answer;
+    decisionAnswer = answer;
     addMedia(media);
 
     // In front of whatever came in while the question was open.

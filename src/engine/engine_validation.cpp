@@ -21,6 +21,19 @@ constexpr qsizetype maxProjectChars = 64000;
 
 void Engine::finalValidation()
 {
+    QStringList paths = codePaths();
+    if (!workspace.latest(u"package.json"_s).isEmpty() && !paths.contains(u"package.json"_s))
+        paths.append(u"package.json"_s);
+    const auto settled = [this] {
+        if (!takeSettled())
+            finalValidation();
+    };
+    if (!askAboutEdits(editsOf(paths), settled))
+        validate();
+}
+
+void Engine::validate()
+{
     if (prepareProjectChecks() || prepareBrowserCheck())
         return;
     stage(Phase::validation);
@@ -71,9 +84,9 @@ QJsonArray Engine::projectFiles() const
     QJsonArray files;
     qsizetype left = maxProjectChars;
     for (const Node &node : graph.nodes) {
-        if (!isCode(node))
+        if (!isCode(node) || isGivenUp(node))
             continue;
-        const QString text = QString::fromUtf8(workspace.read(pathOf(node)));
+        const QString text = QString::fromUtf8(workspace.recorded(pathOf(node)));
         const qsizetype taken = std::min({left, text.size(), maxFileChars});
         left -= taken;
         files.append(QJsonObject{
@@ -95,7 +108,7 @@ void Engine::passGates()
                                  [](const QJsonValue &fix) { return fix["status"_L1].toString() == FixStatus::open; }),
             u"Final gate: unresolved fixes"_s);
     for (const Node &node : std::as_const(graph.nodes)) {
-        if (!isCode(node))
+        if (!isCode(node) || isGivenUp(node))
             continue;
         const QString path = pathOf(node);
         require(!workspace.stale(path, node.revision), u"Final gate: stale file revision"_s);

@@ -34,6 +34,7 @@ constexpr std::array reasons{
     Reason{u"Stale revision: ", u"Файл уже изменён более новой версией: "},
     Reason{u"File exceeds 2 MiB limit", u"Файл больше 2 МиБ."},
     Reason{u"Cannot read ", u"Не удалось прочитать файл: "},
+    Reason{u"Cannot restore ", u"Содержимое этой версии не сохранено, вернуть её нельзя: "},
     Reason{u"Cannot write ", u"Не удалось записать файл: "},
     Reason{u"Short write", u"Файл записан не полностью: возможно, закончилось место на диске."},
     Reason{u"Atomic file replacement failed", u"Не удалось заменить файл новой версией."},

@@ -55,7 +55,7 @@ def test_help_and_version_are_printed_without_anything_else(vesk):
     assert help.out.startswith("VESK — команда агентов") and "vesk --run ЗАПРОС" in help.out
     assert version.out.split()[0] == "VESK" and version.out.count("\n") == 1
     options = "--project --data-dir --endpoint --model --key-env --budget --build-command --answer --simulate " \
-              "--allow-commands --json --mock-delay"
+              "--accept-edits --allow-commands --json --mock-delay"
     assert all(f"\n  {option} " in help.out for option in options.split())
 
 
@@ -382,3 +382,7 @@ def test_a_task_does_not_start_over_files_that_were_changed(vesk, model):
     ended = vesk.run("x", *model.options())
     assert (ended.code, model.asked) == (1, []) and "изменён calculator.html" in ended.err
     assert (vesk.project / "calculator.html").read_text() == "моё"
+    accepted = vesk.run(vesk.calculator, "--accept-edits")
+    assert accepted.code == 0 and "Взята ваша версия: изменён calculator.html" in accepted.err
+    revisions = [row for row in Records(vesk.data)["file_revisions"] if row["path"] == "calculator.html"]
+    assert [row["revision"] for row in revisions if (row["author_agent"], row["content"]) == ("user", "моё")] == [3]

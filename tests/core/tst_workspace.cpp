@@ -251,6 +251,40 @@ private Q_SLOTS:
                  (QStringList{u"изменён changed"_s, u"удалён gone"_s, u"не читается link"_s}));
     }
 
+    void ofAnEditEitherSideIsTakenAndTheOtherKept()
+    {
+        const QByteArray binary("\0\xff\x80", 3);
+        QCOMPARE(workspace->undoEdit(u"none"_s), QJsonObject());
+        const QJsonObject first = workspace->write(u"a"_s, "1", u"me"_s, 0);
+        QCOMPARE(workspace->takeEdit(u"a"_s), first);
+        QCOMPARE(workspace->undoEdit(u"a"_s), first);
+
+        save(path(u"a"_s), binary);
+        QCOMPARE(workspace->takeEdit(u"a"_s)["author_agent"_L1], u"user"_s);
+        QCOMPARE(workspace->recorded(u"a"_s), binary);
+        QVERIFY(QFile::remove(path(u"a"_s)));
+        workspace->undoEdit(u"a"_s); // revisions 3 and 4
+        QCOMPARE(contentOf(path(u"a"_s)), binary);
+        QVERIFY(QFile::remove(path(u"a"_s)));
+        QCOMPARE(fields(workspace->takeEdit(u"a"_s), u"revision deleted status content"_s), u"5 true DELETED "_s);
+        QCOMPARE(workspace->takeEdit(u"a"_s)["revision"_L1].toInt(), 5);
+
+        save(path(u"a"_s), "new");
+        QCOMPARE(workspace->externalChanges(), QStringList{u"добавлен a"_s});
+        workspace->undoEdit(u"a"_s);
+        QVERIFY(everythingIn(workspace->root()).isEmpty());
+        QCOMPARE(workspace->externalChanges(), QStringList());
+        QStringList history;
+        for (const auto revisions = store->list(u"file_revisions"_s, u"p"_s); const QJsonValue &revision : revisions)
+            history << fields(revision.toObject(), u"author_agent revision"_s);
+        QCOMPARE(history.join(u' '), u"me 1 user 2 user 3 rollback 4 user 5 user 6"_s);
+
+        save(path(u"a"_s), QByteArray(2097153, 'x'));
+        for (const auto &way : {&Workspace::takeEdit, &Workspace::undoEdit})
+            QCOMPARE(errorOf([&] { (workspace.get()->*way)(u"a"_s); }), u"File exceeds 2 MiB limit"_s);
+        QCOMPARE(QFileInfo(path(u"a"_s)).size(), 2097153);
+    }
+
     void externalChangesBlockACheckpoint()
     {
         workspace->write(u"a"_s, "1", u"me"_s, 0);

@@ -1,3 +1,4 @@
+#include "files.h"
 #include "json_text.h"
 #include "planned_run.h"
 
@@ -228,19 +229,85 @@ private Q_SLOTS:
         QCOMPARE(run.fileContent(u"a.txt"_s), "newer");
     }
 
-    void anEditDuringTheReviewSurvives()
+    void anEditDuringARunWaitsForTheUser_data()
     {
-        const QStringList endings{u"Final gate: external file change"_s,
-                                  u"Existing/untracked or externally modified file: a.txt"_s};
-        for (int objections = 0; objections < 2; ++objections) {
-            PlannedRun run({code(u"a.txt"_s)});
-            run.objections = {{u"a.txt"_s, objections}};
-            holdReviews(run);
-            QVERIFY(run.save(u"a.txt"_s, "mine"));
-            run.model.releaseAll();
-            QCOMPARE(run.outcome(), endings[objections]);
-            QCOMPARE(run.fileContent(u"a.txt"_s), "mine");
+        QTest::addColumn<QString>("event");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("mine"); // what the user leaves there; nothing for a deletion
+        QTest::addColumn<QString>("answer");
+        QTest::addColumn<QString>("history");
+        const QString own = u"Взять мою версию"_s;
+        const QString program = u"вернуть версию программы"_s;
+        const QString event = u"PhaseChanged"_s;
+        QTest::newRow("planning") << event << u"PLANNING"_s << u"mine"_s << own << u"one|user:mine|two"_s;
+        QTest::newRow("planning, back") << event << u"PLANNING"_s << u"mine"_s << program
+                                        << u"one|user:mine|rollback:one|two"_s;
+        QTest::newRow("coding") << u"AgentStarted"_s << u"coding"_s << u"mine"_s << u"моя лучше"_s
+                                << u"one|user:mine"_s;
+        QTest::newRow("coding, back") << u"AgentStarted"_s << u"coding"_s << u"mine"_s << program
+                                      << u"one|user:mine|rollback:one|two"_s;
+        QTest::newRow("review") << u"FileModified"_s << u""_s << u"mine"_s << own << u"one|two|user:mine"_s;
+        QTest::newRow("review, back") << u"FileModified"_s << u""_s << u"mine"_s << program
+                                      << u"one|two|user:mine|rollback:two"_s;
+        QTest::newRow("deleted, planning") << event << u"PLANNING"_s << QString() << own << u"one|user:"_s;
+        QTest::newRow("deleted, coding") << u"AgentStarted"_s << u"coding"_s << QString() << own << u"one|user:"_s;
+        QTest::newRow("deleted, review") << u"FileModified"_s << u""_s << QString() << own << u"one|two|user:"_s;
+        QTest::newRow("deleted, review, back") << u"FileModified"_s << u""_s << QString() << program
+                                               << u"one|two|user:|rollback:two"_s;
+    }
+
+    void anEditDuringARunWaitsForTheUser()
+    {
+        QFETCH(QString, event);
+        QFETCH(QString, message);
+        QFETCH(QString, mine);
+        QFETCH(QString, answer);
+        QFETCH(QString, history);
+        PlannedRun run({code(u"a.txt"_s)});
+        run.texts = {{u"a.txt"_s, {u"one"_s, u"two"_s}}};
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        run.when(event, message, [&] {
+            QVERIFY(mine.isNull() ? QFile::remove(run.projectFile(u"a.txt"_s)) : run.save(u"a.txt"_s, mine.toUtf8()));
+        });
+        run.start();
+        QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
+        run.engine.clarify(answer);
+        QCOMPARE(run.outcome(), u"COMPLETED"_s);
+        QVERIFY(!run.state(u"spec"_s)[u"clarification"_s].isString());
+
+        QStringList kept;
+        for (const auto rows = run.store.list(u"file_revisions"_s, u"project"_s); const QJsonValue &row : rows) {
+            const QString author = row[u"author_agent"_s].toString();
+            const bool isCoder = author != u"user"_s && author != u"rollback"_s;
+            kept << (isCoder ? QString() : author + u':') + row[u"content"_s].toString();
         }
+        QCOMPARE(kept.join(u'|'), history);
+        const QByteArray last = history.endsWith(u':') ? "(none)" : kept.last().section(u':', -1).toUtf8();
+        QCOMPARE(contentOf(run.projectFile(u"a.txt"_s)), last);
+        QCOMPARE(run.workspace.externalChanges(), QStringList());
+        // What the user has written is reviewed like what a model has.
+        const qsizetype reviews = run.model.count(u"correctness_reviewer"_s);
+        QCOMPARE(reviews, 1 + history.count(u"two"_s) - history.count(u"rollback:two"_s)
+                     + (history.endsWith(u":mine"_s) ? 1 : 0));
+    }
+
+    void twoEditsAreAskedAboutOneAfterTheOther()
+    {
+        PlannedRun run({code(u"a.txt"_s), code(u"b.txt"_s)});
+        run.model.holding = true;
+        run.start();
+        while (run.model.count(u"coding"_s) < 2 && run.runUntil([&] { return run.model.held() > 0; }))
+            run.model.release();
+        QVERIFY(run.save(u"a.txt"_s, "my a") && run.save(u"b.txt"_s, "my b"));
+        run.model.releaseAll();
+        for (const QString &answer : {u"Взять мою версию"_s, u"Вернуть версию программы"_s}) {
+            QVERIFY(run.runToPhase(u"CLARIFICATION"_s));
+            run.engine.clarify(answer);
+        }
+        QCOMPARE(run.outcome(), u"COMPLETED"_s);
+        const QByteArrayList texts{run.fileContent(u"a.txt"_s), run.fileContent(u"b.txt"_s)};
+        QVERIFY2(texts == (QByteArrayList{"my a", "b.txt\n"}) || texts == (QByteArrayList{"a.txt\n", "my b"}),
+                 texts.join(", ").constData());
     }
 
     void noFurtherFileIsWrittenOnceTheRunHasEnded()
@@ -248,8 +315,9 @@ private Q_SLOTS:
         PlannedRun run({code(u"a.txt"_s)});
         QVERIFY(run.save(u"c.txt"_s, "mine"));
         answerFirst(run, {{u"a.txt"_s, {}}, {u"b.txt"_s, {}}, {u"c.txt"_s, {}}, {u"d.txt"_s, {}}});
+        run.when(u"PhaseChanged"_s, u"CLARIFICATION"_s, [&] { run.engine.cancel(); });
 
-        QCOMPARE(run.ending(), u"Existing/untracked or externally modified file: c.txt"_s);
+        QCOMPARE(run.ending(), u"CANCELLED"_s);
         QCOMPARE(run.messages(u"FileModified"_s), QStringList{u"b.txt rev1"_s}); // the expected file comes last
         QCOMPARE(run.fileContent(u"c.txt"_s), "mine");
     }
