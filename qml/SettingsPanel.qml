@@ -1,71 +1,123 @@
+pragma ComponentBehavior: Bound
 import QtQuick
+import QtQuick.Controls.Basic
 import QtQuick.Layouts
 import Vesk
 
-/* The settings of the workspace. */
+/* The one settings dialog: the look, the agents, programs of others, the background, the model. */
 FloatingDialog {
     id: settings
 
     required property Backend service
     property Item backdropItem: null
     property string selectedAgent: "orchestrator"
+    readonly property var profiles: service?.agentProfiles ?? []
+    readonly property var agent: profiles.find(profile => profile.id === selectedAgent) ?? {}
+    readonly property var parents: [{ id: "", name: "Без связи" }].concat(profiles.filter(profile => !profile.custom))
     property bool adding: false
-    property int section: 0
+    property bool tasksExpanded: false
+    property string loadedAgent: ""
+    property alias section: tabs.currentIndex
+    readonly property var taskOptions: [
+        { id: "photo", name: "Анализ фото" }, { id: "video", name: "Кадры видео" },
+        { id: "ocr", name: "Текст на фото" }, { id: "ui", name: "Дизайн интерфейса" },
+        { id: "frontend", name: "Фронтенд" }, { id: "backend", name: "Бэкенд" },
+        { id: "architecture", name: "Архитектура" }, { id: "planning", name: "Планирование" },
+        { id: "code", name: "Код" }, { id: "review", name: "Ревью" },
+        { id: "testing", name: "Тестирование" }, { id: "bugs", name: "Исправление ошибок" },
+        { id: "performance", name: "Оптимизация" }, { id: "security", name: "Безопасность" },
+        { id: "docs", name: "Документация" }, { id: "research", name: "Исследование" },
+        { id: "data", name: "Данные" }, { id: "3d", name: "3D" },
+        { id: "2d", name: "2D" }, { id: "integration", name: "Интеграции" },
+    ]
 
-    objectName: "workspaceSettings"
-    title: "Настройки"
-    width: Math.min(800, (parent?.width ?? 800) - 48)
-    height: Math.min(690, (parent?.height ?? 690) - 48)
+    signal addBegun()
+    signal agentSelected()
 
     function beginAdd() {
         section = 1;
         adding = true;
         open();
+        addBegun();
     }
     function selectAgent(key: string) {
         adding = false;
         selectedAgent = key;
         section = 1;
         open();
+        agentSelected();
+    }
+    function agentTasks(): var {
+        if (agent.tasks)
+            return agent.tasks;
+        const media = agent.media_analysis ?? "";
+        return media === "both" ? ["photo", "video"] : media === "" ? [] : [media];
     }
 
+    objectName: "workspaceSettings"
+    title: "Настройки"
+    padding: 22
+    edge: 0
+    leastWidth: 640
+    leastHeight: 560
+    width: Math.min(800, (parent?.width ?? 800) - 48)
+    height: Math.min(690, (parent?.height ?? 690) - 48)
+    onOpened: ground.refresh()
+
+    background: GlassGround {
+        id: ground
+        backdropItem: settings.backdropItem
+        place: Qt.point(settings.x, settings.y)
+    }
+    header: SettingsHeader {
+        dialog: settings
+    }
     contentItem: ColumnLayout {
         spacing: 16
-        LabelText {
-            text: "Рабочее пространство"
-            font.pixelSize: 21
+
+        TabBar {
+            id: tabs
+            objectName: "sections"
+            spacing: 4
+            background: null
             Layout.fillWidth: true
+            SectionTab { text: "Вид" }
+            SectionTab { text: "Агенты и skills" }
+            SectionTab { text: "MCP" }
+            SectionTab { text: "Фон" }
+            SectionTab { text: "API" }
         }
-        SettingSwitch {
-            text: "Прозрачные панели"
-            checked: settings.service.preferences.glass ?? true
-            onToggled: settings.service.setPreference("glass", checked)
-        }
-        SettingSwitch {
-            text: "Анимации"
-            checked: settings.service.preferences.animations ?? true
-            onToggled: settings.service.setPreference("animations", checked)
-        }
-        SettingSwitch {
-            text: "Команда слева"
-            checked: settings.service.preferences.team_left === true
-            onToggled: settings.service.setPreference("team_left", checked)
-        }
-        Note {
-            text: "Потяните границу боковой панели, чтобы изменить ширину. Окна можно перемещать за заголовок."
+        StackLayout {
+            currentIndex: tabs.currentIndex
             Layout.fillWidth: true
-        }
-        Action {
-            text: "Сбросить ширину панелей"
-            onClicked: {
-                settings.service.setPreference("sidebar_width", Theme.sidebarWidth);
-                settings.service.setPreference("inspector_width", Theme.inspectorWidth);
+            Layout.fillHeight: true
+
+            LookPage { service: settings.service }
+            LazyPage {
+                current: tabs.currentIndex === 1
+                sourceComponent: AgentsPage { panel: settings }
+            }
+            LazyPage {
+                current: tabs.currentIndex === 2
+                sourceComponent: McpPage { backend: settings.service }
+            }
+            LazyPage {
+                current: tabs.currentIndex === 3
+                sourceComponent: BackgroundPage { service: settings.service }
+            }
+            LazyPage {
+                current: tabs.currentIndex === 4
+                sourceComponent: ApiPage { service: settings.service }
             }
         }
-        Note {
-            text: "Настройки агентов, подключений и фона появятся в следующих версиях."
+        LabelText {
+            objectName: "settingsMessage"
+            visible: text !== ""
+            text: settings.service.message
+            color: Theme.textError
+            font.pixelSize: Theme.note
+            Accessible.role: Accessible.AlertMessage
             Layout.fillWidth: true
         }
-        Item { Layout.fillHeight: true }
     }
 }

@@ -31,6 +31,8 @@ QtObject {
     readonly property color dialog: glass ? "#fc252525" : "#252525"
     readonly property color popup: "#1c1c1c"
     readonly property color popupField: "#292929"
+    readonly property color settings: "#252525"
+    readonly property color settingsVeil: "#ed222222"
 
     // Buttons
     readonly property color button: "#222222"
@@ -42,7 +44,15 @@ QtObject {
     readonly property color buttonTextDisabled: "#666666"
     readonly property color buttonTextPrimary: "#111111"
 
+    readonly property color softButton: "#313131"
+    readonly property color softButtonHovered: "#414141"
+    readonly property color softButtonDown: "#505050"
+    readonly property color softButtonText: "#eeeeee"
+    readonly property color softButtonTextDisabled: "#777777"
+
     // Lines
+    readonly property color softButtonBorder: "#494949"
+    readonly property color softButtonBorderHovered: "#888888"
     readonly property color rule: "#303030"
     readonly property color handle: "#282828"
     readonly property color handleHovered: "#606060"
@@ -73,9 +83,15 @@ QtObject {
     readonly property color textInput: "#f0f0f0"
     readonly property color inputPlaceholder: "#777777"
     readonly property color textError: "#ffb7a9"
+    readonly property color textTitle: "#fafafa"
+    readonly property color softPlaceholder: "#888888"
     readonly property color errorLine: "#40ffb7a9"
 
     // Marks
+    readonly property color markOk: "#a9d6ab"
+    readonly property color markWarn: "#e6cf8f"
+    readonly property color markBad: "#ffb7a9"
+    readonly property color markWait: "#929292"
     readonly property color dotOff: "#666666"
     readonly property color dotOn: "#eeeeee"
     readonly property color dotLive: "#fafafa"
@@ -135,5 +151,6 @@ QtObject {
     readonly property int tint: animated ? 140 : 0
     readonly property int slide: animated ? 190 : 0
     readonly property int fade: animated ? 140 : 0
+    readonly property int softTint: animated ? 130 : 0
     readonly property int tipDelay: 500
 }

@@ -14,6 +14,10 @@ Dialog {
     closePolicy: Popup.CloseOnEscape
     onAboutToShow: if (!raising) centre()
 
+    /* What the grip leaves of it, and how far it keeps from the edges. */
+    property int leastWidth: 380
+    property int leastHeight: 200
+    property int edge: 20
     property bool moved: false
     property bool raising: false
 
@@ -33,11 +37,17 @@ Dialog {
         open();
         raising = false;
     }
+    /* As far as it can be caught again. */
+    function moveBy(dx: real, dy: real) {
+        moved = true;
+        x = Math.max(40 - width, Math.min(room.width - 40, x + dx));
+        y = Math.max(0, Math.min(room.height - 40, y + dy));
+    }
     function fit() {
-        if (width > room.width - 20)
-            width = room.width - 20;
-        if (height > room.height - 20)
-            height = room.height - 20;
+        if (width > room.width - edge)
+            width = room.width - edge;
+        if (height > room.height - edge)
+            height = room.height - edge;
         if (!moved)
             return centre();
         x = Math.max(0, Math.min(x, room.width - width));
@@ -66,18 +76,10 @@ Dialog {
     header: Item {
         implicitHeight: 58
 
-        MouseArea {
-            property point start
-
+        DialogMover {
             objectName: "dialogHeader"
             anchors.fill: parent
-            cursorShape: Qt.OpenHandCursor
-            onPressed: mouse => start = Qt.point(mouse.x, mouse.y)
-            onPositionChanged: mouse => {
-                root.moved = true;
-                root.x = Math.max(40 - root.width, Math.min(root.room.width - 40, root.x + mouse.x - start.x));
-                root.y = Math.max(0, Math.min(root.room.height - 40, root.y + mouse.y - start.y));
-            }
+            onDraggedBy: (x, y) => root.moveBy(x, y)
         }
         LabelText {
             anchors { left: parent.left; right: closeButton.left; verticalCenter: parent.verticalCenter; margins: 16 }
@@ -96,13 +98,14 @@ Dialog {
         }
     }
     footer: Item {
-        implicitHeight: 16
+        implicitHeight: 18
 
         Rectangle {
             anchors { right: parent.right; bottom: parent.bottom; margins: 4 }
-            width: 12
-            height: 12
+            width: 14
+            height: 14
             radius: 4
+            opacity: .5
             color: Theme.grip
 
             MouseArea {
@@ -114,8 +117,9 @@ Dialog {
                 cursorShape: Qt.SizeFDiagCursor
                 onPressed: mouse => start = Qt.point(mouse.x, mouse.y)
                 onPositionChanged: mouse => {
-                    root.width = Math.max(380, Math.min(root.room.width - 20, root.width + mouse.x - start.x));
-                    root.height = Math.max(200, Math.min(root.room.height - 20, root.height + mouse.y - start.y));
+                    root.width = Math.max(root.leastWidth, Math.min(root.room.width - root.edge, root.width + mouse.x - start.x));
+                    root.height = Math.max(root.leastHeight,
+                                           Math.min(root.room.height - root.edge, root.height + mouse.y - start.y));
                 }
             }
         }

@@ -6,6 +6,7 @@ Switch {
     id: root
 
     spacing: 10
+    leftPadding: 0
     indicator: Rectangle {
         x: root.leftPadding
         anchors.verticalCenter: parent.verticalCenter

@@ -101,7 +101,7 @@ ColumnLayout {
             color: Theme.textError
             Layout.fillWidth: true
         }
-        Action {
+        SoftButton {
             objectName: "errorLine"
             visible: mark.line > 0
             text: "Строка " + mark.line
@@ -111,16 +111,16 @@ ColumnLayout {
     RowLayout {
         spacing: 8
 
-        Action {
+        SoftButton {
             id: applyButton
             text: "Применить"
             onClicked: page.service.setPreference("background_js", backgroundCode.text)
         }
-        Action {
+        SoftButton {
             text: "Пример"
             onClicked: page.write(page.example)
         }
-        Action {
+        SoftButton {
             text: "Сбросить"
             onClicked: {
                 page.write("");

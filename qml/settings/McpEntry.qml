@@ -35,7 +35,7 @@ Column {
                     elide: Text.ElideRight
                     Layout.fillWidth: true
                 }
-                Action {
+                SoftButton {
                     objectName: "serverAction"
                     text: root.connected ? "Отключить" : "Подключить"
                     enabled: !root.connecting

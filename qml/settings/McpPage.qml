@@ -20,7 +20,7 @@ ColumnLayout {
             color: Theme.textStrong
             Layout.fillWidth: true
         }
-        Action {
+        SoftButton {
             objectName: "findServers"
             text: "Найти серверы"
             onClicked: root.backend.discoverMcp()

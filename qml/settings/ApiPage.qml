@@ -1,0 +1,66 @@
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* Where the answers come from. */
+SettingsScroll {
+    id: page
+
+    required property Backend service
+
+    ColumnLayout {
+        width: page.availableWidth
+        spacing: 14
+
+        MainApi {
+            service: page.service
+            Layout.fillWidth: true
+        }
+        LabelText {
+            text: "Инструменты медиа"
+            color: Theme.textStrong
+            font.pixelSize: 16
+            Layout.topMargin: 8
+            Layout.fillWidth: true
+        }
+        Input {
+            objectName: "ffmpegPath"
+            placeholderText: "Путь к FFmpeg — встроен в готовую сборку"
+            text: page.service.preferences.ffmpeg_path ?? ""
+            Layout.fillWidth: true
+            onEditingFinished: page.service.setPreference("ffmpeg_path", text)
+        }
+        Input {
+            objectName: "blenderPath"
+            placeholderText: "Путь к blender.exe — для сложных 3D-задач"
+            text: page.service.preferences.blender_path ?? ""
+            Layout.fillWidth: true
+            onEditingFinished: page.service.setPreference("blender_path", text)
+        }
+        Separation { Layout.fillWidth: true }
+        LabelText {
+            text: "Другой провайдер"
+            color: Theme.textStrong
+            font.pixelSize: 20
+            Layout.fillWidth: true
+        }
+        ApiSettings {
+            objectName: "teamApi"
+            service: page.service
+            Layout.fillWidth: true
+        }
+        Separation { Layout.fillWidth: true }
+        ServerForm {
+            objectName: "serverForm"
+            service: page.service
+            Layout.fillWidth: true
+        }
+        Separation { Layout.fillWidth: true }
+        ConnectionCheck {
+            objectName: "connectionCheck"
+            service: page.service
+            Layout.fillWidth: true
+        }
+        Item { Layout.preferredHeight: 16 }
+    }
+}

@@ -1,0 +1,144 @@
+pragma ComponentBehavior: Bound
+import QtQuick
+import QtQuick.Controls.Basic
+import Vesk
+
+/* One of a list. A long list is narrowed down by typing; rows are made only for what is in view. */
+ComboBox {
+    id: root
+
+    readonly property bool isLong: count > 12
+    property string name: ""
+
+    padding: 10
+    leftPadding: 14
+    font.pixelSize: Theme.body
+    Accessible.name: name
+
+    /* Places of the rows whose text contains what was typed. */
+    function matching(typed: string): var {
+        const wanted = typed.trim().toLowerCase();
+        const places = [];
+        for (let i = 0; i < count; ++i) {
+            if (wanted === "" || textAt(i).toLowerCase().includes(wanted))
+                places.push(i);
+        }
+        return places;
+    }
+    function choose(place: int) {
+        currentIndex = place;
+        popup.close();
+        activated(place);
+    }
+
+    indicator: Text {
+        x: root.width - width - 14
+        anchors.verticalCenter: parent.verticalCenter
+        text: "▾"
+        color: root.enabled ? Theme.softButtonText : Theme.softButtonTextDisabled
+        font.pixelSize: Theme.body
+    }
+    contentItem: Text {
+        text: root.displayText
+        rightPadding: 24
+        font: root.font
+        textFormat: Text.PlainText
+        color: root.enabled ? Theme.softButtonText : Theme.softButtonTextDisabled
+        elide: Text.ElideRight
+        verticalAlignment: Text.AlignVCenter
+    }
+    background: Rectangle {
+        implicitWidth: 160
+        implicitHeight: 40
+        radius: 10
+        color: root.hovered && root.enabled ? Theme.softButtonHovered : Theme.softButton
+        border.width: root.visualFocus ? 2 : 1
+        border.color: root.visualFocus ? Theme.focus
+            : root.hovered && root.enabled ? Theme.softButtonBorderHovered : Theme.softButtonBorder
+    }
+    popup: Popup {
+        id: popup
+
+        y: root.height + 4
+        width: root.width
+        padding: 6
+        height: Math.min(320, (filter.visible ? filter.height + 6 : 0) + list.contentHeight + 12)
+        onAboutToShow: {
+            filter.clear();
+            list.places = root.matching("");
+            list.currentIndex = Math.max(0, root.currentIndex);
+        }
+        onOpened: {
+            list.positionViewAtIndex(list.currentIndex, ListView.Contain);
+            (root.isLong ? filter : list).forceActiveFocus();
+        }
+
+        background: Rectangle {
+            color: Theme.menu
+            radius: 10
+            border.color: Theme.menuBorder
+        }
+        contentItem: Item {
+            Input {
+                id: filter
+                objectName: "choiceFilter"
+                visible: root.isLong
+                width: parent.width
+                padding: 8
+                placeholderText: "Найти в списке"
+                onTextChanged: {
+                    list.places = root.matching(text);
+                    list.currentIndex = 0;
+                }
+                Keys.onDownPressed: list.incrementCurrentIndex()
+                Keys.onUpPressed: list.decrementCurrentIndex()
+                onAccepted: list.accept()
+            }
+            ListView {
+                id: list
+
+                property var places: []
+
+                function accept() {
+                    if (currentIndex >= 0 && currentIndex < count)
+                        root.choose(places[currentIndex]);
+                }
+
+                objectName: "choiceList"
+                y: filter.visible ? filter.height + 6 : 0
+                width: parent.width
+                height: parent.height - y
+                clip: true
+                boundsBehavior: Flickable.StopAtBounds
+                reuseItems: true
+                model: places.length
+                highlightMoveDuration: 0
+                ScrollBar.vertical: ScrollBar {}
+                Keys.onReturnPressed: accept()
+                Keys.onEnterPressed: accept()
+                Keys.onSpacePressed: accept()
+                delegate: ItemDelegate {
+                    required property int index
+                    readonly property int place: list.places[index] ?? -1
+                    width: ListView.view.width
+                    implicitHeight: 32
+                    text: root.textAt(place)
+                    highlighted: ListView.isCurrentItem
+                    onClicked: root.choose(place)
+                    contentItem: Text {
+                        text: parent.text
+                        textFormat: Text.PlainText
+                        font.pixelSize: Theme.body
+                        color: Theme.textMenu
+                        elide: Text.ElideRight
+                        verticalAlignment: Text.AlignVCenter
+                    }
+                    background: Rectangle {
+                        radius: 6
+                        color: parent.highlighted || parent.hovered ? Theme.menuHighlight : "transparent"
+                    }
+                }
+            }
+        }
+    }
+}

@@ -1,0 +1,71 @@
+pragma ComponentBehavior: Bound
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* What the connected model can do, measured. */
+ColumnLayout {
+    id: root
+
+    required property Backend service
+    readonly property bool demo: service.settings.mock ?? true
+    readonly property bool busy: service.apiTesting || service.measuring
+
+    spacing: 10
+
+    LabelText {
+        text: "Проверка подключения"
+        color: Theme.textStrong
+        font.pixelSize: Theme.title
+        Layout.fillWidth: true
+    }
+    LabelText {
+        objectName: "currentModel"
+        text: root.demo ? "Сейчас работает демонстрация: ответы агентов составлены заранее"
+            : "Сейчас отвечает " + (root.service.settings.model ?? "") + " · " + (root.service.settings.base_url ?? "")
+        color: Theme.textStatus
+        font.pixelSize: Theme.note
+        Layout.fillWidth: true
+    }
+    RowLayout {
+        spacing: 8
+        SoftButton {
+            objectName: "measureConnection"
+            text: root.busy ? "Проверка…" : "Проверить подключение"
+            enabled: !root.demo && !root.busy
+            onClicked: root.service.measureConnection()
+        }
+        SoftButton {
+            objectName: "stopMeasuring"
+            text: "Остановить"
+            visible: root.busy
+            onClicked: root.service.stopCheck()
+        }
+        SoftButton {
+            objectName: "useDemonstration"
+            text: "Вернуть демонстрацию"
+            visible: !root.demo
+            enabled: !root.busy
+            onClicked: root.service.useDemonstration()
+        }
+    }
+    Repeater {
+        model: Rows {
+            source: root.service
+            list: "connectionMeasures"
+        }
+        MeasureRow {
+            required property var row
+            measure: row
+            Layout.fillWidth: true
+        }
+    }
+    LabelText {
+        objectName: "checkStatus"
+        visible: text !== ""
+        text: root.service.apiStatus
+        color: Theme.textStatus
+        font.pixelSize: Theme.note
+        Layout.fillWidth: true
+    }
+}

@@ -1,0 +1,58 @@
+import QtQuick
+import QtQuick.Effects
+import Vesk
+
+/* The ground of a dialog: what lay behind it when it opened, blurred. Where nothing can be blurred it is opaque: what
+   shines through unblurred only disturbs. */
+Rectangle {
+    id: root
+
+    property Item backdropItem: null
+    property point place: Qt.point(0, 0)
+    readonly property bool blurs: Theme.glass && backdropItem !== null && GraphicsInfo.api !== GraphicsInfo.Software
+
+    function refresh() {
+        if (blurs)
+            (snapshots.item as ShaderEffectSource)?.scheduleUpdate();
+    }
+
+    radius: 22
+    color: Theme.settings
+    border.color: Theme.dialogBorder
+
+    Loader {
+        id: snapshots
+        active: root.blurs
+        anchors.fill: parent
+        sourceComponent: ShaderEffectSource {
+            id: snapshot
+            sourceItem: root.backdropItem
+            sourceRect: Qt.rect(root.place.x, root.place.y, root.width, root.height)
+            live: false
+            visible: false
+        }
+    }
+    Rectangle {
+        id: rounding
+        anchors.fill: parent
+        radius: root.radius
+        visible: false
+        layer.enabled: root.blurs
+    }
+    MultiEffect {
+        anchors.fill: parent
+        visible: root.blurs
+        source: snapshots.item
+        blurEnabled: true
+        blur: 1
+        blurMax: 48
+        maskEnabled: true
+        maskSource: rounding
+    }
+    Rectangle {
+        anchors.fill: parent
+        radius: root.radius
+        color: Theme.settingsVeil
+        border.color: root.border.color
+    }
+}

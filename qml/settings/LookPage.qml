@@ -1,0 +1,95 @@
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* How the window looks, and what programs may do. */
+ColumnLayout {
+    id: page
+
+    required property Backend service
+    readonly property var preferences: service.preferences
+    readonly property var layouts: Object.keys(preferences.network_layouts ?? {})
+
+    function keepLayout() {
+        service.saveNetwork(layoutName.text);
+        if (service.message === "")
+            layoutName.clear();
+    }
+
+    spacing: 16
+
+    SettingSwitch {
+        id: access
+        objectName: "computerAccess"
+        text: "Полный доступ к локальным командам"
+        checked: page.preferences.computer_access === true
+        onToggled: page.service.setPreference("computer_access", checked)
+        Accessible.description: accessTip.text
+        Tip {
+            id: accessTip
+            parent: access
+            width: Math.min(420, access.width)
+            text: "Агенты запускают программы без отдельного подтверждения. Действует со следующей задачи; права Windows и внешних сервисов сохраняются."
+            visible: access.hovered || access.visualFocus
+        }
+    }
+    LabelText {
+        text: "Рабочее пространство"
+        color: Theme.textStrong
+        font.pixelSize: 21
+        Layout.fillWidth: true
+    }
+    SettingSwitch {
+        text: "Прозрачные панели"
+        checked: page.preferences.glass ?? true
+        onToggled: page.service.setPreference("glass", checked)
+    }
+    SettingSwitch {
+        text: "Анимации"
+        checked: page.preferences.animations ?? true
+        onToggled: page.service.setPreference("animations", checked)
+    }
+    SettingSwitch {
+        text: "Команда слева"
+        checked: page.preferences.team_left === true
+        onToggled: page.service.setPreference("team_left", checked)
+    }
+    LabelText {
+        text: "Потяните границу боковой панели, чтобы изменить ширину. Окна можно перемещать за заголовок."
+        color: Theme.textStatus
+        Layout.fillWidth: true
+    }
+    SoftButton {
+        text: "Сбросить ширину панелей"
+        onClicked: {
+            page.service.setPreference("sidebar_width", Theme.sidebarWidth);
+            page.service.setPreference("inspector_width", Theme.inspectorWidth);
+        }
+    }
+    RowLayout {
+        spacing: 8
+        Input {
+            id: layoutName
+            objectName: "layoutName"
+            placeholderText: "Название раскладки сети"
+            Layout.fillWidth: true
+            onAccepted: page.keepLayout()
+        }
+        SoftButton {
+            objectName: "saveLayout"
+            text: "Сохранить"
+            onClicked: page.keepLayout()
+        }
+    }
+    Choice {
+        objectName: "layouts"
+        name: "Раскладки сети"
+        model: page.layouts
+        enabled: page.layouts.length > 0
+        currentIndex: -1
+        displayText: currentIndex < 0 ? enabled ? "Выбрать раскладку" : "Сохранённых раскладок нет" : currentText
+        Layout.fillWidth: true
+        onActivated: page.service.loadNetwork(currentText)
+    }
+    Item { Layout.fillHeight: true }
+}

@@ -1,0 +1,47 @@
+import QtQuick
+import QtQuick.Controls.Basic
+import Vesk
+
+/* The button of the settings. */
+Button {
+    id: root
+
+    property string tip: ""
+
+    padding: 10
+    leftPadding: 14
+    rightPadding: 14
+    hoverEnabled: true
+    font.pixelSize: Theme.body
+    Accessible.name: text
+    Accessible.description: tip
+    Keys.onReturnPressed: click()
+    Keys.onEnterPressed: click()
+
+    Loader {
+        active: root.tip !== "" && (root.hovered || root.visualFocus)
+        sourceComponent: Tip {
+            parent: root
+            text: root.tip
+            visible: root.hovered || root.visualFocus
+        }
+    }
+
+    background: Rectangle {
+        radius: 10
+        color: root.down ? Theme.softButtonDown : root.hovered ? Theme.softButtonHovered : Theme.softButton
+        border.width: root.visualFocus ? 2 : 1
+        border.color: root.visualFocus ? Theme.focus
+            : root.hovered ? Theme.softButtonBorderHovered : Theme.softButtonBorder
+        Behavior on color { ColorAnimation { duration: Theme.softTint } }
+    }
+    contentItem: Text {
+        text: root.text
+        font: root.font
+        textFormat: Text.PlainText
+        color: root.enabled ? Theme.softButtonText : Theme.softButtonTextDisabled
+        elide: Text.ElideRight
+        horizontalAlignment: Text.AlignHCenter
+        verticalAlignment: Text.AlignVCenter
+    }
+}
