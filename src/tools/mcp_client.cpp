@@ -49,6 +49,9 @@ McpClient::~McpClient()
         process->disconnect();
         ProcessContainment::end(*process);
     }
+    // Callbacks hold the server that holds them.
+    for (const ServerPtr &server : std::as_const(servers))
+        server->pending.clear();
     const QDeadlineTimer deadline(destructionLimitMs);
     for (QProcess *process : running)
         process->waitForFinished(int(deadline.remainingTime()));

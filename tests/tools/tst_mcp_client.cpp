@@ -140,9 +140,9 @@ private Q_SLOTS:
                                                                                  : u"Подключён"_s);
         QTEST(desk.call(), "result");
         QTRY_COMPARE(desk.ending(), ending);
+        QCOMPARE(desk.connectTo(config, first), first); // Nothing of a connection that has ended is in the way.
         desk.client.disconnectServer(desk.id);
         QVERIFY(started.vanish());
-        QCOMPARE(desk.connectTo(config, first), first); // Nothing of the first connection is in the way.
     }
 
     void aProgramThatCannotBeExecutedSaysSo()
@@ -219,7 +219,7 @@ private Q_SLOTS:
         const TaggedProcesses started;
         Desk desk;
         const QString log = desk.folder.filePath(u"log"_s);
-        desk.connectTo(mcpProgram(u"sleep 1000 & setsid sleep 1000 & cat > "_s + log));
+        desk.connectTo(mcpProgram(u"sleep 1000 & setsid sleep 1000 & cat > "_s + log + u"; exec sleep 1000"_s));
         WireServer http(httpServer({{}, WireReply::End::Silence}));
         desk.client.add(u"Сеть"_s, {{u"url"_s, http.url()}}, {});
         const QString web = mcpServerId({}, u"Сеть"_s);
@@ -273,6 +273,14 @@ private Q_SLOTS:
         desk.client.scan(desk.root);
         QCOMPARE(names(), u"aДоступен bДоступен bДоступен cДоступен dДоступен"_s);
         QVERIFY(desk.client.server(mcpServerId(home + u".mcp.json"_s, u"b"_s))->config.contains("url"_L1));
+
+        // One of a project waits for a word in another one, too; and one of the user's own, as soon as it lies in one.
+        desk.client.scan({});
+        desk.client.connectServer(mcpServerId(desk.root + u"/.mcp.json"_s, u"b"_s));
+        QCOMPARE(desk.client.requests().size(), 1);
+        desk.client.scan(QDir::homePath());
+        desk.client.connectServer(mcpServerId(home + u".mcp.json"_s, u"d"_s));
+        QCOMPARE(desk.client.requests().size(), 2);
     }
 
     void programsAreFoundAsTheShellFindsThem()
