@@ -52,6 +52,20 @@ bool isPlain(const QString &model)
         && std::ranges::none_of(model, [](QChar c) { return c.category() == QChar::Other_Control; });
 }
 
+/// A list with its form for the interface.
+struct Reading {
+    Catalog catalog;
+    QVariantList shown;
+};
+
+Reading readingOf(const Catalog &catalog)
+{
+    Reading reading{catalog, {}};
+    for (const QString &model : catalog.models)
+        reading.shown.append(QVariantMap{{u"id"_s, model}});
+    return reading;
+}
+
 } // namespace
 
 QString ownServerName()
@@ -130,26 +144,20 @@ void ModelCatalog::read(const ServerReply &answer, const QString &base, const QS
 {
     modelsReply = nullptr;
     reading = true;
-    auto promise = std::make_shared<QPromise<Catalog>>();
-    promise->future().then(
-        this, [this, answer, base, hadKey = !key.isEmpty(), noted = catalogGeneration](const Catalog &catalog) {
-            if (noted != catalogGeneration)
-                return;
-            reading = false;
-            take({{answer.status, answer.networkError, {}, answer.endless}, catalog, base, hadKey});
-        });
+    auto promise = std::make_shared<QPromise<Reading>>();
+    const bool hadKey = !key.isEmpty();
+    promise->future().then(this, [this, answer, base, hadKey, noted = catalogGeneration](const Reading &read) {
+        if (noted != catalogGeneration)
+            return;
+        reading = false;
+        shown = read.shown;
+        Q_EMIT finished({{answer.status, answer.networkError, {}, answer.endless}, read.catalog, base, hadKey});
+    });
     QThreadPool::globalInstance()->start([promise, answer, key, provider = catalogProvider] {
         promise->start();
-        promise->addResult(answer.isAccepted() ? catalogOf(provider, answer.body, key) : Catalog());
+        promise->addResult(answer.isAccepted() ? readingOf(catalogOf(provider, answer.body, key)) : Reading());
         promise->finish();
     });
-}
-
-void ModelCatalog::take(const Outcome &outcome)
-{
-    for (const QString &model : outcome.catalog.models)
-        shown.append(QVariantMap{{u"id"_s, model}});
-    Q_EMIT finished(outcome);
 }
 
 } // namespace vesk

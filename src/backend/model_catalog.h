@@ -62,7 +62,6 @@ Q_SIGNALS:
 
 private:
     void read(const ServerReply &answer, const QString &base, const QString &key);
-    void take(const Outcome &outcome);
 
     QNetworkAccessManager catalogNetwork;
     QPointer<QNetworkReply> modelsReply;

@@ -42,6 +42,7 @@ const WireReply silence{{}, WireReply::End::Silence};
 
 /// A server whose reply to everything can be changed.
 class Server : public WireServer {
+    Q_OBJECT
 public:
     Server()
         : WireServer([this](const WireRequest &request) { return answer ? answer(request) : reply; })
@@ -54,6 +55,7 @@ public:
 
 /// A server that stands for a published provider as long as this lives.
 class Published : public Server {
+    Q_OBJECT
 public:
     Published() { qputenv("VESK_ALEM_URL", url().toUtf8()); }
     ~Published() override { qunsetenv("VESK_ALEM_URL"); }
@@ -224,7 +226,7 @@ private Q_SLOTS:
             {"loadServerModels", {server.url(), key}},
             {"connectServer", {server.url(), u"m"_s, key}},
             {"connectServer", {server.url(), u"m"_s, key, u"coding"_s}}};
-        for (const QByteArray stop : {"stopCheck", "stop"}) {
+        for (const QByteArray &stop : {QByteArray("stopCheck"), QByteArray("stop")}) {
             for (const auto &[operation, arguments] : stoppable) {
                 const qsizetype before = server.requests.size();
                 desk.call(operation, arguments);
