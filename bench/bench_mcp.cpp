@@ -1,5 +1,5 @@
-// What a call of an MCP tool costs beside a bare client that does nothing but send and read JSON: over standard input and
-// output, and over HTTP on this machine. With an argument it is the server itself.
+// What a call of an MCP tool costs beside a bare client that does nothing but send and read JSON: over standard input
+// and output, and over HTTP on this machine. With an argument it is the server itself.
 
 #include "helpers.h"
 #include "mcp_client.h"

@@ -89,11 +89,10 @@ std::unique_ptr<ILLMProvider> server(const RunOptions &options, const Store &sto
 
 /// The model that answers: the server of the options, else the one that the window has connected, else the
 /// demonstration.
-std::unique_ptr<ILLMProvider> makeModel(const RunOptions &options, const QString &key, const QString &dataFolder)
+std::unique_ptr<ILLMProvider> makeModel(const RunOptions &options, const QString &key, const Store &store)
 {
     if (options.mock)
         return demonstration(options);
-    const Store store(dataFolder + u"/vesk.sqlite"_s);
     if (!options.endpoint.isEmpty())
         return server(options, store, options.endpoint, options.model,
                       options.keyVariable.isEmpty() ? CredentialStore::read(connectionTarget(options.endpoint)) : key);
@@ -130,8 +129,11 @@ int runTask(const CommandLine &line)
         return usageError;
     }
     CredentialStore::setDataFolder(folder.path());
-    const std::unique_ptr<ILLMProvider> model = makeModel(options, key, folder.path());
-    RunMode mode(options, folder.path(), *model);
+    std::unique_ptr<ILLMProvider> model;
+    RunMode mode(options, folder.path(), [&](const Store &store) -> ILLMProvider & {
+        model = makeModel(options, key, store);
+        return *model;
+    });
     QObject::connect(&requests, &ProcessSignals::endRequested, &mode, &RunMode::interrupt);
     return mode.exec();
 }

@@ -59,10 +59,12 @@ QString questionText(const QJsonObject &decision)
 
 } // namespace
 
-RunMode::RunMode(const RunOptions &options, const QString &dataFolder, ILLMProvider &model)
+RunMode::RunMode(const RunOptions &options, const QString &dataFolder,
+                 const std::function<ILLMProvider &(const Store &)> &chooseModel)
     : options(options)
-    , core(dataFolder + u"/vesk.sqlite"_s, &model)
+    , core(dataFolder + u"/vesk.sqlite"_s, nullptr)
 {
+    core.engine.setProvider(&chooseModel(core.store));
     recoverInterruptedTasks(core.store);
     bindProject();
     core.engine.computerAccess = options.allowCommands;

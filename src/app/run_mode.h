@@ -14,8 +14,6 @@ class QSocketNotifier;
 
 namespace vesk {
 
-class ILLMProvider;
-
 /// How "vesk --run" ends.
 enum class RunExit {
     Completed = 0,
@@ -31,9 +29,10 @@ enum class RunExit {
 class RunMode : public QObject {
     Q_OBJECT
 public:
-    /// Opens the database in the data folder and binds the project folder. Throws std::runtime_error. The model that
-    /// answers is not owned.
-    RunMode(const RunOptions &options, const QString &dataFolder, ILLMProvider &model);
+    /// Opens the database in the data folder and binds the project folder. Throws std::runtime_error. `chooseModel`
+    /// gives the model that answers, which is not owned; it may look into the database.
+    RunMode(const RunOptions &options, const QString &dataFolder,
+            const std::function<ILLMProvider &(const Store &)> &chooseModel);
 
     /// Runs the task in the event loop of the application; the exit code of the process.
     int exec();

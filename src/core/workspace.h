@@ -91,8 +91,8 @@ public:
     QStringList externalChanges() const;
 
     /// Makes what stands on disk the newest revision, by `userAuthor`; the disk is not written to. A file that is gone
-    /// becomes a revision with "deleted": true, the status `removedByUser` and no content. Returns the newest revision, the old one if there was no
-    /// edit. Throws as read() does.
+    /// becomes a revision with "deleted": true, the status `removedByUser` and no content. Returns the newest revision,
+    /// the old one if there was no edit. Throws as read() does.
     QJsonObject takeEdit(const QString &relativePath);
 
     /// Brings the recorded state back over the user's edit, which takeEdit() keeps first: a revision by "rollback", or

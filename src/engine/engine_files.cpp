@@ -181,8 +181,7 @@ void Engine::takeWritten(int index, const QJsonObject &file, const QJsonObject &
     const int known = workspace.latest(path)["revision"_L1].toInt();
     const bool waits = askAboutEdits(editsOf({path}), [this, index, file, path, known] {
         const QJsonObject record = workspace.latest(path);
-        const bool isTaken
-            = record["author_agent"_L1].toString() == userAuthor && record["revision"_L1].toInt() > known
+        const bool isTaken = record["author_agent"_L1].toString() == userAuthor && record["revision"_L1].toInt() > known
             && record["status"_L1].toString() != "ROLLED_BACK"_L1;
         isTaken ? takeOwn(index, record) : writeFile(index, file);
     });

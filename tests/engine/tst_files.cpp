@@ -252,8 +252,8 @@ private Q_SLOTS:
         QTest::newRow("deleted, planning") << event << u"PLANNING"_s << QString() << own << u"one|user:"_s;
         QTest::newRow("deleted, coding") << u"AgentStarted"_s << u"coding"_s << QString() << own << u"one|user:"_s;
         QTest::newRow("deleted, review") << u"FileModified"_s << u""_s << QString() << own << u"one|two|user:"_s;
-        QTest::newRow("deleted, review, back") << u"FileModified"_s << u""_s << QString() << program
-                                               << u"one|two|user:|rollback:two"_s;
+        QTest::newRow("deleted, review, back")
+            << u"FileModified"_s << u""_s << QString() << program << u"one|two|user:|rollback:two"_s;
     }
 
     void anEditDuringARunWaitsForTheUser()
@@ -287,7 +287,8 @@ private Q_SLOTS:
         QCOMPARE(run.workspace.externalChanges(), QStringList());
         // What the user has written is reviewed like what a model has.
         const qsizetype reviews = run.model.count(u"correctness_reviewer"_s);
-        QCOMPARE(reviews, 1 + history.count(u"two"_s) - history.count(u"rollback:two"_s)
+        QCOMPARE(reviews,
+                 1 + history.count(u"two"_s) - history.count(u"rollback:two"_s)
                      + (history.endsWith(u":mine"_s) ? 1 : 0));
     }
 
