@@ -72,6 +72,11 @@ FloatingDialog {
     header: SettingsHeader {
         dialog: settings
     }
+    footer: DialogGrip {
+        size: 14
+        opacity: .5
+        onDraggedBy: (x, y) => settings.resizeBy(x, y)
+    }
     contentItem: ColumnLayout {
         spacing: 16
 
@@ -80,6 +85,11 @@ FloatingDialog {
             objectName: "sections"
             spacing: 4
             background: null
+            // Its usual list view deletes the tabs after the scope that they have the focus in.
+            contentItem: Row {
+                spacing: tabs.spacing
+                Repeater { model: tabs.contentModel }
+            }
             Layout.fillWidth: true
             SectionTab { text: "Вид" }
             SectionTab { text: "Агенты и skills" }

@@ -43,6 +43,10 @@ Dialog {
         x = Math.max(40 - width, Math.min(room.width - 40, x + dx));
         y = Math.max(0, Math.min(room.height - 40, y + dy));
     }
+    function resizeBy(dx: real, dy: real) {
+        width = Math.max(leastWidth, Math.min(room.width - edge, width + dx));
+        height = Math.max(leastHeight, Math.min(room.height - edge, height + dy));
+    }
     function fit() {
         if (width > room.width - edge)
             width = room.width - edge;
@@ -97,31 +101,7 @@ Dialog {
             onClicked: root.close()
         }
     }
-    footer: Item {
-        implicitHeight: 18
-
-        Rectangle {
-            anchors { right: parent.right; bottom: parent.bottom; margins: 4 }
-            width: 14
-            height: 14
-            radius: 4
-            opacity: .5
-            color: Theme.grip
-
-            MouseArea {
-                property point start
-
-                objectName: "dialogGrip"
-                anchors.fill: parent
-                anchors.margins: -4
-                cursorShape: Qt.SizeFDiagCursor
-                onPressed: mouse => start = Qt.point(mouse.x, mouse.y)
-                onPositionChanged: mouse => {
-                    root.width = Math.max(root.leastWidth, Math.min(root.room.width - root.edge, root.width + mouse.x - start.x));
-                    root.height = Math.max(root.leastHeight,
-                                           Math.min(root.room.height - root.edge, root.height + mouse.y - start.y));
-                }
-            }
-        }
+    footer: DialogGrip {
+        onDraggedBy: (x, y) => root.resizeBy(x, y)
     }
 }
