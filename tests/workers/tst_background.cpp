@@ -132,6 +132,7 @@ void BackgroundTest::aScriptThatFailsIsToldAndTriedNoMore()
     rendered(script, 1);
     QVERIFY2(texts.contains(renderer->error()), qPrintable(renderer->error()));
     QTEST(renderer->errorLine(), "line");
+    QCOMPARE(renderer->frame().isEmpty(), renderer->error() != tooLarge && renderer->error() != failed);
     QTRY_COMPARE(processesBelow(), QByteArrayList());
     renderer->render(script, 0, 400, 300);
     QCOMPARE(processesBelow(), QByteArrayList());
@@ -148,6 +149,7 @@ void BackgroundTest::aFrameOnItsWayIsTheOnlyOne()
     QCOMPARE(rendered(code, 5)[0].toMap()[u"t"_s], 1);
     QCOMPARE(spy.size(), 2); // For the new script and its first frame.
     QCOMPARE(rendered(code, 6).size(), 2); // What a script keeps lasts.
+    QCOMPARE(renderer->frame()[0].toMap()[u"t"_s], 6);
     // A frame of an old script never comes under a new one.
     renderer->render(code, 7, 1, 1);
     QCOMPARE(rendered(u"return [{t:'new'}]"_s)[0].toMap()[u"t"_s], u"new"_s);
