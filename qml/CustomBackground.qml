@@ -7,8 +7,8 @@ Canvas {
 
     required property Backend service
     property bool animated: true
-    /* A frame is on its way to the screen; the one that comes meanwhile is drawn behind it. */
-    property bool painting: false
+    /* A frame is on its way to the screen, at first an empty one; what comes meanwhile is drawn behind it. */
+    property bool painting: true
     property bool outdated: false
 
     opacity: .55

@@ -9,7 +9,9 @@ Rectangle {
 
     property Item backdropItem: null
     property point place: Qt.point(0, 0)
-    readonly property bool blurs: Theme.glass && backdropItem !== null && GraphicsInfo.api !== GraphicsInfo.Software
+    /* Not known before the dialog is first shown. */
+    readonly property bool canBlur: GraphicsInfo.api !== GraphicsInfo.Unknown && GraphicsInfo.api !== GraphicsInfo.Software
+    readonly property bool blurs: Theme.glass && backdropItem !== null && canBlur
 
     function refresh() {
         if (blurs)

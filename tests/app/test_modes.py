@@ -1,7 +1,9 @@
 """The modes that are no task and no window of their own: what they say and how they end."""
 import json
+import re
 import shutil
 import subprocess
+from pathlib import Path
 
 import pytest
 
@@ -31,6 +33,29 @@ def test_the_background_worker_answers_line_by_line(vesk):
         {"generation": 3, "error": WRONG + "2"},
     ]
     assert (ended.returncode, ended.stderr) == (0, b"")
+
+
+def test_the_background_worker_is_confined_and_stays_small(vesk):
+    request = json.dumps({"code": "return Array.from({length:200},(_,i)=>({x:w*(i+1)/13,y:h/2+Math.sin(t*.5+i)}));"})
+    worker = vesk.start("--background-worker", stdin=subprocess.PIPE)
+
+    def frames(count):
+        for _ in range(count):
+            worker.stdin.write(request.encode() + b"\n")
+            worker.stdin.flush()
+            assert b"shapes" in worker.stdout.readline()
+        return {name: (Path("/proc") / str(worker.pid) / name).read_text() for name in ("status", "limits", "maps")}
+
+    def memory(facts):
+        return int(re.search(r"VmRSS:\s*(\d+)", facts["status"])[1])
+
+    first, last = frames(1), frames(1000)
+    assert memory(last) < memory(first) + 4000
+    assert "Seccomp:\t2" in last["status"] and "Threads:\t1" in last["status"]
+    assert re.search(r"Max address space +536870912 ", last["limits"])
+    assert not re.search("libQt6(Gui|Quick)", last["maps"])
+    worker.stdin.close()
+    assert worker.wait() == 0
 
 
 @pytest.mark.parametrize("works, code, text", [

@@ -1,7 +1,6 @@
 // What a confined process can no longer do, also where the kernel has no filters of system calls.
 
 #include "confinement.h"
-#include "sandbox.h"
 
 #include <QCoreApplication>
 #include <QProcess>
@@ -43,56 +42,48 @@ void refuseFilters()
 
 bool connects()
 {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const sockaddr_in address{
+        .sin_family = AF_INET, .sin_port = 0, .sin_addr = {htonl(INADDR_LOOPBACK)}, .sin_zero = {}};
     const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
     return socket >= 0
-        && (::connect(socket, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 || errno == ECONNREFUSED);
+        && (::connect(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0
+            || errno == ECONNREFUSED);
 }
 
-bool maps(size_t bytes, int protection)
+bool maps(size_t megabytes, int protection)
 {
-    return ::mmap(nullptr, bytes, protection, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0) != MAP_FAILED;
+    return ::mmap(nullptr, megabytes << 20, protection, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0)
+        != MAP_FAILED;
 }
 
-bool forks()
-{
-    const pid_t child = ::fork();
-    if (child == 0)
-        ::_exit(0);
-    return child > 0;
-}
-
-/// Prints what of these things can be done after a confinement.
-void tryEverything()
+/// Prints what of these things can be done after a confinement. Standard input is closed on the way: what the limit of
+/// descriptors lets through then is to be refused all the same.
+int tryEverything()
 {
     vesk::confineToComputing();
-    const auto note = [&](const char *name, bool works) {
-        if (works)
-            std::puts(name);
-    };
+    const auto note = [](const char *name, bool works) { works ? std::puts(name) : 0; };
+    note("descriptor", ::dup(STDOUT_FILENO) >= 0);
+    ::close(STDIN_FILENO);
     note("read", ::open("/etc/passwd", O_RDONLY) >= 0);
-    ::close(0); // Room for a descriptor: what the limit of their number lets through is to be refused all the same.
-    note("read at 0", ::open("/etc/passwd", O_RDONLY) >= 0);
-    note("list", ::open("/", O_RDONLY | O_DIRECTORY) >= 0);
     note("write", ::open("/tmp/vesk-confined", O_WRONLY | O_CREAT, 0600) >= 0);
     note("connect", connects());
-    note("rename", ::rename("/tmp/vesk-confined-not-there", "/tmp/vesk-confined") == 0 || errno == ENOENT);
-    note("fork", forks());
-    note("execute memory", maps(4096, PROT_READ | PROT_EXEC));
-    note("600 MB", maps(size_t(600) << 20, PROT_READ | PROT_WRITE));
-    note("100 MB", maps(size_t(100) << 20, PROT_READ | PROT_WRITE));
-    std::fflush(stdout);
+    note("execute memory", maps(1, PROT_READ | PROT_EXEC));
+    note("600 MB", maps(600, PROT_READ | PROT_WRITE));
+    note("100 MB", maps(100, PROT_READ | PROT_WRITE));
+    const pid_t child = ::fork();
+    note("fork", child > 0);
+    if (child != 0)
+        std::fflush(stdout);
+    ::_exit(0);
 }
 
-/// The same, from a process of its own.
-QByteArrayList possible(const QString &how)
+/// Runs for ever, as far as it may.
+int run()
 {
-    QProcess process;
-    process.start(QCoreApplication::applicationFilePath(), {how});
-    process.waitForFinished();
-    return process.readAllStandardOutput().trimmed().split('\n');
+    vesk::limitProcessorTime(30);
+    vesk::limitProcessorTime(0);
+    for (volatile int turns = 0;;)
+        turns = turns + 1;
 }
 
 } // namespace
@@ -100,37 +91,36 @@ QByteArrayList possible(const QString &how)
 class ConfinementTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
-    void aConfinedProcessOnlyComputes() { QCOMPARE(possible(u"--confined"_s), QByteArrayList{"100 MB"}); }
-
-    void withoutFiltersTheOtherMeansHold()
+    void aConfinedProcessOnlyComputes_data()
     {
-        QByteArrayList able = possible(u"--confined-without-filters"_s);
-        able.removeAll("fork"); // The limit of processes does not hold for root.
-        able.removeAll("rename"); // Is Landlock's since its second version.
-        QCOMPARE(able, (QByteArrayList{"execute memory", "100 MB"}));
+        QTest::addColumn<QByteArrayList>("possible");
+        // The limit of processes does not hold for root, so that "fork" is the filters' alone.
+        QTest::newRow("--confined") << QByteArrayList{"100 MB"};
+        QTest::newRow("--confined-without-filters") << QByteArrayList{"execute memory", "100 MB"};
+        QTest::newRow("--run") << QByteArrayList{""};
     }
-
-    void whatNobodyStopsRunsOutOfTime()
+    void aConfinedProcessOnlyComputes()
     {
-        const QString end = sandbox::inChild([]() -> QString {
-            vesk::limitProcessorTime(30);
-            vesk::limitProcessorTime(0);
-            for (volatile int turns = 0;;)
-                turns = turns + 1;
-        });
-        QCOMPARE(end, u"died of signal %1"_s.arg(SIGXCPU));
+        QProcess process;
+        process.start(QCoreApplication::applicationFilePath(), {QString::fromLatin1(QTest::currentDataTag())});
+        QVERIFY(process.waitForFinished());
+        QByteArrayList possible = process.readAllStandardOutput().trimmed().split('\n');
+        if (qstrcmp(QTest::currentDataTag(), "--confined-without-filters") == 0)
+            possible.removeAll("fork");
+        QTEST(possible, "possible");
+        QCOMPARE(process.exitCode(), qstrcmp(QTest::currentDataTag(), "--run") == 0 ? SIGXCPU : 0);
     }
 };
 
 int main(int count, char **arguments)
 {
     const QByteArrayView first(count > 1 ? arguments[1] : "");
-    if (first.startsWith("--confined")) {
-        if (first.endsWith("without-filters"))
-            refuseFilters();
-        tryEverything();
-        return 0;
-    }
+    if (first == "--run")
+        return run();
+    if (first == "--confined-without-filters")
+        refuseFilters();
+    if (first.startsWith("--confined"))
+        return tryEverything();
     QCoreApplication application(count, arguments);
     ConfinementTest test;
     return QTest::qExec(&test, count, arguments);

@@ -52,9 +52,9 @@ BackgroundRenderer::~BackgroundRenderer()
 
 void BackgroundRenderer::render(const QString &text, double time, int width, int height)
 {
+    postponed.reset();
     if (text != code)
         restart(text);
-    postponed.reset();
     if (text.trimmed().isEmpty()) {
         endWorker();
         busy = false;
