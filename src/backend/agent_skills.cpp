@@ -93,7 +93,7 @@ void AgentTeam::takeSkill(const QString &agent, const QString &link, const QUrl 
               {{u"address"_s, address.toString(QUrl::FullyEncoded)},
                {u"loaded_at"_s, now()},
                {u"hash"_s, digest(text.toUtf8())},
-               {u"changes"_s, old.isEmpty() ? QString() : changedLines(old, text)}});
+               {u"changes"_s, old.isEmpty() ? QString() : skillChanges(old, text)}});
 }
 
 /// The list that the last change would bring back gets the skill as well: that change was another one.

@@ -62,7 +62,7 @@ public:
     QStringList loadingSkills() const;
     /// What was loaded for an agent, to be read before it steers anything: {"skill_url", "status", "text", "bytes",
     /// "given" (the characters that an agent gets of it), and from its last load "address", "loaded_at", "changes" (see
-    /// changedLines(); empty after the first load)}. In "text" what can't be seen is made visible. Empty without a
+    /// skillChanges(); empty after the first load)}. In "text" what can't be seen is made visible. Empty without a
     /// skill.
     QVariantMap skill(const QString &agent) const;
 
@@ -86,7 +86,8 @@ private:
 
     QJsonArray agents() const;
     QJsonObject skillRecord(const QString &agent) const;
-    void apply(const QString &report, const QMap<QString, QJsonValue> &values, const QHash<QString, OwnModel> &removed = {});
+    void apply(const QString &report, const QMap<QString, QJsonValue> &values,
+               const QHash<QString, OwnModel> &removed = {});
     void applyAgents(const QString &report, const QJsonArray &next);
     static void forget(const OwnModel &own, const QString &agent);
     static void remember(const OwnModel &own, const QString &agent);

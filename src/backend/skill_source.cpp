@@ -39,8 +39,9 @@ std::vector<int> commonLengths(const QStringList &before, const QStringList &aft
     for (qsizetype i = before.size() - 1; i >= 0; --i) {
         for (qsizetype j = after.size() - 1; j >= 0; --j) {
             int &cell = common[size_t(i * width + j)];
-            cell = before[i] == after[j] ? common[size_t((i + 1) * width + j + 1)] + 1
-                                         : std::max(common[size_t((i + 1) * width + j)], common[size_t(i * width + j + 1)]);
+            cell = before[i] == after[j]
+                ? common[size_t((i + 1) * width + j + 1)] + 1
+                : std::max(common[size_t((i + 1) * width + j)], common[size_t(i * width + j + 1)]);
         }
     }
     return common;
@@ -74,7 +75,8 @@ QUrl skillFile(const QString &link, const SkillHosts &hosts)
             u"Нужна HTTPS-ссылка на файл SKILL.md в GitHub"_s);
     if (placeOf(address) == hosts.pages) {
         QStringList parts = address.path(QUrl::FullyEncoded).split(u'/', Qt::SkipEmptyParts);
-        require(parts.size() >= 5 && parts[2] == "blob"_L1, u"Откройте SKILL.md в GitHub и скопируйте ссылку на файл"_s);
+        require(parts.size() >= 5 && parts[2] == "blob"_L1,
+                u"Откройте SKILL.md в GitHub и скопируйте ссылку на файл"_s);
         parts.removeAt(2);
         address = QUrl(u"https://"_s + hosts.files + u'/' + parts.join(u'/'));
     }
@@ -84,7 +86,7 @@ QUrl skillFile(const QString &link, const SkillHosts &hosts)
     return address;
 }
 
-QString changedLines(const QString &before, const QString &after)
+QString skillChanges(const QString &before, const QString &after)
 {
     QStringList old = before.split(u'\n');
     QStringList fresh = after.split(u'\n');
@@ -109,7 +111,8 @@ QString changedLines(const QString &before, const QString &after)
         if (both && old[i] == fresh[j]) {
             ++i;
             ++j;
-        } else if (j == fresh.size() || (both && common[size_t((i + 1) * width + j)] >= common[size_t(i * width + j + 1)])) {
+        } else if (j == fresh.size()
+                   || (both && common[size_t((i + 1) * width + j)] >= common[size_t(i * width + j + 1)])) {
             text += told(u'−', old[i++]);
         } else {
             text += told(u'+', fresh[j++]);

@@ -22,6 +22,6 @@ QUrl skillFile(const QString &link, const SkillHosts &hosts);
 
 /// What a new text of a skill brings and what it drops, line by line: "+ new", "− old", each with what can't be seen
 /// made visible. Empty for equal texts. Of texts that differ too much all lines are told.
-QString changedLines(const QString &before, const QString &after);
+QString skillChanges(const QString &before, const QString &after);
 
 } // namespace vesk

@@ -30,19 +30,34 @@ struct TemplateAgent {
 const QList<TemplateAgent> &templateAgents()
 {
     static const QList<TemplateAgent> agents{
-        {u"Дизайн"_s, u"specialist"_s, 100, {},
+        {u"Дизайн"_s,
+         u"specialist"_s,
+         100,
+         {},
          u"Подготовь дизайн интерфейса: структура экранов, состояния, визуальный стиль и доступность. Передай "
          "конкретные решения команде."_s},
-        {u"Фронтенд"_s, u"specialist"_s, 80, {0},
+        {u"Фронтенд"_s,
+         u"specialist"_s,
+         80,
+         {0},
          u"На основе дизайна подготовь компоненты, взаимодействия, адаптивность и контракт API. Опиши требования к "
          "реализации."_s},
-        {u"Бэкенд"_s, u"specialist"_s, 70, {0},
+        {u"Бэкенд"_s,
+         u"specialist"_s,
+         70,
+         {0},
          u"На основе дизайна подготовь данные, API и обработку ошибок. Если сервер не нужен, явно предложи локальное "
          "решение."_s},
-        {u"Объединение"_s, u"specialist"_s, 60, {1, 2},
+        {u"Объединение"_s,
+         u"specialist"_s,
+         60,
+         {1, 2},
          u"Сопоставь результаты фронтенда и бэкенда, согласуй интерфейсы и собери единую инструкцию для "
          "разработчика."_s},
-        {u"Проверка проекта"_s, u"review"_s, 50, {3},
+        {u"Проверка проекта"_s,
+         u"review"_s,
+         50,
+         {3},
          u"Проверь согласованность проекта и требования пользователя до написания кода. Не требуй готовые файлы на "
          "этапе проектирования."_s},
     };
@@ -101,10 +116,10 @@ QString analysisOf(const QStringList &tasks)
 
 const QStringList &agentTaskTypes()
 {
-    static const QStringList types{u"photo"_s,    u"video"_s, u"ocr"_s,    u"ui"_s,      u"frontend"_s,
-                                   u"backend"_s,  u"architecture"_s, u"planning"_s, u"code"_s, u"review"_s,
-                                   u"testing"_s,  u"bugs"_s,  u"performance"_s, u"security"_s, u"docs"_s,
-                                   u"research"_s, u"data"_s,  u"3d"_s,     u"2d"_s,      u"integration"_s};
+    static const QStringList types{u"photo"_s,    u"video"_s,        u"ocr"_s,         u"ui"_s,       u"frontend"_s,
+                                   u"backend"_s,  u"architecture"_s, u"planning"_s,    u"code"_s,     u"review"_s,
+                                   u"testing"_s,  u"bugs"_s,         u"performance"_s, u"security"_s, u"docs"_s,
+                                   u"research"_s, u"data"_s,         u"3d"_s,          u"2d"_s,       u"integration"_s};
     return types;
 }
 
@@ -299,9 +314,9 @@ QJsonArray withTemplate(QJsonArray agents)
     QStringList ids;
     for (const TemplateAgent &each : templateAgents()) {
         ids.append(newAgentId());
-        QJsonObject agent{{u"id"_s, ids.last()},           {u"name"_s, each.name},   {u"parent"_s, u"coding"_s},
-                          {u"mode"_s, u"workflow"_s},      {u"kind"_s, each.kind},   {u"priority"_s, each.priority},
-                          {u"rules"_s, each.rules},        {u"enabled"_s, true}};
+        QJsonObject agent{{u"id"_s, ids.last()},      {u"name"_s, each.name}, {u"parent"_s, u"coding"_s},
+                          {u"mode"_s, u"workflow"_s}, {u"kind"_s, each.kind}, {u"priority"_s, each.priority},
+                          {u"rules"_s, each.rules},   {u"enabled"_s, true}};
         QJsonArray after;
         for (const qsizetype earlier : each.after)
             after.append(ids[earlier]);

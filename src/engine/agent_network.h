@@ -11,8 +11,9 @@ namespace vesk {
 /// Changes of the user's own agents, each a pure function from the list before to the list after. What they refuse they
 /// throw. From a list that validateAgentWorkflow() accepts they lead to one that it accepts.
 ///
-/// An agent is {"id", "name", "parent", "mode", "kind", "priority", "rules", "enabled"}, with "after" once it is linked,
-/// "tasks" and "media_analysis" once they are chosen, and "skill_url", "instructions" and "status" with a skill.
+/// An agent is {"id", "name", "parent", "mode", "kind", "priority", "rules", "enabled"}, with "after" once it is
+/// linked, "tasks" and "media_analysis" once they are chosen, and "skill_url", "instructions" and "status" with a
+/// skill.
 
 /// What an agent may be asked to do, in the order in which the choices are shown.
 const QStringList &agentTaskTypes();
