@@ -45,13 +45,6 @@ QStringList plainArguments(int argc, char **argv)
     return arguments;
 }
 
-int unavailable(const CommandLine &line)
-{
-    printErrorLine(line.modeOption()
-                   + u": в этой версии ещё нет. Доступно: vesk --run ЗАПРОС, подробнее — vesk --help."_s);
-    return usageError;
-}
-
 QString usualDataFolder(const CommandLine &line)
 {
     return line.dataFolder(QStandardPaths::writableLocation(QStandardPaths::AppLocalDataLocation));
@@ -214,10 +207,12 @@ int runMode(const CommandLine &line)
     case Mode::LiveSmoke:
         return runLive(line);
     case Mode::ConnectQwenEnvironment:
+    case Mode::ProbeSkill:
         return driveBackend(line);
-    default:
-        return unavailable(line);
+    case Mode::Interface:
+        break;
     }
+    return usageError;
 }
 
 } // namespace

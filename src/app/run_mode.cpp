@@ -2,6 +2,7 @@
 
 #include "run_mode.h"
 
+#include "agent_network.h"
 #include "console.h"
 #include "helpers.h"
 #include "mcp_config.h"
@@ -68,6 +69,8 @@ RunMode::RunMode(const RunOptions &options, const QString &dataFolder,
     recoverInterruptedTasks(core.store);
     bindProject();
     core.engine.computerAccess = options.allowCommands;
+    if (options.workflowDemo)
+        core.engine.agentNetwork = withTemplate({});
     connect(&core.events, &EventBus::event, this, &RunMode::follow);
     connect(&core.engine, &Engine::changed, this, &RunMode::watchPhase);
     connect(&core.engine, &Engine::finished, this, &RunMode::finish);

@@ -71,6 +71,7 @@ RunOptions parseRunOptions(const QStringList &arguments)
         {u"--simulate"_s, &options.simulate},
         {u"--accept-edits"_s, &options.acceptEdits},
         {u"--allow-commands"_s, &options.allowCommands},
+        {u"--workflow-demo"_s, &options.workflowDemo},
         {u"--json"_s, &options.json},
         {u"--strict"_s, &options.strict},
     };

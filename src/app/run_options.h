@@ -22,6 +22,7 @@ struct RunOptions {
     bool simulate = false;
     bool allowCommands = false;
     bool acceptEdits = false; ///< Files that the user has changed count as they are.
+    bool workflowDemo = false; ///< With the chain of the example team.
     bool json = false;
     bool strict = false; ///< What is not proved does not end well.
     int mockDelayMs = 300;

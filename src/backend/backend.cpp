@@ -37,6 +37,7 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , queue(core.store)
     , conversation(core.store, core.journal)
     , connection(core.store, core.engine, mock, client, preferences, conversation)
+    , team(core.store, preferences)
     , attachments(core.store, core.workspace)
     , editWatch(core.workspace)
     , messageRows(u"messages"_s, wholeRecord)
@@ -76,6 +77,8 @@ void Backend::connectServices()
     connect(&connection, &ModelConnection::changed, this, &Backend::notifyUi);
     connect(&connection, &ModelConnection::concluded, this, &Backend::show);
     connect(&editWatch, &EditWatch::changed, this, &Backend::notifyUi);
+    connect(&team, &AgentTeam::changed, this, &Backend::notifyUi);
+    connect(&team, &AgentTeam::concluded, this, &Backend::show);
     connect(&attachments, &Attachments::changed, this, &Backend::notifyUi);
     connect(&attachments, &Attachments::failed, this, &Backend::show);
 }

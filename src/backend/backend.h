@@ -1,5 +1,6 @@
 #pragma once
 
+#include "agent_team.h"
 #include "attachments.h"
 #include "background_renderer.h"
 #include "conversation.h"
@@ -54,6 +55,8 @@ class Backend : public QObject {
     Q_PROPERTY(bool queuePaused READ currentQueuePaused NOTIFY changed)
     Q_PROPERTY(QVariantMap preferences READ preferencesMap NOTIFY preferencesChanged)
     Q_PROPERTY(QVariantList agentProfiles READ agentProfiles NOTIFY preferencesChanged)
+    Q_PROPERTY(QString networkUndo READ networkUndo NOTIFY changed)
+    Q_PROPERTY(QStringList loadingSkills READ loadingSkills NOTIFY changed)
     Q_PROPERTY(QVariantList mcpServers READ mcpServers NOTIFY connectorsChanged)
     Q_PROPERTY(QVariantList mcpRequests READ mcpRequests NOTIFY connectorsChanged)
     Q_PROPERTY(QVariantList attachments READ attachmentList NOTIFY changed)
@@ -167,10 +170,32 @@ public:
     /// Ends the search, the catalogue, the check or the measuring that runs.
     Q_INVOKABLE void stopCheck();
 
-    // What this version does not have yet: each says so in `message` (backend_runtime.cpp)
+    // The user's own agents and skills (backend_agents.cpp). All counts from the next task on.
 
-    Q_INVOKABLE void connectAgents(const QString &agent, const QString &target);
+    /// The new id, empty after a refusal. A refused skill leaves the agent.
+    Q_INVOKABLE QString addAgent(const QString &name, const QString &parent, const QString &skillUrl, int priority = 50,
+                                 const QString &rules = {});
+    /// An analyst of "photo" or "video".
+    Q_INVOKABLE QString addMediaAgent(const QString &type);
+    /// `kind` is "specialist", "review" or "delegate".
+    Q_INVOKABLE void configureAgent(const QString &agent, const QString &rules, int priority, const QString &kind);
+    Q_INVOKABLE void setAgentEnabled(const QString &agent, bool enabled);
+    Q_INVOKABLE void setAgentTasks(const QString &agent, const QStringList &tasks);
+    /// Loads beside the interface (`loadingSkills`); an empty address takes the skill away.
+    Q_INVOKABLE void setAgentSkill(const QString &agent, const QString &skillUrl);
+    /// `to` waits for `from`; with a stage on one side the agent's chain moves to it.
+    Q_INVOKABLE void connectAgents(const QString &from, const QString &to);
+    Q_INVOKABLE void unlinkAgents(const QString &from, const QString &to);
+    Q_INVOKABLE void linkAgent(const QString &agent, const QString &parent);
+    Q_INVOKABLE void removeAgent(const QString &agent);
     Q_INVOKABLE void addWorkflowTemplate();
+    /// Layouts hold the places of nodes only.
+    Q_INVOKABLE void saveNetwork(const QString &name);
+    Q_INVOKABLE void loadNetwork(const QString &name);
+    /// Takes back what `networkUndo` names: the last change of agents, links, places or layouts, once.
+    Q_INVOKABLE void undoNetwork();
+    /// What was loaded as an agent's skill, see AgentTeam::skill().
+    Q_INVOKABLE QVariantMap agentSkill(const QString &agent) const;
 
     // What the interface reads (backend_read.cpp)
 
@@ -275,6 +300,8 @@ private:
     QVariantList queueList() const { return queue.items().toVariantList(); }
     QVariantList attachmentList() const { return attachments.items().toVariantList(); }
     QVariantList modelList() const { return connection.catalog().models(); }
+    QString networkUndo() const { return team.undoText(); }
+    QStringList loadingSkills() const { return team.loadingSkills(); }
     QVariantList mcpServers() const;
     QVariantList mcpRequests() const { return mcp.requests().toVariantList(); }
     QVariantList backgroundFrame() const { return background.frame(); }
@@ -308,6 +335,7 @@ private:
     RequestQueue queue;
     Conversation conversation;
     ModelConnection connection;
+    AgentTeam team;
     Attachments attachments;
     EditWatch editWatch;
 

@@ -158,6 +158,11 @@ QVariantList Backend::agentProfiles() const
     return agentProfilesOf(preferences.document());
 }
 
+QVariantMap Backend::agentSkill(const QString &agent) const
+{
+    return answered([&] { return team.skill(agent); });
+}
+
 QString Backend::phaseLabel(const QString &code) const
 {
     return Narrator::phase(code);

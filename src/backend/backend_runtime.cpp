@@ -65,16 +65,16 @@ QJsonArray assetsOf(const QJsonArray &media, const QString &root)
     return assets;
 }
 
-void notYet(const QString &what)
-{
-    require(false, what + u" — пока недоступно в этой версии."_s);
-}
-
 } // namespace
 
 void Backend::setPreference(const QString &key, const QVariant &value)
 {
-    guard([&] { preferences.set(key, jsonOf(value)); });
+    guard([&] {
+        if (key == "agent_positions"_L1)
+            team.setPositions(jsonOf(value).toObject());
+        else
+            preferences.set(key, jsonOf(value));
+    });
 }
 
 void Backend::renderBackground(double time, int width, int height)
@@ -115,16 +115,6 @@ QVariantList Backend::mcpServers() const
         return a.toMap().value(u"name"_s).toString().localeAwareCompare(b.toMap().value(u"name"_s).toString()) < 0;
     });
     return shown;
-}
-
-void Backend::connectAgents(const QString &, const QString &)
-{
-    guard([] { notYet(u"Связи агентов"_s); });
-}
-
-void Backend::addWorkflowTemplate()
-{
-    guard([] { notYet(u"Пример команды"_s); });
 }
 
 /// The preferences become inputs of the next run, and the servers that its request names are called up.

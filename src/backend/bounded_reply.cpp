@@ -6,6 +6,7 @@
 #include <QNetworkRequest>
 #include <QTimer>
 
+#include <algorithm>
 #include <memory>
 #include <utility>
 
@@ -24,7 +25,7 @@ void collect(QNetworkReply *reply, qsizetype maxBytes, std::chrono::milliseconds
         }
     };
     // What isn't read stays in the socket, and the server has to wait.
-    reply->setReadBufferSize(256 * 1024);
+    reply->setReadBufferSize(std::min<qsizetype>(256 * 1024, maxBytes + 1));
     QTimer::singleShot(longest, reply, &QNetworkReply::abort);
     QObject::connect(reply, &QNetworkReply::readyRead, reply, take);
     QObject::connect(reply, &QNetworkReply::finished, reply, [reply, result, take, done = std::move(done)] {

@@ -161,9 +161,26 @@ QVariantList agentProfilesOf(const QJsonObject &preferences)
     QVariantList profiles;
     const QJsonArray disabled = preferences["disabled_agents"_L1].toArray();
     const QStringList roles = builtInRoles();
-    for (const QString &role : roles)
-        profiles.append(QVariantMap{
-            {u"id"_s, role}, {u"name"_s, Narrator::role(role)}, {u"enabled"_s, !disabled.contains(QJsonValue(role))}});
+    const QJsonValue models = preferences["agent_api"_L1];
+    for (const QString &role : roles) {
+        const QJsonValue skill = preferences["role_skills"_L1][role];
+        profiles.append(QVariantMap{{u"id"_s, role},
+                                    {u"name"_s, Narrator::role(role)},
+                                    {u"enabled"_s, !disabled.contains(QJsonValue(role))},
+                                    {u"custom"_s, false},
+                                    {u"parent"_s, u""_s},
+                                    {u"api"_s, models[role].toObject().toVariantMap()},
+                                    {u"skill_url"_s, skill["skill_url"_L1].toString()},
+                                    {u"status"_s, skill["status"_L1].toString()}});
+    }
+    const QJsonArray custom = preferences["custom_agents"_L1].toArray();
+    for (const QJsonValue &entry : custom) {
+        QVariantMap profile = entry.toObject().toVariantMap();
+        profile.remove(u"instructions"_s);
+        profile.insert(u"custom"_s, true);
+        profile.insert(u"api"_s, models[profile.value(u"id"_s).toString()].toObject().toVariantMap());
+        profiles.append(profile);
+    }
     return profiles;
 }
 

@@ -33,7 +33,8 @@ QVariantList filesOf(const QJsonArray &files, const QJsonArray &media);
 /// Outlines of the tasks that are not archived.
 QVariantList tasksOf(const QJsonArray &outlines);
 
-/// The built-in roles, {"id", "name", "enabled"}.
+/// The built-in roles in order, then the user's own agents: {"id", "name", "enabled", "custom", "parent", "api",
+/// "skill_url", "status"}, of the latter all of their records but the text of the skill.
 QVariantList agentProfilesOf(const QJsonObject &preferences);
 
 } // namespace vesk

@@ -24,6 +24,7 @@ namespace {
 using Labels = QHash<QString, QString>;
 
 constexpr qsizetype maxCommandChars = 120;
+constexpr qsizetype maxResultChars = 300;
 
 const Labels &phaseLabels()
 {
@@ -237,6 +238,26 @@ QString pendingText(const QStringList &pending, const QString &phase)
     return u"• План ещё готовится. Работа продолжается."_s;
 }
 
+/// What the user's own agents have handed over, each its last result.
+QStringList deliveries(const QJsonArray &runs)
+{
+    QStringList ids;
+    QHash<QString, QString> lines;
+    for (const QJsonValue &run : runs) {
+        const QString agent = run["role"_L1].toString();
+        if (!agent.startsWith("custom_"_L1) || !isCompleted(run.toObject()))
+            continue;
+        if (!lines.contains(agent))
+            ids.append(agent);
+        const QString result = oneLine(run["output"_L1]["summary"_L1].toString()).left(maxResultChars);
+        lines[agent] = u"• "_s + oneLine(run["name"_L1].toString()) + (result.isEmpty() ? result : u" — "_s + result);
+    }
+    QStringList all;
+    for (const QString &agent : std::as_const(ids))
+        all.append(lines.value(agent));
+    return all;
+}
+
 QString disabledText(const QStringList &roles)
 {
     if (roles.isEmpty())
@@ -358,9 +379,10 @@ QString Narrator::report(const QJsonObject &state)
     const QString headline = evidenceHeadline(state["evidence"_L1].toObject());
     return Narrator::phase(phase) + u'.' + (headline.isEmpty() ? QString() : u' ' + headline) + u"\n\nЧто сделано\n"_s
         + doneText(account.done) + u"\n\nЧто не выполнено\n"_s + pendingText(account.pending, phase)
-        + section(u"Файлы"_s, account.files) + checkedText(state, account.fixCycles)
-        + section(u"Результаты инструментов"_s, account.tools) + uncheckedText(state, !account.tools.isEmpty())
-        + closingText(state, !account.files.isEmpty());
+        + section(u"Файлы"_s, account.files)
+        + section(u"Результаты ваших агентов"_s, deliveries(state["runs"_L1].toArray()))
+        + checkedText(state, account.fixCycles) + section(u"Результаты инструментов"_s, account.tools)
+        + uncheckedText(state, !account.tools.isEmpty()) + closingText(state, !account.files.isEmpty());
 }
 
 } // namespace vesk

@@ -21,6 +21,8 @@ namespace {
 constexpr int noKey = 2;
 constexpr int usageError = 2;
 constexpr int timedOut = 3;
+constexpr int noSkill = 6;
+constexpr auto longestSkill = std::chrono::seconds(25);
 constexpr auto longestConnecting = std::chrono::seconds(60);
 
 /// "--connect-qwen-environment" with its key: 0 connected, 1 refused, 3 after 60 s.
@@ -41,6 +43,23 @@ int connectQwen(Backend &backend, const QString &key)
     return QCoreApplication::exec();
 }
 
+/// "--probe-skill" with a link: 0 once the chief agent has a skill, 6 after 25 s.
+int probeSkill(Backend &backend, const QString &link)
+{
+    QObject::connect(&backend, &Backend::changed, &backend, [&backend] {
+        if (backend.agentProfiles().value(0).toMap().value(u"skill_url"_s).toString().isEmpty())
+            return;
+        qInfo("GitHub skill fetched and stored");
+        QCoreApplication::exit(0);
+    });
+    QTimer::singleShot(0, &backend, [&backend, link] { backend.setAgentSkill(u"orchestrator"_s, link); });
+    QTimer::singleShot(longestSkill, &backend, [] {
+        qWarning("Skill fetch failed");
+        QCoreApplication::exit(noSkill);
+    });
+    return QCoreApplication::exec();
+}
+
 /// The mode of the line, with a backend on the folder.
 int drive(const CommandLine &line, const QString &dataFolder)
 {
@@ -57,7 +76,8 @@ int drive(const CommandLine &line, const QString &dataFolder)
     }
     CredentialStore::setDataFolder(folder.path());
     Backend backend(folder.path());
-    return connectQwen(backend, key);
+    return line.mode() == Mode::ProbeSkill ? probeSkill(backend, line.value(u"--probe-skill"_s))
+                                           : connectQwen(backend, key);
 }
 
 } // namespace
