@@ -282,6 +282,7 @@ private:
     void startTool(int index);
     void takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result);
     static void requireRecorded(const QJsonObject &result);
+    QJsonObject readData(const Node &node) const;
     void finishNode(int index, const QJsonObject &result, bool done);
     void callMcp(int index);
     bool requeueTwins(int index);
@@ -292,6 +293,7 @@ private:
     void installNewPackages(const QString &path);
     bool addBuildChecks(const QStringList &codeIds);
     CheckTools checkTools() const;
+    bool addSharedSyntaxChecks();
     QString addCheck(const ProjectCheck &needed);
     void runAddedChecks(const QString &message);
     QString nodeProgram() const;

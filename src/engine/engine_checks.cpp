@@ -54,13 +54,32 @@ bool Engine::prepareProjectChecks()
         for (const ProjectCheck &check : syntaxChecks(graph.nodes))
             addCheck(check);
     }
+    const qsizetype sizeWithCommands = graph.nodes.size();
+    const bool asksNobody = addSharedSyntaxChecks() && sizeWithCommands == sizeBefore;
     if (graph.nodes.size() == sizeBefore)
         return false;
 
     graph.validate();
     plan["nodes"_L1] = graphWithoutOutputs();
-    runAddedChecks(u"Добавил реальные проверки проекта. Команды требуют разрешения в приложении."_s);
+    runAddedChecks(asksNobody ? u"Проверяю синтаксис файлов."_s
+                              : u"Добавил реальные проверки проекта. Команды требуют разрешения в приложении."_s);
     return true;
+}
+
+/// Programs only where no question comes of them; what the application reads itself always. They are extras: where the
+/// plan has no room they stay away. True when there are some.
+bool Engine::addSharedSyntaxChecks()
+{
+    const QJsonObject programs = computerAccess ? spec["available_executables"_L1].toObject() : QJsonObject();
+    const auto textOf = [this](const QString &path) { return QString::fromUtf8(workspace.read(path)); };
+    const qsizetype sizeBefore = graph.nodes.size();
+    const QList<ProjectCheck> needed = sharedSyntaxChecks(
+        graph.nodes, textOf, {programs["python"_L1].toString(), programs["bash"_L1].toString()});
+    for (const ProjectCheck &check : needed) {
+        if (graph.nodes.size() < TaskGraph::maxNodes)
+            addCheck(check);
+    }
+    return graph.nodes.size() > sizeBefore;
 }
 
 /// True when a build was added that has something to say.
@@ -137,7 +156,7 @@ QString Engine::nodeProgram() const
 /// The id of the check; the plan's own node counts when it runs the same command.
 QString Engine::addCheck(const ProjectCheck &needed)
 {
-    const QString program = nodeProgram();
+    const QString program = needed.program.isEmpty() ? nodeProgram() : needed.program;
     for (const Node &node : std::as_const(graph.nodes)) {
         if (runsCommand(node, program, needed.arguments))
             return node.id;
@@ -155,6 +174,8 @@ QString Engine::addCheck(const ProjectCheck &needed)
         {u"verification"_s, needed.verification},
         {u"timeout_ms"_s, checkTimeoutMs},
     };
+    if (program == ownParser)
+        check.input["builtin"_L1] = true;
     return graph.nodes.at(appendNode(std::move(check))).id;
 }
 

@@ -2,11 +2,13 @@
 
 #include "engine_p.h"
 
+#include "data_syntax.h"
 #include "media_command.h"
 #include "project_checks.h"
 #include "rework.h"
 
 #include <QCoreApplication>
+#include <QTimer>
 
 using namespace Qt::StringLiterals;
 
@@ -20,13 +22,19 @@ const QString &runCommand()
     return tool;
 }
 
+/// The application reads the files itself: there is no program to ask about.
+bool isOwnParse(const QJsonObject &input)
+{
+    return input["builtin"_L1] == true;
+}
+
 } // namespace
 
 void Engine::runTool(int index)
 {
     const QJsonObject input = graph.nodes.at(index).input;
     const QString fingerprint = ToolRouter::fingerprint(runCommand(), input);
-    if (needsNoQuestion(input))
+    if (isOwnParse(input) || needsNoQuestion(input))
         grantAction(fingerprint);
 
     if (!permissions.allowed(runCommand(), PermissionLevel::Execute, taskId, workspace.project(), fingerprint, false)) {
@@ -124,11 +132,32 @@ void Engine::startTool(int index)
     // Whoever was told of the run may have ended it.
     if (noted != generation)
         return;
+    if (isOwnParse(node.input)) {
+        QTimer::singleShot(0, this, [this, index, tested = testedRevisions(graph.nodes, index), run, noted] {
+            if (noted == generation && busy())
+                step([&] { takeToolResult(index, tested, run, readData(graph.nodes.at(index))); });
+        });
+        return;
+    }
     tools.execute(taskId, terminal.id, terminal.allowed_tools, runCommand(), node.input,
                   [this, index, tested = testedRevisions(graph.nodes, index), run, noted](const QJsonObject &result) {
                       if (noted == generation && busy())
                           step([&] { takeToolResult(index, tested, run, result); });
                   });
+}
+
+/// Of files of this task, as they are now.
+QJsonObject Engine::readData(const Node &node) const
+{
+    const QString started = now();
+    QJsonObject result
+        = dataSyntaxResult(strings(node.input["arguments"_L1].toArray()),
+                           [this](const QString &path) { return QString::fromUtf8(workspace.read(path)); });
+    result["id"_L1] = id();
+    result["tool"_L1] = node.input["program"_L1];
+    result["started_at"_L1] = started;
+    result["finished_at"_L1] = now();
+    return result;
 }
 
 void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result)

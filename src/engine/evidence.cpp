@@ -63,6 +63,15 @@ bool isProse(const QString &path)
         || path.endsWith(".rst"_L1, Qt::CaseInsensitive);
 }
 
+/// A program given as a text is told by its files.
+QString shownCommand(const QString &program, const QStringList &arguments)
+{
+    QStringList shown{nameOf(program)};
+    for (const QString &argument : arguments)
+        shown.append(argument.startsWith("# syntax\n"_L1) ? u"…"_s : argument);
+    return shown.join(u' ');
+}
+
 QString roleOf(const QJsonObject &run)
 {
     const QString logical = run["logical_role"_L1].toString();
@@ -157,7 +166,7 @@ private:
             const QString program = node.input["program"_L1].toString();
             const QStringList arguments = strings(node.input["arguments"_L1].toArray());
             checks.append({&node, commandWords(program, arguments),
-                           (QStringList{nameOf(program)} + arguments).join(u' '), kindOfCheck(program, arguments),
+                           shownCommand(program, arguments), kindOfCheck(program, arguments),
                            emptyProof(program, arguments, package), upstreamOf(links, node.id)});
         }
     }
@@ -170,7 +179,7 @@ private:
             const QJsonObject context = run["context"_L1].toObject();
             if (role == "terminal"_L1) {
                 ran.append(commandWords(context["program"_L1].toString(), strings(context["arguments"_L1].toArray())));
-                const bool failed = context["verification"_L1].toBool() && !run["output"_L1]["success"_L1].toBool();
+                const bool failed = canTest(context) && !run["output"_L1]["success"_L1].toBool();
                 const QString finished = run["finished_at"_L1].toString();
                 if (failed && (firstFailure.isEmpty() || finished < firstFailure))
                     firstFailure = finished;
@@ -181,6 +190,25 @@ private:
             const QString path = artifact["file"_L1]["path"_L1].toString();
             reviews[path].append({run["id"_L1].toString(), role, artifact, run["output"_L1].toObject()});
         }
+    }
+
+    static bool canTest(const QJsonObject &command)
+    {
+        const CheckKind kind
+            = kindOfCheck(command["program"_L1].toString(), strings(command["arguments"_L1].toArray()));
+        return command["verification"_L1].toBool() && (kind == CheckKind::Test || kind == CheckKind::Other);
+    }
+
+    /// Whether the text is another one than before the first check failed.
+    bool hasChangedSinceFailure(const Node &node) const
+    {
+        QString before;
+        for (const Review &review : reviews.value(pathOf(node))) {
+            const QJsonObject file = review.artifact["file"_L1].toObject();
+            if (file["timestamp"_L1].toString() < firstFailure)
+                before = file["hash"_L1].toString();
+        }
+        return !firstFailure.isEmpty() && !before.isEmpty() && before != node.output["hash"_L1].toString();
     }
 
     /// All files that a page loads, itself first, as far as they name each other.
@@ -305,8 +333,7 @@ private:
     QStringList notesOn(const Node &node, const QString &text, bool isApproved) const
     {
         QStringList notes{hollowness(pathOf(node), text), disguise(pathOf(node), text)};
-        if (isTestPath(pathOf(node)) && node.output["revision"_L1].toInt() > 1 && !firstFailure.isEmpty()
-            && firstFailure < node.output["timestamp"_L1].toString())
+        if (isTestPath(pathOf(node)) && hasChangedSinceFailure(node))
             notes.append(u"тест изменён после неудачного запуска"_s);
         const bool isForeign = std::ranges::any_of(reviews.value(pathOf(node)), [&](const Review &review) {
             return review.artifact["file"_L1]["revision"_L1] == node.output["revision"_L1]
@@ -322,10 +349,15 @@ private:
     {
         if (!sources.strays.isEmpty())
             gaps.append(u"Созданы командами, их никто не читал: %1."_s.arg(listed(sources.strays)));
+        // Those that the request speaks of were meant.
+        const QStringList meant = namedFiles(sources.spec["original_request"_L1].toString());
         QStringList replaced;
         const QJsonArray before = sources.spec["existing_files"_L1].toArray();
         for (const Node *node : std::as_const(files)) {
-            if (std::ranges::any_of(before, [&](const QJsonValue &file) { return file["path"_L1] == pathOf(*node); }))
+            const bool isMeant
+                = std::ranges::any_of(meant, [&](const QString &name) { return nameOf(name) == nameOf(pathOf(*node)); });
+            if (!isMeant
+                && std::ranges::any_of(before, [&](const QJsonValue &file) { return file["path"_L1] == pathOf(*node); }))
                 replaced.append(pathOf(*node));
         }
         if (!replaced.isEmpty())
@@ -375,7 +407,7 @@ private:
             if (std::ranges::none_of(ran, [&](const QStringList &line) { return isWithin(command, line); }))
                 notes.append(u"команду «%1» никто не запускал"_s.arg(oneLine(command.join(u' '))));
         }
-        notes += missingOf(named);
+        notes += missingOf(text, named);
         const QStringList answering = checksFor(text, named, commands);
         for (const QString &note : std::as_const(notes))
             gaps.append(quotedShort(text) + u": "_s + note + u'.');
@@ -425,20 +457,20 @@ private:
 
     void judgeFilesOf(const QString &whose, const QString &text)
     {
-        const QStringList notes = missingOf(namedFiles(text));
+        const QStringList notes = missingOf(text, namedFiles(text));
         for (const QString &note : notes)
             gaps.append(u"Назван в тексте «%1»: %2."_s.arg(whose, note));
     }
 
     /// Of the files that a text names, those that are not there, with what stands in their place.
-    QStringList missingOf(const QStringList &named) const
+    QStringList missingOf(const QString &text, const QStringList &named) const
     {
         QStringList notes;
         for (const QString &path : named) {
             const bool isMade = std::ranges::any_of(files, [&](const Node *node) {
                 return pathOf(*node) == path || nameOf(pathOf(*node)) == nameOf(path);
             });
-            if (isMade || sources.exists(path) || isBesideOther(path))
+            if (isMade || sources.exists(path) || isBesideOther(path) || isUnwanted(text, path) || isOfUse(path))
                 continue;
             const QString stem = nameOf(path).section(u'.', 0, 0);
             const auto about = std::ranges::find_if(files, [&](const Node *node) {
@@ -449,6 +481,18 @@ private:
                                                     visibleText(path), visibleText(pathOf(**about))));
         }
         return notes;
+    }
+
+    /// A file that a program of the task names: it comes into being, or is brought, when the program is used.
+    bool isOfUse(const QString &path) const
+    {
+        static const QStringList programs{u".py"_s, u".js"_s, u".mjs"_s, u".cjs"_s, u".ts"_s, u".sh"_s, u".c"_s, u".cpp"_s,
+                                          u".go"_s, u".rs"_s, u".java"_s, u".cs"_s, u".php"_s, u".rb"_s, u".kt"_s};
+        return isWrittenInUse(path) && std::ranges::any_of(files, [&](const Node *node) {
+                   return std::ranges::any_of(programs,
+                                              [&](const QString &suffix) { return pathOf(*node).endsWith(suffix); })
+                       && contentOf(*node).contains(nameOf(path));
+               });
     }
 
     /// Found below a folder of the project that commands fill.
@@ -546,13 +590,7 @@ private:
         const QString said = run["output"_L1]["summary"_L1].toString();
         rows.append(QJsonObject{
             {u"role"_s, u"observer"_s}, {u"about"_s, QString()}, {u"text"_s, said}, {u"run"_s, run["id"_L1]}});
-        static const QStringList complaints{u"не выполнен"_s,  u"не запущ"_s, u"не провер"_s, u"не создан"_s,
-                                            u"не работа"_s,    u"не соотв"_s, u"отсутств"_s,  u"провал"_s,
-                                            u"не сделан"_s,    u"пропущен"_s, u"неверн"_s,    u"подозр"_s,
-                                            u"не подтвержд"_s, u"не реализ"_s};
-        const bool complains = std::ranges::any_of(
-            complaints, [&](const QString &stem) { return said.contains(stem, Qt::CaseInsensitive); });
-        if (complains)
+        if (isComplaint(said))
             gaps.append(u"Наблюдатель: "_s + oneLine(said.left(maxTextChars)));
     }
 

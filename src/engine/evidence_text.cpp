@@ -191,17 +191,57 @@ bool isUsual(const QString &word)
 
 QSet<QString> stems(const QString &text)
 {
-    static const QRegularExpression word = unicode(u"[\\w]{4,}"_s);
+    static const QRegularExpression word = unicode(u"[\\w]{3,}"_s);
+    static const QSet<QString> joining{u"для"_s, u"что"_s, u"как"_s, u"без"_s, u"при"_s, u"или"_s, u"это"_s, u"мне"_s,
+                                       u"the"_s, u"and"_s, u"for"_s, u"all"_s, u"все"_s, u"его"_s, u"был"_s, u"чем"_s};
     QSet<QString> found;
     for (auto it = word.globalMatch(text.left(maxSentence)); it.hasNext();) {
         const QString one = it.next().captured().toLower();
-        if (!isUsual(one))
+        if (!isUsual(one) && !joining.contains(one))
             found.insert(one.left(stemChars));
     }
     return found;
 }
 
+bool isRussian(const QString &text)
+{
+    return std::ranges::any_of(text, [](QChar c) { return c.script() == QChar::Script_Cyrillic; });
+}
+
 } // namespace
+
+bool isUnwanted(const QString &sentence, const QString &path)
+{
+    static const QRegularExpression no = unicode(
+        u"(?:\\bбез|\\bне\\s+\\w+|удал\\w+|убер\\w+|убра\\w+|переименова\\w+|вместо|замени\\w*|\\bremove|\\bdelete|\\bwithout)"
+        u"(?:\\s+\\w+){0,2}\\s+[`«\"']?\\z"_s);
+    for (qsizetype at = sentence.indexOf(path); at >= 0; at = sentence.indexOf(path, at + 1)) {
+        if (no.match(sentence.left(at).right(80)).hasMatch())
+            return true;
+    }
+    return false;
+}
+
+bool isWrittenInUse(const QString &path)
+{
+    static const QSet<QString> kinds{u"csv"_s, u"json"_s, u"txt"_s, u"xml"_s, u"md"_s, u"pdf"_s, u"png"_s, u"jpg"_s, u"xlsx"_s,
+                                     u"wav"_s, u"mp3"_s, u"mp4"_s, u"zip"_s, u"html"_s, u"svg"_s, u"ini"_s, u"docx"_s};
+    return kinds.contains(suffixOf(path));
+}
+
+bool isComplaint(const QString &observation)
+{
+    static const QRegularExpression sentence(u"[.!?;\\n]+"_s);
+    static const QRegularExpression complaint = unicode(
+        u"не (?:выполнен|запу[щс]|провер|создан|работа|соотв|сделан|подтвержд|реализ)|отсутств|провал|пропущен|неверн|подозр"_s);
+    static const QRegularExpression relief = unicode(
+        u"(?:ошиб\\w+|замечани\\w+|проблем\\w*|нарушени\\w+|недостат\\w+|дефект\\w*|риск\\w*|сбо\\w+)\\s+отсутств\\w+|"
+        u"отсутств\\w+\\s+(?:\\w+\\s+)?(?:ошиб|замечани|проблем|нарушени|недостат|дефект|риск|сбо)\\w*|"
+        u"\\b(?:нет|без|ничего|ни одно\\w+)\\s+(?:\\w+\\s+)?(?:провал|пропущен|неверн|подозр)\\w*|"
+        u"(?:провал|пропущен|неверн|подозр)\\w*(?:\\s+\\w+)?\\s+(?:нет|не (?:обнаруж|выяв|найден)\\w*)"_s);
+    const QStringList sentences = observation.split(sentence);
+    return std::ranges::any_of(sentences, [](QString said) { return said.remove(relief).contains(complaint); });
+}
 
 QStringList namedFiles(const QString &sentence)
 {
@@ -245,14 +285,19 @@ QStringList commandWords(const QString &program, const QStringList &arguments)
     QStringList line{programName(program)};
     const QString script = scriptOf(program, arguments);
     if (!script.isEmpty())
-        return line + words(script);
-    for (const QString &argument : arguments)
+        line += words(script);
+    // Of a shell's line what stands behind the text: its parameters.
+    for (const QString &argument : script.isEmpty() ? arguments : arguments.sliced(arguments.indexOf(script) + 1))
         line.append(argument.startsWith(u'-') ? argument : programName(argument));
     return line;
 }
 
-bool isWithin(const QStringList &wanted, const QStringList &others)
+bool isWithin(const QStringList &words, const QStringList &others)
 {
+    // "npm run test" and "npm test" are one command.
+    QStringList wanted = words;
+    if (wanted.value(0) == "npm"_L1 && wanted.value(1) == "run"_L1)
+        wanted.removeAt(1);
     qsizetype next = 0;
     for (const QString &other : others) {
         if (next < wanted.size() && other == wanted.at(next))
@@ -279,7 +324,7 @@ QString hollowness(const QString &path, const QString &text)
     if (isOnlyComments(suffixOf(path), text))
         return u"только комментарии"_s;
     static const QRegularExpression promise = unicode(
-        u"\\A\\W*(?:TODO|FIXME|TBD|заглушка|placeholder|здесь будет|будет (?:добавлен|написан|реализован)|coming soon)"_s);
+        u"\\A\\W*(?:(?:TODO|FIXME|TBD)(?![-\\w])(?:\\s*:|[^\\n]*\\z)|заглушка|placeholder|здесь будет|будет (?:добавлен|написан|реализован)|coming soon)"_s);
     if (text.size() < 400 && promise.match(text).hasMatch())
         return u"только обещание текста"_s;
     const QString function = emptyFunction(text);
@@ -304,6 +349,9 @@ QString disguise(const QString &path, const QString &text)
 bool shareWords(const QString &one, const QString &other)
 {
     const QSet<QString> wanted = stems(one);
+    // The same in another language has no word in common.
+    if (isRussian(one) != isRussian(other))
+        return true;
     return wanted.isEmpty() || wanted.intersects(stems(other));
 }
 
@@ -322,6 +370,11 @@ CheckKind kindOfCheck(const QString &program, const QStringList &arguments)
     };
     if (has({u"browser-check.mjs"_s}))
         return CheckKind::Page;
+    // What the engine adds for several files at once.
+    static const QString mark = u"# syntax\n"_s;
+    if (program == "syntax"_L1
+        || std::ranges::any_of(arguments, [](const QString &argument) { return argument.startsWith(mark); }))
+        return CheckKind::Syntax;
     if (has({u"--check"_s, u"py_compile"_s, u"-fsyntax-only"_s}) || (isShell(program) && line.value(1) == "-n"_L1))
         return CheckKind::Syntax;
     const bool tests = has({u"test"_s, u"pytest"_s, u"unittest"_s, u"ctest"_s, u"jest"_s, u"vitest"_s, u"mocha"_s,

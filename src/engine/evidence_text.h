@@ -38,6 +38,15 @@ QString disguise(const QString &path, const QString &text);
 /// Whether two texts have a word in common, endings aside. Short words and those of every request do not count.
 bool shareWords(const QString &one, const QString &other);
 
+/// Whether a sentence names a file as one that shall not be there ("без style.css", "удали old.txt").
+bool isUnwanted(const QString &sentence, const QString &path);
+
+/// True for kinds of files that a program may read or write when it is used.
+bool isWrittenInUse(const QString &path);
+
+/// Whether an observer's words complain: "Тесты не запускались", but not "Ошибки отсутствуют".
+bool isComplaint(const QString &observation);
+
 /// True for the path of a file that tests others.
 bool isTestPath(const QString &path);
 

@@ -2,6 +2,7 @@
 
 #include "project_checks.h"
 
+#include "data_syntax.h"
 #include "helpers.h"
 #include "node_kind.h"
 
@@ -24,6 +25,33 @@ constexpr int notOpened = 2; ///< The exit code of the check in a browser when i
 bool isScript(const QString &path)
 {
     return path.endsWith(".js"_L1) || path.endsWith(".mjs"_L1) || path.endsWith(".cjs"_L1);
+}
+
+/// Looks at every file, so that all faults go back at once.
+const QString pythonSyntax = uR"(# syntax
+import sys, traceback
+bad = 0
+for path in sys.argv[1:]:
+    try:
+        compile(open(path, 'rb').read(), path, 'exec', dont_inherit=True)
+    except (SyntaxError, ValueError):
+        bad = 1
+        print(path, file=sys.stderr)
+        traceback.print_exc(limit=0)
+sys.exit(bad)
+)"_s;
+
+const QString shellSyntax = uR"(# syntax
+bad=0
+for path do "$BASH" -n "$path" || bad=1; done
+exit $bad
+)"_s;
+
+/// What bash can judge: scripts of other shells have a grammar of their own.
+bool isForBash(const QString &path, const QString &text)
+{
+    static const QRegularExpression other(u"\\A#!.*\\b(?:zsh|fish|csh|tcsh|ksh)\\b"_s);
+    return (path.endsWith(".sh"_L1) || path.endsWith(".bash"_L1)) && !text.contains(other);
 }
 
 /// A partial that scripts load into a page is none.
@@ -133,6 +161,39 @@ QList<ProjectCheck> syntaxChecks(const QList<Node> &nodes)
         const QString path = pathOf(node);
         if (isCode(node) && isScript(path))
             needed.append({u"Проверить синтаксис "_s + path, {u"--check"_s, path}, true, {node.id}});
+    }
+    return needed;
+}
+
+QList<ProjectCheck> sharedSyntaxChecks(const QList<Node> &nodes,
+                                       const std::function<QString(const QString &path)> &textOf,
+                                       const SyntaxTools &tools)
+{
+    ProjectCheck python{
+        u"Проверить синтаксис Python"_s, {u"-I"_s, u"-c"_s, pythonSyntax}, true, {}, tools.python};
+    ProjectCheck shell{u"Проверить синтаксис сценариев"_s, {u"-c"_s, shellSyntax, u"bash"_s}, true, {}, tools.bash};
+    ProjectCheck data{u"Проверить разметку XML и SVG"_s, {}, true, {}, ownParser};
+    for (const Node &node : nodes) {
+        const QString path = pathOf(node);
+        if (!isCode(node))
+            continue;
+        ProjectCheck *check = nullptr;
+        if (path.endsWith(".py"_L1))
+            check = &python;
+        else if (isData(path))
+            check = &data;
+        else if (isForBash(path, textOf(path)))
+            check = &shell;
+        if (!check)
+            continue;
+        // A name that begins like an option would be taken for one.
+        check->arguments.append(path.startsWith(u'-') ? u"./"_s + path : path);
+        check->after.append(node.id);
+    }
+    QList<ProjectCheck> needed;
+    for (const ProjectCheck &check : {python, shell, data}) {
+        if (!check.after.isEmpty() && !check.program.isEmpty())
+            needed.append(check);
     }
     return needed;
 }

@@ -12,12 +12,13 @@ namespace vesk {
 
 struct Node;
 
-/// A check that a project needs, run by the program "node".
+/// A check that a project needs.
 struct ProjectCheck {
     QString title; ///< For people, in Russian.
     QJsonArray arguments;
     bool verification = true; ///< Its failure says something about the code; else it only prepares the next check.
     QStringList after; ///< Ids of nodes.
+    QString program = {}; ///< Empty for the program "node", `ownParser` for what the application does itself.
 
     bool operator==(const ProjectCheck &) const = default;
 };
@@ -45,6 +46,20 @@ void markOwnChecks(QList<Node> &nodes, const CheckTools &tools);
 
 /// One for each script file, in the order of the nodes; for projects without a build.
 QList<ProjectCheck> syntaxChecks(const QList<Node> &nodes);
+
+/// Stands for a program where the application reads files itself: data_syntax.h.
+inline const QString ownParser = QStringLiteral("syntax");
+
+/// Programs that look at the syntax of files without running them; empty for what must not or cannot be asked.
+struct SyntaxTools {
+    QString python;
+    QString bash;
+};
+
+/// One for all Python files, one for all shell scripts, one for all XML and SVG. Nothing is run, nothing written.
+QList<ProjectCheck> sharedSyntaxChecks(const QList<Node> &nodes,
+                                       const std::function<QString(const QString &path)> &textOf,
+                                       const SyntaxTools &tools);
 
 /// What is known of the files of a project.
 struct ProjectFiles {

@@ -2,6 +2,7 @@
 
 #include "rework.h"
 
+#include "evidence_text.h"
 #include "helpers.h"
 #include "node_kind.h"
 #include "statuses.h"
@@ -49,6 +50,13 @@ bool looksAtOneFile(const Node &check)
         || arguments.contains(u"-fsyntax-only"_s);
 }
 
+/// It names the files that are wrong: the others of its files are not written anew.
+bool isSyntaxCheck(const Node &check)
+{
+    const QString program = check.input["program"_L1].toString();
+    return kindOfCheck(program, strings(check.input["arguments"_L1].toArray())) == CheckKind::Syntax;
+}
+
 } // namespace
 
 int reworkTarget(const QList<Node> &nodes, const QJsonObject &review)
@@ -82,9 +90,14 @@ QJsonObject recoveryFix(const QJsonObject &command, const QJsonObject &result)
 bool sendBack(QList<Node> &nodes, int check, const QJsonObject &fix)
 {
     const QSet<QString> upstream = upstreamOf(linksOf(nodes), nodes.at(check).id);
+    const QString said = fix["stdout"_L1].toString() + fix["stderr"_L1].toString();
+    const auto isNamed = [&](const Node &node) {
+        return isCode(node) && upstream.contains(node.id) && said.contains(pathOf(node));
+    };
+    const bool onlyNamed = isSyntaxCheck(nodes.at(check)) && std::ranges::any_of(nodes, isNamed);
     bool found = false;
     for (Node &node : nodes) {
-        if (!isCode(node) || !upstream.contains(node.id))
+        if (!isCode(node) || !upstream.contains(node.id) || (onlyNamed && !isNamed(node)))
             continue;
         found = true;
         order(node, fix);

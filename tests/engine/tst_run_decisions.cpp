@@ -5,6 +5,7 @@
 #include "llm_provider.h"
 #include "media_command.h"
 #include "node_kind.h"
+#include "data_syntax.h"
 #include "project_checks.h"
 #include "questions.h"
 #include "retry.h"
@@ -238,6 +239,39 @@ private Q_SLOTS:
         QCOMPARE(checks[0],
                  (ProjectCheck{u"Проверить синтаксис a.js"_s, {u"--check"_s, u"a.js"_s}, true, {u"a.js"_s}}));
         QCOMPARE(checks[1].after + checks[2].after, (QStringList{u"d.mjs"_s, u"e.cjs"_s}));
+    }
+
+    void filesOfOneKindShareASyntaxCheck()
+    {
+        const QList<Node> list = nodes({u"code a.py"_s, u"code d/b.py"_s, u"code run.sh"_s, u"code z.sh"_s, u"code c.xml"_s,
+                                        u"code i.svg"_s, u"code tests/broken.xml"_s,
+                                        u"tool t.py"_s, u"code -x.py"_s});
+        const auto textOf = [](const QString &path) { return path == "z.sh"_L1 ? u"#!/bin/zsh\n"_s : QString(); };
+        const QList<ProjectCheck> checks = sharedSyntaxChecks(list, textOf, {u"/python"_s, u"/bash"_s});
+        QCOMPARE(checks.size(), 3);
+        QCOMPARE(checks[0].after, (QStringList{u"a.py"_s, u"d/b.py"_s, u"-x.py"_s}));
+        QCOMPARE(checks[0].arguments.last(), u"./-x.py"_s);
+        QCOMPARE(checks[1].after, QStringList{u"run.sh"_s});
+        QCOMPARE(checks[2].arguments, (QJsonArray{u"c.xml"_s, u"i.svg"_s}));
+        QCOMPARE(sharedSyntaxChecks(list, textOf, {}), QList<ProjectCheck>{checks[2]});
+    }
+
+    void dataThatCannotBeReadIsTold()
+    {
+        const QList<std::tuple<QString, QString, QString>> rows{
+            {u"a.geojson"_s, u"{\n\"a\": 1,\n}"_s, u"строка 3: "_s},
+            {u"a.json"_s, u"[1, 2"_s, u"строка 1: "_s},
+            {u"a.json"_s, u"\"text\""_s, {}},
+            {u"a.json"_s, u"{\"a\": {{ value }}}"_s, {}},
+            {u"a.svg"_s, u"<svg>\n<g></svg>"_s, u"строка 2: "_s},
+            {u"a.xml"_s, u"<?xml version=\"1.0\"?><a b='1'>&amp;</a>"_s, {}},
+            {u"a.xml"_s, u"<!DOCTYPE a SYSTEM 'a.dtd'><a>&own;</a>"_s, {}},
+            {u"a.svg"_s, u"просто текст"_s, u"строка 1: "_s},
+        };
+        for (const auto &[path, text, fault] : rows) {
+            const QString found = dataFault(path, text);
+            QVERIFY2(fault.isEmpty() ? found.isEmpty() : found.startsWith(fault), qPrintable(found));
+        }
     }
 
     void thePagesOfAProjectAreOpened()

@@ -1,0 +1,92 @@
+// Whether JSON, XML and SVG can be read.
+
+#include "data_syntax.h"
+
+#include "evidence_text.h"
+#include "helpers.h"
+
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QRegularExpression>
+#include <QXmlStreamReader>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+QString suffixOf(const QString &path)
+{
+    return QFileInfo(path).suffix().toLower();
+}
+
+QString placed(qsizetype line, const QString &fault)
+{
+    return u"строка %1: %2"_s.arg(line).arg(fault);
+}
+
+QString jsonFault(const QString &text)
+{
+    const QByteArray bytes = text.toUtf8();
+    QJsonParseError error;
+    QJsonDocument::fromJson(bytes, &error);
+    if (error.error == QJsonParseError::NoError)
+        return {};
+    // Qt's reader takes no single value, which is good JSON all the same.
+    if (error.error == QJsonParseError::IllegalValue || error.offset <= 1) {
+        QJsonDocument::fromJson("[" + bytes + "]", &error);
+        if (error.error == QJsonParseError::NoError)
+            return {};
+    }
+    return placed(bytes.first(std::min<qsizetype>(error.offset, bytes.size())).count('\n') + 1, error.errorString());
+}
+
+QString xmlFault(const QString &text)
+{
+    // What a document type declares elsewhere is not read, so its entities are not known.
+    QXmlStreamReader reader(text);
+    while (!reader.atEnd())
+        reader.readNext();
+    const bool isFaulty = reader.hasError() && !(text.contains("<!DOCTYPE"_L1) && reader.errorString().contains("ntity"_L1));
+    return isFaulty ? placed(reader.lineNumber(), reader.errorString()) : QString();
+}
+
+} // namespace
+
+bool isData(const QString &path)
+{
+    static const QStringList kinds{u"xml"_s, u"svg"_s, u"webmanifest"_s, u"geojson"_s};
+    static const QRegularExpression meant(
+        u"(?:^|/)(?:fixtures?|testdata|samples?)/|broken|invalid|malformed|corrupt|bad[_-]|\\[\\[|\\{\\{"_s);
+    return kinds.contains(suffixOf(path)) && !isTestPath(path) && !meant.match(path).hasMatch();
+}
+
+QString dataFault(const QString &path, const QString &text)
+{
+    static const QRegularExpression unfilled(u"\\{%|\\{\\{|<%|<\\?php"_s);
+    // An empty file is told as such elsewhere.
+    if (text.trimmed().isEmpty())
+        return {};
+    const QString suffix = suffixOf(path);
+    const QString fault = suffix == "xml"_L1 || suffix == "svg"_L1 ? xmlFault(text) : jsonFault(text);
+    return text.contains(unfilled) ? QString() : fault;
+}
+
+QJsonObject dataSyntaxResult(const QStringList &paths, const std::function<QString(const QString &path)> &textOf)
+{
+    QStringList faults;
+    for (const QString &path : paths) {
+        const QString fault = dataFault(path, textOf(path));
+        if (!fault.isEmpty())
+            faults.append(path + u": "_s + fault);
+    }
+    return {
+        {u"success"_s, faults.isEmpty()},
+        {u"exit_code"_s, faults.isEmpty() ? 0 : 1},
+        {u"stdout"_s, faults.isEmpty() ? u"Прочитано файлов: %1."_s.arg(paths.size()) : QString()},
+        {u"stderr"_s, faults.join(u'\n')},
+    };
+}
+
+} // namespace vesk

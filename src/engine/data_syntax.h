@@ -1,0 +1,22 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QString>
+
+#include <functional>
+
+namespace vesk {
+
+/// Whether a file is written in a notation that the application reads itself: XML, SVG, and the JSON of files with a name
+/// of their own; what is named *.json was read when it was written. Files that mean to break
+/// it (for tests of parsers) are none.
+bool isData(const QString &path);
+
+/// What is wrong with the text of such a file, with its line, in Russian. Empty when it can be read, and for templates,
+/// which are no data yet.
+QString dataFault(const QString &path, const QString &text);
+
+/// The result of looking at these files, in the shape of one of a program: "success", "exit_code", "stdout", "stderr".
+QJsonObject dataSyntaxResult(const QStringList &paths, const std::function<QString(const QString &path)> &textOf);
+
+} // namespace vesk
