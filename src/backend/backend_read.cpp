@@ -196,14 +196,7 @@ QString Backend::fileContent(const QString &path) const
 QString Backend::fileHistory(const QString &path) const
 {
     return answered([&] {
-        QJsonArray history;
-        const QString project = core.workspace.project();
-        const QJsonArray revisions = project.isEmpty() ? QJsonArray() : core.store.list(u"file_revisions"_s, project);
-        for (const QJsonValue &revision : revisions) {
-            if (revision["path"_L1].toString() == path)
-                history.append(revision);
-        }
-        return indented(history);
+        return indented(core.workspace.project().isEmpty() ? QJsonArray() : core.workspace.revisions(path));
     });
 }
 

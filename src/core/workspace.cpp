@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QMap>
 #include <QSet>
 #include <QStringConverter>
 
@@ -260,6 +261,25 @@ QByteArray Workspace::recorded(const QString &relativePath) const
     return contentOf(latest(relativePath));
 }
 
+QJsonArray Workspace::revisions(const QString &relativePath) const
+{
+    return store.fileRevisions(key(relativePath));
+}
+
+QJsonObject Workspace::revision(const QString &relativePath, int number) const
+{
+    return store.fileRevision(key(relativePath), number);
+}
+
+std::optional<QByteArray> Workspace::bytesOf(const QJsonObject &record) const
+{
+    if (record.isEmpty() || isDeleted(record))
+        return std::nullopt;
+    const QByteArray bytes = contentOf(record);
+    require(digest(bytes) == record["hash"_L1].toString(), u"Cannot restore "_s + record["path"_L1].toString());
+    return bytes;
+}
+
 bool Workspace::stale(const QString &relativePath, int revision) const
 {
     return latest(relativePath)["revision"_L1].toInt() != revision;
@@ -333,14 +353,45 @@ QJsonObject Workspace::takeEdit(const QString &relativePath)
 QJsonObject Workspace::undoEdit(const QString &relativePath)
 {
     const QJsonObject before = latest(relativePath);
-    const bool hadFile = !before.isEmpty() && !isDeleted(before);
-    const QByteArray bytes = hadFile ? contentOf(before) : QByteArray();
-    require(!hadFile || digest(bytes) == before["hash"_L1].toString(), u"Cannot restore "_s + relativePath);
-
+    const std::optional<QByteArray> bytes = bytesOf(before);
     const QJsonObject taken = takeEdit(relativePath);
     if (taken == before)
         return before;
-    return hadFile ? write(relativePath, bytes, u"rollback"_s, taken["revision"_L1].toInt()) : remove(taken);
+    return bytes ? write(relativePath, *bytes, u"rollback"_s, taken["revision"_L1].toInt()) : remove(taken);
+}
+
+QJsonObject Workspace::checkpointOf(const QString &taskId) const
+{
+    const QJsonArray all = projectId.isEmpty() ? QJsonArray() : store.list(u"checkpoints"_s, projectId);
+    QString task = taskId;
+    for (qsizetype i = all.size() - 1; i >= 0 && task.isEmpty(); --i)
+        task = all[i]["task_id"_L1].toString();
+    for (const QJsonValue &snapshot : all) {
+        if (!task.isEmpty() && snapshot["task_id"_L1].toString() == task)
+            return snapshot.toObject();
+    }
+    return {};
+}
+
+QList<FileChange> Workspace::changesSince(const QJsonObject &snapshot) const
+{
+    QMap<QString, FileChange> states;
+    const QJsonArray entries = snapshot["files"_L1].toArray();
+    for (const QJsonValue &entry : entries)
+        states[entry["path"_L1].toString()].before = entry.toObject();
+    const QJsonArray records = files();
+    for (const QJsonValue &record : records)
+        states[record["path"_L1].toString()].after = record.toObject();
+
+    QList<FileChange> changes;
+    const auto contentKey = [](const QJsonObject &record) {
+        return record.isEmpty() || isDeleted(record) ? QString() : record["hash"_L1].toString();
+    };
+    for (const auto &[path, state] : std::as_const(states).asKeyValueRange()) {
+        if (contentKey(state.before) != contentKey(state.after))
+            changes.append({path, state.before, state.after});
+    }
+    return changes;
 }
 
 QJsonObject Workspace::checkpoint(const QString &taskId, const QJsonArray &graph)

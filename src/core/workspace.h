@@ -31,6 +31,13 @@ struct HandEdit {
     QString text() const;
 };
 
+/// How a file differs between two states of the project: its records then and now, empty or "deleted" where it was not.
+struct FileChange {
+    QString path;
+    QJsonObject before;
+    QJsonObject after;
+};
+
 /// Author of the revisions that a user's own edits become.
 inline constexpr QLatin1StringView userAuthor("user");
 /// Status of the record of a file that the user has deleted.
@@ -74,6 +81,14 @@ public:
     /// The bytes of the newest revision as it is recorded, whatever stands on disk; empty without one.
     QByteArray recorded(const QString &relativePath) const;
 
+    /// All revisions of a file, the oldest first, and the one of a number, empty without one.
+    QJsonArray revisions(const QString &relativePath) const;
+    QJsonObject revision(const QString &relativePath, int number) const;
+
+    /// The bytes that a revision, or an entry of a snapshot, stands for; nothing for that of a file that is gone. Throws
+    /// "Cannot restore <path>" when the record doesn't hold them.
+    std::optional<QByteArray> bytesOf(const QJsonObject &record) const;
+
     /// The "files" record of that path, or an empty object if it has none. A deleted file keeps its record.
     QJsonObject latest(const QString &relativePath) const;
 
@@ -99,6 +114,12 @@ public:
     /// no file where none is recorded. Returns the record. Throws as takeEdit() and write() do, and "Cannot restore
     /// <path>", and nothing has changed, when the record doesn't hold the bytes.
     QJsonObject undoEdit(const QString &relativePath);
+
+    /// The snapshot that a task has begun with, the last task for an empty id; empty when there is none.
+    QJsonObject checkpointOf(const QString &taskId) const;
+
+    /// The files whose recorded content is another one than in a snapshot, by path.
+    QList<FileChange> changesSince(const QJsonObject &snapshot) const;
 
     /// Stores and returns a snapshot of the tracked files, contents included. Throws "Checkpoint conflict: external
     /// changes" and as read() does.
