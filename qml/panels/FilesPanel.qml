@@ -16,6 +16,7 @@ ColumnLayout {
 
     signal fileSelected(var file)
     signal detailsRequested(string text)
+    signal differencesRequested()
 
     spacing: 12
 
@@ -112,12 +113,36 @@ ColumnLayout {
             text: root.shown && root.path !== "" ? root.readFile(root.selected) : ""
         }
     }
+    RowLayout {
+        spacing: 8
+        Action {
+            objectName: "fileHistory"
+            text: "История версий"
+            enabled: root.path !== ""
+            Layout.fillWidth: true
+            onClicked: root.detailsRequested(root.service.fileHistory(root.path))
+        }
+        Action {
+            objectName: "fileDifferences"
+            text: "Различия"
+            tip: "Сравнить с предыдущей версией"
+            enabled: root.path !== "" && !root.media
+            Layout.fillWidth: true
+            onClicked: {
+                root.service.compareRevisions(root.path);
+                root.differencesRequested();
+            }
+        }
+    }
     Action {
-        objectName: "fileHistory"
-        text: "История версий"
-        enabled: root.path !== ""
+        objectName: "taskDifferences"
+        text: "Что изменилось с запроса"
+        enabled: files.count > 0
         Layout.fillWidth: true
-        onClicked: root.detailsRequested(root.service.fileHistory(root.path))
+        onClicked: {
+            root.service.compareTask("");
+            root.differencesRequested();
+        }
     }
 
     /* Takes the whole record, so that a new revision is read anew. */

@@ -39,6 +39,7 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , connection(core.store, core.engine, mock, client, preferences, conversation)
     , attachments(core.store, core.workspace)
     , editWatch(core.workspace)
+    , compared(core.workspace)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
 {

@@ -4,6 +4,7 @@
 #include "background_renderer.h"
 #include "conversation.h"
 #include "core.h"
+#include "differences.h"
 #include "edit_watch.h"
 #include "growing_list.h"
 #include "mcp_client.h"
@@ -67,6 +68,7 @@ class Backend : public QObject {
     Q_PROPERTY(QString serverStatus READ serverStatus NOTIFY changed)
     Q_PROPERTY(bool measuring READ measuring NOTIFY changed)
     Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
+    Q_PROPERTY(vesk::Differences *differences READ differences NOTIFY changed)
     Q_PROPERTY(QVariantList handEdits READ handEdits NOTIFY changed)
     Q_PROPERTY(QVariantList backgroundFrame READ backgroundFrame NOTIFY backgroundChanged)
     Q_PROPERTY(QString backgroundError READ backgroundError NOTIFY backgroundChanged)
@@ -97,6 +99,11 @@ public:
     Q_INVOKABLE void takeEdits(const QString &path);
     /// The program's version comes back; the user's stays as a revision.
     Q_INVOKABLE void undoEdits(const QString &path);
+    /// What is compared then stands in `differences`: an edited file against its record; what has changed since the
+    /// request of a task; two revisions of a file, below 0 the newest and the one before.
+    Q_INVOKABLE void compareEdit(const QString &path);
+    Q_INVOKABLE void compareTask(const QString &task);
+    Q_INVOKABLE void compareRevisions(const QString &path, int from = -1, int to = -1);
 
     // Settings and tools (backend_runtime.cpp)
 
@@ -296,6 +303,7 @@ private:
     QString serverStatus() const { return connection.serverStatus(); }
     bool measuring() const { return connection.isMeasuring(); }
     QVariantList connectionMeasures() const { return connection.measures(); }
+    Differences *differences() { return &compared; }
     QVariantList handEdits() const { return editWatch.edits(); }
 
     BackgroundRenderer background;
@@ -310,6 +318,7 @@ private:
     ModelConnection connection;
     Attachments attachments;
     EditWatch editWatch;
+    Differences compared;
 
     bool uiPending = false;
     QString streamNote;

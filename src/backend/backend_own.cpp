@@ -4,6 +4,8 @@
 
 #include "helpers.h"
 
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace vesk {
@@ -45,6 +47,35 @@ void Backend::settleEdits(const QString &path, bool takesOwn)
     }
     editWatch.look();
     require(faults.isEmpty(), faults.join(u'\n'));
+}
+
+void Backend::compareEdit(const QString &path)
+{
+    guard([&] {
+        const auto edit = core.workspace.handEdit(path);
+        require(edit.has_value(), u"Файл не изменён вне программы: "_s + path);
+        compared.showEdit(*edit);
+    });
+}
+
+void Backend::compareTask(const QString &task)
+{
+    guard([&] {
+        const QJsonObject before = core.workspace.checkpointOf(task.isEmpty() ? view.id() : task);
+        compared.show(u"Что изменилось с запроса"_s,
+                      before.isEmpty() ? QList<FileChange>() : core.workspace.changesSince(before));
+    });
+}
+
+void Backend::compareRevisions(const QString &path, int from, int to)
+{
+    guard([&] {
+        const Workspace &workspace = core.workspace;
+        const int newer = to < 0 ? workspace.latest(path)["revision"_L1].toInt() : to;
+        const int older = from < 0 ? std::max(0, newer - 1) : from;
+        compared.show(u"Версия %1 и версия %2"_s.arg(older).arg(newer),
+                      {{path, workspace.revision(path, older), workspace.revision(path, newer)}});
+    });
 }
 
 } // namespace vesk

@@ -242,6 +242,20 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
     desk->press(Qt::Key_Escape);
     QTRY_VERIFY(!desk->isOpen(u"details"_s));
 
+    save(desk->app().root() + u"/calculator.html"_s, "first\nsecond\n");
+    desk->app().lookForEdits();
+    QTRY_VERIFY(desk->item(u"compareEditcalculator.html"_s));
+    QVERIFY(desk->click(u"compareEditcalculator.html"_s));
+    QTRY_VERIFY(desk->isOpen(u"differences"_s));
+    QTRY_VERIFY(rowAt(desk->item(u"differenceLines"_s), 1));
+    QVERIFY(desk->click(u"besideToggle"_s));
+    QTRY_VERIFY(rowAt(desk->item(u"differenceLines"_s), 2)); // one removed, two added
+    desk->press(Qt::Key_Escape);
+    QTRY_VERIFY(!desk->isOpen(u"differences"_s));
+    QVERIFY(desk->click(u"undoEditcalculator.html"_s));
+    QTRY_VERIFY(desk->app().property("handEdits").toList().isEmpty());
+    QVERIFY(contentOf(desk->app().root() + u"/calculator.html"_s).startsWith("<!doctype"));
+
     QVERIFY(desk->click(u"panelMenuButton"_s));
     QTRY_VERIFY(desk->isOpen(u"panelMenu"_s));
     for (int i = 0; i < 3; ++i)
