@@ -32,6 +32,9 @@ Item {
         dialog.detailsText = text;
         dialog.open();
     }
+    function showRestore() {
+        (restore.show() as RestoreDialog).begin();
+    }
     function showDifferences() {
         (differences.show() as DifferencesDialog).open();
     }
@@ -155,6 +158,10 @@ Item {
     LazyDialog {
         id: differences
         sourceComponent: DifferencesDialog { service: root.service }
+    }
+    LazyDialog {
+        id: restore
+        sourceComponent: RestoreDialog { service: root.service }
     }
     LazyDialog {
         id: queueDialog

@@ -17,6 +17,7 @@ ColumnLayout {
     signal fileSelected(var file)
     signal detailsRequested(string text)
     signal differencesRequested()
+    signal restoreRequested()
 
     spacing: 12
 
@@ -134,14 +135,24 @@ ColumnLayout {
             }
         }
     }
-    Action {
-        objectName: "taskDifferences"
-        text: "Что изменилось с запроса"
-        enabled: files.count > 0
-        Layout.fillWidth: true
-        onClicked: {
-            root.service.compareTask("");
-            root.differencesRequested();
+    RowLayout {
+        spacing: 8
+        Action {
+            objectName: "taskDifferences"
+            text: "Что изменилось с запроса"
+            enabled: files.count > 0
+            Layout.fillWidth: true
+            onClicked: {
+                root.service.compareTask("");
+                root.differencesRequested();
+            }
+        }
+        Action {
+            objectName: "restoreFiles"
+            text: "Вернуться…"
+            tip: "Вернуть файлы к прежнему состоянию"
+            enabled: files.count > 0
+            onClicked: root.restoreRequested()
         }
     }
 

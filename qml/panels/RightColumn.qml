@@ -83,6 +83,7 @@ Rectangle {
                     selected: root.app.selectedFile
                     onFileSelected: file => root.app.selectedFile = file
                     onDifferencesRequested: root.app.dialogs().showDifferences()
+                    onRestoreRequested: root.app.dialogs().showRestore()
                     onDetailsRequested: text => root.app.dialogs().showDetails(text)
                 }
             }

@@ -92,6 +92,7 @@ void RunMode::bindProject()
             {{u"id"_s, project}, {u"name"_s, QFileInfo(root).fileName()}, {u"root"_s, root}, {u"created_at"_s, now()}});
     }
     core.workspace.open(root, project);
+    while (core.workspace.restoreNext()) { } // that a crash has interrupted
 }
 
 int RunMode::exec()

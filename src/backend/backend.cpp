@@ -76,6 +76,7 @@ void Backend::connectServices()
     connect(&conversation, &Conversation::failed, this, &Backend::show);
     connect(&connection, &ModelConnection::changed, this, &Backend::notifyUi);
     connect(&connection, &ModelConnection::concluded, this, &Backend::show);
+    connect(&restoreTimer, &QTimer::timeout, this, &Backend::restoreOn);
     connect(&editWatch, &EditWatch::changed, this, &Backend::notifyUi);
     connect(&attachments, &Attachments::changed, this, &Backend::notifyUi);
     connect(&attachments, &Attachments::failed, this, &Backend::show);

@@ -19,6 +19,7 @@
 #include <QJsonObject>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 #include <QVariant>
 
 #include <functional>
@@ -69,6 +70,8 @@ class Backend : public QObject {
     Q_PROPERTY(bool measuring READ measuring NOTIFY changed)
     Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
     Q_PROPERTY(vesk::Differences *differences READ differences NOTIFY changed)
+    Q_PROPERTY(bool restoring READ restoring NOTIFY changed)
+    Q_PROPERTY(bool restoreCanUndo READ restoreCanUndo NOTIFY changed)
     Q_PROPERTY(QVariantList handEdits READ handEdits NOTIFY changed)
     Q_PROPERTY(QVariantList backgroundFrame READ backgroundFrame NOTIFY backgroundChanged)
     Q_PROPERTY(QString backgroundError READ backgroundError NOTIFY backgroundChanged)
@@ -104,6 +107,17 @@ public:
     Q_INVOKABLE void compareEdit(const QString &path);
     Q_INVOKABLE void compareTask(const QString &task);
     Q_INVOKABLE void compareRevisions(const QString &path, int from = -1, int to = -1);
+
+    /// The states to go back to, the newest first: {"id", "time", "title"}.
+    Q_INVOKABLE QVariantList restorePoints() const;
+    /// Compares now with what going back would make of it.
+    Q_INVOKABLE void compareRestore(const QString &checkpoint);
+    /// Goes back file by file, a few milliseconds at a time: `restoring` is true meanwhile. A snapshot of now is taken
+    /// first, and undoRestore() goes back to that, any number of times.
+    Q_INVOKABLE void restore(const QString &checkpoint);
+    Q_INVOKABLE void undoRestore();
+    /// One file becomes what a revision of it was.
+    Q_INVOKABLE void restoreRevision(const QString &path, int revision);
 
     // Settings and tools (backend_runtime.cpp)
 
@@ -233,7 +247,7 @@ private:
     void showFailure(const std::exception &failure) const;
 
     // backend_projects.cpp
-    void requireQuiet() const;
+    void requireQuiet();
     void requireProject(const QString &name);
     void makeProject(const QString &name, const QString &folder);
     void openProject(const QString &projectId);
@@ -241,6 +255,12 @@ private:
 
     // backend_own.cpp
     void settleEdits(const QString &path, bool takesOwn);
+    void requireStill();
+    void beginRestore(const QString &checkpoint);
+    void startRestoring();
+    void resumeRestore();
+    void restoreOn();
+    QString lastRestore() const;
 
     // backend_conversation.cpp
     void takeLine(const QString &typed);
@@ -304,6 +324,8 @@ private:
     bool measuring() const { return connection.isMeasuring(); }
     QVariantList connectionMeasures() const { return connection.measures(); }
     Differences *differences() { return &compared; }
+    bool restoring() const { return restoreTimer.isActive(); }
+    bool restoreCanUndo() const { return canUndoRestore; }
     QVariantList handEdits() const { return editWatch.edits(); }
 
     BackgroundRenderer background;
@@ -319,6 +341,9 @@ private:
     Attachments attachments;
     EditWatch editWatch;
     Differences compared;
+    QTimer restoreTimer; ///< Runs while files are restored.
+    int restoreFaults = 0;
+    bool canUndoRestore = false;
 
     bool uiPending = false;
     QString streamNote;

@@ -31,9 +31,11 @@ QString escaped(QStringView text)
         else if (c == u'>')
             marked += "&gt;"_L1;
         else if (c == u'\t')
-            marked += QString(4, QChar::Nbsp);
+            marked += u"&nbsp;&nbsp;&nbsp;&nbsp;"_s;
+        else if (c.isSpace())
+            marked += "&nbsp;"_L1; // as such it is kept at the start of a line
         else
-            marked += c.isSpace() ? QChar(QChar::Nbsp) : c;
+            marked += c;
     }
     return marked;
 }

@@ -54,6 +54,14 @@ void Differences::showEdit(const HandEdit &edit)
             {}}});
 }
 
+void Differences::showRevisions(const QString &path, int older, int newer)
+{
+    show(u"Версия %1 и версия %2"_s.arg(older).arg(newer),
+         {{path, workspace.revision(path, older), workspace.revision(path, newer)}});
+    olderRevision = older;
+    newerRevision = newer;
+}
+
 void Differences::clear()
 {
     begin({}, {});
@@ -63,6 +71,8 @@ void Differences::begin(const QString &title, const QList<File> &all)
 {
     ++generation;
     heading = title;
+    olderRevision = 0;
+    newerRevision = 0;
     compareds = all;
     comparing = false;
     selected = all.isEmpty() ? QString() : all.constFirst().change.path;

@@ -17,6 +17,8 @@ class Differences : public QObject {
     Q_PROPERTY(QVariantList files READ files NOTIFY changed)
     Q_PROPERTY(QString path READ path NOTIFY changed)
     Q_PROPERTY(QString note READ note NOTIFY changed)
+    Q_PROPERTY(int older READ older NOTIFY changed)
+    Q_PROPERTY(int newer READ newer NOTIFY changed)
     Q_PROPERTY(bool busy READ isBusy NOTIFY changed)
     Q_PROPERTY(bool beside READ isBeside WRITE setBeside NOTIFY changed)
     Q_PROPERTY(vesk::DifferenceModel *lines READ lines CONSTANT)
@@ -26,6 +28,8 @@ public:
 
     /// Begins to compare; the first file is shown once it is compared.
     void show(const QString &title, const QList<FileChange> &changes);
+    /// The same for two revisions of a file, 0 for none.
+    void showRevisions(const QString &path, int older, int newer);
     /// The same for a file as it is recorded and as the user has left it on disk.
     void showEdit(const HandEdit &edit);
     void clear();
@@ -39,6 +43,9 @@ public:
     QString path() const { return selected; }
     /// What stands in place of lines: that a file is no text, can't be read, or is the same.
     QString note() const;
+    /// The revisions in view; 0 and 0 when it is no revisions that are compared.
+    int older() const { return olderRevision; }
+    int newer() const { return newerRevision; }
     bool isBusy() const { return comparing; }
     bool isBeside() const { return beside; }
     void setBeside(bool side);
@@ -69,6 +76,8 @@ private:
     QString heading;
     QString selected;
     DifferenceModel model;
+    int olderRevision = 0;
+    int newerRevision = 0;
     bool beside = true;
     bool comparing = false;
     quint32 generation = 0;

@@ -131,18 +131,48 @@ public:
     /// belongs to another project", "Cannot remove controlled file" and as read() and write() do.
     void rollback(const QString &checkpointId);
 
+    // Going back and forth (workspace_restore.cpp). Unlike rollback() it can be seen before, undone after and finished
+    // after a crash, and leaves alone what is the same.
+
+    /// What going back to a snapshot would change, by path: `before` is how a file is recorded now. Throws "Checkpoint
+    /// belongs to another project".
+    QList<FileChange> restorePlan(const QString &checkpointId) const;
+
+    /// Begins to go back: takes a snapshot of now, by which it can be undone, and notes on disk what is under way.
+    /// Returns the snapshot. Nothing has changed when it throws, as restorePlan() does or "Rollback conflict: external
+    /// changes" when a file of the plan was edited.
+    QJsonObject beginRestore(const QString &checkpointId);
+
+    /// Restores the next file; false when there was none left, and the restoring is over. A file that its user has
+    /// edited since the beginning stays, and is in `restoreSkipped()`. What else fails turns the restoring round, towards
+    /// the snapshot of its beginning, and is thrown; going on then brings the files back to how they were.
+    bool restoreNext();
+
+    /// Whether restoring is under way, also since before a crash.
+    bool isRestoring() const;
+    QStringList restoreSkipped() const { return skipped; }
+
+    /// The same for one file and one of its revisions, in one step; "deleted" revisions remove it. Returns its record.
+    QJsonObject restoreRevision(const QString &relativePath, int number);
+
 private:
     struct Place;
 
     Place vet(const QString &relativePath) const;
     ConfinedFolder::Content load(const Place &place, const QString &relativePath) const;
     void put(const Place &place, const QString &relativePath, const QByteArray &bytes,
-             const std::optional<ConfinedFolder::Content> &old) const;
+             const std::optional<ConfinedFolder::Content> &old, std::optional<unsigned> mode) const;
+    QJsonObject writeAs(const QString &relativePath, const QByteArray &bytes, const QString &author,
+                        int expectedRevision, std::optional<unsigned> mode);
+    QJsonObject bring(const QString &relativePath, const QJsonObject &entry);
+    QString restoreKey() const;
+    void noteRestore(const QString &target, const QString &origin);
+    void turnRestore(const QString &target, const QString &origin);
     QJsonObject keep(const QString &relativePath, const QByteArray &bytes, const QString &author, bool deleted = false);
     QJsonObject remove(const QJsonObject &record) const;
     void removeLeftovers() const;
     std::optional<HandEdit> handEdit(const QString &relativePath, const QJsonObject &record) const;
-    void requireUnchanged(const QJsonObject &record, const QString &message) const;
+    unsigned requireUnchanged(const QJsonObject &record, const QString &message) const;
     QByteArray contentOf(const QJsonObject &entry) const;
     QString key(const QString &relativePath) const { return projectId + u':' + relativePath; }
 
@@ -151,6 +181,8 @@ private:
     QString rootPath;
     QString projectId;
     std::optional<ConfinedFolder> folder;
+    std::optional<QList<FileChange>> restoring; ///< What is left of a restoring under way, the next file last.
+    QStringList skipped; ///< Files that restoring has left to their user.
 };
 
 } // namespace vesk

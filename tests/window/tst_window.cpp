@@ -256,6 +256,17 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
     QTRY_VERIFY(desk->app().property("handEdits").toList().isEmpty());
     QVERIFY(contentOf(desk->app().root() + u"/calculator.html"_s).startsWith("<!doctype"));
 
+    QVERIFY(desk->click(u"restoreFiles"_s));
+    QTRY_VERIFY(desk->isOpen(u"restore"_s));
+    for (const QString &way : {u"doRestore"_s, u"undoRestore"_s}) {
+        QTRY_VERIFY(desk->item(way)->isEnabled());
+        QVERIFY(desk->click(way));
+        QTRY_COMPARE(QFile::exists(desk->app().root() + u"/calculator.html"_s), way == u"undoRestore"_s);
+        QTRY_VERIFY(!desk->app().property("restoring").toBool());
+    }
+    desk->press(Qt::Key_Escape);
+    QTRY_VERIFY(!desk->isOpen(u"restore"_s));
+
     QVERIFY(desk->click(u"panelMenuButton"_s));
     QTRY_VERIFY(desk->isOpen(u"panelMenu"_s));
     for (int i = 0; i < 3; ++i)
