@@ -117,6 +117,7 @@ ApplicationWindow {
             dialogs().showPage(page);
     }
 
+    onActiveChanged: if (active) backend.lookForEdits()
     onWidthChanged: if (width < 1150) inspectorOpen = false
     onInspectorOpenChanged: if (inspectorOpen && width < 1250) sidebarOpen = false
     onSidebarOpenChanged: if (sidebarOpen && width < 1250) inspectorOpen = false
@@ -245,6 +246,7 @@ ApplicationWindow {
             onQueueRequested: app.dialogs().queueDialog.show().open()
             onPermissionsRequested: app.dialogs().permissions.show().open()
             onServersRequested: app.dialogs().serverRequests.show().open()
+            onDifferencesRequested: app.dialogs().showDifferences()
             onFilesRequested: app.dialogs().attachmentPicker.show().open()
         }
         ColumnHandle {

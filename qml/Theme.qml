@@ -122,6 +122,10 @@ QtObject {
         dark: "#8a8a8a"
     }
 
+    // Lines that go and come; signs at their start say the same
+    readonly property color lineRemoved: "#3d2626"
+    readonly property color lineAdded: "#243524"
+
     // Metrics, in pixels
     readonly property int sidebarWidth: 236
     readonly property int sidebarLeast: 180

@@ -12,3 +12,17 @@ struct BackendType {
     QML_NAMED_ELEMENT(Backend)
     QML_UNCREATABLE("The window is given the one there is.")
 };
+
+struct DifferencesType {
+    Q_GADGET
+    QML_FOREIGN(vesk::Differences)
+    QML_NAMED_ELEMENT(Differences)
+    QML_UNCREATABLE("The backend has the one there is.")
+};
+
+struct DifferenceModelType {
+    Q_GADGET
+    QML_FOREIGN(vesk::DifferenceModel)
+    QML_NAMED_ELEMENT(DifferenceModel)
+    QML_UNCREATABLE("The differences have the one there is.")
+};

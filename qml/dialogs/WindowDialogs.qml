@@ -32,6 +32,12 @@ Item {
         dialog.detailsText = text;
         dialog.open();
     }
+    function showRestore() {
+        (restore.show() as RestoreDialog).begin();
+    }
+    function showDifferences() {
+        (differences.show() as DifferencesDialog).open();
+    }
     function showProgress() {
         const told = service.chat.filter(row => row.kind === "progress" || row.kind === "file").map(row => row.content);
         const happened = service.events.map(event => Wording.eventText(event, service)).join("\n");
@@ -148,6 +154,14 @@ Item {
     LazyDialog {
         id: details
         sourceComponent: DetailsDialog {}
+    }
+    LazyDialog {
+        id: differences
+        sourceComponent: DifferencesDialog { service: root.service }
+    }
+    LazyDialog {
+        id: restore
+        sourceComponent: RestoreDialog { service: root.service }
     }
     LazyDialog {
         id: queueDialog

@@ -29,6 +29,7 @@ Rectangle {
     signal permissionsRequested()
     signal serversRequested()
     signal filesRequested()
+    signal differencesRequested()
 
     color: "transparent"
 
@@ -143,6 +144,19 @@ Rectangle {
                     visible: root.service.chatBusy
                     streamNote: root.service.streamNote
                     Layout.fillWidth: true
+                }
+                Loader {
+                    objectName: "edits"
+                    active: !root.live && root.service.handEdits.length > 0
+                    visible: active
+                    Layout.fillWidth: true
+                    sourceComponent: EditsBanner {
+                        service: root.service
+                        onCompared: path => {
+                            root.service.compareEdit(path);
+                            root.differencesRequested();
+                        }
+                    }
                 }
                 DecisionCard {
                     objectName: "decisionCard"

@@ -16,6 +16,8 @@ ColumnLayout {
 
     signal fileSelected(var file)
     signal detailsRequested(string text)
+    signal differencesRequested()
+    signal restoreRequested()
 
     spacing: 12
 
@@ -112,12 +114,46 @@ ColumnLayout {
             text: root.shown && root.path !== "" ? root.readFile(root.selected) : ""
         }
     }
-    Action {
-        objectName: "fileHistory"
-        text: "История версий"
-        enabled: root.path !== ""
-        Layout.fillWidth: true
-        onClicked: root.detailsRequested(root.service.fileHistory(root.path))
+    RowLayout {
+        spacing: 8
+        Action {
+            objectName: "fileHistory"
+            text: "История версий"
+            enabled: root.path !== ""
+            Layout.fillWidth: true
+            onClicked: root.detailsRequested(root.service.fileHistory(root.path))
+        }
+        Action {
+            objectName: "fileDifferences"
+            text: "Различия"
+            tip: "Сравнить с предыдущей версией"
+            enabled: root.path !== "" && !root.media
+            Layout.fillWidth: true
+            onClicked: {
+                root.service.compareRevisions(root.path);
+                root.differencesRequested();
+            }
+        }
+    }
+    RowLayout {
+        spacing: 8
+        Action {
+            objectName: "taskDifferences"
+            text: "Что изменилось с запроса"
+            enabled: files.count > 0
+            Layout.fillWidth: true
+            onClicked: {
+                root.service.compareTask("");
+                root.differencesRequested();
+            }
+        }
+        Action {
+            objectName: "restoreFiles"
+            text: "Вернуться…"
+            tip: "Вернуть файлы к прежнему состоянию"
+            enabled: files.count > 0
+            onClicked: root.restoreRequested()
+        }
     }
 
     /* Takes the whole record, so that a new revision is read anew. */

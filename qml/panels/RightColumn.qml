@@ -82,6 +82,8 @@ Rectangle {
                     shown: root.panel === "files" && root.visible
                     selected: root.app.selectedFile
                     onFileSelected: file => root.app.selectedFile = file
+                    onDifferencesRequested: root.app.dialogs().showDifferences()
+                    onRestoreRequested: root.app.dialogs().showRestore()
                     onDetailsRequested: text => root.app.dialogs().showDetails(text)
                 }
             }

@@ -17,9 +17,9 @@ struct ModeOption {
 };
 
 /// In the order in which they are tested.
-const std::array<ModeOption, 10> &modeOptions()
+const std::array<ModeOption, 11> &modeOptions()
 {
-    static const std::array<ModeOption, 10> options{{
+    static const std::array<ModeOption, 11> options{{
         {u"--media-job"_s, Mode::MediaJob},
         {u"--background-worker"_s, Mode::BackgroundWorker},
         {u"--self-test-background"_s, Mode::SelfTestBackground},
@@ -27,6 +27,7 @@ const std::array<ModeOption, 10> &modeOptions()
         {u"--help"_s, Mode::Help},
         {u"--version"_s, Mode::Version},
         {u"--run"_s, Mode::Run},
+        {u"--diff"_s, Mode::Diff},
         {u"--live-smoke"_s, Mode::LiveSmoke},
         {u"--probe-skill"_s, Mode::ProbeSkill},
         {u"--connect-qwen-environment"_s, Mode::ConnectQwenEnvironment},
@@ -82,6 +83,7 @@ QString helpText()
 Использование:
   vesk                          открыть приложение
   vesk --run ЗАПРОС [ПАРАМЕТРЫ] выполнить одну задачу без окна
+  vesk --diff [ФАЙЛ] [ПАРАМЕТРЫ] показать, что изменилось с последнего запроса
   vesk --help | --version
 
 Параметры окна:
@@ -125,6 +127,12 @@ QString helpText()
   --json                   печатать события в JSON, по одному в строке; последним — итог
   --strict                 закончить с кодом 5, если не всё подтверждено проверками
   --mock-delay МС          пауза демонстрационной модели перед ответом (300)
+
+Параметры --diff (вывод принимает patch -p1):
+  ФАЙЛ [--from N] [--to N] между версиями файла; без номеров — предпоследняя и последняя, 0 — файла нет
+  --task ЗАДАЧА            что изменилось с запроса этой задачи; без неё — последней
+  --edits                  что изменено вне программы
+  --project ПАПКА, --data-dir ПАПКА  как у --run
 
 Ход работы печатается в stderr, отчёт — в stdout.
 Коды завершения: 0 — задача завершена (с --simulate — план готов), 1 — задача не завершена,

@@ -15,6 +15,7 @@ enum class Mode {
     Version,
     Run,
     LiveSmoke,
+    Diff,
     ProbeSkill,
     ConnectQwenEnvironment,
     Interface,

@@ -4,6 +4,7 @@
 #include "console.h"
 #include "credential_store.h"
 #include "data_folder.h"
+#include "diff_mode.h"
 #include "environment.h"
 #include "helpers.h"
 #include "live_smoke.h"
@@ -131,6 +132,23 @@ int runTask(const CommandLine &line)
     return mode.exec();
 }
 
+int showDifferences(const CommandLine &line)
+{
+    DiffOptions options;
+    try {
+        options = parseDiffOptions(line.all());
+    } catch (const std::exception &fault) {
+        printErrorLine(textOf(fault) + u"\nСправка: vesk --help"_s);
+        return usageError;
+    }
+    const DataFolder folder(usualDataFolder(line));
+    if (folder.isTaken()) {
+        printErrorLine(folder.takenText());
+        return usageError;
+    }
+    return printDifferences(options, folder.path());
+}
+
 int runLive(const CommandLine &line)
 {
     const QTemporaryDir temporary;
@@ -204,6 +222,8 @@ int runMode(const CommandLine &line)
         return runTask(line);
     case Mode::ProbeMcp:
         return runProbeMcp();
+    case Mode::Diff:
+        return showDifferences(line);
     case Mode::LiveSmoke:
         return runLive(line);
     case Mode::ConnectQwenEnvironment:

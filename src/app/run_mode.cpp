@@ -10,6 +10,7 @@
 #include "mcp_server.h"
 #include "narrator.h"
 #include "phases.h"
+#include "project_lookup.h"
 #include "recovery.h"
 
 #include <QCoreApplication>
@@ -86,16 +87,15 @@ void RunMode::bindProject()
 {
     core.workspace.open(options.projectFolder, {});
     const QString root = core.workspace.root();
-    const QJsonArray projects = core.store.list(u"projects"_s, {});
-    const auto known = std::ranges::find_if(
-        projects, [&](const QJsonValue &project) { return project["root"_L1].toString() == root; });
-    const QString project = known != projects.end() ? (*known)["id"_L1].toString() : id();
-    if (known == projects.end()) {
+    QString project = projectAt(core.store, root);
+    if (project.isEmpty()) {
+        project = id();
         core.store.put(
             u"projects"_s, project, {},
             {{u"id"_s, project}, {u"name"_s, QFileInfo(root).fileName()}, {u"root"_s, root}, {u"created_at"_s, now()}});
     }
     core.workspace.open(root, project);
+    while (core.workspace.restoreNext()) { } // that a crash has interrupted
 }
 
 int RunMode::exec()

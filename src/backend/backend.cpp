@@ -40,6 +40,7 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , team(core.store, preferences)
     , attachments(core.store, core.workspace)
     , editWatch(core.workspace)
+    , compared(core.workspace)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
 {
@@ -76,6 +77,7 @@ void Backend::connectServices()
     connect(&conversation, &Conversation::failed, this, &Backend::show);
     connect(&connection, &ModelConnection::changed, this, &Backend::notifyUi);
     connect(&connection, &ModelConnection::concluded, this, &Backend::show);
+    connect(&restoreTimer, &QTimer::timeout, this, &Backend::restoreOn);
     connect(&editWatch, &EditWatch::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::concluded, this, &Backend::show);

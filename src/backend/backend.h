@@ -5,6 +5,7 @@
 #include "background_renderer.h"
 #include "conversation.h"
 #include "core.h"
+#include "differences.h"
 #include "edit_watch.h"
 #include "growing_list.h"
 #include "mcp_client.h"
@@ -19,6 +20,7 @@
 #include <QJsonObject>
 #include <QObject>
 #include <QString>
+#include <QTimer>
 #include <QVariant>
 
 #include <functional>
@@ -70,6 +72,9 @@ class Backend : public QObject {
     Q_PROPERTY(QString serverStatus READ serverStatus NOTIFY changed)
     Q_PROPERTY(bool measuring READ measuring NOTIFY changed)
     Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
+    Q_PROPERTY(vesk::Differences *differences READ differences NOTIFY changed)
+    Q_PROPERTY(bool restoring READ restoring NOTIFY changed)
+    Q_PROPERTY(bool restoreCanUndo READ restoreCanUndo NOTIFY changed)
     Q_PROPERTY(QVariantList handEdits READ handEdits NOTIFY changed)
     Q_PROPERTY(QVariantList backgroundFrame READ backgroundFrame NOTIFY backgroundChanged)
     Q_PROPERTY(QString backgroundError READ backgroundError NOTIFY backgroundChanged)
@@ -100,6 +105,22 @@ public:
     Q_INVOKABLE void takeEdits(const QString &path);
     /// The program's version comes back; the user's stays as a revision.
     Q_INVOKABLE void undoEdits(const QString &path);
+    /// What is compared then stands in `differences`: an edited file against its record; what has changed since the
+    /// request of a task; two revisions of a file, below 0 the newest and the one before.
+    Q_INVOKABLE void compareEdit(const QString &path);
+    Q_INVOKABLE void compareTask(const QString &task);
+    Q_INVOKABLE void compareRevisions(const QString &path, int from = -1, int to = -1);
+
+    /// The states to go back to, the newest first: {"id", "time", "title"}.
+    Q_INVOKABLE QVariantList restorePoints() const;
+    /// Compares now with what going back would make of it.
+    Q_INVOKABLE void compareRestore(const QString &checkpoint);
+    /// Goes back file by file, a few milliseconds at a time: `restoring` is true meanwhile. A snapshot of now is taken
+    /// first, and undoRestore() goes back to that, any number of times.
+    Q_INVOKABLE void restore(const QString &checkpoint);
+    Q_INVOKABLE void undoRestore();
+    /// One file becomes what a revision of it was.
+    Q_INVOKABLE void restoreRevision(const QString &path, int revision);
 
     // Settings and tools (backend_runtime.cpp)
 
@@ -251,7 +272,7 @@ private:
     void showFailure(const std::exception &failure) const;
 
     // backend_projects.cpp
-    void requireQuiet() const;
+    void requireQuiet();
     void requireProject(const QString &name);
     void makeProject(const QString &name, const QString &folder);
     void openProject(const QString &projectId);
@@ -259,6 +280,12 @@ private:
 
     // backend_own.cpp
     void settleEdits(const QString &path, bool takesOwn);
+    void requireStill();
+    void beginRestore(const QString &checkpoint);
+    void startRestoring();
+    void resumeRestore();
+    void restoreOn();
+    QString lastRestore() const;
 
     // backend_conversation.cpp
     void takeLine(const QString &typed);
@@ -323,6 +350,9 @@ private:
     QString serverStatus() const { return connection.serverStatus(); }
     bool measuring() const { return connection.isMeasuring(); }
     QVariantList connectionMeasures() const { return connection.measures(); }
+    Differences *differences() { return &compared; }
+    bool restoring() const { return restoreTimer.isActive(); }
+    bool restoreCanUndo() const { return canUndoRestore; }
     QVariantList handEdits() const { return editWatch.edits(); }
 
     BackgroundRenderer background;
@@ -338,6 +368,10 @@ private:
     AgentTeam team;
     Attachments attachments;
     EditWatch editWatch;
+    Differences compared;
+    QTimer restoreTimer; ///< Runs while files are restored.
+    int restoreFaults = 0;
+    bool canUndoRestore = false;
 
     bool uiPending = false;
     QString streamNote;

@@ -4,9 +4,20 @@
 
 #include "helpers.h"
 
+#include <QElapsedTimer>
+#include <QHash>
+
+#include <algorithm>
+
 using namespace Qt::StringLiterals;
 
 namespace vesk {
+
+namespace {
+
+constexpr int sliceMs = 8; ///< Of the 16 that a picture has.
+
+} // namespace
 
 void Backend::lookForEdits()
 {
@@ -27,6 +38,7 @@ void Backend::undoEdits(const QString &path)
 /// One file, or all for an empty path. In a run the question about its file is answered instead.
 void Backend::settleEdits(const QString &path, bool takesOwn)
 {
+    requireStill();
     require(!core.engine.busy(), u"Ответьте на вопрос задачи или остановите её."_s);
     QStringList paths{path};
     if (path.isEmpty()) {
@@ -45,6 +57,130 @@ void Backend::settleEdits(const QString &path, bool takesOwn)
     }
     editWatch.look();
     require(faults.isEmpty(), faults.join(u'\n'));
+}
+
+/// Files that change by themselves are nothing to work with.
+void Backend::requireStill()
+{
+    if (!core.workspace.isRestoring())
+        return;
+    startRestoring(); // once more, if it has given up
+    require(false, u"Дождитесь восстановления файлов."_s);
+}
+
+void Backend::startRestoring()
+{
+    if (restoreTimer.isActive())
+        return;
+    restoreFaults = 0;
+    restoreTimer.start(0);
+}
+
+void Backend::compareEdit(const QString &path)
+{
+    guard([&] {
+        const auto edit = core.workspace.handEdit(path);
+        require(edit.has_value(), u"Файл не изменён вне программы: "_s + path);
+        compared.showEdit(*edit);
+    });
+}
+
+void Backend::compareTask(const QString &task)
+{
+    guard([&] {
+        const QJsonObject before = core.workspace.checkpointOf(task.isEmpty() ? view.id() : task);
+        compared.show(u"Что изменилось с запроса"_s,
+                      before.isEmpty() ? QList<FileChange>() : core.workspace.changesSince(before));
+    });
+}
+
+void Backend::compareRevisions(const QString &path, int from, int to)
+{
+    guard([&] {
+        const int newer = to < 0 ? core.workspace.latest(path)["revision"_L1].toInt() : to;
+        const int older = from < 0 ? std::max(0, newer - 1) : from;
+        compared.showRevisions(path, older, newer);
+    });
+}
+
+void Backend::compareRestore(const QString &checkpoint)
+{
+    guard([&] { compared.show(u"Что изменится"_s, core.workspace.restorePlan(checkpoint)); });
+}
+
+void Backend::restore(const QString &checkpoint)
+{
+    guard([&] { beginRestore(checkpoint); });
+}
+
+void Backend::undoRestore()
+{
+    guard([&] {
+        const QString last = lastRestore();
+        require(!last.isEmpty(), u"Восстановлений ещё не было."_s);
+        beginRestore(last);
+    });
+}
+
+void Backend::beginRestore(const QString &checkpoint)
+{
+    require(!core.engine.busy(), u"Остановите задачу перед восстановлением файлов."_s);
+    requireStill();
+    (void)core.workspace.beginRestore(checkpoint);
+    startRestoring();
+}
+
+/// What a crash has interrupted goes on.
+void Backend::resumeRestore()
+{
+    canUndoRestore = !lastRestore().isEmpty();
+    if (core.workspace.isRestoring())
+        startRestoring();
+}
+
+void Backend::restoreOn()
+{
+    QElapsedTimer clock;
+    clock.start();
+    try {
+        while (core.workspace.restoreNext()) {
+            if (clock.elapsed() >= sliceMs)
+                return;
+        }
+        restoreTimer.stop();
+        canUndoRestore = true;
+        core.events.publish(view.id(), u"RollbackCompleted"_s, u"Controlled workspace restored"_s, {});
+        const QStringList left = core.workspace.restoreSkipped();
+        show(left.isEmpty() ? QString() : u"Изменены вами за это время и остались как есть: "_s + left.join(u", "_s));
+    } catch (const std::exception &fault) {
+        // It has turned round and goes on towards how it was; a second failure leaves the rest for later.
+        if (++restoreFaults > 1)
+            restoreTimer.stop();
+        showFailure(fault);
+        return;
+    }
+    lookForEdits();
+}
+
+QString Backend::lastRestore() const
+{
+    const QString project = core.workspace.project();
+    const QJsonArray all = project.isEmpty() ? QJsonArray() : core.store.list(u"checkpoints"_s, project);
+    QString last;
+    for (const QJsonValue &point : all) {
+        if (point["reason"_L1].toString() == "restore"_L1)
+            last = point["id"_L1].toString();
+    }
+    return last;
+}
+
+void Backend::restoreRevision(const QString &path, int revision)
+{
+    guard([&] {
+        require(!core.engine.busy(), u"Остановите задачу перед восстановлением файлов."_s);
+        requireStill();
+        (void)core.workspace.restoreRevision(path, revision);
+    });
 }
 
 } // namespace vesk

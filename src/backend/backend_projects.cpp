@@ -19,10 +19,11 @@ constexpr qsizetype maxTitle = 100;
 
 } // namespace
 
-void Backend::requireQuiet() const
+void Backend::requireQuiet()
 {
     require(!core.engine.busy() && !conversation.isBusy(),
             u"Сначала остановите текущую работу и дождитесь ответа в чате."_s);
+    requireStill();
 }
 
 /// A project to work in, made in the usual place when there is none; throws what kept it from being made.
@@ -52,6 +53,8 @@ void Backend::makeProject(const QString &name, const QString &folder)
                    {{u"id"_s, projectId}, {u"name"_s, name}, {u"root"_s, root}, {u"created_at"_s, now()}});
     view.followRun();
     editWatch.forget();
+    compared.clear();
+    resumeRestore();
 }
 
 void Backend::selectProject(const QString &projectId)
@@ -73,6 +76,8 @@ void Backend::openProject(const QString &projectId)
     queue.open(projectId, waiting);
     view.open(outlines.isEmpty() ? QString() : outlines.last()["id"_L1].toString());
     editWatch.forget();
+    compared.clear();
+    resumeRestore();
     lookForEdits();
 }
 

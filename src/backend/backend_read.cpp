@@ -132,6 +132,32 @@ QVariantList Backend::checkpoints() const
     return answered([this] { return projectRecords(checkpointRows, u"checkpoints"_s); });
 }
 
+QVariantList Backend::restorePoints() const
+{
+    return answered([this]() -> QVariantList {
+        const QString project = core.workspace.project();
+        if (project.isEmpty())
+            return {};
+        QHash<QString, QString> titles;
+        const QJsonArray outlines = core.store.taskOutlines(project);
+        for (const QJsonValue &task : outlines) {
+            const QString title = task["spec"_L1]["title"_L1].toString();
+            titles[task["id"_L1].toString()]
+                = title.isEmpty() ? task["spec"_L1]["original_request"_L1].toString() : title;
+        }
+        QVariantList points;
+        const QJsonArray all = core.store.list(u"checkpoints"_s, project);
+        for (const QJsonValue &point : all) {
+            const QString task = point["task_id"_L1].toString();
+            points.prepend(QVariantMap{
+                {u"id"_s, point["id"_L1].toString()},
+                {u"time"_s, point["time"_L1].toString()},
+                {u"title"_s, task.isEmpty() ? u"Перед восстановлением"_s : u"Перед задачей: "_s + titles.value(task)}});
+        }
+        return points;
+    });
+}
+
 QVariantList Backend::chat() const
 {
     return answered([this]() -> QVariantList {
@@ -201,14 +227,7 @@ QString Backend::fileContent(const QString &path) const
 QString Backend::fileHistory(const QString &path) const
 {
     return answered([&] {
-        QJsonArray history;
-        const QString project = core.workspace.project();
-        const QJsonArray revisions = project.isEmpty() ? QJsonArray() : core.store.list(u"file_revisions"_s, project);
-        for (const QJsonValue &revision : revisions) {
-            if (revision["path"_L1].toString() == path)
-                history.append(revision);
-        }
-        return indented(history);
+        return indented(core.workspace.project().isEmpty() ? QJsonArray() : core.workspace.revisions(path));
     });
 }
 

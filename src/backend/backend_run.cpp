@@ -53,6 +53,7 @@ bool Backend::admit(const StartRequest &request)
     buildCommand(request);
     require(!conversation.isBusy(), u"Дождитесь ответа в чате."_s);
     require(!attachments.isImporting(), u"Дождитесь добавления вложений"_s);
+    requireStill();
     try {
         requireProject(u"Мой проект"_s);
     } catch (const std::exception &) {

@@ -122,6 +122,7 @@ void Store::open(const QString &path)
         execute(u"CREATE INDEX IF NOT EXISTS idx_"_s + table + u"_task ON "_s + table + u"(task)"_s);
     }
     openOutlines();
+    openRevisions();
     QSqlQuery(database).exec(u"PRAGMA user_version=1"_s);
     // SQLite opens a file that it may not write to for reading and says so only at the first write,
     // which would be in the middle of a run.
@@ -168,6 +169,19 @@ void Store::addOutline(const QString &task)
     write(Statement::PutOutline, u"tasks"_s, task, owner, jsonBytes(outline), time);
 }
 
+/// By file and number: those of one file are a handful among all that a project has had. What is missing is made up for,
+/// as above.
+void Store::openRevisions()
+{
+    execute(u"CREATE TABLE IF NOT EXISTS revision_keys (id TEXT PRIMARY KEY, task TEXT NOT NULL, body TEXT NOT NULL, "
+            "updated TEXT NOT NULL)"_s);
+    execute(u"CREATE INDEX IF NOT EXISTS idx_revision_keys_task ON revision_keys(task)"_s);
+    execute(u"INSERT INTO revision_keys SELECT id,json_extract(body,'$.file_id'),"
+            "CAST(json_extract(body,'$.revision') AS TEXT),updated FROM file_revisions WHERE id NOT IN (SELECT id FROM "
+            "revision_keys) AND json_valid(body) AND json_extract(body,'$.file_id') IS NOT NULL AND "
+            "json_extract(body,'$.revision') IS NOT NULL"_s);
+}
+
 void Store::execute(const QString &sql) const
 {
     QSqlQuery query(database);
@@ -212,6 +226,15 @@ QSqlQuery &Store::statement(Statement kind, const QString &table) const
               u"UPDATE "
               "SET task=excluded.task,body=excluded.body,updated=excluded.updated"_s;
         break;
+    case Statement::PutRevision:
+        sql = u"INSERT OR REPLACE INTO revision_keys(id,task,body,updated) VALUES(?,?,?,?)"_s;
+        break;
+    case Statement::FileRevisions:
+    case Statement::FileRevision:
+        sql = u"SELECT CAST(r.body AS BLOB) FROM revision_keys AS k JOIN file_revisions AS r ON r.id=k.id WHERE "
+              "k.task=?"_s
+            + (kind == Statement::FileRevision ? u" AND k.body=? LIMIT 1"_s : u" ORDER BY CAST(k.body AS INTEGER)"_s);
+        break;
     case Statement::ListOwner:
         sql = u"SELECT CAST(body AS BLOB) FROM "_s + table + u" WHERE task=? ORDER BY updated,rowid"_s;
         break;
@@ -230,6 +253,8 @@ void Store::put(const QString &table, const QString &id, const QString &task, co
     const QString time = write(Statement::Put, table, id, task, text);
     if (table == "tasks"_L1)
         write(Statement::PutOutline, table, id, task, jsonBytes(outlineOf(body)), time);
+    if (table == "file_revisions"_L1)
+        putRevision(id, body);
     records.insert(cacheKey(table, id), new QJsonObject(body), int(std::max<qsizetype>(1, text.size() / 512)));
 }
 
@@ -239,12 +264,29 @@ void Store::putText(const QString &table, const QString &id, const QString &task
     const QString time = write(Statement::Put, table, id, task, body);
     if (table == "tasks"_L1)
         write(Statement::PutOutline, table, id, task, jsonBytes(outlineOf(parsed(body))), time);
+    if (table == "file_revisions"_L1)
+        putRevision(id, parsed(body));
 }
 
 void Store::putTask(const QString &id, const QString &project, const QByteArray &body, const QJsonObject &head)
 {
     const QString time = write(Statement::Put, u"tasks"_s, id, project, body);
     write(Statement::PutOutline, u"tasks"_s, id, project, jsonBytes(outlineOf(head)), time);
+}
+
+void Store::putRevision(const QString &id, const QJsonObject &body)
+{
+    const QString file = body["file_id"_L1].toString();
+    if (file.isEmpty())
+        return;
+    QSqlQuery &query = statement(Statement::PutRevision, u"revision_keys"_s);
+    query.bindValue(0, boundKey(id));
+    query.bindValue(1, file);
+    query.bindValue(2, QString::number(body["revision"_L1].toInt()));
+    query.bindValue(3, now());
+    query.exec();
+    query.finish();
+    check(query);
 }
 
 /// Executes one of the two writing statements; gives the time that the row bears.
@@ -346,6 +388,32 @@ QList<Store::Row> Store::rowsAfter(const QString &table, const QString &task, qi
     if (limit >= 0)
         std::ranges::reverse(rows);
     return rows;
+}
+
+QJsonArray Store::fileRevisions(const QString &file) const
+{
+    QSqlQuery &query = statement(Statement::FileRevisions, u"revision_keys"_s);
+    query.bindValue(0, boundKey(file));
+    query.exec();
+    check(query);
+    QJsonArray revisions;
+    while (query.next())
+        revisions.append(parsed(query.value(0).toByteArray()));
+    check(query);
+    query.finish();
+    return revisions;
+}
+
+QJsonObject Store::fileRevision(const QString &file, int revision) const
+{
+    QSqlQuery &query = statement(Statement::FileRevision, u"revision_keys"_s);
+    query.bindValue(0, boundKey(file));
+    query.bindValue(1, QString::number(revision));
+    query.exec();
+    check(query);
+    const QJsonObject found = query.next() ? parsed(query.value(0).toByteArray()) : QJsonObject();
+    query.finish();
+    return found;
 }
 
 QJsonArray Store::taskOutlines(const QString &project) const

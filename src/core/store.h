@@ -63,6 +63,11 @@ public:
     /// characters. The documents, which may be large, are not read.
     QJsonArray taskOutlines(const QString &project) const;
 
+    /// The revisions of a file (their "file_id") in order of their numbers, found without a look at those of others.
+    QJsonArray fileRevisions(const QString &file) const;
+    /// The one of this number, or an empty object.
+    QJsonObject fileRevision(const QString &file, int revision) const;
+
     /// Raised by every put to the table, and by every failed transaction: equal numbers mean an unchanged table, as far
     /// as this object writes it.
     quint64 revision(const QString &table) const { return revisions.value(table); }
@@ -80,11 +85,25 @@ public:
     void check(const QSqlQuery &query) const;
 
 private:
-    enum class Statement { Put, Get, ListAll, ListOwner, RowsAfter, LastRows, Outlines, PutOutline };
+    enum class Statement {
+        Put,
+        Get,
+        ListAll,
+        ListOwner,
+        RowsAfter,
+        LastRows,
+        Outlines,
+        PutOutline,
+        PutRevision,
+        FileRevisions,
+        FileRevision
+    };
 
     void open(const QString &path);
     void openOutlines();
     void addOutline(const QString &task);
+    void openRevisions();
+    void putRevision(const QString &id, const QJsonObject &body);
     void execute(const QString &sql) const;
     QString write(Statement kind, const QString &table, const QString &id, const QString &task, const QByteArray &body,
                   const QString &time = {});

@@ -11,6 +11,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QHash>
+#include <QMap>
 #include <QSet>
 #include <QStringConverter>
 
@@ -29,6 +30,10 @@ using Kind = ConfinedFolder::Kind;
 using Result = ConfinedFolder::Result;
 
 constexpr qint64 limitBytes = 2097152;
+
+/// Of files that nothing special is known of; only other modes are kept in a snapshot.
+constexpr unsigned usualMode = 0644;
+constexpr unsigned allModeBits = 07777;
 
 constexpr auto tooLarge = "File exceeds 2 MiB limit"_L1;
 constexpr auto noWorkspace = "Select a workspace first"_L1;
@@ -127,6 +132,8 @@ void Workspace::open(const QString &root, const QString &projectId)
     folder = std::move(held);
     rootPath = canonical;
     this->projectId = projectId;
+    skipped.clear();
+    restoring.reset();
     removeLeftovers();
 }
 
@@ -187,6 +194,13 @@ ConfinedFolder::Content Workspace::load(const Place &place, const QString &relat
 QJsonObject Workspace::write(const QString &relativePath, const QByteArray &bytes, const QString &author,
                              int expectedRevision)
 {
+    return writeAs(relativePath, bytes, author, expectedRevision, {});
+}
+
+/// With a mode for a file that is to be made; one that is there keeps its own.
+QJsonObject Workspace::writeAs(const QString &relativePath, const QByteArray &bytes, const QString &author,
+                               int expectedRevision, std::optional<unsigned> mode)
+{
     require(bytes.size() <= limitBytes, tooLarge);
     const Place target = vet(relativePath);
     require(target.kind != Kind::Unknown, u"Cannot write "_s + relativePath);
@@ -202,7 +216,7 @@ QJsonObject Workspace::write(const QString &relativePath, const QByteArray &byte
         require(!record.isEmpty() && record["hash"_L1].toString() == digest(old->bytes),
                 u"Existing/untracked or externally modified file: "_s + relativePath);
     }
-    put(target, relativePath, bytes, old);
+    put(target, relativePath, bytes, old, mode);
     return keep(relativePath, bytes, author);
 }
 
@@ -238,7 +252,7 @@ QJsonObject Workspace::keep(const QString &relativePath, const QByteArray &bytes
 
 /// Brings the bytes to their name. `old` is what stands there and was checked; none for a file that is to be new.
 void Workspace::put(const Place &place, const QString &relativePath, const QByteArray &bytes,
-                    const std::optional<ConfinedFolder::Content> &old) const
+                    const std::optional<ConfinedFolder::Content> &old, std::optional<unsigned> mode) const
 {
     ConfinedFolder::Spot spot;
     const Result made = folder->makeParent(place.path, spot);
@@ -247,7 +261,7 @@ void Workspace::put(const Place &place, const QString &relativePath, const QByte
     requireDone(made, relativePath);
 
     vet(relativePath);
-    requireDone(old ? folder->replace(spot, bytes, *old) : folder->create(spot, bytes), relativePath);
+    requireDone(old ? folder->replace(spot, bytes, *old) : folder->create(spot, bytes, mode), relativePath);
 }
 
 QJsonObject Workspace::latest(const QString &relativePath) const
@@ -258,6 +272,25 @@ QJsonObject Workspace::latest(const QString &relativePath) const
 QByteArray Workspace::recorded(const QString &relativePath) const
 {
     return contentOf(latest(relativePath));
+}
+
+QJsonArray Workspace::revisions(const QString &relativePath) const
+{
+    return store.fileRevisions(key(relativePath));
+}
+
+QJsonObject Workspace::revision(const QString &relativePath, int number) const
+{
+    return store.fileRevision(key(relativePath), number);
+}
+
+std::optional<QByteArray> Workspace::bytesOf(const QJsonObject &record) const
+{
+    if (record.isEmpty() || isDeleted(record))
+        return std::nullopt;
+    const QByteArray bytes = contentOf(record);
+    require(digest(bytes) == record["hash"_L1].toString(), u"Cannot restore "_s + record["path"_L1].toString());
+    return bytes;
 }
 
 bool Workspace::stale(const QString &relativePath, int revision) const
@@ -271,10 +304,15 @@ QJsonArray Workspace::files() const
     return projectId.isEmpty() ? QJsonArray() : store.list(u"files"_s, projectId);
 }
 
-void Workspace::requireUnchanged(const QJsonObject &record, const QString &message) const
+/// Gives the mode of the file, the usual one where it is gone as it should be.
+unsigned Workspace::requireUnchanged(const QJsonObject &record, const QString &message) const
 {
-    if (!isDeleted(record))
-        require(digest(read(record["path"_L1].toString())) == record["hash"_L1].toString(), message);
+    if (isDeleted(record))
+        return usualMode;
+    const QString path = record["path"_L1].toString();
+    const ConfinedFolder::Content content = load(vet(path), path);
+    require(digest(content.bytes) == record["hash"_L1].toString(), message);
+    return content.mode & allModeBits;
 }
 
 std::optional<HandEdit> Workspace::handEdit(const QString &relativePath, const QJsonObject &record) const
@@ -333,22 +371,59 @@ QJsonObject Workspace::takeEdit(const QString &relativePath)
 QJsonObject Workspace::undoEdit(const QString &relativePath)
 {
     const QJsonObject before = latest(relativePath);
-    const bool hadFile = !before.isEmpty() && !isDeleted(before);
-    const QByteArray bytes = hadFile ? contentOf(before) : QByteArray();
-    require(!hadFile || digest(bytes) == before["hash"_L1].toString(), u"Cannot restore "_s + relativePath);
-
+    const std::optional<QByteArray> bytes = bytesOf(before);
     const QJsonObject taken = takeEdit(relativePath);
     if (taken == before)
         return before;
-    return hadFile ? write(relativePath, bytes, u"rollback"_s, taken["revision"_L1].toInt()) : remove(taken);
+    return bytes ? write(relativePath, *bytes, u"rollback"_s, taken["revision"_L1].toInt()) : remove(taken);
+}
+
+QJsonObject Workspace::checkpointOf(const QString &taskId) const
+{
+    const QJsonArray all = projectId.isEmpty() ? QJsonArray() : store.list(u"checkpoints"_s, projectId);
+    QString task = taskId;
+    for (qsizetype i = all.size() - 1; i >= 0 && task.isEmpty(); --i)
+        task = all[i]["task_id"_L1].toString();
+    for (const QJsonValue &snapshot : all) {
+        if (!task.isEmpty() && snapshot["task_id"_L1].toString() == task)
+            return snapshot.toObject();
+    }
+    return {};
+}
+
+QList<FileChange> Workspace::changesSince(const QJsonObject &snapshot) const
+{
+    QMap<QString, FileChange> states;
+    const QJsonArray entries = snapshot["files"_L1].toArray();
+    for (const QJsonValue &entry : entries)
+        states[entry["path"_L1].toString()].before = entry.toObject();
+    const QJsonArray records = files();
+    for (const QJsonValue &record : records)
+        states[record["path"_L1].toString()].after = record.toObject();
+
+    QList<FileChange> changes;
+    const auto contentKey = [](const QJsonObject &record) {
+        return record.isEmpty() || isDeleted(record) ? QString() : record["hash"_L1].toString();
+    };
+    for (const auto &[path, state] : std::as_const(states).asKeyValueRange()) {
+        if (contentKey(state.before) != contentKey(state.after))
+            changes.append({path, state.before, state.after});
+    }
+    return changes;
 }
 
 QJsonObject Workspace::checkpoint(const QString &taskId, const QJsonArray &graph)
 {
     require(!rootPath.isEmpty(), noWorkspace);
-    const QJsonArray records = files();
-    for (const QJsonValue &record : records)
-        requireUnchanged(record.toObject(), u"Checkpoint conflict: external changes"_s);
+    QJsonArray records;
+    const QJsonArray all = files();
+    for (const QJsonValue &value : all) {
+        QJsonObject record = value.toObject();
+        const unsigned mode = requireUnchanged(record, u"Checkpoint conflict: external changes"_s);
+        if (mode != usualMode)
+            record["mode"_L1] = int(mode);
+        records.append(record);
+    }
 
     const QJsonObject snapshot{
         {u"id"_s, id()},
@@ -371,7 +446,7 @@ void Workspace::rollback(const QString &checkpointId)
             u"Checkpoint belongs to another project"_s);
     const QJsonArray records = files();
     for (const QJsonValue &record : records)
-        requireUnchanged(record.toObject(), u"Rollback conflict: external changes"_s);
+        (void)requireUnchanged(record.toObject(), u"Rollback conflict: external changes"_s);
 
     QSet<QString> restored;
     const QJsonArray entries = snapshot["files"_L1].toArray();

@@ -31,6 +31,13 @@ struct HandEdit {
     QString text() const;
 };
 
+/// How a file differs between two states of the project: its records then and now, empty or "deleted" where it was not.
+struct FileChange {
+    QString path;
+    QJsonObject before;
+    QJsonObject after;
+};
+
 /// Author of the revisions that a user's own edits become.
 inline constexpr QLatin1StringView userAuthor("user");
 /// Status of the record of a file that the user has deleted.
@@ -74,6 +81,14 @@ public:
     /// The bytes of the newest revision as it is recorded, whatever stands on disk; empty without one.
     QByteArray recorded(const QString &relativePath) const;
 
+    /// All revisions of a file, the oldest first, and the one of a number, empty without one.
+    QJsonArray revisions(const QString &relativePath) const;
+    QJsonObject revision(const QString &relativePath, int number) const;
+
+    /// The bytes that a revision, or an entry of a snapshot, stands for; nothing for that of a file that is gone. Throws
+    /// "Cannot restore <path>" when the record doesn't hold them.
+    std::optional<QByteArray> bytesOf(const QJsonObject &record) const;
+
     /// The "files" record of that path, or an empty object if it has none. A deleted file keeps its record.
     QJsonObject latest(const QString &relativePath) const;
 
@@ -100,6 +115,12 @@ public:
     /// <path>", and nothing has changed, when the record doesn't hold the bytes.
     QJsonObject undoEdit(const QString &relativePath);
 
+    /// The snapshot that a task has begun with, the last task for an empty id; empty when there is none.
+    QJsonObject checkpointOf(const QString &taskId) const;
+
+    /// The files whose recorded content is another one than in a snapshot, by path.
+    QList<FileChange> changesSince(const QJsonObject &snapshot) const;
+
     /// Stores and returns a snapshot of the tracked files, contents included. Throws "Checkpoint conflict: external
     /// changes" and as read() does.
     QJsonObject checkpoint(const QString &taskId, const QJsonArray &graph);
@@ -110,18 +131,48 @@ public:
     /// belongs to another project", "Cannot remove controlled file" and as read() and write() do.
     void rollback(const QString &checkpointId);
 
+    // Going back and forth (workspace_restore.cpp). Unlike rollback() it can be seen before, undone after and finished
+    // after a crash, and leaves alone what is the same.
+
+    /// What going back to a snapshot would change, by path: `before` is how a file is recorded now. Throws "Checkpoint
+    /// belongs to another project".
+    QList<FileChange> restorePlan(const QString &checkpointId) const;
+
+    /// Begins to go back: takes a snapshot of now, by which it can be undone, and notes on disk what is under way.
+    /// Returns the snapshot. Nothing has changed when it throws, as restorePlan() does or "Rollback conflict: external
+    /// changes" when a file of the plan was edited.
+    QJsonObject beginRestore(const QString &checkpointId);
+
+    /// Restores the next file; false when there was none left, and the restoring is over. A file that its user has
+    /// edited since the beginning stays, and is in `restoreSkipped()`. What else fails turns the restoring round, towards
+    /// the snapshot of its beginning, and is thrown; going on then brings the files back to how they were.
+    bool restoreNext();
+
+    /// Whether restoring is under way, also since before a crash.
+    bool isRestoring() const;
+    QStringList restoreSkipped() const { return skipped; }
+
+    /// The same for one file and one of its revisions, in one step; "deleted" revisions remove it. Returns its record.
+    QJsonObject restoreRevision(const QString &relativePath, int number);
+
 private:
     struct Place;
 
     Place vet(const QString &relativePath) const;
     ConfinedFolder::Content load(const Place &place, const QString &relativePath) const;
     void put(const Place &place, const QString &relativePath, const QByteArray &bytes,
-             const std::optional<ConfinedFolder::Content> &old) const;
+             const std::optional<ConfinedFolder::Content> &old, std::optional<unsigned> mode) const;
+    QJsonObject writeAs(const QString &relativePath, const QByteArray &bytes, const QString &author,
+                        int expectedRevision, std::optional<unsigned> mode);
+    QJsonObject bring(const QString &relativePath, const QJsonObject &entry);
+    QString restoreKey() const;
+    void noteRestore(const QString &target, const QString &origin);
+    void turnRestore(const QString &target, const QString &origin);
     QJsonObject keep(const QString &relativePath, const QByteArray &bytes, const QString &author, bool deleted = false);
     QJsonObject remove(const QJsonObject &record) const;
     void removeLeftovers() const;
     std::optional<HandEdit> handEdit(const QString &relativePath, const QJsonObject &record) const;
-    void requireUnchanged(const QJsonObject &record, const QString &message) const;
+    unsigned requireUnchanged(const QJsonObject &record, const QString &message) const;
     QByteArray contentOf(const QJsonObject &entry) const;
     QString key(const QString &relativePath) const { return projectId + u':' + relativePath; }
 
@@ -130,6 +181,8 @@ private:
     QString rootPath;
     QString projectId;
     std::optional<ConfinedFolder> folder;
+    std::optional<QList<FileChange>> restoring; ///< What is left of a restoring under way, the next file last.
+    QStringList skipped; ///< Files that restoring has left to their user.
 };
 
 } // namespace vesk

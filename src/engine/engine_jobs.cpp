@@ -199,14 +199,9 @@ RoomFacts Engine::roomFacts(const QJsonObject &artifact) const
     RoomFacts facts;
     facts.distances = dependencyDistances(graph.nodes, artifact["node"_L1]["id"_L1].toString());
     facts.named = namedIn(artifact["node"_L1].toObject(), artifact["fixes"_L1].toArray());
-    if (file["revision"_L1].toInt() > 1) {
-        const QJsonArray revisions = store.list(u"file_revisions"_s, workspace.project());
-        for (const QJsonValue &revision : revisions) {
-            if (revision["path"_L1] == file["path"_L1]
-                && revision["revision"_L1].toInt() == file["revision"_L1].toInt() - 1)
-                facts.before = revision["content"_L1].toString();
-        }
-    }
+    const int number = file["revision"_L1].toInt();
+    if (number > 1)
+        facts.before = workspace.revision(file["path"_L1].toString(), number - 1)["content"_L1].toString();
     return facts;
 }
 

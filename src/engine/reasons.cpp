@@ -29,6 +29,7 @@ constexpr std::array reasons{
     Reason{u"Checkpoint conflict: external changes", u"Файлы проекта изменены вне программы."},
     Reason{u"Rollback conflict: external changes",
            u"Файлы проекта изменены вне программы, восстановление остановлено."},
+    Reason{u"Restoring is under way", u"Файлы ещё восстанавливаются."},
     Reason{u"Existing/untracked or externally modified file: ", u"Файл изменён вне программы или ей не известен: "},
     Reason{u"Tracked file removed externally: ", u"Файл удалён вне программы: "},
     Reason{u"Stale revision: ", u"Файл уже изменён более новой версией: "},

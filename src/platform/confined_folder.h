@@ -85,9 +85,9 @@ public:
     /// The folder of a path, made and flushed to disk with those above it where missing. Failed if one can't be made.
     Result makeParent(const QByteArray &path, Spot &spot) const;
 
-    /// Makes a new file of the mode that the process's mask leaves of 0666. Exists, and nothing changed, if the name
-    /// was taken in the meantime.
-    Result create(const Spot &spot, const QByteArray &bytes) const;
+    /// Makes a new file of this mode, or of what the process's mask leaves of 0666. Exists, and nothing changed, if the
+    /// name was taken in the meantime.
+    Result create(const Spot &spot, const QByteArray &bytes, std::optional<unsigned> mode = {}) const;
 
     /// Replaces a file that held `old`, with its mode and, if the system allows it, its owner. Changed, and the file as
     /// its user left it, if it no longer held that at the moment of the exchange or was being written to.

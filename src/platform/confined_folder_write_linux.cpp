@@ -90,6 +90,7 @@ public:
 
     Result fill(const QByteArray &bytes, unsigned mode);
     void takeAfter(const ConfinedFolder::Content &old);
+    void setMode(unsigned mode) { ::fchmod(file.get(), mode); }
     bool flush() { return ::fsync(file.get()) == 0; }
     /// Gives it its temporary name, if it has none yet, and closes it.
     bool settle();
@@ -436,11 +437,14 @@ Result takeAndRemove(int folder, const QByteArray &name, const QByteArray &old, 
 
 } // namespace
 
-ConfinedFolder::Result ConfinedFolder::create(const Spot &spot, const QByteArray &bytes) const
+ConfinedFolder::Result ConfinedFolder::create(const Spot &spot, const QByteArray &bytes,
+                                              std::optional<unsigned> mode) const
 {
     Temporary ours(spot.folder.get());
-    if (const Result filled = ours.fill(bytes, 0666); filled != Result::Done)
+    if (const Result filled = ours.fill(bytes, mode.value_or(0666)); filled != Result::Done)
         return failed(filled, spot.name);
+    if (mode)
+        ours.setMode(*mode);
     if (!ours.flush())
         return failed(Result::Failed, spot.name);
     const Result published = ours.publish(spot.name);

@@ -4,6 +4,7 @@ import pty
 import re
 import shutil
 import signal
+import subprocess
 import time
 
 import pexpect
@@ -381,6 +382,8 @@ def test_a_task_does_not_start_over_files_that_were_changed(vesk, model):
     ended = vesk.run("x", *model.options())
     assert (ended.code, model.asked) == (1, []) and "изменён calculator.html" in ended.err
     assert (vesk.project / "calculator.html").read_text() == "моё"
+    edits = vesk.call("--diff", "--edits", "--project", vesk.project, "--data-dir", vesk.data)
+    assert edits.code == 0 and edits.out.endswith("+моё\n\\ No newline at end of file\n")
     accepted = vesk.run(vesk.calculator, "--accept-edits")
     assert accepted.code == 0 and "Взята ваша версия: изменён calculator.html" in accepted.err
     revisions = [row for row in Records(vesk.data)["file_revisions"] if row["path"] == "calculator.html"]
@@ -395,3 +398,18 @@ def test_the_example_team_works_in_front_of_the_developer(vesk):
     assert sorted(steps) == sorted(names) and (steps[0], steps[3:]) == (names[0], names[3:])
     results = ended.out.split("Результаты ваших агентов\n")[1].split("\n\n")[0].splitlines()
     assert sorted(line[2:].split(" — ")[0] for line in results) == sorted(names)
+def test_patch_applies_what_a_task_has_changed(vesk, tmp_path):
+    assert vesk.run(vesk.calculator).code == 0
+    folders = ["--project", vesk.project, "--data-dir", vesk.data]
+    told = vesk.call("--diff", *folders)
+    assert told.code == 0 and told.err == ""
+    subprocess.run(["patch", "-p1"], input=told.out.encode(), cwd=tmp_path, check=True, capture_output=True)
+    for name in ("calculator.html", "README-calculator.md"):
+        assert (tmp_path / name).read_bytes() == (vesk.project / name).read_bytes()
+    first = vesk.call("--diff", "calculator.html", "--from", "0", "--to", "1", *folders)
+    assert first.out.startswith("--- /dev/null\n+++ b/calculator.html\n@@ -0,0 +1 @@")
+    for arguments, text in ((["--from", "1"], "--from, --to: нужен файл"), (["a", "b"], "Неизвестный параметр: b"),
+                            (["a", "--from", "x"], "--from: нужен номер версии"),
+                            (["--project", tmp_path / "none"], "В этой папке нет проекта")):
+        refused = vesk.call("--diff", *arguments, *(folders[2:] if "--project" in arguments else folders))
+        assert refused.code in (1, 2) and text in refused.err and refused.out == ""

@@ -1,6 +1,7 @@
 // What the user does to a project's files besides asking for tasks.
 
 #include "backend_desk.h"
+#include "differences.h"
 #include "files.h"
 #include "helpers.h"
 
@@ -40,6 +41,80 @@ private Q_SLOTS:
         QCOMPARE(desk->message(), QString());
         desk->call("takeEdits", {u""_s});
         QCOMPARE(desk->message(), u"Ответьте на вопрос задачи или остановите её."_s);
+    }
+
+    void whatHasChangedIsComparedFileByFile()
+    {
+        makeCalculator();
+        QByteArray lines;
+        for (int i = 1; i <= 60; ++i)
+            lines += "line " + QByteArray::number(i) + "\n";
+        save(root + u"/calculator.html"_s, lines);
+        desk->call("takeEdits", {u"calculator.html"_s});
+        save(root + u"/calculator.html"_s, QByteArray(lines).replace("line 30\n", "<b>line</b> 31\nnew\n"));
+
+        desk->call("compareEdit", {u"calculator.html"_s});
+        Differences &shown = *desk->backend->property("differences").value<Differences *>();
+        const auto row = [&](int at, const char *role) {
+            const DifferenceModel &model = *shown.lines();
+            return model.data(model.index(at), model.roleNames().key(role)).toString();
+        };
+        const auto kinds = [&] {
+            QStringList all;
+            for (int at = 0; at < shown.lines()->rowCount(); ++at)
+                all.append(row(at, "kind"));
+            return all.join(u' ');
+        };
+        QVERIFY(Desk::waitFor([&] { return !shown.isBusy(); }));
+        QCOMPARE(kinds(), u"fold same same same changed added same same same fold"_s);
+        QCOMPARE(row(4, "oldText"), u"line&nbsp;<u><b>30</b></u>"_s);
+        QVERIFY(row(4, "newText").startsWith(u"<u><b>&lt;b&gt;</b></u>line"_s));
+        QCOMPARE(row(5, "newNumber"), u"31"_s);
+        QCOMPARE(shown.lines()->change(0, true), 4);
+        QCOMPARE(shown.lines()->change(9, false), 4);
+        shown.lines()->unfold(0);
+        QCOMPARE(shown.lines()->rowCount(), 35);
+        QCOMPARE(row(25, "oldNumber"), u"26"_s);
+        shown.setBeside(false);
+        QCOMPARE(kinds(), u"fold same same same removed added added same same same fold"_s);
+
+        desk->call("compareTask", {u""_s});
+        QVERIFY(Desk::waitFor([&] { return !shown.isBusy(); }));
+        QCOMPARE(shown.files().size(), 2);
+        QCOMPARE(shown.total().added, 60 + 3);
+        shown.select(u"README-calculator.md"_s);
+        QCOMPARE(row(0, "kind"), u"added"_s);
+        desk->call("compareRevisions", {u"calculator.html"_s, 2, 2});
+        QVERIFY(Desk::waitFor([&] { return !shown.isBusy(); }));
+        QCOMPARE(shown.note(), u"Строки не изменились."_s);
+    }
+
+    void goingBackIsUndoneAsOftenAsWanted()
+    {
+        makeCalculator();
+        QVERIFY(!desk->read("restoreCanUndo").toBool());
+        const QByteArray page = contentOf(root + u"/calculator.html"_s);
+        const QVariantList points = desk->call("restorePoints").toList();
+        QCOMPARE(points.size(), 1);
+        QVERIFY(points[0].toMap()[u"title"_s].toString().startsWith(u"Перед задачей: "_s));
+        const QString start = points[0].toMap()[u"id"_s].toString();
+
+        desk->call("compareRestore", {start});
+        QCOMPARE(desk->backend->property("differences").value<Differences *>()->files().size(), 2);
+        const auto settled = [&] { return Desk::waitFor([&] { return !desk->read("restoring").toBool(); }); };
+        desk->call("restore", {start});
+        desk->call("start", {u"Создай калькулятор"_s, false, 5000, u""_s, u"[]"_s});
+        QCOMPARE(desk->message(), u"Дождитесь восстановления файлов."_s);
+        QVERIFY(settled() && !QFile::exists(root + u"/calculator.html"_s));
+        desk->reopen();
+        for (int round = 0; round < 3; ++round) {
+            QVERIFY(desk->read("restoreCanUndo").toBool());
+            desk->call("undoRestore");
+            QVERIFY(settled());
+            QCOMPARE(contentOf(root + u"/calculator.html"_s), round % 2 == 0 ? page : QByteArray("(none)"));
+        }
+        desk->call("restoreRevision", {u"calculator.html"_s, 1});
+        QVERIFY(contentOf(root + u"/calculator.html"_s) != page);
     }
 
 private:

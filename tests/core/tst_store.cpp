@@ -31,6 +31,38 @@ QList<int> numbers(const QJsonArray &array)
 class StoreTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void theRevisionsOfAFileAreFoundByTheirNumbers()
+    {
+        const QTemporaryDir folder;
+        const QString file = folder.filePath(u"x.sqlite"_s);
+        const auto revision = [](const QString &path, int number) {
+            return QJsonObject{{u"file_id"_s, path}, {u"revision"_s, number}, {u"n"_s, number}};
+        };
+        const auto verify = [](const Store &store) {
+            QCOMPARE(numbers(store.fileRevisions(u"p:a"_s)), (QList<int>{1, 2, 3}));
+            QCOMPARE(store.fileRevision(u"p:a"_s, 2)["n"_L1].toInt(), 2);
+            QVERIFY(store.fileRevision(u"p:a"_s, 4).isEmpty());
+        };
+        {
+            Store store(file);
+            for (const int number : {2, 1, 3})
+                store.put(u"file_revisions"_s, u"a%1"_s.arg(number), u"p"_s, revision(u"p:a"_s, number));
+            store.put(u"file_revisions"_s, u"b4"_s, u"p"_s, revision(u"p:b"_s, 4));
+            verify(store);
+        }
+        {
+            // An older version knows nothing of the keys; what can't be read is in nobody's way.
+            QSqlDatabase database = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"older"_s);
+            database.setDatabaseName(file);
+            QVERIFY(database.open());
+            QSqlQuery query(database);
+            QVERIFY(query.exec(u"DROP TABLE revision_keys"_s));
+            QVERIFY(query.exec(u"INSERT INTO file_revisions VALUES('odd','p','{no','')"_s));
+        }
+        QSqlDatabase::removeDatabase(u"older"_s);
+        verify(Store(file));
+    }
+
     void theDatabaseIsItsUsersAlone()
     {
         const QTemporaryDir folder;

@@ -5,6 +5,9 @@
 #include "store.h"
 #include "workspace.h"
 
+#include <QCryptographicHash>
+#include <QDirIterator>
+#include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -12,8 +15,11 @@
 #include <memory>
 #include <tuple>
 
+#include <csignal>
+
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -285,6 +291,121 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo(path(u"a"_s)).size(), 2097153);
     }
 
+    void goingBackIsSeenBeforeAndUndoneAfter()
+    {
+        const QString start = withFiles();
+        const QByteArray before = treeHash();
+        workspace->write(u"d/changed"_s, "2", u"me"_s, 1);
+        workspace->write(u"new"_s, "2", u"me"_s, 0);
+        QVERIFY(QFile::remove(path(u"run.sh"_s)));
+        workspace->takeEdit(u"run.sh"_s);
+        save(path(u"foreign"_s), "theirs");
+        QFile::setPermissions(path(u"new"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        const QByteArray after = treeHash();
+
+        QStringList plan;
+        for (const FileChange &change : workspace->restorePlan(start))
+            plan << change.path;
+        QCOMPARE(plan, (QStringList{u"d/changed"_s, u"new"_s, u"run.sh"_s}));
+        QCOMPARE(treeHash(), after);
+        QString way = start;
+        for (int round = 0; round < 4; ++round) {
+            way = restore(way);
+            QCOMPARE(treeHash(), round % 2 == 0 ? before : after);
+        }
+        QCOMPARE(workspace->latest(u"same"_s)["revision"_L1].toInt(), 1); // what is the same isn't written
+
+        save(path(u"new"_s), "edited");
+        QCOMPARE(errorOf([&] { workspace->beginRestore(start); }), u"Rollback conflict: external changes"_s);
+        QVERIFY(!workspace->isRestoring());
+        workspace->takeEdit(u"new"_s);
+        workspace->restoreRevision(u"new"_s, 1);
+        QCOMPARE(contentOf(path(u"new"_s)), "2");
+        QCOMPARE(workspace->latest(u"new"_s)["author_agent"_L1], u"rollback"_s);
+
+        workspace->beginRestore(start);
+        save(path(u"new"_s), "mine");
+        while (workspace->restoreNext()) { }
+        QCOMPARE(workspace->restoreSkipped(), QStringList{u"new"_s});
+        QCOMPARE(contentOf(path(u"new"_s)), "mine");
+    }
+
+    /// A child is killed in the middle, at ever later moments.
+    void aKilledRestoreIsFinishedAtTheNextStart()
+    {
+        const QString start = withFiles();
+        for (int i = 0; i < 30; ++i)
+            workspace->write(u"d/f%1"_s.arg(i), QByteArray(3000, char('a' + i % 26)), u"me"_s, 0);
+        workspace->write(u"d/changed"_s, "2", u"me"_s, 1);
+        const QByteArray full = treeHash();
+        QSet<QByteArray> ends{full};
+        QString way = start;
+        int cut = 0;
+        for (int round = 0; round < 24; ++round) {
+            const QString root = workspace->root();
+            workspace.reset();
+            store.reset();
+            const pid_t child = ::fork();
+            if (child == 0) {
+                Store own(top->filePath(u"store.sqlite"_s));
+                Workspace there(own);
+                there.open(root, u"p"_s);
+                there.beginRestore(way);
+                while (there.restoreNext()) { }
+                ::_exit(0);
+            }
+            ::usleep(useconds_t(4000 + round * 1500));
+            ::kill(child, SIGKILL);
+            ::waitpid(child, nullptr, 0);
+            store = std::make_unique<Store>(top->filePath(u"store.sqlite"_s));
+            workspace = std::make_unique<Workspace>(*store);
+            workspace->open(root, u"p"_s);
+            cut += workspace->isRestoring() ? 1 : 0;
+            while (workspace->restoreNext()) { }
+            QVERIFY2(workspace->externalChanges().isEmpty(), qPrintable(workspace->externalChanges().join(u' ')));
+            const QByteArray now = treeHash();
+            ends.insert(now);
+            QVERIFY(ends.size() <= 2); // as before or whole
+            if (now != full) {
+                for (const auto all = store->list(u"checkpoints"_s, u"p"_s); const QJsonValue &one : all)
+                    way = one["reason"_L1].isString() ? one["id"_L1].toString() : way;
+            } else {
+                way = start;
+            }
+        }
+        QVERIFY2(cut > 2 && ends.size() == 2, qPrintable(u"cut %1, ends %2"_s.arg(cut).arg(ends.size())));
+    }
+
+    void aRestoreOnAFullDiskLeavesAllAsItWas()
+    {
+        const QString outcome = sandbox::inChild([&] {
+            const QString root = workspace->root();
+            if (!sandbox::haveOwnMounts()
+                || ::mount("tmpfs", QFile::encodeName(root).constData(), "tmpfs", 0, "size=128k") != 0)
+                return u"no mounts"_s;
+            Store ours(top->filePath(u"child.sqlite"_s));
+            Workspace inside(ours);
+            inside.open(root, u"p"_s);
+            inside.write(u"z"_s, "1", u"me"_s, 0);
+            inside.write(u"a large one"_s, QByteArray(90000, 'x'), u"me"_s, 0);
+            const QString large = inside.checkpoint(u"t"_s, {})["id"_L1].toString();
+            QFile::remove(root + u"/a large one"_s);
+            inside.takeEdit(u"a large one"_s);
+            inside.write(u"z"_s, "2", u"me"_s, 1);
+            save(root + u"/foreign"_s, QByteArray(70000, 'x'));
+            inside.beginRestore(large);
+            QString told = errorOf([&] { while (inside.restoreNext()) { } });
+            told += u' ' + QString::fromLatin1(contentOf(root + u"/z"_s));
+            inside.open(root, u"p"_s); // as after a crash
+            while (inside.restoreNext()) { }
+            return told + u' ' + QString::fromLatin1(contentOf(root + u"/z"_s)) + u' '
+                + everythingIn(root).join(u' ') + inside.externalChanges().join(u' ');
+        });
+        if (outcome == "no mounts"_L1)
+            QSKIP("no mounts of one's own here");
+        QCOMPARE(outcome, u"Short write 1 2 foreign z"_s);
+    }
+
     void externalChangesBlockACheckpoint()
     {
         workspace->write(u"a"_s, "1", u"me"_s, 0);
@@ -466,6 +587,38 @@ private Q_SLOTS:
     }
 
 private:
+    /// Some files, one of which may be run; gives a snapshot of them.
+    QString withFiles()
+    {
+        for (const QString &name : {u"same"_s, u"d/changed"_s, u"run.sh"_s})
+            workspace->write(name, "1", u"me"_s, 0);
+        QFile::setPermissions(path(u"run.sh"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        return workspace->checkpoint(u"t"_s, {})["id"_L1].toString();
+    }
+    /// Goes back to a snapshot; gives that by which it can be undone.
+    QString restore(const QString &snapshot)
+    {
+        const QString origin = workspace->beginRestore(snapshot)["id"_L1].toString();
+        while (workspace->restoreNext()) { }
+        return origin;
+    }
+    /// Over names, modes and bytes of all files but those of others.
+    QByteArray treeHash() const
+    {
+        QCryptographicHash hash(QCryptographicHash::Sha256);
+        QStringList names;
+        QDirIterator all(workspace->root(), QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+        while (all.hasNext())
+            names << all.next();
+        names.sort();
+        for (const QString &name : std::as_const(names)) {
+            if (name.endsWith(u"/foreign"_s))
+                continue;
+            hash.addData(name.toUtf8() + QByteArray::number(int(QFile::permissions(name))) + contentOf(name));
+        }
+        return hash.result();
+    }
+
     /// The path is neither taken nor read nor written, for this reason.
     static void verifyRefused(Workspace &workspace, const QString &path, const QString &error)
     {

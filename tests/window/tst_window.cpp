@@ -242,6 +242,31 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
     desk->press(Qt::Key_Escape);
     QTRY_VERIFY(!desk->isOpen(u"details"_s));
 
+    save(desk->app().root() + u"/calculator.html"_s, "first\nsecond\n");
+    desk->app().lookForEdits();
+    QTRY_VERIFY(desk->item(u"compareEditcalculator.html"_s));
+    QVERIFY(desk->click(u"compareEditcalculator.html"_s));
+    QTRY_VERIFY(desk->isOpen(u"differences"_s));
+    QTRY_VERIFY(rowAt(desk->item(u"differenceLines"_s), 1));
+    QVERIFY(desk->click(u"besideToggle"_s));
+    QTRY_VERIFY(rowAt(desk->item(u"differenceLines"_s), 2)); // one removed, two added
+    desk->press(Qt::Key_Escape);
+    QTRY_VERIFY(!desk->isOpen(u"differences"_s));
+    QVERIFY(desk->click(u"undoEditcalculator.html"_s));
+    QTRY_VERIFY(desk->app().property("handEdits").toList().isEmpty());
+    QVERIFY(contentOf(desk->app().root() + u"/calculator.html"_s).startsWith("<!doctype"));
+
+    QVERIFY(desk->click(u"restoreFiles"_s));
+    QTRY_VERIFY(desk->isOpen(u"restore"_s));
+    for (const QString &way : {u"doRestore"_s, u"undoRestore"_s}) {
+        QTRY_VERIFY(desk->item(way)->isEnabled());
+        QVERIFY(desk->click(way));
+        QTRY_COMPARE(QFile::exists(desk->app().root() + u"/calculator.html"_s), way == u"undoRestore"_s);
+        QTRY_VERIFY(!desk->app().property("restoring").toBool());
+    }
+    desk->press(Qt::Key_Escape);
+    QTRY_VERIFY(!desk->isOpen(u"restore"_s));
+
     QVERIFY(desk->click(u"panelMenuButton"_s));
     QTRY_VERIFY(desk->isOpen(u"panelMenu"_s));
     for (int i = 0; i < 3; ++i)

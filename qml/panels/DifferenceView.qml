@@ -1,0 +1,134 @@
+pragma ComponentBehavior: Bound
+import QtQuick
+import QtQuick.Controls.Basic
+import QtQuick.Layouts
+import Vesk
+
+/* Files that differ and, of one of them, the lines. */
+RowLayout {
+    id: root
+
+    required property Differences differences
+    property real shift: 0
+
+    spacing: 12
+
+    function go(forward: bool) {
+        const row = differences.lines.change(lines.currentIndex, forward);
+        if (row < 0)
+            return;
+        lines.currentIndex = row;
+        lines.positionViewAtIndex(row, ListView.Center);
+    }
+
+    PaneList {
+        id: fileList
+        objectName: "differenceFiles"
+        visible: root.differences.files.length > 1
+        Layout.preferredWidth: 240
+        Layout.fillHeight: true
+        Accessible.name: "Изменённые файлы"
+        model: root.differences.files
+        delegate: ListRow {
+            id: file
+            required property var modelData
+            width: ListView.view.width
+            height: 46
+            leftPadding: 10
+            rightPadding: 10
+            fill: modelData.path === root.differences.path ? Theme.rowSelected : Theme.row
+            Accessible.name: modelData.path + ", " + counts.text
+            onClicked: root.differences.select(modelData.path)
+
+            contentItem: Column {
+                spacing: 2
+                LabelText {
+                    width: parent.width
+                    text: file.modelData.path
+                    font.pixelSize: Theme.note
+                    wrapMode: Text.NoWrap
+                    elide: Text.ElideMiddle
+                }
+                Note {
+                    id: counts
+                    text: file.modelData.change + (file.modelData.known
+                        ? "  +" + file.modelData.added + "  −" + file.modelData.removed : "")
+                    font.pixelSize: Theme.caption
+                }
+            }
+        }
+        onActivated: place => root.differences.select(root.differences.files[place].path)
+    }
+    ColumnLayout {
+        spacing: 8
+        Layout.fillWidth: true
+        Layout.fillHeight: true
+
+        RowLayout {
+            spacing: 8
+            LabelText {
+                objectName: "differencePath"
+                text: root.differences.path
+                wrapMode: Text.NoWrap
+                elide: Text.ElideMiddle
+                Layout.fillWidth: true
+            }
+            IconAction {
+                objectName: "previousChange"
+                text: "↑"
+                tip: "Предыдущее изменение"
+                onClicked: root.go(false)
+            }
+            IconAction {
+                objectName: "nextChange"
+                text: "↓"
+                tip: "Следующее изменение"
+                onClicked: root.go(true)
+            }
+            Action {
+                objectName: "besideToggle"
+                text: root.differences.beside ? "Друг под другом" : "Рядом"
+                onClicked: root.differences.beside = !root.differences.beside
+            }
+        }
+        Rectangle {
+            color: Theme.code
+            radius: 8
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+
+            PaneList {
+                id: lines
+                objectName: "differenceLines"
+                anchors.fill: parent
+                anchors.margins: 4
+                spacing: 0
+                reuseItems: true
+                Accessible.name: "Различия: " + root.differences.path
+                model: root.differences.lines
+                delegate: DifferenceLine {
+                    width: ListView.view.width
+                    beside: root.differences.beside
+                    current: ListView.isCurrentItem && lines.activeFocus
+                    shift: root.shift
+                    onOpened: root.differences.lines.unfold(index)
+                }
+                onActivated: place => root.differences.lines.unfold(place)
+                Keys.onLeftPressed: root.shift = Math.max(0, root.shift - 80)
+                Keys.onRightPressed: root.shift = Math.min(7000, root.shift + 80)
+
+                WheelHandler {
+                    acceptedModifiers: Qt.ShiftModifier
+                    onWheel: event => root.shift
+                        = Math.max(0, Math.min(7000, root.shift - (event.angleDelta.y || event.angleDelta.x)))
+                }
+                Note {
+                    anchors.fill: parent
+                    anchors.margins: 12
+                    visible: text !== ""
+                    text: root.differences.note
+                }
+            }
+        }
+    }
+}

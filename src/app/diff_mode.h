@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace vesk {
+
+/// What "--diff" was asked to show.
+struct DiffOptions {
+    QString path; ///< One file; empty for all that a task has changed.
+    QString projectFolder; ///< Absolute.
+    QString task; ///< Empty for the last one.
+    int from = -1; ///< Revision; below 0 the one before `to`, 0 is no file.
+    int to = -1; ///< Below 0 the newest.
+    bool edits = false; ///< What the user has changed, instead of what a task has.
+};
+
+/// Reads the arguments of "--diff". Throws std::runtime_error with a text for people.
+DiffOptions parseDiffOptions(const QStringList &arguments);
+
+/// Prints the differences on standard output, as `patch -p1` applies them; the exit code of the process. Throws
+/// std::runtime_error.
+int printDifferences(const DiffOptions &options, const QString &dataFolder);
+
+} // namespace vesk
