@@ -3,6 +3,7 @@
 #include "engine_p.h"
 
 #include "programs.h"
+#include "request_room.h"
 
 #include <QStandardPaths>
 #include <QTimer>
@@ -96,7 +97,7 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
         {u"media_tools"_s, mediaTools},
         {u"conversation_history"_s, conversationHistory},
         {u"previous_requirements"_s, std::as_const(previousSpec)["requirements"_L1]},
-        {u"available_mcp_tools"_s, mcpTools},
+        {u"available_mcp_tools"_s, fittedTools(mcpTools, maxToolChars)},
         {u"available_specialists"_s, availableSpecialists()},
         {u"automatic_routing"_s, automaticRouting},
         {u"disabled_agents"_s, QJsonArray::fromStringList([this] {

@@ -170,7 +170,7 @@ QJsonObject Engine::requestTask(const QString &role) const
 {
     QJsonObject task = spec;
     if (role == "planner"_L1 || role == "orchestrator"_L1)
-        task["available_mcp_tools"_L1] = mcpTools;
+        task["available_mcp_tools"_L1] = fittedTools(mcpTools, maxToolChars);
     else
         task.remove("available_mcp_tools"_L1);
     return task;

@@ -20,6 +20,8 @@ constexpr int maxFixAttempts = 5;
 
 /// Characters of the input of one request, as compact JSON.
 constexpr int maxContextChars = 96000;
+/// Of these, what the tools of MCP servers may take.
+constexpr int maxToolChars = maxContextChars / 3;
 
 /// Edits by name, for a line of text: at most ten.
 QString namedEdits(const QList<HandEdit> &edits);

@@ -22,6 +22,7 @@ constexpr qsizetype firstFloor = 1000;
 constexpr qsizetype lastFloor = 100;
 constexpr qsizetype markChars = 100; ///< What tells of a cut takes at most so many, without the key.
 constexpr qsizetype smallestExcerpt = 500;
+constexpr qsizetype shownToolChars = 200;
 
 /// A text inside of an artifact: keys and indices on the way to it.
 struct Text {
@@ -241,6 +242,29 @@ QJsonObject fitted(QJsonObject artifact, qsizetype space, const RoomFacts &facts
     cutWhatIsBeside(room, lastFloor, facts);
     room.cut([](const QStringList &at) { return at.constFirst() != "node"_L1; }, lastFloor);
     return room.artifact;
+}
+
+QJsonArray fittedTools(const QJsonArray &tools, qsizetype room)
+{
+    const auto chars = [](const QJsonValue &value) { return json({{u"t"_s, value}}).size(); };
+    if (chars(tools) <= room)
+        return tools;
+    const qsizetype share = room / tools.size();
+    QJsonArray kept;
+    for (const QJsonValue &whole : tools) {
+        QJsonObject tool{{u"name"_s, whole["name"_L1]}, {u"server_id"_s, whole["server_id"_L1]}};
+        for (const QString &key : {u"server_name"_s, u"description"_s})
+            tool[key] = whole[key].toString().left(shownToolChars);
+        if (chars(tool) + chars(whole["inputSchema"_L1]) <= share)
+            tool["inputSchema"_L1] = whole["inputSchema"_L1];
+        else
+            tool["inputSchema_omitted"_L1] = true;
+        room -= chars(tool);
+        if (room < 0)
+            break;
+        kept.append(tool);
+    }
+    return kept;
 }
 
 } // namespace vesk

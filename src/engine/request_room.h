@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
 #include <QString>
@@ -32,5 +33,11 @@ QList<int> dependencyDistances(const QList<Node> &nodes, const QString &id);
 /// has "<key>_truncated" and "<key>_chars_omitted" beside it; one in a list says so at its end. Comes back longer than
 /// `room` when all that was not enough.
 QJsonObject fitted(QJsonObject artifact, qsizetype room, const RoomFacts &facts);
+
+/// The tools of MCP servers in at most `room` characters of compact JSON, or a little more: whole when they fit.
+/// Otherwise each has an even share: descriptions keep 200 characters, a schema that does not fit in the share gives
+/// way
+/// ("inputSchema_omitted"), and of more tools than there is room for the last are left out.
+QJsonArray fittedTools(const QJsonArray &tools, qsizetype room);
 
 } // namespace vesk

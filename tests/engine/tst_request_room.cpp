@@ -137,6 +137,21 @@ private Q_SLOTS:
         QVERIFY(excerptOf(text, changedLines(text, {}), 30000).text.size() > 27000);
     }
 
+    void toolsGiveWayEvenly()
+    {
+        QJsonArray tools;
+        for (int i = 0; i < 100; ++i)
+            tools.append(QJsonObject{{u"name"_s, QString::number(i)},
+                                     {u"description"_s, QString(900, u'x')},
+                                     {u"inputSchema"_s, QJsonObject{{u"a"_s, QString(i < 50 ? 10 : 900, u'y')}}}});
+        QCOMPARE(fittedTools(tools, 300000), tools);
+        const QJsonArray less = fittedTools(tools, 40000);
+        QCOMPARE(less.size(), 100);
+        QVERIFY(json({{u"t"_s, less}}).size() <= 40000);
+        QVERIFY(less[49]["inputSchema"_L1].isObject() && less[50]["inputSchema_omitted"_L1].toBool());
+        QVERIFY(fittedTools(tools, 1000).size() < 10);
+    }
+
     void theOutlineListsHeadingsAndSymbols()
     {
         const QString text = u"# Глава\nтекст\nexport class Cell {\n  x = 1;\n  async function run() {}\n<h2>Да</h2>\n"
