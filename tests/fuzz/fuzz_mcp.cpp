@@ -4,6 +4,8 @@
 #include "mcp_config.h"
 #include "mcp_wire.h"
 
+#include <QJsonDocument>
+
 using namespace vesk;
 
 namespace {
