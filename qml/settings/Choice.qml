@@ -9,11 +9,14 @@ ComboBox {
 
     readonly property bool isLong: count > 12
     property string name: ""
+    /* No row is taken before the user takes one. */
+    property bool startsEmpty: false
 
     padding: 10
     leftPadding: 14
     font.pixelSize: Theme.body
     Accessible.name: name
+    onModelChanged: if (startsEmpty) currentIndex = -1 // a new list would begin with its first row
 
     /* Places of the rows whose text contains what was typed. */
     function matching(typed: string): var {
