@@ -58,6 +58,14 @@ ColumnLayout {
             }
         }
     }
+    LabelText {
+        objectName: "checkStatus"
+        visible: text !== "" && root.speaks
+        text: root.service.message || root.service.apiStatus
+        color: Theme.textStatus
+        font.pixelSize: Theme.note
+        Layout.fillWidth: true
+    }
     Repeater {
         model: Rows {
             source: root.service
@@ -68,13 +76,5 @@ ColumnLayout {
             measure: row
             Layout.fillWidth: true
         }
-    }
-    LabelText {
-        objectName: "checkStatus"
-        visible: text !== "" && root.speaks
-        text: root.service.message || root.service.apiStatus
-        color: Theme.textStatus
-        font.pixelSize: Theme.note
-        Layout.fillWidth: true
     }
 }
