@@ -51,15 +51,21 @@ SettingsScroll {
         }
         Separation { Layout.fillWidth: true }
         ServerForm {
+            id: serverForm
             objectName: "serverForm"
             service: page.service
             Layout.fillWidth: true
+            onSpeaksChanged: if (speaks) check.speaks = false
+            onHeightChanged: if (speaks) Qt.callLater(page.show, serverForm)
         }
         Separation { Layout.fillWidth: true }
         ConnectionCheck {
+            id: check
             objectName: "connectionCheck"
             service: page.service
             Layout.fillWidth: true
+            onSpeaksChanged: if (speaks) serverForm.speaks = false
+            onHeightChanged: if (speaks) Qt.callLater(page.show, check)
         }
         Item { Layout.preferredHeight: 16 }
     }

@@ -106,6 +106,7 @@ ColumnLayout {
             objectName: "loadModels"
             text: panel.service.modelsLoading ? "Загрузка…" : "Получить модели"
             enabled: !panel.busy
+            Layout.preferredHeight: key.implicitHeight
             onClicked: panel.refresh()
         }
     }
@@ -116,6 +117,7 @@ ColumnLayout {
         textRole: "id"
         valueRole: "id"
         model: panel.ownCatalog && !panel.service.modelsLoading ? panel.service.models : []
+        startsEmpty: true
         currentIndex: -1
         displayText: panel.selectedModel || "Выберите доступную модель"
         enabled: panel.ownCatalog && !panel.service.modelsLoading && count > 0

@@ -9,21 +9,26 @@ ComboBox {
 
     readonly property bool isLong: count > 12
     property string name: ""
+    /* No row is taken before the user takes one. */
+    property bool startsEmpty: false
+    /* What is searched, once something has been typed: asking the model at each key for thousands of rows is felt. */
+    property var texts: []
 
     padding: 10
     leftPadding: 14
     font.pixelSize: Theme.body
     Accessible.name: name
+    onModelChanged: if (startsEmpty) currentIndex = -1 // a new list would begin with its first row
 
     /* Places of the rows whose text contains what was typed. */
     function matching(typed: string): var {
         const wanted = typed.trim().toLowerCase();
-        const places = [];
-        for (let i = 0; i < count; ++i) {
-            if (wanted === "" || textAt(i).toLowerCase().includes(wanted))
-                places.push(i);
-        }
-        return places;
+        const places = Array.from({ length: count }, (_, i) => i);
+        if (wanted === "")
+            return places;
+        if (texts.length !== count)
+            texts = places.map(place => textAt(place).toLowerCase());
+        return places.filter(place => texts[place].includes(wanted));
     }
     function choose(place: int) {
         currentIndex = place;
@@ -64,6 +69,7 @@ ComboBox {
         padding: 6
         height: Math.min(320, (filter.visible ? filter.height + 6 : 0) + list.contentHeight + 12)
         onAboutToShow: {
+            root.texts = [];
             filter.clear();
             list.places = root.matching("");
             list.currentIndex = Math.max(0, root.currentIndex);

@@ -9,7 +9,10 @@ ColumnLayout {
 
     required property Backend service
     readonly property bool demo: service.settings.mock ?? true
-    readonly property bool busy: service.apiTesting || service.measuring
+    readonly property bool busy: service.measuring || speaks && service.apiTesting
+    readonly property bool free: !busy && !service.apiTesting && !service.modelsLoading
+    /* The line about connections is about what was asked here. */
+    property bool speaks: false
 
     spacing: 10
 
@@ -32,8 +35,11 @@ ColumnLayout {
         SoftButton {
             objectName: "measureConnection"
             text: root.busy ? "Проверка…" : "Проверить подключение"
-            enabled: !root.demo && !root.busy
-            onClicked: root.service.measureConnection()
+            enabled: !root.demo && root.free
+            onClicked: {
+                root.speaks = true;
+                root.service.measureConnection();
+            }
         }
         SoftButton {
             objectName: "stopMeasuring"
@@ -45,9 +51,20 @@ ColumnLayout {
             objectName: "useDemonstration"
             text: "Вернуть демонстрацию"
             visible: !root.demo
-            enabled: !root.busy
-            onClicked: root.service.useDemonstration()
+            enabled: root.free
+            onClicked: {
+                root.speaks = true;
+                root.service.useDemonstration();
+            }
         }
+    }
+    LabelText {
+        objectName: "checkStatus"
+        visible: text !== "" && root.speaks
+        text: root.service.message || root.service.apiStatus
+        color: Theme.textStatus
+        font.pixelSize: Theme.note
+        Layout.fillWidth: true
     }
     Repeater {
         model: Rows {
@@ -59,13 +76,5 @@ ColumnLayout {
             measure: row
             Layout.fillWidth: true
         }
-    }
-    LabelText {
-        objectName: "checkStatus"
-        visible: text !== ""
-        text: root.service.apiStatus
-        color: Theme.textStatus
-        font.pixelSize: Theme.note
-        Layout.fillWidth: true
     }
 }

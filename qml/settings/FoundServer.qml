@@ -10,13 +10,15 @@ ItemDelegate {
     required property var server
     property bool chosen: false
     readonly property int models: server.models.length
+    /* The search takes no more of a server's list. */
+    readonly property bool cut: models >= 200
 
     objectName: "foundServer"
     padding: 10
     leftPadding: 14
     rightPadding: 14
     Accessible.role: Accessible.Button
-    Accessible.name: server.name + ", " + server.url + ", моделей: " + models
+    Accessible.name: server.name + ", " + server.url + ", моделей: " + models + (cut ? " и больше" : "")
     Keys.onReturnPressed: click()
     Keys.onEnterPressed: click()
     background: Rectangle {
@@ -41,7 +43,7 @@ ItemDelegate {
             Layout.fillWidth: true
         }
         LabelText {
-            text: root.models > 0 ? "моделей: " + root.models : "нужен ключ или модель"
+            text: root.models > 0 ? "моделей: " + root.models + (root.cut ? " и больше" : "") : "нужен ключ или модель"
             color: Theme.textStatus
             font.pixelSize: Theme.note
             wrapMode: Text.NoWrap

@@ -48,6 +48,7 @@ Rectangle {
         blurEnabled: true
         blur: 1
         blurMax: 48
+        autoPaddingEnabled: false // nothing of it beside the dialog
         maskEnabled: true
         maskSource: rounding
     }

@@ -28,7 +28,6 @@ ColumnLayout {
         Tip {
             id: accessTip
             parent: access
-            width: Math.min(420, access.width)
             text: "Агенты запускают программы без отдельного подтверждения. Действует со следующей задачи; права Windows и внешних сервисов сохраняются."
             visible: access.hovered || access.visualFocus
         }
@@ -78,6 +77,7 @@ ColumnLayout {
         SoftButton {
             objectName: "saveLayout"
             text: "Сохранить"
+            Layout.preferredHeight: layoutName.implicitHeight
             onClicked: page.keepLayout()
         }
     }
@@ -86,6 +86,7 @@ ColumnLayout {
         name: "Раскладки сети"
         model: page.layouts
         enabled: page.layouts.length > 0
+        startsEmpty: true
         currentIndex: -1
         displayText: currentIndex < 0 ? enabled ? "Выбрать раскладку" : "Сохранённых раскладок нет" : currentText
         Layout.fillWidth: true

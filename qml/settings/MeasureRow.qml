@@ -23,6 +23,7 @@ RowLayout {
     LabelText {
         text: root.look.sign
         color: root.look.color
+        font.pixelSize: Theme.body
         font.weight: Font.DemiBold
         horizontalAlignment: Text.AlignHCenter
         Layout.preferredWidth: 16
@@ -38,6 +39,7 @@ RowLayout {
         text: root.measure.text
         color: Theme.textStatus
         font.pixelSize: Theme.body
+        Layout.alignment: Qt.AlignTop
         Layout.fillWidth: true
     }
 }

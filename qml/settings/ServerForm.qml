@@ -11,6 +11,8 @@ ColumnLayout {
     property string targetAgent: ""
     property bool connecting: false
     property bool requested: false
+    /* The line about connections is about what was asked here. */
+    property bool speaks: false
     /* Models of a server that was found, until another address is typed. */
     property var foundModels: []
     readonly property bool ownCatalog: requested && service.modelCatalogOwner === "Свой сервер/" + targetAgent
@@ -19,21 +21,37 @@ ColumnLayout {
 
     spacing: 10
 
-    function take(server: var) {
-        address.text = server.url;
-        foundModels = server.models;
+    function forgetAddress() {
+        foundModels = [];
         requested = false;
+        speaks = false;
+    }
+    function take(found: FoundServer) {
+        const server = found.server;
+        forgetAddress();
+        address.text = server.url;
+        key.clear(); // it was for another address
+        foundModels = server.models;
         model.text = server.models.length === 1 ? server.models[0].id : "";
         (model.text === "" ? model : connectButton).forceActiveFocus();
+        if (found.cut)
+            loadModels();
     }
     function loadModels() {
         requested = true;
+        speaks = true;
         service.loadServerModels(address.text, key.text, targetAgent);
     }
     function connectServer() {
         connecting = true;
-        requested = false;
+        speaks = true;
         service.connectServer(address.text, model.text, key.text, targetAgent);
+    }
+
+    function forgetKey() {
+        key.clear();
+        speaks = true;
+        service.forgetServer(address.text);
     }
 
     Connections {
@@ -82,12 +100,13 @@ ColumnLayout {
             list: "foundServers"
         }
         FoundServer {
+            id: found
             required property var row
             server: row
             chosen: address.text === row.url
             enabled: !form.busy
             Layout.fillWidth: true
-            onClicked: form.take(row)
+            onClicked: form.take(found)
         }
     }
     RowLayout {
@@ -99,10 +118,7 @@ ColumnLayout {
             enabled: !form.busy
             Layout.fillWidth: true
             Layout.preferredWidth: 2
-            onTextEdited: {
-                form.foundModels = [];
-                form.requested = false;
-            }
+            onTextEdited: form.forgetAddress()
             onAccepted: form.loadModels()
         }
         KeyInput {
@@ -129,16 +145,18 @@ ColumnLayout {
             objectName: "loadServerModels"
             text: form.service.modelsLoading ? "Загрузка…" : "Список моделей"
             enabled: !form.busy && address.text.trim() !== ""
+            Layout.preferredHeight: model.implicitHeight
             onClicked: form.loadModels()
         }
     }
     Choice {
         objectName: "serverModels"
         name: "Модели сервера"
-        visible: count > 0
+        visible: count > 1
         textRole: "id"
         valueRole: "id"
         model: form.offered
+        startsEmpty: true
         currentIndex: -1
         displayText: "Выбрать из списка · " + count
         enabled: !form.busy
@@ -160,13 +178,20 @@ ColumnLayout {
         SoftButton {
             objectName: "stopCheck"
             text: "Остановить"
-            visible: form.busy || form.service.serversSearching
+            visible: form.service.serversSearching || form.speaks && (form.service.apiTesting || form.service.modelsLoading)
             onClicked: form.service.stopCheck()
+        }
+        SoftButton {
+            objectName: "forgetServer"
+            text: "Удалить ключ"
+            visible: form.targetAgent === "" && address.text.trim() !== ""
+            enabled: !form.busy
+            onClicked: form.forgetKey()
         }
     }
     LabelText {
         objectName: "serverFormStatus"
-        visible: text !== "" && (form.requested || form.connecting || form.service.apiTesting)
+        visible: text !== "" && form.speaks
         text: form.service.message || form.service.apiStatus
         color: Theme.textStatus
         font.pixelSize: Theme.note

@@ -26,6 +26,7 @@ ScrollView {
     }
 
     clip: true
+    contentWidth: availableWidth
     rightPadding: 14
     ScrollBar.vertical.policy: ScrollBar.AlwaysOn
     onFocusedChanged: if (focused && holds(focused)) show(focused)

@@ -176,6 +176,8 @@ public:
     Q_INVOKABLE void testConnection();
     Q_INVOKABLE void loadModels(const QString &provider, const QString &key, const QString &agent = {});
     Q_INVOKABLE void forgetProvider(const QString &provider);
+    /// The same for a server of the user's own, by its address.
+    Q_INVOKABLE void forgetServer(const QString &url);
     /// A connection of an agent's own; an empty provider takes it back.
     Q_INVOKABLE void setAgentApi(const QString &agent, const QString &provider, const QString &model,
                                  const QString &key);

@@ -37,6 +37,11 @@ void Backend::forgetProvider(const QString &provider)
     guard([&] { connection.forgetProvider(provider); });
 }
 
+void Backend::forgetServer(const QString &url)
+{
+    guard([&] { connection.forgetServer(url); });
+}
+
 void Backend::setAgentApi(const QString &agent, const QString &provider, const QString &model, const QString &key)
 {
     guard([&] { connection.setAgentApi(agent, provider, model, key); });

@@ -214,8 +214,18 @@ void ModelConnection::takeCatalog(const ModelCatalog::Outcome &outcome)
 
 void ModelConnection::forgetProvider(const QString &provider)
 {
+    forgetKeyOf([&] { return endpoint(provider); });
+}
+
+void ModelConnection::forgetServer(const QString &typedUrl)
+{
+    forgetKeyOf([&] { return serverAddress(typedUrl); });
+}
+
+void ModelConnection::forgetKeyOf(const std::function<QString()> &address)
+{
     require(!engine.busy() && !conversation.isBusy(), u"Остановите текущую работу"_s);
-    const QString base = endpoint(provider);
+    const QString base = address();
     require(CredentialStore::remove(connectionTarget(base)), u"Не удалось удалить ключ"_s);
     modelCatalog.abort();
     probeClient.cancelAll();

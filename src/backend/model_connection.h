@@ -64,6 +64,8 @@ public:
     void testConnection();
     void loadModels(const QString &provider, const QString &key, const QString &agent);
     void forgetProvider(const QString &provider);
+    /// The same for a server of the user's own.
+    void forgetServer(const QString &typedUrl);
     /// An empty provider takes the agent back to the model of the team.
     void setAgentApi(const QString &agent, const QString &provider, const QString &model, const QString &key);
     /// Back to the demonstration; keys stay where they are.
@@ -108,6 +110,7 @@ private:
 
     void begin(const QString &line);
     void say(const QString &line);
+    void forgetKeyOf(const std::function<QString()> &address);
     void endCheck();
     void giveUpCheck();
     void endAgentProbe();

@@ -383,6 +383,9 @@ private Q_SLOTS:
         QVERIFY(desk.settings()["mock"_L1].toBool());
         server.reply = says(u"{\"summary\":\"ok\"}"_s); // the desk is as usable as before
         QCOMPARE(desk.outcome("connectServer", {server.url(), u"m"_s, key}), u"Подключено: m"_s);
+        QCOMPARE(desk.outcome("forgetServer", {server.url() + u'/'}), u"Ключ удалён"_s);
+        QVERIFY(desk.settings()["mock"_L1].toBool());
+        QCOMPARE(CredentialStore::read(connectionTarget(server.url())), QString());
     }
 
 private:
