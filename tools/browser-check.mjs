@@ -8,6 +8,7 @@ import { dirname, relative, resolve } from 'node:path';
 import { Browser, NoBrowser } from './browser-check/browser.mjs';
 import { Findings } from './browser-check/findings.mjs';
 import { FileSite, isPage, ServedSite } from './browser-check/site.mjs';
+import { mostControls, Tried } from './browser-check/use.mjs';
 import { View } from './browser-check/view.mjs';
 
 const exitClean = 0;
@@ -25,6 +26,8 @@ const screens = [
 const [program, pageArgument, projectArgument] = process.argv.slice(2);
 const page = resolve(pageArgument ?? '');
 const project = resolve(projectArgument ?? dirname(page));
+const mostDead = 6;
+
 let browser;
 
 // What has been found so far, for the case that time runs out. None before there is a browser.
@@ -33,13 +36,23 @@ let findings = null;
 /** What is found at this site, on all screens or, with `briefly`, on the first ones up to a finding. */
 async function look(site, briefly) {
   findings = new Findings();
-  for (const screen of screens) {
+  const tried = new Tried();
+  for (const [index, screen] of screens.entries()) {
     if (findings.final || (briefly && !findings.empty))
       break;
-    await new View(browser.connection, site, screen, findings).run();
+    await new View(browser.connection, site, screen, findings).run(tried, screens.length - index);
   }
   site.close();
+  noteUse(tried);
   return findings;
+}
+
+/** What a button does that changes nothing, only its author knows. */
+function noteUse(tried) {
+  for (const name of tried.dead.slice(0, mostDead))
+    findings.note(`кнопка «${name}» ничего не изменила`);
+  if (tried.total > mostControls)
+    findings.note(`Опробованы не все элементы страницы: ${tried.size} из ${tried.total}.`);
 }
 
 /** A person opens the page as a file, so that is tried first. Some pages are right and cannot work that way: what a

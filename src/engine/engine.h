@@ -302,6 +302,7 @@ private:
     QStringList checkedPages() const;
     bool isBuilt(const QString &path) const;
     BrowserVerdict verdictOf(int index, const QJsonObject &result) const;
+    bool tellDeadControls(int index, const QJsonObject &result);
     void noteLimitation(int index, const QString &text);
 
     // engine_validation.cpp

@@ -291,6 +291,34 @@ void Engine::noteLimitation(int index, const QString &text)
         publish(u"VerificationUnavailable"_s, text);
 }
 
+/// The coder hears once of a control that does nothing, where no question comes of checking again; what then is left
+/// stands in the report. True when the page is being mended.
+bool Engine::tellDeadControls(int index, const QJsonObject &result)
+{
+    Node &node = graph.nodes[index];
+    const QString page = openedPage(node);
+    const QStringList dead = page.isEmpty() ? QStringList() : deadControls(result);
+    if (dead.isEmpty() || !computerAccess || node.input["notes_told"_L1] == true)
+        return false;
+    node.input["notes_told"_L1] = true;
+    QJsonObject fix = recoveryFix(node.input, result);
+    fix["issues"_L1] = QJsonArray::fromStringList(dead);
+    fix["required_changes"_L1] = QJsonArray{
+        u"Сделай так, чтобы кнопка действовала, или убери её. Если она и не должна ничего менять, оставь как есть."_s};
+    const QString text = QString::fromUtf8(workspace.read(page));
+    const auto isOfPage = [&](const Node &code) {
+        const QString path = pathOf(code);
+        return path == page || (path.endsWith("js"_L1) && text.contains(path.section(u'/', -1)));
+    };
+    if (!sendBack(graph.nodes, index, fix, isOfPage))
+        return false;
+    rearm(graph.nodes[index]);
+    publish(u"AutomaticCorrection"_s, u"На странице есть кнопки, которые ничего не меняют. Исправляю код."_s);
+    persist();
+    scheduleNodes();
+    return true;
+}
+
 void Engine::recoverVerification(int index, const QJsonObject &result)
 {
     const QJsonObject input = graph.nodes.at(index).input;

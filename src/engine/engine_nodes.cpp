@@ -44,7 +44,8 @@ QJsonObject dependencyOutput(QJsonObject output)
 void dropCounters(QJsonObject &input)
 {
     for (const auto key :
-         {"fix_attempts"_L1, "output_repairs"_L1, "recovery_attempts"_L1, "recovery_fixes"_L1, "builtin"_L1})
+         {"fix_attempts"_L1, "output_repairs"_L1, "recovery_attempts"_L1, "recovery_fixes"_L1, "builtin"_L1,
+          "notes_told"_L1})
         input.remove(key);
 }
 

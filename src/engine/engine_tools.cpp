@@ -187,6 +187,8 @@ void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonO
         scheduleNodes();
         return;
     }
+    if (success && tellDeadControls(index, result))
+        return;
     const BrowserVerdict verdict = verdictOf(index, result);
     QJsonObject output = result;
     if (!verdict.opened)

@@ -6,6 +6,7 @@
 #include "helpers.h"
 #include "narrator.h"
 #include "node_kind.h"
+#include "project_checks.h"
 
 #include <QHash>
 #include <QJsonArray>
@@ -522,6 +523,10 @@ private:
     void judgePackage()
     {
         for (const Check &check : std::as_const(checks)) {
+            if (check.kind == CheckKind::Page) {
+                for (const QString &dead : deadControls(check.node->output))
+                    gaps.append(visibleText(pageOf(check)) + u": "_s + visibleText(dead) + u'.');
+            }
             if (!check.empty.isEmpty())
                 gaps.append(quotedShort(check.command) + u": "_s + check.empty + u", это ничего не доказывает."_s);
         }

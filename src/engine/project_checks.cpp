@@ -223,6 +223,15 @@ PageChecks pagesToCheck(const QList<Node> &nodes, const ProjectFiles &files, qsi
     return {pages.first(std::min(most, pages.size())), leftOut(left)};
 }
 
+QStringList deadControls(const QJsonObject &result)
+{
+    static const QRegularExpression note(u"^- (кнопка «.*» ничего не изменила)$"_s, QRegularExpression::MultilineOption);
+    QStringList dead;
+    for (auto it = note.globalMatch(result["stdout"_L1].toString()); it.hasNext();)
+        dead.append(it.next().captured(1));
+    return dead;
+}
+
 BrowserVerdict browserVerdict(const QString &page, const QJsonObject &result)
 {
     const QString said = result["stdout"_L1].toString();

@@ -84,6 +84,9 @@ struct BrowserVerdict {
     QString limitation; ///< What was not checked, and why; empty when all was, or when the page has faults.
 };
 
+/// What a passed check in a browser notes about controls that do nothing ("кнопка «Сброс» ничего не изменила").
+QStringList deadControls(const QJsonObject &result);
+
 /// Of the result of the program that has opened the page.
 BrowserVerdict browserVerdict(const QString &page, const QJsonObject &result);
 

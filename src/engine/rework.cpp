@@ -87,7 +87,8 @@ QJsonObject recoveryFix(const QJsonObject &command, const QJsonObject &result)
     };
 }
 
-bool sendBack(QList<Node> &nodes, int check, const QJsonObject &fix)
+bool sendBack(QList<Node> &nodes, int check, const QJsonObject &fix,
+              const std::function<bool(const Node &code)> &concerns)
 {
     const QSet<QString> upstream = upstreamOf(linksOf(nodes), nodes.at(check).id);
     const QString said = fix["stdout"_L1].toString() + fix["stderr"_L1].toString();
@@ -97,7 +98,8 @@ bool sendBack(QList<Node> &nodes, int check, const QJsonObject &fix)
     const bool onlyNamed = isSyntaxCheck(nodes.at(check)) && std::ranges::any_of(nodes, isNamed);
     bool found = false;
     for (Node &node : nodes) {
-        if (!isCode(node) || !upstream.contains(node.id) || (onlyNamed && !isNamed(node)))
+        if (!isCode(node) || !upstream.contains(node.id) || (onlyNamed && !isNamed(node))
+            || (concerns && !concerns(node)))
             continue;
         found = true;
         order(node, fix);

@@ -4,6 +4,8 @@
 #include <QJsonObject>
 #include <QList>
 
+#include <functional>
+
 namespace vesk {
 
 struct Node;
@@ -15,8 +17,9 @@ int reworkTarget(const QList<Node> &nodes, const QJsonObject &review);
 /// What a failed check tells the coder: its command and the last 16000 characters of each channel.
 QJsonObject recoveryFix(const QJsonObject &command, const QJsonObject &result);
 
-/// Queues all code that the check depends on, with the fix; false when there is none.
-bool sendBack(QList<Node> &nodes, int check, const QJsonObject &fix);
+/// Queues all code that the check depends on, or what `concerns` picks of it, with the fix; false when there is none.
+bool sendBack(QList<Node> &nodes, int check, const QJsonObject &fix,
+              const std::function<bool(const Node &code)> &concerns = {});
 
 /// What a check would test now: the revision of every file that it depends on, by node.
 QHash<QString, int> testedRevisions(const QList<Node> &nodes, int check);

@@ -56,6 +56,7 @@ def foreign(given):
 
 
 PROGRAM = {"main.py": MAIN, "test_main.py": TEST}
+HTML = "<!doctype html><meta charset=utf-8><meta name=viewport content='width=device-width'>{}"
 TEXT = {"сад.md": "Сад цветёт весной."}
 LIES = {
     # Files
@@ -126,6 +127,9 @@ HONEST = {
         "summary": "Ошибки отсутствуют, проваленных проверок нет, ничего подозрительного. Замечаний не обнаружено."}),
     "a review that names its file": Story(files=TEXT, correctness_reviewer=verdict() | {"path": "./сад.md", "revision": 1}),
     "a repair of a syntax error": Story(files={"main.py": ["def add(:\n", MAIN], "other.py": MAIN}),
+    "a page that is used": Story(request="Сад на странице", orchestrator=task("Страница открывается без ошибок"), files={
+        "index.html": HTML.format("<button onclick='n.textContent++'>Полить</button><p id=n>0</p>"
+                                  "<button onclick='n.textContent=0'>Сброс</button>")}),
     "a request in another language": Story(files=TEXT, request="Make a garden"),
 }
 
@@ -164,3 +168,12 @@ def test_a_syntax_error_sends_only_its_own_file_back(vesk, model):
     written = [given["artifact"]["node"]["input"]["path"] for role, given in zip(model.asked, model.inputs)
                if role == "coding"]
     assert sorted(written) == ["main.py", "main.py", "other.py"]
+
+
+def test_the_coder_hears_once_of_a_dead_button_and_the_report_keeps_it(vesk, model):
+    note = "кнопка «Полить» ничего не изменила"
+    ended, last = tell(vesk, model, Story(files={"index.html": HTML.format("<button>Полить</button><p>Сад</p>")}))
+    orders = [given for role, given in zip(model.asked, model.inputs) if role == "coding"]
+    assert (last["message"], len(orders)) == ("COMPLETED", 2)
+    assert note in str(orders[1]["fixes"] if "fixes" in orders[1] else orders[1])
+    assert f"index.html: {note}." in last["evidence"]["gaps"]

@@ -23,7 +23,7 @@ const abandonedAfterMs = 120000;
 
 const flags = [
   '--headless=new', '--remote-debugging-pipe', '--no-startup-window', '--no-first-run', '--no-default-browser-check',
-  '--disable-gpu', '--mute-audio', '--hide-scrollbars', '--disable-dev-shm-usage', '--force-color-profile=srgb',
+  '--disable-gpu', '--mute-audio', '--disable-audio-output', '--hide-scrollbars', '--disable-dev-shm-usage', '--force-color-profile=srgb',
   // Nothing that the browser does for its own sake: updates, reports, synchronisation, the user's keyring.
   '--disable-background-networking', '--disable-component-update', '--disable-sync', '--disable-domain-reliability',
   '--disable-client-side-phishing-detection', '--disable-default-apps', '--disable-extensions', '--disable-breakpad',

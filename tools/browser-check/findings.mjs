@@ -38,12 +38,12 @@ export class Findings {
     return this.#entries.values().next().value?.text;
   }
 
-  /** `details` are lines below the text. Returns a key for retract(). */
-  add(screen, text, details = []) {
+  /** `details` are lines below the text, `cause` what was done to the page before. Returns a key for retract(). */
+  add(screen, text, details = [], cause = '') {
     const line = oneLine(text);
     const lines = details.slice(0, mostDetails).map(detail => oneLine(detail));
     const key = [line, ...lines].join('\n');
-    const entry = this.#entries.get(key) ?? { text: line, lines, screens: new Set(), times: 0 };
+    const entry = this.#entries.get(key) ?? { text: line, lines, cause, screens: new Set(), times: 0 };
     if (!this.#entries.has(key) && this.#entries.size >= mostFindings) {
       ++this.#left;
       return key;
@@ -86,6 +86,7 @@ export class Findings {
       '',
       `${index + 1}. ${entry.text}${this.#where(entry, screens)}`,
       ...entry.lines.map(line => `   ${line}`),
+      ...entry.cause ? [`   что сделано: ${entry.cause}`] : [],
     ]);
     let length = 0;
     const shown = paragraphs.filter(lines => (length += lines.join('\n').length) <= mostCharacters);

@@ -1,10 +1,12 @@
 // Opens a page on a screen of one size, waits until it stands still, and looks at it.
+import { prepareUse, tellEffects } from './controls.mjs';
 import { tellHiddenErrors } from './hidden.mjs';
 import { measurePage } from './measure.mjs';
 import { oneLine } from './findings.mjs';
 import { isOneColour } from './picture.mjs';
 import { pause, within } from './time.mjs';
 import { unexplained } from './unknown.mjs';
+import { Use } from './use.mjs';
 import { Watch } from './watch.mjs';
 
 const loadLimitMs = 8000;
@@ -23,6 +25,10 @@ const pauseLimitMs = 1500;
 const blankLimitMs = 2000;
 
 const closeLimitMs = 1000;
+
+// For loading the page once more before it is used; and how long it may still change then.
+const reloadLimitMs = 3000;
+const reloadStillMs = 40;
 
 const mostDialogs = 20;
 const mostNavigations = 5;
@@ -52,6 +58,14 @@ export class View {
   #scripts = new Map(); // Address by the id that the debugger uses.
   #end;
   #ended;
+  #effectName = '';
+  #useContext;
+  #isUsing = false;
+  #isLoading = false; // Once more, to be used.
+
+  /** While the page is used: what it did that leaves no trace in the document, and whether it shows another address. */
+  effects = 0;
+  hasLeft = false;
 
   constructor(connection, site, screen, findings) {
     this.#connection = connection;
@@ -63,15 +77,16 @@ export class View {
     this.#ended.catch(() => {});
   }
 
-  /** Looks at the page; what it finds is in the findings then. */
-  async run() {
+  /** Looks at the page and uses it, noting in `tried` what it has used, as one of so many screens that are left; what it
+   *  finds is in the findings then. */
+  async run(tried, screensLeft) {
     this.#connection.onEvent = event => this.#receive(event);
     await this.#send('Target.setAutoAttach', autoAttach, null);
     // Of its own, so that no view sees what another has stored.
     const { browserContextId } = await this.#send('Target.createBrowserContext', { disposeOnDetach: true }, null);
     await this.#send('Browser.setDownloadBehavior', { behavior: 'deny', browserContextId }, null);
     try {
-      await Promise.race([this.#look(browserContextId), this.#ended]);
+      await Promise.race([this.#look(browserContextId, tried, screensLeft), this.#ended]);
     } catch (error) {
       if (!(error instanceof PageEnded))
         throw error;
@@ -83,7 +98,7 @@ export class View {
     this.#watch.conclude();
   }
 
-  async #look(browserContextId) {
+  async #look(browserContextId, tried, screensLeft) {
     const attached = new Promise(resolve => { this.#attached = resolve; });
     const { width, height } = this.#screen;
     await this.#send('Target.createTarget', { url: 'about:blank', browserContextId, width, height }, null);
@@ -92,6 +107,86 @@ export class View {
     await within(this.#navigate(), loadLimitMs, 'браузер не открывает страницу');
     await this.#untilStill();
     await this.#judge();
+    // What is broken when it opens, or waits for scripts that are not there, cannot be used.
+    if (!this.#findings.empty || this.#watch.isIncomplete)
+      return;
+    if (!await this.#prepareUse())
+      return;
+    await new Use(this, tried, screensLeft).run();
+    this.#watch.conclude();
+    await this.#excuse();
+  }
+
+  /** False when there is nothing to use. */
+  async #prepareUse() {
+    if (!await this.#enterUse())
+      return false;
+    this.#isUsing = true;
+    this.#effectName = `e${crypto.randomUUID().replaceAll('-', '')}`;
+    await this.#send('Runtime.addBinding', { name: this.#effectName });
+    await this.#send('Page.addScriptToEvaluateOnNewDocument', { source: `(${tellEffects})('${this.#effectName}')` });
+    return true;
+  }
+
+  /** Makes the world that has `use`. How many controls there are. */
+  async #enterUse() {
+    this.#useContext = (await this.#send('Page.createIsolatedWorld', { frameId: this.#target })).executionContextId;
+    await this.ask(`(${prepareUse})()`);
+    return (await this.ask('use.take()'))?.length ?? 0;
+  }
+
+  /** Opens the page anew, without what it has stored. */
+  async load() {
+    this.#watch.doing = '';
+    await this.ask('use.forget()');
+    // What was found while it loaded is known, and what the page says while it goes is no fault.
+    this.#isLoading = this.#watch.isMuted = true;
+    this.#navigations = this.#dialogs = this.#loadedAt = 0;
+    await within(this.#navigate(), reloadLimitMs, 'браузер не открывает страницу');
+    const limit = performance.now() + reloadLimitMs;
+    while ((!this.#loadedAt || this.#watch.pending.length) && performance.now() < limit)
+      await pause(10);
+    await pause(reloadStillMs);
+    this.#isLoading = this.hasLeft = false;
+    await this.#enterUse();
+  }
+
+  /** The value of an expression in the world that has `use`; undefined when the page has left. */
+  async ask(expression) {
+    if (!this.#useContext || this.hasLeft)
+      return undefined;
+    return this.#answerOf(this.#valueOf(expression, this.#useContext).catch(error => {
+      this.hasLeft = true;
+      return void error;
+    }));
+  }
+
+  /** What is being done to the page, for the findings that follow from it. */
+  set doing(text) {
+    this.#watch.doing = text;
+    this.#watch.isMuted = false;
+    this.#dialogs = 0;
+  }
+
+  /** A click as by a hand, or a short stroke. */
+  async click({ x, y }, isStroke) {
+    const mouse = (type, more = {}) => this.#send('Input.dispatchMouseEvent', { type, x, y, button: 'left', clickCount: 1, ...more });
+    await this.#answerOf((async () => {
+      await mouse('mouseMoved', { button: 'none' });
+      await mouse('mousePressed');
+      if (isStroke)
+        await mouse('mouseMoved', { x: x + 12, y: y + 12, buttons: 1 });
+      await mouse('mouseReleased', isStroke ? { x: x + 12, y: y + 12 } : {});
+    })());
+  }
+
+  async press(key) {
+    const text = key === 'Enter' ? '\r' : undefined;
+    const code = { key, code: key, windowsVirtualKeyCode: key === 'Enter' ? 13 : 27 };
+    await this.#answerOf((async () => {
+      await this.#send('Input.dispatchKeyEvent', { type: 'keyDown', text, ...code });
+      await this.#send('Input.dispatchKeyEvent', { type: 'keyUp', ...code });
+    })());
   }
 
   // The empty page that a tab begins with can be overtaken, and then it is its loading that ends the other one.
@@ -123,10 +218,13 @@ export class View {
       'Page.frameStoppedLoading': () => this.#onLoaded(params.frameId),
       'Debugger.scriptParsed': () => sessionId === this.#session && this.#scripts.set(params.scriptId, params.url),
       'Debugger.paused': () => this.#onScriptPaused(params, sessionId),
+      'Runtime.exceptionThrown': () => ++this.effects,
       'Inspector.targetCrashed': () => this.#onCrashed(sessionId),
     }[method];
     received?.();
-    this.#watch.see(method, params);
+    if (method !== 'Runtime.bindingCalled' || params.name !== this.#effectName)
+      return this.#watch.see(method, params);
+    ++this.effects;
   }
 
   // Each of them is held until it has got its orders.
@@ -181,7 +279,9 @@ export class View {
     if (!refusal)
       return this.#connection.tell('Fetch.continueRequest', { requestId }, session);
     const leaves = resourceType === 'Document' && frameId === this.#target;
-    if (leaves)
+    if (leaves && this.#isUsing)
+      ++this.effects; // It was told to.
+    else if (leaves)
       this.#watch.find(`Страница сама переходит на ${this.#site.nameOf(request.url)}: ${refusal}.`);
     // A page that cannot leave stays, and the rest of it can be judged; another reason would put an error page there.
     const errorReason = leaves ? 'Aborted' : 'AccessDenied';
@@ -190,12 +290,23 @@ export class View {
 
   #onDialog({ type, message }, session) {
     const isLeaving = type === 'beforeunload';
+    if (this.#isUsing)
+      return this.#onAnswer(type, session);
     this.#isAsking ||= type === 'confirm' || type === 'prompt';
     if (!isLeaving)
       this.#watch.note(`Окно ${type}() при загрузке, закрыто без ответа: «${oneLine(message, 100)}».`);
     if (++this.#dialogs > mostDialogs)
       return this.#giveUpDialogs(type);
     this.#connection.tell('Page.handleJavaScriptDialog', { accept: isLeaving }, session);
+  }
+
+  // A person who has asked for it reads it and agrees, and sometimes not.
+  #onAnswer(type, session) {
+    ++this.effects;
+    if (++this.#dialogs > mostDialogs && (type === 'alert' || this.#dialogs > 2 * mostDialogs))
+      return this.#giveUp(`Страница открывает окна ${type}() одно за другим.`);
+    const accept = type === 'beforeunload' || this.#dialogs % 4 !== 0;
+    this.#connection.tell('Page.handleJavaScriptDialog', { accept, promptText: '7' }, session);
   }
 
   // What a person answers can end the questions; messages without end keep everybody from the page.
@@ -208,13 +319,28 @@ export class View {
   }
 
   #onWindow(url) {
+    ++this.effects;
+    if (this.#isUsing)
+      return;
     this.#watch.find(`Страница при загрузке открывает окно ${this.#site.nameOf(url)}: браузеры это запрещают. Открывай `
                      + 'окно только по нажатию.');
   }
 
-  #onNavigated({ parentId }) {
+  #onNavigated({ parentId, url }) {
     if (parentId)
       return;
+    if (this.#isLoading) {
+      this.#loadedAt = 0;
+      return;
+    }
+    if (this.#isUsing) {
+      this.#loadedAt = 0;
+      this.hasLeft = true;
+      ++this.effects;
+      // Another page has a check of its own.
+      this.#watch.isMuted ||= url.split('#')[0] !== this.#site.url.split('#')[0];
+      return;
+    }
     this.#loadedAt = 0;
     if (++this.#navigations > mostNavigations)
       this.#giveUp('Страница без конца перезагружается или переходит с адреса на адрес.');
@@ -259,8 +385,12 @@ export class View {
 
   /** The value of an expression in the page. A page that does not answer is given up. */
   async #ask(expression) {
+    return this.#answerOf(this.#evaluate(expression));
+  }
+
+  async #answerOf(promise) {
     try {
-      return await within(this.#evaluate(expression), answerLimitMs, 'hangs');
+      return await within(promise, answerLimitMs, 'hangs');
     } catch (error) {
       if (error.message === 'hangs')
         await this.#reportHang();
@@ -271,6 +401,10 @@ export class View {
   // In a world of its own, where the page's scripts have not put anything in place of what every page has.
   async #evaluate(expression) {
     const { executionContextId: contextId } = await this.#send('Page.createIsolatedWorld', { frameId: this.#target });
+    return this.#valueOf(expression, contextId);
+  }
+
+  async #valueOf(expression, contextId) {
     return (await this.#send('Runtime.evaluate', { expression, contextId, returnByValue: true })).result.value;
   }
 

@@ -21,6 +21,12 @@ export class Watch {
   #exceptions = new Map();
   #doubts = [];
 
+  /** What is being done to the page, so that what follows names its cause; empty while it loads. */
+  doing = '';
+
+  /** True while another page is shown: what that one says is none of this one's. */
+  isMuted = false;
+
   /** When a request last began, went on or ended, in milliseconds of performance.now(). */
   lastActivity = performance.now();
 
@@ -74,11 +80,15 @@ export class Watch {
   }
 
   find(text, details = []) {
-    return this.#findings.add(this.#screen, this.#site.shortened(text), details);
+    if (this.isMuted)
+      return '';
+    return this.doing ? this.#findings.add(null, this.#site.shortened(text), details, this.doing)
+                      : this.#findings.add(this.#screen, this.#site.shortened(text), details);
   }
 
   note(text) {
-    this.#findings.note(this.#site.shortened(text));
+    if (!this.isMuted)
+      this.#findings.note(this.#site.shortened(text));
   }
 
   /** An event of the browser, of the page itself or of one of its workers. */
