@@ -195,12 +195,13 @@ int runMedia(const CommandLine &line)
     return run(line.value(u"--media-job"_s).toUtf8().constData());
 }
 
-int runBackground()
+/// Does not come back: the worker ends the process.
+void runBackground()
 {
     QLibrary library(backgroundLibrary());
-    const auto run = reinterpret_cast<int (*)()>(library.resolve("veskBackgroundWorker"));
+    const auto run = reinterpret_cast<void (*)()>(library.resolve("veskBackgroundWorker"));
     require(run, u"Не удалось загрузить фон: "_s + library.errorString());
-    return run();
+    run();
 }
 
 int runMode(const CommandLine &line)
@@ -209,7 +210,8 @@ int runMode(const CommandLine &line)
     case Mode::MediaJob:
         return runMedia(line);
     case Mode::BackgroundWorker:
-        return runBackground();
+        runBackground();
+        return 0;
     case Mode::SelfTestBackground:
         return runSelfTestBackground();
     case Mode::Help:

@@ -138,6 +138,7 @@ std::vector<AllowedCall> allowedCalls()
         {SYS_rt_sigaction},
         {SYS_rt_sigprocmask},
         {SYS_rt_sigreturn},
+        {SYS_sigaltstack},
         {SYS_restart_syscall},
         {SYS_prlimit64, {{0, whole, 0}, {1, whole, RLIMIT_CPU}}},
         {SYS_close},
