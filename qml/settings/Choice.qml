@@ -124,6 +124,7 @@ ComboBox {
                 Keys.onEnterPressed: accept()
                 Keys.onSpacePressed: accept()
                 delegate: ItemDelegate {
+                    id: row
                     required property int index
                     readonly property int place: list.places[index] ?? -1
                     width: ListView.view.width
@@ -132,7 +133,7 @@ ComboBox {
                     highlighted: ListView.isCurrentItem
                     onClicked: root.choose(place)
                     contentItem: Text {
-                        text: parent.text
+                        text: row.text
                         textFormat: Text.PlainText
                         font.pixelSize: Theme.body
                         color: Theme.textMenu
@@ -141,7 +142,7 @@ ComboBox {
                     }
                     background: Rectangle {
                         radius: 6
-                        color: parent.highlighted || parent.hovered ? Theme.menuHighlight : "transparent"
+                        color: row.highlighted || row.hovered ? Theme.menuHighlight : "transparent"
                     }
                 }
             }

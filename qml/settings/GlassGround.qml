@@ -1,3 +1,4 @@
+pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Effects
 import Vesk
@@ -44,7 +45,7 @@ Rectangle {
     MultiEffect {
         anchors.fill: parent
         visible: root.blurs
-        source: snapshots.item
+        source: snapshots.item as Item
         blurEnabled: true
         blur: 1
         blurMax: 48

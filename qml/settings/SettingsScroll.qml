@@ -1,6 +1,5 @@
 import QtQuick
 import QtQuick.Controls.Basic
-import Vesk
 
 /* A page that is longer than the dialog. What gets the focus by keyboard comes into view. */
 ScrollView {
