@@ -312,6 +312,8 @@ QString emptyProof(const QString &program, const QStringList &arguments, const Q
     if (name == "true"_L1 || name == "echo"_L1)
         return u"команда ничего не проверяет"_s;
     const QString script = scriptOf(program, arguments);
+    if (script.isEmpty() && (arguments.contains(u"--version"_s) || arguments.contains(u"--help"_s)))
+        return u"команда ничего не проверяет"_s;
     return emptyScript(script.isEmpty() ? npmScript(program, arguments, package) : script);
 }
 
