@@ -46,25 +46,26 @@ FloatingDialog {
             Layout.fillWidth: true
             Layout.fillHeight: true
             Accessible.name: root.title
-            section.property: "modelData.section"
-            section.delegate: Heading {
-                required property string section
-                text: section
-                topPadding: 8
-                bottomPadding: 6
-            }
             delegate: ListRow {
                 id: row
                 required property var modelData
                 required property int index
+                readonly property bool opensSection: index === 0 || root.rows[index - 1].section !== modelData.section
                 width: ListView.view.width
-                height: Math.max(44, line.implicitHeight + 16)
+                height: topInset + Math.max(44, line.implicitHeight + 16)
+                topInset: opensSection ? 30 : 0
+                topPadding: topInset
                 leftPadding: 12
                 rightPadding: 12
                 fill: hovered ? Theme.rowHovered : Theme.row
                 Accessible.name: modelData.marks.join(", ") + ": " + modelData.text
                 onClicked: root.show(index)
 
+                Heading {
+                    visible: row.opensSection
+                    y: 8
+                    text: row.modelData.section
+                }
                 contentItem: RowLayout {
                     id: line
                     spacing: 12

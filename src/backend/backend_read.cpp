@@ -240,9 +240,8 @@ QString Backend::fileContent(const QString &path) const
 
 QString Backend::fileHistory(const QString &path) const
 {
-    return answered([&] {
-        return indented(core.workspace.project().isEmpty() ? QJsonArray() : core.workspace.revisions(path));
-    });
+    return answered(
+        [&] { return indented(core.workspace.project().isEmpty() ? QJsonArray() : core.workspace.revisions(path)); });
 }
 
 QString Backend::search(const QString &query) const

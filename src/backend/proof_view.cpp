@@ -105,8 +105,9 @@ QVariantMap proofsOf(const QJsonObject &state)
     const QJsonObject ledger = state["evidence"_L1].toObject();
     return {
         {u"headline"_s, evidenceHeadline(ledger)},
-        {u"rows"_s, rowsOf(ledger, u"criteria"_s, u"Что требовалось"_s, u"text"_s)
-                        + rowsOf(ledger, u"files"_s, u"Файлы"_s, u"path"_s)},
+        {u"rows"_s,
+         rowsOf(ledger, u"criteria"_s, u"Что требовалось"_s, u"text"_s)
+             + rowsOf(ledger, u"files"_s, u"Файлы"_s, u"path"_s)},
         {u"gaps"_s, strings(ledger["gaps"_L1].toArray())},
     };
 }

@@ -15,8 +15,8 @@ namespace vesk {
 /// reviewers only, "unproved"), "note"}. Without a ledger the rows are empty.
 QVariantMap proofsOf(const QJsonObject &state);
 
-/// The records behind a row, as a text: commands with their output, reviews with what they said. `runOf` gives the whole
-/// record of an agent's run.
+/// The records behind a row, as a text: commands with their output, reviews with what they said. `runOf` gives the
+/// whole record of an agent's run.
 QString proofBehind(const QJsonObject &state, const QString &list, int place,
                     const std::function<QJsonObject(const QString &run)> &runOf);
 
