@@ -32,6 +32,9 @@ Item {
         dialog.detailsText = text;
         dialog.open();
     }
+    function showProofs() {
+        (proofs.show() as ProofsDialog).begin();
+    }
     function showRestore() {
         (restore.show() as RestoreDialog).begin();
     }
@@ -154,6 +157,13 @@ Item {
     LazyDialog {
         id: details
         sourceComponent: DetailsDialog {}
+    }
+    LazyDialog {
+        id: proofs
+        sourceComponent: ProofsDialog {
+            service: root.service
+            onDetailsRequested: text => root.showDetails(text)
+        }
     }
     LazyDialog {
         id: differences

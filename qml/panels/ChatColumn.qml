@@ -25,6 +25,7 @@ Rectangle {
     signal progressRequested()
     signal resultRequested()
     signal detailsRequested(string text)
+    signal proofsRequested()
     signal queueRequested()
     signal permissionsRequested()
     signal serversRequested()
@@ -139,6 +140,7 @@ Rectangle {
                     onFileRequested: path => root.service.openFile(path)
                     onResultRequested: root.resultRequested()
                     onDetailsRequested: text => root.detailsRequested(text)
+                    onProofsRequested: root.proofsRequested()
                 }
                 WaitingLine {
                     visible: root.service.chatBusy

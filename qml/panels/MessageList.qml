@@ -13,6 +13,7 @@ ListView {
     signal fileRequested(string path)
     signal resultRequested()
     signal detailsRequested(string text)
+    signal proofsRequested()
 
     property bool hasFiles: false
 
@@ -110,5 +111,6 @@ ListView {
         onFileRequested: path => root.fileRequested(path)
         onResultRequested: root.resultRequested()
         onDetailsRequested: text => root.detailsRequested(text)
+        onProofsRequested: root.proofsRequested()
     }
 }

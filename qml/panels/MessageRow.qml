@@ -31,6 +31,7 @@ Item {
     signal cursorLeft(int step)
     signal resultRequested()
     signal detailsRequested(string text)
+    signal proofsRequested()
 
     function read(atEnd: bool) {
         text.cursorPosition = atEnd ? text.length : 0;
@@ -140,6 +141,12 @@ Item {
                         objectName: "reportDetails"
                         text: "Подробности"
                         onClicked: root.detailsRequested(root.content)
+                    }
+                    Action {
+                        objectName: "reportProofs"
+                        text: "Доказательства"
+                        visible: root.content.startsWith("Задача завершена")
+                        onClicked: root.proofsRequested()
                     }
                 }
             }

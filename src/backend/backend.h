@@ -226,6 +226,9 @@ public:
     Q_INVOKABLE QString statusLabel(const QString &code) const;
     Q_INVOKABLE QString roleLabel(const QString &code) const;
     Q_INVOKABLE QString resultReport() const;
+    /// What the task in view rests on, and the records behind one row of it: proof_view.h.
+    Q_INVOKABLE QVariantMap proofs() const;
+    Q_INVOKABLE QString proofBehind(const QString &list, int place) const;
     Q_INVOKABLE QString fileContent(const QString &path) const;
     Q_INVOKABLE QString fileHistory(const QString &path) const;
     Q_INVOKABLE QString search(const QString &query) const;

@@ -5,6 +5,7 @@
 #include "helpers.h"
 #include "narrator.h"
 #include "phases.h"
+#include "proof_view.h"
 #include "read_models.h"
 
 #include <QJsonDocument>
@@ -209,6 +210,19 @@ QString Backend::resultReport() const
     return answered([this] { return Narrator::report(selected()); });
 }
 
+QVariantMap Backend::proofs() const
+{
+    return answered([this] { return proofsOf(selected()); });
+}
+
+QString Backend::proofBehind(const QString &list, int place) const
+{
+    return answered([&] {
+        return vesk::proofBehind(selected(), list, place,
+                                 [this](const QString &run) { return core.store.get(u"agent_runs"_s, run); });
+    });
+}
+
 QString Backend::fileContent(const QString &path) const
 {
     try {
@@ -226,9 +240,8 @@ QString Backend::fileContent(const QString &path) const
 
 QString Backend::fileHistory(const QString &path) const
 {
-    return answered([&] {
-        return indented(core.workspace.project().isEmpty() ? QJsonArray() : core.workspace.revisions(path));
-    });
+    return answered(
+        [&] { return indented(core.workspace.project().isEmpty() ? QJsonArray() : core.workspace.revisions(path)); });
 }
 
 QString Backend::search(const QString &query) const

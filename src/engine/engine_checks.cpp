@@ -73,8 +73,8 @@ bool Engine::addSharedSyntaxChecks()
     const QJsonObject programs = computerAccess ? spec["available_executables"_L1].toObject() : QJsonObject();
     const auto textOf = [this](const QString &path) { return QString::fromUtf8(workspace.read(path)); };
     const qsizetype sizeBefore = graph.nodes.size();
-    const QList<ProjectCheck> needed = sharedSyntaxChecks(
-        graph.nodes, textOf, {programs["python"_L1].toString(), programs["bash"_L1].toString()});
+    const QList<ProjectCheck> needed
+        = sharedSyntaxChecks(graph.nodes, textOf, {programs["python"_L1].toString(), programs["bash"_L1].toString()});
     for (const ProjectCheck &check : needed) {
         if (graph.nodes.size() < TaskGraph::maxNodes)
             addCheck(check);

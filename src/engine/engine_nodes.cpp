@@ -43,9 +43,8 @@ QJsonObject dependencyOutput(QJsonObject output)
 /// What the engine counts in a node begins anew with it: a plan's own numbers would lift the limits.
 void dropCounters(QJsonObject &input)
 {
-    for (const auto key :
-         {"fix_attempts"_L1, "output_repairs"_L1, "recovery_attempts"_L1, "recovery_fixes"_L1, "builtin"_L1,
-          "notes_told"_L1})
+    for (const auto key : {"fix_attempts"_L1, "output_repairs"_L1, "recovery_attempts"_L1, "recovery_fixes"_L1,
+                           "builtin"_L1, "notes_told"_L1})
         input.remove(key);
 }
 

@@ -166,9 +166,9 @@ private:
                 continue;
             const QString program = node.input["program"_L1].toString();
             const QStringList arguments = strings(node.input["arguments"_L1].toArray());
-            checks.append({&node, commandWords(program, arguments),
-                           shownCommand(program, arguments), kindOfCheck(program, arguments),
-                           emptyProof(program, arguments, package), upstreamOf(links, node.id)});
+            checks.append({&node, commandWords(program, arguments), shownCommand(program, arguments),
+                           kindOfCheck(program, arguments), emptyProof(program, arguments, package),
+                           upstreamOf(links, node.id)});
         }
     }
 
@@ -355,10 +355,11 @@ private:
         QStringList replaced;
         const QJsonArray before = sources.spec["existing_files"_L1].toArray();
         for (const Node *node : std::as_const(files)) {
-            const bool isMeant
-                = std::ranges::any_of(meant, [&](const QString &name) { return nameOf(name) == nameOf(pathOf(*node)); });
-            if (!isMeant
-                && std::ranges::any_of(before, [&](const QJsonValue &file) { return file["path"_L1] == pathOf(*node); }))
+            const bool isMeant = std::ranges::any_of(
+                meant, [&](const QString &name) { return nameOf(name) == nameOf(pathOf(*node)); });
+            if (!isMeant && std::ranges::any_of(before, [&](const QJsonValue &file) {
+                    return file["path"_L1] == pathOf(*node);
+                }))
                 replaced.append(pathOf(*node));
         }
         if (!replaced.isEmpty())
@@ -487,8 +488,9 @@ private:
     /// A file that a program of the task names: it comes into being, or is brought, when the program is used.
     bool isOfUse(const QString &path) const
     {
-        static const QStringList programs{u".py"_s, u".js"_s, u".mjs"_s, u".cjs"_s, u".ts"_s, u".sh"_s, u".c"_s, u".cpp"_s,
-                                          u".go"_s, u".rs"_s, u".java"_s, u".cs"_s, u".php"_s, u".rb"_s, u".kt"_s};
+        static const QStringList programs{u".py"_s,   u".js"_s, u".mjs"_s, u".cjs"_s, u".ts"_s,
+                                          u".sh"_s,   u".c"_s,  u".cpp"_s, u".go"_s,  u".rs"_s,
+                                          u".java"_s, u".cs"_s, u".php"_s, u".rb"_s,  u".kt"_s};
         return isWrittenInUse(path) && std::ranges::any_of(files, [&](const Node *node) {
                    return std::ranges::any_of(programs,
                                               [&](const QString &suffix) { return pathOf(*node).endsWith(suffix); })

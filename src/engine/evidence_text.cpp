@@ -224,8 +224,9 @@ bool isUnwanted(const QString &sentence, const QString &path)
 
 bool isWrittenInUse(const QString &path)
 {
-    static const QSet<QString> kinds{u"csv"_s, u"json"_s, u"txt"_s, u"xml"_s, u"md"_s, u"pdf"_s, u"png"_s, u"jpg"_s, u"xlsx"_s,
-                                     u"wav"_s, u"mp3"_s, u"mp4"_s, u"zip"_s, u"html"_s, u"svg"_s, u"ini"_s, u"docx"_s};
+    static const QSet<QString> kinds{u"csv"_s, u"json"_s, u"txt"_s,  u"xml"_s, u"md"_s,  u"pdf"_s,
+                                     u"png"_s, u"jpg"_s,  u"xlsx"_s, u"wav"_s, u"mp3"_s, u"mp4"_s,
+                                     u"zip"_s, u"html"_s, u"svg"_s,  u"ini"_s, u"docx"_s};
     return kinds.contains(suffixOf(path));
 }
 
@@ -312,6 +313,8 @@ QString emptyProof(const QString &program, const QStringList &arguments, const Q
     if (name == "true"_L1 || name == "echo"_L1)
         return u"команда ничего не проверяет"_s;
     const QString script = scriptOf(program, arguments);
+    if (script.isEmpty() && (arguments.contains(u"--version"_s) || arguments.contains(u"--help"_s)))
+        return u"команда ничего не проверяет"_s;
     return emptyScript(script.isEmpty() ? npmScript(program, arguments, package) : script);
 }
 

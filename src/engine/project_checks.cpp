@@ -169,8 +169,7 @@ QList<ProjectCheck> sharedSyntaxChecks(const QList<Node> &nodes,
                                        const std::function<QString(const QString &path)> &textOf,
                                        const SyntaxTools &tools)
 {
-    ProjectCheck python{
-        u"Проверить синтаксис Python"_s, {u"-I"_s, u"-c"_s, pythonSyntax}, true, {}, tools.python};
+    ProjectCheck python{u"Проверить синтаксис Python"_s, {u"-I"_s, u"-c"_s, pythonSyntax}, true, {}, tools.python};
     ProjectCheck shell{u"Проверить синтаксис сценариев"_s, {u"-c"_s, shellSyntax, u"bash"_s}, true, {}, tools.bash};
     ProjectCheck data{u"Проверить разметку XML и SVG"_s, {}, true, {}, ownParser};
     for (const Node &node : nodes) {
@@ -225,7 +224,8 @@ PageChecks pagesToCheck(const QList<Node> &nodes, const ProjectFiles &files, qsi
 
 QStringList deadControls(const QJsonObject &result)
 {
-    static const QRegularExpression note(u"^- (кнопка «.*» ничего не изменила)$"_s, QRegularExpression::MultilineOption);
+    static const QRegularExpression note(u"^- (кнопка «.*» ничего не изменила)$"_s,
+                                         QRegularExpression::MultilineOption);
     QStringList dead;
     for (auto it = note.globalMatch(result["stdout"_L1].toString()); it.hasNext();)
         dead.append(it.next().captured(1));

@@ -92,9 +92,8 @@ bool sendBack(QList<Node> &nodes, int check, const QJsonObject &fix,
 {
     const QSet<QString> upstream = upstreamOf(linksOf(nodes), nodes.at(check).id);
     const QString said = fix["stdout"_L1].toString() + fix["stderr"_L1].toString();
-    const auto isNamed = [&](const Node &node) {
-        return isCode(node) && upstream.contains(node.id) && said.contains(pathOf(node));
-    };
+    const auto isNamed
+        = [&](const Node &node) { return isCode(node) && upstream.contains(node.id) && said.contains(pathOf(node)); };
     const bool onlyNamed = isSyntaxCheck(nodes.at(check)) && std::ranges::any_of(nodes, isNamed);
     bool found = false;
     for (Node &node : nodes) {

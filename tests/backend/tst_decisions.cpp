@@ -8,6 +8,7 @@
 #include "media_choice.h"
 #include "message_kind.h"
 #include "preferences.h"
+#include "proof_view.h"
 #include "read_models.h"
 #include "request_queue.h"
 
@@ -299,6 +300,34 @@ private Q_SLOTS:
         old.remove("budget"_L1);
         later.open(u"p"_s, {old});
         later.take([&](const StartRequest &request) { QCOMPARE(request.budget, 1000000); });
+    }
+
+    void theRowsOfAProofBeginWithWhatIsOpen()
+    {
+        const QJsonObject state{
+            {u"evidence"_s, object(uR"({"proved":1,"believed":0,"open":1,"gaps":["g"],
+                "criteria":[{"text":"A","mark":"check","checks":["n"]},{"text":"B","mark":"none","notes":["нет b.js"]}],
+                "files":[{"path":"a.js","mark":"reviews","reviews":["r","s"]},{"path":"b.js","mark":"opinion"}],
+                "checks":[{"node":"n","title":"T","command":"make all","folder":"/p","exit_code":0}]})"_s)},
+            {u"graph"_s, QJsonArray{object(uR"({"id":"n","output":{"stdout":"собрано\n"}})"_s)}},
+        };
+        const QVariantList rows = proofsOf(state)[u"rows"_s].toList();
+        QStringList shown;
+        for (const QVariant &row : rows)
+            shown.append(row.toMap()[u"text"_s].toString() + u':' + row.toMap()[u"level"_s].toString() + u':'
+                         + row.toMap()[u"marks"_s].toStringList().join(u'+'));
+        QCOMPARE(shown,
+                 (QStringList{u"B:unproved:не проверено"_s, u"A:proved:проверка"_s, u"b.js:unproved:только мнение"_s,
+                              u"a.js:seen:две рецензии"_s}));
+        const auto runOf = [](const QString &id) {
+            return QJsonObject{{u"role"_s, id}, {u"output"_s, QJsonObject{{u"verdict"_s, u"APPROVE"_s}}}};
+        };
+        const QString check = proofBehind(state, u"criteria"_s, 0, runOf);
+        QVERIFY(check.contains(u"Команда: make all"_s) && check.contains(u"собрано"_s));
+        QVERIFY(proofBehind(state, u"criteria"_s, 1, runOf).contains(u"Открыто: нет b.js"_s));
+        QCOMPARE(proofBehind(state, u"files"_s, 0, runOf).count(u"Решение: одобрено"_s), 2);
+        QVERIFY(proofBehind(state, u"files"_s, 1, runOf).contains(u"только мнение агентов"_s));
+        QVERIFY(proofsOf({})[u"rows"_s].toList().isEmpty());
     }
 };
 

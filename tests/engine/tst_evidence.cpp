@@ -93,6 +93,7 @@ private Q_SLOTS:
             {shell, {u"-c"_s, u"a || exit 1"_s}, false},
             {shell, {u"-c"_s, u"./main | grep hi"_s}, false},
             {u"/bin/true"_s, {}, true},
+            {u"/usr/bin/node"_s, {u"--version"_s}, true},
             {u"/usr/bin/node"_s, {u"/x/npm-cli.js"_s, u"test"_s}, true},
             {u"/usr/bin/node"_s, {u"/x/npm-cli.js"_s, u"run"_s, u"build"_s}, false},
             {u"/usr/bin/node"_s, {u"test.js"_s}, false},

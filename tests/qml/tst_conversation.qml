@@ -91,12 +91,15 @@ Item {
             const report = message({ role: "assistant", kind: "report", content: "Задача завершена.\n\nПроверки" });
             const details = spy(report, "detailsRequested");
             const result = spy(report, "resultRequested");
+            const proofs = spy(report, "proofsRequested");
             waitForRendering(report);
             mouseClick(findChild(report, "openResult"));
             compare(result.count, 0);
             report.hasFiles = true;
             mouseClick(findChild(report, "openResult"));
             mouseClick(findChild(report, "reportDetails"));
+            mouseClick(findChild(report, "reportProofs"));
+            compare(proofs.count, 1);
             compare(result.count, 1);
             compare(details.signalArguments[0][0], "Задача завершена.\n\nПроверки");
         }

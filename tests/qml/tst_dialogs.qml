@@ -18,6 +18,14 @@ Item {
         property var settings: ({ mock: true, provider: "" })
         property var calls: []
         function connectProvider(provider: string, model: string, key: string) { calls.push([provider, model, key]); }
+        function proofs(): var {
+            return { headline: "1 из 2 критериев подтверждён проверками.", gaps: ["main.py: пустой файл."], rows: [
+                { list: "criteria", place: 1, section: "Что требовалось", text: "Работает", marks: ["только мнение"],
+                  level: "unproved", note: "" },
+                { list: "files", place: 0, section: "Файлы", text: "main.py", marks: ["проверка", "две рецензии"],
+                  level: "proved", note: "пустой файл" }] };
+        }
+        function proofBehind(list: string, place: int): string { return list + place; }
         property var mcpServers: []
         property var mcpRequests: []
         function connectMcp(id: string) { calls.push(["connect", id]); }
@@ -29,6 +37,8 @@ Item {
         id: dialogComponent
         FloatingDialog { title: "<i>Заголовок</i>"; width: 500; height: 300; contentItem: Item {} }
     }
+    Component { id: spyComponent; SignalSpy {} }
+    Component { id: proofsComponent; ProofsDialog { service: root.service } }
     Component { id: lazyComponent; LazyDialog { sourceComponent: dialogComponent } }
     Component { id: apiComponent; MainApi { width: 360; service: root.service } }
     Component { id: mcpComponent; McpPage { width: 740; height: 560; backend: root.service } }
@@ -37,6 +47,19 @@ Item {
     TestCase {
         name: "Dialogs"
         when: windowShown
+
+        function test_aProofOpensTheRecordBehindIt() {
+            const dialog = createTemporaryObject(proofsComponent, root);
+            const opened = createTemporaryObject(spyComponent, root, { target: dialog, signalName: "detailsRequested" });
+            dialog.begin();
+            tryCompare(dialog, "opened", true);
+            const list = findChild(dialog.contentItem, "proofRows");
+            compare(list.count, 2);
+            compare(list.itemAtIndex(1).Accessible.name, "проверка, две рецензии: main.py");
+            keyClick(Qt.Key_Return);
+            mouseClick(list.itemAtIndex(1));
+            compare(opened.signalArguments.map(call => call[0]), ["criteria1", "files0"]);
+        }
 
         function init() {
             failOnWarning(/.?/);

@@ -1,0 +1,141 @@
+pragma ComponentBehavior: Bound
+import QtQuick
+import QtQuick.Layouts
+import Vesk
+
+/* What each claim of a finished task rests on: one row each, unproved ones first. A row opens the record behind it. */
+FloatingDialog {
+    id: root
+
+    required property Backend service
+    property var proofs: ({})
+    readonly property var rows: proofs.rows ?? []
+
+    signal detailsRequested(string text)
+
+    objectName: "proofs"
+    title: "Доказательства"
+    width: Math.min(820, (parent?.width ?? 820) - 40)
+    height: Math.min(640, (parent?.height ?? 640) - 40)
+
+    function begin() {
+        proofs = service.proofs();
+        open();
+        list.forceActiveFocus();
+    }
+    function show(place: int) {
+        detailsRequested(service.proofBehind(rows[place].list, rows[place].place));
+    }
+    function colourOf(level: string): color {
+        return level === "proved" ? Theme.markOk : level === "seen" ? Theme.markWarn : Theme.markBad;
+    }
+
+    contentItem: ColumnLayout {
+        spacing: 12
+        LabelText {
+            objectName: "proofsHeadline"
+            text: root.proofs.headline || (root.rows.length > 0 ? "Критерии не были записаны."
+                                                                : "У этой задачи нет записей о доказательствах.")
+            font.pixelSize: Theme.title
+            Layout.fillWidth: true
+        }
+        PaneList {
+            id: list
+            objectName: "proofRows"
+            model: root.rows
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            Accessible.name: root.title
+            delegate: ListRow {
+                id: row
+                required property var modelData
+                required property int index
+                readonly property bool opensSection: index === 0 || root.rows[index - 1].section !== modelData.section
+                width: ListView.view.width
+                height: topInset + Math.max(44, line.implicitHeight + 16)
+                topInset: opensSection ? 30 : 0
+                topPadding: topInset
+                leftPadding: 12
+                rightPadding: 12
+                fill: hovered ? Theme.rowHovered : Theme.row
+                Accessible.name: modelData.marks.join(", ") + ": " + modelData.text
+                onClicked: root.show(index)
+
+                Heading {
+                    visible: row.opensSection
+                    y: 8
+                    text: row.modelData.section
+                }
+                contentItem: RowLayout {
+                    id: line
+                    spacing: 12
+                    /* Filled, half or hollow: the colour is not all that tells. */
+                    Rectangle {
+                        implicitWidth: 12
+                        implicitHeight: 12
+                        radius: 6
+                        color: row.modelData.level === "proved" ? border.color : "transparent"
+                        border.width: row.modelData.level === "seen" ? 4 : 2
+                        border.color: root.colourOf(row.modelData.level)
+                    }
+                    Column {
+                        Layout.fillWidth: true
+                        LabelText {
+                            width: parent.width
+                            text: row.modelData.text
+                            maximumLineCount: 2
+                            elide: Text.ElideRight
+                            font.pixelSize: Theme.body
+                        }
+                        Note {
+                            visible: text !== ""
+                            width: parent.width
+                            text: row.modelData.note
+                            maximumLineCount: 2
+                            elide: Text.ElideRight
+                            color: Theme.markBad
+                        }
+                    }
+                    Repeater {
+                        model: row.modelData.marks
+                        Rectangle {
+                            id: chip
+                            required property string modelData
+                            implicitWidth: mark.implicitWidth + 16
+                            implicitHeight: mark.implicitHeight + 8
+                            radius: height / 2
+                            color: Theme.chip
+                            Note {
+                                id: mark
+                                anchors.centerIn: parent
+                                text: chip.modelData
+                                wrapMode: Text.NoWrap
+                                color: root.colourOf(row.modelData.level)
+                            }
+                        }
+                    }
+                }
+            }
+            onActivated: place => root.show(place)
+        }
+        RowLayout {
+            spacing: 10
+            Note {
+                objectName: "proofsOpen"
+                text: root.proofs.gaps?.length > 0 ? "Открытых вопросов: " + root.proofs.gaps.length : ""
+                Layout.fillWidth: true
+            }
+            Action {
+                objectName: "proofsGaps"
+                text: "Что ещё проверить"
+                visible: root.proofs.gaps?.length > 0
+                onClicked: root.detailsRequested(root.proofs.gaps.map(gap => "• " + gap).join("\n"))
+            }
+            Action {
+                text: "Закрыть"
+                primary: true
+                onClicked: root.close()
+            }
+        }
+    }
+}
