@@ -2,11 +2,15 @@
 // runs that they take part in.
 
 #include "agent_network.h"
+#include "agent_team.h"
 #include "backend_desk.h"
 #include "credential_store.h"
+#include "error_of.h"
 #include "json_text.h"
 #include "model_server.h"
+#include "preferences.h"
 #include "process_containment.h"
+#include "store.h"
 #include "workflow.h"
 
 #include <QHash>
@@ -183,11 +187,13 @@ private Q_SLOTS:
         const quint32 seed = qEnvironmentVariableIsSet("VESK_SEED") ? qEnvironmentVariableIntValue("VESK_SEED")
                                                                     : QRandomGenerator::global()->generate();
         QRandomGenerator random(seed);
-        AgentDesk desk;
-        Backend &backend = *desk.backend;
+        const QTemporaryDir folder(sandbox::memoryTemplate());
+        Store store(folder.filePath(u"x.sqlite"_s));
+        Preferences preferences(store);
+        AgentTeam team(store, preferences);
         const auto any = [&](const QStringList &values) { return values[random.bounded(values.size())]; };
         int refused = 0;
-        QJsonObject before = desk.document();
+        QJsonObject before = preferences.document();
         for (int step = 0; step < 10000; ++step) {
             QStringList ids{u"coding"_s, u"planner"_s, u"x"_s, u""_s};
             const QJsonArray known = before[u"custom_agents"_s].toArray();
@@ -196,29 +202,29 @@ private Q_SLOTS:
             const QString one = any(ids);
             const QString two = any(ids);
             const QList<std::function<void()>> edits{
-                [&] { backend.addAgent(any({u"A"_s, u""_s}), one, {}, random.bounded(-9, 200), one); },
-                [&] { backend.addMediaAgent(any({u"photo"_s, u"video"_s, u"x"_s})); },
+                [&] { team.addAgent(any({u"A"_s, u""_s}), one, random.bounded(-9, 200), one); },
+                [&] { team.addMediaAgent(any({u"photo"_s, u"video"_s, u"x"_s})); },
                 [&] {
-                    backend.configureAgent(one, two, random.bounded(-9, 200),
-                                           any({u"review"_s, u"delegate"_s, u"specialist"_s, u"x"_s}));
+                    team.configureAgent(one, two, random.bounded(-9, 200),
+                                        any({u"review"_s, u"delegate"_s, u"specialist"_s, u"x"_s}));
                 },
-                [&] { backend.setAgentEnabled(one, random.bounded(2) == 0); },
-                [&] { backend.setAgentTasks(one, {any(agentTaskTypes()), any({u"photo"_s, u"video"_s, u"x"_s})}); },
-                [&] { backend.connectAgents(one, two); },
-                [&] { backend.connectAgents(two, one); },
-                [&] { backend.unlinkAgents(one, two); },
-                [&] { backend.linkAgent(one, two); },
-                [&] { backend.removeAgent(one); },
-                [&] { backend.addWorkflowTemplate(); },
-                [&] { backend.saveNetwork(one); },
-                [&] { backend.loadNetwork(any({one, u"coding"_s})); },
-                [&] { backend.setPreference(u"agent_positions"_s, QVariantMap{{one, step}}); },
+                [&] { team.setAgentEnabled(one, random.bounded(2) == 0); },
+                [&] { team.setAgentTasks(one, {any(agentTaskTypes()), any({u"photo"_s, u"video"_s, u"x"_s})}); },
+                [&] { team.connectAgents(one, two); },
+                [&] { team.connectAgents(two, one); },
+                [&] { team.unlinkAgents(one, two); },
+                [&] { team.linkAgent(one, two); },
+                [&] { team.removeAgent(one); },
+                [&] { team.addWorkflowTemplate(); },
+                [&] { team.saveNetwork(one); },
+                [&] { team.loadNetwork(any({one, u"coding"_s})); },
+                [&] { team.setPositions({{one, step}}); },
             };
             const QByteArray where = "VESK_SEED=" + QByteArray::number(seed) + ", step " + QByteArray::number(step);
-            edits[random.bounded(edits.size())]();
-            QJsonObject after = desk.document();
+            const QString refusal = errorOf(edits[random.bounded(edits.size())]);
+            QJsonObject after = preferences.document();
             const QJsonArray network = after[u"custom_agents"_s].toArray();
-            if (!desk.message().isEmpty()) {
+            if (!refusal.isEmpty()) {
                 ++refused;
                 QVERIFY2(after == before, where);
             }
@@ -232,13 +238,12 @@ private Q_SLOTS:
                 for (const QJsonValue &link : agent[u"after"_s].toArray())
                     QVERIFY2(agentIn(network, link.toString())[u"parent"_s] == agent[u"parent"_s], where);
             }
-            if (desk.message().isEmpty() && !(after == before) && random.bounded(3) == 0) {
-                backend.undoNetwork();
-                after = desk.document();
+            if (refusal.isEmpty() && !(after == before) && random.bounded(3) == 0) {
+                team.undoNetwork();
+                after = preferences.document();
                 QVERIFY2(after == before, where);
-                QVERIFY2(desk.undoText().isEmpty(), where);
-                backend.undoNetwork();
-                QVERIFY2(desk.message() == u"Нечего отменять"_s, where);
+                QVERIFY2(team.undoText().isEmpty(), where);
+                QVERIFY2(errorOf([&] { team.undoNetwork(); }) == u"Нечего отменять"_s, where);
             }
             before = after;
         }
