@@ -70,10 +70,11 @@ QJsonArray assetsOf(const QJsonArray &media, const QString &root)
 void Backend::setPreference(const QString &key, const QVariant &value)
 {
     guard([&] {
-        if (key == "agent_positions"_L1)
-            team.setPositions(jsonOf(value).toObject());
+        const QJsonValue given = jsonOf(value);
+        if (key == "agent_positions"_L1 && given.isObject())
+            team.setPositions(given.toObject());
         else
-            preferences.set(key, jsonOf(value));
+            preferences.set(key, given);
     });
 }
 

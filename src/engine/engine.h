@@ -274,6 +274,7 @@ private:
     void takeOwn(int index, const QJsonObject &record);
     void leaveOut(int index);
     bool isGivenUp(const Node &node) const;
+    QString fileText(const QString &path) const;
 
     // engine_tools.cpp
     void grantAction(const QString &fingerprint);

@@ -71,10 +71,10 @@ bool Engine::prepareProjectChecks()
 bool Engine::addSharedSyntaxChecks()
 {
     const QJsonObject programs = computerAccess ? spec["available_executables"_L1].toObject() : QJsonObject();
-    const auto textOf = [this](const QString &path) { return QString::fromUtf8(workspace.read(path)); };
+    const auto text = [this](const QString &path) { return fileText(path); };
     const qsizetype sizeBefore = graph.nodes.size();
     const QList<ProjectCheck> needed
-        = sharedSyntaxChecks(graph.nodes, textOf, {programs["python"_L1].toString(), programs["bash"_L1].toString()});
+        = sharedSyntaxChecks(graph.nodes, text, {programs["python"_L1].toString(), programs["bash"_L1].toString()});
     for (const ProjectCheck &check : needed) {
         if (graph.nodes.size() < TaskGraph::maxNodes)
             addCheck(check);
@@ -198,7 +198,7 @@ bool Engine::prepareBrowserCheck()
     const QStringList known = checkedPages();
     // One page has to find room; of the others as many as do.
     const qsizetype room = std::max<qsizetype>(TaskGraph::maxNodes - graph.nodes.size() + known.size(), 1);
-    const ProjectFiles files{[this](const QString &path) { return QString::fromUtf8(workspace.read(path)); },
+    const ProjectFiles files{[this](const QString &path) { return fileText(path); },
                              [this](const QString &path) { return isBuilt(path); }};
     PageChecks needed = pagesToCheck(graph.nodes, files, room);
     noteLimitation(ofPages, needed.limitation);
@@ -305,7 +305,7 @@ bool Engine::tellDeadControls(int index, const QJsonObject &result)
     fix["issues"_L1] = QJsonArray::fromStringList(dead);
     fix["required_changes"_L1] = QJsonArray{
         u"Сделай так, чтобы кнопка действовала, или убери её. Если она и не должна ничего менять, оставь как есть."_s};
-    const QString text = QString::fromUtf8(workspace.read(page));
+    const QString text = fileText(page);
     const auto isOfPage = [&](const Node &code) {
         const QString path = pathOf(code);
         return path == page || (path.endsWith("js"_L1) && text.contains(path.section(u'/', -1)));

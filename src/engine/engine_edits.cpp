@@ -156,4 +156,10 @@ bool Engine::isGivenUp(const Node &node) const
         && !workspace.stale(pathOf(node), node.revision);
 }
 
+/// What a file of the task holds; nothing when its user has removed it.
+QString Engine::fileText(const QString &path) const
+{
+    return isDeletedByUser(workspace.latest(path)) ? QString() : QString::fromUtf8(workspace.read(path));
+}
+
 } // namespace vesk

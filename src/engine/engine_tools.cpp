@@ -150,9 +150,8 @@ void Engine::startTool(int index)
 QJsonObject Engine::readData(const Node &node) const
 {
     const QString started = now();
-    QJsonObject result = dataSyntaxResult(strings(node.input["arguments"_L1].toArray()), [this](const QString &path) {
-        return QString::fromUtf8(workspace.read(path));
-    });
+    QJsonObject result = dataSyntaxResult(strings(node.input["arguments"_L1].toArray()),
+                                          [this](const QString &path) { return fileText(path); });
     result["id"_L1] = id();
     result["tool"_L1] = node.input["program"_L1];
     result["started_at"_L1] = started;

@@ -241,7 +241,7 @@ private Q_SLOTS:
             if (refusal.isEmpty() && !(after == before) && random.bounded(3) == 0) {
                 team.undoNetwork();
                 after = preferences.document();
-                QVERIFY2(after == before, where);
+                QVERIFY2(after == before, where + ": " + jsonBytes(before) + " became " + jsonBytes(after));
                 QVERIFY2(team.undoText().isEmpty(), where);
                 QVERIFY2(errorOf([&] { team.undoNetwork(); }) == u"Нечего отменять"_s, where);
             }
