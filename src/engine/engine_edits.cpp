@@ -46,7 +46,10 @@ QList<HandEdit> Engine::editsOf(const QStringList &paths) const
 {
     QList<HandEdit> edits;
     for (const QString &path : paths) {
-        if (const auto edit = workspace.handEdit(path))
+        const auto edit = workspace.handEdit(path);
+        if (edit && edit->kind == HandEdit::Kind::Added && workspace.takesLazily() && workspace.latest(path).isEmpty())
+            (void)workspace.takeEdit(path); // the user's own, touched for the first time
+        else if (edit)
             edits.append(*edit);
     }
     return edits;
