@@ -71,7 +71,7 @@ bool Engine::prepareProjectChecks()
 bool Engine::addSharedSyntaxChecks()
 {
     const QJsonObject programs = computerAccess ? spec["available_executables"_L1].toObject() : QJsonObject();
-    const auto textOf = [this](const QString &path) { return QString::fromUtf8(workspace.read(path)); };
+    const auto textOf = [this](const QString &path) { return QString::fromUtf8(workspace.recorded(path)); };
     const qsizetype sizeBefore = graph.nodes.size();
     const QList<ProjectCheck> needed
         = sharedSyntaxChecks(graph.nodes, textOf, {programs["python"_L1].toString(), programs["bash"_L1].toString()});
