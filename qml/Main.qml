@@ -205,6 +205,7 @@ ApplicationWindow {
                     app.focusInput();
                 }
                 onNewProject: app.dialogs().beginProject()
+                onFolderRequested: app.dialogs().folderPicker.show().open()
                 onProjectChosen: selection.dropFile()
                 onTaskChosen: app.page = "Чат"
                 onTaskMenu: (task, row) => app.dialogs().showThreadMenu(task, row)

@@ -20,6 +20,8 @@ Item {
     property alias agentDetails: agentDetails
     property alias details: details
     property alias queueDialog: queueDialog
+    property alias folderPicker: folderPicker
+    property alias exportPicker: exportPicker
     property alias permissions: permissions
     property alias serverRequests: serverRequests
     property alias workspaceSettings: workspaceSettings
@@ -168,6 +170,30 @@ Item {
     LazyDialog {
         id: differences
         sourceComponent: DifferencesDialog { service: root.service }
+    }
+    LazyDialog {
+        id: folderPicker
+        file: Qt.resolvedUrl("FolderPicker.qml")
+        settings: ({ service: root.service })
+    }
+    LazyDialog {
+        id: exportPicker
+        file: Qt.resolvedUrl("ExportPicker.qml")
+        settings: ({ service: root.service })
+    }
+    LazyDialog {
+        id: takeIn
+        sourceComponent: TakeInDialog { service: root.service }
+    }
+    Connections {
+        target: root.service
+        property string phase: ""
+        function onChanged() {
+            const now = root.service.takeIn.phase ?? "";
+            if (now === "looking" && phase === "")
+                takeIn.show().open();
+            phase = now;
+        }
     }
     LazyDialog {
         id: restore

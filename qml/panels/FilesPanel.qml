@@ -18,6 +18,7 @@ ColumnLayout {
     signal detailsRequested(string text)
     signal differencesRequested()
     signal restoreRequested()
+    signal exportRequested()
 
     spacing: 12
 
@@ -139,13 +140,20 @@ ColumnLayout {
         spacing: 8
         Action {
             objectName: "taskDifferences"
-            text: "Что изменилось с запроса"
+            text: "Изменения"
+            tip: "Что изменилось с запроса"
             enabled: files.count > 0
             Layout.fillWidth: true
             onClicked: {
                 root.service.compareTask("");
                 root.differencesRequested();
             }
+        }
+        Action {
+            objectName: "exportFiles"
+            text: "Сохранить как…"
+            enabled: files.count > 0
+            onClicked: root.exportRequested()
         }
         Action {
             objectName: "restoreFiles"

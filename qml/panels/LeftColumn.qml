@@ -16,6 +16,7 @@ Rectangle {
 
     signal newChat()
     signal newProject()
+    signal folderRequested()
     signal projectChosen()
     signal taskChosen()
     signal taskMenu(string task, Item row)
@@ -96,6 +97,7 @@ Rectangle {
                     service: root.service
                     onChosen: root.projectChosen()
                     onNewProject: root.newProject()
+                    onFolderRequested: root.folderRequested()
                 }
             }
         }

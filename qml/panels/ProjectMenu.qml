@@ -11,6 +11,7 @@ Popup {
 
     signal chosen()
     signal newProject()
+    signal folderRequested()
 
     objectName: "projectMenu"
     padding: 6
@@ -63,6 +64,15 @@ Popup {
             onClicked: {
                 root.close();
                 root.newProject();
+            }
+        }
+        Action {
+            objectName: "menuOpenFolder"
+            width: parent.width
+            text: "Открыть свою папку…"
+            onClicked: {
+                root.close();
+                root.folderRequested();
             }
         }
     }

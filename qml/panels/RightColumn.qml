@@ -84,6 +84,7 @@ Rectangle {
                     onFileSelected: file => root.app.selectedFile = file
                     onDifferencesRequested: root.app.dialogs().showDifferences()
                     onRestoreRequested: root.app.dialogs().showRestore()
+                    onExportRequested: root.app.dialogs().exportPicker.show().open()
                     onDetailsRequested: text => root.app.dialogs().showDetails(text)
                 }
             }

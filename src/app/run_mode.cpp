@@ -12,6 +12,7 @@
 #include "phases.h"
 #include "project_lookup.h"
 #include "recovery.h"
+#include "take_in.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -109,6 +110,8 @@ void RunMode::begin()
     if (decided)
         return;
     guarded([this] {
+        if (options.takeIn)
+            takeFolderIn();
         if (options.acceptEdits)
             takeEdits();
         if (options.allowCommands)
@@ -162,6 +165,26 @@ void RunMode::startWhenReady()
     begun = true;
     core.engine.mcpTools = mcp.availableTools();
     guarded([this] { core.engine.start(options.request, options.simulate, options.budget, options.buildCommand); });
+}
+
+/// Files that the project has already stay what they are.
+void RunMode::takeFolderIn()
+{
+    constexpr qsizetype batch = 64;
+    TakeIn scan(core.workspace);
+    while (scan.lookOn()) { }
+    QStringList paths;
+    for (const TakeIn::File &file : scan.files()) {
+        paths.append(file.path);
+        if (paths.size() == batch)
+            core.workspace.takeNew(std::exchange(paths, {}));
+    }
+    core.workspace.takeNew(paths);
+    if (options.json)
+        return;
+    printErrorLine(u"Принято файлов: %1, КиБ: %2"_s.arg(scan.files().size()).arg(scan.bytes() / 1024));
+    for (const auto &[reason, count] : scan.leftOut().asKeyValueRange())
+        printErrorLine(u"Не принято, %1: %2"_s.arg(reason).arg(count));
 }
 
 /// A task over the user's edits would be refused.

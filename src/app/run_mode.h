@@ -47,6 +47,7 @@ private:
     void askForServer();
     void startWhenReady();
     void takeEdits();
+    void takeFolderIn();
     void follow(const QJsonObject &event);
     void watchPhase();
     void answerQuestion();

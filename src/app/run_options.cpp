@@ -69,6 +69,7 @@ RunOptions parseRunOptions(const QStringList &arguments)
     const std::map<QString, bool *> switches{
         {u"--mock"_s, &options.mock},
         {u"--simulate"_s, &options.simulate},
+        {u"--take-in"_s, &options.takeIn},
         {u"--accept-edits"_s, &options.acceptEdits},
         {u"--allow-commands"_s, &options.allowCommands},
         {u"--workflow-demo"_s, &options.workflowDemo},

@@ -21,6 +21,7 @@ struct RunOptions {
     bool mock = false; ///< The demonstration model, whatever is connected.
     bool simulate = false;
     bool allowCommands = false;
+    bool takeIn = false; ///< A folder of the user's becomes a project with the files that it has.
     bool acceptEdits = false; ///< Files that the user has changed count as they are.
     bool workflowDemo = false; ///< With the chain of the example team.
     bool json = false;

@@ -41,6 +41,7 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , attachments(core.store, core.workspace)
     , editWatch(core.workspace)
     , compared(core.workspace)
+    , taking(core.store, core.workspace)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
 {
@@ -78,6 +79,8 @@ void Backend::connectServices()
     connect(&connection, &ModelConnection::changed, this, &Backend::notifyUi);
     connect(&connection, &ModelConnection::concluded, this, &Backend::show);
     connect(&restoreTimer, &QTimer::timeout, this, &Backend::restoreOn);
+    connect(&taking, &TakingIn::changed, this, &Backend::notifyUi);
+    connect(&taking, &TakingIn::failed, this, &Backend::show);
     connect(&editWatch, &EditWatch::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::concluded, this, &Backend::show);

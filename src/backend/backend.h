@@ -14,6 +14,7 @@
 #include "openai_provider.h"
 #include "preferences.h"
 #include "request_queue.h"
+#include "taking_in.h"
 #include "task_view.h"
 
 #include <QJsonArray>
@@ -73,6 +74,7 @@ class Backend : public QObject {
     Q_PROPERTY(bool measuring READ measuring NOTIFY changed)
     Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
     Q_PROPERTY(vesk::Differences *differences READ differences NOTIFY changed)
+    Q_PROPERTY(QVariantMap takeIn READ takeIn NOTIFY changed)
     Q_PROPERTY(bool restoring READ restoring NOTIFY changed)
     Q_PROPERTY(bool restoreCanUndo READ restoreCanUndo NOTIFY changed)
     Q_PROPERTY(QVariantList handEdits READ handEdits NOTIFY changed)
@@ -110,6 +112,18 @@ public:
     Q_INVOKABLE void compareEdit(const QString &path);
     Q_INVOKABLE void compareTask(const QString &task);
     Q_INVOKABLE void compareRevisions(const QString &path, int from = -1, int to = -1);
+
+    /// Looks at a folder of the user's (a path or "file:" address), which becomes a project after acceptFolder():
+    /// `takeIn`. One that is a project is opened.
+    Q_INVOKABLE void lookAtFolder(const QString &folder);
+    Q_INVOKABLE void acceptFolder();
+    Q_INVOKABLE void cancelFolder();
+    /// Copies the project's files as they are recorded into a folder that doesn't exist yet, or into a zip file that
+    /// doesn't: at a snapshot, or now for an empty id.
+    Q_INVOKABLE void exportFiles(const QString &target, const QString &checkpoint);
+    /// The report of the task in view as Markdown, with the files that have changed since its request if those are what
+    /// is compared.
+    Q_INVOKABLE QString reportMarkdown() const;
 
     /// The states to go back to, the newest first: {"id", "time", "title"}.
     Q_INVOKABLE QVariantList restorePoints() const;
@@ -356,6 +370,7 @@ private:
     bool measuring() const { return connection.isMeasuring(); }
     QVariantList connectionMeasures() const { return connection.measures(); }
     Differences *differences() { return &compared; }
+    QVariantMap takeIn() const { return taking.state(); }
     bool restoring() const { return restoreTimer.isActive(); }
     bool restoreCanUndo() const { return canUndoRestore; }
     QVariantList handEdits() const { return editWatch.edits(); }
@@ -374,6 +389,7 @@ private:
     Attachments attachments;
     EditWatch editWatch;
     Differences compared;
+    TakingIn taking;
     QTimer restoreTimer; ///< Runs while files are restored.
     int restoreFaults = 0;
     bool canUndoRestore = false;

@@ -2,10 +2,13 @@
 
 #include "backend.h"
 
+#include "export_files.h"
 #include "helpers.h"
+#include "narrator.h"
 
 #include <QElapsedTimer>
-#include <QHash>
+#include <QFileInfo>
+#include <QUrl>
 
 #include <algorithm>
 
@@ -16,6 +19,11 @@ namespace vesk {
 namespace {
 
 constexpr int sliceMs = 8; ///< Of the 16 that a picture has.
+
+QString taskTitle()
+{
+    return u"Что изменилось с запроса"_s;
+}
 
 } // namespace
 
@@ -62,6 +70,7 @@ void Backend::settleEdits(const QString &path, bool takesOwn)
 /// Files that change by themselves are nothing to work with.
 void Backend::requireStill()
 {
+    require(!taking.isTaking(), u"Дождитесь, пока файлы проекта будут приняты."_s);
     if (!core.workspace.isRestoring())
         return;
     startRestoring(); // once more, if it has given up
@@ -74,6 +83,37 @@ void Backend::startRestoring()
         return;
     restoreFaults = 0;
     restoreTimer.start(0);
+}
+
+void Backend::lookAtFolder(const QString &folder)
+{
+    guard([&] {
+        requireQuiet();
+        const QString path = folder.startsWith("file:"_L1) ? QUrl(folder).toLocalFile() : folder;
+        const QFileInfo place(path);
+        require(place.isDir(), u"Такой папки нет: "_s + path);
+        const QString root = place.canonicalFilePath();
+        const QJsonArray projects = core.store.list(u"projects"_s, {});
+        for (const QJsonValue &project : projects) {
+            if (project["root"_L1].toString() == root)
+                return openProject(project["id"_L1].toString());
+        }
+        taking.look(root);
+    });
+}
+
+void Backend::acceptFolder()
+{
+    guard([this] {
+        requireQuiet();
+        openProject(taking.accept());
+    });
+}
+
+void Backend::cancelFolder()
+{
+    if (!taking.isTaking())
+        taking.cancel();
 }
 
 void Backend::compareEdit(const QString &path)
@@ -89,7 +129,7 @@ void Backend::compareTask(const QString &task)
 {
     guard([&] {
         const QJsonObject before = core.workspace.checkpointOf(task.isEmpty() ? view.id() : task);
-        compared.show(u"Что изменилось с запроса"_s,
+        compared.show(taskTitle(),
                       before.isEmpty() ? QList<FileChange>() : core.workspace.changesSince(before));
     });
 }
@@ -181,6 +221,36 @@ void Backend::restoreRevision(const QString &path, int revision)
         requireStill();
         (void)core.workspace.restoreRevision(path, revision);
     });
+}
+
+void Backend::exportFiles(const QString &target, const QString &checkpoint)
+{
+    guard([&] {
+        const QString place = target.startsWith("file:"_L1) ? QUrl(target).toLocalFile() : target;
+        const QJsonObject snapshot = core.store.get(u"checkpoints"_s, checkpoint);
+        require(checkpoint.isEmpty() || snapshot["project_id"_L1].toString() == core.workspace.project(),
+                u"Это состояние относится к другому проекту."_s);
+        vesk::exportFiles(core.workspace,
+                          checkpoint.isEmpty() ? core.workspace.files() : snapshot["files"_L1].toArray(), place);
+    });
+}
+
+QString Backend::reportMarkdown() const
+{
+    const QJsonObject state = selected();
+    QStringList lines{u"# "_s + oneLine(state["spec"_L1]["original_request"_L1].toString()), {},
+                      Narrator::report(state)};
+    const QVariantList changed = compared.files();
+    if (compared.title() == taskTitle() && !changed.isEmpty())
+        lines << QString() << u"## Файлы"_s << QString();
+    for (const QVariant &each : changed) {
+        const QVariantMap file = each.toMap();
+        if (compared.title() == taskTitle())
+            lines.append(u"- `%1`: %2, +%3 −%4"_s.arg(file[u"path"_s].toString(), file[u"change"_s].toString())
+                             .arg(file[u"added"_s].toInt())
+                             .arg(file[u"removed"_s].toInt()));
+    }
+    return lines.join(u'\n') + u'\n';
 }
 
 } // namespace vesk

@@ -55,6 +55,7 @@ void Backend::makeProject(const QString &name, const QString &folder)
     editWatch.forget();
     compared.clear();
     resumeRestore();
+    taking.resume();
 }
 
 void Backend::selectProject(const QString &projectId)
@@ -78,6 +79,7 @@ void Backend::openProject(const QString &projectId)
     editWatch.forget();
     compared.clear();
     resumeRestore();
+    taking.resume();
     lookForEdits();
 }
 

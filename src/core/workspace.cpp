@@ -80,6 +80,7 @@ bool isDeleted(const QJsonObject &record)
 
 /// The record of bytes that are no text; its "content" shows them as far as it can.
 constexpr auto bytesKey = "content_base64"_L1;
+constexpr auto contentKey = "content"_L1;
 
 /// The bytes as text. Unlike QString::fromUtf8 it keeps a byte order mark, so that they can be had back from it.
 QString decoded(const QByteArray &bytes)
@@ -220,8 +221,7 @@ QJsonObject Workspace::writeAs(const QString &relativePath, const QByteArray &by
     return keep(relativePath, bytes, author);
 }
 
-/// Records what stands on the disk by now as the next revision.
-QJsonObject Workspace::keep(const QString &relativePath, const QByteArray &bytes, const QString &author, bool deleted)
+QJsonObject Workspace::newRevision(const QString &relativePath, const QByteArray &bytes, const QString &author) const
 {
     QJsonObject revision{
         {u"id"_s, id()},
@@ -233,10 +233,17 @@ QJsonObject Workspace::keep(const QString &relativePath, const QByteArray &bytes
         {u"timestamp"_s, now()},
         {u"author_agent"_s, author},
         {u"status"_s, u"REVIEWING"_s},
-        {u"content"_s, decoded(bytes)},
+        {contentKey, decoded(bytes)},
     };
-    if (std::as_const(revision)["content"_L1].toString().toUtf8() != bytes)
+    if (std::as_const(revision)[contentKey].toString().toUtf8() != bytes)
         revision[bytesKey] = QString::fromLatin1(bytes.toBase64());
+    return revision;
+}
+
+/// Records what stands on the disk by now as the next revision.
+QJsonObject Workspace::keep(const QString &relativePath, const QByteArray &bytes, const QString &author, bool deleted)
+{
+    QJsonObject revision = newRevision(relativePath, bytes, author);
     if (deleted) {
         revision[u"deleted"_s] = true;
         revision[u"status"_s] = removedByUser;
@@ -248,6 +255,41 @@ QJsonObject Workspace::keep(const QString &relativePath, const QByteArray &bytes
         store.put(u"files"_s, key(relativePath), projectId, revision);
     });
     return revision;
+}
+
+QList<ConfinedFolder::Entry> Workspace::entries(const QString &path) const
+{
+    require(!rootPath.isEmpty(), noWorkspace);
+    require(folder->isInPlace(), u"Workspace root changed or was redirected"_s);
+    return folder->entries(QFile::encodeName(path));
+}
+
+void Workspace::takeNew(const QStringList &paths)
+{
+    store.atomic([&] {
+        for (const QString &path : paths) {
+            if (!latest(path).isEmpty())
+                continue;
+            QByteArray bytes;
+            try {
+                bytes = read(path);
+            } catch (const std::exception &) {
+                continue;
+            }
+            QJsonObject revision = newRevision(path, bytes, userAuthor);
+            const QString revisionId = std::as_const(revision)["id"_L1].toString();
+            store.put(u"file_revisions"_s, revisionId, projectId, revision);
+            revision.remove(contentKey);
+            revision.remove(bytesKey);
+            revision["bytes"_L1] = bytes.size();
+            store.put(u"files"_s, key(path), projectId, revision);
+        }
+    });
+}
+
+bool Workspace::takesLazily() const
+{
+    return !projectId.isEmpty() && store.get(u"settings"_s, u"take-in:"_s + projectId)["lazy"_L1].toBool();
 }
 
 /// Brings the bytes to their name. `old` is what stands there and was checked; none for a file that is to be new.
@@ -271,7 +313,8 @@ QJsonObject Workspace::latest(const QString &relativePath) const
 
 QByteArray Workspace::recorded(const QString &relativePath) const
 {
-    return contentOf(latest(relativePath));
+    const QJsonObject record = latest(relativePath);
+    return record.isEmpty() ? QByteArray() : contentOf(record);
 }
 
 QJsonArray Workspace::revisions(const QString &relativePath) const
@@ -402,11 +445,11 @@ QList<FileChange> Workspace::changesSince(const QJsonObject &snapshot) const
         states[record["path"_L1].toString()].after = record.toObject();
 
     QList<FileChange> changes;
-    const auto contentKey = [](const QJsonObject &record) {
+    const auto stateOf = [](const QJsonObject &record) {
         return record.isEmpty() || isDeleted(record) ? QString() : record["hash"_L1].toString();
     };
     for (const auto &[path, state] : std::as_const(states).asKeyValueRange()) {
-        if (contentKey(state.before) != contentKey(state.after))
+        if (stateOf(state.before) != stateOf(state.after))
             changes.append({path, state.before, state.after});
     }
     return changes;
@@ -469,6 +512,10 @@ void Workspace::rollback(const QString &checkpointId)
 /// stays as it is.
 QByteArray Workspace::contentOf(const QJsonObject &entry) const
 {
+    if (!entry.contains(contentKey) && !entry["id"_L1].toString().isEmpty()) {
+        const QJsonObject revision = store.get(u"file_revisions"_s, entry["id"_L1].toString());
+        return revision.contains(contentKey) ? contentOf(revision) : QByteArray();
+    }
     if (entry.contains(bytesKey))
         return QByteArray::fromBase64(entry[bytesKey].toString().toLatin1());
     const QByteArray text = entry["content"_L1].toString().toUtf8();

@@ -121,6 +121,16 @@ public:
     /// The files whose recorded content is another one than in a snapshot, by path.
     QList<FileChange> changesSince(const QJsonObject &snapshot) const;
 
+    /// What stands in a folder of the project, "" for the top.
+    QList<ConfinedFolder::Entry> entries(const QString &folder) const;
+
+    /// Makes files that have no record yet revisions 1 by the user, in one transaction; those that have one, or can't be
+    /// read, are passed over. Their "files" records hold no content, which is that of the revision.
+    void takeNew(const QStringList &paths);
+
+    /// Whether files of the user's own get their revision 1 when a task first touches them, instead of all at once.
+    bool takesLazily() const;
+
     /// Stores and returns a snapshot of the tracked files, contents included. Throws "Checkpoint conflict: external
     /// changes" and as read() does.
     QJsonObject checkpoint(const QString &taskId, const QJsonArray &graph);
@@ -165,6 +175,7 @@ private:
     QJsonObject writeAs(const QString &relativePath, const QByteArray &bytes, const QString &author,
                         int expectedRevision, std::optional<unsigned> mode);
     QJsonObject bring(const QString &relativePath, const QJsonObject &entry);
+    QJsonObject newRevision(const QString &relativePath, const QByteArray &bytes, const QString &author) const;
     QString restoreKey() const;
     void noteRestore(const QString &target, const QString &origin);
     void turnRestore(const QString &target, const QString &origin);

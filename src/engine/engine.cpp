@@ -17,6 +17,7 @@ namespace vesk {
 namespace {
 
 constexpr qint64 smallestBudget = 1000;
+constexpr qsizetype maxNotesChars = 6000;
 
 /// Name to full path of what a plan may use on this computer.
 QJsonObject availableExecutables()
@@ -107,6 +108,10 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
          }())},
     };
 
+    // What a project says to those who work on it.
+    const QString notes = QString::fromUtf8(workspace.recorded(u"AGENTS.md"_s)).left(maxNotesChars);
+    if (!notes.isEmpty())
+        spec["project_notes"_L1] = notes;
     grantFileAccess();
     step([&] {
         enter(Phase::intake);

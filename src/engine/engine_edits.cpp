@@ -46,7 +46,10 @@ QList<HandEdit> Engine::editsOf(const QStringList &paths) const
 {
     QList<HandEdit> edits;
     for (const QString &path : paths) {
-        if (const auto edit = workspace.handEdit(path))
+        const auto edit = workspace.handEdit(path);
+        if (edit && edit->kind == HandEdit::Kind::Added && workspace.takesLazily() && workspace.latest(path).isEmpty())
+            (void)workspace.takeEdit(path); // the user's own, touched for the first time
+        else if (edit)
             edits.append(*edit);
     }
     return edits;
@@ -156,10 +159,10 @@ bool Engine::isGivenUp(const Node &node) const
         && !workspace.stale(pathOf(node), node.revision);
 }
 
-/// What a file of the task holds; nothing when its user has removed it.
+/// What a file of the task holds as it is recorded, also when its user is just changing it; nothing once it is removed.
 QString Engine::fileText(const QString &path) const
 {
-    return isDeletedByUser(workspace.latest(path)) ? QString() : QString::fromUtf8(workspace.read(path));
+    return QString::fromUtf8(workspace.recorded(path));
 }
 
 } // namespace vesk

@@ -133,6 +133,9 @@ void Engine::mergeSpec(const QJsonObject &answer)
         merged.remove(key);
     for (const QString &key : keptSpecKeys())
         merged[key] = spec.contains(key) ? spec[key] : QJsonValue(QJsonValue::Null);
+    merged.remove("project_notes"_L1);
+    if (spec.contains("project_notes"_L1))
+        merged["project_notes"_L1] = std::as_const(spec)["project_notes"_L1];
     spec = merged;
 }
 

@@ -3,6 +3,7 @@
 #include "descriptor.h"
 
 #include <QByteArray>
+#include <QList>
 #include <QSet>
 
 #include <optional>
@@ -68,6 +69,13 @@ public:
         QByteArray name;
     };
 
+    /// What stands in a folder.
+    struct Entry {
+        QByteArray name;
+        Kind kind = Kind::Missing;
+        qint64 bytes = 0;
+    };
+
     /// Holds the folder at `path`, which is absolute and has no link in it. Nothing when it can't be opened.
     static std::optional<ConfinedFolder> hold(const QByteArray &path, Walk walk = Walk::InKernel);
 
@@ -78,6 +86,9 @@ public:
     bool isInPlace() const;
 
     Kind probe(const QByteArray &path) const;
+
+    /// What stands in a folder, in no order; an empty path is the held folder itself. Nothing when it can't be listed.
+    QList<Entry> entries(const QByteArray &path) const;
 
     /// Reads a regular file with one name and at most `limit` bytes.
     Result read(const QByteArray &path, qint64 limit, Content &content) const;

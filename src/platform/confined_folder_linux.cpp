@@ -10,8 +10,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits.h>
+#include <memory>
 #include <utility>
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <linux/openat2.h>
@@ -240,6 +242,32 @@ ConfinedFolder::Kind ConfinedFolder::probe(const QByteArray &path) const
     default:
         return Kind::Unknown;
     }
+}
+
+QList<ConfinedFolder::Entry> ConfinedFolder::entries(const QByteArray &path) const
+{
+    const Descriptor folder = open(root.get(), path.isEmpty() ? QByteArray(".") : path, O_PATH | O_DIRECTORY);
+    struct stat home{};
+    if (!folder || ::fstat(root.get(), &home) != 0)
+        return {};
+    const int listed = ::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::unique_ptr<DIR, int (*)(DIR *)> names(listed < 0 ? nullptr : ::fdopendir(listed), ::closedir);
+    QList<Entry> found;
+    while (const dirent *name = names ? ::readdir(names.get()) : nullptr) {
+        struct stat state{};
+        const QByteArray called(name->d_name);
+        if (called == "." || called == ".."
+            || ::fstatat(folder.get(), name->d_name, &state, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
+            continue;
+        // A folder mounted from the same file system is told apart when it is opened.
+        const Kind kind = S_ISLNK(state.st_mode) ? Kind::Link
+            : state.st_dev != home.st_dev        ? Kind::Mount
+            : S_ISREG(state.st_mode)             ? Kind::File
+            : S_ISDIR(state.st_mode)             ? Kind::Folder
+                                                 : Kind::Other;
+        found.append({called, kind, qint64(state.st_size)});
+    }
+    return found;
 }
 
 ConfinedFolder::Result ConfinedFolder::read(const QByteArray &path, qint64 limit, Content &content) const

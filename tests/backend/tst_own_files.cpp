@@ -117,6 +117,32 @@ private Q_SLOTS:
         QVERIFY(contentOf(root + u"/calculator.html"_s) != page);
     }
 
+    void aFolderOfTheUsersBecomesAProject()
+    {
+        const QString folder = desk->path(u"mine"_s);
+        for (int i = 0; i < 300; ++i)
+            save(folder + u"/d/f%1.txt"_s.arg(i), "mine");
+        save(folder + u"/.env"_s, "KEY=1");
+        const auto phase = [&] { return desk->read("takeIn").toMap()[u"phase"_s].toString(); };
+        desk->call("lookAtFolder", {folder});
+        QVERIFY(Desk::waitFor([&] { return phase() == u"offer"_s; }));
+        QCOMPARE(desk->read("takeIn").toMap()[u"count"_s].toInt(), 300);
+        QCOMPARE(desk->read("root").toString(), root); // nothing has happened yet
+        desk->call("acceptFolder");
+        QCOMPARE(phase(), u"taking"_s);
+        QVERIFY(Desk::waitFor([&] { return desk->read("takeIn").toMap()[u"done"_s].toInt() > 0; }));
+        desk->reopen(); // in the middle
+        QVERIFY(Desk::waitFor([&] { return phase().isEmpty(); }));
+        QCOMPARE(desk->read("files").toList().size(), 300);
+        QCOMPARE(desk->read("handEdits").toList().size(), 0);
+        QCOMPARE(contentOf(folder + u"/d/f7.txt"_s), "mine");
+        desk->call("exportFiles", {desk->path(u"copy.zip"_s), u""_s});
+        QCOMPARE(desk->message(), QString());
+        QVERIFY(QFile::exists(desk->path(u"copy.zip"_s)));
+        desk->call("lookAtFolder", {folder});
+        QCOMPARE(phase(), QString()); // it is a project by now
+    }
+
 private:
     /// A finished task of the demonstration, which makes two files.
     void makeCalculator()

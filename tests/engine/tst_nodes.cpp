@@ -1,6 +1,7 @@
 #include "json_text.h"
 #include "planned_run.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTest>
 
@@ -30,6 +31,28 @@ QJsonObject draftOf(const PlannedRun &run, const QString &path)
 class NodesTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void aLargeProjectIsMappedWithinItsRoom()
+    {
+        PlannedRun run({code(u"d7/f77.txt"_s)});
+        QStringList paths{u"AGENTS.md"_s};
+        QVERIFY(run.save(u"AGENTS.md"_s, "Пиши тесты"));
+        for (int i = 0; i < 1500; ++i) {
+            paths << u"d%1/f%2.txt"_s.arg(i % 50).arg(i);
+            QDir(run.workspace.root()).mkpath(u"d%1"_s.arg(i % 50));
+            QVERIFY(run.save(paths.last(), "x"));
+        }
+        run.workspace.takeNew(paths);
+        run.start(u"Поправь d27/f77.txt"_s);
+        QCOMPARE(run.outcome(), u"COMPLETED"_s);
+        const QJsonObject task = run.model.input(u"planner"_s)[u"task"_s].toObject();
+        QCOMPARE(task[u"project_notes"_s].toString(), u"Пиши тесты"_s);
+        QCOMPARE(task[u"existing_files"_s].toArray().size(), 1); // what the request names
+        const QString map = task[u"project_map"_s].toString();
+        QVERIFY2(map.size() <= 12000 && map.contains(u"d7/ (30): f7.txt, "_s) && map.contains(u"d49/ (30):"_s),
+                 qPrintable(map));
+        QCOMPARE(run.orders(u"d7/f77.txt"_s).size(), 1);
+    }
+
     void theBuildCommandBecomesACheckBehindAllCode()
     {
         const QJsonObject a = code(u"a.txt"_s);

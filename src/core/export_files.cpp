@@ -1,0 +1,161 @@
+// A project's files for somewhere else.
+
+#include "export_files.h"
+
+#include "helpers.h"
+#include "path_rules.h"
+#include "workspace.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QScopeGuard>
+#include <QtEndian>
+
+#include <array>
+#include <functional>
+#include <limits>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr int usualMode = 0644;
+
+quint32 crc32(const QByteArray &bytes)
+{
+    static const auto table = [] {
+        std::array<quint32, 256> values{};
+        for (quint32 i = 0; i < values.size(); ++i) {
+            quint32 value = i;
+            for (int bit = 0; bit < 8; ++bit)
+                value = (value >> 1) ^ ((value & 1) != 0 ? 0xedb88320U : 0);
+            values[i] = value;
+        }
+        return values;
+    }();
+    quint32 sum = ~0U;
+    for (const char c : bytes)
+        sum = (sum >> 8) ^ table[(sum ^ uchar(c)) & 0xff];
+    return ~sum;
+}
+
+template <typename Number> QByteArray little(Number number)
+{
+    QByteArray bytes(sizeof(Number), Qt::Uninitialized);
+    qToLittleEndian(number, bytes.data());
+    return bytes;
+}
+
+/// The plain form of a zip file, without the extensions for more than 65,535 files or 4 GiB.
+class ZipFile {
+public:
+    explicit ZipFile(QIODevice &device)
+        : device(device)
+    {
+    }
+
+    void add(const QByteArray &name, const QByteArray &bytes, int mode)
+    {
+        require(count < std::numeric_limits<quint16>::max()
+                    && device.pos() + bytes.size() < std::numeric_limits<quint32>::max(),
+                u"Для одного zip-файла слишком много файлов: сохраните в папку."_s);
+        // qCompress puts a length and a zlib header in front of the raw stream, and a checksum behind it.
+        const QByteArray wrapped = qCompress(bytes);
+        const QByteArray packed = wrapped.sliced(6, wrapped.size() - 10);
+        const bool isSmaller = packed.size() < bytes.size();
+        const QByteArray &stored = isSmaller ? packed : bytes;
+        constexpr quint16 utf8Names = 0x0800;
+        constexpr quint16 noTime = 0;
+        constexpr quint16 firstDay = 0x21; // 1 January 1980
+        const QByteArray common = little<quint16>(20) + little<quint16>(utf8Names)
+            + little<quint16>(isSmaller ? 8 : 0) + little<quint16>(noTime) + little<quint16>(firstDay)
+            + little<quint32>(crc32(bytes)) + little<quint32>(quint32(stored.size()))
+            + little<quint32>(quint32(bytes.size())) + little<quint16>(quint16(name.size())) + little<quint16>(0);
+        const quint16 madeOnUnix = 3 << 8 | 20;
+        directory += "PK\1\2" + little<quint16>(madeOnUnix) + common + little<quint16>(0) + little<quint16>(0)
+            + little<quint16>(0) + little<quint32>(quint32(0100000 | mode) << 16)
+            + little<quint32>(quint32(device.pos())) + name;
+        write("PK\3\4" + common + name + stored);
+        ++count;
+    }
+
+    void end()
+    {
+        const quint32 start = quint32(device.pos());
+        write(directory);
+        write("PK\5\6" + little<quint16>(0) + little<quint16>(0) + little<quint16>(count) + little<quint16>(count)
+              + little<quint32>(quint32(directory.size())) + little<quint32>(start) + little<quint16>(0));
+    }
+
+private:
+    void write(const QByteArray &bytes)
+    {
+        require(device.write(bytes) == bytes.size(), u"Не удалось записать файл: "_s + device.errorString());
+    }
+
+    QIODevice &device;
+    QByteArray directory;
+    quint16 count = 0;
+};
+
+using Take = std::function<void(const QString &path, const QByteArray &bytes, int mode)>;
+
+void eachFile(const Workspace &workspace, const QJsonArray &records, const Take &take)
+{
+    for (const QJsonValue &record : records) {
+        if (const auto bytes = workspace.bytesOf(record.toObject()))
+            take(slashed(record["path"_L1].toString()), *bytes, record["mode"_L1].toInt(usualMode));
+    }
+}
+
+void exportZip(const Workspace &workspace, const QJsonArray &records, const QString &target)
+{
+    QSaveFile file(target);
+    require(file.open(QIODevice::WriteOnly), u"Не удалось создать файл: "_s + target);
+    ZipFile zip(file);
+    eachFile(workspace, records, [&](const QString &path, const QByteArray &bytes, int mode) {
+        zip.add(path.toUtf8(), bytes, mode);
+    });
+    zip.end();
+    require(file.commit(), u"Не удалось записать файл: "_s + file.errorString());
+}
+
+void exportFolder(const Workspace &workspace, const QJsonArray &records, const QString &target)
+{
+    const QString part = target + u".vesk-part-"_s + id().left(8);
+    require(QDir().mkpath(part), u"Не удалось создать папку: "_s + target);
+    const auto clear = qScopeGuard([&] { QDir(part).removeRecursively(); });
+    eachFile(workspace, records, [&](const QString &path, const QByteArray &bytes, int mode) {
+        const QString name = part + u'/' + path;
+        QDir().mkpath(QFileInfo(name).path());
+        QFile file(name);
+        require(file.open(QIODevice::WriteOnly | QIODevice::NewOnly) && file.write(bytes) == bytes.size()
+                    && file.flush(),
+                u"Не удалось записать файл: "_s + path + u": "_s + file.errorString());
+        if ((mode & 0100) != 0)
+            file.setPermissions(file.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeUser
+                                | QFileDevice::ExeGroup | QFileDevice::ExeOther);
+    });
+    require(QDir().rename(part, target), u"Не удалось создать папку: "_s + target);
+}
+
+} // namespace
+
+void exportFiles(const Workspace &workspace, const QJsonArray &records, const QString &target)
+{
+    require(QDir::isAbsolutePath(target), u"Нужен полный путь: "_s + target);
+    require(!QFileInfo::exists(target), u"Такой файл или папка уже есть: "_s + target);
+    // Into the project itself a copy would be taken for the user's new files.
+    require(!(QDir::cleanPath(target) + u'/').startsWith(workspace.root() + u'/'),
+            u"Выберите место вне папки проекта: "_s + target);
+    if (target.endsWith(".zip"_L1, Qt::CaseInsensitive))
+        exportZip(workspace, records, target);
+    else
+        exportFolder(workspace, records, target);
+}
+
+} // namespace vesk

@@ -1,0 +1,125 @@
+// Which files of a folder become those of a project.
+
+#include "take_in.h"
+
+#include "diff.h"
+#include "path_rules.h"
+#include "workspace.h"
+
+#include <algorithm>
+#include <exception>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr qint64 largestBinary = 1024 * 1024;
+constexpr qint64 largestFile = 2 * 1024 * 1024;
+
+bool isOneOf(const QString &name, const QStringList &globs)
+{
+    const QString lower = name.toLower();
+    return std::ranges::any_of(globs, [&](const QString &glob) { return fitsGlob(glob, lower); });
+}
+
+bool isSecret(const QString &name)
+{
+    static const QStringList secrets{
+        u".env"_s,   u".env.*"_s,     u"*.pem"_s,    u"*.key"_s,       u"*.p12"_s,          u"*.pfx"_s,
+        u"*.jks"_s,  u"*.keystore"_s, u"*.kdbx"_s,   u"id_rsa*"_s,     u"id_ed25519*"_s,    u"id_ecdsa*"_s,
+        u".netrc"_s, u".npmrc"_s,     u".pypirc"_s,  u".htpasswd"_s,   u"credentials"_s,    u"credentials.json"_s,
+        u".ssh"_s,   u".aws"_s,       u".gnupg"_s,   u"secrets.*"_s,   u".git-credentials"_s};
+    static const QStringList samples{u"*.example"_s, u"*.sample"_s, u"*.template"_s, u"*.pub"_s};
+    return isOneOf(name, secrets) && !isOneOf(name, samples);
+}
+
+} // namespace
+
+QString reasonAgainstName(const QString &name, bool isFolder)
+{
+    static const QStringList versions{u".git"_s, u".hg"_s, u".svn"_s, u".bzr"_s};
+    static const QStringList made{u"node_modules"_s, u"bower_components"_s, u".venv"_s, u"venv"_s, u"__pycache__"_s,
+                                  u"build"_s, u"build-*"_s, u"cmake-build-*"_s, u"dist"_s, u"out"_s, u"target"_s,
+                                  u".cache"_s, u".pytest_cache"_s, u".mypy_cache"_s, u".tox"_s, u".gradle"_s,
+                                  u".next"_s, u".idea"_s, u".vs"_s};
+    if (isOneOf(name, versions))
+        return u"система версий"_s;
+    if (isFolder && isOneOf(name, made))
+        return u"сборка и зависимости"_s;
+    if (isSecret(name))
+        return u"ключи и пароли"_s;
+    return {};
+}
+
+TakeIn::TakeIn(const Workspace &workspace)
+    : workspace(workspace)
+    , waiting{QString()}
+{
+}
+
+void TakeIn::readRules(const QString &folder)
+{
+    for (const QString &name : {u".gitignore"_s, u".veskignore"_s}) {
+        try {
+            const QString path = folder.isEmpty() ? name : folder + u'/' + name;
+            rules.add(folder, QString::fromUtf8(workspace.read(path)));
+        } catch (const std::exception &) {
+            continue; // there is none, or none that can be read
+        }
+    }
+}
+
+QString TakeIn::reasonAgainst(const QString &path, bool isFolder) const
+{
+    const QString reason = reasonAgainstName(path.section(u'/', -1), isFolder);
+    if (!reason.isEmpty())
+        return reason;
+    const JudgedPath judged = vesk::judged(path);
+    if (path.contains(QChar::ReplacementCharacter) || !judged.fault.isEmpty() || !judged.newFault.isEmpty())
+        return u"недопустимые имена"_s;
+    return rules.leavesOut(path, isFolder) ? u".gitignore и .veskignore"_s : QString();
+}
+
+QString TakeIn::reasonAgainstFile(const QString &path, qint64 bytes) const
+{
+    if (bytes > largestFile)
+        return u"больше 2 МиБ"_s;
+    try {
+        if (bytes > largestBinary && isBinary(workspace.read(path)))
+            return u"не текст, больше 1 МиБ"_s;
+    } catch (const std::exception &) {
+        return u"не читаются"_s;
+    }
+    return {};
+}
+
+bool TakeIn::lookOn()
+{
+    if (waiting.isEmpty())
+        return false;
+    const QString folder = waiting.takeLast();
+    readRules(folder);
+    const QList<ConfinedFolder::Entry> entries = workspace.entries(folder);
+    for (const ConfinedFolder::Entry &entry : entries) {
+        const QString name = QString::fromUtf8(entry.name);
+        const QString path = folder.isEmpty() ? name : folder + u'/' + name;
+        const bool isFolder = entry.kind == ConfinedFolder::Kind::Folder;
+        QString reason = reasonAgainst(path, isFolder);
+        if (reason.isEmpty() && !isFolder)
+            reason = entry.kind != ConfinedFolder::Kind::File ? u"ссылки и другие файловые системы"_s
+                                                              : reasonAgainstFile(path, entry.bytes);
+        if (!reason.isEmpty()) {
+            ++left[reason];
+        } else if (isFolder) {
+            waiting.append(path);
+        } else {
+            found.append({path, entry.bytes});
+            size += entry.bytes;
+        }
+    }
+    return !waiting.isEmpty();
+}
+
+} // namespace vesk
