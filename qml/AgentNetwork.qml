@@ -20,6 +20,7 @@ Item {
     property string selectedRole: ""
     property real pulse: 0
 
+    readonly property var profileOf: Network.byId(profiles)
     readonly property var nodes: Network.definitions(profiles, height)
     readonly property var edges: Network.edges(profiles, nodes)
     readonly property var latest: Network.latestRuns(Array.from(task.runs ?? []))
@@ -43,7 +44,7 @@ Item {
     signal revealed(real top, real bottom)
 
     function profile(role: string): var {
-        return profiles.find(profile => profile.id === role) ?? {};
+        return profileOf[role] ?? {};
     }
     /* The last run of an agent, or an empty record. The chief agent has two roles, and one name. */
     function run(role: string): var {
@@ -132,9 +133,12 @@ Item {
         Rectangle {
             required property int index
             readonly property int at: index * 5
+            readonly property point from: Qt.point(root.wires[at] - width / 2, root.wires[at + 1] - height / 2)
+            readonly property real dx: root.wires[at + 2] - root.wires[at]
+            readonly property real dy: root.wires[at + 3] - root.wires[at + 1]
             visible: root.wires[at + 4] === 1
-            x: visible ? root.wires[at] + (root.wires[at + 2] - root.wires[at]) * root.pulse - width / 2 : 0
-            y: visible ? root.wires[at + 1] + (root.wires[at + 3] - root.wires[at + 1]) * root.pulse - height / 2 : 0
+            x: visible ? from.x + dx * root.pulse : 0
+            y: visible ? from.y + dy * root.pulse : 0
             width: 5
             height: 5
             radius: 2.5

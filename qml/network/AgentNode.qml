@@ -112,6 +112,8 @@ Control {
         horizontalAlignment: Text.AlignHCenter
         elide: Text.ElideRight
         color: Theme.nodeLabel
+        style: Text.Outline // wires may pass below it
+        styleColor: Theme.nodeIdle
         font.family: Theme.family
         font.pixelSize: Theme.small
     }

@@ -39,6 +39,13 @@ const baseEdges = [
 ];
 const activeStates = ["THINKING", "PLANNING", "WORKING", "REVIEWING", "FIXING", "USING_TOOL"];
 
+function byId(profiles) {
+    const found = {};
+    for (const profile of profiles)
+        found[profile.id] = profile;
+    return found;
+}
+
 /* A plain array: the lists of the engine's own type lack some of its methods. */
 function ownAgents(profiles) {
     return Array.from(profiles).filter(profile => profile.custom);
