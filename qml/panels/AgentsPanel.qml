@@ -18,6 +18,21 @@ ColumnLayout {
     signal configureAgent(string role)
     signal inspectRun(var run)
 
+    /* Two agents, or an agent and its stage. */
+    function cut(agent: string, role: string) {
+        if (profiles.find(profile => profile.id === role)?.custom)
+            service.unlinkAgents(agent, role);
+        else
+            service.linkAgent(agent, "");
+    }
+    function reveal(top: real, bottom: real) {
+        const tools = 32; // the row of buttons lies over the picture
+        if (top - tools < scroller.contentY)
+            scroller.contentY = Math.max(0, top - tools);
+        else if (bottom > scroller.contentY + scroller.height)
+            scroller.contentY = Math.min(scroller.contentHeight, bottom) - scroller.height;
+    }
+
     spacing: 12
 
     RowLayout {
@@ -61,6 +76,9 @@ ColumnLayout {
                 scrollOffset: scroller.contentY
                 onConfigure: role => root.configureAgent(role)
                 onLink: (agent, role) => root.service.connectAgents(agent, role)
+                onUnlink: (agent, role) => root.cut(agent, role)
+                onRemove: role => (removal.show() as RemoveAgentDialog).ask(role)
+                onRevealed: (top, bottom) => root.reveal(top, bottom)
                 onMoveNode: positions => root.service.setPreference("agent_positions", positions)
                 onInspect: run => {
                     if (run.role)
@@ -68,6 +86,10 @@ ColumnLayout {
                 }
             }
         }
+    }
+    UndoLine {
+        service: root.service
+        Layout.fillWidth: true
     }
     Rectangle {
         color: Theme.rule
@@ -87,5 +109,11 @@ ColumnLayout {
         text: "Перетаскивайте узлы. Двойной щелчок — skill и настройки."
         font.pixelSize: Theme.small
         Layout.fillWidth: true
+    }
+
+    LazyDialog {
+        id: removal
+        visible: false
+        sourceComponent: RemoveAgentDialog { service: root.service }
     }
 }
