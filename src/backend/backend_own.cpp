@@ -129,8 +129,7 @@ void Backend::compareTask(const QString &task)
 {
     guard([&] {
         const QJsonObject before = core.workspace.checkpointOf(task.isEmpty() ? view.id() : task);
-        compared.show(taskTitle(),
-                      before.isEmpty() ? QList<FileChange>() : core.workspace.changesSince(before));
+        compared.show(taskTitle(), before.isEmpty() ? QList<FileChange>() : core.workspace.changesSince(before));
     });
 }
 
@@ -238,8 +237,8 @@ void Backend::exportFiles(const QString &target, const QString &checkpoint)
 QString Backend::reportMarkdown() const
 {
     const QJsonObject state = selected();
-    QStringList lines{u"# "_s + oneLine(state["spec"_L1]["original_request"_L1].toString()), {},
-                      Narrator::report(state)};
+    QStringList lines{
+        u"# "_s + oneLine(state["spec"_L1]["original_request"_L1].toString()), {}, Narrator::report(state)};
     const QVariantList changed = compared.files();
     if (compared.title() == taskTitle() && !changed.isEmpty())
         lines << QString() << u"## Файлы"_s << QString();

@@ -66,7 +66,8 @@ std::shared_ptr<const ComparedFile> ComparedFile::of(const QString &path, std::o
     compared->path = path;
     compared->before = std::move(before);
     compared->after = std::move(after);
-    compared->binary = (compared->before && isBinary(*compared->before)) || (compared->after && isBinary(*compared->after));
+    compared->binary
+        = (compared->before && isBinary(*compared->before)) || (compared->after && isBinary(*compared->after));
     if (compared->binary)
         return compared;
     if (compared->before)

@@ -64,8 +64,8 @@ private:
     QList<Row> rows;
 };
 
-/// A line for a text that reads simple markup: signs of markup are escaped, blanks stay, tabs are four, changed parts are
-/// bold and underlined. What is beyond 1000 characters is left out, with a sign.
+/// A line for a text that reads simple markup: signs of markup are escaped, blanks stay, tabs are four, changed parts
+/// are bold and underlined. What is beyond 1000 characters is left out, with a sign.
 QString markedLine(const QString &line, const QList<Span> &changed);
 
 } // namespace vesk

@@ -85,8 +85,8 @@ void Differences::begin(const QString &title, const QList<File> &all)
 void Differences::compareNext()
 {
     const auto isLeft = [](const File &file) { return !file.compared && file.fault.isEmpty(); };
-    auto next = std::ranges::find_if(
-        compareds, [&](const File &file) { return isLeft(file) && file.change.path == selected; });
+    auto next = std::ranges::find_if(compareds,
+                                     [&](const File &file) { return isLeft(file) && file.change.path == selected; });
     if (next == compareds.end())
         next = std::ranges::find_if(compareds, isLeft);
     comparing = next != compareds.end();
@@ -96,8 +96,8 @@ void Differences::compareNext()
     File &file = compareds[at];
     try {
         auto before = workspace.bytesOf(file.change.before);
-        auto after = file.fromDisk ? std::optional(workspace.read(file.change.path))
-                                   : workspace.bytesOf(file.change.after);
+        auto after
+            = file.fromDisk ? std::optional(workspace.read(file.change.path)) : workspace.bytesOf(file.change.after);
         pool.start([this, at, noted = generation, path = file.change.path, before = std::move(before),
                     after = std::move(after)]() mutable {
             auto compared = ComparedFile::of(path, std::move(before), std::move(after));
@@ -135,8 +135,7 @@ void Differences::take(qsizetype at, const std::shared_ptr<const ComparedFile> &
 
 const Differences::File *Differences::shownFile() const
 {
-    const auto found
-        = std::ranges::find_if(compareds, [&](const File &file) { return file.change.path == selected; });
+    const auto found = std::ranges::find_if(compareds, [&](const File &file) { return file.change.path == selected; });
     return found == compareds.end() ? nullptr : &*found;
 }
 
@@ -172,7 +171,10 @@ QVariantList Differences::files() const
         const bool is = isThere(file.change.after);
         const LineCounts counts = file.compared ? file.compared->counts : LineCounts();
         shown.append(QVariantMap{{u"path"_s, file.change.path},
-                                 {u"change"_s, !was ? u"добавлен"_s : !is ? u"удалён"_s : u"изменён"_s},
+                                 {u"change"_s,
+                                  !was      ? u"добавлен"_s
+                                      : !is ? u"удалён"_s
+                                            : u"изменён"_s},
                                  {u"added"_s, counts.added},
                                  {u"removed"_s, counts.removed},
                                  {u"known"_s, file.compared && !file.compared->binary}});

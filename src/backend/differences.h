@@ -9,8 +9,8 @@
 
 namespace vesk {
 
-/// What is compared in the window: some files in two states each, and the lines of one of them. Comparing goes on beside
-/// the interface, one file after the other. Main thread only.
+/// What is compared in the window: some files in two states each, and the lines of one of them. Comparing goes on
+/// beside the interface, one file after the other. Main thread only.
 class Differences : public QObject {
     Q_OBJECT
     Q_PROPERTY(QString title READ title NOTIFY changed)

@@ -83,8 +83,7 @@ void TakingIn::cancel()
 void TakingIn::resume()
 {
     cancel();
-    if (workspace.project().isEmpty()
-        || !store.get(u"settings"_s, noteKey(workspace.project()))["pending"_L1].toBool())
+    if (workspace.project().isEmpty() || !store.get(u"settings"_s, noteKey(workspace.project()))["pending"_L1].toBool())
         return;
     agreed = true;
     beginLook(workspace);
@@ -141,9 +140,12 @@ QVariantMap TakingIn::state() const
     QVariantList left;
     for (const auto &[reason, count] : scan->leftOut().asKeyValueRange())
         left.append(QVariantMap{{u"reason"_s, reason}, {u"count"_s, count}});
-    return {{u"phase"_s, phase},         {u"folder"_s, (offered ? *offered : workspace).root()},
-            {u"count"_s, scan->files().size()}, {u"bytes"_s, scan->bytes()},
-            {u"done"_s, done},           {u"large"_s, scan->isLarge()},
+    return {{u"phase"_s, phase},
+            {u"folder"_s, (offered ? *offered : workspace).root()},
+            {u"count"_s, scan->files().size()},
+            {u"bytes"_s, scan->bytes()},
+            {u"done"_s, done},
+            {u"large"_s, scan->isLarge()},
             {u"left"_s, left}};
 }
 

@@ -13,8 +13,8 @@ namespace vesk {
 
 class Store;
 
-/// A folder of the user's becomes a project: it is looked at, offered, and taken in after a yes, a few milliseconds at a
-/// time. What a crash has interrupted goes on when the project is opened again: a file is taken in once.
+/// A folder of the user's becomes a project: it is looked at, offered, and taken in after a yes, a few milliseconds at
+/// a time. What a crash has interrupted goes on when the project is opened again: a file is taken in once.
 class TakingIn : public QObject {
     Q_OBJECT
 public:

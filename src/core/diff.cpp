@@ -6,7 +6,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <limits>
+#include <optional>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -55,9 +57,9 @@ private:
     {
         // The second half goes on here: recursion is as deep as the halving of the first ones.
         for (;;) {
-            while (fromA < toA && fromB < toB && a[size_t(fromA)] == b[size_t(fromB)])
+            while (fromA < toA && fromB < toB && a[std::size_t(fromA)] == b[std::size_t(fromB)])
                 ++fromA, ++fromB;
-            while (fromA < toA && fromB < toB && a[size_t(toA) - 1] == b[size_t(toB) - 1])
+            while (fromA < toA && fromB < toB && a[std::size_t(toA) - 1] == b[std::size_t(toB) - 1])
                 --toA, --toB;
             if (fromA == toA || fromB == toB)
                 break;
@@ -70,7 +72,10 @@ private:
         std::fill(changedB.begin() + fromB, changedB.begin() + toB, true);
     }
 
-    int &at(std::vector<int> &reached, int diagonal) const { return reached[size_t(diagonal + shift)]; }
+    int &at(std::vector<int> &reached, int diagonal) const
+    {
+        return reached[std::size_t(std::ptrdiff_t(diagonal) + shift)];
+    }
 
     /// One step further outward; the diagonals beside the reach get a value that never wins.
     void widen(Reach &reach, std::vector<int> &reached, int least, int most, int never) const
@@ -100,7 +105,7 @@ private:
             widen(ahead, forward, least, most, -1);
             for (int k = ahead.high; k >= ahead.low; k -= 2) {
                 int x = std::max(at(forward, k - 1) + 1, at(forward, k + 1));
-                while (x < toA && x - k < toB && a[size_t(x)] == b[size_t(x - k)])
+                while (x < toA && x - k < toB && a[std::size_t(x)] == b[std::size_t(x - k)])
                     ++x;
                 at(forward, k) = x;
                 if (isOdd && back.holds(k) && at(backward, k) <= x)
@@ -109,7 +114,7 @@ private:
             widen(back, backward, least, most, std::numeric_limits<int>::max());
             for (int k = back.high; k >= back.low; k -= 2) {
                 int x = std::min(at(backward, k - 1), at(backward, k + 1) - 1);
-                while (fromA < x && fromB < x - k && a[size_t(x) - 1] == b[size_t(x - k) - 1])
+                while (fromA < x && fromB < x - k && a[std::size_t(x) - 1] == b[std::size_t(x - k) - 1])
                     --x;
                 at(backward, k) = x;
                 if (!isOdd && ahead.holds(k) && x <= at(forward, k))
@@ -153,7 +158,7 @@ Reduced reduced(const Symbols &all, const std::vector<bool> &known, std::vector<
 {
     Reduced left;
     for (size_t i = 0; i < all.size(); ++i) {
-        if (known[size_t(all[i])]) {
+        if (known[std::size_t(all[i])]) {
             left.symbols.push_back(all[i]);
             left.places.push_back(qsizetype(i));
         } else {
@@ -165,9 +170,9 @@ Reduced reduced(const Symbols &all, const std::vector<bool> &known, std::vector<
 
 std::vector<bool> seenIn(const Symbols &all, int kinds)
 {
-    std::vector<bool> seen(size_t(kinds), false);
+    std::vector<bool> seen(std::size_t(kinds), false);
     for (const int symbol : all)
-        seen[size_t(symbol)] = true;
+        seen[std::size_t(symbol)] = true;
     return seen;
 }
 
@@ -195,7 +200,7 @@ template <typename View> QList<DiffBlock> sequenceDiff(const QList<View> &before
     QHash<View, int> numbers;
     const auto numbered = [&](const QList<View> &parts) {
         Symbols symbols;
-        symbols.reserve(size_t(parts.size()));
+        symbols.reserve(std::size_t(parts.size()));
         for (const View &part : parts) {
             const int next = int(numbers.size());
             const auto known = numbers.constFind(part);
@@ -216,11 +221,11 @@ template <typename View> QList<DiffBlock> sequenceDiff(const QList<View> &before
     Comparison(left.symbols, right.symbols, leftChanged, rightChanged).run();
     for (size_t i = 0; i < leftChanged.size(); ++i) {
         if (leftChanged[i])
-            changedA[size_t(left.places[i])] = true;
+            changedA[std::size_t(left.places[i])] = true;
     }
     for (size_t i = 0; i < rightChanged.size(); ++i) {
         if (rightChanged[i])
-            changedB[size_t(right.places[i])] = true;
+            changedB[std::size_t(right.places[i])] = true;
     }
     return blocksOf(changedA, changedB);
 }

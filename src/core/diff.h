@@ -50,8 +50,8 @@ WordDiff wordDiff(QStringView before, QStringView after);
 /// Whether bytes are no text for a person: they hold a NUL or are no UTF-8.
 bool isBinary(const QByteArray &bytes);
 
-/// The difference of one file as `patch -p1` applies it, with three lines of context; empty when there is none. `before`
-/// or `after` is nothing where there is no file. Of binary files one line says that they differ.
+/// The difference of one file as `patch -p1` applies it, with three lines of context; empty when there is none.
+/// `before` or `after` is nothing where there is no file. Of binary files one line says that they differ.
 QByteArray unifiedDiff(const QString &path, const std::optional<QByteArray> &before,
                        const std::optional<QByteArray> &after);
 

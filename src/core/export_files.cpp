@@ -71,10 +71,10 @@ public:
         constexpr quint16 utf8Names = 0x0800;
         constexpr quint16 noTime = 0;
         constexpr quint16 firstDay = 0x21; // 1 January 1980
-        const QByteArray common = little<quint16>(20) + little<quint16>(utf8Names)
-            + little<quint16>(isSmaller ? 8 : 0) + little<quint16>(noTime) + little<quint16>(firstDay)
-            + little<quint32>(crc32(bytes)) + little<quint32>(quint32(stored.size()))
-            + little<quint32>(quint32(bytes.size())) + little<quint16>(quint16(name.size())) + little<quint16>(0);
+        const QByteArray common = little<quint16>(20) + little<quint16>(utf8Names) + little<quint16>(isSmaller ? 8 : 0)
+            + little<quint16>(noTime) + little<quint16>(firstDay) + little<quint32>(crc32(bytes))
+            + little<quint32>(quint32(stored.size())) + little<quint32>(quint32(bytes.size()))
+            + little<quint16>(quint16(name.size())) + little<quint16>(0);
         const quint16 madeOnUnix = 3 << 8 | 20;
         directory += "PK\1\2" + little<quint16>(madeOnUnix) + common + little<quint16>(0) + little<quint16>(0)
             + little<quint16>(0) + little<quint32>(quint32(0100000 | mode) << 16)
@@ -117,9 +117,8 @@ void exportZip(const Workspace &workspace, const QJsonArray &records, const QStr
     QSaveFile file(target);
     require(file.open(QIODevice::WriteOnly), u"Не удалось создать файл: "_s + target);
     ZipFile zip(file);
-    eachFile(workspace, records, [&](const QString &path, const QByteArray &bytes, int mode) {
-        zip.add(path.toUtf8(), bytes, mode);
-    });
+    eachFile(workspace, records,
+             [&](const QString &path, const QByteArray &bytes, int mode) { zip.add(path.toUtf8(), bytes, mode); });
     zip.end();
     require(file.commit(), u"Не удалось записать файл: "_s + file.errorString());
 }

@@ -26,7 +26,8 @@ private:
     QList<Pattern> patterns;
 };
 
-/// Whether a name fits a pattern: "*" and "?" stop at a slash, "**/" and "/**" don't; "[a-z]", "[!a]" and "\\" as usual.
+/// Whether a name fits a pattern: "*" and "?" stop at a slash, "**/" and "/**" don't; "[a-z]", "[!a]" and "\\" as
+/// usual.
 bool fitsGlob(QStringView glob, QStringView name);
 
 } // namespace vesk

@@ -169,8 +169,8 @@ void Store::addOutline(const QString &task)
     write(Statement::PutOutline, u"tasks"_s, task, owner, jsonBytes(outline), time);
 }
 
-/// By file and number: those of one file are a handful among all that a project has had. What is missing is made up for,
-/// as above.
+/// By file and number: those of one file are a handful among all that a project has had. What is missing is made up
+/// for, as above.
 void Store::openRevisions()
 {
     execute(u"CREATE TABLE IF NOT EXISTS revision_keys (id TEXT PRIMARY KEY, task TEXT NOT NULL, body TEXT NOT NULL, "

@@ -27,10 +27,10 @@ bool isOneOf(const QString &name, const QStringList &globs)
 bool isSecret(const QString &name)
 {
     static const QStringList secrets{
-        u".env"_s,   u".env.*"_s,     u"*.pem"_s,    u"*.key"_s,       u"*.p12"_s,          u"*.pfx"_s,
-        u"*.jks"_s,  u"*.keystore"_s, u"*.kdbx"_s,   u"id_rsa*"_s,     u"id_ed25519*"_s,    u"id_ecdsa*"_s,
-        u".netrc"_s, u".npmrc"_s,     u".pypirc"_s,  u".htpasswd"_s,   u"credentials"_s,    u"credentials.json"_s,
-        u".ssh"_s,   u".aws"_s,       u".gnupg"_s,   u"secrets.*"_s,   u".git-credentials"_s};
+        u".env"_s,   u".env.*"_s,     u"*.pem"_s,   u"*.key"_s,     u"*.p12"_s,           u"*.pfx"_s,
+        u"*.jks"_s,  u"*.keystore"_s, u"*.kdbx"_s,  u"id_rsa*"_s,   u"id_ed25519*"_s,     u"id_ecdsa*"_s,
+        u".netrc"_s, u".npmrc"_s,     u".pypirc"_s, u".htpasswd"_s, u"credentials"_s,     u"credentials.json"_s,
+        u".ssh"_s,   u".aws"_s,       u".gnupg"_s,  u"secrets.*"_s, u".git-credentials"_s};
     static const QStringList samples{u"*.example"_s, u"*.sample"_s, u"*.template"_s, u"*.pub"_s};
     return isOneOf(name, secrets) && !isOneOf(name, samples);
 }
@@ -40,10 +40,25 @@ bool isSecret(const QString &name)
 QString reasonAgainstName(const QString &name, bool isFolder)
 {
     static const QStringList versions{u".git"_s, u".hg"_s, u".svn"_s, u".bzr"_s};
-    static const QStringList made{u"node_modules"_s, u"bower_components"_s, u".venv"_s, u"venv"_s, u"__pycache__"_s,
-                                  u"build"_s, u"build-*"_s, u"cmake-build-*"_s, u"dist"_s, u"out"_s, u"target"_s,
-                                  u".cache"_s, u".pytest_cache"_s, u".mypy_cache"_s, u".tox"_s, u".gradle"_s,
-                                  u".next"_s, u".idea"_s, u".vs"_s};
+    static const QStringList made{u"node_modules"_s,
+                                  u"bower_components"_s,
+                                  u".venv"_s,
+                                  u"venv"_s,
+                                  u"__pycache__"_s,
+                                  u"build"_s,
+                                  u"build-*"_s,
+                                  u"cmake-build-*"_s,
+                                  u"dist"_s,
+                                  u"out"_s,
+                                  u"target"_s,
+                                  u".cache"_s,
+                                  u".pytest_cache"_s,
+                                  u".mypy_cache"_s,
+                                  u".tox"_s,
+                                  u".gradle"_s,
+                                  u".next"_s,
+                                  u".idea"_s,
+                                  u".vs"_s};
     if (isOneOf(name, versions))
         return u"система версий"_s;
     if (isFolder && isOneOf(name, made))

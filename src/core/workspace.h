@@ -85,8 +85,8 @@ public:
     QJsonArray revisions(const QString &relativePath) const;
     QJsonObject revision(const QString &relativePath, int number) const;
 
-    /// The bytes that a revision, or an entry of a snapshot, stands for; nothing for that of a file that is gone. Throws
-    /// "Cannot restore <path>" when the record doesn't hold them.
+    /// The bytes that a revision, or an entry of a snapshot, stands for; nothing for that of a file that is gone.
+    /// Throws "Cannot restore <path>" when the record doesn't hold them.
     std::optional<QByteArray> bytesOf(const QJsonObject &record) const;
 
     /// The "files" record of that path, or an empty object if it has none. A deleted file keeps its record.
@@ -124,8 +124,8 @@ public:
     /// What stands in a folder of the project, "" for the top.
     QList<ConfinedFolder::Entry> entries(const QString &folder) const;
 
-    /// Makes files that have no record yet revisions 1 by the user, in one transaction; those that have one, or can't be
-    /// read, are passed over. Their "files" records hold no content, which is that of the revision.
+    /// Makes files that have no record yet revisions 1 by the user, in one transaction; those that have one, or can't
+    /// be read, are passed over. Their "files" records hold no content, which is that of the revision.
     void takeNew(const QStringList &paths);
 
     /// Whether files of the user's own get their revision 1 when a task first touches them, instead of all at once.
@@ -154,8 +154,8 @@ public:
     QJsonObject beginRestore(const QString &checkpointId);
 
     /// Restores the next file; false when there was none left, and the restoring is over. A file that its user has
-    /// edited since the beginning stays, and is in `restoreSkipped()`. What else fails turns the restoring round, towards
-    /// the snapshot of its beginning, and is thrown; going on then brings the files back to how they were.
+    /// edited since the beginning stays, and is in `restoreSkipped()`. What else fails turns the restoring round,
+    /// towards the snapshot of its beginning, and is thrown; going on then brings the files back to how they were.
     bool restoreNext();
 
     /// Whether restoring is under way, also since before a crash.

@@ -7,6 +7,7 @@
 #include <QHash>
 
 #include <exception>
+#include <optional>
 
 using namespace Qt::StringLiterals;
 
@@ -137,7 +138,8 @@ void Workspace::turnRestore(const QString &target, const QString &origin)
         store.atomicDurable([&] { noteRestore(origin, origin); });
 }
 
-/// Makes a file what an entry says. One that is that already, since a crash came between it and its record, is recorded.
+/// Makes a file what an entry says. One that is that already, since a crash came between it and its record, is
+/// recorded.
 QJsonObject Workspace::bring(const QString &relativePath, const QJsonObject &entry)
 {
     const std::optional<QByteArray> wanted = bytesOf(entry);

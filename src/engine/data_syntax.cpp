@@ -48,7 +48,8 @@ QString xmlFault(const QString &text)
     QXmlStreamReader reader(text);
     while (!reader.atEnd())
         reader.readNext();
-    const bool isFaulty = reader.hasError() && !(text.contains("<!DOCTYPE"_L1) && reader.errorString().contains("ntity"_L1));
+    const bool isFaulty
+        = reader.hasError() && !(text.contains("<!DOCTYPE"_L1) && reader.errorString().contains("ntity"_L1));
     return isFaulty ? placed(reader.lineNumber(), reader.errorString()) : QString();
 }
 

@@ -7,9 +7,9 @@
 
 namespace vesk {
 
-/// Whether a file is written in a notation that the application reads itself: XML, SVG, and the JSON of files with a name
-/// of their own; what is named *.json was read when it was written. Files that mean to break
-/// it (for tests of parsers) are none.
+/// Whether a file is written in a notation that the application reads itself: XML, SVG, and the JSON of files with a
+/// name of their own; what is named *.json was read when it was written. Files that mean to break it (for tests of
+/// parsers) are none.
 bool isData(const QString &path);
 
 /// What is wrong with the text of such a file, with its line, in Russian. Empty when it can be read, and for templates,

@@ -31,10 +31,10 @@ bool isMachineMade(const QString &path)
 /// What tools note for themselves, and what a compiler makes of files that were read.
 bool isByProduct(const QFileInfo &file)
 {
-    static const QStringList names{u"package-lock.json"_s, u"yarn.lock"_s,   u"pnpm-lock.yaml"_s, u"Cargo.lock"_s,
-                                   u"poetry.lock"_s,       u"uv.lock"_s,     u"go.sum"_s,         u"composer.lock"_s};
-    static const QStringList suffixes{u"o"_s,  u"a"_s,   u"d"_s,   u"so"_s,    u"pyc"_s, u"class"_s,
-                                      u"jar"_s, u"exe"_s, u"obj"_s, u"tsbuildinfo"_s};
+    static const QStringList names{u"package-lock.json"_s, u"yarn.lock"_s, u"pnpm-lock.yaml"_s, u"Cargo.lock"_s,
+                                   u"poetry.lock"_s,       u"uv.lock"_s,   u"go.sum"_s,         u"composer.lock"_s};
+    static const QStringList suffixes{u"o"_s,     u"a"_s,   u"d"_s,   u"so"_s,  u"pyc"_s,
+                                      u"class"_s, u"jar"_s, u"exe"_s, u"obj"_s, u"tsbuildinfo"_s};
     QFile content(file.filePath());
     const bool isProgram = file.isExecutable() && content.open(QIODevice::ReadOnly) && content.read(512).contains('\0');
     return isProgram || names.contains(file.fileName()) || suffixes.contains(file.suffix())
@@ -64,7 +64,8 @@ QStringList Engine::strayFiles() const
     for (int seen = 0; entries.hasNext() && seen < maxEntries && strays.size() < maxStrays; ++seen) {
         const QFileInfo file = entries.nextFileInfo();
         const QString path = file.filePath().sliced(workspace.root().size() + 1);
-        if (!isMachineMade(path) && !isByProduct(file) && file.lastModified() >= began && workspace.latest(path).isEmpty())
+        if (!isMachineMade(path) && !isByProduct(file) && file.lastModified() >= began
+            && workspace.latest(path).isEmpty())
             strays.append(path);
     }
     strays.sort();

@@ -55,6 +55,7 @@ public:
 
 /// A server of skills whose certificate was made on the spot.
 class SkillServer : public WireServer {
+    Q_OBJECT
 public:
     explicit SkillServer(const QSslConfiguration &tls)
         : WireServer(
@@ -75,6 +76,7 @@ WireReply file(const QByteArray &text)
 
 /// What a server of a model was asked, as "role: agent's rules".
 class Model : public ModelServer {
+    Q_OBJECT
 public:
     Model()
         : ModelServer([this](const LLMRequest &request) {
@@ -196,7 +198,7 @@ private Q_SLOTS:
         QJsonObject before = preferences.document();
         for (int step = 0; step < 10000; ++step) {
             QStringList ids{u"coding"_s, u"planner"_s, u"x"_s, u""_s};
-            const QJsonArray known = before[u"custom_agents"_s].toArray();
+            const QJsonArray known = std::as_const(before)[u"custom_agents"_s].toArray();
             for (const QJsonValue &agent : known)
                 ids.append(agent[u"id"_s].toString());
             const QString one = any(ids);
@@ -223,7 +225,7 @@ private Q_SLOTS:
             const QByteArray where = "VESK_SEED=" + QByteArray::number(seed) + ", step " + QByteArray::number(step);
             const QString refusal = errorOf(edits[random.bounded(edits.size())]);
             QJsonObject after = preferences.document();
-            const QJsonArray network = after[u"custom_agents"_s].toArray();
+            const QJsonArray network = std::as_const(after)[u"custom_agents"_s].toArray();
             if (!refusal.isEmpty()) {
                 ++refused;
                 QVERIFY2(after == before, where);

@@ -70,10 +70,9 @@ private Q_SLOTS:
 
     void secretsBuildsLinksAndLargeFilesStayOut()
     {
-        for (const QString &name :
-             {u"src/a.c"_s, u".gitignore"_s, u"sub/.veskignore"_s, u"sub/b"_s, u".env.example"_s, u".env"_s, u"x.pem"_s,
-              u"id_rsa"_s, u"node_modules/m/index.js"_s, u"build/o"_s, u".git/config"_s, u"a.log"_s, u"sub/c.txt"_s,
-              u"nul"_s})
+        for (const QString &name : {u"src/a.c"_s, u".gitignore"_s, u"sub/.veskignore"_s, u"sub/b"_s, u".env.example"_s,
+                                    u".env"_s, u"x.pem"_s, u"id_rsa"_s, u"node_modules/m/index.js"_s, u"build/o"_s,
+                                    u".git/config"_s, u"a.log"_s, u"sub/c.txt"_s, u"nul"_s})
             save(file(name), "1\n");
         save(file(u".gitignore"_s), "*.log\n");
         save(file(u"sub/.veskignore"_s), "c.*\n");
@@ -92,9 +91,10 @@ private Q_SLOTS:
         QStringList reasons;
         for (const auto &[reason, count] : scan.leftOut().asKeyValueRange())
             reasons << reason + u' ' + QString::number(count);
-        QCOMPARE(reasons.join(u", "_s),
-                 u".gitignore и .veskignore 2, больше 2 МиБ 1, ключи и пароли 3, не текст, больше 1 МиБ 1, "
-                 "недопустимые имена 1, сборка и зависимости 2, система версий 1, ссылки и другие файловые системы 1"_s);
+        QCOMPARE(
+            reasons.join(u", "_s),
+            u".gitignore и .veskignore 2, больше 2 МиБ 1, ключи и пароли 3, не текст, больше 1 МиБ 1, "
+            "недопустимые имена 1, сборка и зависимости 2, система версий 1, ссылки и другие файловые системы 1"_s);
 
         workspace->takeNew(paths + QStringList{u"gone"_s});
         workspace->takeNew(paths); // once more changes nothing
@@ -129,10 +129,11 @@ private Q_SLOTS:
             QSKIP("python3 is not installed");
         exportFiles(*workspace, records, top->filePath(u"copy.zip"_s));
         QProcess reader;
-        reader.start(python, {u"-c"_s,
-                              u"import sys,zipfile\nz=zipfile.ZipFile(sys.argv[1])\nassert z.testzip() is None\n"
-                              "print([(i.filename,len(z.read(i)),oct(i.external_attr>>16)) for i in z.infolist()])"_s,
-                              top->filePath(u"copy.zip"_s)});
+        reader.start(python,
+                     {u"-c"_s,
+                      u"import sys,zipfile\nz=zipfile.ZipFile(sys.argv[1])\nassert z.testzip() is None\n"
+                      "print([(i.filename,len(z.read(i)),oct(i.external_attr>>16)) for i in z.infolist()])"_s,
+                      top->filePath(u"copy.zip"_s)});
         QVERIFY(reader.waitForFinished());
         QCOMPARE(QString::fromUtf8(reader.readAll()).trimmed(),
                  u"[('d/a.txt', 5000, '0o100644'), ('ё.sh', 1, '0o100700')]"_s);

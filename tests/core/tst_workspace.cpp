@@ -394,12 +394,14 @@ private Q_SLOTS:
             inside.write(u"z"_s, "2", u"me"_s, 1);
             save(root + u"/foreign"_s, QByteArray(70000, 'x'));
             inside.beginRestore(large);
-            QString told = errorOf([&] { while (inside.restoreNext()) { } });
+            QString told = errorOf([&] {
+                while (inside.restoreNext()) { }
+            });
             told += u' ' + QString::fromLatin1(contentOf(root + u"/z"_s));
             inside.open(root, u"p"_s); // as after a crash
             while (inside.restoreNext()) { }
-            return told + u' ' + QString::fromLatin1(contentOf(root + u"/z"_s)) + u' '
-                + everythingIn(root).join(u' ') + inside.externalChanges().join(u' ');
+            return told + u' ' + QString::fromLatin1(contentOf(root + u"/z"_s)) + u' ' + everythingIn(root).join(u' ')
+                + inside.externalChanges().join(u' ');
         });
         if (outcome == "no mounts"_L1)
             QSKIP("no mounts of one's own here");

@@ -1,11 +1,11 @@
 // What a run decides, as tables: no engine, no clock, no file.
 
 #include "code_answer.h"
+#include "data_syntax.h"
 #include "json_text.h"
 #include "llm_provider.h"
 #include "media_command.h"
 #include "node_kind.h"
-#include "data_syntax.h"
 #include "project_checks.h"
 #include "questions.h"
 #include "retry.h"
@@ -243,9 +243,9 @@ private Q_SLOTS:
 
     void filesOfOneKindShareASyntaxCheck()
     {
-        const QList<Node> list = nodes({u"code a.py"_s, u"code d/b.py"_s, u"code run.sh"_s, u"code z.sh"_s, u"code c.xml"_s,
-                                        u"code i.svg"_s, u"code tests/broken.xml"_s,
-                                        u"tool t.py"_s, u"code -x.py"_s});
+        const QList<Node> list
+            = nodes({u"code a.py"_s, u"code d/b.py"_s, u"code run.sh"_s, u"code z.sh"_s, u"code c.xml"_s,
+                     u"code i.svg"_s, u"code tests/broken.xml"_s, u"tool t.py"_s, u"code -x.py"_s});
         const auto textOf = [](const QString &path) { return path == "z.sh"_L1 ? u"#!/bin/zsh\n"_s : QString(); };
         const QList<ProjectCheck> checks = sharedSyntaxChecks(list, textOf, {u"/python"_s, u"/bash"_s});
         QCOMPARE(checks.size(), 3);

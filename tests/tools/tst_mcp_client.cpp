@@ -24,7 +24,8 @@ struct Desk {
         qputenv("XDG_CONFIG_HOME", folder.filePath(u"config"_s).toUtf8());
         qputenv("SHELL", "/bin/sh");
         QDir().mkpath(root);
-        QObject::connect(&client, &McpClient::statusMessage, [this](const QString &text) { said.append(text); });
+        QObject::connect(&client, &McpClient::statusMessage, &client,
+                         [this](const QString &text) { said.append(text); });
     }
 
     QString connectTo(const QJsonObject &config, const QString &wanted = u"Подключён"_s)
