@@ -21,8 +21,10 @@ Item {
     property real pulse: 0
 
     readonly property var profileOf: Network.byId(profiles)
-    readonly property var nodes: Network.definitions(profiles, height)
-    readonly property var edges: Network.edges(profiles, nodes)
+    /* Nodes and edges change in one step: edges name nodes by their places. */
+    readonly property var graph: Network.graph(profiles, height)
+    readonly property var nodes: graph.nodes
+    readonly property var edges: graph.edges
     readonly property var latest: Network.latestRuns(Array.from(task.runs ?? []))
     readonly property bool working: Object.values(latest).some(run => Network.isActive(run))
     readonly property var places: nodes.map(node => {
@@ -32,7 +34,7 @@ Item {
     readonly property var labelWidths: Network.labelWidths(places,
                                                            nodes.map(node => Math.ceil(metrics.advanceWidth(node.label)) + 1))
     /* Each edge from end to end in pixels, as NetworkWires takes them. */
-    readonly property list<real> wires: Network.wires(edges, places, nodes.map(node => active(node.role)))
+    readonly property list<real> wires: Network.wires(graph.edges, places, graph.nodes.map(node => active(node.role)))
 
     signal configure(string role)
     signal link(string agent, string role)
@@ -60,10 +62,10 @@ Item {
         return Network.noteText(run(role));
     }
     function destinations(role: string): string {
-        return Network.destinations(role, nodes, edges);
+        return Network.destinations(role, graph.nodes, graph.edges);
     }
     function links(role: string): var {
-        return Network.links(role, profiles, nodes);
+        return Network.links(role, profiles, graph.nodes);
     }
     function inspectRole(role: string) {
         inspect(Object.assign({}, run(role), { role: role, name: profile(role).name ?? "" }));

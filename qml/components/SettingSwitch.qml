@@ -7,6 +7,7 @@ Switch {
 
     spacing: 10
     leftPadding: 0
+    Accessible.name: text
     indicator: Rectangle {
         x: root.leftPadding
         anchors.verticalCenter: parent.verticalCenter

@@ -2,7 +2,7 @@ import QtQuick
 import QtQuick.Layouts
 import Vesk
 
-/* The last change of the team, to be taken back. It can be put away; the next change brings it again. */
+/* The last change of the team, to be taken back. It can be put away, until a change reads otherwise. */
 RowLayout {
     id: root
 

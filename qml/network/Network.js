@@ -86,6 +86,11 @@ function edges(profiles, nodes) {
     return found;
 }
 
+function graph(profiles, height) {
+    const nodes = definitions(profiles, height);
+    return { nodes, edges: edges(profiles, nodes) };
+}
+
 /* The links that can be taken away, as {from, to, text}, of those that begin or end at `role`. */
 function links(role, profiles, nodes) {
     const labels = {};
@@ -151,10 +156,11 @@ function noteText(run) {
             : "Ожидает задания и результатов предыдущих агентов.");
 }
 
-/* Five numbers for each edge, see NetworkWires: its ends in pixels, and 1 when either end is at work. */
+/* Five numbers for each edge, see NetworkWires: its ends in pixels, and 1 when either end is at work. An end that has
+   no place yet is one that was added in this moment. */
 function wires(joined, places, active) {
     const numbers = [];
-    for (const [from, to] of joined) {
+    for (const [from, to] of joined.filter(edge => places[edge[0]] && places[edge[1]])) {
         for (const end of [from, to])
             numbers.push(places[end].x + nodeWidth / 2, places[end].y + 20);
         numbers.push(active[from] || active[to] ? 1 : 0);

@@ -4,10 +4,11 @@ import Vesk
 import "qrc:/qt/qml/Vesk/network/Network.js" as Network
 
 /* The picture of the team: what stands where, what is joined, and what each press tells the window. */
-Item {
+Rectangle {
     id: root
     width: 400
     height: 848
+    color: "black"
 
     readonly property var chain: [own("a", "coding", []), own("b", "coding", ["a"])]
     function own(id, parent, after, mode) {
@@ -175,6 +176,16 @@ Item {
             if (data.args)
                 tryCompare(told, "count", 1);
             compare(Array.from(told.signalArguments, args => Array.from(args)), data.args ? [data.args] : []);
+        }
+        function test_aWireIsLitWhileAnEndIsAtWork() {
+            const seen = status => {
+                const picture = grabImage(make({ task: { runs: [{ role: "planner", status }] } }));
+                return [[200, 180], [198, 203]].map(([x, y]) => picture.red(x, y));
+            };
+            const [line, head] = seen("ERROR");
+            const [litLine, litHead] = seen("WORKING");
+            verify(line > 5 && line < 40 && litLine > 50, line + " " + litLine);
+            verify(head > 5 && litHead > 2 * head, head + " " + litHead);
         }
         function test_onlyWorkMovesThePicture() {
             const network = make({ animated: true });

@@ -115,6 +115,7 @@ private Q_SLOTS:
     void theTeamMayStandAtTheLeft();
     void withoutMotionNothingMoves();
     void anAgentIsOpenedByAClickAndItsSettingsByItsId();
+    void anAgentIsRemovedAfterAQuestionAndBroughtBack();
     void theKeyboardReachesEveryControlAndIsSeenThere_data();
     void theKeyboardReachesEveryControlAndIsSeenThere();
     void whatIsTypedIsShownAsItIs();
@@ -437,6 +438,7 @@ void WindowTest::withoutMotionNothingMoves()
 void WindowTest::anAgentIsOpenedByAClickAndItsSettingsByItsId()
 {
     QVERIFY(desk->click(u"planner"_s));
+    QVERIFY(desk->click(u"inspectAgent"_s));
     QTRY_VERIFY(desk->isOpen(u"agentDetails"_s));
     QCOMPARE(desk->screen().findChild<QObject *>(u"agentDetails"_s)->property("title").toString(), u"Планировщик"_s);
     desk->press(Qt::Key_Escape);
@@ -451,6 +453,24 @@ void WindowTest::anAgentIsOpenedByAClickAndItsSettingsByItsId()
     desk->screen().setProperty("settingsAgent", u"planner"_s);
     QCOMPARE(settings->property("adding").toBool(), false);
     QCOMPARE(settings->property("selectedAgent").toString(), u"planner"_s);
+}
+
+void WindowTest::anAgentIsRemovedAfterAQuestionAndBroughtBack()
+{
+    const QString agent = desk->app().addAgent(u"Дизайн"_s, u"coding"_s, {});
+    QTRY_VERIFY(desk->item(agent));
+    QVERIFY(desk->tabTo(agent));
+    desk->press(Qt::Key_Delete);
+    QTRY_VERIFY(desk->isOpen(u"removeAgent"_s));
+    desk->press(Qt::Key_Return);
+    QTRY_VERIFY(!desk->isOpen(u"removeAgent"_s));
+    QVERIFY(desk->item(agent));
+    desk->press(Qt::Key_Delete);
+    QVERIFY(desk->click(u"confirmRemoval"_s));
+    QTRY_VERIFY(!desk->item(agent));
+    QTRY_COMPARE(desk->text(u"networkChange"_s), u"Агент «Дизайн» удалён"_s);
+    QVERIFY(desk->click(u"undoNetwork"_s));
+    QTRY_VERIFY(desk->item(agent));
 }
 
 void WindowTest::theKeyboardReachesEveryControlAndIsSeenThere_data()
