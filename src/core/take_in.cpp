@@ -2,7 +2,9 @@
 
 #include "take_in.h"
 
+#include "confined_folder.h"
 #include "diff.h"
+#include "ignore_rules.h"
 #include "path_rules.h"
 #include "workspace.h"
 
