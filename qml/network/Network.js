@@ -148,7 +148,9 @@ function stateText(role, enabled, phase, run) {
 }
 
 function noteText(run) {
-    const issues = Array.from(run.output?.issues ?? []);
+    const given = run.output?.issues ?? [];
+    const issues = (typeof given === "string" ? [given] : Array.from(given))
+        .map(issue => typeof issue === "string" ? issue : JSON.stringify(issue));
     return run.error || run.output?.summary
         || (issues.length ? "Есть замечания: " + issues.join("; ")
             : isActive(run) ? "Выполняет задание. Результат ещё не получен."

@@ -24,16 +24,28 @@ SettingsScroll {
             Layout.fillWidth: true
         }
         Input {
+            id: ffmpegPath
             objectName: "ffmpegPath"
             placeholderText: "Путь к FFmpeg — встроен в готовую сборку"
-            text: page.service.preferences.ffmpeg_path ?? ""
+            // Not while somebody types: other preferences change, too.
+            Binding on text {
+                when: !ffmpegPath.activeFocus
+                value: page.service.preferences.ffmpeg_path ?? ""
+                restoreMode: Binding.RestoreNone
+            }
             Layout.fillWidth: true
             onEditingFinished: page.service.setPreference("ffmpeg_path", text)
         }
         Input {
+            id: blenderPath
             objectName: "blenderPath"
             placeholderText: "Путь к blender.exe — для сложных 3D-задач"
-            text: page.service.preferences.blender_path ?? ""
+            // Not while somebody types: other preferences change, too.
+            Binding on text {
+                when: !blenderPath.activeFocus
+                value: page.service.preferences.blender_path ?? ""
+                restoreMode: Binding.RestoreNone
+            }
             Layout.fillWidth: true
             onEditingFinished: page.service.setPreference("blender_path", text)
         }

@@ -14,12 +14,14 @@ ColumnLayout {
     property string selectedModel: ""
     readonly property bool ownCatalog: requested
         && service.modelCatalogOwner === provider.currentText + "/" + targetAgent
-    readonly property var config: targetAgent === "" ? service.settings
-        : service.agentProfiles.find(agent => agent.id === targetAgent)?.api ?? {}
+    readonly property var config: configOf(targetAgent)
     readonly property bool busy: service.apiTesting || service.modelsLoading
 
     spacing: 10
 
+    function configOf(agent: string): var {
+        return agent === "" ? service.settings : service.agentProfiles.find(profile => profile.id === agent)?.api ?? {};
+    }
     function forget() {
         requested = false;
         selectedModel = "";
@@ -27,7 +29,7 @@ ColumnLayout {
     function reset() {
         forget();
         key.clear();
-        provider.currentIndex = Math.max(0, provider.find(config.provider ?? ""));
+        provider.currentIndex = Math.max(0, provider.find(configOf(targetAgent).provider ?? ""));
     }
     function refresh() {
         selectedModel = "";

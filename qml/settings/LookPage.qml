@@ -23,7 +23,10 @@ ColumnLayout {
         objectName: "computerAccess"
         text: "Полный доступ к локальным командам"
         checked: page.preferences.computer_access === true
-        onToggled: page.service.setPreference("computer_access", checked)
+        onToggled: {
+            page.service.setPreference("computer_access", checked);
+            checked = Qt.binding(() => page.preferences.computer_access === true); // what is stored, also when that was refused
+        }
         Accessible.description: accessTip.text
         Tip {
             id: accessTip
@@ -41,17 +44,26 @@ ColumnLayout {
     SettingSwitch {
         text: "Прозрачные панели"
         checked: page.preferences.glass ?? true
-        onToggled: page.service.setPreference("glass", checked)
+        onToggled: {
+            page.service.setPreference("glass", checked);
+            checked = Qt.binding(() => page.preferences.glass ?? true); // what is stored, also when that was refused
+        }
     }
     SettingSwitch {
         text: "Анимации"
         checked: page.preferences.animations ?? true
-        onToggled: page.service.setPreference("animations", checked)
+        onToggled: {
+            page.service.setPreference("animations", checked);
+            checked = Qt.binding(() => page.preferences.animations ?? true); // what is stored, also when that was refused
+        }
     }
     SettingSwitch {
         text: "Команда слева"
         checked: page.preferences.team_left === true
-        onToggled: page.service.setPreference("team_left", checked)
+        onToggled: {
+            page.service.setPreference("team_left", checked);
+            checked = Qt.binding(() => page.preferences.team_left === true); // what is stored, also when that was refused
+        }
     }
     LabelText {
         text: "Потяните границу боковой панели, чтобы изменить ширину. Окна можно перемещать за заголовок."

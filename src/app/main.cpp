@@ -183,7 +183,9 @@ int driveBackend(const CommandLine &line)
     const auto drive
         = reinterpret_cast<int (*)(const CommandLine *, const QString *)>(library.resolve("veskDriveBackend"));
     require(drive, u"Не удалось загрузить интерфейс: "_s + library.errorString());
-    const QString folder = usualDataFolder(line);
+    // A skill that is only tried leaves nothing in the user's data.
+    const QTemporaryDir temporary;
+    const QString folder = line.mode() == Mode::ProbeSkill ? line.dataFolder(temporary.path()) : usualDataFolder(line);
     return drive(&line, &folder);
 }
 

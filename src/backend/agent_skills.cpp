@@ -87,6 +87,9 @@ void AgentTeam::takeSkill(const QString &agent, const QString &link, const QUrl 
                 && answer.body.size() <= maxSkillBytes,
             u"Не удалось загрузить skill. Нужен публичный Markdown до 64 КБ; прежний skill сохранён."_s);
     const QString text = QString::fromUtf8(answer.body);
+    // A byte order mark alone is no text, and other encodings grow when they are decoded.
+    require(!text.isEmpty() && text.toUtf8().size() <= maxSkillBytes,
+            u"Не удалось загрузить skill. Нужен публичный Markdown до 64 КБ; прежний skill сохранён."_s);
     const QString old = skillRecord(agent)["instructions"_L1].toString();
     saveSkill(agent,
               {{u"skill_url"_s, link}, {u"instructions"_s, text}, {u"status"_s, u"Загружен · со следующей задачи"_s}},

@@ -99,12 +99,12 @@ Catalog catalogOf(const QString &provider, const QByteArray &body, const QString
             model.remove(0, 7);
         if (!key.isEmpty() && model.contains(key))
             continue;
-        if (own ? isPlain(model) : isOffered(provider, model) && !isForOtherUses(model))
+        if (isPlain(model) && (own || (isOffered(provider, model) && !isForOtherUses(model))))
             catalog.models.append(model);
     }
     std::ranges::sort(catalog.models);
     catalog.models.erase(std::unique(catalog.models.begin(), catalog.models.end()), catalog.models.end());
-    catalog.isCut = own && catalog.models.size() > maxOwnModels;
+    catalog.isCut = catalog.models.size() > maxOwnModels;
     if (catalog.isCut)
         catalog.models.resize(maxOwnModels);
     return catalog;

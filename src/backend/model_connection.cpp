@@ -188,9 +188,9 @@ void ModelConnection::useDemonstration()
 void ModelConnection::loadModels(const QString &provider, const QString &givenKey, const QString &agent)
 {
     const QString base = endpoint(provider);
+    QString key = cleanKey(givenKey);
     modelCatalog.beginFor(provider, agent);
     say(u"Загружаю модели по вашему ключу…"_s);
-    QString key = cleanKey(givenKey);
     if (key.isEmpty() && agent.isEmpty())
         key = CredentialStore::read(connectionTarget(base));
     else if (key.isEmpty() && entryOf(agent)["provider"_L1].toString() == provider)

@@ -239,6 +239,7 @@ void ModelConnection::checkAgent(const Target &target)
 {
     require(!testing, u"Дождитесь проверки подключения"_s);
     require(!engine.busy() && !conversation.isBusy(), u"Остановите работу перед сменой API агента"_s);
+    endAgentProbe();
     agentProbe = new OpenAICompatibleProvider(this);
     agentProbe->timeoutMs = agentSilenceMs;
     setConnection(*agentProbe, store, target.url, target.model, target.key);

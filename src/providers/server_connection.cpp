@@ -63,7 +63,7 @@ void setConnection(OpenAICompatibleProvider &target, const Store &store, const Q
     const QUrl address(url);
     target.url = url;
     target.model = model;
-    target.key = key;
+    target.key = key.trimmed(); // Older versions kept one as it was pasted.
     target.useResponses = address.host() == openAiHost();
     target.ownServer = !isPublished(address);
     target.traits = target.ownServer ? traitsOf(serverFacts(store, url, model)) : ServerTraits();

@@ -34,6 +34,23 @@ QJsonObject notification(const QString &method, const QJsonObject &params = {})
     return message;
 }
 
+/// Descriptions are read by models. By name and form of its arguments a tool is called, and a word in them that is also
+/// the value of a header must stay what it is.
+QJsonArray withoutSecrets(const QJsonArray &tools, const QStringList &secrets)
+{
+    QJsonArray clean;
+    for (const QJsonValue &tool : tools) {
+        QJsonObject shown = withoutValues(tool, secrets).toObject();
+        for (const QString &key : {u"name"_s, u"inputSchema"_s}) {
+            if (tool[key].isUndefined())
+                continue;
+            shown[key] = tool[key];
+        }
+        clean.append(shown);
+    }
+    return clean;
+}
+
 } // namespace
 
 McpClient::McpClient(QObject *parent)
@@ -326,7 +343,7 @@ void McpClient::takeTools(const ServerPtr &server, const QJsonObject &result, co
         server->error = u"Некорректный список инструментов"_s;
     server->status = server->error.isEmpty() ? McpStatus::connected : McpStatus::failed;
     if (server->error.isEmpty()) {
-        tools = boundedTools(withoutValues(result["tools"_L1], server->secrets).toArray());
+        tools = boundedTools(withoutSecrets(result["tools"_L1].toArray(), server->secrets));
         server->tools = tools.taken;
     }
     Q_EMIT changed();

@@ -137,6 +137,8 @@ QStringList secretsOf(const QJsonObject &headers, const QProcessEnvironment &own
             continue;
         // "Bearer abc": both the whole and the part that is the key.
         const QString value = header.value().toString();
+        if (!looksSecret(header.key(), value))
+            continue;
         secrets += QStringList{value, value.section(u' ', -1)};
     }
     const QStringList names = own.keys();

@@ -70,9 +70,34 @@ void McpLines::clear()
     scanned = 0;
 }
 
+namespace {
+
+/// Deeper than this a message could be written into a record, a few levels down in it, and not be read again.
+constexpr int deepest = 512;
+
+bool isTooDeep(const QByteArray &json)
+{
+    int depth = 0;
+    bool inText = false;
+    for (qsizetype i = 0; i < json.size(); ++i) {
+        const char c = json.at(i);
+        if (inText && c == '\\')
+            ++i;
+        else if (c == '"')
+            inText = !inText;
+        else if (!inText && (c == '{' || c == '[') && ++depth > deepest)
+            return true;
+        else if (!inText && (c == '}' || c == ']'))
+            --depth;
+    }
+    return false;
+}
+
+} // namespace
+
 QJsonObject mcpMessage(const QByteArray &bytes)
 {
-    return QJsonDocument::fromJson(bytes).object();
+    return isTooDeep(bytes) ? QJsonObject() : QJsonDocument::fromJson(bytes).object();
 }
 
 QJsonObject mcpEvent(const QByteArray &line)
@@ -105,7 +130,8 @@ McpTools boundedTools(const QJsonArray &listed)
 {
     McpTools tools;
     for (const QJsonValue &tool : listed) {
-        if (tools.taken.size() < maxMcpTools && jsonBytes(tool.toObject()).size() <= maxMcpToolBytes)
+        const bool isNamed = !tool["name"_L1].toString().isEmpty();
+        if (isNamed && tools.taken.size() < maxMcpTools && jsonBytes(tool.toObject()).size() <= maxMcpToolBytes)
             tools.taken.append(tool);
         else
             ++tools.leftOut;
@@ -117,7 +143,7 @@ QJsonObject boundedResult(const QJsonObject &result, const QString &server, cons
 {
     qsizetype room = maxMcpResultChars;
     QJsonArray parts;
-    bool whole = true;
+    bool whole = !result.contains("content"_L1) || result["content"_L1].isArray();
     const QJsonArray content = result["content"_L1].toArray();
     for (const QJsonValue &part : content) {
         const QJsonObject bounded = boundedPart(part.toObject(), room);
@@ -125,7 +151,7 @@ QJsonObject boundedResult(const QJsonObject &result, const QString &server, cons
             parts.append(bounded);
         whole = whole && bounded["text"_L1].toString().size() == part["text"_L1].toString().size();
     }
-    QJsonObject bounded{{u"server"_s, server}, {u"tool"_s, tool}};
+    QJsonObject bounded;
     for (auto entry = result.begin(); entry != result.end(); ++entry) {
         const qsizetype size = jsonBytes({{entry.key(), entry.value()}}).size();
         if (entry.key() == "content"_L1) {
@@ -138,6 +164,10 @@ QJsonObject boundedResult(const QJsonObject &result, const QString &server, cons
             whole = false;
         }
     }
+    // Of these it is for us to say what they are.
+    bounded["server"_L1] = server;
+    bounded["tool"_L1] = tool;
+    bounded.remove("truncated"_L1);
     if (!whole || parts.size() < content.size())
         bounded["truncated"_L1] = true;
     return bounded;

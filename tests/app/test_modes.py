@@ -68,3 +68,9 @@ def test_the_background_is_tried_out(vesk, works, code, text):
     ended = vesk.call("--self-test-background", command=None if works else [shutil.copy(vesk.program, vesk.folder)])
     assert (ended.code, text in ended.err) == (code, True), ended.said
     assert not (vesk.folder / "home").exists()
+
+
+def test_a_skill_is_tried_without_a_trace(vesk):
+    ended = vesk.call("--probe-skill", "http://127.0.0.1/none")
+    assert ended.code == 6 and "Skill fetch failed" in ended.err
+    assert not (vesk.folder / "home/.local/share/VESK").exists()

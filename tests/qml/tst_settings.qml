@@ -141,6 +141,13 @@ Item {
             compare(part(form, "models").count, 0);
             verify(!part(form, "connectProvider").enabled);
         }
+        function test_eachAgentsFormBeginsWithItsOwnProvider() {
+            const form = make(apiComponent, { targetAgent: "planner" });
+            form.targetAgent = "coding";
+            compare(part(form, "provider").currentText, "Gemini");
+            form.targetAgent = "planner";
+            compare(part(form, "provider").currentText, "OpenAI");
+        }
         function test_aLongListIsNarrowedDownByTyping() {
             const dialog = createTemporaryObject(dialogComponent, root);
             dialog.open();

@@ -336,6 +336,12 @@ private Q_SLOTS:
         QCOMPARE(bounded["content"_L1][1]["text"_L1].toString(), text);
         const qsizetype rest = bounded["content"_L1][2]["text"_L1].toString().size();
         QVERIFY(rest > 40000 && rest < 50000);
+        const QJsonObject liar{{u"server"_s, u"x"_s}, {u"tool"_s, u"y"_s}, {u"content"_s, u"text"_s}};
+        QCOMPARE(fields(boundedResult(liar, u"Сервер"_s, u"t"_s), u"server tool truncated"_s), u"Сервер t true"_s);
+        const auto nested
+            = [](int depth) { return "{\"id\":1,\"result\":" + QByteArray(depth, '[') + QByteArray(depth, ']') + '}'; };
+        QVERIFY(!mcpMessage(nested(500)).isEmpty() && mcpMessage(nested(600)).isEmpty());
+        QCOMPARE(boundedTools({1, QJsonObject{{u"name"_s, u"a"_s}}, QJsonObject()}).taken.size(), 1);
     }
 
     void variablesAreFilledIn()
