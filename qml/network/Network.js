@@ -66,24 +66,27 @@ function definitions(profiles, height) {
     })));
 }
 
-/* Who hands results to whom, as [from, to], places in `nodes`. Of a chain, the last one returns to the stage. */
+/* Who hands results to whom, as [from, to], of the user's agents: one that another agent waits for goes to its stage by
+   that other one. */
+function handovers(profiles) {
+    const own = ownAgents(profiles);
+    const isWaitedFor = id => own.some(profile => Array.from(profile.after ?? []).includes(id));
+    const found = [];
+    for (const agent of own) {
+        for (const dependency of agent.after ?? [])
+            found.push([dependency, agent.id]);
+        if (!isWaitedFor(agent.id) || agent.mode !== "workflow")
+            found.push([agent.id, agent.parent]);
+    }
+    return found;
+}
+
+/* The same as places in `nodes`, behind those of the stages themselves. */
 function edges(profiles, nodes) {
     const place = {};
     nodes.forEach((node, i) => place[node.role] = i);
-    const own = ownAgents(profiles);
-    const isWaitedFor = id => own.some(profile => Array.from(profile.after ?? []).includes(id));
-    const found = baseEdges.slice();
-    const add = (from, to) => {
-        if (place[from] !== undefined && place[to] !== undefined)
-            found.push([place[from], place[to]]);
-    };
-    for (const agent of own) {
-        for (const dependency of agent.after ?? [])
-            add(dependency, agent.id);
-        if (!isWaitedFor(agent.id) || agent.mode !== "workflow")
-            add(agent.id, agent.parent);
-    }
-    return found;
+    const drawn = handovers(profiles).filter(([from, to]) => place[from] !== undefined && place[to] !== undefined);
+    return baseEdges.concat(drawn.map(([from, to]) => [place[from], place[to]]));
 }
 
 function graph(profiles, height) {
@@ -91,18 +94,13 @@ function graph(profiles, height) {
     return { nodes, edges: edges(profiles, nodes) };
 }
 
-/* The links that can be taken away, as {from, to, text}, of those that begin or end at `role`. */
+/* The links that can be taken away, as {from, to, text}, of those that begin or end at `role`: those that are drawn. */
 function links(role, profiles, nodes) {
     const labels = {};
     nodes.forEach(node => labels[node.role] = node.label);
-    const found = [];
-    for (const agent of ownAgents(profiles)) {
-        for (const [from, to] of Array.from(agent.after ?? []).map(other => [other, agent.id]).concat([[agent.id, agent.parent]])) {
-            if ((from === role || to === role) && labels[from] && labels[to])
-                found.push({ from, to, text: "Убрать связь: " + labels[from] + " → " + labels[to] });
-        }
-    }
-    return found;
+    return handovers(profiles)
+        .filter(([from, to]) => (from === role || to === role) && labels[from] && labels[to])
+        .map(([from, to]) => ({ from, to, text: "Убрать связь: " + labels[from] + " → " + labels[to] }));
 }
 
 /* The labels that results of the agent go to, without repeats. */

@@ -217,12 +217,13 @@ void AgentTeam::undoNetwork()
     // An added agent that goes again may have been given a model meanwhile.
     const QJsonArray left = std::as_const(next)["custom_agents"_L1].toArray();
     const QJsonArray now = agents();
+    QHash<QString, OwnModel> gone;
     for (const QJsonValue &agent : now) {
         const QString id = agent["id"_L1].toString();
         if (!agentIn(left, id).isEmpty())
             continue;
         beginLoad(id);
-        forget(ownModelOf(id), id);
+        gone.insert(id, ownModelOf(id));
         models.remove(id);
     }
     for (auto own = lastChange.ownModels.begin(); own != lastChange.ownModels.end(); ++own) {
@@ -233,6 +234,9 @@ void AgentTeam::undoNetwork()
         next[modelsKey] = models;
     preferences.savePreferences(next);
     lastChange = {};
+    // Last: a key that was taken away too early could not be given back.
+    for (auto own = gone.begin(); own != gone.end(); ++own)
+        forget(own.value(), own.key());
     Q_EMIT changed();
 }
 

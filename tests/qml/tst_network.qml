@@ -65,6 +65,10 @@ Rectangle {
         function test_whoHandsResultsToWhom(data) {
             compare(joined(data.agents), data.edges);
         }
+        function test_onlyWhatIsDrawnCanBeCut() {
+            const links = Network.links("a", chain, Network.definitions(chain, 848));
+            compare(links.map(link => link.from + ">" + link.to), ["a>b"]);
+        }
         function test_destinationsAreNamedOnce() {
             const network = make({ profiles: chain });
             compare([network.destinations("correctness_reviewer"), network.destinations("b"), network.destinations("x")],
