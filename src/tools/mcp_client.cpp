@@ -212,6 +212,8 @@ void McpClient::connectServer(const QString &id)
     known->error.clear();
     known->details.clear();
     known->asks = false;
+    // A handshake begins a session; one that a failed handshake left behind may be gone for the server.
+    known->sessionId.clear();
     Q_EMIT changed();
     if (known->connection != connection)
         return;
@@ -286,9 +288,12 @@ void McpClient::rpc(const ServerPtr &server, const QString &method, const QJsonO
 {
     const qint64 id = nextId++;
     server->pending.insert(id, callback);
-    QTimer::singleShot(timeoutMs, this, [server, id] {
-        if (const Callback late = server->pending.take(id))
-            late({}, u"MCP не ответил вовремя"_s);
+    QTimer::singleShot(timeoutMs, this, [this, server, id] {
+        const Callback late = server->pending.take(id);
+        if (!late)
+            return;
+        abortReplies(server->id, id);
+        late({}, u"MCP не ответил вовремя"_s);
     });
     send(server, {{u"jsonrpc"_s, u"2.0"_s}, {u"id"_s, id}, {u"method"_s, method}, {u"params"_s, params}});
 }

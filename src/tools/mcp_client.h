@@ -12,6 +12,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class QNetworkReply;
 class QProcess;
@@ -109,7 +110,7 @@ private:
 
     // mcp_http.cpp
     void post(const ServerPtr &server, const QJsonObject &message);
-    void abortReplies(const QString &server);
+    void abortReplies(const QString &server, std::optional<qint64> request = {});
     void readReply(QNetworkReply *reply, const std::shared_ptr<Exchange> &exchange);
     void readEvents(QNetworkReply *reply, const std::shared_ptr<Exchange> &exchange);
     void finishReply(QNetworkReply *reply, const std::shared_ptr<Exchange> &exchange);

@@ -26,6 +26,7 @@ constexpr int notificationLimitMs = 2000;
 constexpr int parallelRequests = 8;
 constexpr qint64 readAheadBytes = 1048576;
 constexpr qsizetype onePieceBytes = 8192;
+constexpr const char *requestProperty = "mcpRequest";
 
 bool maySendTo(const QUrl &url)
 {
@@ -94,6 +95,7 @@ void McpClient::post(const ServerPtr &server, const QJsonObject &message)
     // What says that requests are given up goes out after they are, and ends by itself.
     if (!cancels)
         reply->setObjectName(server->id);
+    reply->setProperty(requestProperty, message["id"_L1].toInteger(-1));
     // A short one over HTTP/1 goes out in one piece, which waits for nothing.
     if (body.size() > onePieceBytes || url.scheme() == "https"_L1)
         sendWithoutDelay(reply);
@@ -101,11 +103,13 @@ void McpClient::post(const ServerPtr &server, const QJsonObject &message)
     connect(reply, &QNetworkReply::finished, this, [this, reply, exchange] { finishReply(reply, exchange); });
 }
 
-void McpClient::abortReplies(const QString &server)
+/// All of them, or that to one request: a stream that is kept alive would hold one of the few connections for ever.
+void McpClient::abortReplies(const QString &server, std::optional<qint64> request)
 {
     const QList<QNetworkReply *> replies = network.findChildren<QNetworkReply *>(server);
     for (QNetworkReply *reply : replies)
-        reply->abort();
+        if (!request || reply->property(requestProperty) == *request)
+            reply->abort();
 }
 
 void McpClient::readReply(QNetworkReply *reply, const std::shared_ptr<Exchange> &exchange)
@@ -119,7 +123,9 @@ void McpClient::readReply(QNetworkReply *reply, const std::shared_ptr<Exchange> 
         readEvents(reply, exchange);
     exchange->tooLong
         = isStream(*reply) ? exchange->body.isTooLong() : exchange->body.rest().size() > maxMcpMessageBytes;
-    if (exchange->tooLong)
+    // A notification has no answer that a stream could bring.
+    const bool isIdle = isStream(*reply) && !exchange->message.contains("id"_L1);
+    if (exchange->tooLong || isIdle)
         reply->abort();
 }
 

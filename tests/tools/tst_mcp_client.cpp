@@ -215,6 +215,40 @@ private Q_SLOTS:
         QTRY_COMPARE(got, (QStringList{u"MCP не ответил вовремя{}"_s, u"{\"n\":4}"_s}));
     }
 
+    void streamsThatNobodyWaitsForMakeRoom()
+    {
+        WireReply endless = stream({": still here\n"});
+        endless.steps.removeLast();
+        endless.end = WireReply::End::Silence;
+        const WireServer::Handler usual = httpServer(WireReply::document(200, R"({"id":14,"result":{"n":1}})"_ba));
+        WireServer http([&](const WireRequest &request) {
+            const QString method = request.json()["method"_L1].toString();
+            return method == "slow"_L1 || method == "notifications/initialized"_L1 ? endless : usual(request);
+        });
+        Desk desk;
+        desk.connectTo({{u"url"_s, http.url()}});
+        int late = 0;
+        const auto note = [&](const QJsonObject &, const QString &error) { late += error.isEmpty() ? 0 : 1; };
+        for (const int limitMs : {60000, 60000, 60000, 60000, 60000, 60000, 60000, 100, 100, 100, 100})
+            desk.client.rpc(desk.client.server(desk.id), u"slow"_s, {}, note, limitMs);
+        QTRY_COMPARE(late, 4);
+        QCOMPARE(desk.call(), u"{'n':1,'success':true}"_s);
+    }
+
+    void aHandshakeBeginsASessionOfItsOwn()
+    {
+        WireServer http([](const WireRequest &request) {
+            return WireReply::document(
+                200, "{\"result\":{},\"id\":" + QByteArray::number(request.json()["id"_L1].toInt()) + '}',
+                "Mcp-Session-Id: old\r\n");
+        });
+        Desk desk;
+        for (int i = 0; i < 2; ++i)
+            QCOMPARE(desk.connectTo({{u"url"_s, http.url()}}, u"Ошибка"_s), u"Ошибка"_s);
+        for (const WireRequest &request : std::as_const(http.requests))
+            QCOMPARE(request.header("Mcp-Session-Id").isEmpty(), request.json()["method"_L1] == "initialize"_L1);
+    }
+
     void aStopTellsTheServersAndEndsThem()
     {
         const TaggedProcesses started;
