@@ -2,21 +2,16 @@
 
 #include "skill_source.h"
 
+#include "diff.h"
 #include "helpers.h"
 
 #include <QStringList>
-
-#include <algorithm>
-#include <vector>
 
 using namespace Qt::StringLiterals;
 
 namespace vesk {
 
 namespace {
-
-/// Of a comparison: a table of this many cells takes a few milliseconds.
-constexpr qsizetype maxCells = 1000000;
 
 QString configuredHost(const char *variable, const QString &usual)
 {
@@ -31,33 +26,12 @@ QString placeOf(const QUrl &address)
     return port == 443 ? address.host() : address.host() + u':' + QString::number(port);
 }
 
-/// The lengths of the longest common runs of lines from each pair of places on.
-std::vector<int> commonLengths(const QStringList &before, const QStringList &after)
+void tell(QString &text, QChar sign, const QList<QByteArrayView> &lines, qsizetype from, qsizetype count)
 {
-    const qsizetype width = after.size() + 1;
-    std::vector<int> common(size_t((before.size() + 1) * width), 0);
-    for (qsizetype i = before.size() - 1; i >= 0; --i) {
-        for (qsizetype j = after.size() - 1; j >= 0; --j) {
-            int &cell = common[size_t(i * width + j)];
-            cell = before[i] == after[j]
-                ? common[size_t((i + 1) * width + j + 1)] + 1
-                : std::max(common[size_t((i + 1) * width + j)], common[size_t(i * width + j + 1)]);
-        }
+    for (const QByteArrayView line : lines.mid(from, count)) {
+        const QByteArrayView bare = line.endsWith('\n') ? line.chopped(1) : line;
+        text += sign + u' ' + visibleText(QString::fromUtf8(bare)) + u'\n';
     }
-    return common;
-}
-
-QString told(QChar sign, const QString &line)
-{
-    return sign + u' ' + visibleText(line) + u'\n';
-}
-
-QString allLines(QChar sign, const QStringList &lines)
-{
-    QString text;
-    for (const QString &line : lines)
-        text += told(sign, line);
-    return text;
 }
 
 } // namespace
@@ -88,35 +62,15 @@ QUrl skillFile(const QString &link, const SkillHosts &hosts)
 
 QString skillChanges(const QString &before, const QString &after)
 {
-    QStringList old = before.split(u'\n');
-    QStringList fresh = after.split(u'\n');
-    while (!old.isEmpty() && !fresh.isEmpty() && old.first() == fresh.first()) {
-        old.removeFirst();
-        fresh.removeFirst();
-    }
-    while (!old.isEmpty() && !fresh.isEmpty() && old.last() == fresh.last()) {
-        old.removeLast();
-        fresh.removeLast();
-    }
-    if (old.size() * fresh.size() > maxCells)
-        return allLines(u'−', old) + allLines(u'+', fresh);
-
-    const std::vector<int> common = commonLengths(old, fresh);
-    const qsizetype width = fresh.size() + 1;
+    const QByteArray oldBytes = before.toUtf8();
+    const QByteArray newBytes = after.toUtf8();
+    const QList<QByteArrayView> oldLines = linesOf(oldBytes);
+    const QList<QByteArrayView> newLines = linesOf(newBytes);
     QString text;
-    qsizetype i = 0;
-    qsizetype j = 0;
-    while (i < old.size() || j < fresh.size()) {
-        const bool both = i < old.size() && j < fresh.size();
-        if (both && old[i] == fresh[j]) {
-            ++i;
-            ++j;
-        } else if (j == fresh.size()
-                   || (both && common[size_t((i + 1) * width + j)] >= common[size_t(i * width + j + 1)])) {
-            text += told(u'−', old[i++]);
-        } else {
-            text += told(u'+', fresh[j++]);
-        }
+    const QList<DiffBlock> blocks = lineDiff(oldLines, newLines);
+    for (const DiffBlock &block : blocks) {
+        tell(text, u'−', oldLines, block.oldFrom, block.oldCount);
+        tell(text, u'+', newLines, block.newFrom, block.newCount);
     }
     return text;
 }
