@@ -123,6 +123,7 @@ private Q_SLOTS:
             {"setAgentTasks", {a, QStringList{u"photo"_s, u"x"_s}}, u"Неизвестная задача агента"_s},
             {"setAgentTasks", {role, QStringList{u"photo"_s}}, u"Выберите своего агента"_s},
             {"setAgentTasks", {a, QStringList{u"video"_s, u"photo"_s, u"photo"_s}}, {}},
+            {"setAgentTasks", {b, QStringList{u"video"_s}}, {}},
             {"setAgentTasks", {c, QStringList{u"photo"_s}}, {}},
             {"setAgentTasks", {c, QStringList{u"code"_s}}, {}},
             {"connectAgents", {a, a}, apart},
@@ -131,11 +132,14 @@ private Q_SLOTS:
             {"linkAgent", {a, u"nobody"_s}, u"Выберите этап"_s},
             {"linkAgent", {u"x"_s, role}, u"Агент не найден"_s},
             {"connectAgents", {a, b}, {}}, // a delegate comes into the chain, at the usual stage
+            {"connectAgents", {a, b}, u"changed: "_s}, // or rather, not
             {"connectAgents", {b, a}, u"Связь создаёт цикл: агент не может ждать сам себя"_s},
             {"configureAgent", {a, u""_s, 1, u"delegate"_s}, u"Связи между агентами требуют режима цепочки"_s},
             {"connectAgents", {b, c}, {}},
             {"connectAgents", {u"planner"_s, c}, {}},
             {"setAgentEnabled", {c, false}, {}},
+            {"setAgentEnabled", {u"observer"_s, false}, {}},
+            {"setAgentEnabled", {u"observer"_s, true}, {}},
             {"setAgentEnabled", {u"observer"_s, false}, {}},
             {"saveNetwork", {u" "_s}, u"Введите название схемы"_s},
             {"loadNetwork", {u"x"_s}, u"Схема не найдена"_s},
@@ -146,20 +150,28 @@ private Q_SLOTS:
                      operation + ": " + refusal.toUtf8());
         const QString keys = u"name parent mode kind priority enabled after tasks media_analysis"_s;
         QCOMPARE(fields(desk.agents()[0], keys), u"A planner workflow specialist 50 true  ['video','photo'] both"_s);
-        QCOMPARE(fields(desk.agents()[1], keys), u"B planner workflow specialist 100 true ['%1']  "_s.arg(a));
+        QCOMPARE(fields(desk.agents()[1], keys),
+                 u"B planner workflow specialist 100 true ['%1'] ['video'] video"_s.arg(a));
         QCOMPARE(fields(desk.agents()[2], keys), u"C planner workflow specialist 50 false ['%1'] ['code'] "_s.arg(b));
         QCOMPARE(desk.profile(u"observer"_s)[u"enabled"_s], false);
         QCOMPARE(desk.profile(c).keys().join(u' '),
                  u"after api custom enabled id kind mode name parent priority rules tasks"_s);
 
+        // The stage of the one that is led to is that of the chain.
+        const QString d = desk.call("addAgent", {u"D"_s, role, u""_s}).toString();
+        desk.call("connectAgents", {d, a});
+        QCOMPARE(fields(desk.agents(), u"0.parent 0.after 3.parent"_s), u"planner ['%1'] planner"_s.arg(d));
+        desk.call("removeAgent", {d});
+
         desk.call("removeAgent", {b});
         QCOMPARE(fields(desk.agents()[1], u"id after"_s), c + u" []"_s);
         QCOMPARE(desk.undoText(), u"Агент «B» удалён"_s);
         for (int count = 2; count < 19; ++count)
-            desk.add(QString(61, u'n'));
-        QCOMPARE(desk.agents()[18][u"name"_s].toString().size(), 60);
+            desk.add(QString(59, u'n') + u"\U0001F3A8"_s);
+        QCOMPARE(desk.agents()[18][u"name"_s].toString().size(), 59);
         desk.call("addWorkflowTemplate");
         QCOMPARE(desk.agents().size(), 24);
+        QCOMPARE(fields(desk.agents()[23], u"kind priority"_s), u"review 50"_s);
         QCOMPARE(desk.outcome("addAgent", {u"X"_s, u""_s, u""_s}),
                  u"Можно добавить до 24 ролей, одновременно работают до 8"_s);
         QCOMPARE(desk.outcome("addMediaAgent", {u"photo"_s}), u"Можно добавить до 24 ролей"_s);
@@ -236,6 +248,7 @@ private Q_SLOTS:
                 QFAIL(where + ": " + fault.what());
             }
             for (const QJsonValue &agent : network) {
+                QVERIFY2(agent[u"priority"_s].toInt() == std::clamp(agent[u"priority"_s].toInt(), 0, 100), where);
                 QVERIFY2((agent[u"mode"_s] == u"delegate"_s) == (agent[u"kind"_s] == u"delegate"_s), where);
                 for (const QJsonValue &link : agent[u"after"_s].toArray())
                     QVERIFY2(agentIn(network, link.toString())[u"parent"_s] == agent[u"parent"_s], where);
@@ -288,14 +301,15 @@ private Q_SLOTS:
             {pages + u"/a/b/blob/main/SKILL.txt"_s, other},
             {u"https://127.0.0.1/a/SKILL.md"_s, other},
             {u"https://pages.test.evil/a/b/blob/main/SKILL.md"_s, other},
-            {u" "_s + pages + u"//a/b/blob/main/x%20y/SKILL.MD#part "_s, {}},
             {files + u"/a/b/main/SKILL.md"_s, {}},
+            {u" "_s + pages + u"//a/b/blob/main/x%20y/SKILL.MD#part "_s, {}},
         };
         for (const auto &[link, refusal] : links)
             QCOMPARE(load(desk, link), refusal);
         QCOMPARE(server.requests.size(), 2);
-        QVERIFY(server.requests[0].line.startsWith("GET /a/b/main/x%20y/SKILL.MD HTTP"));
-        QVERIFY(server.requests[1].line.startsWith("GET /a/b/main/SKILL.md HTTP"));
+        QVERIFY(server.requests[0].line.startsWith("GET /a/b/main/SKILL.md HTTP"));
+        QVERIFY(server.requests[1].line.startsWith("GET /a/b/main/x%20y/SKILL.MD HTTP"));
+        QCOMPARE(desk.skill(u"coding"_s)[u"address"_s], files + u"/a/b/main/x%20y/SKILL.MD"_s);
         QCOMPARE(desk.profile(u"coding"_s)[u"status"_s], u"Загружен · со следующей задачи"_s);
 
         const QString id = desk.add(u"A"_s);
@@ -307,6 +321,7 @@ private Q_SLOTS:
         const QList<std::pair<WireReply, bool>> replies{
             {file("one\ntwo\nfour"), true},
             {file({}), false},
+            {file("\xef\xbb\xbf"), false},
             {file(whole + 'x'), false},
             {WireReply{{{WireReply::head(200, {})}, {whole + "xx"}}, WireReply::End::Silence}, false},
             {WireReply::document(302, QByteArray("x"), "Location: " + files.toUtf8() + "/a.md\r\n"), false},
@@ -319,7 +334,7 @@ private Q_SLOTS:
         };
         for (const auto &[reply, taken] : replies) {
             const QVariantMap before = desk.skill(id);
-            server.replies = {reply};
+            server.replies = {reply, file("more")};
             desk.call("setAgentSkill", {id, server.link()});
             QVERIFY(Desk::waitFor([&] { return desk.read("loadingSkills").toStringList().isEmpty(); }));
             QCOMPARE(desk.message(), taken ? QString() : lost);
@@ -354,7 +369,10 @@ private Q_SLOTS:
         desk.call("undoNetwork");
         QVERIFY(desk.read("loadingSkills").toStringList().isEmpty());
         QCOMPARE(desk.skill(id)[u"text"_s], u"fresh"_s);
+        desk.call("setAgentSkill", {id, server.link()});
+        QVERIFY(Desk::waitFor([&, n = server.requests.size()] { return server.requests.size() > n; }));
         desk.call("setAgentSkill", {id, u" "_s});
+        QTest::qWait(200);
         QCOMPARE(desk.skill(id), QVariantMap());
         QVERIFY(!desk.profile(id).contains(u"skill_url"_s));
     }
@@ -404,9 +422,20 @@ private Q_SLOTS:
         desk.call("removeAgent", {first});
         QVERIFY(desk.document()[u"agent_api"_s].toObject().isEmpty());
         QCOMPARE(CredentialStore::read(agentTarget(first)), QString());
+        const auto give = [&](const QString &agent) {
+            desk.call("connectServer", {own.url(), u"other"_s, u"eigener-schluessel"_s, agent});
+            return Desk::waitFor([&] { return !desk.profile(agent)[u"api"_s].toMap().isEmpty(); });
+        };
+        QVERIFY(give(last));
         desk.call("undoNetwork");
+        QCOMPARE(desk.profile(last)[u"api"_s].toMap()[u"url"_s], own.url());
         QCOMPARE(CredentialStore::read(agentTarget(first)), u"eigener-schluessel"_s);
         QCOMPARE(desk.profile(first)[u"api"_s].toMap()[u"url"_s], own.url());
+        const QString guest = desk.add(u"Гость"_s);
+        QVERIFY(give(guest));
+        desk.call("undoNetwork");
+        QVERIFY(!desk.document()[u"agent_api"_s].toObject().contains(guest));
+        QCOMPARE(CredentialStore::read(agentTarget(guest)), QString());
     }
 
     void theChiefGivesOrdersInAutomaticMode()
