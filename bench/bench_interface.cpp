@@ -2,11 +2,14 @@
 // user's background is drawn, and scrolling through a long conversation.
 //
 //   bench_interface                    all of it
+//   BENCH_MINUTES=62 bench_interface aLongSessionStaysAsItWas
+//                                      a session with a request every minute; left out without the variable
 //   bench_interface --floor|--vesk DIR one start, as the process that is measured: prints ms, MB, then lives on
 
 #include "helpers.h"
 #include "store.h"
 
+#include <QDir>
 #include <QFile>
 #include <QGuiApplication>
 #include <QLibrary>
@@ -22,6 +25,7 @@
 #include <QtQml/qqmlextensionplugin.h>
 
 #include <algorithm>
+#include <chrono>
 #include <ctime>
 #include <memory>
 #include <unistd.h>
@@ -53,9 +57,9 @@ double threadMs()
     return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
 }
 
-double proportionalMemory()
+double proportionalMemory(const QString &process = u"/proc/self/"_s)
 {
-    QFile file(u"/proc/self/smaps_rollup"_s);
+    QFile file(process + u"smaps_rollup"_s);
     file.open(QIODevice::ReadOnly);
     const QList<QByteArray> lines = file.readAll().split('\n');
     for (const QByteArray &line : lines) {
@@ -115,8 +119,26 @@ void scroll()
     QCoreApplication::exit(0);
 }
 
+/// What a person does who asks for something every minute; a question ends the task.
+void request()
+{
+    auto *backend = mainWindow()->property("backend").value<QObject *>();
+    const QString phase = backend->property("uiState").toMap().value(u"phase"_s).toString();
+    if (phase == "CLARIFICATION"_L1)
+        QMetaObject::invokeMethod(backend, "clarify", u"Остановить задачу"_s);
+    else
+        QMetaObject::invokeMethod(backend, "sendMessage", u"Создай калькулятор"_s);
+    printf("%s\n", qPrintable(phase));
+    fflush(stdout);
+}
+
 void watchFirstFrame()
 {
+    static QTimer minutes;
+    if (qEnvironmentVariableIsSet("BENCH_REQUESTS")) {
+        QObject::connect(&minutes, &QTimer::timeout, qApp, request);
+        minutes.start(std::chrono::minutes(1));
+    }
     QTimer::singleShot(0, qApp, [] {
         if (QQuickWindow *window = mainWindow())
             QObject::connect(window, &QQuickWindow::frameSwapped, qApp, [window] { report(window); });
@@ -178,19 +200,46 @@ struct Child {
     /// The same of the background's worker.
     double usedByWorker() const
     {
-        QFile file(u"/proc/%1/task/%1/children"_s.arg(process.processId()));
-        file.open(QIODevice::ReadOnly);
-        const QByteArray worker = file.readAll().trimmed();
+        const QByteArray worker = children().trimmed();
         return worker.isEmpty() ? 0 : usedBy(worker);
+    }
+    qsizetype descriptors() const
+    {
+        return QDir(u"/proc/%1/fd"_s.arg(process.processId())).entryList(QDir::System | QDir::AllEntries).size();
+    }
+    /// Those that have ended and that nobody has asked for.
+    qsizetype deadChildren() const
+    {
+        const QList<QByteArray> ids = children().simplified().split(' ');
+        return std::ranges::count_if(ids, [](const QByteArray &id) { return statOf(id).value(0) == "Z"; });
     }
 
 private:
-    static double usedBy(const QByteArray &id)
+    /// Of all threads.
+    QByteArray children() const
+    {
+        QByteArray ids;
+        const QString threads = u"/proc/%1/task/"_s.arg(process.processId());
+        const QStringList each = QDir(threads).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+        for (const QString &thread : each) {
+            QFile file(threads + thread + u"/children"_s);
+            if (file.open(QIODevice::ReadOnly))
+                ids += file.readAll();
+        }
+        return ids;
+    }
+    /// From the state on.
+    static QList<QByteArray> statOf(const QByteArray &id)
     {
         QFile file(u"/proc/"_s + QString::fromLatin1(id) + u"/stat"_s);
-        file.open(QIODevice::ReadOnly);
+        if (!file.open(QIODevice::ReadOnly))
+            return {};
         const QByteArray text = file.readAll();
-        const QList<QByteArray> fields = text.mid(text.lastIndexOf(')') + 2).split(' ');
+        return text.mid(text.lastIndexOf(')') + 2).split(' ');
+    }
+    static double usedBy(const QByteArray &id)
+    {
+        const QList<QByteArray> fields = statOf(id);
         return (fields.value(11).toDouble() + fields.value(12).toDouble()) / double(sysconf(_SC_CLK_TCK));
     }
 };
@@ -237,6 +286,7 @@ private Q_SLOTS:
     void anIdleWindowDoesNothing_data();
     void anIdleWindowDoesNothing();
     void aLongConversationScrolls();
+    void aLongSessionStaysAsItWas();
 };
 
 void InterfaceBenchmark::theFirstFrameComesSoon()
@@ -303,6 +353,33 @@ void InterfaceBenchmark::aLongConversationScrolls()
     QCOMPARE(times.size(), 3);
     qInfo("scrolling 2000 messages: a frame takes %.1f ms, 99%% %.1f, longest %.1f (goal 16 and 33)", times[0],
           times[1], times[2]);
+}
+
+void InterfaceBenchmark::aLongSessionStaysAsItWas()
+{
+    const int minutes = qEnvironmentVariableIntValue("BENCH_MINUTES");
+    if (minutes < 4)
+        QSKIP("takes as many minutes as BENCH_MINUTES says");
+    const QTemporaryDir data;
+    {
+        Store store(data.filePath(u"vesk.sqlite"_s));
+        store.put(u"settings"_s, u"workspace-ui"_s, {},
+                  {{u"animations"_s, true}, {u"background_js"_s, movingCircles()}, {u"computer_access"_s, true}});
+    }
+    Child child({u"--vesk"_s, u"--data-dir"_s, data.path()}, {u"BENCH_REQUESTS=1"_s});
+    QCOMPARE(child.line().size(), 2);
+    QList<double> memory;
+    QList<qsizetype> descriptors;
+    for (int minute = 0; minute < minutes; ++minute) {
+        QTest::qWait(60000);
+        QCOMPARE(child.process.state(), QProcess::Running);
+        memory.append(proportionalMemory(u"/proc/%1/"_s.arg(child.process.processId())));
+        descriptors.append(child.descriptors());
+        qInfo("minute %d: %.1f MB, %lld descriptors, %lld dead children, %s", minute, memory.last(),
+              descriptors.last(), child.deadChildren(), child.process.readAll().trimmed().constData());
+    }
+    qInfo("memory: %.1f MB half way, %.1f MB at the end (goal: 2 more); descriptors: %lld at first, %lld at the end",
+          memory[minutes / 2], memory.last(), descriptors.first(), descriptors.last());
 }
 
 int main(int argc, char **argv)
