@@ -26,7 +26,10 @@ Canvas {
         return Math.max(least, Math.min(most, value));
     }
     function paintShape(context: var, shape: var) {
-        context.fillStyle = context.strokeStyle = shape.color || Theme.shape;
+        // A colour that the canvas does not know leaves the one before.
+        context.fillStyle = context.strokeStyle = Theme.shape;
+        if (shape.color)
+            context.fillStyle = context.strokeStyle = shape.color;
         context.beginPath();
         if (shape.type === "circle") {
             context.arc(number(shape.x, 0), number(shape.y, 0), clamp(number(shape.r, 10), 0, 2000), 0, Math.PI * 2);

@@ -73,6 +73,7 @@ Item {
                 [{}, 5, 5, none],
             ])
                 compare(draw([shape]).pixel(x, y), color, JSON.stringify(shape));
+            compare(draw([line, { type: "rect", color: "no colour" }]).pixel(5, 5), usual);
         }
 
         function test_framesAreAskedForOnlyWhileTheyCanBeSeen() {

@@ -39,7 +39,13 @@ BackgroundRenderer::BackgroundRenderer(QObject *parent)
     });
     connect(&worker, &QProcess::readyReadStandardOutput, this, &BackgroundRenderer::readReply);
     connect(&worker, &QProcess::readyReadStandardError, this, [this] { worker.readAllStandardError(); });
-    connect(&worker, &QProcess::errorOccurred, this, &BackgroundRenderer::workerFailed);
+    connect(&worker, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+        // One that never ran does not finish either.
+        if (error == QProcess::FailedToStart)
+            workerEnded();
+        else
+            workerFailed();
+    });
     connect(&worker, &QProcess::finished, this, &BackgroundRenderer::workerEnded);
 }
 
