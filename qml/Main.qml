@@ -135,6 +135,11 @@ ApplicationWindow {
         property: "glass"
         value: app.glass
     }
+    Binding {
+        target: Theme
+        property: "look"
+        value: app.preferences.theme ?? "dark"
+    }
     Selection {
         id: selection
         service: app.backend

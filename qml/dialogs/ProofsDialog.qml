@@ -57,7 +57,6 @@ FloatingDialog {
                 topPadding: topInset
                 leftPadding: 12
                 rightPadding: 12
-                fill: hovered ? Theme.rowHovered : Theme.row
                 Accessible.name: modelData.marks.join(", ") + ": " + modelData.text
                 onClicked: root.show(index)
 

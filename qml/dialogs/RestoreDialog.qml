@@ -60,7 +60,7 @@ FloatingDialog {
                     height: 52
                     leftPadding: 10
                     rightPadding: 10
-                    fill: modelData.id === root.chosen ? Theme.rowSelected : Theme.row
+                    fill: modelData.id === root.chosen ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
                     Accessible.name: modelData.title + ", " + time.text
                     onClicked: root.choose(modelData.id)
 
@@ -75,6 +75,7 @@ FloatingDialog {
                         }
                         Note {
                             id: time
+                            color: Theme.textDetail
                             text: Qt.locale("ru_RU").toString(new Date(point.modelData.time), "d MMMM hh:mm:ss")
                             font.pixelSize: Theme.caption
                         }

@@ -114,7 +114,7 @@ Control {
         elide: Text.ElideRight
         color: Theme.nodeLabel
         style: Text.Outline // wires may pass below it
-        styleColor: Theme.nodeIdle
+        styleColor: Theme.nodeGround
         font.family: Theme.family
         font.pixelSize: Theme.small
     }

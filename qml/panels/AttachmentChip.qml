@@ -29,6 +29,7 @@ Rectangle {
         anchors { left: picture.right; right: remove.left; verticalCenter: parent.verticalCenter; margins: 6 }
         objectName: "attachmentName"
         text: root.row.name ?? ""
+        color: Theme.textDetail
         wrapMode: Text.NoWrap
         elide: Text.ElideMiddle
     }

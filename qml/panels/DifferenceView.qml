@@ -36,7 +36,7 @@ RowLayout {
             height: 46
             leftPadding: 10
             rightPadding: 10
-            fill: modelData.path === root.differences.path ? Theme.rowSelected : Theme.row
+            fill: modelData.path === root.differences.path ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
             Accessible.name: modelData.path + ", " + counts.text
             onClicked: root.differences.select(modelData.path)
 
@@ -51,6 +51,7 @@ RowLayout {
                 }
                 Note {
                     id: counts
+                    color: Theme.textDetail
                     text: file.modelData.change + (file.modelData.known
                         ? "  +" + file.modelData.added + "  −" + file.modelData.removed : "")
                     font.pixelSize: Theme.caption

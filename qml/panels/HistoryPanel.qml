@@ -27,7 +27,7 @@ PaneList {
         height: 65
         leftPadding: 12
         rightPadding: 12
-        fill: Theme.rowHovered
+        fill: hovered ? Theme.rowUnderPointer : Theme.rowHovered
         Accessible.name: line.text
         onClicked: root.showEvent(row.row)
 

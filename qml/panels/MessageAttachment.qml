@@ -38,10 +38,12 @@ AbstractButton {
             anchors.centerIn: picture
             visible: !picture.visible
             text: "Файл"
+            color: Theme.textDetail
         }
         Note {
             anchors { left: parent.left; right: parent.right; bottom: parent.bottom; margins: 8 }
             text: root.file.name ?? ""
+            color: Theme.textDetail
             wrapMode: Text.NoWrap
             elide: Text.ElideMiddle
         }
