@@ -14,6 +14,19 @@ QtObject {
     property int desktopScheme: Application.styleHints.colorScheme
     readonly property bool light: look === "light" || look === "system" && desktopScheme === Qt.ColorScheme.Light
 
+    /* How large texts are, and what holds them: what the user has set, or, with 0, as the desktop's own font asks.
+       Desktops come with fonts of 9 to 11 points; who has another has chosen it. */
+    property real chosenTextScale: 0
+    property real desktopPoints: 10
+    readonly property real desktopTextScale: desktopPoints <= 0 || desktopPoints >= 9 && desktopPoints <= 11 ? 1
+        : desktopPoints / 10
+    readonly property real textScale: Math.max(.9, Math.min(1.5, chosenTextScale || desktopTextScale))
+
+    /* A size that grows with the texts. */
+    function px(size: real): int {
+        return Math.round(size * textScale);
+    }
+
     // Surfaces, from the back to the front
     readonly property color window: light ? "#f3f3f3" : "#111111"
     readonly property color centre: light ? "#f3f3f3" : "#111111"
@@ -155,22 +168,22 @@ QtObject {
     readonly property int inspectorWidth: 390
     readonly property int inspectorLeast: 280
     readonly property int inspectorMost: 620
-    readonly property int centreLeast: 440
+    readonly property int centreLeast: px(440)
     readonly property int handleWidth: 7
-    readonly property int textColumn: 840
+    readonly property int textColumn: px(840)
     readonly property int sideMargin: 24
 
     // Type
     readonly property string family: "Segoe UI"
     readonly property string codeFamily: "Consolas"
-    readonly property int tiny: 9
-    readonly property int caption: 10
-    readonly property int small: 11
-    readonly property int note: 12
-    readonly property int body: 13
-    readonly property int normal: 14
-    readonly property int title: 18
-    readonly property int headline: 30
+    readonly property int tiny: px(9)
+    readonly property int caption: px(10)
+    readonly property int small: px(11)
+    readonly property int note: px(12)
+    readonly property int body: px(13)
+    readonly property int normal: px(14)
+    readonly property int title: px(18)
+    readonly property int headline: px(30)
 
     // Motion, in milliseconds
     readonly property int press: animated ? 110 : 0

@@ -15,8 +15,8 @@ FloatingDialog {
 
     objectName: "proofs"
     title: "Доказательства"
-    width: Math.min(820, (parent?.width ?? 820) - 40)
-    height: Math.min(640, (parent?.height ?? 640) - 40)
+    width: Math.min(Theme.px(820), (parent?.width ?? 820) - 40)
+    height: Math.min(Theme.px(640), (parent?.height ?? 640) - 40)
 
     function begin() {
         proofs = service.proofs();

@@ -160,7 +160,7 @@ Control {
         sourceComponent: Tip {
             parent: root
             delay: 700
-            width: Math.min(implicitWidth, 280)
+            width: Math.min(implicitWidth, Theme.px(280))
             text: root.condition + " · " + root.network.noteText(root.role).slice(0, 130)
             visible: (mouse.containsMouse || root.visualFocus) && !mouse.pressed
         }

@@ -9,7 +9,7 @@ Rectangle {
 
     signal removed()
 
-    width: 210
+    width: Theme.px(210)
     height: 64
     radius: 8
     color: Theme.chip

@@ -8,7 +8,7 @@ ListRow {
     required property var row
     required property bool selected
 
-    height: 56
+    height: Theme.px(56)
     leftPadding: 12
     rightPadding: 12
     fill: selected ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row

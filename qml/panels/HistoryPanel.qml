@@ -24,7 +24,7 @@ PaneList {
         id: row
         required property var row
         width: ListView.view.width
-        height: 65
+        height: Theme.px(65)
         leftPadding: 12
         rightPadding: 12
         fill: hovered ? Theme.rowUnderPointer : Theme.rowHovered

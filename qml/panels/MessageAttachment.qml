@@ -11,7 +11,7 @@ AbstractButton {
     required property var file
 
     width: 156
-    height: 104
+    height: 88 + Theme.px(16)
     hoverEnabled: true
     Accessible.name: "Открыть " + (file.name ?? "файл")
     Keys.onReturnPressed: click()

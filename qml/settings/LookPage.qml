@@ -40,11 +40,14 @@ SettingsScroll {
         LabelText {
             text: "Рабочее пространство"
             color: Theme.textStrong
-            font.pixelSize: 21
+            font.pixelSize: Theme.px(21)
             Layout.fillWidth: true
         }
-        RowLayout {
-            spacing: 12
+        GridLayout {
+            columns: 2
+            columnSpacing: 12
+            rowSpacing: 8
+
             LabelText { text: "Вид" }
             ValueChoice {
                 objectName: "themeChoice"
@@ -54,8 +57,19 @@ SettingsScroll {
                     { id: "system", name: "как в системе" },
                 ]
                 value: page.preferences.theme ?? "dark"
-                Layout.preferredWidth: 200
+                Layout.preferredWidth: Theme.px(200)
                 onPicked: look => page.service.setPreference("theme", look)
+            }
+            LabelText { text: "Размер текста" }
+            ValueChoice {
+                objectName: "textScaleChoice"
+                name: "Размер текста"
+                model: [{ id: "0", name: "как в системе" }].concat([.9, 1, 1.1, 1.25, 1.5].map(scale => ({
+                    id: String(scale), name: Math.round(scale * 100) + " %"
+                })))
+                value: String(page.preferences.text_scale ?? 0)
+                Layout.preferredWidth: Theme.px(200)
+                onPicked: scale => page.service.setPreference("text_scale", Number(scale))
             }
         }
         SettingSwitch {

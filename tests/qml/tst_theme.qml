@@ -51,6 +51,8 @@ TestCase {
     function cleanup() {
         Theme.look = "dark";
         Theme.glass = true;
+        Theme.desktopPoints = 10;
+        Theme.chosenTextScale = 0;
     }
     function light(part) {
         return part <= .03928 ? part / 12.92 : Math.pow((part + .055) / 1.055, 2.4);
@@ -108,6 +110,16 @@ TestCase {
         compare(Theme.light, true);
         compare(app.color, Theme.window);
         app.close();
+    }
+    function test_textsAreAsLargeAsTheDesktopOrTheUserWants_data() {
+        const row = (points, chosen, normal) => ({ tag: points + " pt, " + chosen, points, chosen, normal });
+        return [row(10, 0, 14), row(9, 0, 14), row(11, 0, 14), row(12, 0, 17), row(8, 0, 13), row(30, 0, 21),
+            row(-1, 0, 14), row(12, 1, 14), row(10, 1.25, 18), row(10, 9, 21)];
+    }
+    function test_textsAreAsLargeAsTheDesktopOrTheUserWants(data) {
+        Theme.desktopPoints = data.points;
+        Theme.chosenTextScale = data.chosen;
+        compare(Theme.normal, data.normal);
     }
     function test_theLookFollowsTheDesktopOnlyWhenAsked() {
         for (const scheme of [Qt.ColorScheme.Light, Qt.ColorScheme.Dark, Qt.ColorScheme.Unknown]) {
