@@ -32,7 +32,8 @@ Item {
         return Qt.point(at.x * width - Network.nodeWidth / 2, at.y * (height - Network.below) - 4);
     })
     readonly property var labelWidths: Network.labelWidths(places,
-                                                           nodes.map(node => Math.ceil(metrics.advanceWidth(node.label)) + 1))
+                                                           nodes.map(node => Math.ceil(metrics.advanceWidth(node.label)) + 1),
+                                                           Theme.textScale)
     /* Each edge from end to end in pixels, as NetworkWires takes them. */
     readonly property list<real> wires: Network.wires(graph.edges, places, graph.nodes.map(node => active(node.role)))
 

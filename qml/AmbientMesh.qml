@@ -15,6 +15,11 @@ Canvas {
     onWidthChanged: requestPaint()
     onHeightChanged: requestPaint()
 
+    Connections {
+        target: Theme
+        function onLightChanged() { mesh.requestPaint(); }
+    }
+
     function place(x: int, y: int): point {
         return Qt.point(x * gap + Math.sin(y * .7 + drift) * 4, y * gap + Math.cos(x * .4 + drift) * 4);
     }

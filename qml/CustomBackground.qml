@@ -11,7 +11,7 @@ Canvas {
     property bool painting: true
     property bool outdated: false
 
-    opacity: .55
+    opacity: Theme.backdropOpacity
     // Two hundred shapes as large as the window take longer than a frame of the window may.
     renderStrategy: Canvas.Threaded
 

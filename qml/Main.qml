@@ -40,6 +40,8 @@ ApplicationWindow {
     property alias input: chat.input
     property alias projectMenu: left.projectMenu
     readonly property Rows tasks: taskRows
+    /* Of the desktop's own font, when the window was made. */
+    property real desktopPoints: 10
 
     title: "VESK — рабочий чат"
     width: 1440
@@ -134,6 +136,21 @@ ApplicationWindow {
         target: Theme
         property: "glass"
         value: app.glass
+    }
+    Binding {
+        target: Theme
+        property: "look"
+        value: app.preferences.theme ?? "dark"
+    }
+    Binding {
+        target: Theme
+        property: "desktopPoints"
+        value: app.desktopPoints
+    }
+    Binding {
+        target: Theme
+        property: "chosenTextScale"
+        value: Number(app.preferences.text_scale) || 0
     }
     Selection {
         id: selection

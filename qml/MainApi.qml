@@ -24,7 +24,7 @@ ColumnLayout {
     LabelText {
         text: "Alem Plus · Qwen 3.8"
         color: Theme.textStrong
-        font.pixelSize: 20
+        font.pixelSize: Theme.px(20)
         Layout.fillWidth: true
     }
     TextField {

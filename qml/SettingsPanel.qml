@@ -60,8 +60,8 @@ FloatingDialog {
     edge: 0
     leastWidth: 640
     leastHeight: 560
-    width: Math.min(800, (parent?.width ?? 800) - 48)
-    height: Math.min(690, (parent?.height ?? 690) - 48)
+    width: Math.min(Theme.px(800), (parent?.width ?? 800) - 48)
+    height: Math.min(Theme.px(690), (parent?.height ?? 690) - 48)
     onOpened: ground.refresh()
 
     background: GlassGround {

@@ -8,10 +8,10 @@ Menu {
 
     padding: 5
     margins: 6
-    width: 190
+    width: Theme.px(190)
     delegate: CompactMenuItem {}
     background: Rectangle {
-        implicitWidth: 190
+        implicitWidth: Theme.px(190)
         color: Theme.menu
         radius: 10
         border.color: Theme.menuBorder

@@ -5,7 +5,7 @@ import Vesk
 MenuItem {
     id: root
 
-    implicitHeight: 32
+    implicitHeight: Theme.px(32)
     padding: 8
     arrow: null
     indicator: null

@@ -5,5 +5,5 @@ Action {
     padding: 7
     leftPadding: 11
     rightPadding: 11
-    implicitHeight: 28
+    implicitHeight: Theme.px(28)
 }

@@ -6,7 +6,7 @@ import Vesk
 AbstractButton {
     id: root
 
-    property color fill: Theme.row
+    property color fill: hovered ? Theme.rowUnderPointer : Theme.row
     property int corner: 8
     property bool current: ListView.isCurrentItem && ListView.view.activeFocus
 

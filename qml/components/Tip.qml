@@ -9,7 +9,7 @@ ToolTip {
     delay: Theme.tipDelay
     // Centred by the width that it has, not by that of one long line.
     x: Math.round(((parent?.width ?? 0) - width) / 2)
-    width: Math.min(implicitWidth, 420)
+    width: Math.min(implicitWidth, Theme.px(420))
     y: (parent?.height ?? 0) + 6 // below: above the header there is no room
     padding: 8
     contentItem: LabelText {

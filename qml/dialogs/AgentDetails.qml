@@ -15,8 +15,8 @@ FloatingDialog {
 
     objectName: "agentDetails"
     title: run.name && run.name !== role ? run.name : service.roleLabel(role)
-    width: Math.min(620, (parent?.width ?? 620) - 40)
-    height: Math.min(600, (parent?.height ?? 600) - 40)
+    width: Math.min(Theme.px(620), (parent?.width ?? 620) - 40)
+    height: Math.min(Theme.px(600), (parent?.height ?? 600) - 40)
 
     contentItem: ColumnLayout {
         spacing: 12

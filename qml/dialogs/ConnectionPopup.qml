@@ -11,7 +11,7 @@ Popup {
     objectName: "connection"
     parent: Overlay.overlay
     anchors.centerIn: parent
-    width: Math.min(420, (parent?.width ?? 420) - 40)
+    width: Math.min(Theme.px(420), (parent?.width ?? 420) - 40)
     padding: 24
     focus: true
     closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutside

@@ -10,8 +10,8 @@ FloatingDialog {
 
     objectName: "details"
     title: "Подробности"
-    width: Math.min(760, (parent?.width ?? 760) - 40)
-    height: Math.min(640, (parent?.height ?? 640) - 40)
+    width: Math.min(Theme.px(760), (parent?.width ?? 760) - 40)
+    height: Math.min(Theme.px(640), (parent?.height ?? 640) - 40)
 
     contentItem: ColumnLayout {
         spacing: 12

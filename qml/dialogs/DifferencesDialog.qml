@@ -11,8 +11,8 @@ FloatingDialog {
 
     objectName: "differences"
     title: service.differences.title
-    width: Math.min(1180, (parent?.width ?? 1180) - 40)
-    height: Math.min(760, (parent?.height ?? 760) - 40)
+    width: Math.min(Theme.px(1180), (parent?.width ?? 1180) - 40)
+    height: Math.min(Theme.px(760), (parent?.height ?? 760) - 40)
 
     function newest(): int {
         return service.files.find(file => file.path === differences.path)?.revision ?? 0;

@@ -12,8 +12,8 @@ FloatingDialog {
 
     objectName: "mcpRequests"
     title: "Подключить сервер проекта?"
-    width: 650
-    height: 430
+    width: Math.min(Theme.px(650), (parent?.width ?? 650) - edge)
+    height: Math.min(Theme.px(430), (parent?.height ?? 430) - edge)
 
     contentItem: ColumnLayout {
         spacing: 12

@@ -14,8 +14,8 @@ FloatingDialog {
 
     objectName: "permissions"
     title: "Разрешить команду?"
-    width: 650
-    height: 430
+    width: Math.min(Theme.px(650), (parent?.width ?? 650) - edge)
+    height: Math.min(Theme.px(430), (parent?.height ?? 430) - edge)
 
     function decide(item: string, allow: bool) {
         service.approve(item, allow);

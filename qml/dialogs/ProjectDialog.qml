@@ -11,7 +11,7 @@ FloatingDialog {
 
     objectName: "projectDialog"
     title: "Новый проект"
-    width: 420
+    width: Math.min(Theme.px(420), (parent?.width ?? 420) - edge)
 
     function begin() {
         name.clear();

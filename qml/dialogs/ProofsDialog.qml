@@ -15,8 +15,8 @@ FloatingDialog {
 
     objectName: "proofs"
     title: "Доказательства"
-    width: Math.min(820, (parent?.width ?? 820) - 40)
-    height: Math.min(640, (parent?.height ?? 640) - 40)
+    width: Math.min(Theme.px(820), (parent?.width ?? 820) - 40)
+    height: Math.min(Theme.px(640), (parent?.height ?? 640) - 40)
 
     function begin() {
         proofs = service.proofs();
@@ -57,7 +57,6 @@ FloatingDialog {
                 topPadding: topInset
                 leftPadding: 12
                 rightPadding: 12
-                fill: hovered ? Theme.rowHovered : Theme.row
                 Accessible.name: modelData.marks.join(", ") + ": " + modelData.text
                 onClicked: root.show(index)
 

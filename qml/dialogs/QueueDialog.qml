@@ -11,8 +11,8 @@ FloatingDialog {
 
     objectName: "queueDialog"
     title: "Ожидающие запросы"
-    width: 600
-    height: 400
+    width: Math.min(Theme.px(600), (parent?.width ?? 600) - edge)
+    height: Math.min(Theme.px(400), (parent?.height ?? 400) - edge)
 
     contentItem: ColumnLayout {
         spacing: 12

@@ -19,8 +19,8 @@ FloatingDialog {
     objectName: "removeAgent"
     title: "Удалить агента?"
     modal: true
-    width: Math.min(420, (parent?.width ?? 420) - 40)
-    height: 210
+    width: Math.min(Theme.px(420), (parent?.width ?? 420) - 40)
+    height: Theme.px(210)
 
     contentItem: ColumnLayout {
         spacing: 12

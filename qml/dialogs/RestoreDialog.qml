@@ -14,8 +14,8 @@ FloatingDialog {
 
     objectName: "restore"
     title: "Вернуться к прежнему состоянию"
-    width: Math.min(1240, (parent?.width ?? 1240) - 40)
-    height: Math.min(760, (parent?.height ?? 760) - 40)
+    width: Math.min(Theme.px(1240), (parent?.width ?? 1240) - 40)
+    height: Math.min(Theme.px(760), (parent?.height ?? 760) - 40)
 
     function begin() {
         points = service.restorePoints();
@@ -49,7 +49,7 @@ FloatingDialog {
 
             PaneList {
                 objectName: "restorePoints"
-                Layout.preferredWidth: 230
+                Layout.preferredWidth: Theme.px(230)
                 Layout.fillHeight: true
                 Accessible.name: "Сохранённые состояния"
                 model: root.points
@@ -57,10 +57,10 @@ FloatingDialog {
                     id: point
                     required property var modelData
                     width: ListView.view.width
-                    height: 52
+                    height: Theme.px(52)
                     leftPadding: 10
                     rightPadding: 10
-                    fill: modelData.id === root.chosen ? Theme.rowSelected : Theme.row
+                    fill: modelData.id === root.chosen ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
                     Accessible.name: modelData.title + ", " + time.text
                     onClicked: root.choose(modelData.id)
 
@@ -75,6 +75,7 @@ FloatingDialog {
                         }
                         Note {
                             id: time
+                            color: Theme.textDetail
                             text: Qt.locale("ru_RU").toString(new Date(point.modelData.time), "d MMMM hh:mm:ss")
                             font.pixelSize: Theme.caption
                         }

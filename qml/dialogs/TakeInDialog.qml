@@ -15,7 +15,7 @@ FloatingDialog {
 
     objectName: "takeIn"
     title: "Папка станет проектом"
-    width: 480
+    width: Math.min(Theme.px(480), (parent?.width ?? 480) - edge)
     onClosed: if (phase !== "taking") service.cancelFolder()
     onPhaseChanged: if (phase === "" && visible) close()
 

@@ -13,7 +13,7 @@ CompactMenu {
     readonly property bool custom: network.profile(role).custom ?? false
 
     objectName: "agentMenu"
-    width: 260
+    width: Theme.px(260)
 
     CompactMenuItem {
         text: "Подробнее"

@@ -114,7 +114,7 @@ Control {
         elide: Text.ElideRight
         color: Theme.nodeLabel
         style: Text.Outline // wires may pass below it
-        styleColor: Theme.nodeIdle
+        styleColor: Theme.nodeGround
         font.family: Theme.family
         font.pixelSize: Theme.small
     }
@@ -160,7 +160,7 @@ Control {
         sourceComponent: Tip {
             parent: root
             delay: 700
-            width: Math.min(implicitWidth, 280)
+            width: Math.min(implicitWidth, Theme.px(280))
             text: root.condition + " · " + root.network.noteText(root.role).slice(0, 130)
             visible: (mouse.containsMouse || root.visualFocus) && !mouse.pressed
         }

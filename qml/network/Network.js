@@ -169,19 +169,20 @@ function wires(joined, places, active) {
 }
 
 /* The widths that labels have when none runs into another, nor into a square; 0 for one that there is no room for.
-   `places` are the upper left corners of the nodes, `wanted` what the labels would take. */
-function labelWidths(places, wanted) {
-    const widths = wanted.map(width => Math.min(labelWidth, width));
+   `places` are the upper left corners of the nodes, `wanted` what the labels would take; `scale` is that of texts. */
+function labelWidths(places, wanted, scale = 1) {
+    const widths = wanted.map(width => Math.min(labelWidth * scale, width));
+    const high = labelHeight * scale;
     const between = (a, b) => Math.abs(a.x - b.x) - labelGap;
     const limit = (i, width) => widths[i] = width < leastLabel ? 0 : Math.min(widths[i], width);
     places.forEach((label, i) => places.forEach((other, j) => {
-        if (i !== j && label.y + labelTop < other.y + square && label.y + labelTop + labelHeight > other.y)
+        if (i !== j && label.y + labelTop < other.y + square && label.y + labelTop + high > other.y)
             limit(i, 2 * between(label, other) - square);
     }));
     for (let i = 0; i < places.length; ++i) {
         for (let j = i + 1; j < places.length; ++j) {
             const room = between(places[i], places[j]);
-            if (!widths[i] || !widths[j] || Math.abs(places[i].y - places[j].y) >= labelHeight
+            if (!widths[i] || !widths[j] || Math.abs(places[i].y - places[j].y) >= high
                 || (widths[i] + widths[j]) / 2 <= room)
                 continue;
             if (room < leastLabel) {

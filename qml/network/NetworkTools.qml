@@ -13,7 +13,7 @@ Flow {
         padding: 6
         leftPadding: 10
         rightPadding: 10
-        implicitHeight: 28
+        implicitHeight: Theme.px(28)
         font.pixelSize: Theme.small
     }
 

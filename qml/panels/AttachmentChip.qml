@@ -9,7 +9,7 @@ Rectangle {
 
     signal removed()
 
-    width: 210
+    width: Theme.px(210)
     height: 64
     radius: 8
     color: Theme.chip
@@ -29,6 +29,7 @@ Rectangle {
         anchors { left: picture.right; right: remove.left; verticalCenter: parent.verticalCenter; margins: 6 }
         objectName: "attachmentName"
         text: root.row.name ?? ""
+        color: Theme.textDetail
         wrapMode: Text.NoWrap
         elide: Text.ElideMiddle
     }

@@ -55,7 +55,7 @@ Rectangle {
             contentWidth: width
             contentHeight: input.implicitHeight
             Layout.fillWidth: true
-            Layout.preferredHeight: Math.max(54, Math.min(130, input.implicitHeight))
+            Layout.preferredHeight: Math.max(54, Math.min(Theme.px(130), input.implicitHeight))
             ScrollBar.vertical: ScrollBar {}
 
             TextArea.flickable: TextArea {
@@ -118,8 +118,8 @@ Rectangle {
                 enabled: (input.text.trim() !== "" || chips.count > 0) && !root.importing && !root.chatBusy
                     && !root.apiTesting
                 Accessible.name: "Отправить"
-                Layout.preferredWidth: 38
-                Layout.preferredHeight: 36
+                Layout.preferredWidth: Theme.px(38)
+                Layout.preferredHeight: Theme.px(36)
                 onClicked: root.submitted()
             }
         }

@@ -20,7 +20,7 @@ Item {
 
     signal opened()
 
-    implicitHeight: 20
+    implicitHeight: Theme.px(20)
     Accessible.role: Accessible.ListItem
     Accessible.name: fold ? foldText.text
         : kind === "removed" ? "Удалено, строка " + oldNumber
@@ -38,7 +38,7 @@ Item {
 
         Text {
             x: 4
-            width: 44
+            width: Theme.px(44)
             height: parent.height
             text: side.number > 0 ? side.number : ""
             textFormat: Text.PlainText
@@ -49,8 +49,8 @@ Item {
             color: Theme.textNote
         }
         Text {
-            x: 54
-            width: 12
+            x: Theme.px(54)
+            width: Theme.px(12)
             height: parent.height
             text: side.sign
             textFormat: Text.PlainText
@@ -60,7 +60,7 @@ Item {
             color: Theme.textMessage
         }
         Item {
-            x: 68
+            x: Theme.px(68)
             width: parent.width - x
             height: parent.height
             clip: true

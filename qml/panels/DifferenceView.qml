@@ -25,7 +25,7 @@ RowLayout {
         id: fileList
         objectName: "differenceFiles"
         visible: root.differences.files.length > 1
-        Layout.preferredWidth: 240
+        Layout.preferredWidth: Theme.px(240)
         Layout.fillHeight: true
         Accessible.name: "Изменённые файлы"
         model: root.differences.files
@@ -33,10 +33,10 @@ RowLayout {
             id: file
             required property var modelData
             width: ListView.view.width
-            height: 46
+            height: Theme.px(46)
             leftPadding: 10
             rightPadding: 10
-            fill: modelData.path === root.differences.path ? Theme.rowSelected : Theme.row
+            fill: modelData.path === root.differences.path ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
             Accessible.name: modelData.path + ", " + counts.text
             onClicked: root.differences.select(modelData.path)
 
@@ -51,6 +51,7 @@ RowLayout {
                 }
                 Note {
                     id: counts
+                    color: Theme.textDetail
                     text: file.modelData.change + (file.modelData.known
                         ? "  +" + file.modelData.added + "  −" + file.modelData.removed : "")
                     font.pixelSize: Theme.caption

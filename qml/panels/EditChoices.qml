@@ -1,9 +1,8 @@
 import QtQuick
-import QtQuick.Layouts
 import Vesk
 
 /* Whose version of an edited file, or of all of them for an empty path, is to stand. */
-RowLayout {
+Flow {
     id: root
 
     required property string path

@@ -40,14 +40,16 @@ Rectangle {
             objectName: "editList"
             spacing: 4
             Layout.fillWidth: true
-            Layout.preferredHeight: Math.min(132, contentHeight)
+            Layout.preferredHeight: Math.min(Theme.px(132), contentHeight)
             Accessible.name: heading.text
             model: edits
-            delegate: RowLayout {
+            delegate: GridLayout {
                 id: line
                 required property var row
                 width: ListView.view.width
-                spacing: 8
+                columns: choices.implicitWidth > width - Theme.px(160) ? 1 : 2
+                columnSpacing: 8
+                rowSpacing: 4
 
                 LabelText {
                     text: line.row.text
@@ -57,6 +59,8 @@ Rectangle {
                     Layout.fillWidth: true
                 }
                 EditChoices {
+                    id: choices
+                    Layout.fillWidth: line.columns === 1
                     path: line.row.path
                     onTaken: root.service.takeEdits(path)
                     onUndone: root.service.undoEdits(path)

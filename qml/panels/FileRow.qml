@@ -8,10 +8,10 @@ ListRow {
     required property var row
     required property bool selected
 
-    height: 56
+    height: Theme.px(56)
     leftPadding: 12
     rightPadding: 12
-    fill: selected ? Theme.rowSelected : Theme.row
+    fill: selected ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
     Accessible.name: (row.path ?? "") + ", " + about.text
 
     contentItem: Item {
@@ -29,6 +29,7 @@ ListRow {
                 ? (root.row.usage ? root.row.usage + " · " : "") + (root.row.kind ?? "") + " · "
                   + Math.ceil((root.row.bytes ?? 0) / 1024) + " КБ"
                 : "Версия " + (root.row.revision ?? 0)
+            color: root.selected ? Theme.textDetail : Theme.textNote
             font.pixelSize: Theme.caption
             wrapMode: Text.NoWrap
             elide: Text.ElideRight

@@ -49,7 +49,7 @@ ColumnLayout {
         objectName: "fileList"
         spacing: 6
         Layout.fillWidth: true
-        Layout.preferredHeight: Math.max(90, Math.min(230, count * 62))
+        Layout.preferredHeight: Math.max(90, Math.min(Theme.px(230), count * (Theme.px(56) + 6)))
         Accessible.name: "Файлы проекта"
         model: Rows {
             id: files
@@ -136,14 +136,15 @@ ColumnLayout {
             }
         }
     }
-    RowLayout {
+    Flow {
         spacing: 8
+        Layout.fillWidth: true
+
         Action {
             objectName: "taskDifferences"
             text: "Изменения"
             tip: "Что изменилось с запроса"
             enabled: files.count > 0
-            Layout.fillWidth: true
             onClicked: {
                 root.service.compareTask("");
                 root.differencesRequested();

@@ -24,10 +24,10 @@ PaneList {
         id: row
         required property var row
         width: ListView.view.width
-        height: 65
+        height: Theme.px(65)
         leftPadding: 12
         rightPadding: 12
-        fill: Theme.rowHovered
+        fill: hovered ? Theme.rowUnderPointer : Theme.rowHovered
         Accessible.name: line.text
         onClicked: root.showEvent(row.row)
 

@@ -11,7 +11,7 @@ AbstractButton {
     required property var file
 
     width: 156
-    height: 104
+    height: 88 + Theme.px(16)
     hoverEnabled: true
     Accessible.name: "Открыть " + (file.name ?? "файл")
     Keys.onReturnPressed: click()
@@ -38,10 +38,12 @@ AbstractButton {
             anchors.centerIn: picture
             visible: !picture.visible
             text: "Файл"
+            color: Theme.textDetail
         }
         Note {
             anchors { left: parent.left; right: parent.right; bottom: parent.bottom; margins: 8 }
             text: root.file.name ?? ""
+            color: Theme.textDetail
             wrapMode: Text.NoWrap
             elide: Text.ElideMiddle
         }

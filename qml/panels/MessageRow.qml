@@ -128,7 +128,8 @@ Item {
             Loader {
                 active: root.report
                 visible: active
-                sourceComponent: Row {
+                width: body.width
+                sourceComponent: Flow {
                     spacing: 10
                     Action {
                         objectName: "openResult"

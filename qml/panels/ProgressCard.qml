@@ -12,12 +12,13 @@ Rectangle {
 
     signal expanded()
 
-    implicitHeight: 62
+    implicitHeight: Math.max(62, line.implicitHeight + 16)
     radius: 16
     color: Theme.progressCard
     border.color: Theme.progressBorder
 
     RowLayout {
+        id: line
         anchors.fill: parent
         anchors.leftMargin: 18
         anchors.rightMargin: 14

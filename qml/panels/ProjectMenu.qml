@@ -42,7 +42,7 @@ Popup {
                 id: project
                 required property var row
                 width: ListView.view.width
-                height: 32
+                height: Theme.px(32)
                 padding: 8
                 text: row.name
                 fill: hovered ? Theme.menuHighlight : "transparent"

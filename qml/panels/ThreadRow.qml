@@ -12,7 +12,7 @@ ListRow {
 
     signal menuRequested()
 
-    height: 56
+    height: Theme.px(56)
     fill: chosen ? Theme.rowCurrent : hovered ? Theme.rowHovered : "transparent"
     Accessible.name: title.text.replace(/\s+/g, " ") + ", " + phase
 

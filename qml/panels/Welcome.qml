@@ -25,22 +25,30 @@ ColumnLayout {
         horizontalAlignment: Text.AlignHCenter
         Layout.fillWidth: true
     }
-    RowLayout {
-        spacing: 10
+    GridLayout {
+        columns: site.implicitWidth + improve.implicitWidth + demo.implicitWidth + 20 > root.width ? 1 : 3
+        columnSpacing: 10
+        rowSpacing: 8
         Layout.alignment: Qt.AlignHCenter
         Layout.topMargin: 6
         Action {
+            id: site
             objectName: "welcomeSite"
+            Layout.fillWidth: true
             text: "Создать сайт"
             onClicked: root.drafted("Создай сайт ")
         }
         Action {
+            id: improve
             objectName: "welcomeImprove"
+            Layout.fillWidth: true
             text: "Улучшить проект"
             onClicked: root.drafted("Улучши проект: ")
         }
         Action {
+            id: demo
             objectName: "welcomeDemo"
+            Layout.fillWidth: true
             text: "Посмотреть демо"
             onClicked: root.demoRequested()
         }

@@ -53,7 +53,7 @@ ColumnLayout {
         objectName: "agentRules"
         placeholderText: "Что получить от предыдущих агентов, что сделать и что передать дальше…"
         Layout.fillWidth: true
-        Layout.preferredHeight: 105
+        Layout.preferredHeight: Theme.px(105)
     }
     SoftButton {
         objectName: "saveRules"

@@ -41,6 +41,7 @@ ColumnLayout {
     SettingsScroll {
         id: scroll
         objectName: "agentsScroll"
+        alwaysBar: true
         Layout.fillWidth: true
         Layout.fillHeight: true
 

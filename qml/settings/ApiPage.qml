@@ -19,7 +19,7 @@ SettingsScroll {
         LabelText {
             text: "Инструменты медиа"
             color: Theme.textStrong
-            font.pixelSize: 16
+            font.pixelSize: Theme.px(16)
             Layout.topMargin: 8
             Layout.fillWidth: true
         }
@@ -53,7 +53,7 @@ SettingsScroll {
         LabelText {
             text: "Другой провайдер"
             color: Theme.textStrong
-            font.pixelSize: 20
+            font.pixelSize: Theme.px(20)
             Layout.fillWidth: true
         }
         ApiSettings {

@@ -27,7 +27,7 @@ ColumnLayout {
     LabelText {
         text: "Свой живой фон"
         color: Theme.textStrong
-        font.pixelSize: 20
+        font.pixelSize: Theme.px(20)
     }
     LabelText {
         text: "Верните массив фигур circle, line или rect. t — время, w и h — размер. Код выполняется отдельно от интерфейса."

@@ -53,8 +53,8 @@ ComboBox {
         verticalAlignment: Text.AlignVCenter
     }
     background: Rectangle {
-        implicitWidth: 160
-        implicitHeight: 40
+        implicitWidth: Theme.px(160)
+        implicitHeight: Theme.px(40)
         radius: 10
         color: root.hovered && root.enabled ? Theme.softButtonHovered : Theme.softButton
         border.width: root.visualFocus ? 2 : 1
@@ -128,7 +128,7 @@ ComboBox {
                     required property int index
                     readonly property int place: list.places[index] ?? -1
                     width: ListView.view.width
-                    implicitHeight: 32
+                    implicitHeight: Theme.px(32)
                     text: root.textAt(place)
                     highlighted: ListView.isCurrentItem
                     onClicked: root.choose(place)

@@ -19,7 +19,7 @@ Column {
 
     Rectangle {
         width: root.width
-        height: 104
+        height: Theme.px(104)
         radius: 12
         color: Theme.rowSelected
         ColumnLayout {

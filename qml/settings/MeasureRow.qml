@@ -26,13 +26,13 @@ RowLayout {
         font.pixelSize: Theme.body
         font.weight: Font.DemiBold
         horizontalAlignment: Text.AlignHCenter
-        Layout.preferredWidth: 16
+        Layout.preferredWidth: Theme.px(16)
         Layout.alignment: Qt.AlignTop
     }
     LabelText {
         text: root.measure.name
         font.pixelSize: Theme.body
-        Layout.preferredWidth: 130
+        Layout.preferredWidth: Theme.px(130)
         Layout.alignment: Qt.AlignTop
     }
     LabelText {

@@ -41,7 +41,7 @@ ColumnLayout {
         objectName: "newAgentHeading"
         text: "Новый агент"
         color: Theme.textStrong
-        font.pixelSize: 17
+        font.pixelSize: Theme.px(17)
     }
     RowLayout {
         spacing: 8
@@ -60,7 +60,7 @@ ColumnLayout {
             visible: root.manual
             model: root.panel.parents
             value: root.stage
-            Layout.preferredWidth: 210
+            Layout.preferredWidth: Theme.px(210)
             onPicked: chosen => value = chosen
         }
     }
@@ -90,7 +90,7 @@ ColumnLayout {
         objectName: "newRules"
         placeholderText: "Правила: что получить, что сделать, что передать дальше"
         Layout.fillWidth: true
-        Layout.preferredHeight: 85
+        Layout.preferredHeight: Theme.px(85)
     }
     SoftButton {
         objectName: "addToNetwork"

@@ -18,7 +18,7 @@ Item {
         anchors { left: parent.left; verticalCenter: parent.verticalCenter; leftMargin: 24 }
         text: root.dialog.title
         color: Theme.textTitle
-        font.pixelSize: 20
+        font.pixelSize: Theme.px(20)
     }
     SoftButton {
         objectName: "dialogClose"

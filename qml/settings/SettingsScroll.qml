@@ -5,6 +5,7 @@ import QtQuick.Controls.Basic
 ScrollView {
     id: root
 
+    property bool alwaysBar: false
     readonly property Item focused: Window.activeFocusItem
 
     function show(item: Item) {
@@ -27,6 +28,6 @@ ScrollView {
     clip: true
     contentWidth: availableWidth
     rightPadding: 14
-    ScrollBar.vertical.policy: ScrollBar.AlwaysOn
+    ScrollBar.vertical.policy: alwaysBar ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
     onFocusedChanged: if (focused && holds(focused)) show(focused)
 }

@@ -31,7 +31,7 @@ ColumnLayout {
     LabelText {
         text: "Skill из GitHub"
         color: Theme.textStrong
-        font.pixelSize: 17
+        font.pixelSize: Theme.px(17)
     }
     Input {
         id: address

@@ -39,8 +39,10 @@ namespace {
 constexpr int startFailed = 1;
 constexpr int usageError = 2;
 
-void prepareFonts()
+/// Sets the font of the interface and returns the size in points of the one that the desktop has set.
+qreal prepareFonts()
 {
+    const qreal desktopPoints = QGuiApplication::font().pointSizeF();
     if (qEnvironmentVariable("QT_QPA_PLATFORM") == "offscreen"_L1) {
         const QStringList files = offscreenFontFiles();
         for (const QString &file : files)
@@ -52,6 +54,7 @@ void prepareFonts()
     QFont font(u"Segoe UI"_s);
     font.setPixelSize(14);
     QGuiApplication::setFont(font);
+    return desktopPoints;
 }
 
 /// The first text in a font costs milliseconds: the time in which the types of the scene are being loaded is free.
@@ -64,7 +67,7 @@ void warmFonts()
     }
 }
 
-int showWindow(const CommandLine &line, const DataFolder &folder, const QTemporaryDir &temporary)
+int showWindow(const CommandLine &line, const DataFolder &folder, const QTemporaryDir &temporary, qreal desktopPoints)
 {
     // Outlives the scene, and is made while a thread of the scene's engine loads its types.
     std::unique_ptr<Backend> owned;
@@ -84,8 +87,10 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     WindowPlace place(folder.path());
     const bool attended = !isUnattended(line);
     QVariantMap properties{{u"backend"_s, QVariant::fromValue(&backend)}};
-    if (attended)
+    if (attended) {
         properties.insert(place.initialProperties());
+        properties.insert(u"desktopPoints"_s, desktopPoints);
+    }
     engine.setInitialProperties(properties);
     engine.loadFromModule("Vesk", "Main");
     if (attended)
@@ -99,7 +104,7 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     return QCoreApplication::exec();
 }
 
-int runInterface(const CommandLine &line)
+int runInterface(const CommandLine &line, qreal desktopPoints)
 {
     const QTemporaryDir temporary;
     const bool leavesNoTrace = line.has(u"--self-test-ui"_s);
@@ -112,7 +117,7 @@ int runInterface(const CommandLine &line)
         return usageError;
     }
     CredentialStore::setDataFolder(folder.path());
-    return showWindow(line, folder, temporary);
+    return showWindow(line, folder, temporary, desktopPoints);
 }
 
 } // namespace
@@ -126,9 +131,9 @@ extern "C" Q_DECL_EXPORT int veskInterface(int argc, char **argv)
     QGuiApplication::setDesktopFileName(u"vesk"_s);
     QGuiApplication::setWindowIcon(QIcon(u":/assets/vesk-logo.png"_s));
     QQuickStyle::setStyle(u"Basic"_s);
-    prepareFonts();
+    const qreal desktopPoints = prepareFonts();
     try {
-        return runInterface(CommandLine(QCoreApplication::arguments().sliced(1)));
+        return runInterface(CommandLine(QCoreApplication::arguments().sliced(1)), desktopPoints);
     } catch (const std::exception &fault) {
         qCritical("%s", fault.what());
         return startFailed;
