@@ -56,6 +56,9 @@ Item {
     function active(role: string): bool {
         return Network.isActive(run(role));
     }
+    function waiting(role: string): bool {
+        return Network.isWaiting(run(role));
+    }
     function stateText(role: string): string {
         return Network.stateText(role, profile(role).enabled ?? true, task.phase ?? "", run(role));
     }

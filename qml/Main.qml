@@ -33,8 +33,9 @@ ApplicationWindow {
     readonly property bool live: !["IDLE", "COMPLETED", "FAILED", "CANCELLED", "INTERRUPTED"].includes(phase)
     readonly property string note: backend.chatBusy ? "Готовлю ответ"
         : backend.apiTesting ? "Проверяю API"
-        : current.paused ? "На паузе"
+        : live && current.paused ? "На паузе"
         : phase === "CLARIFICATION" ? "Нужен ваш ответ"
+        : live && current.pending?.length > 0 ? "Нужно ваше разрешение"
         : live ? backend.phaseLabel(phase) : "Готов к работе"
     readonly property bool teamLeft: preferences.team_left === true
     property alias input: chat.input
@@ -80,8 +81,15 @@ ApplicationWindow {
         return Wording.eventText(event, backend);
     }
     function agentReport(run: var): string {
+        return Wording.agentReport(run, storedRun(run), backend.agentProfiles, backend);
+    }
+    function agentFields(run: var): list<var> {
+        // What state it is in stands above them.
+        return Wording.agentSections(run, storedRun(run), backend.agentProfiles, backend).slice(1);
+    }
+    function storedRun(run: var): var {
         const stored = run.id ? backend.runDetails(run.id) : {};
-        return Wording.agentReport(run, Object.keys(stored).length ? stored : run, backend.agentProfiles, backend);
+        return Object.keys(stored).length ? stored : run;
     }
     function openResult() {
         const page = backend.files.find(file => file.path?.endsWith(".html"));

@@ -46,6 +46,31 @@ function visible(text) {
                         sign => "\\u" + sign.charCodeAt(0).toString(16).padStart(4, "0"));
 }
 
+// An agent as the user knows it, by its role, its id or the name that records have for it.
+function agentName(name, profiles, labels) {
+    const own = Array.from(profiles ?? []).find(profile => profile.custom && profile.id === name);
+    const stands = "Главный · ";
+    if (own)
+        return own.name;
+    if (name === "Terminal Agent")
+        return labels.roleLabel("terminal");
+    if (name.startsWith("custom_"))
+        return "Удалённый агент";
+    return name.startsWith(stands) ? stands + labels.roleLabel(name.slice(stands.length)) : labels.roleLabel(name);
+}
+
+function duration(milliseconds) {
+    const seconds = Math.max(0, Math.round(milliseconds / 1000));
+    const minutes = Math.floor(seconds / 60);
+    return minutes === 0 ? seconds + " с"
+        : minutes < 60 ? minutes + " мин " + seconds % 60 + " с"
+        : Math.floor(minutes / 60) + " ч " + minutes % 60 + " мин";
+}
+
+function size(bytes) {
+    return bytes < 1024 ? bytes + " Б" : Math.ceil(bytes / 1024) + " КБ";
+}
+
 function eventText(event, labels) {
     if (event.type === "WorkflowStepCompleted")
         return (event.message ?? "") + " · результат передан дальше";
@@ -54,7 +79,7 @@ function eventText(event, labels) {
     if (event.type === "FileModified")
         return "Сохранён файл " + (event.data?.path ?? "");
     if (event.type in agentSteps)
-        return labels.roleLabel(event.message) + " · " + agentSteps[event.type];
+        return agentName(event.message ?? "", labels.agentProfiles, labels) + " · " + agentSteps[event.type];
     return eventTexts[event.type] ?? "Событие работы";
 }
 
@@ -76,38 +101,51 @@ function fileLines(files) {
 // Where the result of a user's own agent goes.
 function route(profile, profiles, labels) {
     const next = profiles.filter(other => Array.from(other.after ?? []).includes(profile.id)).map(other => other.name);
-    return "Далее по схеме\n" + (next.length ? next.join(", ") : labels.roleLabel(profile.parent ?? ""))
+    return (next.length ? next.join(", ") : labels.roleLabel(profile.parent ?? ""))
         + ". Получатель ждёт завершения зависимостей.";
 }
 
-// `run` as it is in view, `whole` as it is stored (or the same), `profiles` of all agents.
-function agentReport(run, whole, profiles, labels) {
+// What an agent handed over.
+function outputSections(output) {
+    const found = [];
+    if (isGiven(output.summary))
+        found.push({ label: "Результат", text: String(output.summary) });
+    if (isGiven(output.files))
+        found.push({ label: "Подготовленные файлы", text: fileLines(output.files) });
+    if (isGiven(output.verdict))
+        found.push({ label: "Решение проверки", text: verdicts[output.verdict] ?? output.verdict, short: true });
+    if (isGiven(output.issues))
+        found.push({ label: "Замечания", text: lines(output.issues) });
+    for (const [key, title] of sections) {
+        if (isGiven(output[key]))
+            found.push({ label: title, text: typeof output[key] === "string" ? output[key] : pretty(output[key]) });
+    }
+    return found;
+}
+
+// The report of an agent as fields, {label, text, short}. `run` as it is in view, `whole` as it is stored (or the
+// same), `profiles` of all agents.
+function agentSections(run, whole, profiles, labels) {
     const output = whole.output ?? {};
     const role = whole.logical_role || whole.role || run.role || "";
     const profile = profiles.find(other => other.id === role || other.id === run.role);
-    const parts = ["Состояние: " + labels.statusLabel(run.status || whole.status || "IDLE")];
+    const parts = [{ label: "Состояние", text: labels.statusLabel(run.status || whole.status || "IDLE"), short: true }];
     if (isGiven(whole.error))
-        parts.push("Причина остановки\n" + whole.error);
-    if (isGiven(output.summary))
-        parts.push("Результат\n" + output.summary);
-    if (isGiven(output.files))
-        parts.push("Подготовленные файлы\n" + fileLines(output.files));
-    if (isGiven(output.verdict))
-        parts.push("Решение проверки: " + (verdicts[output.verdict] ?? output.verdict));
-    if (isGiven(output.issues))
-        parts.push("Замечания\n" + lines(output.issues));
-    for (const [key, title] of sections) {
-        if (isGiven(output[key]))
-            parts.push(title + "\n" + (typeof output[key] === "string" ? output[key] : pretty(output[key])));
-    }
+        parts.push({ label: "Причина остановки", text: whole.error });
+    parts.push(...outputSections(output));
     if (profile?.custom)
-        parts.push(route(profile, profiles, labels));
+        parts.push({ label: "Далее по схеме", text: route(profile, profiles, labels) });
     if (!run.id)
-        parts.push("Агент ещё не получал задание в этой задаче.");
+        parts.push({ label: "", text: "Агент ещё не получал задание в этой задаче." });
     else if (Object.keys(output).length === 0)
-        parts.push("Готового результата пока нет.");
-    parts.push("Это отчёт о полученном результате. Выполнение кода подтверждается отдельными проверками.");
-    return parts.join("\n\n");
+        parts.push({ label: "", text: "Готового результата пока нет." });
+    const end = "Это отчёт о полученном результате. Выполнение кода подтверждается отдельными проверками.";
+    return parts.concat({ label: "", text: end });
+}
+
+function agentReport(run, whole, profiles, labels) {
+    return agentSections(run, whole, profiles, labels)
+        .map(part => (part.label && part.label + (part.short ? ": " : "\n")) + part.text).join("\n\n");
 }
 
 // The path that a tool has reported last, by its output, or none. Most output is no such report.

@@ -9,6 +9,8 @@ Button {
 
     property bool primary: false
     property string tip: ""
+    /* Whether a long text takes several lines. */
+    property bool wraps: false
     /* Who has pressed the button needs no explanation any more. */
     property bool explained: false
 
@@ -50,7 +52,8 @@ Button {
         font: root.font
         textFormat: Text.PlainText
         color: !root.enabled ? Theme.buttonTextDisabled : root.primary ? Theme.buttonTextPrimary : Theme.buttonText
-        elide: Text.ElideRight
+        elide: root.wraps ? Text.ElideNone : Text.ElideRight
+        wrapMode: root.wraps ? Text.Wrap : Text.NoWrap
         horizontalAlignment: Text.AlignHCenter
         verticalAlignment: Text.AlignVCenter
     }

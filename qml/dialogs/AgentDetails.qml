@@ -1,6 +1,7 @@
 import QtQuick
 import QtQuick.Layouts
 import Vesk
+import "../Wording.js" as Wording
 
 /* The report of one agent's run. */
 FloatingDialog {
@@ -8,13 +9,13 @@ FloatingDialog {
 
     required property Backend service
     required property var run
-    property string report: ""
+    property list<var> fields: []
     readonly property string role: run.logical_role || run.role || ""
 
-    signal detailsRequested(string text)
+    signal runRequested(string id)
 
     objectName: "agentDetails"
-    title: run.name && run.name !== role ? run.name : service.roleLabel(role)
+    title: Wording.agentName(run.name || role, service.agentProfiles, service)
     width: Math.min(Theme.px(620), (parent?.width ?? 620) - 40)
     height: Math.min(Theme.px(600), (parent?.height ?? 600) - 40)
 
@@ -25,10 +26,10 @@ FloatingDialog {
             font.pixelSize: Theme.title
             Layout.fillWidth: true
         }
-        PlainArea {
+        FieldList {
             objectName: "agentReport"
             name: "Отчёт агента"
-            text: root.report
+            fields: root.fields
             Layout.fillWidth: true
             Layout.fillHeight: true
         }
@@ -38,7 +39,7 @@ FloatingDialog {
             Action {
                 text: "Технические данные"
                 enabled: !!root.run.id
-                onClicked: root.detailsRequested(JSON.stringify(root.service.runDetails(root.run.id), null, 2))
+                onClicked: root.runRequested(root.run.id)
             }
             Action {
                 text: "Закрыть"

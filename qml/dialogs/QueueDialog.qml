@@ -3,11 +3,12 @@ import QtQuick
 import QtQuick.Layouts
 import Vesk
 
-/* The requests that wait. */
+/* The requests that wait: whole, in their order, each or all to be taken out and brought back. */
 FloatingDialog {
     id: root
 
     required property Backend service
+    readonly property int removed: service.queueRemoved
 
     objectName: "queueDialog"
     title: "Ожидающие запросы"
@@ -16,6 +17,13 @@ FloatingDialog {
 
     contentItem: ColumnLayout {
         spacing: 12
+        Note {
+            objectName: "queueState"
+            text: requests.count === 0 ? "Очередь пуста."
+                : root.service.queuePaused ? "Очередь приостановлена: запросы ждут, пока вы её не продолжите."
+                : "Запросы начнутся по порядку после текущей задачи."
+            Layout.fillWidth: true
+        }
         PaneList {
             objectName: "queueList"
             Layout.fillWidth: true
@@ -30,18 +38,23 @@ FloatingDialog {
             delegate: ListRow {
                 id: waiting
                 required property var row
+                required property int index
                 width: ListView.view.width
                 leftPadding: 12
                 rightPadding: 8
                 topPadding: 8
                 bottomPadding: 8
-                Accessible.name: row.request ?? ""
+                Accessible.name: (index + 1) + ". " + (row.request ?? "")
                 contentItem: RowLayout {
                     spacing: 10
+                    Note {
+                        text: waiting.index + 1
+                        Layout.alignment: Qt.AlignTop
+                    }
                     LabelText {
                         text: (waiting.row.request ?? "").slice(0, 1000)
                         font.pixelSize: Theme.body
-                        maximumLineCount: 3
+                        maximumLineCount: 6
                         elide: Text.ElideRight
                         Layout.fillWidth: true
                     }
@@ -54,10 +67,41 @@ FloatingDialog {
                 }
             }
         }
-        Action {
-            text: "Закрыть"
-            Layout.alignment: Qt.AlignRight
-            onClicked: root.close()
+        RowLayout {
+            visible: root.removed > 0
+            spacing: 8
+            Note {
+                objectName: "queueRemoved"
+                text: "Убрано запросов: " + root.removed
+                Accessible.role: Accessible.AlertMessage
+                Layout.fillWidth: true
+            }
+            IconAction {
+                objectName: "undoQueue"
+                text: "Вернуть"
+                onClicked: root.service.undoQueue()
+            }
+        }
+        RowLayout {
+            spacing: 10
+            Action {
+                objectName: "clearQueue"
+                text: "Убрать все"
+                enabled: requests.count > 0
+                onClicked: root.service.clearQueue()
+            }
+            Item { Layout.fillWidth: true }
+            Action {
+                objectName: "resumeQueue"
+                text: "Продолжить"
+                primary: true
+                visible: root.service.queuePaused && requests.count > 0
+                onClicked: root.service.resumeQueue()
+            }
+            Action {
+                text: "Закрыть"
+                onClicked: root.close()
+            }
         }
     }
 }

@@ -1,6 +1,7 @@
 pragma ComponentBehavior: Bound
 import QtQuick
 import Vesk
+import "../Records.js" as Records
 import "../Wording.js" as Wording
 
 /* What can lie over the window, each made when it is first needed. In a file of its own, loaded with the first of
@@ -30,9 +31,20 @@ Item {
         (projectDialog.show() as ProjectDialog).begin();
     }
     function showDetails(text: string) {
-        const dialog = details.show() as DetailsDialog;
-        dialog.detailsText = text;
-        dialog.open();
+        (details.show() as DetailsDialog).showText(text);
+    }
+    function showRecord(fields: list<var>, source: var) {
+        (details.show() as DetailsDialog).showRecord(fields, source);
+    }
+    function showRun(id: string) {
+        const run = service.runDetails(id);
+        showRecord(Records.ofRun(run, service.agentProfiles, service), () => Wording.pretty(run));
+    }
+    function showEvent(event: var) {
+        showRecord(Records.ofEvent(event, service), () => Wording.pretty(event));
+    }
+    function showVersions(path: string) {
+        showRecord(Records.ofVersions(service.fileVersions(path)), () => service.fileHistory(path));
     }
     function showProofs() {
         (proofs.show() as ProofsDialog).begin();
@@ -50,13 +62,13 @@ Item {
     }
     function showAgent() {
         const dialog = agentDetails.show() as AgentDetails;
-        dialog.report = app.agentReport(app.selectedRun);
+        dialog.fields = app.agentFields(app.selectedRun);
         dialog.open();
     }
     function refreshAgent() {
         const dialog = agentDetails.dialog as AgentDetails;
         if (dialog?.visible)
-            dialog.report = app.agentReport(app.selectedRun);
+            dialog.fields = app.agentFields(app.selectedRun);
     }
     function showThreadMenu(task: string, row: Item) {
         app.menuTask = task;
@@ -153,7 +165,7 @@ Item {
         sourceComponent: AgentDetails {
             service: root.service
             run: root.app.selectedRun
-            onDetailsRequested: text => root.showDetails(text)
+            onRunRequested: id => root.showRun(id)
         }
     }
     LazyDialog {

@@ -14,6 +14,7 @@ Control {
     property bool custom: false
     property real labelWidth: 0
     readonly property bool active: network.active(role)
+    readonly property bool waiting: network.waiting(role)
     readonly property bool selected: network.selectedRole === role
     readonly property string condition: network.stateText(role)
     readonly property string goesTo: network.destinations(role)
@@ -83,6 +84,16 @@ Control {
                     color: root.active ? Theme.nodeEyesLive : Theme.nodeEyes
                 }
             }
+        }
+        /* One that is to begin next is lit by half. */
+        Rectangle {
+            objectName: "waitingRing"
+            anchors.fill: parent
+            anchors.margins: 3
+            radius: 8
+            color: "transparent"
+            border.color: Theme.nodeHalo
+            visible: root.waiting
         }
         /* The halo of one at work. */
         Rectangle {

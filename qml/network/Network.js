@@ -137,6 +137,11 @@ function isActive(run) {
     return activeStates.includes(run.status);
 }
 
+/* Its turn has come, and it has not begun. */
+function isWaiting(run) {
+    return run.status === "WAITING";
+}
+
 function stateText(role, enabled, phase, run) {
     return !enabled ? "Отключён"
         : role === "orchestrator" && phase === "CLARIFICATION" ? "Ваш ответ"

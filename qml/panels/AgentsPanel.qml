@@ -3,6 +3,8 @@ import QtQuick
 import QtQuick.Controls.Basic
 import QtQuick.Layouts
 import Vesk
+import "../Wording.js" as Wording
+import "../network/Network.js" as Network
 
 /* The team at work. */
 ColumnLayout {
@@ -13,6 +15,13 @@ ColumnLayout {
     required property string note
     readonly property list<var> profiles: service.agentProfiles
     readonly property int customAgents: profiles.filter(profile => profile.custom).length
+
+    /* Who has been given something to do. */
+    readonly property string atWork: {
+        const runs = Object.values(Network.latestRuns(Array.from(current.runs ?? []))).filter(Network.isActive);
+        const names = runs.map(run => Wording.agentName(run.name || run.role || "", profiles, service));
+        return names.length > 0 ? "Работают: " + names.join(", ") : "";
+    }
 
     signal addAgent()
     signal configureAgent(string role)
@@ -37,7 +46,8 @@ ColumnLayout {
 
     RowLayout {
         Note {
-            text: root.note
+            objectName: "atWork"
+            text: root.atWork || root.note
             wrapMode: Text.NoWrap
             elide: Text.ElideRight
             Layout.fillWidth: true

@@ -17,6 +17,7 @@ Rectangle {
     property alias input: composer.input
     readonly property bool clarifying: current.phase === "CLARIFICATION"
     readonly property bool empty: all.count === 0
+    readonly property bool asked: (current.pending?.length ?? 0) > 0
 
     signal sidebarRequested()
     signal connectionRequested()
@@ -119,9 +120,11 @@ Rectangle {
                 ProgressCard {
                     objectName: "progressCard"
                     visible: told.count > 0
-                    note: root.note
-                    streamNote: root.service.streamNote
+                    note: root.live ? root.note : root.service.phaseLabel(root.current.phase || "IDLE")
+                    streamNote: root.live && !root.service.chatBusy ? root.service.streamNote : ""
                     live: root.live
+                    waiting: root.clarifying || root.asked || root.current.phase === "PREVIEW" || !!root.current.paused
+                    progress: root.service.progress
                     Layout.fillWidth: true
                     onExpanded: root.progressRequested()
                 }
@@ -141,6 +144,7 @@ Rectangle {
                     onResultRequested: root.resultRequested()
                     onDetailsRequested: text => root.detailsRequested(text)
                     onProofsRequested: root.proofsRequested()
+                    onCopyRequested: root.service.copyReport()
                 }
                 WaitingLine {
                     visible: root.service.chatBusy
@@ -183,7 +187,7 @@ Rectangle {
                 }
                 ActionCard {
                     objectName: "permissionCard"
-                    visible: (root.current.pending?.length ?? 0) > 0
+                    visible: root.asked
                     text: "Нужно разрешение на команду"
                     action: "Посмотреть"
                     Layout.fillWidth: true
@@ -221,6 +225,7 @@ Rectangle {
                 StatusLine {
                     service: root.service
                     live: root.live
+                    told: told.count > 0 || root.service.chatBusy
                     Layout.fillWidth: true
                 }
             }

@@ -52,7 +52,7 @@ Rectangle {
                         required property int index
                         objectName: "decisionOption" + index
                         text: modelData
-                        tip: implicitWidth > width ? modelData : ""
+                        wraps: true
                         primary: index === 0
                         width: Math.min(implicitWidth, content.width)
                         onClicked: root.answered(modelData)

@@ -15,7 +15,7 @@ ColumnLayout {
     readonly property bool media: selected.type === "media"
 
     signal fileSelected(var file)
-    signal detailsRequested(string text)
+    signal versionsRequested()
     signal differencesRequested()
     signal restoreRequested()
     signal exportRequested()
@@ -122,7 +122,7 @@ ColumnLayout {
             text: "История версий"
             enabled: root.path !== ""
             Layout.fillWidth: true
-            onClicked: root.detailsRequested(root.service.fileHistory(root.path))
+            onClicked: root.versionsRequested()
         }
         Action {
             objectName: "fileDifferences"

@@ -9,7 +9,7 @@ PaneList {
 
     required property Backend service
 
-    signal detailsRequested(string text)
+    signal eventRequested(var event)
 
     objectName: "eventList"
     spacing: 6
@@ -29,7 +29,7 @@ PaneList {
         rightPadding: 12
         fill: hovered ? Theme.rowUnderPointer : Theme.rowHovered
         Accessible.name: line.text
-        onClicked: root.showEvent(row.row)
+        onClicked: root.eventRequested(row.row)
 
         contentItem: Item {
             Column {
@@ -51,9 +51,5 @@ PaneList {
             }
         }
     }
-    onActivated: place => showEvent(events.at(place))
-
-    function showEvent(event: var) {
-        detailsRequested(JSON.stringify(event, null, 2));
-    }
+    onActivated: place => eventRequested(events.at(place))
 }

@@ -9,11 +9,14 @@ ListView {
     id: root
 
     property bool follow: true
+    /* How many messages there were when the user went up. */
+    property int known: 0
 
     signal fileRequested(string path)
     signal resultRequested()
     signal detailsRequested(string text)
     signal proofsRequested()
+    signal copyRequested()
 
     property bool hasFiles: false
 
@@ -65,6 +68,7 @@ ListView {
             scrollBy(bottom - contentY - height);
     }
 
+    onFollowChanged: known = count
     onMovementEnded: noteScroll()
     onContentHeightChanged: Qt.callLater(keepEnd)
     onHeightChanged: Qt.callLater(keepEnd)
@@ -97,6 +101,20 @@ ListView {
         radius: 8
         border.color: Theme.focus
     }
+    Action {
+        objectName: "toEnd"
+        parent: root
+        anchors { bottom: parent.bottom; bottomMargin: 8; horizontalCenter: parent.horizontalCenter }
+        z: 1
+        visible: !root.follow && root.originY + root.contentHeight - root.height - root.contentY > 80
+        text: root.count > root.known ? "Новое · к концу" : "К концу"
+        tip: "Перейти к последнему сообщению"
+        onClicked: {
+            root.follow = true;
+            root.keepEnd();
+            root.forceActiveFocus();
+        }
+    }
     WheelHandler {
         acceptedDevices: PointerDevice.Mouse | PointerDevice.TouchPad
         onWheel: event => root.scrollBy(event.pixelDelta.y !== 0 ? -event.pixelDelta.y : -event.angleDelta.y * .8)
@@ -112,5 +130,6 @@ ListView {
         onResultRequested: root.resultRequested()
         onDetailsRequested: text => root.detailsRequested(text)
         onProofsRequested: root.proofsRequested()
+        onCopyRequested: root.copyRequested()
     }
 }

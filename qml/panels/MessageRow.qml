@@ -13,6 +13,8 @@ Item {
     readonly property bool own: row.role === "user"
     readonly property bool report: row.kind === "report"
     readonly property string content: row.content ?? ""
+    /* Why the work has stopped, of a report that tells it. */
+    readonly property string reason: report ? content.split("\n\nПочему работа остановилась\n")[1]?.split("\n\n")[0] ?? "" : ""
     readonly property string whole: report ? shortReport(content) : row.display_content ?? content
     /* A text beyond this is opened apart: laying out a megabyte in a list would stop the window. */
     readonly property int longest: 20000
@@ -32,6 +34,7 @@ Item {
     signal resultRequested()
     signal detailsRequested(string text)
     signal proofsRequested()
+    signal copyRequested()
 
     function read(atEnd: bool) {
         text.cursorPosition = atEnd ? text.length : 0;
@@ -63,7 +66,8 @@ Item {
             Note {
                 id: header
                 objectName: "messageHeader"
-                text: root.own ? "Вы" : root.report ? "VESK · результат" : "VESK"
+                text: root.own ? "Вы" : root.report ? "VESK · результат"
+                    : root.row.kind === "question" ? "VESK · вопрос" : "VESK"
                 font.pixelSize: Theme.small
             }
             TextEdit {
@@ -99,6 +103,16 @@ Item {
                     if (leaving)
                         root.cursorLeft(step);
                     return leaving;
+                }
+            }
+            Loader {
+                active: root.reason !== ""
+                visible: active
+                width: body.width
+                sourceComponent: Note {
+                    objectName: "reportReason"
+                    text: root.reason
+                    font.pixelSize: Theme.body
                 }
             }
             Loader {
@@ -148,6 +162,20 @@ Item {
                         text: "Доказательства"
                         visible: root.content.startsWith("Задача завершена")
                         onClicked: root.proofsRequested()
+                    }
+                    Action {
+                        id: copy
+                        objectName: "copyReport"
+                        text: copied.running ? "Скопировано" : "Скопировать отчёт"
+                        onClicked: {
+                            root.copyRequested();
+                            copied.restart();
+                            Accessible.announce("Отчёт скопирован");
+                        }
+                        Timer {
+                            id: copied
+                            interval: 2000
+                        }
                     }
                 }
             }

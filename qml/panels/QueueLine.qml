@@ -20,6 +20,12 @@ RowLayout {
         Layout.fillWidth: true
     }
     IconAction {
+        objectName: "queueOpen"
+        text: "Посмотреть"
+        visible: root.paused
+        onClicked: root.opened()
+    }
+    IconAction {
         objectName: "queueAction"
         text: root.paused ? "Продолжить" : "Посмотреть"
         onClicked: root.paused ? root.resumed() : root.opened()

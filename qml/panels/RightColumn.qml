@@ -85,14 +85,14 @@ Rectangle {
                     onDifferencesRequested: root.app.dialogs().showDifferences()
                     onRestoreRequested: root.app.dialogs().showRestore()
                     onExportRequested: root.app.dialogs().exportPicker.show().open()
-                    onDetailsRequested: text => root.app.dialogs().showDetails(text)
+                    onVersionsRequested: root.app.dialogs().showVersions(root.app.selectedFile.path)
                 }
             }
             LazyPanel {
                 shown: root.panel === "history" && root.visible
                 sourceComponent: HistoryPanel {
                     service: root.service
-                    onDetailsRequested: text => root.app.dialogs().showDetails(text)
+                    onEventRequested: event => root.app.dialogs().showEvent(event)
                 }
             }
         }

@@ -5,9 +5,11 @@ import Vesk
 Note {
     required property Backend service
     required property bool live
+    /* What it is sending stands elsewhere in view. */
+    property bool told: false
 
     objectName: "statusLine"
-    text: (live || service.chatBusy) && service.streamNote !== "" ? service.streamNote
+    text: !told && (live || service.chatBusy) && service.streamNote !== "" ? service.streamNote
         : service.settings.mock ?? true ? "Подключение модели — в настройках API"
         : (service.settings.model ?? "") + " · до 8 агентов"
     font.pixelSize: Theme.caption

@@ -11,6 +11,7 @@
 
 #include <QTimer>
 
+#include <algorithm>
 #include <chrono>
 
 using namespace Qt::StringLiterals;
@@ -136,9 +137,23 @@ void Backend::notifyUi()
     });
 }
 
+/// Who answers, by a name that the user knows.
+QString Backend::speaker(const QString &role) const
+{
+    if (role == "chat"_L1 || role == "chat_router"_L1)
+        return u"Чат"_s;
+    const QString label = Narrator::role(role);
+    if (label != role)
+        return label;
+    const QJsonArray agents = preferences.value(u"custom_agents"_s).toArray();
+    const auto own
+        = std::ranges::find_if(agents, [&](const QJsonValue &agent) { return agent["id"_L1].toString() == role; });
+    return own == agents.end() ? u"Агент"_s : (*own)["name"_L1].toString();
+}
+
 void Backend::showProgress(const QString &role, int characters)
 {
-    const QString who = Narrator::role(role);
+    const QString who = speaker(role);
     streamNote = characters < 1 ? who + u" · ожидаю сервер"_s
                                 : who + u" · получено "_s + QString::number(characters) + u" знаков"_s;
     Q_EMIT streamChanged();

@@ -54,7 +54,9 @@ class Backend : public QObject {
     Q_PROPERTY(bool apiTesting READ currentApiTesting NOTIFY changed)
     Q_PROPERTY(QString apiStatus READ currentApiStatus NOTIFY changed)
     Q_PROPERTY(QString streamNote READ currentStreamNote NOTIFY streamChanged)
+    Q_PROPERTY(QVariantMap progress READ progress NOTIFY changed)
     Q_PROPERTY(QVariantList queue READ queueList NOTIFY changed)
+    Q_PROPERTY(int queueRemoved READ queueRemoved NOTIFY changed)
     Q_PROPERTY(bool queuePaused READ currentQueuePaused NOTIFY changed)
     Q_PROPERTY(QVariantMap preferences READ preferencesMap NOTIFY preferencesChanged)
     Q_PROPERTY(QVariantList agentProfiles READ agentProfiles NOTIFY preferencesChanged)
@@ -121,9 +123,6 @@ public:
     /// Copies the project's files as they are recorded into a folder that doesn't exist yet, or into a zip file that
     /// doesn't: at a snapshot, or now for an empty id.
     Q_INVOKABLE void exportFiles(const QString &target, const QString &checkpoint);
-    /// The report of the task in view as Markdown, with the files that have changed since its request if those are what
-    /// is compared.
-    Q_INVOKABLE QString reportMarkdown() const;
 
     /// The states to go back to, the newest first: {"id", "time", "title"}.
     Q_INVOKABLE QVariantList restorePoints() const;
@@ -169,6 +168,10 @@ public:
     /// Ends everything that is going on: checks, imports, chat, the run.
     Q_INVOKABLE void stop();
     Q_INVOKABLE void cancelQueued(const QString &key);
+    /// Takes out all that waits. What was taken out last, one request or all, comes back to its place with
+    /// undoQueue(), as long as `queueRemoved`, their number, is not 0.
+    Q_INVOKABLE void clearQueue();
+    Q_INVOKABLE void undoQueue();
     Q_INVOKABLE void resumeQueue();
 
     // Attachments (backend_conversation.cpp)
@@ -240,16 +243,25 @@ public:
     Q_INVOKABLE QString statusLabel(const QString &code) const;
     Q_INVOKABLE QString roleLabel(const QString &code) const;
     Q_INVOKABLE QString resultReport() const;
+    /// The report of the task in view as Markdown, with the files that have changed since its request if those are what
+    /// is compared.
+    Q_INVOKABLE QString reportMarkdown() const;
+    /// Puts it into the clipboard.
+    Q_INVOKABLE void copyReport() const;
     /// What the task in view rests on, and the records behind one row of it: proof_view.h.
     Q_INVOKABLE QVariantMap proofs() const;
     Q_INVOKABLE QString proofBehind(const QString &list, int place) const;
     Q_INVOKABLE QString fileContent(const QString &path) const;
     Q_INVOKABLE QString fileHistory(const QString &path) const;
+    /// The same for reading: versionsOf().
+    Q_INVOKABLE QVariantList fileVersions(const QString &path) const;
     Q_INVOKABLE QString search(const QString &query) const;
     Q_INVOKABLE QVariantMap runDetails(const QString &key) const;
 
     QVariantMap state() const;
     QVariantMap uiState() const;
+    /// How far the task in view is: progressOf().
+    QVariantMap progress() const;
     QVariantList projects() const;
     QVariantList tasks() const;
     QVariantList events() const;
@@ -284,6 +296,7 @@ private:
     void connectServices();
     void follow(const QJsonObject &event);
     void finishRun(const QString &status);
+    QString speaker(const QString &role) const;
     void showProgress(const QString &role, int characters);
     void clearProgress();
     void attempt(const std::function<void()> &body);
@@ -298,6 +311,7 @@ private:
     QJsonObject ownTask(const QString &task) const;
 
     // backend_own.cpp
+    static QString taskTitle(); ///< Of the comparison of a task.
     void settleEdits(const QString &path, bool takesOwn);
     void requireStill();
     void beginRestore(const QString &checkpoint);
@@ -344,6 +358,7 @@ private:
     QVariantMap settingsMap() const { return connection.settings().toVariantMap(); }
     QVariantMap preferencesMap() const { return preferences.document().toVariantMap(); }
     QVariantList queueList() const { return queue.items().toVariantList(); }
+    int queueRemoved() const { return int(queue.removed().size()); }
     QVariantList attachmentList() const { return attachments.items().toVariantList(); }
     QVariantList modelList() const { return connection.catalog().models(); }
     QString networkUndo() const { return team.undoText(); }

@@ -4,7 +4,6 @@
 
 #include "export_files.h"
 #include "helpers.h"
-#include "narrator.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -20,12 +19,12 @@ namespace {
 
 constexpr int sliceMs = 8; ///< Of the 16 that a picture has.
 
-QString taskTitle()
+} // namespace
+
+QString Backend::taskTitle()
 {
     return u"Что изменилось с запроса"_s;
 }
-
-} // namespace
 
 void Backend::lookForEdits()
 {
@@ -232,24 +231,6 @@ void Backend::exportFiles(const QString &target, const QString &checkpoint)
         vesk::exportFiles(core.workspace,
                           checkpoint.isEmpty() ? core.workspace.files() : snapshot["files"_L1].toArray(), place);
     });
-}
-
-QString Backend::reportMarkdown() const
-{
-    const QJsonObject state = selected();
-    QStringList lines{
-        u"# "_s + oneLine(state["spec"_L1]["original_request"_L1].toString()), {}, Narrator::report(state)};
-    const QVariantList changed = compared.files();
-    if (compared.title() == taskTitle() && !changed.isEmpty())
-        lines << QString() << u"## Файлы"_s << QString();
-    for (const QVariant &each : changed) {
-        const QVariantMap file = each.toMap();
-        if (compared.title() == taskTitle())
-            lines.append(u"- `%1`: %2, +%3 −%4"_s.arg(file[u"path"_s].toString(), file[u"change"_s].toString())
-                             .arg(file[u"added"_s].toInt())
-                             .arg(file[u"removed"_s].toInt()));
-    }
-    return lines.join(u'\n') + u'\n';
 }
 
 } // namespace vesk

@@ -7,7 +7,10 @@
 #include "phases.h"
 #include "proof_view.h"
 #include "read_models.h"
+#include "report_markdown.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QJsonDocument>
 
 #include <algorithm>
@@ -67,6 +70,11 @@ QVariantMap Backend::state() const
 QVariantMap Backend::uiState() const
 {
     return answered([this] { return uiStateOf(selected()); });
+}
+
+QVariantMap Backend::progress() const
+{
+    return answered([this] { return progressOf(selected()); });
 }
 
 QVariantList Backend::projects() const
@@ -210,6 +218,22 @@ QString Backend::resultReport() const
     return answered([this] { return Narrator::report(selected()); });
 }
 
+QString Backend::reportMarkdown() const
+{
+    return answered([this] {
+        const QJsonObject state = selected();
+        const QString title = state["spec"_L1]["title"_L1].toString();
+        return reportAsMarkdown(title.isEmpty() ? state["spec"_L1]["original_request"_L1].toString() : title,
+                                Narrator::report(state),
+                                compared.title() == taskTitle() ? compared.files() : QVariantList());
+    });
+}
+
+void Backend::copyReport() const
+{
+    QGuiApplication::clipboard()->setText(reportMarkdown());
+}
+
 QVariantMap Backend::proofs() const
 {
     return answered([this] { return proofsOf(selected()); });
@@ -242,6 +266,17 @@ QString Backend::fileHistory(const QString &path) const
 {
     return answered(
         [&] { return indented(core.workspace.project().isEmpty() ? QJsonArray() : core.workspace.revisions(path)); });
+}
+
+QVariantList Backend::fileVersions(const QString &path) const
+{
+    return answered([&]() -> QVariantList {
+        if (core.workspace.project().isEmpty())
+            return {};
+        return versionsOf(core.workspace.revisions(path), [this](const QString &agent) {
+            return core.store.get(u"agents"_s, agent)["role"_L1].toString();
+        });
+    });
 }
 
 QString Backend::search(const QString &query) const

@@ -168,6 +168,19 @@ void Backend::cancelQueued(const QString &key)
     guard([&] { queue.remove(key); });
 }
 
+void Backend::clearQueue()
+{
+    guard([this] { queue.clear(); });
+}
+
+void Backend::undoQueue()
+{
+    guard([this] {
+        queue.undo();
+        drainLater();
+    });
+}
+
 void Backend::resumeQueue()
 {
     guard([this] {

@@ -2,10 +2,13 @@
 
 #include "read_models.h"
 
+#include "helpers.h"
 #include "message_kind.h"
 #include "narrator.h"
 #include "phases.h"
 #include "roles.h"
+#include "statuses.h"
+#include "workspace.h"
 
 #include <QUrl>
 
@@ -65,6 +68,48 @@ void addMedia(QVariant &row, const QJsonArray &media, const QString &root)
     row = message;
 }
 
+/// The last line of the user above `end` that says this; -1 for none. The first of all is the request.
+qsizetype lineBefore(const QVariantList &rows, qsizetype end, const QString &text)
+{
+    qsizetype found = -1;
+    for (qsizetype i = 0; i < end; ++i) {
+        const QVariantMap row = rows[i].toMap();
+        if (i > 0 && row.value(u"role"_s).toString() == "user"_L1 && row.value(u"content"_s).toString() == text)
+            found = i;
+    }
+    return found;
+}
+
+/// From the end, since a task that goes on with another one's work knows the answers given to that, too.
+void addQuestions(QVariantList &rows, const QJsonArray &decisions)
+{
+    qsizetype end = rows.size();
+    for (qsizetype i = decisions.size() - 1; i >= 0; --i) {
+        const QJsonObject asked = decisions[i].toObject();
+        const qsizetype answer = lineBefore(rows, end, asked["answer"_L1].toString());
+        if (answer < 0)
+            continue;
+        rows.insert(answer,
+                    QVariantMap{{u"id"_s, u"question:"_s + asked["id"_L1].toString()},
+                                {u"role"_s, u"assistant"_s},
+                                {u"kind"_s, u"question"_s},
+                                {u"content"_s, asked["question"_L1].toString()}});
+        end = answer;
+    }
+}
+
+/// Who wrote a version of a file.
+QString authorOf(const QString &agent, const std::function<QString(const QString &agent)> &roleOf)
+{
+    if (agent == userAuthor)
+        return u"Вы"_s;
+    if (agent == "rollback"_L1)
+        return u"Восстановление"_s;
+    const QString role = roleOf(agent);
+    const QString label = Narrator::role(role);
+    return label == role ? u"Агент"_s : label;
+}
+
 bool hasReport(const QVariantList &rows)
 {
     return std::ranges::any_of(
@@ -94,6 +139,30 @@ QVariantMap uiStateOf(const QJsonObject &state)
     return shown;
 }
 
+QVariantMap progressOf(const QJsonObject &state)
+{
+    const QJsonArray runs = state["runs"_L1].toArray();
+    if (runs.isEmpty())
+        return {};
+    int done = 0;
+    QString step;
+    const QJsonArray nodes = state["graph"_L1].toArray();
+    for (const QJsonValue &node : nodes) {
+        const QString status = node["status"_L1].toString();
+        if (status == NodeStatus::completed)
+            ++done;
+        else if (step.isEmpty() && !isStartable(status))
+            step = oneLine(node["title"_L1].toString());
+    }
+    const bool over = isEndPhase(state["phase"_L1].toString());
+    const QJsonValue first = runs.first();
+    return {{u"began"_s, first[first["created_at"_L1].isString() ? "created_at"_L1 : "started_at"_L1].toString()},
+            {u"ended"_s, over ? state["updated"_L1].toString() : QString()},
+            {u"steps"_s, nodes.size()},
+            {u"done"_s, done},
+            {u"step"_s, over ? QString() : step}};
+}
+
 QJsonObject shownEvent(QJsonObject event)
 {
     event["data"_L1] = QJsonObject{{u"path"_s, std::as_const(event)["data"_L1]["path"_L1].toString()}};
@@ -110,7 +179,24 @@ QVariantList conversationOf(QVariantList rows, const QJsonObject &state, const Q
         rows.append(QVariantMap{{u"role"_s, u"user"_s}, {u"content"_s, pending}, {u"kind"_s, u"pending"_s}});
     for (QVariant &row : rows)
         addMedia(row, media, root);
+    addQuestions(rows, state["spec"_L1]["decisions"_L1].toArray());
     return rows;
+}
+
+QVariantList versionsOf(const QJsonArray &revisions, const std::function<QString(const QString &agent)> &roleOf)
+{
+    QVariantList versions;
+    for (const QJsonValue &revision : revisions) {
+        const QString encoded = revision["content_base64"_L1].toString();
+        versions.prepend(QVariantMap{{u"revision"_s, revision["revision"_L1].toInt()},
+                                     {u"time"_s, revision["timestamp"_L1].toString()},
+                                     {u"author"_s, authorOf(revision["author_agent"_L1].toString(), roleOf)},
+                                     {u"bytes"_s,
+                                      encoded.isEmpty() ? revision["content"_L1].toString().toUtf8().size()
+                                                        : QByteArray::fromBase64(encoded.toLatin1()).size()},
+                                     {u"deleted"_s, revision["deleted"_L1].toBool()}});
+    }
+    return versions;
 }
 
 QJsonArray mediaOf(const QJsonArray &artifacts)

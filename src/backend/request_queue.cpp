@@ -17,6 +17,11 @@ namespace {
 
 constexpr qsizetype maxWaiting = 50;
 
+QString tooMany()
+{
+    return u"В очереди уже 50 задач."_s;
+}
+
 QString rowOf(const QString &project)
 {
     return u"queue:"_s + project;
@@ -44,12 +49,13 @@ void RequestQueue::open(const QString &next, const QJsonArray &found)
 {
     project = next;
     waiting = found;
+    takenOut = {};
     paused = !waiting.isEmpty();
 }
 
 qsizetype RequestQueue::add(const StartRequest &request)
 {
-    require(waiting.size() < maxWaiting, u"В очереди уже 50 задач."_s);
+    require(waiting.size() < maxWaiting, tooMany());
     QJsonArray longer = waiting;
     longer.append(QJsonObject{{u"id"_s, id()},
                               {u"request"_s, request.request},
@@ -68,9 +74,34 @@ void RequestQueue::remove(const QString &id)
                                            [&](const QJsonValue &entry) { return entry["id"_L1].toString() == id; });
     if (item == std::as_const(waiting).end())
         return;
+    const qsizetype place = item - std::as_const(waiting).begin();
     QJsonArray shorter = waiting;
-    shorter.removeAt(item - std::as_const(waiting).begin());
+    const QJsonArray out{shorter.takeAt(place)};
     change(shorter);
+    takenOut = out;
+    takenFrom = place;
+}
+
+void RequestQueue::clear()
+{
+    if (waiting.isEmpty())
+        return;
+    const QJsonArray out = waiting;
+    change({});
+    takenOut = out;
+    takenFrom = 0;
+}
+
+void RequestQueue::undo()
+{
+    require(waiting.size() + takenOut.size() <= maxWaiting, tooMany());
+    QJsonArray longer = waiting;
+    // What stood before it may have been started meanwhile.
+    qsizetype place = std::min(takenFrom, longer.size());
+    for (const QJsonValue &item : std::as_const(takenOut))
+        longer.insert(place++, item);
+    change(longer);
+    takenOut = {};
 }
 
 void RequestQueue::pause()

@@ -41,6 +41,11 @@ public:
     qsizetype add(const StartRequest &request);
     /// An unknown id does nothing.
     void remove(const QString &id);
+    void clear();
+    /// What was taken out last, until the project is changed.
+    const QJsonArray &removed() const { return takenOut; }
+    /// Brings that back to its place. Throws when there is no room for it any more.
+    void undo();
     /// Keeps the queue from going on, also when that can't be stored.
     void pause();
     void resume();
@@ -59,6 +64,8 @@ private:
     Store &store;
     QString project;
     QJsonArray waiting;
+    QJsonArray takenOut;
+    qsizetype takenFrom = 0; ///< Where in the queue that stood.
     bool paused = false;
 };
 

@@ -658,12 +658,13 @@ QString evidenceHeadline(const QJsonObject &ledger)
     const int all = proved + believed + open;
     if (all == 0)
         return {};
-    QString text = u"%1 из %2 %3 %4 проверками"_s.arg(proved).arg(all).arg(
-        all % 10 == 1 && all % 100 != 11 ? u"критерия"_s : u"критериев"_s,
-        proved == 1 ? u"подтверждён"_s : u"подтверждены"_s);
+    QString text = proved == 0 ? u"Проверками не подтверждён ни один критерий"_s
+                               : u"%1 из %2 %3 %4 проверками"_s.arg(proved).arg(all).arg(
+                                     all % 10 == 1 && all % 100 != 11 ? u"критерия"_s : u"критериев"_s,
+                                     proved == 1 ? u"подтверждён"_s : u"подтверждены"_s);
     if (believed > 0)
         text += u", %1 — только мнением агентов"_s.arg(believed);
-    if (open > 0)
+    if (open > 0 && open < all)
         text += u", %1 — не %2"_s.arg(open).arg(open == 1 ? u"подтверждён"_s : u"подтверждены"_s);
     return text + u'.';
 }

@@ -10,6 +10,7 @@
 #include "preferences.h"
 #include "proof_view.h"
 #include "read_models.h"
+#include "report_markdown.h"
 #include "request_queue.h"
 
 #include <QTemporaryDir>
@@ -200,6 +201,53 @@ private Q_SLOTS:
                  object(u"{'type':'x','data':{'path':'p'}}"_s));
     }
 
+    void anAnswerStandsBelowItsQuestion()
+    {
+        QVariantList rows;
+        for (const QString &line : {u"Да"_s, u"Да"_s, u"Нет"_s, u"Да"_s})
+            rows.append(QVariantMap{{u"role"_s, u"user"_s}, {u"content"_s, line}});
+        // The first question is of the task before; its answer isn't said here.
+        const QJsonObject state
+            = object(u"{'phase':'PLANNING','spec':{'decisions':[{'id':'0','question':'0?','answer':'Да'},"
+                     "{'id':'1','question':'1?','answer':'Да'},{'id':'2','question':'2?','answer':'Да'}]}}"_s);
+        QStringList said;
+        for (const QVariant &row : conversationOf(rows, state, {}, {}, {}))
+            said.append(row.toMap()[u"content"_s].toString());
+        QCOMPARE(said.join(u' '), u"Да 1? Да Нет 2? Да"_s);
+    }
+
+    void aTaskTellsHowFarItIs()
+    {
+        const QString nodes = u"'graph':[{'status':'COMPLETED'},{'status':'QUEUED','title':'a'},"
+                              "{'status':'REVIEWING','title':'b'}],'runs':[{'created_at':'10:00'}],'updated':'11:00'"_s;
+        const auto told = [&](const QString &phase) {
+            const QVariantMap far = progressOf(object(u"{'phase':'%1',%2}"_s.arg(phase, nodes)));
+            QStringList all;
+            for (const QString &key : {u"began"_s, u"ended"_s, u"done"_s, u"steps"_s, u"step"_s})
+                all.append(far[key].toString());
+            return all.join(u'|');
+        };
+        QCOMPARE(told(u"EXECUTION"_s), u"10:00||1|3|b"_s);
+        QCOMPARE(told(u"FAILED"_s), u"10:00|11:00|1|3|"_s);
+        QVERIFY(progressOf(emptyState()).isEmpty());
+    }
+
+    void aReportBecomesMarkdown()
+    {
+        const QString report
+            = u"Задача завершена. 1 из 1 критерия подтверждён.\n\nЧто сделано\n• Файл my_file\n• <b>\n\n"
+              "Файлы\n• a_b.js — версия 2; проверка принята\n\n"
+              "Что проверено\n• «Считает *всё*» — подтверждено: sh -c `x`\n\nСледующий шаг: 1. открыть"_s;
+        const QVariantMap file{
+            {u"path"_s, u"a_b.js"_s}, {u"change"_s, u"изменён"_s}, {u"added"_s, 3}, {u"removed"_s, 1}};
+        QCOMPARE(reportAsMarkdown(u"Создай\n#1"_s, report, {file}),
+                 u"# Создай #1\n\n**Задача завершена. 1 из 1 критерия подтверждён.**\n\n"
+                 "## Что сделано\n\n- Файл my\\_file\n- \\<b\\>\n\n"
+                 "## Файлы\n\n- `a_b.js` — версия 2; проверка принята\n\n"
+                 "## Что проверено\n\n- «Считает \\*всё\\*» — подтверждено: `` sh -c `x` ``\n\n"
+                 "Следующий шаг: 1. открыть\n\n## Изменения с запроса\n\n- `a_b.js` — изменён, +3 −1\n"_s);
+    }
+
     void aConversationShowsReportPendingAndMedia()
     {
         const QJsonArray known = array(u"[{'path':'a.png','preview':'v.png','url':'http://x'},{'path':'b.png'}]"_s);
@@ -296,6 +344,22 @@ private Q_SLOTS:
         RequestQueue later(store);
         later.open(u"p"_s, later.stored(u"p"_s));
         QVERIFY(later.isPaused()); // what is found waiting never starts by itself
+        const StartRequest other{u"c"_s, false, 1, {}, {}};
+        queue.add(other);
+        queue.add(other);
+        const QJsonArray three = queue.items();
+        queue.remove(three[1]["id"_L1].toString());
+        QCOMPARE(queue.items().size(), 2);
+        queue.undo();
+        QCOMPARE(queue.items(), three);
+        queue.clear();
+        QVERIFY(queue.stored(u"p"_s).isEmpty());
+        for (int i = 0; i < 48; ++i)
+            queue.add(other);
+        QCOMPARE(errorOf([&] { queue.undo(); }), u"В очереди уже 50 задач."_s);
+        queue.remove(queue.items()[0]["id"_L1].toString());
+        QCOMPARE(queue.removed().size(), 1);
+
         QJsonObject old = later.items()[0].toObject();
         old.remove("budget"_L1);
         later.open(u"p"_s, {old});

@@ -21,6 +21,8 @@ Item {
         property var preferences: ({})
         property var attachments: []
         property var queue: [{ id: "q1", request: "Создай сайт" }]
+        property bool queuePaused: true
+        property int queueRemoved: 2
         property var projects: [{ id: "1", name: "Первый" }, { id: "2", name: "Второй" }]
         property var tasks: [{ id: "t1", phase: "", spec: { title: "Старый" } },
             { id: "t2", phase: "", spec: { title: "Новый" } }]
@@ -39,6 +41,9 @@ Item {
         function openFile(path) { note("openFile", arguments); }
         function openWorkspace() { note("openWorkspace", arguments); }
         function approve(item, allow) { note("approve", arguments); }
+        function clearQueue() { note("clearQueue", arguments); }
+        function undoQueue() { note("undoQueue", arguments); }
+        function resumeQueue() { note("resumeQueue", arguments); }
         function cancelQueued(item) { note("cancelQueued", arguments); }
         function selectProject(item) { note("selectProject", arguments); }
         function selectTask(item) { note("selectTask", arguments); }
@@ -62,6 +67,21 @@ Item {
     Component { id: welcome; Welcome { width: 600 } }
     Component { id: statusLine; StatusLine { service: stub; live: true } }
     Component { id: progress; ProgressCard { note: "План"; streamNote: ""; live: true; width: 600 } }
+    Component { id: told; StatusLine { service: stub; live: true; told: true } }
+    Component {
+        id: far
+        ProgressCard {
+            note: "План"; streamNote: ""; live: true; width: 600
+            progress: ({ began: "2024-05-01T09:00:00", steps: 3, done: 1, step: "Читаю" })
+        }
+    }
+    Component {
+        id: ended
+        ProgressCard {
+            note: "Готово"; streamNote: "x"; live: false; width: 600
+            progress: ({ began: "2024-05-01T10:57:55", ended: "2024-05-01T12:00:00" })
+        }
+    }
     Component { id: waiting; WaitingLine { width: 300; streamNote: "" } }
     Component { id: fileRow; FileRow { selected: false; row: stub.files[0] } }
     Component { id: thread; ThreadRow { width: 240; chosen: false; phase: "Завершено"; row: ({ id: "t", spec: {} }) } }
@@ -74,7 +94,7 @@ Item {
 
         function init() {
             failOnWarning(/.?/);
-            Object.assign(stub, { calls: [], settings: {}, preferences: {}, streamNote: "",
+            Object.assign(stub, { calls: [], settings: { mock: false }, preferences: {}, streamNote: "",
                 attachments: [{ id: "a1", name: "фото.png" }],
                 files: [{ path: "a/b.png", type: "media", kind: "image", usage: "Баннер", bytes: 1025 }] });
         }
@@ -119,6 +139,8 @@ Item {
                 row(files, "Открыть файл ↗", ["openFile", "a/b.png"]), row(files, "Открыть папку", ["openWorkspace"]),
                 Object.assign(row(files, "a/b.png, Баннер · image · 2 КБ", ["openFile", "a/b.png"]), { twice: true }),
                 row(permissions, "Запретить", ["approve", "p1", false]),
+                row(queue, "Убрать все", ["clearQueue"]), row(queue, "Вернуть", ["undoQueue"]),
+                row(queue, "Продолжить", ["resumeQueue"]),
                 row(projects, "Второй", ["selectProject", "2"]),
                 row(left, "Старый, фаза", ["selectTask", "t1"])
             ];
@@ -136,8 +158,8 @@ Item {
             return [
                 row(welcome, "Улучшить проект", "drafted", "Улучши проект: "),
                 row(welcome, "Посмотреть демо", "demoRequested"),
-                row(details, "Технические данные", "detailsRequested", '{\n  "stored": "r1"\n}'),
-                row(history, "Запрос принят", "detailsRequested", '{\n  "id": "1",\n  "time": "2024-05-01T09:08:07Z",\n  "type": "TaskCreated"\n}'),
+                row(details, "Технические данные", "runRequested", "r1"),
+                row(history, "Запрос принят", "eventRequested", stub.events[0]),
                 row(panelMenu, "Сеть агентов", "panelChosen", "agents"), row(panelMenu, "Файлы", "panelChosen", "files"),
                 row(panelMenu, "Закрыть панель", "hidden")
             ];
@@ -154,7 +176,11 @@ Item {
             return [
                 row("status, connected", statusLine, { settings: { mock: false, model: "m" } }, "m · до 8 агентов"),
                 row("status, at work", statusLine, { streamNote: "Пишу" }, "Пишу"),
-                row("progress", progress, {}, "План, структура и действия команды", "progressNote")
+                row("status, said elsewhere", told, { streamNote: "Пишу" }, " · до 8 агентов"),
+                row("progress", progress, {}, "План, структура и действия команды", "progressNote"),
+                row("progress, step", far, {}, "План · Читаю", "progressState"),
+                row("progress, steps", far, {}, "Готово 1 из 3", "progressSteps"),
+                row("progress, ended", ended, {}, "За 1 ч 2 мин · 1 мая, 12:00", "progressNote")
             ];
         }
         function test_aLineSaysHowThingsStand(data) {

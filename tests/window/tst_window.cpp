@@ -205,6 +205,11 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
     QCOMPARE(told.value(0), calculator);
     QVERIFY(told.contains(u"Готово. Результат сохранён в проекте.\n"
                           "Выполненные проверки и ограничения — в подробностях."_s));
+    QVERIFY(told.contains(u"Создать локальный калькулятор для браузера, без аккаунта и внешних зависимостей?"_s));
+    QVERIFY(desk->click(u"copyReport"_s));
+    QCOMPARE(desk->text(u"copyReport"_s), u"Скопировано"_s);
+    QVERIFY(QGuiApplication::clipboard()->text().contains(u"\n## Файлы\n\n- `"_s));
+    QVERIFY(desk->text(u"progressNote"_s).startsWith(u"За "_s));
     QVERIFY(desk->click(u"reportDetails"_s));
     QTRY_VERIFY(desk->isOpen(u"details"_s));
     QVERIFY(desk->text(u"plainText"_s).startsWith(u"Задача завершена."_s));
@@ -240,6 +245,9 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
     QVERIFY(desk->text(u"plainText"_s).contains(u"<!doctype"_s, Qt::CaseInsensitive));
     QVERIFY(desk->click(u"fileHistory"_s));
     QTRY_VERIFY(desk->isOpen(u"details"_s));
+    QTRY_VERIFY(desk->text(u"fieldValue"_s).contains(u" · Разработчик · "_s));
+    QVERIFY(desk->click(u"rawData"_s));
+    QTRY_VERIFY(desk->text(u"detailsText"_s).startsWith(u"[\n    {"_s));
     desk->press(Qt::Key_Escape);
     QTRY_VERIFY(!desk->isOpen(u"details"_s));
 
@@ -332,6 +340,10 @@ void WindowTest::aRunIsPausedResumedAndStoppedWhileRequestsWait()
     QTRY_VERIFY(desk->isOpen(u"queueDialog"_s));
     QVERIFY(desk->click(u"cancelQueued"_s));
     QTRY_VERIFY(!desk->item(u"queueLine"_s));
+    QVERIFY(desk->click(u"undoQueue"_s));
+    QTRY_COMPARE(desk->text(u"queueText"_s), u"В очереди 1"_s);
+    QVERIFY(desk->click(u"clearQueue"_s));
+    QTRY_VERIFY(!desk->item(u"queueLine"_s));
     desk->press(Qt::Key_Escape);
     QTRY_VERIFY(!desk->isOpen(u"queueDialog"_s));
 
@@ -344,6 +356,7 @@ void WindowTest::aRunIsPausedResumedAndStoppedWhileRequestsWait()
     QVERIFY(desk->click(u"stopButton"_s));
     QTRY_COMPARE(desk->text(u"queueText"_s), u"В очереди 1 · приостановлена"_s);
     QCOMPARE(desk->phase(), u"CANCELLED"_s);
+    QCOMPARE(desk->text(u"progressState"_s), u"Работа остановлена"_s);
     QVERIFY(!desk->item(u"pauseButton"_s) && !desk->item(u"stopButton"_s) && !desk->item(u"composerStop"_s));
     QVERIFY(desk->click(u"queueAction"_s));
     QTRY_VERIFY(!desk->item(u"queueLine"_s));
@@ -367,6 +380,7 @@ void WindowTest::aPlanIsContinuedAndItsCommandAllowedByAClick()
     const auto pending = [this] { return desk->state()[u"pending"_s].toList().size(); };
     QTRY_COMPARE_WITH_TIMEOUT(pending(), 1, 15000);
     QTRY_VERIFY(desk->item(u"permissionCard"_s));
+    QCOMPARE(desk->text(u"note"_s), u"Нужно ваше разрешение"_s);
     QVERIFY(desk->click(u"cardAction"_s, desk->item(u"permissionCard"_s)));
     QTRY_VERIFY(desk->isOpen(u"permissions"_s));
     const QString shown = desk->text(u"plainText"_s);
@@ -611,6 +625,10 @@ void WindowTest::aLongConversationFollowsItsEndUntilOneScrollsAway()
     QTRY_COMPARE(list->property("count").toInt(), 2004);
     QCOMPARE(topRow(), kept);
     QVERIFY(!atEnd());
+    QVERIFY(desk->click(u"toEnd"_s));
+    QTRY_VERIFY(atEnd() && !desk->item(u"toEnd"_s));
+    QTest::wheelEvent(&desk->screen(), middle, QPoint(0, 1200));
+    QTRY_VERIFY(!atEnd());
 
     list->forceActiveFocus(Qt::TabFocusReason);
     desk->press(Qt::Key_PageUp);
