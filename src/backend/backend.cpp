@@ -42,6 +42,7 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , editWatch(core.workspace)
     , compared(core.workspace)
     , taking(core.store, core.workspace)
+    , exporting(core.workspace)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
 {
@@ -81,6 +82,8 @@ void Backend::connectServices()
     connect(&restoreTimer, &QTimer::timeout, this, &Backend::restoreOn);
     connect(&taking, &TakingIn::changed, this, &Backend::notifyUi);
     connect(&taking, &TakingIn::failed, this, &Backend::show);
+    connect(&exporting, &Exporting::changed, this, &Backend::notifyUi);
+    connect(&exporting, &Exporting::concluded, this, &Backend::show);
     connect(&editWatch, &EditWatch::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::concluded, this, &Backend::show);

@@ -7,6 +7,7 @@
 #include "core.h"
 #include "differences.h"
 #include "edit_watch.h"
+#include "exporting.h"
 #include "growing_list.h"
 #include "mcp_client.h"
 #include "mock_provider.h"
@@ -75,6 +76,7 @@ class Backend : public QObject {
     Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
     Q_PROPERTY(vesk::Differences *differences READ differences NOTIFY changed)
     Q_PROPERTY(QVariantMap takeIn READ takeIn NOTIFY changed)
+    Q_PROPERTY(QString exporting READ exportProgress NOTIFY changed)
     Q_PROPERTY(bool restoring READ restoring NOTIFY changed)
     Q_PROPERTY(bool restoreCanUndo READ restoreCanUndo NOTIFY changed)
     Q_PROPERTY(QVariantList handEdits READ handEdits NOTIFY changed)
@@ -119,7 +121,8 @@ public:
     Q_INVOKABLE void acceptFolder();
     Q_INVOKABLE void cancelFolder();
     /// Copies the project's files as they are recorded into a folder that doesn't exist yet, or into a zip file that
-    /// doesn't: at a snapshot, or now for an empty id.
+    /// doesn't: at a snapshot, or now for an empty id. It goes on beside the interface: `exporting` tells how far it is,
+    /// `message` how it has ended.
     Q_INVOKABLE void exportFiles(const QString &target, const QString &checkpoint);
     /// The report of the task in view as Markdown, with the files that have changed since its request if those are what
     /// is compared.
@@ -371,6 +374,7 @@ private:
     QVariantList connectionMeasures() const { return connection.measures(); }
     Differences *differences() { return &compared; }
     QVariantMap takeIn() const { return taking.state(); }
+    QString exportProgress() const { return exporting.progress(); }
     bool restoring() const { return restoreTimer.isActive(); }
     bool restoreCanUndo() const { return canUndoRestore; }
     QVariantList handEdits() const { return editWatch.edits(); }
@@ -390,6 +394,7 @@ private:
     EditWatch editWatch;
     Differences compared;
     TakingIn taking;
+    Exporting exporting;
     QTimer restoreTimer; ///< Runs while files are restored.
     int restoreFaults = 0;
     bool canUndoRestore = false;

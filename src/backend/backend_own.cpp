@@ -2,7 +2,6 @@
 
 #include "backend.h"
 
-#include "export_files.h"
 #include "helpers.h"
 #include "narrator.h"
 
@@ -229,8 +228,7 @@ void Backend::exportFiles(const QString &target, const QString &checkpoint)
         const QJsonObject snapshot = core.store.get(u"checkpoints"_s, checkpoint);
         require(checkpoint.isEmpty() || snapshot["project_id"_L1].toString() == core.workspace.project(),
                 u"Это состояние относится к другому проекту."_s);
-        vesk::exportFiles(core.workspace,
-                          checkpoint.isEmpty() ? core.workspace.files() : snapshot["files"_L1].toArray(), place);
+        exporting.begin(checkpoint.isEmpty() ? core.workspace.files() : snapshot["files"_L1].toArray(), place);
     });
 }
 

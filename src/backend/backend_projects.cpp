@@ -24,6 +24,7 @@ void Backend::requireQuiet()
     require(!core.engine.busy() && !conversation.isBusy(),
             u"Сначала остановите текущую работу и дождитесь ответа в чате."_s);
     requireStill();
+    require(!exporting.isBusy(), u"Дождитесь, пока файлы проекта будут сохранены."_s);
 }
 
 /// A project to work in, made in the usual place when there is none; throws what kept it from being made.

@@ -138,6 +138,9 @@ private Q_SLOTS:
         QCOMPARE(contentOf(folder + u"/d/f7.txt"_s), "mine");
         desk->call("exportFiles", {desk->path(u"copy.zip"_s), u""_s});
         QCOMPARE(desk->message(), QString());
+        desk->call("lookAtFolder", {folder});
+        QCOMPARE(desk->message(), u"Дождитесь, пока файлы проекта будут сохранены."_s);
+        QVERIFY(Desk::waitFor([&] { return desk->message().startsWith(u"Файлы проекта сохранены: "_s); }));
         QVERIFY(QFile::exists(desk->path(u"copy.zip"_s)));
         desk->call("lookAtFolder", {folder});
         QCOMPARE(phase(), QString()); // it is a project by now
