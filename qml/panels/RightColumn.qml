@@ -84,7 +84,8 @@ Rectangle {
                     onFileSelected: file => root.app.selectedFile = file
                     onDifferencesRequested: root.app.dialogs().showDifferences()
                     onRestoreRequested: root.app.dialogs().showRestore()
-                    onExportRequested: root.app.dialogs().exportPicker.show().open()
+                    onExportRequested: root.app.dialogs().showExport("")
+                    onCommitRequested: root.app.dialogs().showCommit()
                     onDetailsRequested: text => root.app.dialogs().showDetails(text)
                 }
             }

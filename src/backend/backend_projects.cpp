@@ -55,6 +55,7 @@ void Backend::makeProject(const QString &name, const QString &folder)
     view.followRun();
     editWatch.forget();
     compared.clear();
+    committing.cancel();
     resumeRestore();
     taking.resume();
 }
@@ -79,6 +80,7 @@ void Backend::openProject(const QString &projectId)
     view.open(outlines.isEmpty() ? QString() : outlines.last()["id"_L1].toString());
     editWatch.forget();
     compared.clear();
+    committing.cancel();
     resumeRestore();
     taking.resume();
     lookForEdits();

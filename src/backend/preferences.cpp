@@ -19,7 +19,8 @@ const QStringList &settableKeys()
     static const QStringList keys{u"glass"_s,         u"animations"_s,         u"computer_access"_s,
                                   u"sidebar_width"_s, u"inspector_width"_s,    u"background_js"_s,
                                   u"team_left"_s,     u"background_opacity"_s, u"agent_positions"_s,
-                                  u"ffmpeg_path"_s,   u"blender_path"_s,       u"automatic_routing"_s};
+                                  u"ffmpeg_path"_s,   u"blender_path"_s,       u"automatic_routing"_s,
+                                  u"git_commit"_s};
     return keys;
 }
 

@@ -494,11 +494,45 @@ QJsonObject Workspace::checkpointOf(const QString &taskId) const
 
 QList<FileChange> Workspace::changesSince(const QJsonObject &snapshot) const
 {
+    return changesBetween(snapshot["files"_L1].toArray(), files());
+}
+
+QStringList Workspace::filesOf(const QString &taskId) const
+{
+    const QJsonArray all = projectId.isEmpty() ? QJsonArray() : store.list(u"checkpoints"_s, projectId);
+    QJsonObject first;
+    QJsonObject next;
+    for (const QJsonValue &value : all) {
+        const QString task = value["task_id"_L1].toString();
+        if (first.isEmpty() && task == taskId && !task.isEmpty())
+            first = value.toObject();
+        else if (!first.isEmpty() && next.isEmpty() && task != taskId && !task.isEmpty())
+            next = value.toObject();
+    }
+    if (first.isEmpty())
+        return {};
+    QStringList paths;
+    const QList<FileChange> changes
+        = changesBetween(first["files"_L1].toArray(), next.isEmpty() ? files() : next["files"_L1].toArray());
+    for (const FileChange &change : changes) {
+        const int from = change.before["revision"_L1].toInt();
+        const int to = change.after["revision"_L1].toInt();
+        const QJsonArray numbered = revisions(change.path);
+        const bool isTheirs = std::ranges::any_of(numbered, [&](const QJsonValue &revision) {
+            const int number = revision["revision"_L1].toInt();
+            return number > from && number <= to && revision["author_agent"_L1].toString() != userAuthor;
+        });
+        if (isTheirs)
+            paths.append(change.path);
+    }
+    return paths;
+}
+
+QList<FileChange> Workspace::changesBetween(const QJsonArray &entries, const QJsonArray &records)
+{
     QMap<QString, FileChange> states;
-    const QJsonArray entries = snapshot["files"_L1].toArray();
     for (const QJsonValue &entry : entries)
         states[entry["path"_L1].toString()].before = entry.toObject();
-    const QJsonArray records = files();
     for (const QJsonValue &record : records)
         states[record["path"_L1].toString()].after = record.toObject();
 

@@ -122,6 +122,10 @@ public:
     /// The files whose recorded content is another one than in a snapshot, by path.
     QList<FileChange> changesSince(const QJsonObject &snapshot) const;
 
+    /// The files that a task has written, until the next one began: those that only their user has edited are not
+    /// among them, nor what has become again what it was.
+    QStringList filesOf(const QString &taskId) const;
+
     /// What stands in a folder of the project, "" for the top.
     QList<ConfinedFolder::Entry> entries(const QString &folder) const;
 
@@ -172,6 +176,7 @@ public:
 private:
     struct Place;
 
+    static QList<FileChange> changesBetween(const QJsonArray &entries, const QJsonArray &records);
     Place vet(const QString &relativePath) const;
     ConfinedFolder::Content load(const Place &place, const QString &relativePath) const;
     void put(const Place &place, const QString &relativePath, const QByteArray &bytes,
