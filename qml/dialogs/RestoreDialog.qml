@@ -12,6 +12,8 @@ FloatingDialog {
     property string chosen: ""
     readonly property int count: service.differences.files.length
 
+    signal exportRequested(string checkpoint)
+
     objectName: "restore"
     title: "Вернуться к прежнему состоянию"
     width: Math.min(Theme.px(1240), (parent?.width ?? 1240) - 40)
@@ -96,6 +98,13 @@ FloatingDialog {
                     : root.points.length === 0 ? "Состояния появятся с первой задачей."
                     : "Изменится файлов: " + root.count + ". Нынешнее состояние сохранится, его можно вернуть."
                 Layout.fillWidth: true
+            }
+            Action {
+                objectName: "exportPoint"
+                text: "Сохранить как…"
+                tip: "Скопировать файлы этого состояния в папку или архив"
+                enabled: root.chosen !== "" && root.service.exporting === ""
+                onClicked: root.exportRequested(root.chosen)
             }
             Action {
                 objectName: "undoRestore"

@@ -52,6 +52,14 @@ Item {
     function showRestore() {
         (restore.show() as RestoreDialog).begin();
     }
+    function showCommit() {
+        (commit.show() as CommitDialog).begin();
+    }
+    function showExport(checkpoint: string) {
+        const picker = exportPicker.show();
+        picker.checkpoint = checkpoint;
+        picker.open();
+    }
     function showDifferences() {
         (differences.show() as DifferencesDialog).open();
     }
@@ -208,8 +216,15 @@ Item {
         }
     }
     LazyDialog {
+        id: commit
+        sourceComponent: CommitDialog { service: root.service }
+    }
+    LazyDialog {
         id: restore
-        sourceComponent: RestoreDialog { service: root.service }
+        sourceComponent: RestoreDialog {
+            service: root.service
+            onExportRequested: checkpoint => root.showExport(checkpoint)
+        }
     }
     LazyDialog {
         id: queueDialog

@@ -19,6 +19,7 @@ ColumnLayout {
     signal differencesRequested()
     signal restoreRequested()
     signal exportRequested()
+    signal commitRequested()
 
     spacing: 12
 
@@ -152,8 +153,8 @@ ColumnLayout {
         }
         Action {
             objectName: "exportFiles"
-            text: "Сохранить как…"
-            enabled: files.count > 0
+            text: root.service.exporting || "Сохранить как…"
+            enabled: files.count > 0 && root.service.exporting === ""
             onClicked: root.exportRequested()
         }
         Action {
@@ -163,6 +164,16 @@ ColumnLayout {
             enabled: files.count > 0
             onClicked: root.restoreRequested()
         }
+    }
+
+    Action {
+        objectName: "commitFiles"
+        text: "Зафиксировать…"
+        tip: "Одна запись в git с файлами этой задачи"
+        visible: root.service.commit.possible ?? false
+        enabled: files.count > 0
+        Layout.fillWidth: true
+        onClicked: root.commitRequested()
     }
 
     /* Takes the whole record, so that a new revision is read anew. */

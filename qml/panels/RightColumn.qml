@@ -84,8 +84,9 @@ Rectangle {
                     onFileSelected: file => root.app.selectedFile = file
                     onDifferencesRequested: root.app.dialogs().showDifferences()
                     onRestoreRequested: root.app.dialogs().showRestore()
-                    onExportRequested: root.app.dialogs().exportPicker.show().open()
                     onVersionsRequested: root.app.dialogs().showVersions(root.app.selectedFile.path)
+                    onExportRequested: root.app.dialogs().showExport("")
+                    onCommitRequested: root.app.dialogs().showCommit()
                 }
             }
             LazyPanel {

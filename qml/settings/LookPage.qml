@@ -37,6 +37,23 @@ SettingsScroll {
                 visible: access.hovered || access.visualFocus
             }
         }
+        SettingSwitch {
+            id: gitCommit
+            objectName: "gitCommit"
+            text: "Фиксация файлов задачи в git"
+            checked: page.preferences.git_commit === true
+            onToggled: {
+                page.service.setPreference("git_commit", checked);
+                checked = Qt.binding(() => page.preferences.git_commit === true); // what is stored, also when that was refused
+            }
+            Accessible.description: gitTip.text
+            Tip {
+                id: gitTip
+                parent: gitCommit
+                text: "В панели файлов появится «Зафиксировать…», если папка проекта лежит в репозитории git. Само по себе ничего не фиксируется."
+                visible: gitCommit.hovered || gitCommit.visualFocus
+            }
+        }
         LabelText {
             text: "Рабочее пространство"
             color: Theme.textStrong

@@ -43,6 +43,8 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , editWatch(core.workspace)
     , compared(core.workspace)
     , taking(core.store, core.workspace)
+    , exporting(core.workspace)
+    , committing(core.workspace, core.events)
     , messageRows(u"messages"_s, wholeRecord)
     , eventRows(u"events"_s, shownEvent, shownEvents)
 {
@@ -82,6 +84,10 @@ void Backend::connectServices()
     connect(&restoreTimer, &QTimer::timeout, this, &Backend::restoreOn);
     connect(&taking, &TakingIn::changed, this, &Backend::notifyUi);
     connect(&taking, &TakingIn::failed, this, &Backend::show);
+    connect(&committing, &Committing::changed, this, &Backend::notifyUi);
+    connect(&committing, &Committing::ended, this, &Backend::lookForEdits);
+    connect(&exporting, &Exporting::changed, this, &Backend::notifyUi);
+    connect(&exporting, &Exporting::concluded, this, &Backend::show);
     connect(&editWatch, &EditWatch::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::concluded, this, &Backend::show);

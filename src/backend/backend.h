@@ -2,11 +2,13 @@
 
 #include "agent_team.h"
 #include "attachments.h"
+#include "committing.h"
 #include "background_renderer.h"
 #include "conversation.h"
 #include "core.h"
 #include "differences.h"
 #include "edit_watch.h"
+#include "exporting.h"
 #include "growing_list.h"
 #include "mcp_client.h"
 #include "mock_provider.h"
@@ -77,6 +79,8 @@ class Backend : public QObject {
     Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
     Q_PROPERTY(vesk::Differences *differences READ differences NOTIFY changed)
     Q_PROPERTY(QVariantMap takeIn READ takeIn NOTIFY changed)
+    Q_PROPERTY(QString exporting READ exportProgress NOTIFY changed)
+    Q_PROPERTY(QVariantMap commit READ commitState NOTIFY changed)
     Q_PROPERTY(bool restoring READ restoring NOTIFY changed)
     Q_PROPERTY(bool restoreCanUndo READ restoreCanUndo NOTIFY changed)
     Q_PROPERTY(QVariantList handEdits READ handEdits NOTIFY changed)
@@ -121,8 +125,15 @@ public:
     Q_INVOKABLE void acceptFolder();
     Q_INVOKABLE void cancelFolder();
     /// Copies the project's files as they are recorded into a folder that doesn't exist yet, or into a zip file that
-    /// doesn't: at a snapshot, or now for an empty id.
+    /// doesn't: at a snapshot, or now for an empty id. It goes on beside the interface: `exporting` tells how far it is,
+    /// `message` how it has ended.
     Q_INVOKABLE void exportFiles(const QString &target, const QString &checkpoint);
+    /// A commit of the files of the task in view to the repository that the project lies in, with the report as
+    /// message: looked at first, made after a yes. `commit` has what it would hold (Committing::state()) and whether
+    /// it is "possible": git is there, there is a repository, and the user has switched it on.
+    Q_INVOKABLE void lookAtCommit();
+    Q_INVOKABLE void commitFiles(const QString &commitText);
+    Q_INVOKABLE void cancelCommit();
 
     /// The states to go back to, the newest first: {"id", "time", "title"}.
     Q_INVOKABLE QVariantList restorePoints() const;
@@ -386,6 +397,8 @@ private:
     QVariantList connectionMeasures() const { return connection.measures(); }
     Differences *differences() { return &compared; }
     QVariantMap takeIn() const { return taking.state(); }
+    QVariantMap commitState() const;
+    QString exportProgress() const { return exporting.progress(); }
     bool restoring() const { return restoreTimer.isActive(); }
     bool restoreCanUndo() const { return canUndoRestore; }
     QVariantList handEdits() const { return editWatch.edits(); }
@@ -405,6 +418,8 @@ private:
     EditWatch editWatch;
     Differences compared;
     TakingIn taking;
+    Exporting exporting;
+    Committing committing;
     QTimer restoreTimer; ///< Runs while files are restored.
     int restoreFaults = 0;
     bool canUndoRestore = false;

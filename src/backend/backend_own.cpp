@@ -2,8 +2,8 @@
 
 #include "backend.h"
 
-#include "export_files.h"
 #include "helpers.h"
+#include "narrator.h"
 
 #include <QElapsedTimer>
 #include <QFileInfo>
@@ -70,6 +70,7 @@ void Backend::settleEdits(const QString &path, bool takesOwn)
 void Backend::requireStill()
 {
     require(!taking.isTaking(), u"Дождитесь, пока файлы проекта будут приняты."_s);
+    require(!committing.isCommitting(), u"Дождитесь конца фиксации."_s);
     if (!core.workspace.isRestoring())
         return;
     startRestoring(); // once more, if it has given up
@@ -228,9 +229,42 @@ void Backend::exportFiles(const QString &target, const QString &checkpoint)
         const QJsonObject snapshot = core.store.get(u"checkpoints"_s, checkpoint);
         require(checkpoint.isEmpty() || snapshot["project_id"_L1].toString() == core.workspace.project(),
                 u"Это состояние относится к другому проекту."_s);
-        vesk::exportFiles(core.workspace,
-                          checkpoint.isEmpty() ? core.workspace.files() : snapshot["files"_L1].toArray(), place);
+        exporting.begin(checkpoint.isEmpty() ? core.workspace.files() : snapshot["files"_L1].toArray(), place);
     });
+}
+
+void Backend::lookAtCommit()
+{
+    guard([this] {
+        require(!core.engine.busy(), u"Остановите задачу перед фиксацией."_s);
+        requireStill();
+        require(preferences.document()["git_commit"_L1].toBool(), u"Фиксация выключена в настройках."_s);
+        const QJsonObject state = selected();
+        committing.look(
+            view.id(), core.workspace.filesOf(view.id()),
+            commitMessage(state["spec"_L1]["original_request"_L1].toString(), Narrator::report(state)));
+    });
+}
+
+void Backend::commitFiles(const QString &commitText)
+{
+    guard([&] {
+        require(!core.engine.busy(), u"Остановите задачу перед фиксацией."_s);
+        requireStill();
+        committing.commit(commitText);
+    });
+}
+
+void Backend::cancelCommit()
+{
+    committing.cancel();
+}
+
+QVariantMap Backend::commitState() const
+{
+    QVariantMap state = committing.state();
+    state[u"possible"_s] = preferences.document()["git_commit"_L1].toBool() && committing.isPossible();
+    return state;
 }
 
 } // namespace vesk

@@ -24,6 +24,7 @@ void Backend::requireQuiet()
     require(!core.engine.busy() && !conversation.isBusy(),
             u"Сначала остановите текущую работу и дождитесь ответа в чате."_s);
     requireStill();
+    require(!exporting.isBusy(), u"Дождитесь, пока файлы проекта будут сохранены."_s);
 }
 
 /// A project to work in, made in the usual place when there is none; throws what kept it from being made.
@@ -54,6 +55,7 @@ void Backend::makeProject(const QString &name, const QString &folder)
     view.followRun();
     editWatch.forget();
     compared.clear();
+    committing.cancel();
     resumeRestore();
     taking.resume();
 }
@@ -78,6 +80,7 @@ void Backend::openProject(const QString &projectId)
     view.open(outlines.isEmpty() ? QString() : outlines.last()["id"_L1].toString());
     editWatch.forget();
     compared.clear();
+    committing.cancel();
     resumeRestore();
     taking.resume();
     lookForEdits();

@@ -4,17 +4,14 @@
 
 #include "helpers.h"
 #include "path_rules.h"
-#include "workspace.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
-#include <QScopeGuard>
 #include <QtEndian>
 
 #include <array>
-#include <functional>
 #include <limits>
 
 using namespace Qt::StringLiterals;
@@ -22,8 +19,6 @@ using namespace Qt::StringLiterals;
 namespace vesk {
 
 namespace {
-
-constexpr int usualMode = 0644;
 
 quint32 crc32(const QByteArray &bytes)
 {
@@ -51,15 +46,17 @@ template <typename Number> QByteArray little(Number number)
 }
 
 /// The plain form of a zip file, without the extensions for more than 65,535 files or 4 GiB.
-class ZipFile {
+class ZipFile : public FileSink {
 public:
-    explicit ZipFile(QIODevice &device)
-        : device(device)
+    explicit ZipFile(const QString &target)
+        : device(target)
     {
+        require(device.open(QIODevice::WriteOnly), u"Не удалось создать файл: "_s + target);
     }
 
-    void add(const QByteArray &name, const QByteArray &bytes, int mode)
+    void add(const QString &path, const QByteArray &bytes, int mode) override
     {
+        const QByteArray name = path.toUtf8();
         require(count < std::numeric_limits<quint16>::max()
                     && device.pos() + bytes.size() < std::numeric_limits<quint32>::max(),
                 u"Для одного zip-файла слишком много файлов: сохраните в папку."_s);
@@ -83,12 +80,13 @@ public:
         ++count;
     }
 
-    void end()
+    void finish() override
     {
         const quint32 start = quint32(device.pos());
         write(directory);
         write("PK\5\6" + little<quint16>(0) + little<quint16>(0) + little<quint16>(count) + little<quint16>(count)
               + little<quint32>(quint32(directory.size())) + little<quint32>(start) + little<quint16>(0));
+        require(device.commit(), u"Не удалось записать файл: "_s + device.errorString());
     }
 
 private:
@@ -97,38 +95,25 @@ private:
         require(device.write(bytes) == bytes.size(), u"Не удалось записать файл: "_s + device.errorString());
     }
 
-    QIODevice &device;
+    QSaveFile device;
     QByteArray directory;
     quint16 count = 0;
 };
 
-using Take = std::function<void(const QString &path, const QByteArray &bytes, int mode)>;
-
-void eachFile(const Workspace &workspace, const QJsonArray &records, const Take &take)
-{
-    for (const QJsonValue &record : records) {
-        if (const auto bytes = workspace.bytesOf(record.toObject()))
-            take(slashed(record["path"_L1].toString()), *bytes, record["mode"_L1].toInt(usualMode));
+/// Under another name until it is whole.
+class NewFolder : public FileSink {
+public:
+    explicit NewFolder(const QString &target)
+        : target(target)
+        , part(target + u".vesk-part-"_s + id().left(8))
+    {
+        require(QDir().mkpath(part), u"Не удалось создать папку: "_s + target);
     }
-}
+    ~NewFolder() override { QDir(part).removeRecursively(); }
+    Q_DISABLE_COPY_MOVE(NewFolder)
 
-void exportZip(const Workspace &workspace, const QJsonArray &records, const QString &target)
-{
-    QSaveFile file(target);
-    require(file.open(QIODevice::WriteOnly), u"Не удалось создать файл: "_s + target);
-    ZipFile zip(file);
-    eachFile(workspace, records,
-             [&](const QString &path, const QByteArray &bytes, int mode) { zip.add(path.toUtf8(), bytes, mode); });
-    zip.end();
-    require(file.commit(), u"Не удалось записать файл: "_s + file.errorString());
-}
-
-void exportFolder(const Workspace &workspace, const QJsonArray &records, const QString &target)
-{
-    const QString part = target + u".vesk-part-"_s + id().left(8);
-    require(QDir().mkpath(part), u"Не удалось создать папку: "_s + target);
-    const auto clear = qScopeGuard([&] { QDir(part).removeRecursively(); });
-    eachFile(workspace, records, [&](const QString &path, const QByteArray &bytes, int mode) {
+    void add(const QString &path, const QByteArray &bytes, int mode) override
+    {
         const QString name = part + u'/' + path;
         QDir().mkpath(QFileInfo(name).path());
         QFile file(name);
@@ -138,23 +123,45 @@ void exportFolder(const Workspace &workspace, const QJsonArray &records, const Q
         if ((mode & 0100) != 0)
             file.setPermissions(file.permissions() | QFileDevice::ExeOwner | QFileDevice::ExeUser
                                 | QFileDevice::ExeGroup | QFileDevice::ExeOther);
-    });
-    require(QDir().rename(part, target), u"Не удалось создать папку: "_s + target);
-}
+    }
+
+    void finish() override { require(QDir().rename(part, target), u"Не удалось создать папку: "_s + target); }
+
+private:
+    QString target;
+    QString part;
+};
 
 } // namespace
 
-void exportFiles(const Workspace &workspace, const QJsonArray &records, const QString &target)
+FileExport::FileExport(const QString &projectRoot, const QString &target)
+    : target(target)
 {
     require(QDir::isAbsolutePath(target), u"Нужен полный путь: "_s + target);
     require(!QFileInfo::exists(target), u"Такой файл или папка уже есть: "_s + target);
     // Into the project itself a copy would be taken for the user's new files.
-    require(!(QDir::cleanPath(target) + u'/').startsWith(workspace.root() + u'/'),
+    require(!(QDir::cleanPath(target) + u'/').startsWith(projectRoot + u'/'),
             u"Выберите место вне папки проекта: "_s + target);
-    if (target.endsWith(".zip"_L1, Qt::CaseInsensitive))
-        exportZip(workspace, records, target);
-    else
-        exportFolder(workspace, records, target);
+}
+
+/// Made with the first file, on the thread that writes.
+FileSink &FileExport::sink()
+{
+    if (!opened && target.endsWith(".zip"_L1, Qt::CaseInsensitive))
+        opened = std::make_unique<ZipFile>(target);
+    else if (!opened)
+        opened = std::make_unique<NewFolder>(target);
+    return *opened;
+}
+
+void FileExport::add(const QString &path, const QByteArray &bytes, int mode)
+{
+    sink().add(slashed(path), bytes, mode);
+}
+
+void FileExport::finish()
+{
+    sink().finish();
 }
 
 } // namespace vesk

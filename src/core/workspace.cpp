@@ -7,10 +7,10 @@
 #include "path_rules.h"
 #include "store.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QHash>
 #include <QMap>
 #include <QSet>
 #include <QStringConverter>
@@ -33,7 +33,6 @@ constexpr qint64 limitBytes = 2097152;
 
 /// Of files that nothing special is known of; only other modes are kept in a snapshot.
 constexpr unsigned usualMode = 0644;
-constexpr unsigned allModeBits = 07777;
 
 constexpr auto tooLarge = "File exceeds 2 MiB limit"_L1;
 constexpr auto noWorkspace = "Select a workspace first"_L1;
@@ -71,6 +70,11 @@ void requireDone(Result result, const QString &path)
     case Result::Failed:
         return require(false, u"Atomic file replacement failed"_s);
     }
+}
+
+qint64 wallClockNs()
+{
+    return QDateTime::currentMSecsSinceEpoch() * 1'000'000;
 }
 
 bool isDeleted(const QJsonObject &record)
@@ -135,6 +139,7 @@ void Workspace::open(const QString &root, const QString &projectId)
     this->projectId = projectId;
     skipped.clear();
     restoring.reset();
+    hashed.clear();
     removeLeftovers();
 }
 
@@ -272,7 +277,11 @@ void Workspace::takeNew(const QStringList &paths)
                 continue;
             QByteArray bytes;
             try {
-                bytes = read(path);
+                const Place place = vet(path);
+                const qint64 readNs = wallClockNs();
+                const ConfinedFolder::Content content = load(place, path);
+                bytes = content.bytes;
+                (void)remember(place, path, content, readNs);
             } catch (const std::exception &) {
                 continue;
             }
@@ -285,6 +294,13 @@ void Workspace::takeNew(const QStringList &paths)
             store.put(u"files"_s, key(path), projectId, revision);
         }
     });
+}
+
+std::optional<unsigned> Workspace::mode(const QString &relativePath) const
+{
+    const JudgedPath path = judged(relativePath);
+    const auto stamp = folder && path.fault.isEmpty() ? folder->stamp(QFile::encodeName(path.good)) : std::nullopt;
+    return stamp ? std::optional(stamp->mode) : std::nullopt;
 }
 
 bool Workspace::takesLazily() const
@@ -347,26 +363,65 @@ QJsonArray Workspace::files() const
     return projectId.isEmpty() ? QJsonArray() : store.list(u"files"_s, projectId);
 }
 
+/// A file as it is recorded, if that is known without reading it; the folder has to be in its place.
+std::optional<Workspace::Seen> Workspace::seenUnchanged(const QJsonObject &record) const
+{
+    const auto seen = isDeleted(record) ? std::nullopt : lookedAt(record["path"_L1].toString());
+    return seen && seen->hash == record["hash"_L1].toString() ? seen : std::nullopt;
+}
+
+/// The same as look() of a file that was seen before and is as it was then; the folder has to be in its place.
+std::optional<Workspace::Seen> Workspace::lookedAt(const QString &relativePath) const
+{
+    const auto known = hashed.constFind(relativePath);
+    if (known == hashed.cend() || folder->stamp(known->path) != known->stamp)
+        return {};
+    return Seen{known->hash, known->stamp.mode};
+}
+
+/// Throws as load() does.
+Workspace::Seen Workspace::look(const Place &place, const QString &relativePath) const
+{
+    if (const auto seen = lookedAt(relativePath))
+        return *seen;
+    const qint64 readNs = wallClockNs();
+    const ConfinedFolder::Content content = load(place, relativePath);
+    return {remember(place, relativePath, content, readNs), content.mode};
+}
+
+/// Gives the hash. A file that was written to just before it was read could be once more without getting other times.
+QString Workspace::remember(const Place &place, const QString &relativePath, const ConfinedFolder::Content &content,
+                            qint64 readNs) const
+{
+    const QString hash = digest(content.bytes);
+    if (content.stamp && content.stamp->isSettled(readNs))
+        hashed.insert(relativePath, {place.path, *content.stamp, hash});
+    else
+        hashed.remove(relativePath);
+    return hash;
+}
+
 /// Gives the mode of the file, the usual one where it is gone as it should be.
 unsigned Workspace::requireUnchanged(const QJsonObject &record, const QString &message) const
 {
     if (isDeleted(record))
         return usualMode;
     const QString path = record["path"_L1].toString();
-    const ConfinedFolder::Content content = load(vet(path), path);
-    require(digest(content.bytes) == record["hash"_L1].toString(), message);
-    return content.mode & allModeBits;
+    const Seen seen = look(vet(path), path);
+    require(seen.hash == record["hash"_L1].toString(), message);
+    return seen.mode;
 }
 
 std::optional<HandEdit> Workspace::handEdit(const QString &relativePath, const QJsonObject &record) const
 {
     try {
-        const bool isThere = vet(relativePath).kind != Kind::Missing;
+        const Place place = vet(relativePath);
+        const bool isThere = place.kind != Kind::Missing;
         if (record.isEmpty() || isDeleted(record))
             return isThere ? std::optional(HandEdit{relativePath, HandEdit::Kind::Added}) : std::nullopt;
         if (!isThere)
             return HandEdit{relativePath, HandEdit::Kind::Deleted};
-        if (digest(read(relativePath)) == record["hash"_L1].toString())
+        if (look(place, relativePath).hash == record["hash"_L1].toString())
             return std::nullopt;
         return HandEdit{relativePath, HandEdit::Kind::Changed};
     } catch (const std::exception &) {
@@ -383,7 +438,10 @@ QList<HandEdit> Workspace::handEdits() const
 {
     QList<HandEdit> edits;
     const QJsonArray records = files();
+    const bool isInPlace = folder && folder->isInPlace(); // asked once for all that are as they were seen last
     for (const QJsonValue &record : records) {
+        if (isInPlace && seenUnchanged(record.toObject()))
+            continue;
         if (const auto edit = handEdit(record["path"_L1].toString(), record.toObject()))
             edits.append(*edit);
     }
@@ -436,11 +494,45 @@ QJsonObject Workspace::checkpointOf(const QString &taskId) const
 
 QList<FileChange> Workspace::changesSince(const QJsonObject &snapshot) const
 {
+    return changesBetween(snapshot["files"_L1].toArray(), files());
+}
+
+QStringList Workspace::filesOf(const QString &taskId) const
+{
+    const QJsonArray all = projectId.isEmpty() ? QJsonArray() : store.list(u"checkpoints"_s, projectId);
+    QJsonObject first;
+    QJsonObject next;
+    for (const QJsonValue &value : all) {
+        const QString task = value["task_id"_L1].toString();
+        if (first.isEmpty() && task == taskId && !task.isEmpty())
+            first = value.toObject();
+        else if (!first.isEmpty() && next.isEmpty() && task != taskId && !task.isEmpty())
+            next = value.toObject();
+    }
+    if (first.isEmpty())
+        return {};
+    QStringList paths;
+    const QList<FileChange> changes
+        = changesBetween(first["files"_L1].toArray(), next.isEmpty() ? files() : next["files"_L1].toArray());
+    for (const FileChange &change : changes) {
+        const int from = change.before["revision"_L1].toInt();
+        const int to = change.after["revision"_L1].toInt();
+        const QJsonArray numbered = revisions(change.path);
+        const bool isTheirs = std::ranges::any_of(numbered, [&](const QJsonValue &revision) {
+            const int number = revision["revision"_L1].toInt();
+            return number > from && number <= to && revision["author_agent"_L1].toString() != userAuthor;
+        });
+        if (isTheirs)
+            paths.append(change.path);
+    }
+    return paths;
+}
+
+QList<FileChange> Workspace::changesBetween(const QJsonArray &entries, const QJsonArray &records)
+{
     QMap<QString, FileChange> states;
-    const QJsonArray entries = snapshot["files"_L1].toArray();
     for (const QJsonValue &entry : entries)
         states[entry["path"_L1].toString()].before = entry.toObject();
-    const QJsonArray records = files();
     for (const QJsonValue &record : records)
         states[record["path"_L1].toString()].after = record.toObject();
 
@@ -460,9 +552,11 @@ QJsonObject Workspace::checkpoint(const QString &taskId, const QJsonArray &graph
     require(!rootPath.isEmpty(), noWorkspace);
     QJsonArray records;
     const QJsonArray all = files();
+    const bool isInPlace = folder->isInPlace();
     for (const QJsonValue &value : all) {
         QJsonObject record = value.toObject();
-        const unsigned mode = requireUnchanged(record, u"Checkpoint conflict: external changes"_s);
+        const auto seen = isInPlace ? seenUnchanged(record) : std::nullopt;
+        const unsigned mode = seen ? seen->mode : requireUnchanged(record, u"Checkpoint conflict: external changes"_s);
         if (mode != usualMode)
             record["mode"_L1] = int(mode);
         records.append(record);

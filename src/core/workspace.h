@@ -3,6 +3,7 @@
 #include "confined_folder.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QLatin1StringView>
@@ -121,12 +122,19 @@ public:
     /// The files whose recorded content is another one than in a snapshot, by path.
     QList<FileChange> changesSince(const QJsonObject &snapshot) const;
 
+    /// The files that a task has written, until the next one began: those that only their user has edited are not
+    /// among them, nor what has become again what it was.
+    QStringList filesOf(const QString &taskId) const;
+
     /// What stands in a folder of the project, "" for the top.
     QList<ConfinedFolder::Entry> entries(const QString &folder) const;
 
     /// Makes files that have no record yet revisions 1 by the user, in one transaction; those that have one, or can't
     /// be read, are passed over. Their "files" records hold no content, which is that of the revision.
     void takeNew(const QStringList &paths);
+
+    /// The mode of a plain file as it is on disk now, where that is known without opening it.
+    std::optional<unsigned> mode(const QString &relativePath) const;
 
     /// Whether files of the user's own get their revision 1 when a task first touches them, instead of all at once.
     bool takesLazily() const;
@@ -168,6 +176,7 @@ public:
 private:
     struct Place;
 
+    static QList<FileChange> changesBetween(const QJsonArray &entries, const QJsonArray &records);
     Place vet(const QString &relativePath) const;
     ConfinedFolder::Content load(const Place &place, const QString &relativePath) const;
     void put(const Place &place, const QString &relativePath, const QByteArray &bytes,
@@ -183,6 +192,17 @@ private:
     QJsonObject remove(const QJsonObject &record) const;
     void removeLeftovers() const;
     std::optional<HandEdit> handEdit(const QString &relativePath, const QJsonObject &record) const;
+
+    /// What stands on disk, by its hash.
+    struct Seen {
+        QString hash;
+        unsigned mode = 0;
+    };
+    Seen look(const Place &place, const QString &relativePath) const;
+    std::optional<Seen> lookedAt(const QString &relativePath) const;
+    std::optional<Seen> seenUnchanged(const QJsonObject &record) const;
+    QString remember(const Place &place, const QString &relativePath, const ConfinedFolder::Content &content,
+                     qint64 readNs) const;
     unsigned requireUnchanged(const QJsonObject &record, const QString &message) const;
     QByteArray contentOf(const QJsonObject &entry) const;
     QString key(const QString &relativePath) const { return projectId + u':' + relativePath; }
@@ -192,6 +212,15 @@ private:
     QString rootPath;
     QString projectId;
     std::optional<ConfinedFolder> folder;
+
+    /// A file that was read once isn't read again for its hash while its stamp says that nothing has happened to it.
+    /// Only who looks for edits goes by that: what is written over is always read. One for each tracked file at most.
+    struct Hashed {
+        QByteArray path; ///< As the file system takes it.
+        ConfinedFolder::Stamp stamp;
+        QString hash;
+    };
+    mutable QHash<QString, Hashed> hashed;
     std::optional<QList<FileChange>> restoring; ///< What is left of a restoring under way, the next file last.
     QStringList skipped; ///< Files that restoring has left to their user.
 };

@@ -55,12 +55,27 @@ public:
         Failed,
     };
 
+    /// What changes with every write to a file, as far as the clock of the system is fine enough to tell.
+    struct Stamp {
+        quint64 device = 0;
+        quint64 node = 0;
+        qint64 size = 0;
+        qint64 modifiedNs = 0; ///< Since 1970, as the other times.
+        qint64 changedNs = 0;
+        unsigned mode = 0;
+
+        bool operator==(const Stamp &) const = default;
+        /// Whether the file was left alone for so long before this moment that the next write gives another stamp.
+        bool isSettled(qint64 nowNs) const;
+    };
+
     /// A file's bytes and what its replacement takes over.
     struct Content {
         QByteArray bytes;
         unsigned mode = 0;
         unsigned user = 0;
         unsigned group = 0;
+        std::optional<Stamp> stamp; ///< Of these very bytes; nothing when it changed meanwhile, or as with stamp().
     };
 
     /// A name in a held folder.
@@ -89,6 +104,10 @@ public:
 
     /// What stands in a folder, in no order; an empty path is the held folder itself. Nothing when it can't be listed.
     QList<Entry> entries(const QByteArray &path) const;
+
+    /// The stamp of a regular file with one name. Nothing for anything else, and on file systems whose times can't be
+    /// relied on, such as those of other machines.
+    std::optional<Stamp> stamp(const QByteArray &path) const;
 
     /// Reads a regular file with one name and at most `limit` bytes.
     Result read(const QByteArray &path, qint64 limit, Content &content) const;
@@ -122,7 +141,7 @@ private:
     Descriptor root;
     QByteArray name;
     Walk walk;
-    bool leases; ///< Whether the file system tells truly that somebody has a file open for writing.
+    bool leases; ///< Whether the file system is a local one that tells truly of leases and times.
 };
 
 } // namespace vesk

@@ -57,6 +57,24 @@ long mountOf(int descriptor)
 
 constexpr long anyMount = -2;
 
+/// Coarser than the times of any file system that is asked for them: some keep whole seconds.
+constexpr qint64 settlingNs = 2'000'000'000;
+
+qint64 nanoseconds(const timespec &time)
+{
+    return time.tv_sec * 1'000'000'000LL + time.tv_nsec;
+}
+
+ConfinedFolder::Stamp stampOf(const struct stat &status)
+{
+    return {.device = status.st_dev,
+            .node = status.st_ino,
+            .size = status.st_size,
+            .modifiedNs = nanoseconds(status.st_mtim),
+            .changedNs = nanoseconds(status.st_ctim),
+            .mode = status.st_mode & 0777U};
+}
+
 /// Opens one component. Fails as the kernel's own walk does, and in its order: ELOOP for a link, EXDEV for what is on
 /// another mount than `home`, ENOTDIR for what should be a folder.
 Descriptor openComponent(int folder, const QByteArray &name, int flags, long home)
@@ -270,6 +288,22 @@ QList<ConfinedFolder::Entry> ConfinedFolder::entries(const QByteArray &path) con
     return found;
 }
 
+std::optional<ConfinedFolder::Stamp> ConfinedFolder::stamp(const QByteArray &path) const
+{
+    if (!leases)
+        return {};
+    const Descriptor file = open(root.get(), path, O_PATH);
+    struct stat status;
+    if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink > 1)
+        return {};
+    return stampOf(status);
+}
+
+bool ConfinedFolder::Stamp::isSettled(qint64 nowNs) const
+{
+    return std::max(modifiedNs, changedNs) < nowNs - settlingNs;
+}
+
 ConfinedFolder::Result ConfinedFolder::read(const QByteArray &path, qint64 limit, Content &content) const
 {
     // What isn't a regular file was refused by probe(); not to block matters when it became one since.
@@ -286,6 +320,9 @@ ConfinedFolder::Result ConfinedFolder::read(const QByteArray &path, qint64 limit
     content.user = status.st_uid;
     content.group = status.st_gid;
     const Result result = readAll(file.get(), status.st_size, limit, content.bytes);
+    struct stat after;
+    if (leases && ::fstat(file.get(), &after) == 0 && stampOf(after) == stampOf(status))
+        content.stamp = stampOf(status);
     return result == Result::Unreadable ? failed(result, path) : result;
 }
 

@@ -1,6 +1,7 @@
 // What the backend decides from plain data: where a line goes, which files it is about and who can look at them, what a
 // run is given, and what the interface is shown.
 
+#include "commit_plan.h"
 #include "conversation.h"
 #include "error_of.h"
 #include "growing_list.h"
@@ -39,6 +40,27 @@ QStringList pathsIn(const QJsonArray &items)
 class DecisionsTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void aCommitTakesWhatCanGoAlong()
+    {
+        const QByteArray status = "?? d/new\n?? x\n M d/changed\nM  d/staged\nMM d/half\nD  d/kept\n?? d/kept\n"
+                                  " D d/gone\nUU d/both\n!! d/out/\n?? d/sub/\nA  d/added\n";
+        const QStringList paths{u"new"_s,  u"changed"_s, u"staged"_s, u"half"_s,  u"kept"_s, u"gone"_s,
+                                u"both"_s, u"out/a"_s,   u"sub/b"_s,  u"added"_s, u"x"_s,    u"done"_s};
+        const CommitPlan plan = commitPlan(paths, QByteArray(status).replace('\n', '\0'), u"d/"_s);
+        QStringList taken;
+        for (const CommitPlan::File &file : plan.files)
+            taken.append(file.path + QString::number(int(file.change)) + (file.isNew ? u"!"_s : QString()));
+        QCOMPARE(taken.join(u' '), u"new0! changed1 staged1 gone2 added0"_s);
+        QStringList left;
+        for (const CommitPlan::Left &file : plan.left)
+            left.append(file.path + u": "_s + file.reason.section(u' ', 0, 1));
+        QCOMPARE(left.join(u", "_s),
+                 u"half: подготовлен в, kept: подготовлен в, both: конфликт слияния, out/a: исключён .gitignore, "
+                 "sub/b: лежит в"_s);
+        QCOMPARE(commitMessage(u"раз\nдва "_s + u"х"_s.repeated(80), u"итог\n"_s).section(u'\n', 1), u"\nитог"_s);
+        QCOMPARE(commitMessage(u"раз\nдва "_s + u"х"_s.repeated(80), {}).section(u'\n', 0, 0).size(), 72);
+    }
+
     void aLineGoesOneWay()
     {
         struct Row {

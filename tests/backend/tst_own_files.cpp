@@ -4,7 +4,11 @@
 #include "differences.h"
 #include "files.h"
 #include "helpers.h"
+#include "process_containment.h"
 
+#include <QDir>
+#include <QProcess>
+#include <QStandardPaths>
 #include <QTest>
 
 using namespace Qt::StringLiterals;
@@ -13,6 +17,7 @@ using namespace vesk;
 class OwnFilesTest : public QObject {
     Q_OBJECT
 private Q_SLOTS:
+    void initTestCase() { ProcessContainment::useGuard(QStringLiteral(VESK_GUARD_PROGRAM)); }
     void init()
     {
         desk = std::make_unique<Desk>(u"Проба"_s);
@@ -138,12 +143,87 @@ private Q_SLOTS:
         QCOMPARE(contentOf(folder + u"/d/f7.txt"_s), "mine");
         desk->call("exportFiles", {desk->path(u"copy.zip"_s), u""_s});
         QCOMPARE(desk->message(), QString());
+        desk->call("lookAtFolder", {folder});
+        QCOMPARE(desk->message(), u"Дождитесь, пока файлы проекта будут сохранены."_s);
+        QVERIFY(Desk::waitFor([&] { return desk->message().startsWith(u"Файлы проекта сохранены: "_s); }));
         QVERIFY(QFile::exists(desk->path(u"copy.zip"_s)));
         desk->call("lookAtFolder", {folder});
         QCOMPARE(phase(), QString()); // it is a project by now
     }
 
+    void aTaskIsCommittedAndNothingElse()
+    {
+        if (QStandardPaths::findExecutable(u"git"_s).isEmpty())
+            QSKIP("git is not installed");
+        for (const char *setup : {"init -q -b work ..", "config user.name T", "config user.email t@example.org",
+                                  "config core.quotepath false"})
+            git(QByteArray(setup));
+        save(root + u"/staged"_s, "1");
+        git("add staged");
+        git("commit -q -m first");
+        makeCalculator();
+        QVERIFY(!commit(u"possible"_s).toBool());
+        desk->call("setPreference", {u"git_commit"_s, true});
+        QVERIFY(commit(u"possible"_s).toBool());
+        save(root + u"/staged"_s, "2");
+        git("add staged");
+        save(root + u"/untracked"_s, "2");
+        const QByteArray refuse = "#!/bin/sh\necho no >&2\nexit 1\n";
+        save(root + u"/../.git/hooks/pre-commit"_s, refuse);
+        QFile::setPermissions(root + u"/../.git/hooks/pre-commit"_s, QFile::ReadOwner | QFile::ExeOwner);
+
+        const auto settled = [&] { return Desk::waitFor([&] { return commit(u"phase"_s).toString() == u"offer"_s; }); };
+        desk->call("lookAtCommit");
+        QVERIFY(settled());
+        QCOMPARE(commit(u"fault"_s).toString(), QString());
+        QCOMPARE(commit(u"branch"_s).toString(), u"work"_s);
+        QCOMPARE(commit(u"files"_s).toList().size(), 2);
+        const QString text = commit(u"message"_s).toString();
+        QVERIFY(text.startsWith(u"Создай калькулятор\n\nЗадача завершена"_s));
+        const QByteArray before = git("status --porcelain");
+        desk->call("commitFiles", {text});
+        desk->call("start", {u"Создай калькулятор"_s, false, 5000, u""_s, u"[]"_s});
+        QCOMPARE(desk->message(), u"Дождитесь конца фиксации."_s);
+        QVERIFY(settled());
+        QVERIFY2(commit(u"fault"_s).toString().contains(u"no"_s), qPrintable(commit(u"fault"_s).toString()));
+        QCOMPARE(git("status --porcelain"), before); // the index is as it was
+
+        QVERIFY(QFile::remove(root + u"/../.git/hooks/pre-commit"_s));
+        save(root + u"/calculator.html"_s, "mine");
+        desk->call("commitFiles", {text});
+        QCOMPARE(desk->message(), u"Файл изменён вне программы: calculator.html"_s);
+        desk->call("undoEdits", {u"calculator.html"_s});
+        git("checkout -q -b other");
+        desk->call("commitFiles", {text});
+        QVERIFY(settled());
+        QVERIFY(commit(u"fault"_s).toString().startsWith(u"Ветка репозитория сменилась"_s));
+        git("checkout -q work");
+        desk->call("commitFiles", {u"# Моё\n\nтекст"_s});
+        QVERIFY(Desk::waitFor([&] { return commit(u"phase"_s).toString() == u"done"_s; }));
+        QVERIFY(commit(u"result"_s).toString().startsWith(u"Зафиксировано в ветке work: "_s));
+        const QByteArray folder = QFile::encodeName(QDir(root).dirName()) + '/';
+        QCOMPARE(git("show --format=%B --name-only HEAD"),
+                 "# Моё\n\nтекст\n\n\n" + folder + "README-calculator.md\n" + folder + "calculator.html\n");
+        QCOMPARE(git("status --porcelain ."), "M  " + folder + "staged\n?? " + folder + "VESK-project.json\n?? " + folder + "untracked\n");
+        desk->call("lookAtCommit");
+        QVERIFY(settled());
+        QCOMPARE(commit(u"fault"_s).toString(), u"Все файлы задачи уже зафиксированы."_s);
+        git("checkout -q --detach");
+        desk->call("lookAtCommit");
+        QVERIFY(settled());
+        QCOMPARE(commit(u"fault"_s).toString(), u"Репозиторий не на ветке: переключитесь на неё."_s);
+    }
+
 private:
+    QVariant commit(const QString &field) const { return desk->read("commit").toMap().value(field); }
+    /// What git prints in the project's folder.
+    QByteArray git(const QByteArray &arguments) const
+    {
+        QProcess process;
+        process.setWorkingDirectory(root);
+        process.start(u"git"_s, QString::fromUtf8(arguments).split(u' '));
+        return process.waitForFinished() ? process.readAllStandardOutput() : QByteArray("(not run)");
+    }
     /// A finished task of the demonstration, which makes two files.
     void makeCalculator()
     {

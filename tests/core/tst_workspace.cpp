@@ -6,6 +6,7 @@
 #include "workspace.h"
 
 #include <QCryptographicHash>
+#include <QDateTime>
 #include <QDirIterator>
 #include <QSet>
 #include <QTemporaryDir>
@@ -16,6 +17,7 @@
 #include <tuple>
 
 #include <csignal>
+#include <cstdio>
 
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -255,6 +257,54 @@ private Q_SLOTS:
         QFile::link(root + u"/same"_s, root + u"/link"_s);
         QCOMPARE(workspace->externalChanges(),
                  (QStringList{u"изменён changed"_s, u"удалён gone"_s, u"не читается link"_s}));
+    }
+
+    void anEditIsSeenWhateverElseItLeavesTheSame()
+    {
+        // Files that were left alone for a while are known without being read again.
+        for (const QString &name : {u"times"_s, u"other"_s, u"mode"_s, u"second"_s, u"same"_s})
+            workspace->write(name, "1", u"me"_s, 0);
+        const QString root = workspace->root();
+        const auto folder = ConfinedFolder::hold(root.toUtf8());
+        const auto isSettled = [&] {
+            const auto stamp = folder->stamp("same");
+            return !stamp || stamp->isSettled(QDateTime::currentMSecsSinceEpoch() * 1'000'000);
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(isSettled(), 10000);
+        QCOMPARE(workspace->externalChanges(), QStringList());
+        const auto keepTimes = [&](const QString &name, const std::function<void()> &change) {
+            struct stat old;
+            ::stat(QFile::encodeName(root + u'/' + name).constData(), &old);
+            change();
+            const timespec times[] = {old.st_atim, old.st_mtim};
+            ::utimensat(AT_FDCWD, QFile::encodeName(root + u'/' + name).constData(), times, 0);
+        };
+        keepTimes(u"times"_s, [&] { save(root + u"/times"_s, "2"); });
+        keepTimes(u"other"_s, [&] {
+            save(root + u"/new"_s, "2");
+            std::rename(QFile::encodeName(root + u"/new"_s).constData(),
+                        QFile::encodeName(root + u"/other"_s).constData());
+        });
+        ::chmod(QFile::encodeName(root + u"/mode"_s).constData(), 0755);
+        ::link(QFile::encodeName(root + u"/second"_s).constData(),
+               QFile::encodeName(root + u"/../second"_s).constData());
+        QCOMPARE(workspace->externalChanges(),
+                 (QStringList{u"изменён times"_s, u"изменён other"_s, u"не читается second"_s}));
+        ::unlink(QFile::encodeName(root + u"/../second"_s).constData());
+        workspace->takeEdit(u"times"_s);
+        workspace->takeEdit(u"other"_s);
+        QCOMPARE(workspace->checkpoint(u"t"_s, {})["files"_L1][0]["mode"_L1].toInt(), 0755);
+
+        // One that is being written to looks the same from one write to the next, where the clock is coarse.
+        constexpr qint64 second = 1'000'000'000;
+        QVERIFY(!ConfinedFolder::Stamp{.modifiedNs = second}.isSettled(2 * second));
+        QVERIFY(!ConfinedFolder::Stamp{.changedNs = second}.isSettled(2 * second));
+        for (int i = 0; i < 300; ++i) {
+            save(root + u"/same"_s, "1");
+            QVERIFY(!workspace->handEdit(u"same"_s));
+            save(root + u"/same"_s, "2");
+            QVERIFY(workspace->handEdit(u"same"_s));
+        }
     }
 
     void ofAnEditEitherSideIsTakenAndTheOtherKept()

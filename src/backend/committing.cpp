@@ -1,0 +1,228 @@
+// A task's files go into the user's repository.
+
+#include "committing.h"
+
+#include "helpers.h"
+#include "workspace.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QStandardPaths>
+
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+namespace vesk {
+
+namespace {
+
+constexpr int timeoutMs = 120000; ///< Hooks may build and test.
+
+QString gitProgram()
+{
+    static const QString found = QStandardPaths::findExecutable(u"git"_s);
+    return found;
+}
+
+bool liesInRepository(const QString &folder)
+{
+    for (QDir above(folder); !folder.isEmpty(); above = QDir(QDir::cleanPath(above.path() + u"/.."_s))) {
+        if (QFileInfo::exists(above.path() + u"/.git"_s))
+            return true;
+        if (above.isRoot())
+            break;
+    }
+    return false;
+}
+
+QString nameOf(CommitPlan::Change change)
+{
+    switch (change) {
+    case CommitPlan::Change::Added:
+        return u"добавлен"_s;
+    case CommitPlan::Change::Deleted:
+        return u"удалён"_s;
+    case CommitPlan::Change::Changed:
+        break;
+    }
+    return u"изменён"_s;
+}
+
+} // namespace
+
+Committing::Committing(Workspace &workspace, EventBus &events)
+    : workspace(workspace)
+    , queries(&workspace, &quiet, &queryGrants)
+    , actions(&workspace, &events, &actionGrants)
+{
+}
+
+bool Committing::isPossible() const
+{
+    return !gitProgram().isEmpty() && liesInRepository(workspace.root());
+}
+
+/// Git by its absolute path, in the project's folder. Paths are no patterns; what git does beside the command in the
+/// background would be cut off with it.
+void Committing::run(ToolRouter &tools, PermissionManager &permissions, const QStringList &arguments, const Then &then)
+{
+    QStringList all{u"--literal-pathspecs"_s, u"-c"_s, u"gc.auto=0"_s, u"-c"_s, u"maintenance.auto=false"_s};
+    if (&tools == &queries)
+        all << u"--no-optional-locks"_s << u"-c"_s << u"core.fsmonitor=false"_s;
+    const QString tool = u"run_command"_s;
+    const QJsonObject call{{u"program"_s, gitProgram()},
+                           {u"arguments"_s, QJsonArray::fromStringList(all + arguments)},
+                           {u"timeout_ms"_s, timeoutMs}};
+    permissions.grants = {{tool, task, workspace.project(), ToolRouter::fingerprint(tool, call), u"THIS_ACTION"_s,
+                           PermissionLevel::Execute}};
+    tools.execute(task, userAuthor, {tool}, tool, call, [this, then, noted = generation](const QJsonObject &ended) {
+        if (noted != generation)
+            return;
+        const bool success = ended["success"_L1].toBool();
+        const QString told = ended["error"_L1].toString() + ended["stderr"_L1].toString();
+        const QString out = ended["stdout"_L1].toString();
+        then(success, success ? out : gitFault(told.isEmpty() ? out : told));
+    });
+}
+
+void Committing::look(const QString &ofTask, const QStringList &files, const QString &text)
+{
+    require(!isCommitting(), u"Дождитесь конца фиксации."_s);
+    require(isPossible(), u"Папка проекта не в репозитории git."_s);
+    require(!files.isEmpty(), u"Задача не меняла файлов."_s);
+    cancel();
+    task = ofTask;
+    paths = files;
+    message = text;
+    phase = u"looking"_s;
+    ask({u"symbolic-ref"_s, u"--short"_s, u"-q"_s, u"HEAD"_s}, [this](bool isOnBranch, const QString &out) {
+        if (!isOnBranch)
+            return fail(out.startsWith(u"Git отказал."_s) ? u"Репозиторий не на ветке: переключитесь на неё."_s : out);
+        branch = out.trimmed();
+        ask({u"rev-parse"_s, u"--show-prefix"_s}, [this](bool success, const QString &prefix) {
+            success ? lookAtFiles(prefix.trimmed()) : fail(prefix);
+        });
+    });
+    Q_EMIT changed();
+}
+
+void Committing::lookAtFiles(const QString &prefix)
+{
+    const QStringList status{u"status"_s,       u"--porcelain=v1"_s,     u"-z"_s,
+                             u"--no-renames"_s, u"--ignored=matching"_s, u"--untracked-files=all"_s,
+                             u"--"_s};
+    ask(status + paths, [this, prefix](bool success, const QString &out) {
+        success ? offer(out, prefix) : fail(out);
+    });
+}
+
+void Committing::offer(const QString &status, const QString &prefix)
+{
+    plan = commitPlan(paths, status.toUtf8(), prefix);
+    phase = u"offer"_s;
+    if (plan.files.isEmpty() && plan.left.isEmpty())
+        fault = u"Все файлы задачи уже зафиксированы."_s;
+    Q_EMIT changed();
+}
+
+QStringList Committing::newFiles() const
+{
+    QStringList names;
+    for (const CommitPlan::File &file : plan.files) {
+        if (file.isNew)
+            names.append(file.path);
+    }
+    return names;
+}
+
+void Committing::commit(const QString &text)
+{
+    require(phase == "offer"_L1 && !plan.files.isEmpty(), u"Фиксировать нечего."_s);
+    require(!text.trimmed().isEmpty(), u"Введите сообщение."_s);
+    for (const CommitPlan::File &file : std::as_const(plan.files))
+        require(!workspace.handEdit(file.path), u"Файл изменён вне программы: "_s + file.path);
+    message = text;
+    fault.clear();
+    phase = u"committing"_s;
+    ask({u"symbolic-ref"_s, u"--short"_s, u"-q"_s, u"HEAD"_s}, [this](bool, const QString &out) {
+        out.trimmed() == branch ? commitOn(branch) : fail(u"Ветка репозитория сменилась: посмотрите ещё раз."_s);
+    });
+    Q_EMIT changed();
+}
+
+/// "--only" makes the commit from an index of its own. It takes just files that git knows, so new ones are announced
+/// first, and no more if the commit fails.
+void Committing::commitOn(const QString &)
+{
+    QStringList all{u"commit"_s, u"--quiet"_s, u"--only"_s, u"--cleanup=whitespace"_s, u"--message="_s + message,
+                    u"--"_s};
+    for (const CommitPlan::File &file : std::as_const(plan.files))
+        all.append(file.path);
+    const QStringList announced = newFiles();
+    const auto commitAll = [this, all, announced] {
+        act(all, [this, announced](bool success, const QString &out) {
+            if (success || announced.isEmpty())
+                return takeOutcome(success, out);
+            act(QStringList{u"reset"_s, u"--quiet"_s, u"--"_s} + announced,
+                [this, out](bool, const QString &) { takeOutcome(false, out); });
+        });
+    };
+    if (announced.isEmpty())
+        return commitAll();
+    act(QStringList{u"add"_s, u"--intent-to-add"_s, u"--"_s} + announced,
+        [this, commitAll](bool success, const QString &out) { success ? commitAll() : takeOutcome(false, out); });
+}
+
+void Committing::takeOutcome(bool success, const QString &out)
+{
+    if (!success) {
+        fail(out);
+        Q_EMIT ended();
+        return;
+    }
+    ask({u"rev-parse"_s, u"--short"_s, u"HEAD"_s}, [this](bool, const QString &name) {
+        phase = u"done"_s;
+        result = u"Зафиксировано в ветке %1: %2"_s.arg(branch, name.trimmed());
+        Q_EMIT changed();
+        Q_EMIT ended();
+    });
+}
+
+/// What was offered can be tried again once the user has put right what git has told.
+void Committing::fail(const QString &text)
+{
+    phase = u"offer"_s;
+    fault = text;
+    Q_EMIT changed();
+}
+
+/// A commit under way goes on to its end.
+void Committing::cancel()
+{
+    if (isCommitting())
+        return;
+    ++generation;
+    queries.cancelAll();
+    phase.clear();
+    branch.clear();
+    fault.clear();
+    result.clear();
+    plan = {};
+    Q_EMIT changed();
+}
+
+QVariantMap Committing::state() const
+{
+    QVariantList files;
+    for (const CommitPlan::File &file : plan.files)
+        files.append(QVariantMap{{u"path"_s, file.path}, {u"change"_s, nameOf(file.change)}});
+    QVariantList left;
+    for (const CommitPlan::Left &file : plan.left)
+        left.append(QVariantMap{{u"path"_s, file.path}, {u"reason"_s, file.reason}});
+    return {{u"phase"_s, phase}, {u"branch"_s, branch}, {u"message"_s, message}, {u"fault"_s, fault},
+            {u"result"_s, result}, {u"files"_s, files}, {u"left"_s, left}};
+}
+
+} // namespace vesk
