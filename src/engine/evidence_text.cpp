@@ -97,21 +97,6 @@ QString scriptOf(const QString &program, const QStringList &arguments)
     return isShell(program) ? arguments.value(at + 1) : QString();
 }
 
-/// What npm runs by a command; empty for other commands.
-QString npmScript(const QString &program, const QStringList &arguments, const QJsonObject &package)
-{
-    QStringList line = commandWords(program, arguments);
-    const qsizetype at = line.indexOf(u"npm"_s);
-    if (at < 0 || at > 1)
-        return {};
-    line = line.sliced(at + 1);
-    const QString verb = line.value(0);
-    const QString name = verb == "run"_L1 || verb == "run-script"_L1 ? line.value(1)
-        : verb == "t"_L1                                             ? u"test"_s
-                                                                     : verb;
-    return package["scripts"_L1][name].toString();
-}
-
 QString emptyScript(const QString &script)
 {
     static const QRegularExpression always(u"\\A\\s*(true|:|exit(\\s+0)?|echo\\b[^&|;]*)\\s*\\z"_s);
@@ -293,6 +278,20 @@ QStringList commandWords(const QString &program, const QStringList &arguments)
     return line;
 }
 
+QString packageScript(const QString &program, const QStringList &arguments, const QJsonObject &package)
+{
+    QStringList line = commandWords(program, arguments);
+    const qsizetype at = line.indexOf(u"npm"_s);
+    if (at < 0 || at > 1)
+        return {};
+    line = line.sliced(at + 1);
+    const QString verb = line.value(0);
+    const QString name = verb == "run"_L1 || verb == "run-script"_L1 ? line.value(1)
+        : verb == "t"_L1                                             ? u"test"_s
+                                                                     : verb;
+    return package["scripts"_L1][name].toString();
+}
+
 bool isWithin(const QStringList &words, const QStringList &others)
 {
     // "npm run test" and "npm test" are one command.
@@ -315,7 +314,7 @@ QString emptyProof(const QString &program, const QStringList &arguments, const Q
     const QString script = scriptOf(program, arguments);
     if (script.isEmpty() && (arguments.contains(u"--version"_s) || arguments.contains(u"--help"_s)))
         return u"команда ничего не проверяет"_s;
-    return emptyScript(script.isEmpty() ? npmScript(program, arguments, package) : script);
+    return emptyScript(script.isEmpty() ? packageScript(program, arguments, package) : script);
 }
 
 QString hollowness(const QString &path, const QString &text)
