@@ -11,7 +11,6 @@
 #include "narrator.h"
 #include "phases.h"
 #include "project_lookup.h"
-#include "recovery.h"
 #include "take_in.h"
 
 #include <QCoreApplication>
@@ -68,7 +67,7 @@ RunMode::RunMode(const RunOptions &options, const QString &dataFolder,
     , core(dataFolder + u"/vesk.sqlite"_s, nullptr)
 {
     core.engine.setProvider(&chooseModel(core.store));
-    recoverInterruptedTasks(core.store);
+    core.recover();
     bindProject();
     core.engine.computerAccess = options.allowCommands;
     if (options.workflowDemo)

@@ -7,7 +7,6 @@
 #include "narrator.h"
 #include "phases.h"
 #include "read_models.h"
-#include "recovery.h"
 
 #include <QTimer>
 
@@ -50,7 +49,7 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
 {
     connectRun();
     connectServices();
-    recoverInterruptedTasks(core.store);
+    core.recover();
 
     const QJsonArray all = core.store.list(u"projects"_s, {});
     if (!all.isEmpty())

@@ -2,6 +2,7 @@
 
 #include "code_answer.h"
 
+#include "data_syntax.h"
 #include "task_graph.h"
 
 #include <QJsonDocument>
@@ -39,7 +40,7 @@ QString jsonFault(const QString &path, const QString &content)
     if (!path.endsWith(".json"_L1, Qt::CaseInsensitive))
         return {};
     QJsonParseError fault;
-    QJsonDocument::fromJson(content.toUtf8(), &fault);
+    QJsonDocument::fromJson(plainJson(path, content).toUtf8(), &fault);
     if (fault.error == QJsonParseError::NoError)
         return {};
     return u"Ошибка JSON в "_s + path + u": "_s + fault.errorString();

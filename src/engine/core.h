@@ -3,11 +3,14 @@
 #include "engine.h"
 #include "event_bus.h"
 #include "permissions.h"
+#include "recovery.h"
 #include "store.h"
 #include "task_journal.h"
+#include "test_copy.h"
 #include "tool_router.h"
 #include "workspace.h"
 
+#include <QFileInfo>
 #include <QString>
 
 namespace vesk {
@@ -25,6 +28,15 @@ public:
         , engine(store, workspace, events, permissions, tools, model)
         , journal(store, workspace, engine)
     {
+        engine.copiesFolder = QFileInfo(databaseFile).absolutePath() + QStringLiteral("/copies");
+    }
+
+    /// What a process that was killed has left: unfinished tasks, copies of projects. For the process that holds the
+    /// data folder.
+    void recover()
+    {
+        recoverInterruptedTasks(store);
+        removeCopies(engine.copiesFolder);
     }
 
     Store store;

@@ -26,6 +26,17 @@ QString placed(qsizetype line, const QString &fault)
     return u"строка %1: %2"_s.arg(line).arg(fault);
 }
 
+/// Whether whoever reads the file takes comments in it, and a comma behind the last element.
+bool takesComments(const QString &path)
+{
+    static const QRegularExpression names(
+        u"\\.(?:jsonc|code-workspace)\\z|(?:^|/)(?:[tj]sconfig[^/]*|\\.eslintrc|tslint|deno|turbo|nx|angular|"
+        u"wrangler|api-extractor|\\.?devcontainer|babel\\.config|\\.babelrc|\\.swcrc)\\.json\\z|"
+        u"(?:^|/)\\.(?:vscode|devcontainer)/[^/]+\\.json\\z"_s,
+        QRegularExpression::CaseInsensitiveOption);
+    return names.match(path).hasMatch();
+}
+
 QString jsonFault(const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
@@ -57,10 +68,30 @@ QString xmlFault(const QString &text)
 
 bool isData(const QString &path)
 {
-    static const QStringList kinds{u"xml"_s, u"svg"_s, u"webmanifest"_s, u"geojson"_s};
+    static const QStringList kinds{u"xml"_s, u"svg"_s, u"webmanifest"_s, u"geojson"_s, u"jsonc"_s, u"code-workspace"_s};
     static const QRegularExpression meant(
         u"(?:^|/)(?:fixtures?|testdata|samples?)/|broken|invalid|malformed|corrupt|bad[_-]|\\[\\[|\\{\\{"_s);
     return kinds.contains(suffixOf(path)) && !isTestPath(path) && !meant.match(path).hasMatch();
+}
+
+QString plainJson(const QString &path, const QString &text)
+{
+    if (!takesComments(path))
+        return text;
+    // A string, which stays as it is; a comment; or a comma before an end, with what stands between.
+    static const QRegularExpression part(
+        u"\"(?:[^\"\\\\\\n]++|\\\\.)*+\"|(//[^\\n]*|/\\*.*?\\*/)|(,)(?=(?:\\s|//[^\\n]*\\n|/\\*.*?\\*/)*+[}\\]])"_s,
+        QRegularExpression::DotMatchesEverythingOption);
+    QString plain = text;
+    for (auto it = part.globalMatch(text); it.hasNext();) {
+        const auto match = it.next();
+        // Blanks in their place, so that faults stand where they are; line ends are kept.
+        for (qsizetype at = match.capturedStart(); match.lastCapturedIndex() > 0 && at < match.capturedEnd(); ++at) {
+            if (plain.at(at) != u'\n')
+                plain[at] = u' ';
+        }
+    }
+    return plain;
 }
 
 QString dataFault(const QString &path, const QString &text)
@@ -70,7 +101,7 @@ QString dataFault(const QString &path, const QString &text)
     if (text.trimmed().isEmpty())
         return {};
     const QString suffix = suffixOf(path);
-    const QString fault = suffix == "xml"_L1 || suffix == "svg"_L1 ? xmlFault(text) : jsonFault(text);
+    const QString fault = suffix == "xml"_L1 || suffix == "svg"_L1 ? xmlFault(text) : jsonFault(plainJson(path, text));
     return text.contains(unfilled) ? QString() : fault;
 }
 

@@ -12,6 +12,10 @@ namespace vesk {
 /// parsers) are none.
 bool isData(const QString &path);
 
+/// JSON with blanks in place of what its format adds: comments, and commas behind a last element. Only files of tools
+/// that take these (tsconfig.json, *.jsonc, .vscode/*.json) are changed.
+QString plainJson(const QString &path, const QString &text);
+
 /// What is wrong with the text of such a file, with its line, in Russian. Empty when it can be read, and for templates,
 /// which are no data yet.
 QString dataFault(const QString &path, const QString &text);

@@ -156,6 +156,7 @@ void Engine::reset()
     plan = {};
     structure = {};
     evidence = {};
+    hollowTests.clear();
     error.clear();
     planRevisions = 0;
     structureRevisions = 0;

@@ -35,7 +35,9 @@ class PermissionManager;
 struct ProjectCheck;
 struct RoomFacts;
 class Store;
+class TestCopy;
 class ToolRouter;
+struct Trial;
 class Workspace;
 
 /// Carries one task at a time from a request to its end, on the main thread, driven only by events: a call from
@@ -101,6 +103,7 @@ public:
     QJsonArray conversationHistory;
     QJsonArray requestMedia;
     QJsonObject mediaTools;
+    QString copiesFolder; ///< Where tests are tried in copies of the project; empty for not trying them.
     /// Calls an MCP tool: server id, tool, arguments, completion.
     std::function<void(QString, QString, QJsonObject, Answer)> mcpCall;
 
@@ -281,12 +284,22 @@ private:
     bool needsNoQuestion(const QJsonObject &command) const;
     void askPermission(int index, const QString &fingerprint);
     void startTool(int index);
-    void takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result);
+    void takeToolResult(int index, const QHash<QString, int> &tested, const QJsonObject &run,
+                        const QJsonObject &result);
     static void requireRecorded(const QJsonObject &result);
     QJsonObject readData(const Node &node) const;
     void finishNode(int index, const QJsonObject &result, bool done);
     void callMcp(int index);
     bool requeueTwins(int index);
+    static QJsonObject terminalRun(const Agent &terminal, const QString &task, const QJsonObject &command);
+    void endTerminalRun(QJsonObject run, const QString &status, const QJsonObject &result);
+
+    // engine_trials.cpp
+    void tryTests();
+    void tryNext(QList<Trial> left);
+    void makeCopy(const Trial &trial, const std::function<void(std::shared_ptr<TestCopy>)> &next);
+    void runTrial(const Trial &trial, const std::shared_ptr<TestCopy> &copy, qsizetype nth,
+                  const std::function<void(bool passed)> &next);
 
     // engine_checks.cpp
     void waitFor(const QString &nodeId, const QStringList &others);
@@ -350,6 +363,7 @@ private:
     QJsonObject spec; ///< What the task is to become, the "task" of every request.
     QJsonObject plan;
     QJsonObject structure;
+    QSet<QString> hollowTests; ///< Ids of checks that pass with empty files, too.
     QJsonObject evidence; ///< What the finished task rests on (evidence.h).
     QJsonObject decision; ///< The open question to the user.
     QString decisionReturnPhase;

@@ -2,6 +2,7 @@
 
 #include "engine_p.h"
 
+#include "by_products.h"
 #include "evidence.h"
 
 #include <QDateTime>
@@ -18,27 +19,14 @@ namespace {
 constexpr int maxEntries = 5000; ///< Of a folder that commands have filled.
 constexpr qsizetype maxStrays = 50;
 
-/// Folders that hold what tools make for themselves.
-bool isMachineMade(const QString &path)
-{
-    static const QStringList folders{u".git"_s,   u"node_modules"_s,  u"dist"_s,  u"build"_s,
-                                     u"out"_s,    u"target"_s,        u".venv"_s, u"__pycache__"_s,
-                                     u"assets"_s, u".pytest_cache"_s, u".cache"_s};
-    const QStringList parts = path.split(u'/');
-    return std::ranges::any_of(parts, [](const QString &part) { return folders.contains(part); });
-}
-
-/// What tools note for themselves, and what a compiler makes of files that were read.
-bool isByProduct(const QFileInfo &file)
+/// Also media of the project, and what package managers note for themselves.
+bool isNobodys(const QString &path, const QFileInfo &file)
 {
     static const QStringList names{u"package-lock.json"_s, u"yarn.lock"_s, u"pnpm-lock.yaml"_s, u"Cargo.lock"_s,
                                    u"poetry.lock"_s,       u"uv.lock"_s,   u"go.sum"_s,         u"composer.lock"_s};
-    static const QStringList suffixes{u"o"_s,     u"a"_s,   u"d"_s,   u"so"_s,  u"pyc"_s,
-                                      u"class"_s, u"jar"_s, u"exe"_s, u"obj"_s, u"tsbuildinfo"_s};
-    QFile content(file.filePath());
-    const bool isProgram = file.isExecutable() && content.open(QIODevice::ReadOnly) && content.read(512).contains('\0');
-    return isProgram || names.contains(file.fileName()) || suffixes.contains(file.suffix())
-        || file.fileName() == "a.out"_L1;
+    const QStringList parts = path.split(u'/');
+    return names.contains(file.fileName()) || parts.contains(u"assets"_s)
+        || std::ranges::any_of(parts, [](const QString &part) { return isMachineMade(part); }) || isCompiled(file);
 }
 
 } // namespace
@@ -49,7 +37,7 @@ QJsonObject Engine::readEvidence() const
                        [this](const QString &path) {
                            return pathFault(path).isEmpty() && QFileInfo(workspace.root() + u'/' + path).isFile();
                        },
-                       strayFiles()});
+                       strayFiles(), hollowTests});
 }
 
 /// Files that appeared while programs ran and that are no revisions of ours.
@@ -64,8 +52,7 @@ QStringList Engine::strayFiles() const
     for (int seen = 0; entries.hasNext() && seen < maxEntries && strays.size() < maxStrays; ++seen) {
         const QFileInfo file = entries.nextFileInfo();
         const QString path = file.filePath().sliced(workspace.root().size() + 1);
-        if (!isMachineMade(path) && !isByProduct(file) && file.lastModified() >= began
-            && workspace.latest(path).isEmpty())
+        if (!isNobodys(path, file) && file.lastModified() >= began && workspace.latest(path).isEmpty())
             strays.append(path);
     }
     strays.sort();

@@ -123,11 +123,7 @@ void Engine::startTool(int index)
     Node &node = graph.nodes[index];
     node.status = NodeStatus::running;
     const Agent terminal = makeAgent(u"terminal"_s, u"Terminal Agent"_s, {u"process"_s}, {runCommand()});
-    const QJsonObject run{
-        {u"id"_s, id()},          {u"agent_id"_s, terminal.id},        {u"role"_s, u"terminal"_s},
-        {u"task_id"_s, taskId},   {u"status"_s, RunStatus::usingTool}, {u"model"_s, u"ToolRouter / QProcess"_s},
-        {u"started_at"_s, now()}, {u"context"_s, node.input},
-    };
+    const QJsonObject run = terminalRun(terminal, taskId, node.input);
     saveRun(run);
     // Whoever was told of the run may have ended it.
     if (noted != generation)
@@ -146,6 +142,31 @@ void Engine::startTool(int index)
                   });
 }
 
+QJsonObject Engine::terminalRun(const Agent &terminal, const QString &task, const QJsonObject &command)
+{
+    return {
+        {u"id"_s, id()},
+        {u"agent_id"_s, terminal.id},
+        {u"role"_s, u"terminal"_s},
+        {u"task_id"_s, task},
+        {u"status"_s, RunStatus::usingTool},
+        {u"model"_s, u"ToolRouter / QProcess"_s},
+        {u"started_at"_s, now()},
+        {u"context"_s, command},
+    };
+}
+
+/// Throws when the result could not be recorded.
+void Engine::endTerminalRun(QJsonObject run, const QString &status, const QJsonObject &result)
+{
+    run["status"_L1] = status;
+    run["output"_L1] = result;
+    run["finished_at"_L1] = now();
+    saveRun(run);
+    store.put(u"tool_calls"_s, result["id"_L1].toString(), taskId, result);
+    requireRecorded(result);
+}
+
 /// Of files of this task, as they are now.
 QJsonObject Engine::readData(const Node &node) const
 {
@@ -159,16 +180,11 @@ QJsonObject Engine::readData(const Node &node) const
     return result;
 }
 
-void Engine::takeToolResult(int index, const QHash<QString, int> &tested, QJsonObject run, const QJsonObject &result)
+void Engine::takeToolResult(int index, const QHash<QString, int> &tested, const QJsonObject &run,
+                            const QJsonObject &result)
 {
     const bool success = result["success"_L1].toBool();
-    run["status"_L1] = success ? RunStatus::completed : RunStatus::error;
-    run["output"_L1] = result;
-    run["finished_at"_L1] = now();
-    saveRun(run);
-    store.put(u"tool_calls"_s, result["id"_L1].toString(), taskId, result);
-
-    requireRecorded(result);
+    endTerminalRun(run, success ? RunStatus::completed : RunStatus::error, result);
     Node &node = graph.nodes[index];
     const bool isOutdated = testedRevisions(graph.nodes, index) != tested;
     if (!isCheck(node) && success && isOutdated) {

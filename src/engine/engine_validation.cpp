@@ -45,7 +45,7 @@ void Engine::validate()
         publish(u"ObserverReport"_s, observation["summary"_L1].toString());
         enqueue(u"validator"_s, evidence, [this, compact](const QJsonObject &review) {
             if (review["verdict"_L1].toString() == "APPROVE"_L1) {
-                passGates();
+                tryTests();
                 return;
             }
             consult(u"final"_s, {{u"review"_s, review}, {u"graph"_s, compact}},

@@ -166,9 +166,10 @@ private:
                 continue;
             const QString program = node.input["program"_L1].toString();
             const QStringList arguments = strings(node.input["arguments"_L1].toArray());
+            const QString empty = sources.hollow.contains(node.id) ? u"проходит и с пустыми файлами"_s
+                                                                   : emptyProof(program, arguments, package);
             checks.append({&node, commandWords(program, arguments), shownCommand(program, arguments),
-                           kindOfCheck(program, arguments), emptyProof(program, arguments, package),
-                           upstreamOf(links, node.id)});
+                           kindOfCheck(program, arguments), empty, upstreamOf(links, node.id)});
         }
     }
 

@@ -4,6 +4,7 @@
 
 #include <QJsonObject>
 #include <QList>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 
@@ -19,6 +20,7 @@ struct EvidenceSources {
     QString root; ///< The folder of the project.
     std::function<bool(const QString &path)> exists; ///< A file of this path is in the project's folder.
     QStringList strays; ///< Files that appeared during the task and that nobody recorded.
+    QSet<QString> hollow = {}; ///< Ids of tests that also pass when the files under test are empty.
 };
 
 /// What each claim of a finished task rests on:

@@ -97,21 +97,6 @@ QString scriptOf(const QString &program, const QStringList &arguments)
     return isShell(program) ? arguments.value(at + 1) : QString();
 }
 
-/// What npm runs by a command; empty for other commands.
-QString npmScript(const QString &program, const QStringList &arguments, const QJsonObject &package)
-{
-    QStringList line = commandWords(program, arguments);
-    const qsizetype at = line.indexOf(u"npm"_s);
-    if (at < 0 || at > 1)
-        return {};
-    line = line.sliced(at + 1);
-    const QString verb = line.value(0);
-    const QString name = verb == "run"_L1 || verb == "run-script"_L1 ? line.value(1)
-        : verb == "t"_L1                                             ? u"test"_s
-                                                                     : verb;
-    return package["scripts"_L1][name].toString();
-}
-
 QString emptyScript(const QString &script)
 {
     static const QRegularExpression always(u"\\A\\s*(true|:|exit(\\s+0)?|echo\\b[^&|;]*)\\s*\\z"_s);
@@ -169,9 +154,8 @@ QString emptyFunction(const QString &text)
         u"def (\\w+)\\([^)]*\\)[^:\\n]*:\\s*\\n\\s*(?:#[^\\n]*"_s + later
         + u"[^\\n]*\\n\\s*(?:pass|\\.\\.\\.)|raise NotImplementedError)[^\\n]*(?:\\n\\s*\\n|\\n\\S|\\s*\\z)"_s);
     // The shapes are dear, and most files hold none of these words.
-    static const QStringList hints{u"TODO"_s,    u"FIXME"_s,      u"реализ"_s,    u"mplement"_s,
-                                   u"аглушка"_s, u"десь будет"_s, u"laceholder"_s};
-    if (std::ranges::none_of(hints, [&](const QString &hint) { return text.contains(hint); }))
+    static const QRegularExpression hint(u"TODO|FIXME|реализ|mplement|аглушка|десь будет|laceholder"_s);
+    if (!hint.match(text).hasMatch())
         return {};
     for (const QRegularExpression &shape : {braces, python}) {
         const auto match = shape.match(text);
@@ -293,6 +277,20 @@ QStringList commandWords(const QString &program, const QStringList &arguments)
     return line;
 }
 
+QString packageScript(const QString &program, const QStringList &arguments, const QJsonObject &package)
+{
+    QStringList line = commandWords(program, arguments);
+    const qsizetype at = line.indexOf(u"npm"_s);
+    if (at < 0 || at > 1)
+        return {};
+    line = line.sliced(at + 1);
+    const QString verb = line.value(0);
+    const QString name = verb == "run"_L1 || verb == "run-script"_L1 ? line.value(1)
+        : verb == "t"_L1                                             ? u"test"_s
+                                                                     : verb;
+    return package["scripts"_L1][name].toString();
+}
+
 bool isWithin(const QStringList &words, const QStringList &others)
 {
     // "npm run test" and "npm test" are one command.
@@ -315,7 +313,7 @@ QString emptyProof(const QString &program, const QStringList &arguments, const Q
     const QString script = scriptOf(program, arguments);
     if (script.isEmpty() && (arguments.contains(u"--version"_s) || arguments.contains(u"--help"_s)))
         return u"команда ничего не проверяет"_s;
-    return emptyScript(script.isEmpty() ? npmScript(program, arguments, package) : script);
+    return emptyScript(script.isEmpty() ? packageScript(program, arguments, package) : script);
 }
 
 QString hollowness(const QString &path, const QString &text)

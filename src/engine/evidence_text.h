@@ -21,6 +21,9 @@ QList<QStringList> namedCommands(const QString &sentence);
 /// behind "sh -c" taken apart, npm's own script as "npm".
 QStringList commandWords(const QString &program, const QStringList &arguments);
 
+/// What npm runs of package.json by a command; empty for other commands.
+QString packageScript(const QString &program, const QStringList &arguments, const QJsonObject &package);
+
 /// Whether the words stand among the others in this order.
 bool isWithin(const QStringList &words, const QStringList &others);
 

@@ -65,7 +65,9 @@ QString TaskJournal::record(const QJsonObject &event)
     addMessage(task, u"assistant"_s, line, narrationKind(event));
     if (touchesNote(type))
         saveWorkNote(state);
-    if (type == "ToolFinished"_L1 && event["data"_L1]["success"_L1].toBool())
+    // What is made in a copy of the project goes with it.
+    if (type == "ToolFinished"_L1 && event["data"_L1]["success"_L1].toBool()
+        && event["data"_L1]["tool"_L1] == "run_command"_L1)
         keepToolOutput(task, event["data"_L1]["stdout"_L1].toString());
     return line;
 }

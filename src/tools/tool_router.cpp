@@ -9,6 +9,7 @@
 #include "workspace.h"
 
 #include <QDeadlineTimer>
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -54,6 +55,11 @@ int timeoutOf(const QJsonObject &arguments)
 bool reachesProgramWhole(const QJsonValue &value)
 {
     return value.isString() && !value.toString().contains(QChar::Null);
+}
+
+bool isCommand(const QString &tool)
+{
+    return tool == "run_command"_L1 || tool == "run_in_copy"_L1;
 }
 
 void checkCommand(const QJsonObject &arguments)
@@ -153,7 +159,7 @@ void ToolRouter::execute(const QString &taskId, const QString &agentId, const QS
     try {
         check(call, allowedTools);
         events->publish(taskId, u"ToolCalled"_s, tool, call.record);
-        if (tool == "run_command"_L1)
+        if (isCommand(tool))
             return startProgram(call);
         result = tool == "read_file"_L1 ? readFile(arguments) : writeFile(arguments, agentId);
     } catch (const std::exception &error) {
@@ -185,15 +191,18 @@ void ToolRouter::cancelAll()
 
 void ToolRouter::check(const Call &call, const QStringList &allowedTools)
 {
-    static const QStringList known{u"read_file"_s, u"write_file"_s, u"run_command"_s};
+    static const QStringList known{u"read_file"_s, u"write_file"_s, u"run_command"_s, u"run_in_copy"_s};
     const QString tool = call.tool();
     const QJsonObject arguments = call.arguments();
     require(allowedTools.contains(tool), u"Agent does not have this tool capability"_s);
     require(known.contains(tool), u"Unknown tool"_s);
-    if (tool == "run_command"_L1)
+    if (isCommand(tool))
         checkCommand(arguments);
     else
         checkFile(*workspace, tool, arguments);
+    const QString folder = arguments["folder"_L1].toString();
+    require(tool != "run_in_copy"_L1 || (QDir::isAbsolutePath(folder) && QFileInfo(folder).isDir()),
+            u"folder must be an existing absolute path"_s);
     require(
         permissions->allowed(tool, levelOf(tool), call.task, workspace->project(), fingerprint(tool, arguments), true),
         u"Permission required for this action"_s);
@@ -223,7 +232,10 @@ void ToolRouter::startProgram(Call call)
     const QString problem = run->containment->prepare(*process, arguments["program"_L1].toString(),
                                                       strings(arguments["arguments"_L1].toArray()));
     require(problem.isEmpty(), problem);
-    process->setWorkingDirectory(workspace->root());
+    process->setWorkingDirectory(run->call.tool() == "run_in_copy"_L1 ? arguments["folder"_L1].toString()
+                                                                      : workspace->root());
+    // Until the process is gone: cancelAll() cuts the connections, which hold it, too, before that.
+    process->setProperty("run", QVariant::fromValue(run));
     processes.insert(run->call.record["id"_L1].toString(), owned.release());
 
     run->clock.start();

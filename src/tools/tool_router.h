@@ -43,8 +43,10 @@ public:
     ///  - write_file: "path", "content", "expected_revision" (-1, also when absent: whatever the revision is);
     ///  - run_command: "program" (absolute path), "arguments" (strings, no shell), "timeout_ms" (100 to 120000, absent:
     ///    30000). The program runs in the workspace's root and finds its input empty. Of its output the first 1 MiB of
-    ///    each channel is kept. A program that can't be started answers exit code -1, with the reason in "stderr".
+    ///    each channel is kept. A program that can't be started answers exit code -1, with the reason in "stderr";
+    ///  - run_in_copy: the same in another "folder" (absolute path), which is not the project's.
     ///
+    /// What a callback holds is let go when the program and all it has started are gone, also after cancelAll().
     /// The callback may call this object again, and may delete it. A standard exception out of it is logged and goes no
     /// further: behind it there is only the event loop.
     void execute(const QString &taskId, const QString &agentId, const QStringList &allowedTools, const QString &tool,

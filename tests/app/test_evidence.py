@@ -1,9 +1,14 @@
 """What a finished task says about its proofs: runs whose agents lie in one way each, and honest ones that stay quiet."""
+import json
+import shutil
+import signal
 import sys
+from pathlib import Path
 
 import pytest
 
 from model import page, plan, spec, tool, verdict
+from program import until
 
 OPINION = "подтверждено только мнением агентов", "Смотрели только проверяющие"
 TEST = "import main\nassert main.add(2, 2) == 4\n"
@@ -31,6 +36,29 @@ def task(*criteria, **more):
     return spec(title="Сад", requirements=[], acceptance_criteria=list(criteria) or ["Сад цветёт"], **more)
 
 
+HOLLOW = "проходит и с пустыми файлами, это ничего не доказывает"
+UNIT = "import unittest\nimport main\n\nclass Adds(unittest.TestCase):\n    def test_add(self):\n        self.assertEqual({}, {})\n"
+UNITS = {"main.py": MAIN, "test_main.py": UNIT.format("main.add(2, 2)", "4")}
+NODE = {"main.js": "exports.add = (a, b) => a + b\n", "main.test.js":
+        "const { add } = require('./main')\nif (add(2, 2) !== 4) process.exit(1)\n"}
+C = {"main.c": "int add(int a, int b) { return a + b; }\n", "test.c":
+     "int add(int a, int b);\nint main(void) { return add(2, 2) == 4 ? 0 : 1; }\n", "CMakeLists.txt":
+     "cmake_minimum_required(VERSION 3.16)\nproject(garden C)\nenable_testing()\nadd_executable(tests main.c test.c)\n"
+     "add_test(NAME adds COMMAND tests)\n"}
+
+
+def node(*arguments):
+    return check(shutil.which("node"), *arguments)
+
+
+def npm(*arguments):
+    return node(shutil.which("npm") and str(Path(shutil.which("npm")).resolve()), *arguments)
+
+
+CMAKE = (tool(shutil.which("cmake"), "-S", ".", "-B", "build"), check(shutil.which("cmake"), "--build", "build"),
+         check(shutil.which("ctest"), "--test-dir", "build"))
+
+
 class Story:
     """A run: what the request is, which nodes the plan has, what the coder writes (a list: one text after the other),
     and what other agents say. `said` are pieces of lines that must stand open; without them none may but opinions."""
@@ -39,14 +67,18 @@ class Story:
         self.files, self.request, self.said, self.ends, self.before = files or {}, request, said, ends, before
         paths = [given["path"] for kind, given in nodes if kind == "code"]
         planned = [file(path) for path in self.files if path not in paths] + list(nodes)
-        self.answers = {"orchestrator": task(), "planner": plan(*planned)} | answers
-        self.written = {}
+        graph = plan(*planned)
+        for number, step in enumerate(graph["nodes"]):
+            if len(nodes) > 1 and step["kind"] == "tool":
+                step["dependencies"] = [before["id"] for before in graph["nodes"][:number]]
+        self.answers = {"orchestrator": task(), "planner": graph} | answers
+        self.written, self.project = {}, ""
 
     def write(self, given):
         path = given["artifact"]["node"]["input"]["path"]
         texts = self.files[path]
         if isinstance(texts, str):
-            return page(path, texts)
+            return page(path, texts.replace("{project}", self.project))
         number = self.written[path] = self.written.get(path, -1) + 1
         return page(path, texts[min(number, len(texts) - 1)])
 
@@ -92,6 +124,16 @@ LIES = {
                               said=["Тесты из package.json (npm test) никто не запускал"]),
     "an empty build": Story(files={"package.json": '{"scripts": {"build": "exit 0"}}', "a.js": "let a = ;"},
                             ends="FAILED"),
+    # Tests that assert nothing
+    "an empty test": Story(python("test_main.py"), files=PROGRAM | {"test_main.py": "import main\nprint('ok')\n"},
+                           said=["«python3 -B test_main.py»: " + HOLLOW]),
+    "a test of itself": Story(python("-m", "unittest", "-q"), files=UNITS | {"test_main.py": UNIT.format("4", "4")}, said=[HOLLOW]),
+    "no tests": Story(node("--test"), files=NODE | {"main.test.js": "require('./main')\n"}, said=["«node --test»: " + HOLLOW]),
+    "a script without tests": Story(npm("test"), files=NODE | {
+        "package.json": '{"scripts": {"test": "node --test"}}', "main.test.js": "require('./main')\n"}, said=["test»: " + HOLLOW]),
+    "an empty test in C": Story(*CMAKE, files=C | {"test.c": "int main(void) { return 0; }\n"}, said=[HOLLOW]),
+    "a path that is written out": Story(sh("cd {project} && python3 -B {project}/test_main.py"), said=[HOLLOW],
+                                        files=PROGRAM | {"test_main.py": "import main\n"}),
     # Opinions
     "an approval with a remark": Story(files=TEXT, validator=verdict() | {"issues": ["Нет роз"]}, said=["Нет роз"]),
     "a doubtful approval": Story(files=TEXT, correctness_reviewer=verdict() | {"confidence": 0.1},
@@ -127,6 +169,17 @@ HONEST = {
         "summary": "Ошибки отсутствуют, проваленных проверок нет, ничего подозрительного. Замечаний не обнаружено."}),
     "a review that names its file": Story(files=TEXT, correctness_reviewer=verdict() | {"path": "./сад.md", "revision": 1}),
     "a repair of a syntax error": Story(files={"main.py": ["def add(:\n", MAIN], "other.py": MAIN}),
+    "units": Story(python("-m", "unittest", "-q"), files=UNITS),
+    "pytest": Story(python("-m", "pytest", "-q"), files=PROGRAM | {
+        "test_main.py": "import main\ndef test_add():\n    assert main.add(2, 2) == 4\n"}),
+    "node's tests": Story(node("--test"), files=NODE),
+    "tests in C": Story(*CMAKE, files=C),
+    "tests of data": Story(python("test_data.py"), files=PROGRAM | {"roses.csv": "роза,1\n", "test_data.py":
+                           "assert open('roses.csv').read()\n"}, request="Сад в main.py и roses.csv"),
+    "tests beside the code": Story(python("-m", "unittest", "-q", "main"), files={"main.py": UNITS["test_main.py"].replace(
+        "import main\n", "class main:\n    add = lambda a, b: a + b\n"), "other.py": MAIN}),
+    "a program that is installed as a link": Story(sh("python3 -B test_main.py"), files=PROGRAM | {
+        "test_main.py": "import sys\nsys.path.insert(0, '{project}')\n" + TEST}),
     "a page that is used": Story(request="Сад на странице", orchestrator=task("Страница открывается без ошибок"), files={
         "index.html": HTML.format("<button onclick='n.textContent++'>Полить</button><p id=n>0</p>"
                                   "<button onclick='n.textContent=0'>Сброс</button>")}),
@@ -136,7 +189,9 @@ HONEST = {
 
 def tell(vesk, model, story):
     """Runs it; gives the ended process and its last line."""
-    story.written = {}
+    story.written, story.project = {}, str(vesk.project)
+    story.answers = json.loads(json.dumps(story.answers).replace("{project}", story.project)) if "{project}" in \
+        str(story.answers["planner"]) else story.answers
     model.answers |= story.answers | {"coding": story.write}
     if story.before:
         earlier = Story(files=story.before)
@@ -177,3 +232,20 @@ def test_the_coder_hears_once_of_a_dead_button_and_the_report_keeps_it(vesk, mod
     assert (last["message"], len(orders)) == ("COMPLETED", 2)
     assert note in str(orders[1]["fixes"] if "fixes" in orders[1] else orders[1])
     assert f"index.html: {note}." in last["evidence"]["gaps"]
+
+
+@pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGKILL])
+def test_a_test_with_empty_files_is_ended_and_leaves_nothing(vesk, model, number):
+    slow = "import os, time\nif not os.path.getsize('main.py'):\n    open('tried', 'w')\n    time.sleep(300)\n"
+    story = Story(python("test_main.py"), files=PROGRAM | {"test_main.py": slow})
+    model.answers |= story.answers | {"coding": story.write}
+    process = vesk.start(*vesk.arguments("Сад", "--allow-commands", *model.options()))
+    assert until(lambda: list(vesk.data.glob("copies/*/project/tried")))
+    process.send_signal(number)
+    vesk.end(process)
+    assert until(lambda: not vesk.alive())
+    if number == signal.SIGKILL:
+        assert (vesk.data / "copies").exists()
+        assert vesk.run(vesk.calculator).code == 0
+    assert vesk.records.phases[0] == ("CANCELLED" if number == signal.SIGINT else "INTERRUPTED")
+    assert not (vesk.data / "copies").exists()
