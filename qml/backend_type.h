@@ -26,3 +26,10 @@ struct DifferenceModelType {
     QML_NAMED_ELEMENT(DifferenceModel)
     QML_UNCREATABLE("The differences have the one there is.")
 };
+
+struct CodeViewType {
+    Q_GADGET
+    QML_FOREIGN(vesk::CodeView)
+    QML_NAMED_ELEMENT(CodeView)
+    QML_UNCREATABLE("The backend has the one there is.")
+};

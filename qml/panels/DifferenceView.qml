@@ -13,6 +13,12 @@ RowLayout {
 
     spacing: 12
 
+    Binding {
+        target: root.differences
+        property: "dark"
+        value: Theme.code.hslLightness < 0.5
+    }
+
     function go(forward: bool) {
         const row = differences.lines.change(lines.currentIndex, forward);
         if (row < 0)

@@ -105,15 +105,26 @@ ColumnLayout {
         Layout.fillWidth: true
         Layout.fillHeight: true
 
-        PlainArea {
+        CodeLines {
             objectName: "fileViewer"
             anchors.fill: parent
-            name: "Содержимое файла"
-            textFont.family: Theme.codeFamily
-            textFont.pixelSize: Theme.small
-            textFont.features: ({ calt: 0, liga: 0 }) // code is shown sign by sign
-            textColor: Theme.textCode
-            text: root.shown && root.path !== "" ? root.readFile(root.selected) : ""
+            anchors.margins: 4
+            visible: !picture.visible
+            view: root.service.viewer
+            Accessible.name: "Содержимое файла " + root.path
+        }
+        Image {
+            id: picture
+            objectName: "filePicture"
+            anchors.fill: parent
+            anchors.margins: 8
+            source: root.shown && root.media && root.selected.url?.startsWith("file:") ? root.selected.url : ""
+            visible: source.toString() !== ""
+            asynchronous: true
+            fillMode: Image.PreserveAspectFit
+            sourceSize: Qt.size(1024, 1024)
+            Accessible.role: Accessible.Graphic
+            Accessible.name: root.path
         }
     }
     RowLayout {
@@ -176,8 +187,13 @@ ColumnLayout {
         onClicked: root.commitRequested()
     }
 
-    /* Takes the whole record, so that a new revision is read anew. */
-    function readFile(file: var): string {
-        return service.fileContent(file.path);
+    /* The whole record tells of a new revision, which is read anew. */
+    readonly property var wanted: shown ? selected : null
+    onWantedChanged: if (shown) service.showFile(path)
+
+    Binding {
+        target: root.service.viewer
+        property: "dark"
+        value: Theme.code.hslLightness < 0.5
     }
 }

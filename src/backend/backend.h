@@ -4,6 +4,7 @@
 #include "attachments.h"
 #include "committing.h"
 #include "background_renderer.h"
+#include "code_view.h"
 #include "conversation.h"
 #include "core.h"
 #include "differences.h"
@@ -78,6 +79,7 @@ class Backend : public QObject {
     Q_PROPERTY(bool measuring READ measuring NOTIFY changed)
     Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
     Q_PROPERTY(vesk::Differences *differences READ differences NOTIFY changed)
+    Q_PROPERTY(vesk::CodeView *viewer READ viewer CONSTANT)
     Q_PROPERTY(QVariantMap takeIn READ takeIn NOTIFY changed)
     Q_PROPERTY(QString exporting READ exportProgress NOTIFY changed)
     Q_PROPERTY(QVariantMap commit READ commitState NOTIFY changed)
@@ -263,6 +265,8 @@ public:
     Q_INVOKABLE QVariantMap proofs() const;
     Q_INVOKABLE QString proofBehind(const QString &list, int place) const;
     Q_INVOKABLE QString fileContent(const QString &path) const;
+    /// Puts the same into `viewer`; nothing for an empty path.
+    Q_INVOKABLE void showFile(const QString &path);
     Q_INVOKABLE QString fileHistory(const QString &path) const;
     /// The same for reading: versionsOf().
     Q_INVOKABLE QVariantList fileVersions(const QString &path) const;
@@ -396,6 +400,7 @@ private:
     bool measuring() const { return connection.isMeasuring(); }
     QVariantList connectionMeasures() const { return connection.measures(); }
     Differences *differences() { return &compared; }
+    CodeView *viewer() { return &shownFile; }
     QVariantMap takeIn() const { return taking.state(); }
     QVariantMap commitState() const;
     QString exportProgress() const { return exporting.progress(); }
@@ -417,6 +422,7 @@ private:
     Attachments attachments;
     EditWatch editWatch;
     Differences compared;
+    CodeView shownFile;
     TakingIn taking;
     Exporting exporting;
     Committing committing;

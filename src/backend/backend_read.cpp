@@ -262,6 +262,11 @@ QString Backend::fileContent(const QString &path) const
     }
 }
 
+void Backend::showFile(const QString &path)
+{
+    shownFile.show(path, path.isEmpty() ? QByteArray() : fileContent(path).toUtf8());
+}
+
 QString Backend::fileHistory(const QString &path) const
 {
     return answered(

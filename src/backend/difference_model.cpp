@@ -2,6 +2,8 @@
 
 #include "difference_model.h"
 
+#include "marked_line.h"
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -11,34 +13,6 @@ namespace vesk {
 namespace {
 
 constexpr qsizetype around = 3;
-constexpr qsizetype maxShown = 1000;
-
-QString decoded(QByteArrayView line)
-{
-    while (line.endsWith('\n') || line.endsWith('\r'))
-        line.chop(1);
-    return QString::fromUtf8(line);
-}
-
-QString escaped(QStringView text)
-{
-    QString marked;
-    for (const QChar c : text) {
-        if (c == u'&')
-            marked += "&amp;"_L1;
-        else if (c == u'<')
-            marked += "&lt;"_L1;
-        else if (c == u'>')
-            marked += "&gt;"_L1;
-        else if (c == u'\t')
-            marked += u"&nbsp;&nbsp;&nbsp;&nbsp;"_s;
-        else if (c.isSpace())
-            marked += "&nbsp;"_L1; // as such it is kept at the start of a line
-        else
-            marked += c;
-    }
-    return marked;
-}
 
 QString nameOf(DifferenceModel::Kind kind)
 {
@@ -79,29 +53,11 @@ std::shared_ptr<const ComparedFile> ComparedFile::of(const QString &path, std::o
     return compared;
 }
 
-QString markedLine(const QString &line, const QList<Span> &changed)
-{
-    qsizetype end = std::min(line.size(), maxShown);
-    if (end > 0 && line[end - 1].isHighSurrogate())
-        --end;
-    QString marked;
-    qsizetype at = 0;
-    for (const Span &span : changed) {
-        const qsizetype from = std::min(span.from, end);
-        const qsizetype to = std::min(span.from + span.length, end);
-        marked += escaped(QStringView(line).sliced(at, from - at));
-        if (to > from)
-            marked += u"<u><b>"_s + escaped(QStringView(line).sliced(from, to - from)) + u"</b></u>"_s;
-        at = to;
-    }
-    marked += escaped(QStringView(line).sliced(at, end - at));
-    return end < line.size() ? marked + u'…' : marked;
-}
-
 void DifferenceModel::show(std::shared_ptr<const ComparedFile> shown, bool beside)
 {
     beginResetModel();
     file = std::move(shown);
+    colours.reset();
     rows.clear();
     if (file && !file->binary) {
         qsizetype old = 0;
@@ -115,6 +71,13 @@ void DifferenceModel::show(std::shared_ptr<const ComparedFile> shown, bool besid
         addSame(rows, old, now, file->oldLines.size() - old, file->blocks.isEmpty(), true);
     }
     endResetModel();
+}
+
+void DifferenceModel::setColours(std::shared_ptr<const FileColours> of)
+{
+    colours = std::move(of);
+    if (!rows.isEmpty())
+        Q_EMIT dataChanged(index(0), index(int(rows.size()) - 1), {OldTextRole, NewTextRole});
 }
 
 /// Common lines; those that stand next to no change are folded.
@@ -186,11 +149,12 @@ QString DifferenceModel::text(const Row &row, bool old) const
     const qsizetype at = old ? row.old : row.now;
     if (!isShown || at < 0)
         return {};
-    const QString line = decoded((old ? file->oldLines : file->newLines)[at]);
+    const QString line = decodedLine((old ? file->oldLines : file->newLines)[at]);
+    const QList<ColouredPart> colour = colours ? (old ? colours->old : colours->now).value(at) : QList<ColouredPart>();
     if (row.kind == Kind::Same || row.old < 0 || row.now < 0)
-        return markedLine(line, {});
-    const WordDiff words = wordDiff(decoded(file->oldLines[row.old]), decoded(file->newLines[row.now]));
-    return markedLine(line, old ? words.removed : words.added);
+        return markedLine(line, {}, colour);
+    const WordDiff words = wordDiff(decodedLine(file->oldLines[row.old]), decodedLine(file->newLines[row.now]));
+    return markedLine(line, old ? words.removed : words.added, colour);
 }
 
 QVariant DifferenceModel::data(const QModelIndex &index, int role) const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "code_colours.h"
 #include "diff.h"
 
 #include <QAbstractListModel>
@@ -27,6 +28,12 @@ struct ComparedFile {
                                                   std::optional<QByteArray> after);
 };
 
+/// Of both sides of a comparison.
+struct FileColours {
+    LineColours old;
+    LineColours now;
+};
+
 /// The lines of a comparison for a list that makes only the rows in sight: text is decoded and its changed words are
 /// searched when a row is asked for. Where nothing has changed all but three lines around are folded into one row.
 class DifferenceModel : public QAbstractListModel {
@@ -39,6 +46,8 @@ public:
     using QAbstractListModel::QAbstractListModel;
 
     void show(std::shared_ptr<const ComparedFile> file, bool beside);
+    /// The colours of what is shown, when they are known; without them text is plain.
+    void setColours(std::shared_ptr<const FileColours> of);
     /// Shows what a fold has hidden.
     Q_INVOKABLE void unfold(int row);
     /// The row of the next (or the one before) change from a row on; below 0 without one.
@@ -61,11 +70,8 @@ private:
     QString text(const Row &row, bool old) const;
 
     std::shared_ptr<const ComparedFile> file;
+    std::shared_ptr<const FileColours> colours;
     QList<Row> rows;
 };
-
-/// A line for a text that reads simple markup: signs of markup are escaped, blanks stay, tabs are four, changed parts
-/// are bold and underlined. What is beyond 1000 characters is left out, with a sign.
-QString markedLine(const QString &line, const QList<Span> &changed);
 
 } // namespace vesk

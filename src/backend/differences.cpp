@@ -32,6 +32,7 @@ Differences::Differences(const Workspace &workspace)
 Differences::~Differences()
 {
     ++generation;
+    leaving = true;
     pool.clear();
     pool.waitForDone();
 }
@@ -40,7 +41,7 @@ void Differences::show(const QString &title, const QList<FileChange> &changes)
 {
     QList<File> all;
     for (const FileChange &change : changes)
-        all.append({change, false, {}, {}});
+        all.append({change, false, {}, {}, {}});
     begin(title, all);
 }
 
@@ -50,6 +51,7 @@ void Differences::showEdit(const HandEdit &edit)
     begin(u"Изменено вне программы"_s,
           {{{edit.path, workspace.latest(edit.path), isOnDisk ? QJsonObject{{u"path"_s, edit.path}} : QJsonObject()},
             isOnDisk,
+            {},
             {},
             {}}});
 }
@@ -143,6 +145,44 @@ void Differences::showLines()
 {
     const File *file = shownFile();
     model.show(file ? file->compared : nullptr, beside);
+    if (file && file->colours)
+        model.setColours(file->colours);
+    else
+        colour();
+}
+
+/// Text is shown at once and takes its colours when they are there.
+void Differences::colour()
+{
+    const File *file = shownFile();
+    if (!file || !file->compared || file->compared->binary)
+        return;
+    pool.start([this, at = file - compareds.constData(), noted = generation, compared = file->compared, ground = dark] {
+        auto colours = std::make_shared<FileColours>();
+        colours->old = coloursOf(compared->path, compared->oldLines, ground, leaving);
+        colours->now = coloursOf(compared->path, compared->newLines, ground, leaving);
+        QMetaObject::invokeMethod(
+            this,
+            [this, at, noted, ground, colours] {
+                if (noted != generation || ground != dark)
+                    return;
+                compareds[at].colours = colours;
+                if (&compareds[at] == shownFile())
+                    model.setColours(colours);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+void Differences::setDark(bool ground)
+{
+    if (ground == dark)
+        return;
+    dark = ground;
+    for (File &file : compareds)
+        file.colours.reset();
+    colour();
+    Q_EMIT changed();
 }
 
 void Differences::select(const QString &path)

@@ -7,6 +7,8 @@
 #include <QThreadPool>
 #include <QVariant>
 
+#include <atomic>
+
 namespace vesk {
 
 /// What is compared in the window: some files in two states each, and the lines of one of them. Comparing goes on
@@ -20,6 +22,7 @@ class Differences : public QObject {
     Q_PROPERTY(int older READ older NOTIFY changed)
     Q_PROPERTY(int newer READ newer NOTIFY changed)
     Q_PROPERTY(bool busy READ isBusy NOTIFY changed)
+    Q_PROPERTY(bool dark READ isDark WRITE setDark NOTIFY changed)
     Q_PROPERTY(bool beside READ isBeside WRITE setBeside NOTIFY changed)
     Q_PROPERTY(vesk::DifferenceModel *lines READ lines CONSTANT)
 public:
@@ -49,6 +52,9 @@ public:
     bool isBusy() const { return comparing; }
     bool isBeside() const { return beside; }
     void setBeside(bool side);
+    /// Whether code is shown on a dark ground: its colours go by that.
+    bool isDark() const { return dark; }
+    void setDark(bool ground);
     DifferenceModel *lines() { return &model; }
     /// Lines that go and come in all files; complete once nothing is being compared.
     LineCounts total() const;
@@ -61,6 +67,7 @@ private:
         FileChange change;
         bool fromDisk = false; ///< `after` is what stands on disk.
         std::shared_ptr<const ComparedFile> compared;
+        std::shared_ptr<const FileColours> colours;
         QString fault;
     };
 
@@ -69,6 +76,7 @@ private:
     void take(qsizetype at, const std::shared_ptr<const ComparedFile> &compared);
     const File *shownFile() const;
     void showLines();
+    void colour();
 
     const Workspace &workspace;
     QThreadPool pool;
@@ -78,7 +86,9 @@ private:
     DifferenceModel model;
     int olderRevision = 0;
     int newerRevision = 0;
+    std::atomic_bool leaving = false; ///< The pool is waited for.
     bool beside = true;
+    bool dark = true;
     bool comparing = false;
     quint32 generation = 0;
 };

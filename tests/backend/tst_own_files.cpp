@@ -1,13 +1,16 @@
 // What the user does to a project's files besides asking for tasks.
 
 #include "backend_desk.h"
+#include "code_colours.h"
 #include "differences.h"
 #include "files.h"
 #include "helpers.h"
+#include "marked_line.h"
 #include "process_containment.h"
 
 #include <QDir>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTest>
 
@@ -62,7 +65,8 @@ private Q_SLOTS:
         Differences &shown = *desk->backend->property("differences").value<Differences *>();
         const auto row = [&](int at, const char *role) {
             const DifferenceModel &model = *shown.lines();
-            return model.data(model.index(at), model.roleNames().key(role)).toString();
+            static const QRegularExpression colour(u"</?font[^>]*>"_s); // comes when it is there
+            return model.data(model.index(at), model.roleNames().key(role)).toString().remove(colour);
         };
         const auto kinds = [&] {
             QStringList all;
@@ -75,6 +79,14 @@ private Q_SLOTS:
         QCOMPARE(row(4, "oldText"), u"line&nbsp;<u><b>30</b></u>"_s);
         QVERIFY(row(4, "newText").startsWith(u"<u><b>&lt;b&gt;</b></u>line"_s));
         QCOMPARE(row(5, "newNumber"), u"31"_s);
+        if (!coloursOf(u"a.html"_s, {"<b>"}, true, false).isEmpty()) {
+            const QModelIndex line = shown.lines()->index(4);
+            const int role = shown.lines()->roleNames().key("newText");
+            QVERIFY(Desk::waitFor([&] { return shown.lines()->data(line, role).toString().contains(u"<font"_s); }));
+            const QString dark = shown.lines()->data(line, role).toString();
+            shown.setDark(false);
+            QVERIFY(Desk::waitFor([&] { return shown.lines()->data(line, role).toString() != dark; }));
+        }
         QCOMPARE(shown.lines()->change(0, true), 4);
         QCOMPARE(shown.lines()->change(9, false), 4);
         shown.lines()->unfold(0);
@@ -83,6 +95,9 @@ private Q_SLOTS:
         shown.setBeside(false);
         QCOMPARE(kinds(), u"fold same same same removed added added same same same fold"_s);
 
+        QCOMPARE(markedLine(u"a<bc d"_s, {{1, 3}}, {{0, 2, 0x112233}, {5, 1, 0xff}}),
+                 u"<font color=\"#112233\">a</font><u><b><font color=\"#112233\">&lt;</font></b></u><u><b>bc</b></u>"
+                 "&nbsp;<font color=\"#0000ff\">d</font>"_s);
         desk->call("compareTask", {u""_s});
         QVERIFY(Desk::waitFor([&] { return !shown.isBusy(); }));
         QCOMPARE(shown.files().size(), 2);

@@ -241,8 +241,9 @@ void WindowTest::aProjectIsMadeFromTheFirstWordToTheLast()
     QCOMPARE(desk->text(u"panelTitle"_s), u"Файлы проекта"_s);
     const int page = desk->app().files()[0].toMap().value(u"path"_s) == u"calculator.html"_s ? 0 : 1;
     QVERIFY(desk->click(rowAt(desk->item(u"fileList"_s), page)));
-    QTRY_COMPARE(desk->text(u"plainText"_s), desk->app().fileContent(u"calculator.html"_s));
-    QVERIFY(desk->text(u"plainText"_s).contains(u"<!doctype"_s, Qt::CaseInsensitive));
+    CodeView &viewer = *desk->app().property("viewer").value<CodeView *>();
+    QTRY_COMPARE(viewer.text(0, viewer.rowCount()), desk->app().fileContent(u"calculator.html"_s));
+    QVERIFY(viewer.text(0, 0).contains(u"<!doctype"_s, Qt::CaseInsensitive));
     QVERIFY(desk->click(u"fileHistory"_s));
     QTRY_VERIFY(desk->isOpen(u"details"_s));
     QTRY_VERIFY(desk->text(u"fieldValue"_s).contains(u" · Разработчик · "_s));
