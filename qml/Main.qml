@@ -15,8 +15,15 @@ ApplicationWindow {
     property real sidebarWidth: wantedSidebar()
     property real inspectorWidth: wantedInspector()
     /* What of it there is room for beside the conversation. */
-    readonly property real shownInspectorWidth: Math.max(Theme.inspectorLeast, Math.min(inspectorWidth,
-        width - (sidebarOpen ? sidebarWidth : 0) - 2 * Theme.handleWidth - Theme.centreLeast))
+    readonly property real shownInspectorWidth: Math.max(Theme.inspectorLeast, Math.min(
+        inspectorWidth === Theme.inspectorWidth && !rightHandle.dragging
+            ? Math.min(Theme.inspectorMost, inspectorWidth + spare * .7) : inspectorWidth,
+        width - (sidebarOpen ? shownSidebarWidth : 0) - 2 * Theme.handleWidth - Theme.centreLeast))
+    /* What a wide window leaves beside a comfortable conversation goes to columns whose width nobody has set. */
+    readonly property real spare: Math.max(0, width - Theme.sidebarWidth - Theme.inspectorWidth - 2 * Theme.handleWidth
+                                              - Theme.textColumn - 160)
+    readonly property real shownSidebarWidth: sidebarWidth === Theme.sidebarWidth && !leftHandle.dragging
+        ? Math.min(Theme.sidebarRoomy, sidebarWidth + spare * .3) : sidebarWidth
     readonly property bool animated: (preferences.animations ?? true) && active && visibility !== Window.Minimized
     readonly property bool glass: preferences.glass ?? true
     readonly property var current: backend.uiState
@@ -214,13 +221,13 @@ ApplicationWindow {
         SlidingColumn {
             objectName: "leftColumn"
             open: app.sidebarOpen
-            contentWidth: app.sidebarWidth
+            contentWidth: app.shownSidebarWidth
             dragged: leftHandle.dragging
             Layout.fillHeight: true
 
             LeftColumn {
                 id: left
-                width: app.sidebarWidth
+                width: app.shownSidebarWidth
                 height: parent.height
                 service: app.backend
                 quiet: !app.live && !app.backend.chatBusy
@@ -242,7 +249,7 @@ ApplicationWindow {
             id: leftHandle
             objectName: "leftHandle"
             visible: app.sidebarOpen
-            value: app.sidebarWidth
+            value: app.shownSidebarWidth
             from: Theme.sidebarLeast
             to: Theme.sidebarMost
             direction: app.teamLeft ? -1 : 1

@@ -53,6 +53,14 @@ QtObject {
     readonly property color settings: light ? "#f5f5f5" : "#252525"
     readonly property color settingsVeil: light ? "#edf6f6f6" : "#ed222222"
 
+    // Over and under what lies over the window
+    readonly property color dim: light ? "#3c000000" : "#80000000"
+    readonly property real shadow: light ? .4 : .8
+    readonly property color dialogGround: light ? "#f7f7f7" : "#252525"
+    readonly property color centreClear: light ? "#00f3f3f3" : "#00111111"
+    readonly property color bar: light ? "#b4b4b4" : "#4c4c4c"
+    readonly property color barActive: light ? "#808080" : "#7a7a7a"
+
     // Buttons
     readonly property color button: light ? "#fbfbfb" : "#222222"
     readonly property color buttonHovered: light ? "#e6e6e6" : "#303030"
@@ -165,6 +173,7 @@ QtObject {
     readonly property int sidebarWidth: 236
     readonly property int sidebarLeast: 180
     readonly property int sidebarMost: 380
+    readonly property int sidebarRoomy: 320
     readonly property int inspectorWidth: 390
     readonly property int inspectorLeast: 280
     readonly property int inspectorMost: 620

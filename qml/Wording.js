@@ -71,6 +71,13 @@ function size(bytes) {
     return bytes < 1024 ? bytes + " Б" : Math.ceil(bytes / 1024) + " КБ";
 }
 
+// What a command runs, and below it an argument a line; one whose end could not be seen is in quotation marks.
+function commandText(input) {
+    const words = Array.from(input.arguments?.length > 0 ? input.arguments : [], String);
+    const lines = words.map(word => word === word.trim() && word !== "" && !/[\n\r\t]/.test(word) ? word : JSON.stringify(word));
+    return [input.program ?? input.tool ?? ""].concat(lines.map(line => "    " + line)).join("\n");
+}
+
 function eventText(event, labels) {
     if (event.type === "WorkflowStepCompleted")
         return (event.message ?? "") + " · результат передан дальше";

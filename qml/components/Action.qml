@@ -9,8 +9,12 @@ Button {
 
     property bool primary: false
     property string tip: ""
+    /* A sign at the right edge. */
+    property string trailing: ""
     /* Whether a long text takes several lines. */
     property bool wraps: false
+    /* What is explained: what the button does, or else a name that there is no room for. */
+    readonly property string told: tip || ((contentItem as ButtonText)?.truncated ? text : "")
     /* Who has pressed the button needs no explanation any more. */
     property bool explained: false
 
@@ -28,10 +32,10 @@ Button {
     Keys.onEnterPressed: click()
 
     Loader {
-        active: root.tip !== "" && (root.hovered || root.visualFocus)
+        active: root.told !== "" && (root.hovered || root.visualFocus)
         sourceComponent: Tip {
             parent: root
-            text: root.tip
+            text: root.told
             visible: (root.hovered || root.visualFocus) && !root.explained
         }
     }
@@ -41,20 +45,18 @@ Button {
     background: Rectangle {
         radius: 8
         color: !root.enabled ? Theme.buttonDisabled
-            : root.primary ? Theme.buttonPrimary : root.hovered || root.checked ? Theme.buttonHovered : Theme.button
-        border.width: root.visualFocus ? 2 : root.primary ? 0 : 1
+            : root.primary ? Theme.buttonPrimary : root.hovered || root.checked ? Theme.buttonHovered
+            : root.flat ? "transparent" : Theme.button
+        border.width: root.visualFocus ? 2 : root.primary || root.flat && !root.hovered ? 0 : 1
         border.color: root.visualFocus ? (root.primary && root.enabled ? Theme.dotIdle : Theme.focus)
             : Theme.buttonBorder
         Behavior on color { ColorAnimation { duration: Theme.tint } }
     }
-    contentItem: Text {
-        text: root.text
+    contentItem: ButtonText {
+        label: root.text
+        trailing: root.trailing
+        wraps: root.wraps
         font: root.font
-        textFormat: Text.PlainText
         color: !root.enabled ? Theme.buttonTextDisabled : root.primary ? Theme.buttonTextPrimary : Theme.buttonText
-        elide: root.wraps ? Text.ElideNone : Text.ElideRight
-        wrapMode: root.wraps ? Text.Wrap : Text.NoWrap
-        horizontalAlignment: Text.AlignHCenter
-        verticalAlignment: Text.AlignVCenter
     }
 }

@@ -1,8 +1,8 @@
 import QtQuick
 import Vesk
 
-/* The border between two columns, which changes the width of one of them. */
-Rectangle {
+/* The border between two columns, which changes the width of one of them: a thin line that can be caught beside it. */
+Item {
     id: root
 
     required property real value
@@ -16,7 +16,7 @@ Rectangle {
     signal released(real value)
 
     implicitWidth: Theme.handleWidth
-    color: area.containsMouse || area.pressed || activeFocus ? Theme.handleHovered : Theme.handle
+    z: 1
     activeFocusOnTab: true
     Accessible.role: Accessible.Splitter
     Accessible.name: "Ширина панели"
@@ -32,12 +32,20 @@ Rectangle {
         released(next);
     }
 
+    Rectangle {
+        readonly property bool caught: area.containsMouse || area.pressed || root.activeFocus
+
+        x: root.direction > 0 ? 0 : root.width - width
+        width: caught ? 3 : 1
+        height: root.height
+        color: caught ? Theme.handleHovered : Theme.handle
+    }
     MouseArea {
         id: area
         property real startX
         property real startValue
 
-        anchors.fill: parent
+        anchors { fill: parent; leftMargin: -3; rightMargin: -3 }
         hoverEnabled: true
         cursorShape: Qt.SizeHorCursor
         onPressed: mouse => {

@@ -15,6 +15,7 @@ Menu {
         color: Theme.menu
         radius: 10
         border.color: Theme.menuBorder
+        Shadow {}
     }
     enter: Transition {
         NumberAnimation { property: "opacity"; from: 0; to: 1; duration: Theme.fade }

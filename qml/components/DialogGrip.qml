@@ -12,7 +12,7 @@ Item {
     implicitHeight: size + 4
 
     Rectangle {
-        anchors { right: parent.right; bottom: parent.bottom; margins: 4 }
+        anchors { right: parent.right; bottom: parent.bottom; margins: 6 }
         width: root.size
         height: root.size
         radius: 4

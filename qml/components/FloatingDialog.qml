@@ -12,6 +12,9 @@ Dialog {
     padding: 16
     focus: true
     closePolicy: Popup.CloseOnEscape
+    dim: true
+    Overlay.modal: Dim {}
+    Overlay.modeless: Dim {}
     onAboutToShow: if (!raising) centre()
 
     /* What the grip leaves of it, and how far it keeps from the edges. */
@@ -76,6 +79,15 @@ Dialog {
         color: Theme.dialog
         radius: 20
         border.color: Theme.dialogBorder
+
+        Shadow {}
+        /* Words of the window that shine through glass can be mistaken for the dialog's. */
+        Rectangle {
+            anchors.fill: parent
+            z: -1
+            radius: parent.radius
+            color: Theme.dialogGround
+        }
     }
     header: Item {
         implicitHeight: 58

@@ -25,7 +25,7 @@ ListView {
     keyNavigationEnabled: true
     currentIndex: -1
     Accessible.role: Accessible.List
-    ScrollBar.vertical: ScrollBar {}
+    ScrollBar.vertical: ThinBar {}
     Keys.onReturnPressed: event => event.accepted = act(activated)
     Keys.onEnterPressed: event => event.accepted = act(activated)
     Keys.onSpacePressed: event => event.accepted = act(activated)

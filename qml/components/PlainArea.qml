@@ -13,6 +13,12 @@ ScrollView {
     property string name: ""
 
     clip: true
+    ScrollBar.vertical: ThinBar {
+        parent: root
+        x: parent.width - width
+        y: root.topPadding
+        height: root.availableHeight
+    }
     background: Rectangle {
         color: "transparent"
         radius: 8

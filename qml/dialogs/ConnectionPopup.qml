@@ -14,11 +14,14 @@ Popup {
     width: Math.min(Theme.px(420), (parent?.width ?? 420) - 40)
     padding: 24
     focus: true
+    dim: true
+    Overlay.modeless: Dim {}
     closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutside
     background: Rectangle {
         color: Theme.popup
         radius: 20
         border.color: Theme.cardBorder
+        Shadow {}
     }
     contentItem: MainApi { service: root.service }
 }

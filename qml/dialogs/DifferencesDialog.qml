@@ -56,10 +56,6 @@ FloatingDialog {
                     root.service.compareRevisions(root.differences.path);
                 }
             }
-            Action {
-                text: "Закрыть"
-                onClicked: root.close()
-            }
         }
     }
 }

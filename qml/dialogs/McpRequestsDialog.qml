@@ -23,7 +23,7 @@ FloatingDialog {
             boundsBehavior: Flickable.StopAtBounds
             Layout.fillWidth: true
             Layout.fillHeight: true
-            ScrollBar.vertical: ScrollBar {}
+            ScrollBar.vertical: ThinBar {}
             model: Rows {
                 source: root.service
                 list: "mcpRequests"
@@ -35,11 +35,6 @@ FloatingDialog {
                 request: row
                 onDecided: allow => root.service.allowMcp(row.id, allow)
             }
-        }
-        Action {
-            text: "Закрыть"
-            Layout.alignment: Qt.AlignRight
-            onClicked: root.close()
         }
     }
 }

@@ -5,12 +5,13 @@ import QtQuick.Layouts
 import Vesk
 import "../Wording.js" as Wording
 
-/* The commands that a run asks leave for, each in full. */
+/* The commands that a run asks leave for: what would be run, then the request in full. */
 FloatingDialog {
     id: root
 
     required property Backend service
     required property list<var> pending
+    readonly property bool single: pending.length === 1
 
     objectName: "permissions"
     title: "Разрешить команду?"
@@ -27,28 +28,56 @@ FloatingDialog {
         ListView {
             id: requests
             clip: true
-            spacing: 14
+            spacing: 20
             boundsBehavior: Flickable.StopAtBounds
             model: root.pending
             Layout.fillWidth: true
             Layout.fillHeight: true
-            ScrollBar.vertical: ScrollBar {}
+            ScrollBar.vertical: ThinBar {}
             delegate: ColumnLayout {
                 id: request
                 required property var modelData
+                readonly property var input: modelData.node?.input ?? {}
                 width: ListView.view.width
+                height: Math.max(implicitHeight, root.single ? ListView.view.height : 0)
                 spacing: 10
+                Rectangle {
+                    color: Theme.code
+                    radius: 8
+                    Layout.fillWidth: true
+                    Layout.preferredHeight: Math.min(Theme.px(180), command.implicitHeight)
+
+                    PlainArea {
+                        id: command
+                        objectName: "commandLine"
+                        anchors.fill: parent
+                        name: "Команда"
+                        text: Wording.visible(Wording.commandText(request.input))
+                        textFont.family: Theme.codeFamily
+                        textFont.pixelSize: Theme.body
+                    }
+                }
+                Heading { text: "ЗАПРОС ЦЕЛИКОМ" }
                 PlainArea {
-                    name: "Команда"
-                    text: Wording.visible(Wording.pretty(request.modelData.node?.input ?? {}))
+                    objectName: "commandRequest"
+                    name: "Запрос целиком"
+                    text: Wording.visible(Wording.pretty(request.input))
+                    textColor: Theme.textDetail
                     textFont.family: Theme.codeFamily
                     textFont.pixelSize: Theme.note
                     Layout.fillWidth: true
-                    Layout.preferredHeight: Math.min(requests.count > 1 ? 220 : 260, implicitHeight)
+                    Layout.fillHeight: true
+                    Layout.minimumHeight: Theme.px(60)
+                    Layout.preferredHeight: Math.min(Theme.px(140), implicitHeight)
                 }
                 RowLayout {
                     spacing: 10
-                    Layout.alignment: Qt.AlignRight
+                    Action {
+                        visible: root.single
+                        text: "Закрыть"
+                        onClicked: root.close()
+                    }
+                    Item { Layout.fillWidth: true }
                     Action {
                         objectName: "denyCommand"
                         text: "Запретить"
@@ -64,6 +93,7 @@ FloatingDialog {
             }
         }
         Action {
+            visible: !root.single
             text: "Закрыть"
             Layout.alignment: Qt.AlignRight
             onClicked: root.close()

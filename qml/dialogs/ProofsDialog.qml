@@ -130,11 +130,6 @@ FloatingDialog {
                 visible: root.proofs.gaps?.length > 0
                 onClicked: root.detailsRequested(root.proofs.gaps.map(gap => "• " + gap).join("\n"))
             }
-            Action {
-                text: "Закрыть"
-                primary: true
-                onClicked: root.close()
-            }
         }
     }
 }

@@ -120,10 +120,6 @@ FloatingDialog {
                 enabled: root.chosen !== "" && root.count > 0 && !root.service.restoring
                 onClicked: root.service.restore(root.chosen)
             }
-            Action {
-                text: "Закрыть"
-                onClicked: root.close()
-            }
         }
     }
 }

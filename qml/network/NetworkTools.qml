@@ -11,8 +11,8 @@ Flow {
 
     component Tool: Action {
         padding: 6
-        leftPadding: 10
-        rightPadding: 10
+        leftPadding: 6
+        rightPadding: 6
         implicitHeight: Theme.px(28)
         font.pixelSize: Theme.small
     }

@@ -67,7 +67,7 @@ ColumnLayout {
         Layout.fillWidth: true
         Layout.fillHeight: true
         Layout.minimumHeight: 400
-        ScrollBar.vertical: ScrollBar {}
+        ScrollBar.vertical: ThinBar {}
 
         /* The window doesn't wait for it. */
         Loader {

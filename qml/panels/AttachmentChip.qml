@@ -25,12 +25,12 @@ Rectangle {
         fillMode: Image.PreserveAspectFit
         sourceSize: Qt.size(104, 104)
     }
-    Note {
+    NameText {
         anchors { left: picture.right; right: remove.left; verticalCenter: parent.verticalCenter; margins: 6 }
         objectName: "attachmentName"
         text: root.row.name ?? ""
         color: Theme.textDetail
-        wrapMode: Text.NoWrap
+        font.pixelSize: Theme.note
         elide: Text.ElideMiddle
     }
     IconAction {

@@ -56,7 +56,7 @@ Rectangle {
             contentHeight: input.implicitHeight
             Layout.fillWidth: true
             Layout.preferredHeight: Math.max(54, Math.min(Theme.px(130), input.implicitHeight))
-            ScrollBar.vertical: ScrollBar {}
+            ScrollBar.vertical: ThinBar {}
 
             TextArea.flickable: TextArea {
                 id: input

@@ -1,5 +1,6 @@
 pragma ComponentBehavior: Bound
 import QtQuick
+import QtQuick.Controls.Basic
 import QtQuick.Layouts
 import Vesk
 
@@ -38,6 +39,7 @@ Rectangle {
             clip: true
             boundsBehavior: Flickable.StopAtBounds
             contentHeight: choices.implicitHeight
+            ScrollBar.vertical: ThinBar {}
             Layout.fillWidth: true
             Layout.preferredHeight: Math.min(220, choices.implicitHeight)
 

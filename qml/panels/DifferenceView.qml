@@ -48,11 +48,10 @@ RowLayout {
 
             contentItem: Column {
                 spacing: 2
-                LabelText {
+                NameText {
                     width: parent.width
                     text: file.modelData.path
                     font.pixelSize: Theme.note
-                    wrapMode: Text.NoWrap
                     elide: Text.ElideMiddle
                 }
                 Note {
@@ -73,10 +72,9 @@ RowLayout {
 
         RowLayout {
             spacing: 8
-            LabelText {
+            NameText {
                 objectName: "differencePath"
                 text: root.differences.path
-                wrapMode: Text.NoWrap
                 elide: Text.ElideMiddle
                 Layout.fillWidth: true
             }

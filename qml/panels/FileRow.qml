@@ -15,16 +15,24 @@ ListRow {
     Accessible.name: (row.path ?? "") + ", " + about.text
 
     contentItem: Item {
-        LabelText {
-            anchors { left: parent.left; right: parent.right; bottom: parent.verticalCenter }
-            text: "▤  " + (root.row.path ?? "").replace(/\//g, "  ›  ")
+        Sign {
+            id: sign
+            anchors { left: parent.left; verticalCenter: path.verticalCenter }
+            width: Theme.px(15)
+            height: width
+            sign: "▤"
+            color: path.color
+        }
+        NameText {
+            id: path
+            anchors { left: sign.right; leftMargin: 8; right: parent.right; bottom: parent.verticalCenter }
+            text: (root.row.path ?? "").replace(/\//g, "  ›  ")
             font.pixelSize: Theme.note
-            wrapMode: Text.NoWrap
             elide: Text.ElideMiddle
         }
         Note {
             id: about
-            anchors { left: parent.left; right: parent.right; top: parent.verticalCenter; topMargin: 3 }
+            anchors { left: path.left; right: parent.right; top: parent.verticalCenter; topMargin: 3 }
             text: root.row.type === "media"
                 ? (root.row.usage ? root.row.usage + " · " : "") + (root.row.kind ?? "") + " · "
                   + Math.ceil((root.row.bytes ?? 0) / 1024) + " КБ"

@@ -24,10 +24,8 @@ ColumnLayout {
     spacing: 12
 
     RowLayout {
-        LabelText {
+        NameText {
             text: root.service.projectName || "Нет проекта"
-            wrapMode: Text.NoWrap
-            elide: Text.ElideRight
             Layout.fillWidth: true
         }
         IconAction {
@@ -37,10 +35,10 @@ ColumnLayout {
             onClicked: root.service.openWorkspace()
         }
     }
-    Note {
+    NameText {
         text: root.service.root
+        color: Theme.textNote
         font.pixelSize: Theme.small
-        wrapMode: Text.NoWrap
         elide: Text.ElideMiddle
         Layout.fillWidth: true
         Layout.topMargin: -8
@@ -50,6 +48,9 @@ ColumnLayout {
         objectName: "fileList"
         spacing: 6
         Layout.fillWidth: true
+        Layout.fillHeight: true
+        Layout.minimumHeight: 90
+        Layout.maximumHeight: Layout.preferredHeight
         Layout.preferredHeight: Math.max(90, Math.min(Theme.px(230), count * (Theme.px(56) + 6)))
         Accessible.name: "Файлы проекта"
         model: Rows {
@@ -104,6 +105,7 @@ ColumnLayout {
         radius: 8
         Layout.fillWidth: true
         Layout.fillHeight: true
+        Layout.minimumHeight: 110
 
         CodeLines {
             objectName: "fileViewer"

@@ -59,6 +59,7 @@ Rectangle {
         Action {
             objectName: "newChat"
             text: "+  Новый чат"
+            font.weight: Font.DemiBold
             enabled: root.quiet
             Layout.fillWidth: true
             onClicked: root.newChat()
@@ -79,6 +80,7 @@ Rectangle {
             id: projectButton
             objectName: "projectButton"
             text: root.service.projectName || "Выбрать проект"
+            trailing: "▾"
             Layout.fillWidth: true
             onClicked: projectMenu.toggle()
 
@@ -93,7 +95,7 @@ Rectangle {
                 sourceComponent: ProjectMenu {
                     parent: projectButton
                     y: projectButton.height + 4
-                    width: projectButton.width
+                    width: Math.max(projectButton.width, Theme.px(220))
                     service: root.service
                     onChosen: root.projectChosen()
                     onNewProject: root.newProject()
@@ -104,6 +106,7 @@ Rectangle {
         Action {
             objectName: "openFolder"
             text: "Открыть папку"
+            flat: true
             visible: root.service.root !== ""
             Layout.fillWidth: true
             onClicked: root.service.openWorkspace()
@@ -144,11 +147,11 @@ Rectangle {
                 Layout.preferredWidth: 7
                 Layout.preferredHeight: 7
             }
-            Note {
+            NameText {
                 objectName: "modelName"
                 text: root.demo ? "Демонстрация" : root.service.settings.model ?? ""
-                wrapMode: Text.NoWrap
-                elide: Text.ElideRight
+                color: Theme.textNote
+                font.pixelSize: Theme.note
                 Layout.fillWidth: true
             }
             IconAction {

@@ -40,11 +40,11 @@ AbstractButton {
             text: "Файл"
             color: Theme.textDetail
         }
-        Note {
+        NameText {
             anchors { left: parent.left; right: parent.right; bottom: parent.bottom; margins: 8 }
             text: root.file.name ?? ""
             color: Theme.textDetail
-            wrapMode: Text.NoWrap
+            font.pixelSize: Theme.note
             elide: Text.ElideMiddle
         }
     }

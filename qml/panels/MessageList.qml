@@ -28,7 +28,7 @@ ListView {
     activeFocusOnTab: true
     Accessible.role: Accessible.List
     Accessible.name: "Сообщения"
-    ScrollBar.vertical: ScrollBar { onPressedChanged: if (!pressed) root.noteScroll() }
+    ScrollBar.vertical: ThinBar { onPressedChanged: if (!pressed) root.noteScroll() }
 
     function noteScroll() {
         follow = atYEnd || contentHeight <= height;
@@ -92,6 +92,10 @@ ListView {
         event.accepted = true;
     }
 
+    FadeEdge {
+        parent: root
+        list: root
+    }
     // The keyboard is here, and not in one of the texts.
     Rectangle {
         parent: root

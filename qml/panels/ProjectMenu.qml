@@ -23,6 +23,7 @@ Popup {
         color: Theme.menu
         radius: 10
         border.color: Theme.menuBorder
+        Shadow {}
     }
     contentItem: Column {
         spacing: 6
@@ -46,11 +47,9 @@ Popup {
                 padding: 8
                 text: row.name
                 fill: hovered ? Theme.menuHighlight : "transparent"
-                contentItem: LabelText {
+                contentItem: NameText {
                     text: project.text
                     font.pixelSize: Theme.note
-                    wrapMode: Text.NoWrap
-                    elide: Text.ElideRight
                     verticalAlignment: Text.AlignVCenter
                 }
                 onClicked: root.choose(row.id)

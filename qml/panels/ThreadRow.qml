@@ -20,13 +20,11 @@ ListRow {
         spacing: 4
         ColumnLayout {
             spacing: 2
-            LabelText {
+            NameText {
                 id: title
                 text: root.row.spec?.title || root.row.spec?.original_request || "Новая задача"
                 maximumLineCount: 1
                 font.pixelSize: Theme.note
-                wrapMode: Text.NoWrap
-                elide: Text.ElideRight
                 Layout.fillWidth: true
             }
             Note {
@@ -38,9 +36,12 @@ ListRow {
             }
         }
         IconAction {
+            id: more
             objectName: "threadMenuButton"
             text: "⋯"
             tip: "Действия с диалогом"
+            flat: true
+            opacity: root.hovered || hovered || root.current ? 1 : 0
             focusPolicy: Qt.NoFocus // the menu key of the list does the same
             leftPadding: 7
             rightPadding: 7

@@ -36,16 +36,17 @@ ComboBox {
         activated(place);
     }
 
-    indicator: Text {
-        x: root.width - width - 14
+    indicator: Sign {
+        x: root.width - width - 12
         anchors.verticalCenter: parent.verticalCenter
-        text: "▾"
+        width: Theme.px(16)
+        height: width
+        sign: "▾"
         color: root.enabled ? Theme.softButtonText : Theme.softButtonTextDisabled
-        font.pixelSize: Theme.body
     }
     contentItem: Text {
         text: root.displayText
-        rightPadding: 24
+        rightPadding: Theme.px(24)
         font: root.font
         textFormat: Text.PlainText
         color: root.enabled ? Theme.softButtonText : Theme.softButtonTextDisabled
@@ -83,6 +84,7 @@ ComboBox {
             color: Theme.menu
             radius: 10
             border.color: Theme.menuBorder
+            Shadow {}
         }
         contentItem: Item {
             Input {
@@ -119,7 +121,7 @@ ComboBox {
                 reuseItems: true
                 model: places.length
                 highlightMoveDuration: 0
-                ScrollBar.vertical: ScrollBar {}
+                ScrollBar.vertical: ThinBar {}
                 Keys.onReturnPressed: accept()
                 Keys.onEnterPressed: accept()
                 Keys.onSpacePressed: accept()

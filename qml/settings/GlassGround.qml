@@ -23,6 +23,7 @@ Rectangle {
     color: Theme.settings
     border.color: Theme.dialogBorder
 
+    Shadow {}
     Loader {
         id: snapshots
         active: root.blurs

@@ -19,12 +19,13 @@ CheckBox {
         color: root.checked ? Theme.dotOn : Theme.popupField
         border.width: root.visualFocus ? 2 : 1
         border.color: root.visualFocus ? Theme.focus : root.hovered ? Theme.softButtonBorderHovered : Theme.popupFieldBorder
-        Text {
+        Sign {
             anchors.centerIn: parent
+            width: 16
+            height: 16
             visible: root.checked
-            text: "✓"
+            sign: "✓"
             color: Theme.window
-            font.pixelSize: Theme.body
         }
     }
     contentItem: LabelText {

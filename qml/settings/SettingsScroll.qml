@@ -1,5 +1,6 @@
 import QtQuick
 import QtQuick.Controls.Basic
+import Vesk
 
 /* A page that is longer than the dialog. What gets the focus by keyboard comes into view. */
 ScrollView {
@@ -28,6 +29,12 @@ ScrollView {
     clip: true
     contentWidth: availableWidth
     rightPadding: 14
-    ScrollBar.vertical.policy: alwaysBar ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
+    ScrollBar.vertical: ThinBar {
+        parent: root
+        x: parent.width - width
+        y: root.topPadding
+        height: root.availableHeight
+        policy: root.alwaysBar ? ScrollBar.AlwaysOn : ScrollBar.AsNeeded
+    }
     onFocusedChanged: if (focused && holds(focused)) show(focused)
 }

@@ -36,13 +36,9 @@ Button {
             : root.hovered ? Theme.softButtonBorderHovered : Theme.softButtonBorder
         Behavior on color { ColorAnimation { duration: Theme.softTint } }
     }
-    contentItem: Text {
-        text: root.text
+    contentItem: ButtonText {
+        label: root.text
         font: root.font
-        textFormat: Text.PlainText
         color: root.enabled ? Theme.softButtonText : Theme.softButtonTextDisabled
-        elide: Text.ElideRight
-        horizontalAlignment: Text.AlignHCenter
-        verticalAlignment: Text.AlignVCenter
     }
 }

@@ -47,6 +47,8 @@ TestCase {
 
     StandIn { id: desk }
     Component { id: windowComponent; Main { backend: desk } }
+    Component { id: buttonComponent; Action {} }
+    Component { id: signComponent; Sign {} }
 
     function cleanup() {
         Theme.look = "dark";
@@ -104,6 +106,7 @@ TestCase {
     }
     function test_theLookIsChosenInTheSettingsAndKept() {
         const app = createTemporaryObject(windowComponent, null);
+        tryVerify(() => findChild(app.contentItem, "panelTitle") !== null);
         app.dialogs().workspaceSettings.show().open();
         findChild(app.dialogs().workspaceSettings.dialog.contentItem, "themeChoice").choose(1);
         compare(desk.preferences.theme, "light");
@@ -120,6 +123,18 @@ TestCase {
         Theme.desktopPoints = data.points;
         Theme.chosenTextScale = data.chosen;
         compare(Theme.normal, data.normal);
+    }
+    function test_aSignOnAButtonIsDrawn_data() {
+        const row = (text, words, before, behind) => ({ tag: text, words, before, behind });
+        return [row("×", "", "×", ""), row("+  Новый чат", "Новый чат", "+", ""), row("Файл ↗", "Файл", "", "↗"),
+            row("+1", "+1", "", ""), row("a×", "a×", "", ""), row("↑", "", "↑", "")];
+    }
+    function test_aSignOnAButtonIsDrawn(data) {
+        const button = createTemporaryObject(buttonComponent, this, { text: data.tag });
+        const shown = button.contentItem;
+        compare([shown.text, shown.before, shown.behind], [data.words, data.before, data.behind]);
+        for (const sign of shown.signs)
+            verify(createTemporaryObject(signComponent, this, { sign }).known, sign);
     }
     function test_theLookFollowsTheDesktopOnlyWhenAsked() {
         for (const scheme of [Qt.ColorScheme.Light, Qt.ColorScheme.Dark, Qt.ColorScheme.Unknown]) {
