@@ -12,6 +12,7 @@
 #include <QDir>
 #include <QFile>
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QLibrary>
 #include <QProcess>
 #include <QQmlApplicationEngine>
@@ -143,10 +144,30 @@ QList<double> working(QQuickWindow *window)
     });
 }
 
+/// A dialog opens, closes and opens again.
+QList<double> opening(QQuickWindow *window)
+{
+    return framesOf(window, [=](int i) {
+        QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
+        if (i % 30 == 0)
+            window->setProperty("page", u"Настройки агентов"_s);
+        else if (i % 30 == 15)
+            QCoreApplication::sendEvent(window, &escape);
+        else
+            window->setProperty("page", u"Чат"_s);
+    });
+}
+
+/// The left column becomes wider, pixel by pixel.
+QList<double> widening(QQuickWindow *window)
+{
+    return framesOf(window, [=](int i) { window->setProperty("sidebarWidth", 200 + 2 * (i % 60)); });
+}
+
 void move()
 {
     QQuickWindow *window = mainWindow();
-    for (const auto &motion : {scrolling, talking, working}) {
+    for (const auto &motion : {scrolling, talking, working, opening, widening}) {
         motion(window); // warm
         QList<double> times = motion(window);
         std::ranges::sort(times);
@@ -386,7 +407,8 @@ void InterfaceBenchmark::nothingStutters()
     fillConversation(data.path(), project.path());
     Child child({u"--vesk"_s, u"--data-dir"_s, data.path()}, {u"BENCH_MOTION=1"_s});
     child.line();
-    for (const char *motion : {"scrolling 2000 messages", "talking below 2000 messages", "tasks at work"}) {
+    for (const char *motion : {"scrolling 2000 messages", "talking below 2000 messages", "tasks at work", "a dialog opens",
+                               "a column is resized"}) {
         const QList<double> times = child.line();
         QCOMPARE(times.size(), 3);
         qInfo("%s: a frame takes %.1f ms, 99%% %.1f, longest %.1f (goal 16 and 33)", motion, times[0], times[1],
