@@ -10,7 +10,7 @@ Rectangle {
     height: 28
     visible: !list.atYBeginning
     gradient: Gradient {
-        GradientStop { position: 0; color: Theme.centre }
+        GradientStop { position: .3; color: Theme.centre }
         GradientStop { position: 1; color: Theme.centreClear }
     }
 }

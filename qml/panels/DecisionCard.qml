@@ -13,6 +13,10 @@ Rectangle {
     signal answered(string answer)
     signal ownAnswer()
 
+    // In a low window the answers give way, and scroll.
+    Layout.fillHeight: true
+    Layout.minimumHeight: question.implicitHeight + 44 + Theme.px(40)
+    Layout.maximumHeight: implicitHeight
     implicitHeight: content.implicitHeight + 32
     radius: 14
     color: Theme.card
@@ -22,7 +26,7 @@ Rectangle {
 
     ColumnLayout {
         id: content
-        anchors { left: parent.left; right: parent.right; top: parent.top; margins: 16 }
+        anchors { fill: parent; margins: 16 }
         spacing: 12
 
         LabelText {
@@ -41,7 +45,8 @@ Rectangle {
             contentHeight: choices.implicitHeight
             ScrollBar.vertical: ThinBar {}
             Layout.fillWidth: true
-            Layout.preferredHeight: Math.min(220, choices.implicitHeight)
+            Layout.fillHeight: true
+            Layout.preferredHeight: Math.min(Theme.px(220), choices.implicitHeight)
 
             Flow {
                 id: choices
