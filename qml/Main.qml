@@ -43,6 +43,9 @@ ApplicationWindow {
     readonly property Rows tasks: taskRows
     /* Of the desktop's own font, when the window was made. */
     property real desktopPoints: 10
+    /* The control that had the focus is gone, or can't be used any more. */
+    readonly property bool focusLost: active && (!activeFocusItem || activeFocusItem === contentItem
+        || !activeFocusItem.visible || !activeFocusItem.enabled)
 
     title: "VESK — рабочий чат"
     width: 1440
@@ -119,6 +122,10 @@ ApplicationWindow {
         page = "Чат";
         input.forceActiveFocus();
     }
+    function keepFocus() {
+        if (focusLost)
+            input.forceActiveFocus();
+    }
     function showPage() {
         const panels = { "Файлы": "files", "Ход работы": "agents", "История": "history" };
         if (page in panels)
@@ -131,6 +138,7 @@ ApplicationWindow {
     onWidthChanged: if (width < 1150) inspectorOpen = false
     onInspectorOpenChanged: if (inspectorOpen && width < 1250) sidebarOpen = false
     onSidebarOpenChanged: if (sidebarOpen && width < 1250) inspectorOpen = false
+    onFocusLostChanged: if (focusLost) Qt.callLater(keepFocus)
     onPageChanged: showPage()
     onSettingsAgentChanged: if (settingsAgent !== "") dialogs().showSettingsOf(settingsAgent)
     Component.onCompleted: input.forceActiveFocus()
@@ -210,6 +218,12 @@ ApplicationWindow {
         anchors.fill: parent
         spacing: 0
         layoutDirection: app.teamLeft ? Qt.RightToLeft : Qt.LeftToRight
+        Keys.onEscapePressed: event => {
+            event.accepted = app.backend.message !== "";
+            app.backend.dismissMessage();
+        }
+
+        TabKeys { ground: app.contentItem }
 
         SlidingColumn {
             objectName: "leftColumn"

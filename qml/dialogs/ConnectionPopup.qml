@@ -21,4 +21,7 @@ Popup {
         border.color: Theme.cardBorder
     }
     contentItem: MainApi { service: root.service }
+    Component.onCompleted: contentItem.parent.Accessible.name = "Подключение модели"
+
+    TabKeys { ground: root.contentItem.parent }
 }

@@ -14,11 +14,9 @@
 #include <QDir>
 #include <QDropEvent>
 #include <QFile>
-#include <QImage>
 #include <QMimeData>
 #include <QQuickStyle>
 #include <QRegularExpression>
-#include <QSet>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
 
@@ -63,41 +61,6 @@ QQuickItem *rowAt(QQuickItem *list, int place)
     return row;
 }
 
-QString nameOf(const QObject *object)
-{
-    return object ? QString::fromLatin1(object->metaObject()->className()) + u' ' + object->objectName() : u"?"_s;
-}
-
-bool isControl(const QQuickItem *item)
-{
-    for (const char *kind : {"QQuickAbstractButton", "QQuickTextField", "QQuickTextArea"}) {
-        if (item->inherits(kind))
-            return true;
-    }
-    return false;
-}
-
-void collectNameless(QAccessibleInterface *node, QStringList &found)
-{
-    if (!node || node->state().invisible)
-        return;
-    static const QSet<QAccessible::Role> operated{
-        QAccessible::Button,   QAccessible::EditableText, QAccessible::ListItem, QAccessible::MenuItem,
-        QAccessible::CheckBox, QAccessible::List,         QAccessible::Splitter};
-    if (operated.contains(node->role()) && node->text(QAccessible::Name).isEmpty())
-        found.append(nameOf(node->object()));
-    for (int i = 0; i < node->childCount(); ++i)
-        collectNameless(node->child(i), found);
-}
-
-/// Everything that assistive technology is told of and that can be operated, and has no name.
-QString namelessIn(QQuickWindow &window)
-{
-    QStringList found;
-    collectNameless(QAccessible::queryAccessibleInterface(&window), found);
-    return found.join(u", "_s);
-}
-
 } // namespace
 
 class WindowTest : public QObject {
@@ -116,8 +79,6 @@ private Q_SLOTS:
     void withoutMotionNothingMoves();
     void anAgentIsOpenedByAClickAndItsSettingsByItsId();
     void anAgentIsRemovedAfterAQuestionAndBroughtBack();
-    void theKeyboardReachesEveryControlAndIsSeenThere_data();
-    void theKeyboardReachesEveryControlAndIsSeenThere();
     void whatIsTypedIsShownAsItIs();
     void aLongConversationFollowsItsEndUntilOneScrollsAway();
     void aMessageIsReadAndCopiedWithoutAMouse();
@@ -486,74 +447,6 @@ void WindowTest::anAgentIsRemovedAfterAQuestionAndBroughtBack()
     QTRY_COMPARE(desk->text(u"networkChange"_s), u"Агент «Дизайн» удалён"_s);
     QVERIFY(desk->click(u"undoNetwork"_s));
     QTRY_VERIFY(desk->item(agent));
-}
-
-void WindowTest::theKeyboardReachesEveryControlAndIsSeenThere_data()
-{
-    QTest::addColumn<QString>("page");
-    QTest::addColumn<QString>("popup");
-    QTest::addColumn<QString>("panel");
-    QTest::newRow("team") << u"Ход работы"_s << QString() << u"agents"_s;
-    QTest::newRow("files") << u"Файлы"_s << QString() << u"files"_s;
-    QTest::newRow("events") << u"История"_s << QString() << u"history"_s;
-    QTest::newRow("connection") << u"Модель и API"_s << u"connection"_s << QString();
-    QTest::newRow("settings") << u"Настройки агентов"_s << u"workspaceSettings"_s << QString();
-    QTest::newRow("report") << u"Отчёт агента"_s << u"agentDetails"_s << QString();
-}
-
-void WindowTest::theKeyboardReachesEveryControlAndIsSeenThere()
-{
-    QFETCH(QString, page);
-    QFETCH(QString, popup);
-    QFETCH(QString, panel);
-    startRun();
-    QTRY_VERIFY(desk->item(u"progressCard"_s));
-    desk->app().stop();
-    QTRY_VERIFY(desk->item(u"reportDetails"_s));
-    desk->screen().setProperty("inspectorOpen", panel.isEmpty());
-    desk->screen().setProperty("page", page);
-    QVERIFY(desk->get("inspectorOpen").toBool());
-    if (popup.isEmpty())
-        QCOMPARE(desk->get("panel").toString(), panel);
-    else
-        QTRY_VERIFY(desk->isOpen(popup));
-    QCOMPARE(namelessIn(desk->screen()), QString());
-
-    // A dialog may cover what lies in the window beneath it.
-    const QObject *over = popup.isEmpty() ? nullptr : desk->screen().findChild<QObject *>(popup);
-    const QQuickItem *cover = over ? over->property("background").value<QQuickItem *>() : nullptr;
-    const auto isCovered = [&](QQuickItem *item) {
-        const QPointF middle = item->mapToScene(item->boundingRect().center());
-        return cover && cover->contains(cover->mapFromScene(middle)) && !cover->parentItem()->isAncestorOf(item);
-    };
-    QList<QQuickItem *> stops;
-    QStringList unseen;
-    desk->press(Qt::Key_Tab);
-    QImage before = desk->screen().grabWindow();
-    for (QQuickItem *here = desk->screen().activeFocusItem(); here && !stops.contains(here);) {
-        stops.append(here);
-        desk->press(Qt::Key_Tab);
-        QQuickItem *next = desk->screen().activeFocusItem();
-        const QImage after = desk->screen().grabWindow();
-        const QRect area = here->mapRectToScene(here->boundingRect()).toRect().adjusted(-14, -14, 14, 14);
-        if (next != here && !isCovered(here) && before.copy(area) == after.copy(area))
-            unseen.append(nameOf(here));
-        before = after;
-        here = next;
-    }
-    QCOMPARE(unseen.join(u", "_s), QString());
-
-    QStringList unreached;
-    // Rows are chosen by the arrows, and the menu key opens the menu of the one chosen.
-    const auto isRow = [](QQuickItem *item) {
-        return item->property("corner").isValid() || item->objectName() == "threadMenuButton"_L1;
-    };
-    const QList<QQuickItem *> items = desk->visibleItems();
-    for (QQuickItem *item : items) {
-        if (isControl(item) && item->isEnabled() && !isRow(item) && !stops.contains(item))
-            unreached.append(nameOf(item) + u' ' + item->property("text").toString());
-    }
-    QCOMPARE(unreached.join(u", "_s), QString());
 }
 
 void WindowTest::whatIsTypedIsShownAsItIs()
