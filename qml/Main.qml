@@ -41,6 +41,8 @@ ApplicationWindow {
     property alias input: chat.input
     property alias projectMenu: left.projectMenu
     readonly property Rows tasks: taskRows
+    /* Whether the desktop has a dialog for files. */
+    property bool desktopFileDialogs: false
     /* Of the desktop's own font, when the window was made. */
     property real desktopPoints: 10
     /* The control that had the focus is gone, or can't be used any more. */
@@ -244,7 +246,7 @@ ApplicationWindow {
                     app.focusInput();
                 }
                 onNewProject: app.dialogs().beginProject()
-                onFolderRequested: app.dialogs().folderPicker.show().open()
+                onFolderRequested: app.dialogs().pick(app.dialogs().folderPicker)
                 onProjectChosen: selection.dropFile()
                 onTaskChosen: app.page = "Чат"
                 onTaskMenu: (task, row) => app.dialogs().showThreadMenu(task, row)
@@ -288,7 +290,7 @@ ApplicationWindow {
             onPermissionsRequested: app.dialogs().permissions.show().open()
             onServersRequested: app.dialogs().serverRequests.show().open()
             onDifferencesRequested: app.dialogs().showDifferences()
-            onFilesRequested: app.dialogs().attachmentPicker.show().open()
+            onFilesRequested: app.dialogs().pick(app.dialogs().attachmentPicker)
         }
         ColumnHandle {
             id: rightHandle

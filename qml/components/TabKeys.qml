@@ -48,7 +48,7 @@ QtObject {
         if (list && !holds(list, next))
             next = list; // the way back would leave it out
         // Of a list the row, not what had the focus in it last.
-        next = (next as ListView)?.currentItem ?? next;
+        next = (next as PaneList)?.currentItem ?? next;
         next.forceActiveFocus(forward ? Qt.TabFocusReason : Qt.BacktabFocusReason);
         reveal(next);
     }

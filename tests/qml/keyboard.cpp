@@ -19,13 +19,21 @@ QAccessible::Role roleOf(QQuickItem *item)
     return told ? told->role() : QAccessible::NoRole;
 }
 
+/// What is told of it is told by another.
+bool isIgnored(const QQuickItem *item)
+{
+    return std::ranges::any_of(item->children(), [](const QObject *part) {
+        return part->inherits("QQuickAccessibleAttached") && part->property("ignored").toBool();
+    });
+}
+
 bool isControl(QQuickItem *item)
 {
     static const QSet<QAccessible::Role> roles{
         QAccessible::Button,   QAccessible::CheckBox, QAccessible::RadioButton, QAccessible::EditableText,
         QAccessible::ComboBox, QAccessible::PageTab,  QAccessible::MenuItem,    QAccessible::ListItem,
         QAccessible::Splitter, QAccessible::Link,     QAccessible::Slider};
-    return roles.contains(roleOf(item));
+    return roles.contains(roleOf(item)) && !isIgnored(item);
 }
 
 bool isPressed(const QQuickItem *item)

@@ -26,6 +26,9 @@ Item {
         property var mcpServers: []
         property var mcpRequests: []
         property var takeIn: ({})
+        property var commit: ({ phase: "ready", branch: "main", files: [{ path: "a.txt", change: "новый" }] })
+        function lookAtCommit() {}
+        function cancelCommit() {}
         function fileContent(path: string): string { return "строка\n".repeat(200); }
         function runDetails(id: string): var { return { id }; }
         function restorePoints(): var { return [{ id: "a", title: "Начало", time: "" }, { id: "b", title: "Конец", time: "" }]; }
@@ -134,6 +137,9 @@ Item {
                 over("details", {}, w => w.dialogs().showDetails("строка\n".repeat(300))),
                 over("proofs", {}, w => w.dialogs().showProofs()),
                 over("restore", {}, w => w.dialogs().showRestore()),
+                over("commit", {}, w => w.dialogs().showCommit()),
+                over("attachmentPicker", {}, w => w.dialogs().pick(w.dialogs().attachmentPicker)),
+                over("exportPicker", {}, w => w.dialogs().showExport("")),
                 over("differences", {}, w => w.dialogs().showDifferences()),
                 over("queueDialog", { queue: [{ id: "q", request: "a" }] }, w => w.dialogs().queueDialog.show().open()),
                 over("permissions", { uiState: { phase: "EXECUTION", pending } }, w => w.dialogs().permissions.show().open()),
