@@ -48,8 +48,13 @@ ApplicationWindow {
     property alias input: chat.input
     property alias projectMenu: left.projectMenu
     readonly property Rows tasks: taskRows
+    /* Whether the desktop has a dialog for files. */
+    property bool desktopFileDialogs: false
     /* Of the desktop's own font, when the window was made. */
     property real desktopPoints: 10
+    /* The control that had the focus is gone, or can't be used any more. */
+    readonly property bool focusLost: active && (!activeFocusItem || activeFocusItem === contentItem
+        || !activeFocusItem.visible || !activeFocusItem.enabled)
 
     title: "VESK — рабочий чат"
     width: 1440
@@ -126,6 +131,10 @@ ApplicationWindow {
         page = "Чат";
         input.forceActiveFocus();
     }
+    function keepFocus() {
+        if (focusLost)
+            input.forceActiveFocus();
+    }
     function showPage() {
         const panels = { "Файлы": "files", "Ход работы": "agents", "История": "history" };
         if (page in panels)
@@ -138,6 +147,7 @@ ApplicationWindow {
     onWidthChanged: if (width < 1150) inspectorOpen = false
     onInspectorOpenChanged: if (inspectorOpen && width < 1250) sidebarOpen = false
     onSidebarOpenChanged: if (sidebarOpen && width < 1250) inspectorOpen = false
+    onFocusLostChanged: if (focusLost) Qt.callLater(keepFocus)
     onPageChanged: showPage()
     onSettingsAgentChanged: if (settingsAgent !== "") dialogs().showSettingsOf(settingsAgent)
     Component.onCompleted: input.forceActiveFocus()
@@ -217,6 +227,12 @@ ApplicationWindow {
         anchors.fill: parent
         spacing: 0
         layoutDirection: app.teamLeft ? Qt.RightToLeft : Qt.LeftToRight
+        Keys.onEscapePressed: event => {
+            event.accepted = app.backend.message !== "";
+            app.backend.dismissMessage();
+        }
+
+        TabKeys { ground: app.contentItem }
 
         SlidingColumn {
             objectName: "leftColumn"
@@ -237,7 +253,7 @@ ApplicationWindow {
                     app.focusInput();
                 }
                 onNewProject: app.dialogs().beginProject()
-                onFolderRequested: app.dialogs().folderPicker.show().open()
+                onFolderRequested: app.dialogs().pick(app.dialogs().folderPicker)
                 onProjectChosen: selection.dropFile()
                 onTaskChosen: app.page = "Чат"
                 onTaskMenu: (task, row) => app.dialogs().showThreadMenu(task, row)
@@ -281,7 +297,7 @@ ApplicationWindow {
             onPermissionsRequested: app.dialogs().permissions.show().open()
             onServersRequested: app.dialogs().serverRequests.show().open()
             onDifferencesRequested: app.dialogs().showDifferences()
-            onFilesRequested: app.dialogs().attachmentPicker.show().open()
+            onFilesRequested: app.dialogs().pick(app.dialogs().attachmentPicker)
         }
         ColumnHandle {
             id: rightHandle

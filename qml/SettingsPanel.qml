@@ -63,6 +63,7 @@ FloatingDialog {
     width: Math.min(Theme.px(800), (parent?.width ?? 800) - 48)
     height: Math.min(Theme.px(690), (parent?.height ?? 690) - 48)
     onOpened: ground.refresh()
+    first: tabs.currentItem
 
     background: GlassGround {
         id: ground

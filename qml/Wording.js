@@ -169,3 +169,8 @@ function reportedPath(graph) {
     }
     return path;
 }
+
+/* Of a file or folder by its path. */
+function addressOf(path) {
+    return "file://" + path.split("/").map(encodeURIComponent).join("/");
+}

@@ -23,6 +23,7 @@ Button {
     rightPadding: 11
     font.pixelSize: Theme.body
     hoverEnabled: true
+    focusPolicy: Qt.TabFocus // by mouse, one presses it and types on
     scale: down ? .97 : 1
     Accessible.name: tip || text
     onPressed: explained = true

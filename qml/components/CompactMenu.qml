@@ -21,4 +21,7 @@ Menu {
         NumberAnimation { property: "opacity"; from: 0; to: 1; duration: Theme.fade }
     }
     exit: null
+    Component.onCompleted: contentItem.parent.Accessible.name = title
+
+    TabKeys { ground: root.contentItem.parent }
 }

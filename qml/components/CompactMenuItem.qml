@@ -9,6 +9,7 @@ MenuItem {
     padding: 8
     arrow: null
     indicator: null
+    Accessible.name: text
     background: Rectangle {
         radius: 6
         color: root.highlighted ? Theme.menuHighlight : "transparent"

@@ -15,7 +15,12 @@ Dialog {
     dim: true
     Overlay.modal: Dim {}
     Overlay.modeless: Dim {}
-    onAboutToShow: if (!raising) centre()
+    onAboutToShow: {
+        if (!raising)
+            centre();
+        byKeyboard = room?.Window.activeFocusItem?.visualFocus ?? false; // qmllint disable missing-property
+    }
+    onVisibleChanged: if (visible && !raising) focusFirst()
 
     /* What the grip leaves of it, and how far it keeps from the edges. */
     property int leastWidth: 380
@@ -23,6 +28,14 @@ Dialog {
     property int edge: 20
     property bool moved: false
     property bool raising: false
+    /* Has the focus at first; null: the first control of the content. */
+    property Item first: null
+    property bool byKeyboard: false
+
+    function focusFirst() {
+        const item = first ?? contentItem.nextItemInFocusChain(true);
+        item.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.PopupFocusReason);
+    }
 
     function centre() {
         if (!room)
@@ -67,6 +80,7 @@ Dialog {
         function onWidthChanged() { root.fit(); }
         function onHeightChanged() { root.fit(); }
     }
+    TabKeys { ground: root.contentItem.parent }
     /* Also when the focus has gone to the window beneath. */
     Shortcut {
         sequence: "Escape"

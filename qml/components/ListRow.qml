@@ -8,12 +8,18 @@ AbstractButton {
 
     property color fill: hovered ? Theme.rowUnderPointer : Theme.row
     property int corner: 8
+    /* It is the one shown elsewhere. */
+    property bool chosen: false
     property bool current: ListView.isCurrentItem && ListView.view.activeFocus
 
     focusPolicy: Qt.NoFocus
     hoverEnabled: true
     Accessible.role: Accessible.ListItem
     Accessible.name: text
+    Accessible.selectable: true
+    Accessible.selected: chosen
+    Accessible.onPressAction: click()
+    onPressed: if (ListView.view) ListView.view.currentIndex = ListView.view.indexAt(x, y + 1)
     background: Rectangle {
         radius: root.corner
         color: root.fill

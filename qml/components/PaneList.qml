@@ -17,12 +17,24 @@ ListView {
         return true;
     }
 
+    /* A page on or back, or to an end; says whether the key does that. */
+    function go(key: int): bool {
+        const page = Math.max(1, Math.floor(height / Math.max(1, contentHeight / count)) - 1);
+        const places = { [Qt.Key_PageUp]: currentIndex - page, [Qt.Key_PageDown]: currentIndex + page, [Qt.Key_Home]: 0,
+                         [Qt.Key_End]: count - 1 };
+        if (!(key in places))
+            return false;
+        currentIndex = Math.max(0, Math.min(count - 1, places[key]));
+        return true;
+    }
+
     clip: true
     spacing: 5
     boundsBehavior: Flickable.StopAtBounds
     // An item that has the focus can't be taken out of the order of Tab.
     activeFocusOnTab: count > 0 || activeFocus
     keyNavigationEnabled: true
+    highlightMoveDuration: 0
     currentIndex: -1
     Accessible.role: Accessible.List
     ScrollBar.vertical: ThinBar {}
@@ -33,7 +45,9 @@ ListView {
     Keys.onPressed: event => {
         if (event.key === Qt.Key_F10 && event.modifiers & Qt.ShiftModifier)
             event.accepted = act(menuRequested);
+        else
+            event.accepted = go(event.key);
     }
     Keys.onDeletePressed: event => event.accepted = act(removed)
-    onActiveFocusChanged: if (activeFocus && currentIndex < 0) currentIndex = 0
+    onActiveFocusChanged: if (activeFocus && activeFocusOnTab && currentIndex < 0) currentIndex = 0
 }

@@ -11,6 +11,7 @@ ScrollView {
     property alias textColor: area.color
     property alias wrapMode: area.wrapMode
     property string name: ""
+    readonly property alias area: area
 
     clip: true
     ScrollBar.vertical: ThinBar {
@@ -30,7 +31,9 @@ ScrollView {
         id: area
         objectName: "plainText"
         readOnly: true
+        cursorVisible: activeFocus
         selectByMouse: true
+        selectByKeyboard: true
         textFormat: TextEdit.PlainText
         wrapMode: TextEdit.Wrap
         color: Theme.textMessage
@@ -38,5 +41,12 @@ ScrollView {
         padding: 8
         background: null
         Accessible.name: root.name
+        Keys.forwardTo: pages
+
+        TextPages {
+            id: pages
+            area: area
+            page: root.availableHeight
+        }
     }
 }

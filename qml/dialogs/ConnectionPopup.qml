@@ -24,4 +24,7 @@ Popup {
         Shadow {}
     }
     contentItem: MainApi { service: root.service }
+    Component.onCompleted: contentItem.parent.Accessible.name = "Подключение модели"
+
+    TabKeys { ground: root.contentItem.parent }
 }

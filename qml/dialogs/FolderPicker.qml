@@ -1,10 +1,10 @@
 import QtQuick.Dialogs
-import Vesk
 
+/* The desktop's own dialog for a folder. */
 FolderDialog {
-    required property Backend service
+    required property string mode
+    /* Gets the address of the folder, in a list. */
+    required property var take
 
-    objectName: "folderPicker"
-    title: "Открыть папку как проект"
-    onAccepted: service.lookAtFolder(selectedFolder.toString())
+    onAccepted: take([selectedFolder.toString()])
 }

@@ -8,6 +8,7 @@ CompactMenu {
     signal hidden()
 
     objectName: "panelMenu"
+    title: "Что показать"
 
     CompactMenuItem {
         text: "Сеть агентов"

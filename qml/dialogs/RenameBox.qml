@@ -24,6 +24,10 @@ Popup {
         radius: 8
         border.color: Theme.grip
     }
+    Component.onCompleted: contentItem.parent.Accessible.name = editor.placeholderText
+
+    TabKeys { ground: root.contentItem.parent }
+
     contentItem: Entry {
         id: editor
         objectName: "renameEditor"

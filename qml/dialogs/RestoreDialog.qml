@@ -62,7 +62,8 @@ FloatingDialog {
                     height: Theme.px(52)
                     leftPadding: 10
                     rightPadding: 10
-                    fill: modelData.id === root.chosen ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
+                    chosen: modelData.id === root.chosen
+                    fill: chosen ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
                     Accessible.name: modelData.title + ", " + time.text
                     onClicked: root.choose(modelData.id)
 

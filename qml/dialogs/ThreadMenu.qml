@@ -11,6 +11,7 @@ CompactMenu {
     signal archiveRequested()
 
     objectName: "threadMenu"
+    title: "Действия с диалогом"
 
     function openBy(row: Item, where: point) {
         place = where;

@@ -1,4 +1,5 @@
 pragma ComponentBehavior: Bound
+import QtCore
 import QtQuick
 import Vesk
 import "../Records.js" as Records
@@ -27,6 +28,18 @@ Item {
     property alias serverRequests: serverRequests
     property alias workspaceSettings: workspaceSettings
 
+    /* The checkpoint whose files are saved; empty: those of now. */
+    property string exported: ""
+    /* What either imports is a file manager's worth of types. */
+    readonly property url filePicker: Qt.resolvedUrl(app.desktopFileDialogs ? "FilePicker.qml" : "FileChooser.qml")
+
+    /* Begins where the project is, or at home. */
+    function pick(picker: LazyDialog) {
+        const dialog = picker.show();
+        dialog.currentFolder = service.root === "" ? StandardPaths.writableLocation(StandardPaths.HomeLocation)
+                                                   : Wording.addressOf(service.root);
+        dialog.open();
+    }
     function beginProject() {
         (projectDialog.show() as ProjectDialog).begin();
     }
@@ -56,9 +69,8 @@ Item {
         (commit.show() as CommitDialog).begin();
     }
     function showExport(checkpoint: string) {
-        const picker = exportPicker.show();
-        picker.checkpoint = checkpoint;
-        picker.open();
+        exported = checkpoint;
+        pick(exportPicker);
     }
     function showDifferences() {
         (differences.show() as DifferencesDialog).open();
@@ -138,8 +150,18 @@ Item {
 
     LazyDialog {
         id: attachmentPicker
-        file: Qt.resolvedUrl("AttachmentPicker.qml") // what it imports is a file manager's worth of types
-        settings: ({ service: root.service })
+        file: root.filePicker
+        settings: ({
+            objectName: "attachmentPicker",
+            mode: "files",
+            title: "Добавить фото, видео, 2D или 3D ресурс",
+            nameFilters: [
+                "Медиа (*.png *.jpg *.jpeg *.webp *.bmp *.mp4 *.mov *.webm *.mkv *.avi *.obj *.stl *.gltf *.glb *.fbx *.blend *.svg *.mtl)",
+                "Документы и код (*.txt *.md *.json *.csv *.pdf *.docx *.js *.ts *.py)",
+                "Все файлы (*)"
+            ],
+            take: files => root.service.attachFiles(files)
+        })
     }
     LazyDialog {
         id: connection
@@ -193,13 +215,24 @@ Item {
     }
     LazyDialog {
         id: folderPicker
-        file: Qt.resolvedUrl("FolderPicker.qml")
-        settings: ({ service: root.service })
+        file: root.app.desktopFileDialogs ? Qt.resolvedUrl("FolderPicker.qml") : root.filePicker
+        settings: ({
+            objectName: "folderPicker",
+            mode: "folder",
+            title: "Открыть папку как проект",
+            take: folders => root.service.lookAtFolder(folders[0])
+        })
     }
     LazyDialog {
         id: exportPicker
-        file: Qt.resolvedUrl("ExportPicker.qml")
-        settings: ({ service: root.service })
+        file: root.filePicker
+        settings: ({
+            objectName: "exportPicker",
+            mode: "save",
+            title: "Сохранить как…",
+            nameFilters: ["Архив (*.zip)", "Папка (*)"],
+            take: files => root.service.exportFiles(files[0], root.exported)
+        })
     }
     LazyDialog {
         id: takeIn

@@ -13,6 +13,7 @@ CompactMenu {
     readonly property bool custom: network.profile(role).custom ?? false
 
     objectName: "agentMenu"
+    title: "Действия с агентом"
     width: Theme.px(260)
 
     CompactMenuItem {

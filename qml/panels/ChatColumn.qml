@@ -43,6 +43,7 @@ Rectangle {
     }
 
     onTaskChanged: messages.follow = true
+    Keys.onPressed: event => event.accepted = messages.turn(event.key === Qt.Key_PageUp || event.key === Qt.Key_PageDown ? event.key : 0)
 
     Rows {
         id: all
@@ -77,6 +78,7 @@ Rectangle {
             message: root.service.message
             Layout.fillWidth: true
             onOpened: root.detailsRequested(message)
+            onDismissed: root.service.dismissMessage()
         }
         Item {
             Layout.fillWidth: true

@@ -72,6 +72,7 @@ Rectangle {
                 font.family: Theme.family
                 font.pixelSize: Theme.normal
                 Accessible.name: "Сообщение"
+                Keys.forwardTo: pages
                 Keys.onTabPressed: nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
                 Keys.onBacktabPressed: nextItemInFocusChain(false).forceActiveFocus(Qt.BacktabFocusReason)
                 Keys.onPressed: event => {
@@ -80,6 +81,12 @@ Rectangle {
                         return;
                     event.accepted = true;
                     root.submitted();
+                }
+
+                TextPages {
+                    id: pages
+                    area: input
+                    page: scroller.height
                 }
             }
         }

@@ -22,6 +22,7 @@ Item {
 
     implicitHeight: Theme.px(20)
     Accessible.role: Accessible.ListItem
+    Accessible.onPressAction: if (fold) opened()
     Accessible.name: fold ? foldText.text
         : kind === "removed" ? "Удалено, строка " + oldNumber
         : kind === "added" ? "Добавлено, строка " + newNumber

@@ -42,7 +42,8 @@ RowLayout {
             height: Theme.px(46)
             leftPadding: 10
             rightPadding: 10
-            fill: modelData.path === root.differences.path ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
+            chosen: modelData.path === root.differences.path
+            fill: chosen ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
             Accessible.name: modelData.path + ", " + counts.text
             onClicked: root.differences.select(modelData.path)
 

@@ -7,6 +7,7 @@ Flow {
 
     required property string path
     readonly property bool all: path === ""
+    property int focusPolicy: Qt.TabFocus
 
     signal taken()
     signal undone()
@@ -16,6 +17,7 @@ Flow {
 
     Action {
         objectName: "takeEdit" + root.path
+        focusPolicy: root.focusPolicy
         text: root.all ? "Взять все мои версии" : "Взять мою версию"
         primary: root.all
         Accessible.name: root.all ? text : text + ": " + root.path
@@ -23,12 +25,14 @@ Flow {
     }
     Action {
         objectName: "undoEdit" + root.path
+        focusPolicy: root.focusPolicy
         text: root.all ? "Вернуть все версии программы" : "Вернуть версию программы"
         Accessible.name: root.all ? text : text + ": " + root.path
         onClicked: root.undone()
     }
     Action {
         objectName: "compareEdit" + root.path
+        focusPolicy: root.focusPolicy
         text: "Посмотреть различия"
         visible: !root.all
         Accessible.name: text + ": " + root.path

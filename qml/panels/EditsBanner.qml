@@ -43,28 +43,39 @@ Rectangle {
             Layout.preferredHeight: Math.min(Theme.px(132), contentHeight)
             Accessible.name: heading.text
             model: edits
-            delegate: GridLayout {
+            onActivated: place => root.compared(edits.at(place).path)
+            delegate: ListRow {
                 id: line
                 required property var row
                 width: ListView.view.width
-                columns: choices.implicitWidth > width - Theme.px(160) ? 1 : 2
-                columnSpacing: 8
-                rowSpacing: 4
+                text: row.text
+                padding: 4
+                fill: "transparent"
+                onClicked: root.compared(row.path)
 
-                LabelText {
-                    text: line.row.text
-                    font.pixelSize: Theme.note
-                    wrapMode: Text.NoWrap
-                    elide: Text.ElideMiddle
-                    Layout.fillWidth: true
-                }
-                EditChoices {
-                    id: choices
-                    Layout.fillWidth: line.columns === 1
-                    path: line.row.path
-                    onTaken: root.service.takeEdits(path)
-                    onUndone: root.service.undoEdits(path)
-                    onCompared: root.compared(path)
+                contentItem: GridLayout {
+                    id: cells
+                    columns: choices.implicitWidth > width - Theme.px(160) ? 1 : 2
+                    columnSpacing: 8
+                    rowSpacing: 4
+
+                    LabelText {
+                        text: line.text
+                        font.pixelSize: Theme.note
+                        wrapMode: Text.NoWrap
+                        elide: Text.ElideMiddle
+                        Layout.fillWidth: true
+                    }
+                    /* Of the row chosen: Tab does not go through hundreds. */
+                    EditChoices {
+                        id: choices
+                        Layout.fillWidth: cells.columns === 1
+                        path: line.row.path
+                        focusPolicy: line.ListView.isCurrentItem ? Qt.TabFocus : Qt.NoFocus
+                        onTaken: root.service.takeEdits(path)
+                        onUndone: root.service.undoEdits(path)
+                        onCompared: root.compared(path)
+                    }
                 }
             }
         }

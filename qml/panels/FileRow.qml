@@ -6,12 +6,11 @@ ListRow {
     id: root
 
     required property var row
-    required property bool selected
 
     height: Theme.px(56)
     leftPadding: 12
     rightPadding: 12
-    fill: selected ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
+    fill: chosen ? Theme.rowSelected : hovered ? Theme.rowUnderPointer : Theme.row
     Accessible.name: (row.path ?? "") + ", " + about.text
 
     contentItem: Item {

@@ -60,7 +60,7 @@ ColumnLayout {
         }
         delegate: FileRow {
             width: ListView.view.width
-            selected: row.path === root.path
+            chosen: row.path === root.path
             onClicked: root.fileSelected(row)
             onDoubleClicked: root.service.openFile(row.path)
         }

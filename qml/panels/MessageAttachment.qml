@@ -15,6 +15,7 @@ AbstractButton {
     hoverEnabled: true
     Accessible.name: "Открыть " + (file.name ?? "файл")
     Keys.onReturnPressed: click()
+    Keys.onEnterPressed: click()
     background: Rectangle {
         radius: 9
         color: Theme.tile

@@ -25,7 +25,6 @@ ListView {
     cacheBuffer: 1800
     reuseItems: true
     boundsBehavior: Flickable.StopAtBounds
-    activeFocusOnTab: true
     Accessible.role: Accessible.List
     Accessible.name: "Сообщения"
     ScrollBar.vertical: ThinBar { onPressedChanged: if (!pressed) root.noteScroll() }
@@ -36,6 +35,20 @@ ListView {
     function scrollBy(distance: real) {
         contentY = Math.max(originY, Math.min(originY + Math.max(0, contentHeight - height), contentY + distance));
         noteScroll();
+    }
+    /* A page on or back, or to an end; says whether the key does that. */
+    function turn(key: int): bool {
+        const page = height - 60;
+        if (key === Qt.Key_PageUp || key === Qt.Key_PageDown)
+            scrollBy(key === Qt.Key_PageUp ? -page : page);
+        else if (key === Qt.Key_End)
+            positionViewAtEnd();
+        else if (key === Qt.Key_Home)
+            positionViewAtBeginning();
+        else
+            return false;
+        noteScroll();
+        return true;
     }
     function keepEnd() {
         if (follow)
@@ -57,7 +70,7 @@ ListView {
     function leaveText(from: int, step: int) {
         const to = from + step;
         if (step === 0)
-            currentItem.forceActiveFocus();
+            keys.forceActiveFocus();
         else if (to >= 0 && to < count)
             read(to, step < 0);
     }
@@ -77,20 +90,7 @@ ListView {
     Keys.onDownPressed: scrollBy(60)
     Keys.onReturnPressed: if (count > 0) readLast()
     Keys.onEnterPressed: if (count > 0) readLast()
-    Keys.onPressed: event => {
-        const page = height - 60;
-        if (event.key === Qt.Key_PageUp)
-            scrollBy(-page);
-        else if (event.key === Qt.Key_PageDown)
-            scrollBy(page);
-        else if (event.key === Qt.Key_End)
-            scrollBy(contentHeight);
-        else if (event.key === Qt.Key_Home)
-            scrollBy(-contentHeight);
-        else
-            return;
-        event.accepted = true;
-    }
+    Keys.onPressed: event => event.accepted = turn(event.key)
 
     FadeEdge {
         parent: root
@@ -98,9 +98,15 @@ ListView {
     }
     // The keyboard is here, and not in one of the texts.
     Rectangle {
+        id: keys
         parent: root
         anchors.fill: parent
-        visible: root.currentItem?.activeFocus ?? false
+        focus: true
+        activeFocusOnTab: true
+        Accessible.role: Accessible.Pane
+        Accessible.name: "Сообщения"
+        Accessible.description: "Enter — читать сообщение, Escape — обратно к списку"
+        border.width: activeFocus ? 1 : 0
         color: "transparent"
         radius: 8
         border.color: Theme.focus
@@ -127,6 +133,7 @@ ListView {
     delegate: MessageRow {
         required property int index
         width: ListView.view.width
+        reachable: y + height > root.contentY && y + height < root.contentY + root.height + 40
         hasFiles: root.hasFiles
         onCursorMoved: (top, bottom) => root.keepInView(y + top, y + bottom)
         onCursorLeft: step => root.leaveText(index, step)

@@ -9,6 +9,9 @@ Item {
 
     required property var row
     property bool hasFiles: false
+    /* Its buttons are in view. Tab does not go through all that lies above and below. */
+    property bool reachable: true
+    readonly property int focusPolicy: reachable ? Qt.TabFocus : Qt.NoFocus
 
     readonly property bool own: row.role === "user"
     readonly property bool report: row.kind === "report"
@@ -47,6 +50,9 @@ Item {
     }
 
     height: body.height + (own ? 24 : 0)
+    Accessible.role: Accessible.ListItem
+    Accessible.name: header.text + ": " + whole.slice(0, 300)
+    Accessible.onPressAction: read(false)
     ListView.onPooled: if (text.activeFocus) cursorLeft(0)
 
     Rectangle {
@@ -120,6 +126,7 @@ Item {
                 visible: active
                 sourceComponent: Action {
                     text: "Показать полностью"
+                    focusPolicy: root.focusPolicy
                     onClicked: root.detailsRequested(root.whole)
                 }
             }
@@ -134,6 +141,7 @@ Item {
                         MessageAttachment {
                             required property var modelData
                             file: modelData
+                            focusPolicy: root.focusPolicy
                             onClicked: root.fileRequested(file.path ?? "")
                         }
                     }
@@ -147,6 +155,7 @@ Item {
                     spacing: 10
                     Action {
                         objectName: "openResult"
+                        focusPolicy: root.focusPolicy
                         text: "Открыть результат"
                         primary: true
                         enabled: root.hasFiles
@@ -154,11 +163,13 @@ Item {
                     }
                     Action {
                         objectName: "reportDetails"
+                        focusPolicy: root.focusPolicy
                         text: "Подробности"
                         onClicked: root.detailsRequested(root.content)
                     }
                     Action {
                         objectName: "reportProofs"
+                        focusPolicy: root.focusPolicy
                         text: "Доказательства"
                         visible: root.content.startsWith("Задача завершена")
                         onClicked: root.proofsRequested()

@@ -18,7 +18,11 @@ Popup {
     focus: true
     // A press on the button closes it by the button's own click.
     closePolicy: Popup.CloseOnEscape | Popup.CloseOnPressOutsideParent
-    onOpened: list.forceActiveFocus()
+    onOpened: (list.count > 0 ? list : contentItem.nextItemInFocusChain(true)).forceActiveFocus(Qt.TabFocusReason)
+    Component.onCompleted: contentItem.parent.Accessible.name = list.Accessible.name
+
+    TabKeys { ground: root.contentItem.parent }
+
     background: Rectangle {
         color: Theme.menu
         radius: 10

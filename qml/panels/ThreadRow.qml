@@ -7,7 +7,6 @@ ListRow {
     id: root
 
     required property var row
-    required property bool chosen
     required property string phase
 
     signal menuRequested()

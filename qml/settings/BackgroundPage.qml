@@ -60,6 +60,14 @@ ColumnLayout {
             // A way out for those without a mouse; a script is short and can do without tabulators.
             KeyNavigation.priority: KeyNavigation.BeforeItem
             KeyNavigation.tab: applyButton
+            Keys.forwardTo: pages
+
+            TextPages {
+                id: pages
+                area: backgroundCode
+                page: scroll.availableHeight
+            }
+
             background: Rectangle {
                 id: mark
 

@@ -18,6 +18,8 @@ ComboBox {
     leftPadding: 14
     font.pixelSize: Theme.body
     Accessible.name: name
+    Keys.onReturnPressed: popup.open()
+    Keys.onEnterPressed: popup.open()
     onModelChanged: if (startsEmpty) currentIndex = -1 // a new list would begin with its first row
 
     /* Places of the rows whose text contains what was typed. */
@@ -69,6 +71,7 @@ ComboBox {
         width: root.width
         padding: 6
         height: Math.min(320, (filter.visible ? filter.height + 6 : 0) + list.contentHeight + 12)
+        Component.onCompleted: contentItem.parent.Accessible.name = root.name
         onAboutToShow: {
             root.texts = [];
             filter.clear();
@@ -79,6 +82,8 @@ ComboBox {
             list.positionViewAtIndex(list.currentIndex, ListView.Contain);
             (root.isLong ? filter : list).forceActiveFocus();
         }
+
+        TabKeys { ground: popup.contentItem.parent }
 
         background: Rectangle {
             color: Theme.menu
@@ -113,6 +118,9 @@ ComboBox {
                 }
 
                 objectName: "choiceList"
+                Accessible.role: Accessible.List
+                Accessible.name: root.name
+                activeFocusOnTab: true
                 y: filter.visible ? filter.height + 6 : 0
                 width: parent.width
                 height: parent.height - y
@@ -132,6 +140,10 @@ ComboBox {
                     width: ListView.view.width
                     implicitHeight: Theme.px(32)
                     text: root.textAt(place)
+                    Accessible.name: text
+                    Accessible.selectable: true
+                    Accessible.selected: highlighted
+                    Accessible.onPressAction: click()
                     highlighted: ListView.isCurrentItem
                     onClicked: root.choose(place)
                     contentItem: Text {

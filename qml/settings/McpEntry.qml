@@ -16,6 +16,8 @@ Column {
     readonly property string said: server.details ?? ""
 
     spacing: 6
+    Accessible.role: Accessible.Grouping
+    Accessible.name: server.name ?? ""
 
     Rectangle {
         width: root.width

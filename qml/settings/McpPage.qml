@@ -40,6 +40,7 @@ ColumnLayout {
     PaneList {
         id: servers
         objectName: "mcpServers"
+        activeFocusOnTab: false // the buttons are
         spacing: 10
         Layout.fillWidth: true
         Layout.fillHeight: true

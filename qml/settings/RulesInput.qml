@@ -26,6 +26,14 @@ ScrollView {
         Keys.priority: Keys.BeforeItem
         Keys.onTabPressed: nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
         Keys.onBacktabPressed: nextItemInFocusChain(false).forceActiveFocus(Qt.BacktabFocusReason)
+        Keys.forwardTo: pages
+
+        TextPages {
+            id: pages
+            area: area
+            page: root.availableHeight
+        }
+
         background: Rectangle {
             radius: 10
             color: Theme.popupField

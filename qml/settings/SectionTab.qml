@@ -10,6 +10,7 @@ TabButton {
     leftPadding: 14
     rightPadding: 14
     font.pixelSize: Theme.body
+    Accessible.name: text
     background: Rectangle {
         radius: 9
         color: root.checked ? Theme.softButtonHovered : root.hovered ? Theme.softButton : "transparent"

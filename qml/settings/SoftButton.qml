@@ -13,6 +13,7 @@ Button {
     leftPadding: 14
     rightPadding: 14
     hoverEnabled: true
+    focusPolicy: Qt.TabFocus // by mouse, one presses it and types on
     font.pixelSize: Theme.body
     Accessible.name: text
     Accessible.description: tip

@@ -96,6 +96,8 @@ public:
 
     // Projects and their tasks (backend_projects.cpp)
 
+    /// Takes the failure in `message` away: it has been read.
+    Q_INVOKABLE void dismissMessage() { show({}); }
     Q_INVOKABLE void createProject(const QString &name, const QString &folder);
     Q_INVOKABLE void selectProject(const QString &id);
     Q_INVOKABLE void selectTask(const QString &id);

@@ -2,6 +2,8 @@
 
 #include "desktop.h"
 
+#include <QDir>
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -12,7 +14,29 @@ namespace {
 
 constexpr auto tokenVariable = "XDG_ACTIVATION_TOKEN"; // The same for X11 and Wayland (xdg-activation).
 
+/// The plugin by which Qt would show dialogs of the desktop; empty for a desktop that has none.
+QString dialogPlugin()
+{
+    const QString chosen = qEnvironmentVariable("QT_QPA_PLATFORMTHEME");
+    const QStringList desktops = qEnvironmentVariable("XDG_CURRENT_DESKTOP").toUpper().split(u':');
+    if (chosen == u"xdgdesktopportal"_s)
+        return u"qxdgdesktopportal"_s;
+    if (chosen == u"kde"_s || (chosen.isEmpty() && desktops.contains(u"KDE"_s)))
+        return u"KDEPlasmaPlatformTheme"_s;
+    static const QStringList gtk{u"GNOME"_s, u"X-CINNAMON"_s, u"UNITY"_s, u"MATE"_s, u"XFCE"_s, u"LXDE"_s, u"PANTHEON"_s};
+    const bool isGtk = std::ranges::any_of(desktops, [](const QString &desktop) { return gtk.contains(desktop); });
+    return chosen == u"gtk3"_s || (chosen.isEmpty() && isGtk) ? u"qgtk3"_s : QString();
+}
+
 } // namespace
+
+bool hasFileDialogs(const QStringList &pluginFolders)
+{
+    const QString plugin = dialogPlugin();
+    return !plugin.isEmpty() && std::ranges::any_of(pluginFolders, [&plugin](const QString &folder) {
+        return !QDir(folder + u"/platformthemes"_s).entryList({u'*' + plugin + u'*'}, QDir::Files).isEmpty();
+    });
+}
 
 QList<FontSubstitutes> fontSubstitutes()
 {

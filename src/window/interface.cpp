@@ -90,6 +90,7 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     if (attended) {
         properties.insert(place.initialProperties());
         properties.insert(u"desktopPoints"_s, desktopPoints);
+        properties.insert(u"desktopFileDialogs"_s, hasFileDialogs(QCoreApplication::libraryPaths()));
     }
     engine.setInitialProperties(properties);
     engine.loadFromModule("Vesk", "Main");

@@ -1,7 +1,9 @@
 // Runs the tests of the scenes, tst_*.qml, on the window's own module.
 
 #include "backend.h"
+#include "keyboard.h"
 
+#include <QAccessible>
 #include <QGuiApplication>
 #include <QQuickStyle>
 #include <QTemporaryDir>
@@ -38,7 +40,9 @@ public Q_SLOTS:
     static void applicationAvailable()
     {
         QQuickStyle::setStyle(QStringLiteral("Basic"));
+        QAccessible::setActive(true);
         qmlRegisterType<StandIn>("Vesk.Test", 1, 0, "StandIn");
+        qmlRegisterType<Keyboard>("Vesk.Test", 1, 0, "Keyboard");
     }
 };
 

@@ -83,7 +83,7 @@ Item {
         }
     }
     Component { id: waiting; WaitingLine { width: 300; streamNote: "" } }
-    Component { id: fileRow; FileRow { selected: false; row: stub.files[0] } }
+    Component { id: fileRow; FileRow { row: stub.files[0] } }
     Component { id: thread; ThreadRow { width: 240; chosen: false; phase: "Завершено"; row: ({ id: "t", spec: {} }) } }
     Component { id: selection; Selection { service: stub } }
     Component { id: spyComponent; SignalSpy {} }

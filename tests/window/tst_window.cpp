@@ -14,11 +14,9 @@
 #include <QDir>
 #include <QDropEvent>
 #include <QFile>
-#include <QImage>
 #include <QMimeData>
 #include <QQuickStyle>
 #include <QRegularExpression>
-#include <QSet>
 #include <QTest>
 #include <QtQml/qqmlextensionplugin.h>
 
@@ -33,27 +31,6 @@ namespace {
 
 const QString calculator = u"Создай калькулятор"_s;
 
-/// Qt Quick's own file dialog, where the desktop has none.
-QQuickWindow *dialogWindow()
-{
-    const QWindowList windows = QGuiApplication::topLevelWindows();
-    const auto found = std::ranges::find_if(
-        windows, [](const QWindow *window) { return window->isVisible() && window->inherits("QQuickPopupWindow"); });
-    return found == windows.end() ? nullptr : qobject_cast<QQuickWindow *>(*found);
-}
-
-QQuickItem *fileIn(QQuickItem *item, const QString &name)
-{
-    if (item->property("file").toUrl().fileName() == name)
-        return item;
-    const QList<QQuickItem *> children = item->childItems();
-    for (QQuickItem *child : children) {
-        if (QQuickItem *found = fileIn(child, name))
-            return found;
-    }
-    return nullptr;
-}
-
 /// The row of a list in view.
 QQuickItem *rowAt(QQuickItem *list, int place)
 {
@@ -61,41 +38,6 @@ QQuickItem *rowAt(QQuickItem *list, int place)
     if (list)
         QMetaObject::invokeMethod(list, "itemAtIndex", Q_RETURN_ARG(QQuickItem *, row), Q_ARG(int, place));
     return row;
-}
-
-QString nameOf(const QObject *object)
-{
-    return object ? QString::fromLatin1(object->metaObject()->className()) + u' ' + object->objectName() : u"?"_s;
-}
-
-bool isControl(const QQuickItem *item)
-{
-    for (const char *kind : {"QQuickAbstractButton", "QQuickTextField", "QQuickTextArea"}) {
-        if (item->inherits(kind))
-            return true;
-    }
-    return false;
-}
-
-void collectNameless(QAccessibleInterface *node, QStringList &found)
-{
-    if (!node || node->state().invisible)
-        return;
-    static const QSet<QAccessible::Role> operated{
-        QAccessible::Button,   QAccessible::EditableText, QAccessible::ListItem, QAccessible::MenuItem,
-        QAccessible::CheckBox, QAccessible::List,         QAccessible::Splitter};
-    if (operated.contains(node->role()) && node->text(QAccessible::Name).isEmpty())
-        found.append(nameOf(node->object()));
-    for (int i = 0; i < node->childCount(); ++i)
-        collectNameless(node->child(i), found);
-}
-
-/// Everything that assistive technology is told of and that can be operated, and has no name.
-QString namelessIn(QQuickWindow &window)
-{
-    QStringList found;
-    collectNameless(QAccessible::queryAccessibleInterface(&window), found);
-    return found.join(u", "_s);
 }
 
 } // namespace
@@ -116,8 +58,6 @@ private Q_SLOTS:
     void withoutMotionNothingMoves();
     void anAgentIsOpenedByAClickAndItsSettingsByItsId();
     void anAgentIsRemovedAfterAQuestionAndBroughtBack();
-    void theKeyboardReachesEveryControlAndIsSeenThere_data();
-    void theKeyboardReachesEveryControlAndIsSeenThere();
     void whatIsTypedIsShownAsItIs();
     void aLongConversationFollowsItsEndUntilOneScrollsAway();
     void aMessageIsReadAndCopiedWithoutAMouse();
@@ -488,74 +428,6 @@ void WindowTest::anAgentIsRemovedAfterAQuestionAndBroughtBack()
     QTRY_VERIFY(desk->item(agent));
 }
 
-void WindowTest::theKeyboardReachesEveryControlAndIsSeenThere_data()
-{
-    QTest::addColumn<QString>("page");
-    QTest::addColumn<QString>("popup");
-    QTest::addColumn<QString>("panel");
-    QTest::newRow("team") << u"Ход работы"_s << QString() << u"agents"_s;
-    QTest::newRow("files") << u"Файлы"_s << QString() << u"files"_s;
-    QTest::newRow("events") << u"История"_s << QString() << u"history"_s;
-    QTest::newRow("connection") << u"Модель и API"_s << u"connection"_s << QString();
-    QTest::newRow("settings") << u"Настройки агентов"_s << u"workspaceSettings"_s << QString();
-    QTest::newRow("report") << u"Отчёт агента"_s << u"agentDetails"_s << QString();
-}
-
-void WindowTest::theKeyboardReachesEveryControlAndIsSeenThere()
-{
-    QFETCH(QString, page);
-    QFETCH(QString, popup);
-    QFETCH(QString, panel);
-    startRun();
-    QTRY_VERIFY(desk->item(u"progressCard"_s));
-    desk->app().stop();
-    QTRY_VERIFY(desk->item(u"reportDetails"_s));
-    desk->screen().setProperty("inspectorOpen", panel.isEmpty());
-    desk->screen().setProperty("page", page);
-    QVERIFY(desk->get("inspectorOpen").toBool());
-    if (popup.isEmpty())
-        QCOMPARE(desk->get("panel").toString(), panel);
-    else
-        QTRY_VERIFY(desk->isOpen(popup));
-    QCOMPARE(namelessIn(desk->screen()), QString());
-
-    // A dialog may cover what lies in the window beneath it.
-    const QObject *over = popup.isEmpty() ? nullptr : desk->screen().findChild<QObject *>(popup);
-    const QQuickItem *cover = over ? over->property("background").value<QQuickItem *>() : nullptr;
-    const auto isCovered = [&](QQuickItem *item) {
-        const QPointF middle = item->mapToScene(item->boundingRect().center());
-        return cover && cover->contains(cover->mapFromScene(middle)) && !cover->parentItem()->isAncestorOf(item);
-    };
-    QList<QQuickItem *> stops;
-    QStringList unseen;
-    desk->press(Qt::Key_Tab);
-    QImage before = desk->screen().grabWindow();
-    for (QQuickItem *here = desk->screen().activeFocusItem(); here && !stops.contains(here);) {
-        stops.append(here);
-        desk->press(Qt::Key_Tab);
-        QQuickItem *next = desk->screen().activeFocusItem();
-        const QImage after = desk->screen().grabWindow();
-        const QRect area = here->mapRectToScene(here->boundingRect()).toRect().adjusted(-14, -14, 14, 14);
-        if (next != here && !isCovered(here) && before.copy(area) == after.copy(area))
-            unseen.append(nameOf(here));
-        before = after;
-        here = next;
-    }
-    QCOMPARE(unseen.join(u", "_s), QString());
-
-    QStringList unreached;
-    // Rows are chosen by the arrows, and the menu key opens the menu of the one chosen.
-    const auto isRow = [](QQuickItem *item) {
-        return item->property("corner").isValid() || item->objectName() == "threadMenuButton"_L1;
-    };
-    const QList<QQuickItem *> items = desk->visibleItems();
-    for (QQuickItem *item : items) {
-        if (isControl(item) && item->isEnabled() && !isRow(item) && !stops.contains(item))
-            unreached.append(nameOf(item) + u' ' + item->property("text").toString());
-    }
-    QCOMPARE(unreached.join(u", "_s), QString());
-}
-
 void WindowTest::whatIsTypedIsShownAsItIs()
 {
     const QString line = u"Создай <b>калькулятор</b> <img src=\"http://127.0.0.1:9/x.png\"> https://a.b &amp;"_s;
@@ -703,15 +575,15 @@ void WindowTest::filesAreDroppedChosenAndTakenAwayAgain()
     QVERIFY(desk->item(u"sendButton"_s)->isEnabled());
 
     QVERIFY(desk->click(u"attachButton"_s));
-    auto *picker = desk->screen().findChild<QObject *>(u"attachmentPicker"_s);
-    QVERIFY(picker);
-    QTRY_VERIFY(picker->property("visible").toBool());
-    picker->setProperty("currentFolder", QUrl::fromLocalFile(desk->path(u"chosen"_s)));
-    QTRY_VERIFY(dialogWindow());
-    QTRY_VERIFY(fileIn(dialogWindow()->contentItem(), u"две.svg"_s));
-    QQuickItem *file = fileIn(dialogWindow()->contentItem(), u"две.svg"_s);
-    const QPointF place = file->mapToScene(QPointF(file->width() / 2, file->height() / 2));
-    QTest::mouseDClick(dialogWindow(), Qt::LeftButton, {}, place.toPoint());
+    QTRY_VERIFY(desk->isOpen(u"attachmentPicker"_s));
+    desk->item(u"folderPath"_s)->forceActiveFocus();
+    QCOMPARE(desk->text(u"folderPath"_s), desk->app().root());
+    desk->press(Qt::Key_A, Qt::ControlModifier);
+    desk->type(desk->path(u"chosen"_s));
+    desk->press(Qt::Key_Return);
+    QTRY_COMPARE(rowAt(desk->item(u"folderFiles"_s), 0) ? rowAt(desk->item(u"folderFiles"_s), 0)->property("text") : QVariant(),
+                 u"две.svg"_s);
+    desk->press(Qt::Key_Return);
     QTRY_COMPARE(chips(), QStringList({u"Заметка 1.txt"_s, u"две.svg"_s}));
     QVERIFY(desk->click(u"removeAttachment"_s));
     QTRY_COMPARE(chips(), QStringList{u"две.svg"_s});

@@ -1,0 +1,172 @@
+import QtQuick
+import QtTest
+import Vesk
+import Vesk.Test
+
+/* Every scene of the window, without a mouse and by name alone. */
+Item {
+    id: root
+    width: 400
+    height: 300
+
+    StandIn {
+        id: stub
+        property bool chatBusy: false
+        property bool queuePaused: false
+        property string message: ""
+        property string networkUndo: ""
+        property var uiState: ({})
+        property var chat: []
+        property var tasks: []
+        property var files: []
+        property var events: []
+        property var queue: []
+        property var attachments: []
+        property var handEdits: []
+        property var mcpServers: []
+        property var mcpRequests: []
+        property var takeIn: ({})
+        property var commit: ({ phase: "ready", branch: "main", files: [{ path: "a.txt", change: "новый" }] })
+        function lookAtCommit() {}
+        function cancelCommit() {}
+        function fileContent(path: string): string { return "строка\n".repeat(200); }
+        function runDetails(id: string): var { return { id }; }
+        function restorePoints(): var { return [{ id: "a", title: "Начало", time: "" }, { id: "b", title: "Конец", time: "" }]; }
+        function compareRestore(id: string) {}
+        function cancelFolder() {}
+        function dismissMessage() { message = ""; }
+        function proofs(): var {
+            return { headline: "1 из 1", gaps: ["пусто"], rows: [{ list: "files", place: 0, section: "Файлы", text: "main.py",
+                marks: ["проверка"], level: "proved", note: "" }] };
+        }
+    }
+    Component { id: mainComponent; Main { backend: stub; width: 1300; height: 760 } }
+    Keyboard { id: keyboard }
+
+    TestCase {
+        name: "Keyboard"
+        when: windowShown
+
+        property Main app: null
+        property string agent: ""
+        readonly property var nothing: ({ chatBusy: false, queuePaused: false, message: "", networkUndo: "", uiState: {},
+            chat: [], tasks: [], files: [], events: [], queue: [], attachments: [], handEdits: [], mcpServers: [],
+            mcpRequests: [], takeIn: {} })
+        readonly property var talk: [{ id: "1", role: "user", kind: "message", content: "Привет", attachments: [{ name: "a.txt", path: "a" }] },
+            { id: "2", role: "assistant", kind: "message", content: "текст ".repeat(5000) },
+            { id: "3", role: "assistant", kind: "progress", content: "План" },
+            { id: "4", role: "assistant", kind: "report", content: "Задача завершена. Готово" }]
+        readonly property var pending: [{ id: "p", node: { input: { program: "make", arguments: ["a", "b"] } } },
+            { id: "q", node: { input: { program: "ls" } } }]
+        readonly property var server: ({ id: "s", name: "Сервер", program: "sh", arguments: [], environment: [], status: "Ошибка",
+            error: "нет", details: "Traceback" })
+
+        function initTestCase() {
+            stub.addAgent("Дизайн", "coding", "");
+            agent = stub.agentProfiles.find(profile => profile.custom).id;
+            stub.addAgent("Тест", "coding", "");
+            stub.setPreference("automatic_routing", false);
+            stub.setPreference("animations", false);
+            app = mainComponent.createObject(null);
+        }
+        function cleanupTestCase() { app.destroy(); }
+        function cleanup() {
+            for (let i = 0; i < 3; ++i)
+                keyClick(Qt.Key_Escape);
+        }
+        function init() {
+            failOnWarning(/.?/);
+            app.requestActivate();
+            tryVerify(() => app.active);
+            app.sidebarOpen = true;
+            app.showPanel("agents");
+            app.selectedFile = {};
+            app.input.clear();
+            app.input.forceActiveFocus();
+        }
+        function give(properties) {
+            Object.assign(stub, nothing, properties);
+            stub.changed();
+            stub.chatChanged();
+            stub.connectorsChanged();
+            stub.preferencesChanged();
+        }
+
+        function test_everyControlIsReachedAndNamed_data() {
+            const scene = (tag, given, ready) => ({ tag, given, ready: ready ?? (() => {}), over: "" });
+            const over = (tag, given, ready) => Object.assign(scene(tag, given, ready), { over: tag.split(",")[0] });
+            const settings = (tag, section, then) => over("workspaceSettings, " + tag, { mcpServers: [server], mcpRequests: [server] }, w => {
+                const dialog = w.dialogs().workspaceSettings.show();
+                dialog.adding = false;
+                dialog.selectedAgent = agent;
+                dialog.section = section;
+                dialog.open();
+                then?.(dialog);
+            });
+            const menuOf = (list, w) => {
+                findChild(w.contentItem, list).forceActiveFocus(Qt.TabFocusReason);
+                keyClick(Qt.Key_Menu);
+            };
+            return [
+                scene("welcome", {}),
+                scene("conversation", { chat: talk, tasks: [{ id: "t", phase: "", spec: { title: "Тест" } }], files: [{ path: "a.txt" }] }),
+                scene("question", { chat: talk, uiState: { id: "t", phase: "CLARIFICATION",
+                    decision: { question: "Как?", options: Array.from({ length: 20 }, (_, i) => "Ответ " + i + " ".repeat(i) + "x".repeat(30)) } } }),
+                scene("cards", { message: "Ошибка", queue: [{ id: "q", request: "a" }], attachments: [{ id: "a", name: "a.png" }],
+                    mcpRequests: [server], chatBusy: true, uiState: { id: "t", phase: "PREVIEW", pending } }),
+                scene("edits", { chat: talk, handEdits: Array.from({ length: 8 }, (_, i) => ({ path: i + ".txt", text: i + ".txt изменён" })) }),
+                scene("paused queue", { queue: [{ id: "q", request: "a" }], queuePaused: true, uiState: { paused: true, phase: "EXECUTION" } }),
+                scene("without the left column", {}, w => w.sidebarOpen = false),
+                scene("picture", { networkUndo: "Агент удалён" }, w => findChild(w.contentItem, "agentNetwork").selectedRole = agent),
+                scene("files", { files: [{ path: "a.png", type: "media", kind: "image", bytes: 1 }, { path: "b.txt" }] }, w => {
+                    w.showPanel("files");
+                    w.selectedFile = stub.files[0];
+                }),
+                scene("history", { events: [{ id: "1", type: "TaskCreated", time: "" }, { id: "2", type: "TaskPaused", time: "" }] }, w => w.showPanel("history")),
+                settings("look", 0), settings("agent", 1, dialog => dialog.tasksExpanded = true),
+                settings("new agent", 1, dialog => dialog.beginAdd()),
+                settings("servers", 2), settings("background", 3), settings("model", 4),
+                over("connection", {}, w => w.dialogs().connection.show().open()),
+                over("projectDialog", {}, w => w.dialogs().beginProject()),
+                over("projectMenu", {}, w => w.projectMenu.show().open()),
+                over("threadMenu", { tasks: [{ id: "t", phase: "", spec: { title: "Тест" } }] }, w => menuOf("threadList", w)),
+                over("panelMenu", {}, w => mouseClick(findChild(w.contentItem, "panelMenuButton"))),
+                over("agentMenu", {}, w => menuOf(agent, w)),
+                over("renameBox", {}, w => w.dialogs().showRename(Qt.point(14, 280))),
+                over("agentDetails", {}, w => w.dialogs().showAgent()),
+                over("details", {}, w => w.dialogs().showDetails("строка\n".repeat(300))),
+                over("proofs", {}, w => w.dialogs().showProofs()),
+                over("restore", {}, w => w.dialogs().showRestore()),
+                over("commit", {}, w => w.dialogs().showCommit()),
+                over("attachmentPicker", {}, w => w.dialogs().pick(w.dialogs().attachmentPicker)),
+                over("exportPicker", {}, w => w.dialogs().showExport("")),
+                over("differences", {}, w => w.dialogs().showDifferences()),
+                over("queueDialog", { queue: [{ id: "q", request: "a" }] }, w => w.dialogs().queueDialog.show().open()),
+                over("permissions", { uiState: { phase: "EXECUTION", pending } }, w => w.dialogs().permissions.show().open()),
+                over("mcpRequests", { mcpRequests: [server] }, w => w.dialogs().serverRequests.show().open()),
+                over("takeIn", { takeIn: { phase: "looking", folder: "/a", count: 1 } }),
+                over("removeAgent", {}, w => {
+                    findChild(w.contentItem, agent).forceActiveFocus(Qt.TabFocusReason);
+                    keyClick(Qt.Key_Delete);
+                })
+            ];
+        }
+        function test_everyControlIsReachedAndNamed(data) {
+            const before = app.activeFocusItem;
+            give(data.given);
+            tryVerify(() => findChild(app.contentItem, agent));
+            waitForRendering(app.contentItem);
+            data.ready(app);
+            if (data.over !== "")
+                tryVerify(() => findChild(app, data.over)?.opened);
+            waitForRendering(app.contentItem);
+            compare(keyboard.faults(app).join("\n"), "");
+            if (data.over === "")
+                return;
+            keyClick(Qt.Key_Escape);
+            tryVerify(() => !findChild(app, data.over).visible);
+            if (!data.over.includes("Menu") && data.over !== "removeAgent")
+                compare(app.activeFocusItem, before);
+        }
+    }
+}
