@@ -232,6 +232,7 @@ def test_the_coder_hears_once_of_a_dead_button_and_the_report_keeps_it(vesk, mod
     assert (last["message"], len(orders)) == ("COMPLETED", 2)
     assert note in str(orders[1]["fixes"] if "fixes" in orders[1] else orders[1])
     assert f"index.html: {note}." in last["evidence"]["gaps"]
+    assert sorted(picture.name[-8:] for picture in vesk.data.glob("pages/*/*")) == ["-390.png", "1280.png"]
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGKILL])

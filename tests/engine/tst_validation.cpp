@@ -1,5 +1,6 @@
 #include "files.h"
 #include "json_text.h"
+#include "page_pictures.h"
 #include "planned_run.h"
 
 #include <QDir>
@@ -260,9 +261,9 @@ private Q_SLOTS:
 
             const QJsonObject check = nodeTitled(run, u"Проверить сайт в браузере"_s);
             QCOMPARE(fields(check, u"input.arguments input.timeout_ms dependencies"_s),
-                     u"['%1','%2','%3/%4','%3'] 35000 ['%5']"_s.arg(tools.script,
-                                                                    tools.programs.path(u"microsoft-edge"_s),
-                                                                    run.workspace.root(), page, paths.join(u"','"_s)));
+                     u"['%1','%2','%3/%4','%3','%6'] 35000 ['%5']"_s.arg(
+                         tools.script, tools.programs.path(u"microsoft-edge"_s), run.workspace.root(), page,
+                         paths.join(u"','"_s), pictureStem(run.engine.picturesFolder, run.task(), page)));
             QCOMPARE(run.calls(check[u"id"_s].toString()), built ? 1 : 2);
         }
     }
