@@ -436,8 +436,8 @@ void InterfaceBenchmark::aLongSessionStaysAsItWas()
         QCOMPARE(child.process.state(), QProcess::Running);
         memory.append(proportionalMemory(u"/proc/%1/"_s.arg(child.process.processId())));
         descriptors.append(child.descriptors());
-        qInfo("minute %d: %.1f MB, %lld descriptors, %lld dead children, %s", minute, memory.last(),
-              descriptors.last(), child.deadChildren(), child.process.readAll().trimmed().constData());
+        qInfo("minute %d: %.1f MB, %lld descriptors, %lld dead children, %s", minute, memory.last(), descriptors.last(),
+              child.deadChildren(), child.process.readAll().trimmed().constData());
     }
     qInfo("memory: %.1f MB half way, %.1f MB at the end (goal: 2 more); descriptors: %lld at first, %lld at the end",
           memory[minutes / 2], memory.last(), descriptors.first(), descriptors.last());

@@ -292,7 +292,7 @@ ApplicationWindow {
             onProgressRequested: app.dialogs().showProgress()
             onResultRequested: app.openResult()
             onDetailsRequested: text => app.dialogs().showDetails(text)
-            onProofsRequested: app.dialogs().showProofs()
+            onProofsRequested: mark => app.dialogs().showProofs(mark)
             onQueueRequested: app.dialogs().queueDialog.show().open()
             onPermissionsRequested: app.dialogs().permissions.show().open()
             onServersRequested: app.dialogs().serverRequests.show().open()

@@ -1,9 +1,10 @@
 // Checks in a real browser that a page loads without errors and shows well on a computer and on a phone.
 //
-//   node browser-check.mjs BROWSER PAGE [PROJECT]
+//   node browser-check.mjs BROWSER PAGE [PROJECT [PICTURES]]
 //
 // Ends with 0 when all is well, 1 after a finding, 2 when the page could not be checked. The report is for the model
 // that writes the page. docs/browser-check.md has the details.
+import { mkdirSync, rmSync, writeFileSync } from 'node:fs';
 import { dirname, relative, resolve } from 'node:path';
 import { Browser, NoBrowser } from './browser-check/browser.mjs';
 import { Findings } from './browser-check/findings.mjs';
@@ -23,7 +24,7 @@ const screens = [
   { title: 'телефон 390×844', width: 390, height: 844, mobile: true },
 ];
 
-const [program, pageArgument, projectArgument] = process.argv.slice(2);
+const [program, pageArgument, projectArgument, pictures] = process.argv.slice(2);
 const page = resolve(pageArgument ?? '');
 const project = resolve(projectArgument ?? dirname(page));
 const mostDead = 6;
@@ -40,11 +41,28 @@ async function look(site, briefly) {
   for (const [index, screen] of screens.entries()) {
     if (findings.final || (briefly && !findings.empty))
       break;
-    await new View(browser.connection, site, screen, findings).run(tried, screens.length - index);
+    const view = new View(browser.connection, site, screen, findings);
+    await view.run(tried, screens.length - index);
+    keepPicture(screen, view.picture);
   }
   site.close();
   noteUse(tried);
   return findings;
+}
+
+/** How the page has looked on this screen, for whoever asks what the check has seen. Of its last look alone. */
+function keepPicture({ width }, png) {
+  if (!pictures)
+    return;
+  const path = `${pictures}-${width}.png`;
+  try {
+    rmSync(path, { force: true });
+    mkdirSync(dirname(path), { recursive: true });
+    if (png)
+      writeFileSync(path, png);
+  } catch {
+    // The check is worth as much without it.
+  }
 }
 
 /** What a button does that changes nothing, only its author knows. */

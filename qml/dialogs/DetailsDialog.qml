@@ -8,6 +8,8 @@ FloatingDialog {
 
     property string detailsText: ""
     property list<var> fields: []
+    /* Addresses of pictures that belong to the text. */
+    property list<string> pictures: []
     /* Gives the text that the fields were taken from. */
     property var source: null
     readonly property bool record: fields.length > 0
@@ -17,12 +19,17 @@ FloatingDialog {
     function showText(text: string) {
         show(text, [], null, tallest);
     }
+    function showPictures(text: string, addresses: list<string>) {
+        showText(text);
+        pictures = addresses;
+    }
     function showRecord(shown: list<var>, whole: var) {
         const lines = shown.every(field => !field.raw && field.text.length < 80) ? shown.length : 99;
         show("", shown, whole, Theme.px(160 + 32 * Math.max(2, lines)));
     }
     function show(text: string, shown: list<var>, whole: var, wanted: int) {
         rawShown = false;
+        pictures = [];
         detailsText = text;
         source = whole;
         fields = shown;
@@ -50,6 +57,25 @@ FloatingDialog {
             fields: root.fields
             Layout.fillWidth: true
             Layout.fillHeight: true
+        }
+        Row {
+            visible: root.pictures.length > 0
+            spacing: 10
+            Layout.fillWidth: true
+            Repeater {
+                model: root.pictures
+                Image {
+                    required property string modelData
+                    objectName: "detailsPicture"
+                    source: modelData
+                    asynchronous: true
+                    cache: false
+                    height: Theme.px(220)
+                    fillMode: Image.PreserveAspectFit
+                    Accessible.role: Accessible.Graphic
+                    Accessible.name: "Снимок страницы"
+                }
+            }
         }
         PlainArea {
             objectName: "detailsText"

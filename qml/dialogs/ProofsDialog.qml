@@ -11,20 +11,27 @@ FloatingDialog {
     property var proofs: ({})
     readonly property var rows: proofs.rows ?? []
 
-    signal detailsRequested(string text)
+    /* How many criteria are proved, and how many are not: {"level", "count"}. */
+    readonly property var counts: proofs.counts ?? []
+
+    signal detailsRequested(string text, list<string> pictures)
 
     objectName: "proofs"
     title: "Доказательства"
     width: Math.min(Theme.px(820), (parent?.width ?? 820) - 40)
     height: Math.min(Theme.px(640), (parent?.height ?? 640) - 40)
 
-    function begin() {
+    /* At the first criterion with this mark, or at the top. */
+    function begin(mark: string) {
         proofs = service.proofs();
         open();
+        list.currentIndex = Math.max(0, rows.findIndex(row => row.mark === mark));
+        list.positionViewAtIndex(list.currentIndex, ListView.Contain);
         list.forceActiveFocus();
     }
     function show(place: int) {
-        detailsRequested(service.proofBehind(rows[place].list, rows[place].place));
+        const row = rows[place];
+        detailsRequested(service.proofBehind(row.list, row.place), service.proofPictures(row.list, row.place));
     }
     function colourOf(level: string): color {
         return level === "proved" ? Theme.markOk : level === "seen" ? Theme.markWarn : Theme.markBad;
@@ -38,6 +45,24 @@ FloatingDialog {
                                                                 : "У этой задачи нет записей о доказательствах.")
             font.pixelSize: Theme.title
             Layout.fillWidth: true
+        }
+        /* How much of it is green. */
+        Row {
+            id: bar
+            readonly property int total: root.counts.reduce((sum, part) => sum + part.count, 0)
+            visible: total > 0
+            spacing: 3
+            Layout.fillWidth: true
+            Repeater {
+                model: root.counts.filter(part => part.count > 0)
+                Rectangle {
+                    required property var modelData
+                    width: (bar.width - 6) * modelData.count / Math.max(1, bar.total)
+                    height: 6
+                    radius: 3
+                    color: root.colourOf(modelData.level)
+                }
+            }
         }
         PaneList {
             id: list
@@ -128,7 +153,7 @@ FloatingDialog {
                 objectName: "proofsGaps"
                 text: "Что ещё проверить"
                 visible: root.proofs.gaps?.length > 0
-                onClicked: root.detailsRequested(root.proofs.gaps.map(gap => "• " + gap).join("\n"))
+                onClicked: root.detailsRequested(root.proofs.gaps.map(gap => "• " + gap).join("\n"), [])
             }
         }
     }

@@ -59,8 +59,8 @@ Item {
     function showVersions(path: string) {
         showRecord(Records.ofVersions(service.fileVersions(path)), () => service.fileHistory(path));
     }
-    function showProofs() {
-        (proofs.show() as ProofsDialog).begin();
+    function showProofs(mark: string) {
+        (proofs.show() as ProofsDialog).begin(mark);
     }
     function showRestore() {
         (restore.show() as RestoreDialog).begin();
@@ -206,7 +206,7 @@ Item {
         id: proofs
         sourceComponent: ProofsDialog {
             service: root.service
-            onDetailsRequested: text => root.showDetails(text)
+            onDetailsRequested: (text, pictures) => (details.show() as DetailsDialog).showPictures(text, pictures)
         }
     }
     LazyDialog {

@@ -26,7 +26,7 @@ Rectangle {
     signal progressRequested()
     signal resultRequested()
     signal detailsRequested(string text)
-    signal proofsRequested()
+    signal proofsRequested(string mark)
     signal queueRequested()
     signal permissionsRequested()
     signal serversRequested()
@@ -145,7 +145,7 @@ Rectangle {
                     onFileRequested: path => root.service.openFile(path)
                     onResultRequested: root.resultRequested()
                     onDetailsRequested: text => root.detailsRequested(text)
-                    onProofsRequested: root.proofsRequested()
+                    onProofsRequested: mark => root.proofsRequested(mark)
                     onCopyRequested: root.service.copyReport()
                 }
                 WaitingLine {

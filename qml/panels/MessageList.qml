@@ -15,7 +15,7 @@ ListView {
     signal fileRequested(string path)
     signal resultRequested()
     signal detailsRequested(string text)
-    signal proofsRequested()
+    signal proofsRequested(string mark)
     signal copyRequested()
 
     property bool hasFiles: false
@@ -140,7 +140,7 @@ ListView {
         onFileRequested: path => root.fileRequested(path)
         onResultRequested: root.resultRequested()
         onDetailsRequested: text => root.detailsRequested(text)
-        onProofsRequested: root.proofsRequested()
+        onProofsRequested: mark => root.proofsRequested(mark)
         onCopyRequested: root.copyRequested()
     }
 }

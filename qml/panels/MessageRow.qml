@@ -19,6 +19,10 @@ Item {
     /* Why the work has stopped, of a report that tells it. */
     readonly property string reason: report ? content.split("\n\nПочему работа остановилась\n")[1]?.split("\n\n")[0] ?? "" : ""
     readonly property string whole: report ? shortReport(content) : row.display_content ?? content
+    /* "Задача завершена. 3 из 5 критериев подтверждены проверками, 2 — только мнением агентов.": its parts. */
+    readonly property list<string> proved: report && content.startsWith(done + " ")
+        ? content.split("\n")[0].slice(done.length + 1).replace(/\.$/, "").split(", ") : []
+    readonly property string done: "Задача завершена."
     /* A text beyond this is opened apart: laying out a megabyte in a list would stop the window. */
     readonly property int longest: 20000
     readonly property bool cut: whole.length > longest
@@ -36,12 +40,16 @@ Item {
     signal cursorLeft(int step)
     signal resultRequested()
     signal detailsRequested(string text)
-    signal proofsRequested()
+    /* With a mark: what has it first. */
+    signal proofsRequested(string mark)
     signal copyRequested()
 
     function read(atEnd: bool) {
         text.cursorPosition = atEnd ? text.length : 0;
         text.forceActiveFocus();
+    }
+    function markOf(part: string): string {
+        return part.includes("мнением") ? "opinion" : part.includes("— не ") ? "none" : part.startsWith("Проверками не") ? "" : "check";
     }
     function shortReport(text: string): string {
         return text.startsWith("Задача завершена")
@@ -112,6 +120,23 @@ Item {
                 }
             }
             Loader {
+                active: root.proved.length > 0
+                visible: active
+                width: body.width
+                sourceComponent: Flow {
+                    spacing: 14
+                    Repeater {
+                        model: root.proved
+                        TextLink {
+                            required property string modelData
+                            objectName: "proof-" + root.markOf(modelData)
+                            text: modelData
+                            onClicked: root.proofsRequested(root.markOf(modelData))
+                        }
+                    }
+                }
+            }
+            Loader {
                 active: root.reason !== ""
                 visible: active
                 width: body.width
@@ -172,7 +197,7 @@ Item {
                         focusPolicy: root.focusPolicy
                         text: "Доказательства"
                         visible: root.content.startsWith("Задача завершена")
-                        onClicked: root.proofsRequested()
+                        onClicked: root.proofsRequested("")
                     }
                     Action {
                         id: copy

@@ -266,6 +266,8 @@ public:
     /// What the task in view rests on, and the records behind one row of it: proof_view.h.
     Q_INVOKABLE QVariantMap proofs() const;
     Q_INVOKABLE QString proofBehind(const QString &list, int place) const;
+    /// Addresses of the pictures behind it.
+    Q_INVOKABLE QStringList proofPictures(const QString &list, int place) const;
     Q_INVOKABLE QString fileContent(const QString &path) const;
     /// Puts the same into `viewer`; nothing for an empty path.
     Q_INVOKABLE void showFile(const QString &path);

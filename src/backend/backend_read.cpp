@@ -12,6 +12,7 @@
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QJsonDocument>
+#include <QUrl>
 
 #include <algorithm>
 
@@ -244,6 +245,16 @@ QString Backend::proofBehind(const QString &list, int place) const
     return answered([&] {
         return vesk::proofBehind(selected(), list, place,
                                  [this](const QString &run) { return core.store.get(u"agent_runs"_s, run); });
+    });
+}
+
+QStringList Backend::proofPictures(const QString &list, int place) const
+{
+    return answered([&] {
+        QStringList addresses;
+        for (const QString &path : picturesBehind(selected(), list, place, core.engine.picturesFolder))
+            addresses.append(QUrl::fromLocalFile(path).toString());
+        return addresses;
     });
 }
 

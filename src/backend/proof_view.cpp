@@ -5,6 +5,7 @@
 #include "evidence.h"
 #include "helpers.h"
 #include "narrator.h"
+#include "page_pictures.h"
 
 #include <QJsonArray>
 #include <QVariantList>
@@ -18,6 +19,7 @@ namespace vesk {
 namespace {
 
 constexpr qsizetype maxOutput = 4000;
+constexpr int pictureArgument = 4; ///< Of a check in a browser.
 
 QString levelOf(const QString &mark)
 {
@@ -55,6 +57,7 @@ QVariantList rowsOf(const QJsonObject &ledger, const QString &list, const QStrin
                                 {u"text"_s, oneLine(row[key].toString())},
                                 {u"marks"_s, marksOf(row)},
                                 {u"level"_s, levelOf(row["mark"_L1].toString())},
+                                {u"mark"_s, row["mark"_L1].toString()},
                                 {u"note"_s, strings(row["notes"_L1].toArray()).join(u"; "_s)}});
     }
     const auto gravity = [](const QVariant &row) {
@@ -62,6 +65,11 @@ QVariantList rowsOf(const QJsonObject &ledger, const QString &list, const QStrin
     };
     std::ranges::stable_sort(rows, {}, gravity);
     return rows;
+}
+
+QVariantMap countOf(const QString &level, int count)
+{
+    return {{u"level"_s, level}, {u"count"_s, count}};
 }
 
 QJsonObject entryOf(const QJsonArray &list, const QString &key, const QString &value)
@@ -103,12 +111,15 @@ QString reviewText(const QJsonObject &run)
 QVariantMap proofsOf(const QJsonObject &state)
 {
     const QJsonObject ledger = state["evidence"_L1].toObject();
+    const int unproved = ledger["believed"_L1].toInt() + ledger["open"_L1].toInt();
     return {
         {u"headline"_s, evidenceHeadline(ledger)},
         {u"rows"_s,
          rowsOf(ledger, u"criteria"_s, u"Что требовалось"_s, u"text"_s)
              + rowsOf(ledger, u"files"_s, u"Файлы"_s, u"path"_s)},
         {u"gaps"_s, strings(ledger["gaps"_L1].toArray())},
+        {u"counts"_s,
+         QVariantList{countOf(u"proved"_s, ledger["proved"_L1].toInt()), countOf(u"unproved"_s, unproved)}},
     };
 }
 
@@ -129,6 +140,16 @@ QString proofBehind(const QJsonObject &state, const QString &list, int place,
     if (texts.size() == 1)
         texts.append(u"За этим не стоит ни одной проверки: только мнение агентов."_s);
     return texts.join(u"\n\n———\n\n"_s);
+}
+
+QStringList picturesBehind(const QJsonObject &state, const QString &list, int place, const QString &pictures)
+{
+    QStringList found;
+    for (const QString &id : strings(state["evidence"_L1][list][place]["checks"_L1].toArray())) {
+        const QJsonObject node = entryOf(state["graph"_L1].toArray(), u"id"_s, id);
+        found += picturesAt(pictures, node["input"_L1]["arguments"_L1][pictureArgument].toString());
+    }
+    return found;
 }
 
 } // namespace vesk

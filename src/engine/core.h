@@ -2,6 +2,7 @@
 
 #include "engine.h"
 #include "event_bus.h"
+#include "page_pictures.h"
 #include "permissions.h"
 #include "recovery.h"
 #include "store.h"
@@ -28,15 +29,18 @@ public:
         , engine(store, workspace, events, permissions, tools, model)
         , journal(store, workspace, engine)
     {
-        engine.copiesFolder = QFileInfo(databaseFile).absolutePath() + QStringLiteral("/copies");
+        const QString folder = QFileInfo(databaseFile).absolutePath();
+        engine.copiesFolder = folder + QStringLiteral("/copies");
+        engine.picturesFolder = folder + QStringLiteral("/pages");
     }
 
-    /// What a process that was killed has left: unfinished tasks, copies of projects. For the process that holds the
-    /// data folder.
+    /// Puts in order what earlier processes have left: unfinished tasks, copies of projects, old pictures. For the
+    /// process that holds the data folder.
     void recover()
     {
         recoverInterruptedTasks(store);
         removeCopies(engine.copiesFolder);
+        removeOldPictures(engine.picturesFolder);
     }
 
     Store store;

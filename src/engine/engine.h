@@ -104,6 +104,7 @@ public:
     QJsonArray requestMedia;
     QJsonObject mediaTools;
     QString copiesFolder; ///< Where tests are tried in copies of the project; empty for not trying them.
+    QString picturesFolder; ///< Where pictures of pages are kept, a folder for each task; empty for none.
     /// Calls an MCP tool: server id, tool, arguments, completion.
     std::function<void(QString, QString, QJsonObject, Answer)> mcpCall;
 

@@ -3,6 +3,7 @@
 #include "engine_p.h"
 
 #include "evidence_text.h"
+#include "page_pictures.h"
 #include "programs.h"
 #include "project_checks.h"
 #include "rework.h"
@@ -241,13 +242,16 @@ QStringList Engine::checkedPages() const
 
 QString Engine::addPageCheck(const QString &page, const QString &title, const QStringList &after)
 {
+    QJsonArray arguments{browserScript(), browserProgram(), workspace.resolve(page), workspace.root()};
+    if (!picturesFolder.isEmpty())
+        arguments.append(pictureStem(picturesFolder, taskId, page));
     Node check;
     check.title = title;
     check.kind = u"tool"_s;
     check.dependencies = after;
     check.input = {
         {u"program"_s, nodeProgram()},
-        {u"arguments"_s, QJsonArray{browserScript(), browserProgram(), workspace.resolve(page), workspace.root()}},
+        {u"arguments"_s, arguments},
         {u"verification"_s, true},
         {u"timeout_ms"_s, browserTimeoutMs},
     };

@@ -58,10 +58,13 @@ QString nameOf(const QString &path)
     return path.section(u'/', -1);
 }
 
+/// A text that nothing can run.
 bool isProse(const QString &path)
 {
-    return path.endsWith(".md"_L1, Qt::CaseInsensitive) || path.endsWith(".txt"_L1, Qt::CaseInsensitive)
-        || path.endsWith(".rst"_L1, Qt::CaseInsensitive);
+    static const QStringList orders{u"CMakeLists.txt"_s, u"requirements.txt"_s};
+    return !orders.contains(nameOf(path))
+        && (path.endsWith(".md"_L1, Qt::CaseInsensitive) || path.endsWith(".txt"_L1, Qt::CaseInsensitive)
+            || path.endsWith(".rst"_L1, Qt::CaseInsensitive));
 }
 
 /// A program given as a text is told by its files.
@@ -264,10 +267,10 @@ private:
             const QJsonObject row = rowOfFile(*node);
             rows.append(row);
             const QString mark = row["mark"_L1].toString();
-            if (mark == "reviews"_L1 || mark == "syntax"_L1)
-                onlyReviews.append(pathOf(*node));
-            else if (mark != "check"_L1)
+            if (mark == "none"_L1 || mark == "opinion"_L1)
                 onlyOpinion.append(pathOf(*node));
+            else if (mark != "check"_L1 && !isProse(pathOf(*node)))
+                onlyReviews.append(pathOf(*node));
         }
         if (!onlyOpinion.isEmpty())
             gaps.append(u"Нет двух рецензий на последнюю версию: %1."_s.arg(listed(onlyOpinion)));

@@ -273,8 +273,11 @@ QString provedText(const QJsonObject &ledger)
 {
     QHash<QString, QString> commands;
     const QJsonArray checks = ledger["checks"_L1].toArray();
-    for (const QJsonValue &check : checks)
-        commands.insert(check["node"_L1].toString(), check["command"_L1].toString());
+    for (const QJsonValue &check : checks) {
+        const bool isPage = check["kind"_L1].toString() == "page"_L1;
+        commands.insert(check["node"_L1].toString(),
+                        isPage ? u"страница открыта и опробована в браузере"_s : check["command"_L1].toString());
+    }
     QString text;
     const QJsonArray criteria = ledger["criteria"_L1].toArray();
     for (const QJsonValue &criterion : criteria) {

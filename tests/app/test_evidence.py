@@ -93,6 +93,8 @@ TEXT = {"сад.md": "Сад цветёт весной."}
 LIES = {
     # Files
     "a review of another file": Story(files=TEXT, integration_reviewer=foreign, said=["рецензия дана другому файлу"]),
+    "a review of an older version": Story(files=TEXT, correctness_reviewer=lambda given: verdict() | {"revision": 7},
+                                          said=["рецензия дана другому файлу или другой версии"]),
     "nothing was run": Story(files={"main.py": MAIN}, said=["Смотрели только проверяющие, запуском не проверены: main.py"]),
     "an empty file": Story(files={"сад.md": " \n"}, said=["сад.md: пустой файл"]),
     "a promise": Story(files={"сад.md": "TODO: описать сад"}, said=["сад.md: только обещание"]),
@@ -136,6 +138,9 @@ LIES = {
                                         files=PROGRAM | {"test_main.py": "import main\n"}),
     # Opinions
     "an approval with a remark": Story(files=TEXT, validator=verdict() | {"issues": ["Нет роз"]}, said=["Нет роз"]),
+    "a judge's remark": Story(files=TEXT, risk_judge=verdict() | {"issues": ["Сад замёрзнет"]}, said=["Сад замёрзнет"]),
+    "a reviewer's remark": Story(files=TEXT, integration_reviewer=verdict() | {"required_changes": ["Добавить розы"]},
+                                 said=["сад.md: одобрено с замечанием: Добавить розы"]),
     "a doubtful approval": Story(files=TEXT, correctness_reviewer=verdict() | {"confidence": 0.1},
                                  said=["одобрено с уверенностью 0.1"]),
     "the observer objects": Story(files=TEXT, observer={"summary": "Розы не созданы."}, said=["Розы не созданы"]),
@@ -187,7 +192,7 @@ HONEST = {
 }
 
 
-def tell(vesk, model, story):
+def tell(vesk, model, story, *more):
     """Runs it; gives the ended process and its last line."""
     story.written, story.project = {}, str(vesk.project)
     story.answers = json.loads(json.dumps(story.answers).replace("{project}", story.project)) if "{project}" in \
@@ -198,7 +203,7 @@ def tell(vesk, model, story):
         model.answers |= earlier.answers | {"coding": earlier.write}
         assert vesk.run(earlier.request, *model.options()).code == 0
         model.answers |= story.answers | {"coding": story.write}
-    ended = vesk.run(story.request, "--allow-commands", "--json", *model.options())
+    ended = vesk.run(story.request, "--allow-commands", "--json", *more, *model.options())
     return ended, ended.events[-1]
 
 
@@ -218,6 +223,12 @@ def test_an_honest_run_stays_quiet(vesk, model, story):
     assert [gap for gap in last["evidence"]["gaps"] if not any(text in gap for text in OPINION)] == []
 
 
+@pytest.mark.parametrize("name, code", [("a program that is run", 0), ("a text", 5)])
+def test_a_strict_run_ends_well_only_with_all_proved(vesk, model, name, code):
+    ended, last = tell(vesk, model, HONEST[name], "--strict")
+    assert (ended.code, last["exit_code"]) == (code, code)
+
+
 def test_a_syntax_error_sends_only_its_own_file_back(vesk, model):
     tell(vesk, model, story := HONEST["a repair of a syntax error"])
     written = [given["artifact"]["node"]["input"]["path"] for role, given in zip(model.asked, model.inputs)
@@ -232,6 +243,7 @@ def test_the_coder_hears_once_of_a_dead_button_and_the_report_keeps_it(vesk, mod
     assert (last["message"], len(orders)) == ("COMPLETED", 2)
     assert note in str(orders[1]["fixes"] if "fixes" in orders[1] else orders[1])
     assert f"index.html: {note}." in last["evidence"]["gaps"]
+    assert sorted(picture.name[-8:] for picture in vesk.data.glob("pages/*/*")) == ["-390.png", "1280.png"]
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGKILL])

@@ -4,8 +4,10 @@ import pty
 import re
 import shutil
 import signal
+import sqlite3
 import subprocess
 import time
+from contextlib import closing
 
 import pexpect
 import pytest
@@ -364,6 +366,16 @@ def test_a_signal_cancels_the_task_at_any_moment(vesk, number, delay):
     assert ended.code == 130, ended.said
     records = vesk.records
     assert records.phases == (["CANCELLED"] if records["events"] else [])
+
+
+def test_a_report_that_cannot_be_stored_is_told(vesk):
+    assert vesk.run(vesk.calculator).code == 0
+    with closing(sqlite3.connect(vesk.data / "vesk.sqlite")) as database:
+        database.execute("CREATE TRIGGER full BEFORE INSERT ON messages WHEN NEW.body LIKE '%\"kind\":\"report\"%' "
+                         "BEGIN SELECT RAISE(ABORT, 'disk gone'); END")
+    ended = vesk.run(vesk.calculator)
+    assert ended.code == 1 and ended.out.startswith("Задача завершена.")
+    assert "Записи задачи сохранены не полностью: " in ended.err and "disk gone" in ended.err
 
 
 @pytest.mark.parametrize("number", [signal.SIGINT, signal.SIGKILL])

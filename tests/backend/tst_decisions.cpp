@@ -4,10 +4,12 @@
 #include "commit_plan.h"
 #include "conversation.h"
 #include "error_of.h"
+#include "files.h"
 #include "growing_list.h"
 #include "json_text.h"
 #include "media_choice.h"
 #include "message_kind.h"
+#include "page_pictures.h"
 #include "preferences.h"
 #include "proof_view.h"
 #include "read_models.h"
@@ -414,6 +416,30 @@ private Q_SLOTS:
         QCOMPARE(proofBehind(state, u"files"_s, 0, runOf).count(u"Решение: одобрено"_s), 2);
         QVERIFY(proofBehind(state, u"files"_s, 1, runOf).contains(u"только мнение агентов"_s));
         QVERIFY(proofsOf({})[u"rows"_s].toList().isEmpty());
+    }
+
+    void thePicturesOfAPageStandBehindItsRow()
+    {
+        QTemporaryDir folder;
+        const QString pictures = folder.filePath(u"pages"_s);
+        const QString stem = pictureStem(pictures, u"task"_s, u"index.html"_s);
+        const auto behind = [&](const QString &place) {
+            QJsonObject node = object(uR"({"id":"n","input":{"arguments":["s","b","p","r"]}})"_s);
+            QJsonObject input = node[u"input"_s].toObject();
+            QJsonArray arguments = input[u"arguments"_s].toArray();
+            arguments.append(place);
+            input[u"arguments"_s] = arguments;
+            node[u"input"_s] = input;
+            const QJsonObject state{{u"evidence"_s, object(uR"({"files":[{"checks":["n"]}]})"_s)},
+                                    {u"graph"_s, QJsonArray{node}}};
+            return picturesBehind(state, u"files"_s, 0, pictures);
+        };
+        QVERIFY(behind(stem).isEmpty());
+        save(stem + u"-390.png"_s, "x");
+        save(stem + u"-1280.png"_s, "x");
+        save(folder.filePath(u"own-390.png"_s), "x");
+        QCOMPARE(behind(stem), (QStringList{stem + u"-1280.png"_s, stem + u"-390.png"_s}));
+        QVERIFY(behind(folder.filePath(u"own"_s)).isEmpty() && behind(pictures + u"/../own"_s).isEmpty());
     }
 };
 

@@ -128,7 +128,7 @@ private Q_SLOTS:
 
     void aCheckThatReadsAFileProvesIt()
     {
-        PlannedRun run({code(u"main.py"_s), code(u"README.md"_s),
+        PlannedRun run({code(u"main.py"_s), code(u"README.md"_s), code(u"lib/CMakeLists.txt"_s),
                         command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"test -s main.py"_s}, {u"main.py"_s, u"README.md"_s}),
                         command(u"e"_s, u"/bin/sh"_s, {u"-c"_s, u"false || true"_s}, {u"README.md"_s})});
         run.engine.computerAccess = true;
@@ -144,7 +144,7 @@ private Q_SLOTS:
         QVERIFY2(report.startsWith(u"Задача завершена. 1 из 1 критерия подтверждён проверками.\n\n"_s),
                  qPrintable(report));
         QVERIFY(report.contains(u"» — подтверждено: sh -c test -s main.py"_s));
-        QVERIFY(gapsOf(run).contains(u"Смотрели только проверяющие, запуском не проверены: README.md."_s));
+        QVERIFY(gapsOf(run).contains(u"Смотрели только проверяющие, запуском не проверены: lib/CMakeLists.txt."_s));
         QCOMPARE(gapsOf(run).filter(u"ничего не доказывает"_s).size(), 1);
     }
 

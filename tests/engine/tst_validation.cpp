@@ -1,5 +1,6 @@
 #include "files.h"
 #include "json_text.h"
+#include "page_pictures.h"
 #include "planned_run.h"
 
 #include <QDir>
@@ -260,9 +261,9 @@ private Q_SLOTS:
 
             const QJsonObject check = nodeTitled(run, u"Проверить сайт в браузере"_s);
             QCOMPARE(fields(check, u"input.arguments input.timeout_ms dependencies"_s),
-                     u"['%1','%2','%3/%4','%3'] 35000 ['%5']"_s.arg(tools.script,
-                                                                    tools.programs.path(u"microsoft-edge"_s),
-                                                                    run.workspace.root(), page, paths.join(u"','"_s)));
+                     u"['%1','%2','%3/%4','%3','%6'] 35000 ['%5']"_s.arg(
+                         tools.script, tools.programs.path(u"microsoft-edge"_s), run.workspace.root(), page,
+                         paths.join(u"','"_s), pictureStem(run.engine.picturesFolder, run.task(), page)));
             QCOMPARE(run.calls(check[u"id"_s].toString()), built ? 1 : 2);
         }
     }
@@ -403,27 +404,29 @@ private Q_SLOTS:
 
     void aCheckThatSawTheOldTextRunsAgain_data()
     {
-        QTest::addColumn<bool>("passesBeforeTheRewrite");
-        QTest::newRow("passed while the rewrite was ordered") << true;
-        QTest::newRow("passed after the rewrite") << false;
+        QTest::addColumn<bool>("endsBeforeTheRewrite");
+        QTest::addColumn<QString>("end");
+        QTest::newRow("passed while the rewrite was ordered") << true << u"true"_s;
+        QTest::newRow("failed while the rewrite was ordered") << true << u"grep -q new a.txt"_s;
+        QTest::newRow("passed after the rewrite") << false << u"true"_s;
     }
 
     void aCheckThatSawTheOldTextRunsAgain()
     {
-        QFETCH(bool, passesBeforeTheRewrite);
-        PlannedRun run(
-            {code(u"a.txt"_s),
-             check(u"quick"_s, u"until [ -e begun ]; do sleep 0.01; done; grep new a.txt"_s, {u"a.txt"_s}),
-             check(u"slow"_s, u"cat a.txt; touch begun; until [ -e go ]; do sleep 0.01; done"_s, {u"a.txt"_s})});
+        QFETCH(bool, endsBeforeTheRewrite);
+        QFETCH(QString, end);
+        PlannedRun run({code(u"a.txt"_s),
+                        check(u"quick"_s, u"until [ -e begun ]; do sleep 0.01; done; grep new a.txt"_s, {u"a.txt"_s}),
+                        check(u"slow"_s, u"cat a.txt; touch begun; until [ -e go ]; do sleep 0.01; done; "_s + end,
+                              {u"a.txt"_s})});
         run.engine.computerAccess = true;
         run.texts = {{u"a.txt"_s, {u"old"_s, u"new"_s}}};
-        run.when(u"AutomaticCorrection"_s, u"Проверка не прошла"_s,
-                 [&] { run.model.holding = passesBeforeTheRewrite; });
+        run.when(u"AutomaticCorrection"_s, u"Проверка не прошла"_s, [&] { run.model.holding = endsBeforeTheRewrite; });
         run.start();
-        if (passesBeforeTheRewrite) {
+        if (endsBeforeTheRewrite) {
             QVERIFY(run.runToHeld(1));
             QVERIFY(run.save(u"go"_s, {}));
-            QVERIFY(run.runUntil([&] { return run.status(u"slow"_s) == u"COMPLETED"_s; }));
+            QVERIFY(run.runUntil([&] { return run.calls(u"slow"_s) == 1; }));
             run.model.holding = false;
             QVERIFY(run.model.release());
         } else {
@@ -435,6 +438,8 @@ private Q_SLOTS:
         QCOMPARE(run.calls(u"slow"_s), 2);
         QCOMPARE(run.node(u"slow"_s)[u"output"_s][u"stdout"_s].toString(), u"new"_s);
         QCOMPARE(run.node(u"a.txt"_s)[u"revision"_s].toInt(), 2);
+        QCOMPARE(run.messages(u"AutomaticCorrection"_s),
+                 QStringList{u"Проверка не прошла. Исправляю код, цикл 1 из 3."_s});
     }
 
     void aRejectionGoesToTheFileThatItNames()

@@ -92,7 +92,8 @@ Item {
             compare([other.width, other.color.a], [700, 0]);
         }
         function test_aReportOpensItsResultAndItsWhole() {
-            const report = message({ role: "assistant", kind: "report", content: "Задача завершена.\n\nПроверки" });
+            const headline = "Задача завершена. 2 из 3 критериев подтверждены проверками, 1 — только мнением агентов.";
+            const report = message({ role: "assistant", kind: "report", content: headline + "\n\nПроверки" });
             const details = spy(report, "detailsRequested");
             const result = spy(report, "resultRequested");
             const proofs = spy(report, "proofsRequested");
@@ -103,9 +104,12 @@ Item {
             mouseClick(findChild(report, "openResult"));
             mouseClick(findChild(report, "reportDetails"));
             mouseClick(findChild(report, "reportProofs"));
-            compare(proofs.count, 1);
+            mouseClick(findChild(report, "proof-opinion"));
+            mouseClick(findChild(report, "proof-check"));
+            compare(proofs.signalArguments.map(call => call[0]), ["", "opinion", "check"]);
+            compare(findChild(report, "proof-opinion").text, "1 — только мнением агентов");
             compare(result.count, 1);
-            compare(details.signalArguments[0][0], "Задача завершена.\n\nПроверки");
+            compare(details.signalArguments[0][0], headline + "\n\nПроверки");
         }
         function test_aLongMessageIsShownWholeAndAHugeOneApart() {
             const whole = message({ role: "assistant", content: "строка 10\n".repeat(1000) });

@@ -19,13 +19,15 @@ Item {
         property var calls: []
         function connectProvider(provider: string, model: string, key: string) { calls.push([provider, model, key]); }
         function proofs(): var {
-            return { headline: "1 из 2 критериев подтверждён проверками.", gaps: ["main.py: пустой файл."], rows: [
+            return { headline: "1 из 2 критериев подтверждён проверками.", gaps: ["main.py: пустой файл."],
+                counts: [{ level: "proved", count: 1 }, { level: "unproved", count: 1 }], rows: [
                 { list: "criteria", place: 1, section: "Что требовалось", text: "Работает", marks: ["только мнение"],
-                  level: "unproved", note: "" },
+                  level: "unproved", mark: "opinion", note: "" },
                 { list: "files", place: 0, section: "Файлы", text: "main.py", marks: ["проверка", "две рецензии"],
-                  level: "proved", note: "пустой файл" }] };
+                  level: "proved", mark: "check", note: "пустой файл" }] };
         }
         function proofBehind(list: string, place: int): string { return list + place; }
+        function proofPictures(list: string, place: int): var { return list === "files" ? ["qrc:/x.png"] : []; }
         property var mcpServers: []
         property var mcpRequests: []
         function connectMcp(id: string) { calls.push(["connect", id]); }
@@ -51,14 +53,16 @@ Item {
         function test_aProofOpensTheRecordBehindIt() {
             const dialog = createTemporaryObject(proofsComponent, root);
             const opened = createTemporaryObject(spyComponent, root, { target: dialog, signalName: "detailsRequested" });
-            dialog.begin();
+            dialog.begin("check");
             tryCompare(dialog, "opened", true);
             const list = findChild(dialog.contentItem, "proofRows");
-            compare(list.count, 2);
+            compare([list.count, list.currentIndex], [2, 1]);
+            dialog.begin("");
+            compare(list.currentIndex, 0);
             compare(list.itemAtIndex(1).Accessible.name, "проверка, две рецензии: main.py");
             keyClick(Qt.Key_Return);
             mouseClick(list.itemAtIndex(1));
-            compare(opened.signalArguments.map(call => call[0]), ["criteria1", "files0"]);
+            compare(opened.signalArguments.map(call => [call[0], call[1].length]), [["criteria1", 0], ["files0", 1]]);
         }
 
         function init() {

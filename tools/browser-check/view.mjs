@@ -67,6 +67,9 @@ export class View {
   effects = 0;
   hasLeft = false;
 
+  /** The page as it was judged, a PNG; null without one. */
+  picture = null;
+
   constructor(connection, site, screen, findings) {
     this.#connection = connection;
     this.#site = site;
@@ -462,7 +465,8 @@ export class View {
   async #showsOneColour() {
     const shot = this.#send('Page.captureScreenshot', { format: 'png' });
     try {
-      return isOneColour(Buffer.from((await within(shot, answerLimitMs, 'no picture')).data, 'base64'));
+      this.picture = Buffer.from((await within(shot, answerLimitMs, 'no picture')).data, 'base64');
+      return isOneColour(this.picture);
     } catch {
       return false; // It says nothing about the page that there is no picture of it.
     }
