@@ -17,6 +17,12 @@ ListView {
         contentY = Math.max(originY, Math.min(originY + Math.max(0, contentHeight - height), y));
     }
 
+    function copyAll() {
+        copier.text = fields.map(field => (field.label && field.label + ": ") + field.text).join("\n");
+        copier.selectAll();
+        copier.copy();
+    }
+
     model: fields
     clip: true
     spacing: 12
@@ -28,6 +34,8 @@ ListView {
     Keys.onUpPressed: scrollTo(contentY - 60)
     Keys.onDownPressed: scrollTo(contentY + 60)
     Keys.onPressed: event => {
+        if (event.matches(StandardKey.Copy))
+            copyAll();
         const places = {
             [Qt.Key_PageUp]: contentY - height + 60,
             [Qt.Key_PageDown]: contentY + height - 60,
@@ -39,6 +47,11 @@ ListView {
             scrollTo(places[event.key]);
     }
 
+    TextEdit {
+        id: copier
+        visible: false
+        Accessible.ignored: true
+    }
     Rectangle {
         parent: root
         anchors.fill: parent

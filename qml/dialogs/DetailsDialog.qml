@@ -31,7 +31,7 @@ FloatingDialog {
     }
     function toggleRaw() {
         rawShown = !rawShown;
-        detailsText = rawShown ? source() : "";
+        detailsText = rawShown ? source.call(null) : "";
         height = Math.max(height, tallest);
         fit();
     }
