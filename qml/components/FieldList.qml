@@ -10,6 +10,7 @@ ListView {
 
     required property list<var> fields
     property string name: ""
+    readonly property int nameWidth: Theme.px(150)
     /* A value beyond this is shown in its beginning: laying out a megabyte would stop the window. */
     readonly property int longest: 20000
 
@@ -77,12 +78,12 @@ ListView {
             x: 8
             y: 2
             visible: text !== ""
-            width: field.beside ? 150 : parent.width - 8
+            width: field.beside ? root.nameWidth : parent.width - 8
             text: field.modelData.label
         }
         Rectangle {
             id: ground
-            x: field.beside ? 170 : 8
+            x: field.beside ? root.nameWidth + 20 : 8
             y: field.raw && label.visible ? label.height + 6 : 0
             width: parent.width - x
             height: value.height + 2 * field.inset
