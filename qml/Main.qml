@@ -38,11 +38,12 @@ ApplicationWindow {
     property string renameDraft: ""
     readonly property string phase: current.phase || "IDLE"
     readonly property bool live: !["IDLE", "COMPLETED", "FAILED", "CANCELLED", "INTERRUPTED"].includes(phase)
+    readonly property bool asked: live && current.pending?.length > 0
     readonly property string note: backend.chatBusy ? "Готовлю ответ"
         : backend.apiTesting ? "Проверяю API"
         : live && current.paused ? "На паузе"
         : phase === "CLARIFICATION" ? "Нужен ваш ответ"
-        : live && current.pending?.length > 0 ? "Нужно ваше разрешение"
+        : asked ? "Нужно ваше разрешение"
         : live ? backend.phaseLabel(phase) : "Готов к работе"
     readonly property bool teamLeft: preferences.team_left === true
     property alias input: chat.input
@@ -248,6 +249,7 @@ ApplicationWindow {
                 service: app.backend
                 quiet: !app.live && !app.backend.chatBusy
                 currentTask: app.current.id ?? ""
+                currentNote: app.asked ? "Нужно ваше разрешение" : ""
                 onNewChat: {
                     app.backend.newConversation();
                     app.focusInput();

@@ -10,11 +10,18 @@ ListView {
 
     required property list<var> fields
     property string name: ""
+    readonly property int nameWidth: Theme.px(150)
     /* A value beyond this is shown in its beginning: laying out a megabyte would stop the window. */
     readonly property int longest: 20000
 
     function scrollTo(y: real) {
         contentY = Math.max(originY, Math.min(originY + Math.max(0, contentHeight - height), y));
+    }
+
+    function copyAll() {
+        copier.text = fields.map(field => (field.label && field.label + ": ") + field.text).join("\n");
+        copier.selectAll();
+        copier.copy();
     }
 
     model: fields
@@ -28,6 +35,8 @@ ListView {
     Keys.onUpPressed: scrollTo(contentY - 60)
     Keys.onDownPressed: scrollTo(contentY + 60)
     Keys.onPressed: event => {
+        if (event.matches(StandardKey.Copy))
+            copyAll();
         const places = {
             [Qt.Key_PageUp]: contentY - height + 60,
             [Qt.Key_PageDown]: contentY + height - 60,
@@ -39,6 +48,11 @@ ListView {
             scrollTo(places[event.key]);
     }
 
+    TextEdit {
+        id: copier
+        visible: false
+        Accessible.ignored: true
+    }
     Rectangle {
         parent: root
         anchors.fill: parent
@@ -64,12 +78,12 @@ ListView {
             x: 8
             y: 2
             visible: text !== ""
-            width: field.beside ? 150 : parent.width - 8
+            width: field.beside ? root.nameWidth : parent.width - 8
             text: field.modelData.label
         }
         Rectangle {
             id: ground
-            x: field.beside ? 170 : 8
+            x: field.beside ? root.nameWidth + 20 : 8
             y: field.raw && label.visible ? label.height + 6 : 0
             width: parent.width - x
             height: value.height + 2 * field.inset

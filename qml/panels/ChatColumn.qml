@@ -199,7 +199,7 @@ Rectangle {
                 ActionCard {
                     objectName: "serverCard"
                     visible: root.service.mcpRequests.length > 0
-                    text: "Сервер MCP из проекта ждёт разрешения"
+                    text: "Проект просит запустить свой сервер инструментов"
                     action: "Посмотреть"
                     Layout.fillWidth: true
                     Layout.preferredHeight: 58

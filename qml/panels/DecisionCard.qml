@@ -1,6 +1,5 @@
 pragma ComponentBehavior: Bound
 import QtQuick
-import QtQuick.Controls.Basic
 import QtQuick.Layouts
 import Vesk
 
@@ -40,6 +39,7 @@ Rectangle {
         }
         /* However many and long the answers are, the input box stays in sight. */
         Flickable {
+            id: scroller
             clip: true
             boundsBehavior: Flickable.StopAtBounds
             contentHeight: choices.implicitHeight
@@ -47,6 +47,10 @@ Rectangle {
             Layout.fillWidth: true
             Layout.fillHeight: true
             Layout.preferredHeight: Math.min(Theme.px(220), choices.implicitHeight)
+
+            function reveal(top: real, bottom: real) {
+                contentY = Math.max(Math.min(contentY, top), bottom - height);
+            }
 
             Flow {
                 id: choices
@@ -63,12 +67,14 @@ Rectangle {
                         primary: index === 0
                         width: Math.min(implicitWidth, content.width)
                         onClicked: root.answered(modelData)
+                        onVisualFocusChanged: if (visualFocus) scroller.reveal(y, y + height)
                     }
                 }
                 Action {
                     objectName: "ownAnswer"
                     text: "Свой ответ"
                     onClicked: root.ownAnswer()
+                    onVisualFocusChanged: if (visualFocus) scroller.reveal(y, y + height)
                 }
             }
         }

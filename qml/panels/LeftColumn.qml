@@ -11,6 +11,8 @@ Rectangle {
     /* Neither a run nor a chat is going on. */
     required property bool quiet
     required property string currentTask
+    /* What the task in view waits for, when its phase doesn't tell. */
+    property string currentNote: ""
     readonly property bool demo: service.settings.mock ?? true
     property alias projectMenu: projectMenu
 
@@ -127,7 +129,7 @@ Rectangle {
             delegate: ThreadRow {
                 width: ListView.view.width
                 chosen: row.id === root.currentTask
-                phase: root.service.phaseLabel(row.phase)
+                phase: chosen && root.currentNote !== "" ? root.currentNote : root.service.phaseLabel(row.phase)
                 onClicked: root.choose(row.id)
                 onMenuRequested: root.taskMenu(row.id, this)
             }

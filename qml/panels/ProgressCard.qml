@@ -31,6 +31,8 @@ Rectangle {
     radius: 16
     color: Theme.progressCard
     border.color: Theme.progressBorder
+    Accessible.role: Accessible.Grouping
+    Accessible.name: stage.text + ", " + remark.text
     onLiveChanged: now = new Date()
 
     Timer {
@@ -65,6 +67,7 @@ Rectangle {
         ColumnLayout {
             spacing: 2
             LabelText {
+                id: stage
                 objectName: "progressState"
                 text: root.note + (root.live && root.progress.step ? " · " + root.progress.step : "")
                 wrapMode: Text.NoWrap
@@ -72,6 +75,7 @@ Rectangle {
                 Layout.fillWidth: true
             }
             Note {
+                id: remark
                 objectName: "progressNote"
                 text: root.ended ? root.result() : root.streamNote || "План, структура и действия команды"
                 wrapMode: Text.NoWrap
