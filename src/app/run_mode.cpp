@@ -11,7 +11,6 @@
 #include "narrator.h"
 #include "phases.h"
 #include "project_lookup.h"
-#include "take_in.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -98,6 +97,17 @@ void RunMode::bindProject()
     while (core.workspace.restoreNext()) { } // that a crash has interrupted
 }
 
+/// A large folder is taken in as it is touched; what it has is told to the planner all the same.
+void RunMode::mapLargeFolder(const TakeIn &scan)
+{
+    QList<MappedFile> files;
+    for (const TakeIn::File &file : scan.files()) {
+        files.append({file.path, file.bytes});
+        core.engine.projectTree.append(file.path);
+    }
+    core.engine.projectTreeMap = projectMap(files, maxMapChars);
+}
+
 int RunMode::exec()
 {
     QTimer::singleShot(0, this, &RunMode::begin);
@@ -109,7 +119,7 @@ void RunMode::begin()
     if (decided)
         return;
     guarded([this] {
-        if (options.takeIn)
+        if (options.takeIn || core.workspace.takesLazily())
             takeFolderIn();
         if (options.acceptEdits)
             takeEdits();
@@ -166,12 +176,16 @@ void RunMode::startWhenReady()
     guarded([this] { core.engine.start(options.request, options.simulate, options.budget, options.buildCommand); });
 }
 
-/// Files that the project has already stay what they are.
+/// Files that the project has already stay what they are; of a large folder each waits until it is touched.
 void RunMode::takeFolderIn()
 {
     constexpr qsizetype batch = 64;
     TakeIn scan(core.workspace);
     while (scan.lookOn()) { }
+    if (scan.isLarge() && core.workspace.files().isEmpty())
+        core.workspace.takeLazily();
+    if (core.workspace.takesLazily())
+        return mapLargeFolder(scan);
     QStringList paths;
     for (const TakeIn::File &file : scan.files()) {
         paths.append(file.path);

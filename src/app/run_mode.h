@@ -3,6 +3,7 @@
 #include "core.h"
 #include "mcp_client.h"
 #include "run_options.h"
+#include "take_in.h"
 
 #include <QHash>
 #include <QList>
@@ -48,6 +49,7 @@ private:
     void startWhenReady();
     void takeEdits();
     void takeFolderIn();
+    void mapLargeFolder(const TakeIn &scan);
     void follow(const QJsonObject &event);
     void watchPhase();
     void answerQuestion();

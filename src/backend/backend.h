@@ -19,6 +19,7 @@
 #include "request_queue.h"
 #include "taking_in.h"
 #include "task_view.h"
+#include "tree_watch.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -423,6 +424,7 @@ private:
     AgentTeam team;
     Attachments attachments;
     EditWatch editWatch;
+    TreeWatch treeWatch;
     Differences compared;
     CodeView shownFile;
     TakingIn taking;
