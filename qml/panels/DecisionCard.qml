@@ -12,6 +12,7 @@ Rectangle {
 
     signal answered(string answer)
     signal ownAnswer()
+    signal compared(string path)
 
     // In a low window the answers give way, and scroll.
     Layout.fillHeight: true
@@ -63,6 +64,16 @@ Rectangle {
                         primary: index === 0
                         width: Math.min(implicitWidth, content.width)
                         onClicked: root.answered(modelData)
+                    }
+                }
+                Repeater {
+                    model: Array.from(root.decision?.paths ?? []).slice(0, 10)
+                    Action {
+                        required property string modelData
+                        objectName: "decisionDifferences"
+                        text: "Посмотреть различия: " + modelData
+                        width: Math.min(implicitWidth, content.width)
+                        onClicked: root.compared(modelData)
                     }
                 }
                 Action {

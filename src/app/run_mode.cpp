@@ -16,7 +16,6 @@
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QRegularExpression>
-#include <QSocketNotifier>
 #include <QTimer>
 
 #include <algorithm>
@@ -123,10 +122,36 @@ void RunMode::begin()
             takeFolderIn();
         if (options.acceptEdits)
             takeEdits();
+        const QList<HandEdit> edits = canAsk() ? core.workspace.handEdits() : QList<HandEdit>();
+        if (!edits.isEmpty())
+            askAboutEdits(edits, [this, edits](bool takesOwn) { settleEdits(edits, takesOwn); });
+        else
+            beginTask();
+    });
+}
+
+void RunMode::beginTask()
+{
+    guarded([this] {
         if (options.allowCommands)
             prepareServers();
     });
     startWhenReady();
+}
+
+/// One that can't be settled ends the run: the task would be refused over it.
+void RunMode::settleEdits(const QList<HandEdit> &edits, bool takesOwn)
+{
+    guarded([&] {
+        for (const HandEdit &edit : edits) {
+            (void)(takesOwn ? core.workspace.takeEdit(edit.path) : core.workspace.undoEdit(edit.path));
+            if (!options.json)
+                printErrorLine((takesOwn ? u"Взята ваша версия: "_s : u"Возвращена версия программы: "_s)
+                               + visibleText(edit.text()));
+        }
+    });
+    if (!decided)
+        beginTask();
 }
 
 /// Calls up the MCP servers that the request names. Unlike in the window this run is the only one to use them, so it
@@ -273,6 +298,14 @@ void RunMode::answerQuestion()
     const QStringList choices = strings(decision["options"_L1].toArray());
     if (options.acceptEdits && decision["kind"_L1].toString() == "hand_edit"_L1 && ++editAnswers <= maxOwnChoices)
         return core.engine.clarify(choices.first());
+    if (decision["kind"_L1].toString() == "hand_edit"_L1 && options.answers.isEmpty() && canAsk()) {
+        // One question at a time; this one comes up again behind a command's.
+        if (!asking)
+            askAboutEdits(core.workspace.handEdits(), [this, choices](bool takesOwn) {
+                guarded([&] { core.engine.clarify(choices.value(takesOwn ? 0 : 1)); });
+            });
+        return;
+    }
     const QString answer = options.answers.isEmpty() ? ownChoice(decision["question"_L1].toString(), choices)
                                                      : options.answers.takeFirst();
     if (answer.isEmpty()) {
@@ -323,33 +356,6 @@ void RunMode::askPermission()
         return;
     }
     ask(what, [this](bool yes) { takeCommandConsent(yes); });
-}
-
-/// Runs `then` with the answer that is typed; at the end of the input the run ends instead.
-void RunMode::ask(const QString &what, const std::function<void(bool)> &then)
-{
-    printErrorLine(what + u"\nВыполнить? (да/нет)"_s);
-    asking = true;
-    auto *input = new QSocketNotifier(standardInput, QSocketNotifier::Read, this);
-    connect(input, &QSocketNotifier::activated, this, [this, input, then] { takeConsent(input, then); });
-}
-
-void RunMode::takeConsent(QSocketNotifier *input, const std::function<void(bool)> &then)
-{
-    if (decided || (begun && !core.engine.busy()))
-        return input->setEnabled(false);
-    const std::optional<QString> answer = readAnswer();
-    const bool yes = answer && answer->toLower() == u"да"_s;
-    if (answer && !yes && answer->toLower() != u"нет"_s) {
-        printErrorLine(u"Введите «да» или «нет»."_s);
-        return;
-    }
-    input->setEnabled(false);
-    input->deleteLater();
-    asking = false;
-    if (!answer)
-        return stop(RunExit::PermissionNeeded);
-    then(yes);
 }
 
 void RunMode::takeCommandConsent(bool yes)

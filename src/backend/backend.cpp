@@ -88,6 +88,7 @@ void Backend::connectServices()
     connect(&committing, &Committing::ended, this, &Backend::lookForEdits);
     connect(&exporting, &Exporting::changed, this, &Backend::notifyUi);
     connect(&exporting, &Exporting::concluded, this, &Backend::show);
+    connect(&shownPicture, &PictureView::changed, this, &Backend::notifyUi);
     connect(&treeWatch, &TreeWatch::changed, this, [this] {
         core.engine.projectTree = treeWatch.files();
         core.engine.projectTreeMap = treeWatch.map();
