@@ -171,6 +171,10 @@ Rectangle {
                     visible: root.clarifying
                     decision: root.current.decision
                     Layout.fillWidth: true
+                    onCompared: path => {
+                        root.service.compareEdit(path);
+                        root.differencesRequested();
+                    }
                     onAnswered: answer => {
                         root.service.clarify(answer);
                         root.input.forceActiveFocus();

@@ -11,6 +11,7 @@ Rectangle {
 
     signal answered(string answer)
     signal ownAnswer()
+    signal compared(string path)
 
     // In a low window the answers give way, and scroll.
     Layout.fillHeight: true
@@ -68,6 +69,16 @@ Rectangle {
                         width: Math.min(implicitWidth, content.width)
                         onClicked: root.answered(modelData)
                         onVisualFocusChanged: if (visualFocus) scroller.reveal(y, y + height)
+                    }
+                }
+                Repeater {
+                    model: Array.from(root.decision?.paths ?? []).slice(0, 10)
+                    Action {
+                        required property string modelData
+                        objectName: "decisionDifferences"
+                        text: "Посмотреть различия: " + modelData
+                        width: Math.min(implicitWidth, content.width)
+                        onClicked: root.compared(modelData)
                     }
                 }
                 Action {

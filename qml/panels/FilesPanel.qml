@@ -120,7 +120,7 @@ ColumnLayout {
             objectName: "filePicture"
             anchors.fill: parent
             anchors.margins: 8
-            source: root.shown && root.media && root.selected.url?.startsWith("file:") ? root.selected.url : ""
+            source: root.service.viewerPicture
             visible: source.toString() !== ""
             asynchronous: true
             fillMode: Image.PreserveAspectFit

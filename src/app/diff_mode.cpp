@@ -32,9 +32,8 @@ int revisionNumber(const QString &option, const QString &value)
     return number;
 }
 
-void print(const QString &path, const std::optional<QByteArray> &before, const std::optional<QByteArray> &after)
+void print(const QByteArray &text)
 {
-    const QByteArray text = unifiedDiff(slashed(path), before, after);
     if (!text.isEmpty())
         printLine(QString::fromUtf8(text.chopped(1)));
 }
@@ -50,7 +49,7 @@ void printRevisions(const Workspace &workspace, const DiffOptions &options)
         require(number == 0 || !record.isEmpty(), u"Нет версии %1 файла "_s.arg(number) + options.path);
         return workspace.bytesOf(record);
     };
-    print(options.path, bytes(from), bytes(to));
+    print(unifiedDiff(slashed(options.path), bytes(from), bytes(to)));
 }
 
 void printEdits(const Workspace &workspace, const QString &only)
@@ -59,12 +58,10 @@ void printEdits(const Workspace &workspace, const QString &only)
     for (const HandEdit &edit : edits) {
         if (!only.isEmpty() && slashed(edit.path) != slashed(only))
             continue;
-        const bool isThere = edit.kind == HandEdit::Kind::Changed || edit.kind == HandEdit::Kind::Added;
         if (edit.kind == HandEdit::Kind::Unreadable)
             printErrorLine(visibleText(edit.text()));
         else
-            print(edit.path, workspace.bytesOf(workspace.latest(edit.path)),
-                  isThere ? std::optional(workspace.read(edit.path)) : std::nullopt);
+            print(differenceOf(workspace, edit));
     }
 }
 
@@ -74,10 +71,19 @@ void printTask(const Workspace &workspace, const QString &task)
     require(!before.isEmpty(), u"Задача ещё ничего не меняла."_s);
     const QList<FileChange> changes = workspace.changesSince(before);
     for (const FileChange &change : changes)
-        print(change.path, workspace.bytesOf(change.before), workspace.bytesOf(change.after));
+        print(unifiedDiff(slashed(change.path), workspace.bytesOf(change.before), workspace.bytesOf(change.after)));
 }
 
 } // namespace
+
+QByteArray differenceOf(const Workspace &workspace, const HandEdit &edit)
+{
+    const bool isThere = edit.kind == HandEdit::Kind::Changed || edit.kind == HandEdit::Kind::Added;
+    if (edit.kind == HandEdit::Kind::Unreadable)
+        return edit.text().toUtf8();
+    return unifiedDiff(slashed(edit.path), workspace.bytesOf(workspace.latest(edit.path)),
+                       isThere ? std::optional(workspace.read(edit.path)) : std::nullopt);
+}
 
 DiffOptions parseDiffOptions(const QStringList &arguments)
 {

@@ -1,9 +1,13 @@
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 #include <QStringList>
 
 namespace vesk {
+
+class Workspace;
+struct HandEdit;
 
 /// What "--diff" was asked to show.
 struct DiffOptions {
@@ -17,6 +21,10 @@ struct DiffOptions {
 
 /// Reads the arguments of "--diff". Throws std::runtime_error with a text for people.
 DiffOptions parseDiffOptions(const QStringList &arguments);
+
+/// An edited file against its record, as a unified diff; of one that can't be read what is to be said of it. Throws
+/// std::runtime_error.
+QByteArray differenceOf(const Workspace &workspace, const HandEdit &edit);
 
 /// Prints the differences on standard output, as `patch -p1` applies them; the exit code of the process. Throws
 /// std::runtime_error.

@@ -11,13 +11,11 @@
 #include "narrator.h"
 #include "phases.h"
 #include "project_lookup.h"
-#include "take_in.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QJsonDocument>
 #include <QRegularExpression>
-#include <QSocketNotifier>
 #include <QTimer>
 
 #include <algorithm>
@@ -98,6 +96,17 @@ void RunMode::bindProject()
     while (core.workspace.restoreNext()) { } // that a crash has interrupted
 }
 
+/// A large folder is taken in as it is touched; what it has is told to the planner all the same.
+void RunMode::mapLargeFolder(const TakeIn &scan)
+{
+    QList<MappedFile> files;
+    for (const TakeIn::File &file : scan.files()) {
+        files.append({file.path, file.bytes});
+        core.engine.projectTree.append(file.path);
+    }
+    core.engine.projectTreeMap = projectMap(files, maxMapChars);
+}
+
 int RunMode::exec()
 {
     QTimer::singleShot(0, this, &RunMode::begin);
@@ -109,14 +118,40 @@ void RunMode::begin()
     if (decided)
         return;
     guarded([this] {
-        if (options.takeIn)
+        if (options.takeIn || core.workspace.takesLazily())
             takeFolderIn();
         if (options.acceptEdits)
             takeEdits();
+        const QList<HandEdit> edits = canAsk() ? core.workspace.handEdits() : QList<HandEdit>();
+        if (!edits.isEmpty())
+            askAboutEdits(edits, [this, edits](bool takesOwn) { settleEdits(edits, takesOwn); });
+        else
+            beginTask();
+    });
+}
+
+void RunMode::beginTask()
+{
+    guarded([this] {
         if (options.allowCommands)
             prepareServers();
     });
     startWhenReady();
+}
+
+/// One that can't be settled ends the run: the task would be refused over it.
+void RunMode::settleEdits(const QList<HandEdit> &edits, bool takesOwn)
+{
+    guarded([&] {
+        for (const HandEdit &edit : edits) {
+            (void)(takesOwn ? core.workspace.takeEdit(edit.path) : core.workspace.undoEdit(edit.path));
+            if (!options.json)
+                printErrorLine((takesOwn ? u"Взята ваша версия: "_s : u"Возвращена версия программы: "_s)
+                               + visibleText(edit.text()));
+        }
+    });
+    if (!decided)
+        beginTask();
 }
 
 /// Calls up the MCP servers that the request names. Unlike in the window this run is the only one to use them, so it
@@ -166,12 +201,16 @@ void RunMode::startWhenReady()
     guarded([this] { core.engine.start(options.request, options.simulate, options.budget, options.buildCommand); });
 }
 
-/// Files that the project has already stay what they are.
+/// Files that the project has already stay what they are; of a large folder each waits until it is touched.
 void RunMode::takeFolderIn()
 {
     constexpr qsizetype batch = 64;
     TakeIn scan(core.workspace);
     while (scan.lookOn()) { }
+    if (scan.isLarge() && core.workspace.files().isEmpty())
+        core.workspace.takeLazily();
+    if (core.workspace.takesLazily())
+        return mapLargeFolder(scan);
     QStringList paths;
     for (const TakeIn::File &file : scan.files()) {
         paths.append(file.path);
@@ -259,6 +298,14 @@ void RunMode::answerQuestion()
     const QStringList choices = strings(decision["options"_L1].toArray());
     if (options.acceptEdits && decision["kind"_L1].toString() == "hand_edit"_L1 && ++editAnswers <= maxOwnChoices)
         return core.engine.clarify(choices.first());
+    if (decision["kind"_L1].toString() == "hand_edit"_L1 && options.answers.isEmpty() && canAsk()) {
+        // One question at a time; this one comes up again behind a command's.
+        if (!asking)
+            askAboutEdits(core.workspace.handEdits(), [this, choices](bool takesOwn) {
+                guarded([&] { core.engine.clarify(choices.value(takesOwn ? 0 : 1)); });
+            });
+        return;
+    }
     const QString answer = options.answers.isEmpty() ? ownChoice(decision["question"_L1].toString(), choices)
                                                      : options.answers.takeFirst();
     if (answer.isEmpty()) {
@@ -309,33 +356,6 @@ void RunMode::askPermission()
         return;
     }
     ask(what, [this](bool yes) { takeCommandConsent(yes); });
-}
-
-/// Runs `then` with the answer that is typed; at the end of the input the run ends instead.
-void RunMode::ask(const QString &what, const std::function<void(bool)> &then)
-{
-    printErrorLine(what + u"\nВыполнить? (да/нет)"_s);
-    asking = true;
-    auto *input = new QSocketNotifier(standardInput, QSocketNotifier::Read, this);
-    connect(input, &QSocketNotifier::activated, this, [this, input, then] { takeConsent(input, then); });
-}
-
-void RunMode::takeConsent(QSocketNotifier *input, const std::function<void(bool)> &then)
-{
-    if (decided || (begun && !core.engine.busy()))
-        return input->setEnabled(false);
-    const std::optional<QString> answer = readAnswer();
-    const bool yes = answer && answer->toLower() == u"да"_s;
-    if (answer && !yes && answer->toLower() != u"нет"_s) {
-        printErrorLine(u"Введите «да» или «нет»."_s);
-        return;
-    }
-    input->setEnabled(false);
-    input->deleteLater();
-    asking = false;
-    if (!answer)
-        return stop(RunExit::PermissionNeeded);
-    then(yes);
 }
 
 void RunMode::takeCommandConsent(bool yes)

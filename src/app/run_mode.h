@@ -3,6 +3,7 @@
 #include "core.h"
 #include "mcp_client.h"
 #include "run_options.h"
+#include "take_in.h"
 
 #include <QHash>
 #include <QList>
@@ -43,11 +44,14 @@ public:
 private:
     void bindProject();
     void begin();
+    void beginTask();
+    void settleEdits(const QList<HandEdit> &edits, bool takesOwn);
     void prepareServers();
     void askForServer();
     void startWhenReady();
     void takeEdits();
     void takeFolderIn();
+    void mapLargeFolder(const TakeIn &scan);
     void follow(const QJsonObject &event);
     void watchPhase();
     void answerQuestion();
@@ -55,8 +59,6 @@ private:
     void showPlan();
     void showEvent(const QJsonObject &event, const QString &line);
     void askPermission();
-    void ask(const QString &what, const std::function<void(bool)> &then);
-    void takeConsent(QSocketNotifier *input, const std::function<void(bool)> &then);
     void takeCommandConsent(bool yes);
     void stop(RunExit code);
     void takePermissionRequest(const QJsonObject &request);
@@ -64,6 +66,14 @@ private:
     void finish(const QString &status);
     static void printResult(const QString &status, const QJsonObject &state, const QString &report, RunExit code);
     void guarded(const std::function<void()> &work);
+
+    // run_questions.cpp
+    /// What to do about a line; nothing when it is no answer.
+    using ReadAnswer = std::function<std::function<void()>(const QString &)>;
+    void askLine(const QString &question, RunExit atEnd, const ReadAnswer &read);
+    void takeLine(QSocketNotifier *input, RunExit atEnd, const ReadAnswer &read);
+    void ask(const QString &what, const std::function<void(bool)> &then);
+    void askAboutEdits(const QList<HandEdit> &edits, const std::function<void(bool)> &then);
 
     RunOptions options;
     Core core;

@@ -40,6 +40,7 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , team(core.store, preferences)
     , attachments(core.store, core.workspace)
     , editWatch(core.workspace)
+    , treeWatch(core.workspace)
     , compared(core.workspace)
     , taking(core.store, core.workspace)
     , exporting(core.workspace)
@@ -87,6 +88,11 @@ void Backend::connectServices()
     connect(&committing, &Committing::ended, this, &Backend::lookForEdits);
     connect(&exporting, &Exporting::changed, this, &Backend::notifyUi);
     connect(&exporting, &Exporting::concluded, this, &Backend::show);
+    connect(&shownPicture, &PictureView::changed, this, &Backend::notifyUi);
+    connect(&treeWatch, &TreeWatch::changed, this, [this] {
+        core.engine.projectTree = treeWatch.files();
+        core.engine.projectTreeMap = treeWatch.map();
+    });
     connect(&editWatch, &EditWatch::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::concluded, this, &Backend::show);
@@ -184,6 +190,7 @@ void Backend::finishRun(const QString &status)
     // After a failed or stopped run the user decides whether the waiting requests still make sense.
     attempt([&] { status == Phase::completed ? queue.saveQueue() : queue.pause(); });
     lookForEdits();
+    treeWatch.look();
     notifyUi();
     drainLater();
 }

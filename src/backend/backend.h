@@ -15,10 +15,12 @@
 #include "mock_provider.h"
 #include "model_connection.h"
 #include "openai_provider.h"
+#include "picture_view.h"
 #include "preferences.h"
 #include "request_queue.h"
 #include "taking_in.h"
 #include "task_view.h"
+#include "tree_watch.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -80,6 +82,7 @@ class Backend : public QObject {
     Q_PROPERTY(QVariantList connectionMeasures READ connectionMeasures NOTIFY changed)
     Q_PROPERTY(vesk::Differences *differences READ differences NOTIFY changed)
     Q_PROPERTY(vesk::CodeView *viewer READ viewer CONSTANT)
+    Q_PROPERTY(QString viewerPicture READ viewerPicture NOTIFY changed)
     Q_PROPERTY(QVariantMap takeIn READ takeIn NOTIFY changed)
     Q_PROPERTY(QString exporting READ exportProgress NOTIFY changed)
     Q_PROPERTY(QVariantMap commit READ commitState NOTIFY changed)
@@ -269,7 +272,7 @@ public:
     /// Addresses of the pictures behind it.
     Q_INVOKABLE QStringList proofPictures(const QString &list, int place) const;
     Q_INVOKABLE QString fileContent(const QString &path) const;
-    /// Puts the same into `viewer`; nothing for an empty path.
+    /// Puts the same into `viewer`, or a picture into `viewerPicture`; nothing for an empty path.
     Q_INVOKABLE void showFile(const QString &path);
     Q_INVOKABLE QString fileHistory(const QString &path) const;
     /// The same for reading: versionsOf().
@@ -404,6 +407,7 @@ private:
     bool measuring() const { return connection.isMeasuring(); }
     QVariantList connectionMeasures() const { return connection.measures(); }
     Differences *differences() { return &compared; }
+    QString viewerPicture() const { return shownPicture.source(); }
     CodeView *viewer() { return &shownFile; }
     QVariantMap takeIn() const { return taking.state(); }
     QVariantMap commitState() const;
@@ -425,8 +429,10 @@ private:
     AgentTeam team;
     Attachments attachments;
     EditWatch editWatch;
+    TreeWatch treeWatch;
     Differences compared;
     CodeView shownFile;
+    PictureView shownPicture;
     TakingIn taking;
     Exporting exporting;
     Committing committing;

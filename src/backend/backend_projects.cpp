@@ -58,6 +58,7 @@ void Backend::makeProject(const QString &name, const QString &folder)
     committing.cancel();
     resumeRestore();
     taking.resume();
+    treeWatch.look();
 }
 
 void Backend::selectProject(const QString &projectId)
@@ -83,6 +84,7 @@ void Backend::openProject(const QString &projectId)
     committing.cancel();
     resumeRestore();
     taking.resume();
+    treeWatch.look();
     lookForEdits();
 }
 

@@ -2,6 +2,7 @@
 
 #include "backend.h"
 
+#include "diff.h"
 #include "helpers.h"
 #include "narrator.h"
 #include "phases.h"
@@ -275,7 +276,12 @@ QString Backend::fileContent(const QString &path) const
 
 void Backend::showFile(const QString &path)
 {
-    shownFile.show(path, path.isEmpty() ? QByteArray() : fileContent(path).toUtf8());
+    const bool isPicture = PictureView::isPicture(path);
+    QByteArray text = path.isEmpty() || isPicture ? QByteArray() : fileContent(path).toUtf8();
+    if (isBinary(text))
+        text = u"Файл не текстовый."_s.toUtf8();
+    shownFile.show(path, text);
+    shownPicture.show(core.workspace.root(), isPicture ? path : QString());
 }
 
 QString Backend::fileHistory(const QString &path) const

@@ -308,6 +308,11 @@ bool Workspace::takesLazily() const
     return !projectId.isEmpty() && store.get(u"settings"_s, u"take-in:"_s + projectId)["lazy"_L1].toBool();
 }
 
+void Workspace::takeLazily()
+{
+    store.put(u"settings"_s, u"take-in:"_s + projectId, {}, {{u"lazy"_s, true}, {u"pending"_s, false}});
+}
+
 /// Brings the bytes to their name. `old` is what stands there and was checked; none for a file that is to be new.
 void Workspace::put(const Place &place, const QString &relativePath, const QByteArray &bytes,
                     const std::optional<ConfinedFolder::Content> &old, std::optional<unsigned> mode) const

@@ -138,6 +138,8 @@ public:
 
     /// Whether files of the user's own get their revision 1 when a task first touches them, instead of all at once.
     bool takesLazily() const;
+    /// Settles that for the project.
+    void takeLazily();
 
     /// Stores and returns a snapshot of the tracked files, contents included. Throws "Checkpoint conflict: external
     /// changes" and as read() does.

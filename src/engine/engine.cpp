@@ -108,8 +108,8 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
          }())},
     };
 
-    // What a project says to those who work on it.
-    const QString notes = QString::fromUtf8(workspace.recorded(u"AGENTS.md"_s)).left(maxNotesChars);
+    glance = glanceAt(files, projectTree, projectTreeMap, request);
+    const QString notes = projectNotes();
     if (!notes.isEmpty())
         spec["project_notes"_L1] = notes;
     grantFileAccess();
@@ -172,6 +172,18 @@ QJsonArray Engine::existingFiles() const
             list.append(QJsonObject{{u"path"_s, file["path"_L1]}, {u"revision"_s, file["revision"_L1]}});
     }
     return list;
+}
+
+/// What a project says to those who work on it; empty when it says nothing, or nothing that can be read.
+QString Engine::projectNotes() const
+{
+    const QString file = u"AGENTS.md"_s;
+    try {
+        (void)editsOf({file}); // takes it in where it never was touched
+        return QString::fromUtf8(workspace.recorded(file)).left(maxNotesChars);
+    } catch (const std::exception &) {
+        return {};
+    }
 }
 
 QJsonArray Engine::availableSpecialists() const

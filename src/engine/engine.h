@@ -2,6 +2,7 @@
 
 #include "budget.h"
 #include "job.h"
+#include "project_map.h"
 #include "roles.h"
 #include "task_graph.h"
 #include "task_record.h"
@@ -105,6 +106,10 @@ public:
     QJsonObject mediaTools;
     QString copiesFolder; ///< Where tests are tried in copies of the project; empty for not trying them.
     QString picturesFolder; ///< Where pictures of pages are kept, a folder for each task; empty for none.
+    /// Of a project whose files are taken in when they are first touched: those that it has, as far as they are known,
+    /// and the map of them.
+    QStringList projectTree;
+    QString projectTreeMap;
     /// Calls an MCP tool: server id, tool, arguments, completion.
     std::function<void(QString, QString, QJsonObject, Answer)> mcpCall;
 
@@ -196,6 +201,7 @@ private:
     void reset();
     QJsonArray availableSpecialists() const;
     QJsonArray existingFiles() const;
+    QString projectNotes() const;
     void addMedia(const QJsonArray &media);
     void requireFilesAsLeft() const;
     void grantFileAccess();
@@ -362,6 +368,7 @@ private:
     QString phase;
     QString error;
     QJsonObject spec; ///< What the task is to become, the "task" of every request.
+    ProjectGlance glance; ///< What stands in requests for a long list of files.
     QJsonObject plan;
     QJsonObject structure;
     QSet<QString> hollowTests; ///< Ids of checks that pass with empty files, too.

@@ -69,6 +69,10 @@ bool Engine::askAboutEdits(const QList<HandEdit> &edits, const Step &next)
                     + u". Чью версию оставить? Другая останется в истории файла."_s,
                 {ownVersion(), programsVersion()}, [=, this] { settleEdits(edits, decisionAnswer, next); });
     decision["kind"_L1] = u"hand_edit"_s;
+    QJsonArray paths; // whose differences can be looked at
+    for (const HandEdit &edit : edits)
+        paths.append(edit.path);
+    decision["paths"_L1] = paths;
     persist();
     return true;
 }

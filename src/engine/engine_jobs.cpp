@@ -7,7 +7,6 @@
 #include "code_answer.h"
 #include "file_excerpt.h"
 #include "output_contract.h"
-#include "project_map.h"
 #include "prompt_notes.h"
 #include "request_room.h"
 #include "retry.h"
@@ -24,8 +23,6 @@ namespace {
 
 constexpr int defaultPriority = 50;
 constexpr int largestParallel = 8;
-constexpr qsizetype maxListedFiles = 200;
-constexpr qsizetype maxMapChars = 12000;
 
 /// Read from a constant job: a look through a modifiable one would copy the record.
 QString runIdOf(const Job &job)
@@ -38,27 +35,6 @@ QString fileOf(const QJsonObject &artifact)
 {
     const QString reviewed = artifact["file"_L1]["path"_L1].toString();
     return reviewed.isEmpty() ? artifact["node"_L1]["input"_L1]["path"_L1].toString() : reviewed;
-}
-
-/// A list of thousands of files would leave no room in a request: a map stands in its place, and the list keeps those
-/// that the request names.
-void mapLargeProject(QJsonObject &task)
-{
-    const QJsonArray all = std::as_const(task)["existing_files"_L1].toArray();
-    if (all.size() <= maxListedFiles)
-        return;
-    const QString request = std::as_const(task)["original_request"_L1].toString();
-    QStringList paths;
-    QJsonArray named;
-    for (const QJsonValue &file : all) {
-        const QString path = file["path"_L1].toString();
-        paths.append(path);
-        const QString name = path.section(u'/', -1);
-        if (named.size() < maxListedFiles && name.size() > 3 && request.contains(name))
-            named.append(file);
-    }
-    task["existing_files"_L1] = named;
-    task["project_map"_L1] = projectMap(paths, maxMapChars);
 }
 
 QString taskOf(const Job &job)
@@ -197,7 +173,10 @@ QJsonObject Engine::requestTask(const QString &role) const
         task["available_mcp_tools"_L1] = fittedTools(mcpTools, maxToolChars);
     else
         task.remove("available_mcp_tools"_L1);
-    mapLargeProject(task);
+    if (!glance.map.isEmpty()) {
+        task["existing_files"_L1] = glance.named;
+        task["project_map"_L1] = glance.map;
+    }
     return task;
 }
 

@@ -2,7 +2,11 @@
 
 #include "project_map.h"
 
+#include "path_rules.h"
+
+#include <QJsonObject>
 #include <QMap>
+#include <QSet>
 
 #include <algorithm>
 
@@ -13,23 +17,37 @@ namespace vesk {
 namespace {
 
 constexpr qsizetype leastLine = 60;
+constexpr qsizetype maxListedFiles = 200;
 
-using Folders = QMap<QString, QStringList>;
+struct Folder {
+    QStringList names;
+    qint64 bytes = 0;
+    bool isMeasured = true;
+};
+using Folders = QMap<QString, Folder>;
 
-Folders foldersOf(const QStringList &paths, int depth)
+Folders foldersOf(const QList<MappedFile> &files, int depth)
 {
     Folders folders;
-    for (const QString &path : paths) {
-        const qsizetype slash = path.lastIndexOf(u'/');
-        const QString folder = path.first(std::max<qsizetype>(slash, 0));
-        folders[folder.section(u'/', 0, depth - 1)].append(path.sliced(slash + 1));
+    for (const MappedFile &file : files) {
+        const qsizetype slash = file.path.lastIndexOf(u'/');
+        const QString above = file.path.first(std::max<qsizetype>(slash, 0));
+        Folder &folder = folders[above.section(u'/', 0, depth - 1)];
+        folder.names.append(file.path.sliced(slash + 1));
+        folder.bytes += file.bytes;
+        folder.isMeasured = folder.isMeasured && file.bytes >= 0;
     }
     return folders;
 }
 
-QString lineOf(const QString &folder, const QStringList &names, qsizetype room)
+QString lineOf(const QString &path, const Folder &folder, qsizetype room)
 {
-    QString line = u"%1/ (%2):"_s.arg(folder.isEmpty() ? u"."_s : folder).arg(names.size());
+    constexpr qint64 kibibyte = 1024;
+    const QStringList &names = folder.names;
+    QString line = u"%1/ (%2"_s.arg(path.isEmpty() ? u"."_s : path).arg(names.size());
+    if (folder.isMeasured)
+        line += u", %1 KiB"_s.arg((folder.bytes + kibibyte - 1) / kibibyte);
+    line += u"):"_s;
     for (qsizetype i = 0; i < names.size(); ++i) {
         const QString next = (i == 0 ? u" "_s : u", "_s) + names[i];
         if (line.size() + next.size() + 3 > room)
@@ -41,12 +59,12 @@ QString lineOf(const QString &folder, const QStringList &names, qsizetype room)
 
 } // namespace
 
-QString projectMap(const QStringList &paths, qsizetype room)
+QString projectMap(const QList<MappedFile> &files, qsizetype room)
 {
     constexpr int deepest = 8;
     Folders folders;
     for (int depth = deepest; depth > 0; --depth) {
-        folders = foldersOf(paths, depth);
+        folders = foldersOf(files, depth);
         if (folders.size() * leastLine <= room)
             break;
     }
@@ -59,6 +77,33 @@ QString projectMap(const QStringList &paths, qsizetype room)
         left -= lines.constLast().size() + 1;
     }
     return lines.join(u'\n').left(room);
+}
+
+ProjectGlance glanceAt(const QJsonArray &tracked, const QStringList &tree, const QString &treeMap,
+                       const QString &request)
+{
+    if (tracked.size() <= maxListedFiles && tree.size() <= maxListedFiles)
+        return {};
+    ProjectGlance glance;
+    const auto take = [&](const QString &path, int revision) {
+        const QString name = path.section(u'/', -1);
+        if (glance.named.size() < maxListedFiles && name.size() > 3 && request.contains(name))
+            glance.named.append(QJsonObject{{u"path"_s, path}, {u"revision"_s, revision}});
+    };
+    QSet<QString> known;
+    QList<MappedFile> mapped;
+    for (const QJsonValue &file : tracked) {
+        const QString path = slashed(file["path"_L1].toString());
+        known.insert(path);
+        mapped.append({path, -1});
+        take(path, file["revision"_L1].toInt());
+    }
+    for (const QString &path : tree) {
+        if (!known.contains(path))
+            take(path, 0);
+    }
+    glance.map = treeMap.isEmpty() ? projectMap(mapped, maxMapChars) : treeMap;
+    return glance;
 }
 
 } // namespace vesk

@@ -402,6 +402,26 @@ def test_a_task_does_not_start_over_files_that_were_changed(vesk, model):
     assert [row["revision"] for row in revisions if (row["author_agent"], row["content"]) == ("user", "моё")] == [3]
 
 
+def test_edits_are_asked_about_on_a_terminal(vesk):
+    assert vesk.run(vesk.calculator).code == 0
+    page = (vesk.project / "calculator.html").read_text()
+    (vesk.project / "calculator.html").write_text("моё")
+    (vesk.project / "README-calculator.md").unlink()
+    terminal = vesk.terminal(*vesk.arguments(vesk.calculator))
+    for typed, told in ("", "3) Посмотреть различия"), ("да\n", "Введите 1, 2 или 3."), ("3\n", "+моё"), \
+            ("2\n", "Возвращена версия программы: изменён calculator.html"):
+        terminal.send(typed)
+        terminal.expect_exact(told)
+    assert vesk.code(terminal) == 0
+    kept = [row["content"] for row in vesk.records["file_revisions"] if row["path"] == "calculator.html"]
+    assert "моё" in kept and kept[kept.index("моё") + 1] == page
+    (vesk.project / "calculator.html").write_text("моё")
+    terminal = vesk.terminal(*vesk.arguments(vesk.calculator))
+    terminal.expect_exact("3) Посмотреть различия")
+    terminal.send("\x04")
+    assert vesk.code(terminal) == 4
+
+
 def test_the_example_team_works_in_front_of_the_developer(vesk):
     ended = vesk.run(vesk.calculator, "--workflow-demo")
     assert ended.code == 0, ended.said

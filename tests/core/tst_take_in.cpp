@@ -13,7 +13,12 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
 #include <ctime>
+
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace vesk;
@@ -142,6 +147,85 @@ private Q_SLOTS:
         QVERIFY(reader.waitForFinished());
         QCOMPARE(QString::fromUtf8(reader.readAll()).trimmed(),
                  u"[('d/a.txt', 5000, '0o100644'), ('ё.sh', 1, '0o100700')]"_s);
+    }
+
+    void aKilledTakeInGoesOnAndTakesEachFileOnce()
+    {
+        QStringList paths;
+        for (int i = 0; i < 600; ++i) {
+            paths << u"f%1"_s.arg(i);
+            save(file(paths.last()), QByteArray(2000, 'x') + QByteArray::number(i));
+        }
+        const QString root = workspace->root();
+        int cut = 0;
+        for (int round = 0; round < 200 && workspace->files().size() < paths.size(); ++round) {
+            workspace.reset();
+            store.reset();
+            const pid_t child = ::fork();
+            if (child == 0) {
+                Store own(top->filePath(u"store.sqlite"_s));
+                Workspace there(own);
+                there.open(root, u"p"_s);
+                for (qsizetype from = 0; from < paths.size(); from += 16)
+                    there.takeNew(paths.mid(from, 16));
+                ::_exit(0);
+            }
+            ::usleep(useconds_t(3000 + round * 1000)); // by and by long enough for some of them
+            ::kill(child, SIGKILL);
+            ::waitpid(child, nullptr, 0);
+            store = std::make_unique<Store>(top->filePath(u"store.sqlite"_s));
+            workspace = std::make_unique<Workspace>(*store);
+            workspace->open(root, u"p"_s);
+            const qsizetype taken = workspace->files().size();
+            cut += taken > 0 && taken < paths.size() ? 1 : 0;
+            QCOMPARE(workspace->externalChanges(), QStringList());
+        }
+        QCOMPARE(workspace->files().size(), paths.size());
+        QVERIFY(cut > 0);
+        for (const QString &path : std::as_const(paths)) {
+            QCOMPARE(workspace->revisions(path).size(), 1);
+            QCOMPARE(workspace->recorded(path), contentOf(file(path)));
+        }
+    }
+
+    void aFullDiskLeavesNothingHalfTakenOrHalfCopied()
+    {
+        const QString outcome = sandbox::inChild([&] {
+            const QString disk = top->filePath(u"disk"_s);
+            QDir().mkpath(disk);
+            if (!sandbox::haveOwnMounts()
+                || ::mount("tmpfs", QFile::encodeName(disk).constData(), "tmpfs", 0, "size=1m") != 0)
+                return u"no mounts"_s;
+            QStringList paths;
+            for (int i = 0; i < 40; ++i) {
+                paths << u"f%1"_s.arg(i);
+                save(file(paths.last()), QByteArray(50000, char('a' + i % 26)));
+            }
+            Store small(disk + u"/s"_s);
+            Workspace inside(small);
+            inside.open(file({}), u"q"_s);
+            QStringList told{errorOf([&] { inside.takeNew(paths); }).isEmpty() ? u"all"_s : u"refused"_s,
+                             QString::number(inside.files().size())};
+            for (const QString &name : {u"/copy"_s, u"/copy.zip"_s}) {
+                told << errorOf([&] {
+                    FileExport copy(inside.root(), disk + name);
+                    for (quint32 i = 0; i < 60; ++i) {
+                        QByteArray noise;
+                        for (quint32 byte = 0; byte < 50000; ++byte)
+                            noise += char((byte * 2654435761U + i * 40503U) >> 11);
+                        copy.add(QString::number(i), noise, 0644);
+                    }
+                    copy.finish();
+                }).section(u':', 0, 0);
+            }
+            told << everythingIn(disk).filter(u"copy"_s);
+            ::mount("tmpfs", QFile::encodeName(disk).constData(), "tmpfs", MS_REMOUNT, "size=16m");
+            inside.takeNew(paths);
+            return told.join(u' ') + u' ' + QString::number(inside.files().size());
+        });
+        if (outcome == "no mounts"_L1)
+            QSKIP("no mounts of one's own here");
+        QCOMPARE(outcome, u"refused 0 Не удалось записать файл Не удалось записать файл 40"_s);
     }
 
     void tenThousandFilesTakeSeconds()

@@ -53,6 +53,29 @@ private Q_SLOTS:
         QCOMPARE(run.orders(u"d7/f77.txt"_s).size(), 1);
     }
 
+    void aLargeFolderIsKnownBeforeItIsTouched()
+    {
+        PlannedRun run({code(u"d7/f77.txt"_s)});
+        QVERIFY(run.save(u"AGENTS.md"_s, "Пиши тесты"));
+        QDir(run.workspace.root()).mkpath(u"d7"_s);
+        QVERIFY(run.save(u"d7/f77.txt"_s, "theirs"));
+        run.workspace.takeLazily();
+        QList<MappedFile> files;
+        for (int i = 0; i < 1500; ++i)
+            files.append({u"d%1/f%2.txt"_s.arg(i % 50).arg(i), 100});
+        run.engine.projectTreeMap = projectMap(files, maxMapChars);
+        for (const MappedFile &file : files)
+            run.engine.projectTree.append(file.path);
+        run.start(u"Поправь d27/f77.txt"_s);
+        QCOMPARE(run.outcome(), u"COMPLETED"_s);
+        const QJsonObject task = run.model.input(u"planner"_s)[u"task"_s].toObject();
+        QCOMPARE(task[u"project_notes"_s].toString(), u"Пиши тесты"_s);
+        QCOMPARE(task[u"existing_files"_s].toArray(),
+                 (QJsonArray{QJsonObject{{u"path"_s, u"d27/f77.txt"_s}, {u"revision"_s, 0}}}));
+        QVERIFY(task[u"project_map"_s].toString().contains(u"d7/ (30, 3 KiB): f7.txt, "_s));
+        QCOMPARE(run.workspace.revision(u"d7/f77.txt"_s, 1)[u"content"_s].toString(), u"theirs"_s);
+    }
+
     void theBuildCommandBecomesACheckBehindAllCode()
     {
         const QJsonObject a = code(u"a.txt"_s);

@@ -186,6 +186,11 @@ void MediaJobTest::aPictureIsShownSmallAndABrokenOneRefused()
     QCOMPARE(QImage(path(result["preview"_L1].toString())).size(), QSize(1536, 512));
     const QString tall = imported(made(u"tall.png"_s, picture(1000, 3000)))["preview"_L1].toString();
     QCOMPARE(QImage(path(tall)).size(), QSize(512, 1536));
+    const QStringList before = everythingIn(project->path());
+    const QJsonObject shown = edited({{u"operation"_s, u"preview"_s}, {u"input"_s, tall}});
+    QCOMPARE(QImage::fromData(QByteArray::fromBase64(shown["jpeg"_L1].toString().toLatin1())).size(), QSize(512, 1536));
+    QCOMPARE(errorOf(edited({{u"operation"_s, u"preview"_s}, {u"input"_s, u"../p.png"_s}})), u"Invalid media path"_s);
+    QCOMPARE(everythingIn(project->path()), before);
     QCOMPARE(errorOf(imported(made(u"broken.png"_s, picture(9, 9).left(40)))),
              u"Не удалось декодировать изображение"_s);
     // Headers without a picture behind them.

@@ -4,6 +4,7 @@
 #include "media_job.h"
 #include "media_parts.h"
 
+#include <QBuffer>
 #include <QDir>
 #include <QFileInfo>
 #include <QImageIOHandler>
@@ -57,7 +58,12 @@ QSize previewSize(QSize size)
     return size.scaled(previewSide, previewSide, Qt::KeepAspectRatio).expandedTo({1, 1});
 }
 
-void previewImage(const QString &path, QJsonObject &result)
+/// A picture within the size of a preview, and the size that it has itself.
+struct SmallImage {
+    QImage image;
+    QSize size;
+};
+SmallImage smallImage(const QString &path)
 {
     allowPixels();
     QImageReader reader(path);
@@ -78,6 +84,12 @@ void previewImage(const QString &path, QJsonObject &result)
         image = image.scaled(previewSize(image.size()), Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
     if (image.hasAlphaChannel())
         image = onColor(image, Qt::white); // JPEG knows no transparency and would make it black
+    return {image, size};
+}
+
+void previewImage(const QString &path, QJsonObject &result)
+{
+    const auto [image, size] = smallImage(path);
     require(image.save(path + u".preview.jpg"_s, "JPG", previewQuality), u"Не удалось создать превью"_s);
     result["preview"_L1] = result["path"_L1].toString() + u".preview.jpg"_s;
     result["width"_L1] = size.width();
@@ -217,6 +229,21 @@ QJsonObject importFile(const QJsonObject &job)
     }
     noCopy.dismiss();
     return result;
+}
+
+QJsonObject showImage(const QJsonObject &job)
+{
+    const QString input = safeMediaPath(job["root"_L1].toString(), job["input"_L1].toString());
+    require(QFileInfo(input).isFile(), u"Исходный файл должен быть обычным файлом"_s);
+    const auto [image, size] = smallImage(input);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    require(buffer.open(QIODevice::WriteOnly) && image.save(&buffer, "JPG", previewQuality),
+            u"Не удалось создать превью"_s);
+    return {{u"success"_s, true},
+            {u"width"_s, size.width()},
+            {u"height"_s, size.height()},
+            {u"jpeg"_s, QString::fromLatin1(bytes.toBase64())}};
 }
 
 } // namespace vesk

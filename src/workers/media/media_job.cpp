@@ -57,6 +57,8 @@ QJsonObject carryOut(const QJsonObject &job)
         return findFiles(job);
     if (operation == "import"_L1)
         return importFile(job);
+    if (operation == "preview"_L1)
+        return showImage(job);
     static const QStringList edits{u"image"_s, u"video"_s, u"frame"_s, u"obj_transform"_s};
     require(edits.contains(operation), u"Неизвестная операция медиа"_s);
     return editFile(job);

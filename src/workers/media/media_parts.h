@@ -46,6 +46,7 @@ QImage onColor(const QImage &image, const QColor &color);
 
 QJsonObject findFiles(const QJsonObject &job);
 QJsonObject importFile(const QJsonObject &job);
+QJsonObject showImage(const QJsonObject &job);
 void editImage(const QJsonObject &job, const QString &input, const QString &output);
 void editVideo(const QJsonObject &job, const QString &input, const QString &output);
 /// The lines of an OBJ file with its vertices scaled and moved as the job says.
