@@ -276,7 +276,7 @@ QString provedText(const QJsonObject &ledger)
     for (const QJsonValue &check : checks) {
         const bool isPage = check["kind"_L1].toString() == "page"_L1;
         commands.insert(check["node"_L1].toString(),
-                        isPage ? u"страница открыта и опробована в браузере"_s : check["command"_L1].toString());
+                        isPage ? u"страница открыта в браузере"_s : check["command"_L1].toString());
     }
     QString text;
     const QJsonArray criteria = ledger["criteria"_L1].toArray();

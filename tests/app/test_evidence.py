@@ -166,6 +166,8 @@ HONEST = {
     "what shall not be": Story(files=TEXT, request="Сделай сад без style.css, удали old.txt и не создавай extra.md"),
     "what it writes when it runs": Story(files={"main.py": "open('отчёт.csv', 'w').write('сад')\n"},
                                          request="Сад, который сохраняет отчёт.csv"),
+    "a package without tests": Story(files={
+        "package.json": '{"scripts": {"test": "echo \\"Error: no test specified\\" && exit 1"}}'}),
     "data": Story(files={"сад.json": '{"роза": 1}', "сад.svg": "<svg/>",
                              "run.sh": "a=(1 2)\necho \"${a[@]}\"\n"}),
     "what tools leave": Story(sh("touch package-lock.json main.o .coverage; cp /bin/true program; test -s сад.md"), files=TEXT),

@@ -45,6 +45,56 @@ QJsonObject command(const QString &id, const QString &program, const QStringList
         after);
 }
 
+/// Records written down: files of one revision, checks that passed behind all of them.
+struct Records {
+    Records()
+    {
+        sources.root = u"/p"_s;
+        sources.exists = [this](const QString &path) { return there.contains(path); };
+        sources.spec = {{u"title"_s, u"Сад"_s}, {u"original_request"_s, u"Сад"_s}};
+    }
+    Q_DISABLE_COPY_MOVE(Records)
+    void file(const QString &path, const QString &text = u"let a = 1;"_s)
+    {
+        Node node = Node::fromJson(code(path));
+        node.output = {{u"path"_s, path},    {u"revision"_s, 1},       {u"hash"_s, u"h"_s},
+                       {u"content"_s, text}, {u"timestamp"_s, u"2"_s}, {u"success"_s, true}};
+        sources.nodes.append(node);
+    }
+    void check(const QStringList &line)
+    {
+        QStringList after;
+        for (const Node &node : std::as_const(sources.nodes))
+            after.append(node.id);
+        Node node = Node::fromJson(command(u"t%1"_s.arg(after.size()), line.first(), line.mid(1), after));
+        node.output = {{u"success"_s, true}, {u"started_at"_s, u"3"_s}};
+        sources.nodes.append(node);
+    }
+    void run(const QString &role, const QJsonObject &context, const QJsonObject &output, const QString &finished = {})
+    {
+        sources.runs.append({{u"id"_s, QString::number(sources.runs.size())},
+                             {u"role"_s, role},
+                             {u"status"_s, u"COMPLETED"_s},
+                             {u"context"_s, context},
+                             {u"output"_s, output},
+                             {u"finished_at"_s, finished}});
+    }
+    void review(const QString &role, const QJsonObject &answer)
+    {
+        run(role, {{u"artifact"_s, QJsonObject{{u"file"_s, sources.nodes.first().output}}}}, answer);
+    }
+    QString markOf(const QString &list, int row) const { return evidenceOf(sources)[list][row][u"mark"_s].toString(); }
+    QString criterion(const QString &text)
+    {
+        sources.spec[u"acceptance_criteria"_s] = QJsonArray{text};
+        return markOf(u"criteria"_s, 0);
+    }
+    QStringList gaps() const { return strings(evidenceOf(sources)[u"gaps"_s].toArray()); }
+
+    EvidenceSources sources;
+    QStringList there; ///< Paths of files of the folder.
+};
+
 } // namespace
 
 class EvidenceTest : public QObject {
@@ -128,9 +178,10 @@ private Q_SLOTS:
 
     void aCheckThatReadsAFileProvesIt()
     {
-        PlannedRun run({code(u"main.py"_s), code(u"README.md"_s), code(u"lib/CMakeLists.txt"_s),
-                        command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"test -s main.py"_s}, {u"main.py"_s, u"README.md"_s}),
-                        command(u"e"_s, u"/bin/sh"_s, {u"-c"_s, u"false || true"_s}, {u"README.md"_s})});
+        PlannedRun run(
+            {code(u"main.py"_s), code(u"README.md"_s), code(u"lib/CMakeLists.txt"_s),
+             command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"test -s main.py"_s}, {u"main.py"_s, u"README.md"_s}),
+             command(u"e"_s, u"/bin/sh"_s, {u"-c"_s, u"false || true"_s}, {u"README.md"_s, u"lib/CMakeLists.txt"_s})});
         run.engine.computerAccess = true;
         specify(run, {u"Файл main.py не пуст"_s});
         QCOMPARE(run.ending(), u"COMPLETED"_s);
@@ -148,21 +199,112 @@ private Q_SLOTS:
         QCOMPARE(gapsOf(run).filter(u"ничего не доказывает"_s).size(), 1);
     }
 
-    void aCheckBeforeTheLastVersionProvesNothing()
+    void whatIsOfAnotherVersionProvesNothing()
     {
         PlannedRun run({code(u"a.md"_s), command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"test -s a.md"_s}, {})});
         run.engine.computerAccess = true;
         QCOMPARE(run.ending(), u"COMPLETED"_s);
-        QJsonObject state = run.engine.snapshot();
-        EvidenceSources sources{state[u"spec"_s].toObject(),          {}, {}, run.workspace.root(),
-                                [](const QString &) { return true; }, {}};
-        const QJsonArray nodes = run.nodes();
-        for (const QJsonValue &node : nodes)
-            sources.nodes.append(Node::fromJson(node.toObject()));
-        const auto markOf = [&] { return evidenceOf(sources)[u"files"_s][0][u"mark"_s].toString(); };
-        QCOMPARE(markOf(), u"check"_s);
-        sources.nodes[0].output[u"timestamp"_s] = u"2999-01-01T00:00:00.000Z"_s;
-        QCOMPARE(markOf(), u"none"_s);
+        QList<Node> nodes;
+        const QJsonArray graph = run.nodes();
+        for (const QJsonValue &node : graph)
+            nodes.append(Node::fromJson(node.toObject()));
+        QList<QJsonObject> runs;
+        const QJsonArray made = run.state(u"runs"_s).toArray();
+        for (const QJsonValue &one : made)
+            runs.append(one.toObject());
+        const auto markWith = [&](int node, const QString &key, const QJsonValue &value) {
+            EvidenceSources sources{run.state(u"spec"_s).toObject(),      nodes, runs, run.workspace.root(),
+                                    [](const QString &) { return true; }, {}};
+            sources.nodes[node].output[key] = value;
+            return evidenceOf(sources)[u"files"_s][0][u"mark"_s].toString();
+        };
+        QCOMPARE(markWith(1, u"success"_s, true), u"check"_s);
+        QCOMPARE(markWith(1, u"success"_s, false), u"reviews"_s);
+        QCOMPARE(markWith(0, u"timestamp"_s, u"2999-01-01T00:00:00.000Z"_s), u"reviews"_s);
+        nodes[1].output[u"success"_s] = false;
+        QCOMPARE(markWith(0, u"revision"_s, 2), u"none"_s);
+        QCOMPARE(markWith(0, u"hash"_s, u"other"_s), u"none"_s);
+    }
+
+    void aCheckAnswersWhatItReads()
+    {
+        const QString node = u"/usr/bin/node"_s;
+        const QStringList page{node, u"/x/browser-check.mjs"_s, u"/b"_s, u"/p/index.html"_s, u"/p"_s};
+        Records records;
+        records.file(u"index.html"_s, u"<script src=a.js></script>"_s);
+        records.file(u"a.js"_s);
+        records.file(u"about.html"_s);
+        records.check({node, u"--check"_s, u"a.js"_s});
+        QCOMPARE(records.markOf(u"files"_s, 1), u"none"_s); // Its syntax is no proof without reviews,
+        QCOMPARE(records.criterion(u"Файл a.js верен"_s), u"opinion"_s); // and answers nothing,
+        QVERIFY(evidenceOf(records.sources)[u"files"_s][0][u"checks"_s].toArray().isEmpty()); // nor reads others.
+        records.check(page);
+        QCOMPARE(records.markOf(u"files"_s, 1), u"check"_s); // The page loads it.
+        QCOMPARE(records.markOf(u"files"_s, 2), u"none"_s);
+        QCOMPARE(records.criterion(u"Страница index.html открывается без ошибок"_s), u"check"_s);
+        QCOMPARE(records.criterion(u"Страницы index.html и about.html открываются без ошибок"_s), u"opinion"_s);
+        QCOMPARE(records.criterion(u"Тестовые данные: три розы"_s), u"opinion"_s);
+        QCOMPARE(records.criterion(u"Страница открывается без ошибок, `npm run x` тоже"_s), u"none"_s);
+        QCOMPARE(records.criterion(u"Рядом есть old.csv"_s), u"none"_s);
+        records.there = QStringList{u"old.csv"_s};
+        QCOMPARE(records.criterion(u"Рядом есть old.csv"_s), u"opinion"_s);
+        records.sources.strays = QStringList{u"sub/made.csv"_s};
+        QCOMPARE(records.criterion(u"Рядом есть made.csv"_s), u"opinion"_s);
+        records.sources.strays.clear();
+        QCOMPARE(records.criterion(u"Рядом есть made.csv"_s), u"none"_s);
+    }
+
+    void requirementsCountWhereThereAreNoCriteria()
+    {
+        Records records;
+        records.file(u"a.md"_s);
+        records.sources.spec[u"requirements"_s] = QJsonArray{u"Цветёт"_s, u"Пахнет"_s};
+        QCOMPARE(evidenceOf(records.sources)[u"believed"_s].toInt(), 2);
+        (void)records.criterion(u"Растёт"_s);
+        QCOMPARE(evidenceOf(records.sources)[u"believed"_s].toInt(), 1);
+    }
+
+    void theLastWordOfAReviewerCounts()
+    {
+        const QString correctness = u"correctness_reviewer"_s;
+        Records records;
+        records.file(u"a.md"_s);
+        records.review(correctness, ScriptedProvider::approval());
+        QCOMPARE(records.markOf(u"files"_s, 0), u"opinion"_s);
+        QJsonObject objection = ScriptedProvider::verdict(u"REVISE"_s, u"Нет роз"_s);
+        records.review(correctness, objection);
+        QCOMPARE(records.markOf(u"files"_s, 0), u"none"_s);
+        QVERIFY(records.gaps().filter(u"Нет роз"_s).isEmpty()); // Only beside an approval it is a remark.
+        QJsonObject hesitant = ScriptedProvider::approval();
+        hesitant[u"issues"_s] = QJsonArray{u"Мало роз"_s};
+        records.review(u"integration_reviewer"_s, hesitant);
+        QCOMPARE(records.gaps().filter(u"Мало роз"_s).size(), 1);
+        hesitant.remove(u"issues"_s);
+        hesitant.remove(u"confidence"_s);
+        records.review(u"integration_reviewer"_s, hesitant);
+        QVERIFY(records.gaps().filter(u"Проверка совместимости"_s).isEmpty());
+
+        const QJsonObject file{{u"path"_s, u"src/a.js"_s}, {u"revision"_s, 2}, {u"hash"_s, u"h"_s}};
+        for (const auto &[said, isForeign] :
+             {std::pair{QJsonObject{{u"path"_s, u"./src/a.js"_s}, {u"revision"_s, 2}, {u"hash"_s, u"h"_s}}, false},
+              {QJsonObject{{u"file"_s, u"b.js"_s}}, true},
+              {QJsonObject{{u"revision"_s, 1}}, true},
+              {QJsonObject{{u"hash"_s, u"x"_s}}, true}})
+            QCOMPARE(isForeignReview(said, {{u"file"_s, file}}), isForeign);
+    }
+
+    void whatAnAgentDidNotSeeAndWhoIsOffIsTold()
+    {
+        Records records;
+        records.file(u"a.md"_s);
+        records.sources.nodes[0].output[u"content_chars_omitted"_s] = 70;
+        records.review(u"correctness_reviewer"_s, ScriptedProvider::approval());
+        QVERIFY(!records.gaps().filter(u"a.md: файл показан не целиком, без 70 знаков"_s).isEmpty());
+        records.sources.spec[u"disabled_agents"_s] = QJsonArray{u"risk_judge"_s};
+        const QJsonArray opinions = evidenceOf(records.sources)[u"opinions"_s].toArray();
+        QCOMPARE(opinions.last()[u"text"_s], u"отключён пользователем"_s);
+        records.sources.spec[u"requirements"_s] = QJsonArray::fromStringList(QStringList(60, u"Есть b.csv"_s));
+        QCOMPARE(records.gaps().size(), 41);
     }
 
     void whatIsNamedAndMissingIsTold()
