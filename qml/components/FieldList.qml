@@ -31,7 +31,7 @@ ListView {
     activeFocusOnTab: true
     Accessible.role: Accessible.List
     Accessible.name: name
-    ScrollBar.vertical: ScrollBar {}
+    ScrollBar.vertical: ThinBar {}
     Keys.onUpPressed: scrollTo(contentY - 60)
     Keys.onDownPressed: scrollTo(contentY + 60)
     Keys.onPressed: event => {
