@@ -15,8 +15,8 @@ FloatingDialog {
 
     objectName: "commit"
     title: "Зафиксировать в git"
-    width: Math.min(720, (parent?.width ?? 720) - 40)
-    height: Math.min(640, (parent?.height ?? 640) - 40)
+    width: Math.min(Theme.px(720), (parent?.width ?? 720) - 40)
+    height: Math.min(Theme.px(640), (parent?.height ?? 640) - 40)
     onClosed: service.cancelCommit()
 
     function begin() {
@@ -42,14 +42,14 @@ FloatingDialog {
             visible: count > 0
             spacing: 2
             Layout.fillWidth: true
-            Layout.preferredHeight: Math.min(180, contentHeight)
+            Layout.preferredHeight: Math.min(Theme.px(180), contentHeight)
             Accessible.name: "Файлы, которые будут зафиксированы"
             model: root.files
             delegate: ListRow {
                 id: file
                 required property var modelData
                 width: ListView.view.width
-                height: 30
+                height: Theme.px(30)
                 leftPadding: 10
                 rightPadding: 10
                 fill: Theme.row

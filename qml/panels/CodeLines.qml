@@ -39,7 +39,7 @@ PaneList {
     Keys.onLeftPressed: slide(-80)
     Keys.onRightPressed: slide(80)
     Keys.onPressed: event => {
-        const page = Math.max(1, Math.floor(height / 20) - 1);
+        const page = Math.max(1, Math.floor(height / Theme.px(20)) - 1);
         const extend = event.modifiers & Qt.ShiftModifier;
         event.accepted = true;
         if (event.matches(StandardKey.Copy)) {
@@ -71,7 +71,7 @@ PaneList {
         font.pixelSize: Theme.small
     }
     /* Not attached: the rows stay where they are, only their texts slide. */
-    ScrollBar {
+    ThinBar {
         parent: root
         anchors { left: parent.left; right: parent.right; bottom: parent.bottom }
         orientation: Qt.Horizontal
@@ -101,7 +101,7 @@ PaneList {
         required property string line
 
         width: ListView.view.width
-        height: 20
+        height: Theme.px(20)
         clip: true
         color: index >= root.from && index <= root.to ? Theme.rowSelected : "transparent"
         border.width: root.activeFocus && ListView.isCurrentItem ? 1 : 0

@@ -35,7 +35,7 @@ Popup {
             id: list
             objectName: "projectList"
             width: parent.width
-            height: Math.min(240, contentHeight)
+            height: Math.min(Theme.px(240), contentHeight)
             spacing: 2
             Accessible.name: "Проекты"
             model: Rows {

@@ -70,7 +70,7 @@ ComboBox {
         y: root.height + 4
         width: root.width
         padding: 6
-        height: Math.min(320, (filter.visible ? filter.height + 6 : 0) + list.contentHeight + 12)
+        height: Math.min(Theme.px(320), (filter.visible ? filter.height + 6 : 0) + list.contentHeight + 12)
         Component.onCompleted: contentItem.parent.Accessible.name = root.name
         onAboutToShow: {
             root.texts = [];

@@ -63,7 +63,7 @@ Column {
         objectName: "serverDetails"
         visible: root.said !== "" && !root.connected
         width: root.width
-        height: visible ? Math.min(120, implicitHeight) : 0
+        height: visible ? Math.min(Theme.px(120), implicitHeight) : 0
         name: "Что сообщил сервер"
         text: Wording.visible(root.said)
         textColor: Theme.textDetail

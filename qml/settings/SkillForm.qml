@@ -94,7 +94,7 @@ ColumnLayout {
             name: "Текст skill"
             text: root.skill.text ?? ""
             Layout.fillWidth: true
-            Layout.preferredHeight: 220
+            Layout.preferredHeight: Theme.px(220)
         }
         LabelText {
             visible: !!root.skill.changes
@@ -108,7 +108,7 @@ ColumnLayout {
             text: root.skill.changes ?? ""
             textFont.family: Theme.codeFamily
             Layout.fillWidth: true
-            Layout.preferredHeight: 120
+            Layout.preferredHeight: Theme.px(120)
         }
     }
 }

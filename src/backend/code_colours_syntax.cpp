@@ -4,6 +4,7 @@
 
 #include "marked_line.h"
 
+#include <QColor>
 #include <QMutex>
 #include <QMutexLocker>
 
@@ -13,6 +14,8 @@
 #include <KSyntaxHighlighting/Repository>
 #include <KSyntaxHighlighting/State>
 #include <KSyntaxHighlighting/Theme>
+
+#include <cmath>
 
 namespace vesk {
 
@@ -27,8 +30,36 @@ Repository &repository()
     return *all;
 }
 
+/// As light goes into the eye, of 0 to 1.
+double luminance(const QColor &colour)
+{
+    const auto part = [](double value) {
+        return value <= .03928 ? value / 12.92 : std::pow((value + .055) / 1.055, 2.4);
+    };
+    return .2126 * part(colour.redF()) + .7152 * part(colour.greenF()) + .0722 * part(colour.blueF());
+}
+
+/// The colour, or as much lighter or darker as it takes to be read on every ground of code.
+QColor readable(QColor colour, bool dark)
+{
+    constexpr double least = 4.5;
+    // Of the lines that go, where code stands out least in either look.
+    const double ground = luminance(dark ? QColor(0x3d, 0x26, 0x26) : QColor(0xf6, 0xdc, 0xd8)) + .05;
+    const float towards = dark ? 1 : 0;
+    const auto contrast = [&] { return dark ? (luminance(colour) + .05) / ground : ground / (luminance(colour) + .05); };
+    while (contrast() < least) {
+        const auto moved = [towards](float part) { return part + (towards - part) * .1F; };
+        colour.setRgbF(moved(colour.redF()), moved(colour.greenF()), moved(colour.blueF()));
+    }
+    return colour;
+}
+
 class Painter : public AbstractHighlighter {
 public:
+    explicit Painter(bool dark)
+        : dark(dark)
+    {
+    }
     QList<ColouredPart> paint(const QString &line)
     {
         parts.clear();
@@ -37,10 +68,12 @@ public:
     }
 
 private:
+    bool dark;
+
     void applyFormat(int offset, int length, const Format &format) override
     {
         if (length > 0 && !format.isDefaultTextStyle(theme()) && format.hasTextColor(theme()))
-            parts.append({offset, length, format.textColor(theme()).rgb()});
+            parts.append({offset, length, readable(format.textColor(theme()), dark).rgb()});
     }
 
     State state;
@@ -56,7 +89,7 @@ LineColours coloursOf(const QString &path, const QList<QByteArrayView> &lines, b
     const Definition definition = repository().definitionForFileName(path);
     if (!definition.isValid())
         return {};
-    Painter painter;
+    Painter painter(dark);
     painter.setDefinition(definition);
     painter.setTheme(repository().defaultTheme(dark ? Repository::DarkTheme : Repository::LightTheme));
     LineColours colours;
