@@ -88,12 +88,6 @@ PaneList {
         orientation: Qt.Horizontal
         onWheel: event => root.slide(-event.angleDelta.x)
     }
-    TapHandler {
-        onTapped: point => {
-            root.forceActiveFocus(Qt.MouseFocusReason);
-            root.choose(root.indexAt(1, point.position.y + root.contentY), point.modifiers & Qt.ShiftModifier);
-        }
-    }
     delegate: Rectangle {
         id: row
         required property int index
@@ -109,6 +103,12 @@ PaneList {
         Accessible.role: Accessible.ListItem
         Accessible.name: "Строка " + number
 
+        TapHandler {
+            onTapped: point => {
+                root.forceActiveFocus(Qt.MouseFocusReason);
+                root.choose(row.index, point.modifiers & Qt.ShiftModifier);
+            }
+        }
         Text {
             width: root.numberWidth
             height: parent.height

@@ -87,6 +87,10 @@ void AttachmentsTest::filesBecomeAttachmentsOfOneMessage()
     QCOMPARE(first[u"status"_s].toString(), u"IMPORTED"_s);
     QCOMPARE(first[u"width"_s].toInt(), 20);
     QVERIFY(QImage(QUrl(first[u"url"_s].toString()).toLocalFile()).size() == QSize(20, 10));
+    desk->call("showFile", {first[u"path"_s]});
+    QTRY_VERIFY(desk->read("viewerPicture").toString().startsWith(u"data:image/jpeg;base64,/9j/"_s));
+    desk->call("showFile", {u""_s});
+    QCOMPARE(desk->read("viewerPicture").toString(), QString());
     const QString second = attachments()[1].toMap()[u"id"_s].toString();
     desk->call("removeAttachment", {second});
     QCOMPARE(attachments().size(), 1);
