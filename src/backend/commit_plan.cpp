@@ -56,7 +56,7 @@ QString reasonAgainst(const QString &state)
     if (conflicts.contains(state))
         return u"конфликт слияния"_s;
     const bool isStaged = state.front() != u' ' && state.front() != u'?';
-    if (state.size() > 2 || (isStaged && state.back() != u' '))
+    if (isStaged && state.back() != u' ')
         return u"подготовлен в git в другом виде, чем лежит на диске"_s;
     return {};
 }

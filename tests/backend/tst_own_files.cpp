@@ -185,6 +185,7 @@ private Q_SLOTS:
         save(root + u"/staged"_s, "2");
         git("add staged");
         save(root + u"/untracked"_s, "2");
+        desk->call("takeEdits", {u"untracked"_s}); // the user's own, though it came with the task
         const QByteArray refuse = "#!/bin/sh\necho no >&2\nexit 1\n";
         save(root + u"/../.git/hooks/pre-commit"_s, refuse);
         QFile::setPermissions(root + u"/../.git/hooks/pre-commit"_s, QFile::ReadOwner | QFile::ExeOwner);
