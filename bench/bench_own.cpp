@@ -97,20 +97,24 @@ private Q_SLOTS:
         desk.connectTo(model.url());
         desk.call("setPreference", {u"git_commit"_s, true});
 
-        measure("looked at", [&] { desk.call("lookAtFolder", {root}); },
-                [&] { return phase(desk, "takeIn") == u"offer"_s; });
+        measure(
+            "looked at", [&] { desk.call("lookAtFolder", {root}); },
+            [&] { return phase(desk, "takeIn") == u"offer"_s; });
         measure("taken in", [&] { desk.call("acceptFolder"); }, [&] { return phase(desk, "takeIn").isEmpty(); });
         qInfo("%lld files", qlonglong(desk.read("files").toList().size()));
         const QByteArray start = treeHash(root);
-        measure("a task changes three files",
-                [&] { desk.call("start", {u"Поправь README.md"_s, false, 200000, u""_s, u"[]"_s}); },
-                [&] { return desk.phase() == u"COMPLETED"_s || desk.phase() == u"FAILED"_s; });
+        measure(
+            "a task changes three files",
+            [&] { desk.call("start", {u"Поправь README.md"_s, false, 200000, u""_s, u"[]"_s}); },
+            [&] { return desk.phase() == u"COMPLETED"_s || desk.phase() == u"FAILED"_s; });
         QVERIFY2(desk.phase() == u"COMPLETED"_s, qPrintable(desk.message() + desk.chat().join(u'\n')));
         append(root + u"/README.md"_s, "\nBy hand.\n");
-        measure("a hand edit is noticed", [&] { desk.call("lookForEdits"); },
-                [&] { return desk.read("handEdits").toList().size() == 1; });
-        measure("and taken", [&] { desk.call("takeEdits", {u""_s}); },
-                [&] { return desk.read("handEdits").toList().isEmpty(); });
+        measure(
+            "a hand edit is noticed", [&] { desk.call("lookForEdits"); },
+            [&] { return desk.read("handEdits").toList().size() == 1; });
+        measure(
+            "and taken", [&] { desk.call("takeEdits", {u""_s}); },
+            [&] { return desk.read("handEdits").toList().isEmpty(); });
         Differences &shown = *desk.backend->property("differences").value<Differences *>();
         measure("differences", [&] { desk.call("compareTask", {u""_s}); }, [&] { return !shown.isBusy(); });
         QCOMPARE(shown.files().size(), 3);
@@ -123,14 +127,17 @@ private Q_SLOTS:
         measure("and forth", [&] { desk.call("undoRestore"); }, isStill);
         QCOMPARE(treeHash(root), full);
         for (const QString &copy : {u"copy.zip"_s, u"copy"_s}) {
-            measure("copied", [&] { desk.call("exportFiles", {desk.path(copy), u""_s}); },
-                    [&] { return desk.read("exporting").toString().isEmpty(); });
+            measure(
+                "copied", [&] { desk.call("exportFiles", {desk.path(copy), u""_s}); },
+                [&] { return desk.read("exporting").toString().isEmpty(); });
             QVERIFY2(QFile::exists(desk.path(copy)), qPrintable(desk.message()));
         }
-        measure("a commit is shown", [&] { desk.call("lookAtCommit"); },
-                [&] { return phase(desk, "commit") == u"offer"_s; });
-        measure("and made", [&] { desk.call("commitFiles", {u"Три файла"_s}); },
-                [&] { return phase(desk, "commit") == u"done"_s; });
+        measure(
+            "a commit is shown", [&] { desk.call("lookAtCommit"); },
+            [&] { return phase(desk, "commit") == u"offer"_s; });
+        measure(
+            "and made", [&] { desk.call("commitFiles", {u"Три файла"_s}); },
+            [&] { return phase(desk, "commit") == u"done"_s; });
         const QByteArray committed = run(root, {u"git"_s, u"show"_s, u"--format="_s, u"--name-only"_s, u"HEAD"_s});
         QStringList names = QString::fromUtf8(committed).split(u'\n', Qt::SkipEmptyParts);
         QStringList wanted = changedFiles();

@@ -42,8 +42,8 @@ void printDifferences(const Workspace &workspace, const QList<HandEdit> &edits)
 
 } // namespace
 
-/// Reads lines until one of them is an answer, and goes on with what `read` makes of it; at the end of the input the run
-/// ends instead.
+/// Reads lines until one of them is an answer, and goes on with what `read` makes of it; at the end of the input the
+/// run ends instead.
 void RunMode::askLine(const QString &question, RunExit atEnd, const ReadAnswer &read)
 {
     printErrorLine(question);
@@ -86,14 +86,15 @@ void RunMode::ask(const QString &what, const std::function<void(bool)> &then)
 void RunMode::askAboutEdits(const QList<HandEdit> &edits, const std::function<void(bool)> &then)
 {
     const QString question = editQuestion(edits);
-    askLine(question, RunExit::AnswerNeeded, [this, edits, question, then](const QString &line) -> std::function<void()> {
-        if (line == "1"_L1 || line == "2"_L1)
-            return [then, takesOwn = line == "1"_L1] { then(takesOwn); };
-        if (line == "3"_L1)
-            printDifferences(core.workspace, edits);
-        printErrorLine(line == "3"_L1 ? question : u"Введите 1, 2 или 3."_s);
-        return {};
-    });
+    askLine(question, RunExit::AnswerNeeded,
+            [this, edits, question, then](const QString &line) -> std::function<void()> {
+                if (line == "1"_L1 || line == "2"_L1)
+                    return [then, takesOwn = line == "1"_L1] { then(takesOwn); };
+                if (line == "3"_L1)
+                    printDifferences(core.workspace, edits);
+                printErrorLine(line == "3"_L1 ? question : u"Введите 1, 2 или 3."_s);
+                return {};
+            });
 }
 
 } // namespace vesk

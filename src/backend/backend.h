@@ -2,9 +2,9 @@
 
 #include "agent_team.h"
 #include "attachments.h"
-#include "committing.h"
 #include "background_renderer.h"
 #include "code_view.h"
+#include "committing.h"
 #include "conversation.h"
 #include "core.h"
 #include "differences.h"
@@ -132,8 +132,8 @@ public:
     Q_INVOKABLE void acceptFolder();
     Q_INVOKABLE void cancelFolder();
     /// Copies the project's files as they are recorded into a folder that doesn't exist yet, or into a zip file that
-    /// doesn't: at a snapshot, or now for an empty id. It goes on beside the interface: `exporting` tells how far it is,
-    /// `message` how it has ended.
+    /// doesn't: at a snapshot, or now for an empty id. It goes on beside the interface: `exporting` tells how far it
+    /// is, `message` how it has ended.
     Q_INVOKABLE void exportFiles(const QString &target, const QString &checkpoint);
     /// A commit of the files of the task in view to the repository that the project lies in, with the report as
     /// message: looked at first, made after a yes. `commit` has what it would hold (Committing::state()) and whether

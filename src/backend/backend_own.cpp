@@ -240,9 +240,8 @@ void Backend::lookAtCommit()
         requireStill();
         require(preferences.document()["git_commit"_L1].toBool(), u"Фиксация выключена в настройках."_s);
         const QJsonObject state = selected();
-        committing.look(
-            view.id(), core.workspace.filesOf(view.id()),
-            commitMessage(state["spec"_L1]["original_request"_L1].toString(), Narrator::report(state)));
+        committing.look(view.id(), core.workspace.filesOf(view.id()),
+                        commitMessage(state["spec"_L1]["original_request"_L1].toString(), Narrator::report(state)));
     });
 }
 

@@ -101,21 +101,22 @@ void Committing::look(const QString &ofTask, const QStringList &files, const QSt
         if (!isOnBranch)
             return fail(out.startsWith(u"Git отказал."_s) ? u"Репозиторий не на ветке: переключитесь на неё."_s : out);
         branch = out.trimmed();
-        ask({u"rev-parse"_s, u"--show-prefix"_s}, [this](bool success, const QString &prefix) {
-            success ? lookAtFiles(prefix.trimmed()) : fail(prefix);
-        });
+        ask({u"rev-parse"_s, u"--show-prefix"_s},
+            [this](bool success, const QString &prefix) { success ? lookAtFiles(prefix.trimmed()) : fail(prefix); });
     });
     Q_EMIT changed();
 }
 
 void Committing::lookAtFiles(const QString &prefix)
 {
-    const QStringList status{u"status"_s,       u"--porcelain=v1"_s,     u"-z"_s,
-                             u"--no-renames"_s, u"--ignored=matching"_s, u"--untracked-files=all"_s,
+    const QStringList status{u"status"_s,
+                             u"--porcelain=v1"_s,
+                             u"-z"_s,
+                             u"--no-renames"_s,
+                             u"--ignored=matching"_s,
+                             u"--untracked-files=all"_s,
                              u"--"_s};
-    ask(status + paths, [this, prefix](bool success, const QString &out) {
-        success ? offer(out, prefix) : fail(out);
-    });
+    ask(status + paths, [this, prefix](bool success, const QString &out) { success ? offer(out, prefix) : fail(out); });
 }
 
 void Committing::offer(const QString &status, const QString &prefix)
@@ -221,8 +222,8 @@ QVariantMap Committing::state() const
     QVariantList left;
     for (const CommitPlan::Left &file : plan.left)
         left.append(QVariantMap{{u"path"_s, file.path}, {u"reason"_s, file.reason}});
-    return {{u"phase"_s, phase}, {u"branch"_s, branch}, {u"message"_s, message}, {u"fault"_s, fault},
-            {u"result"_s, result}, {u"files"_s, files}, {u"left"_s, left}};
+    return {{u"phase"_s, phase},   {u"branch"_s, branch}, {u"message"_s, message}, {u"fault"_s, fault},
+            {u"result"_s, result}, {u"files"_s, files},   {u"left"_s, left}};
 }
 
 } // namespace vesk

@@ -67,7 +67,8 @@ QString markedLine(const QString &line, const QList<Span> &changed, const QList<
                                       edgeAfter(colours, colour, at, end, length, isColoured));
         QString part = escaped(QStringView(line).sliced(at, to - at));
         if (isColoured)
-            part = u"<font color=\"#%1\">"_s.arg(colours[colour].colour & 0xffffff, 6, 16, QChar(u'0')) + part + u"</font>"_s;
+            part = u"<font color=\"#%1\">"_s.arg(colours[colour].colour & 0xffffff, 6, 16, QChar(u'0')) + part
+                + u"</font>"_s;
         marked += isChanged ? u"<u><b>"_s + part + u"</b></u>"_s : part;
         at = to;
     }

@@ -37,9 +37,8 @@ void PictureView::show(const QString &root, const QString &path)
         const QJsonObject job{{u"operation"_s, u"preview"_s}, {u"root"_s, root}, {u"input"_s, path}};
         const QString problem
             = containment->prepare(*worker, QCoreApplication::applicationFilePath(), {u"--media-job"_s, json(job)});
-        connect(worker, &QProcess::finished, this, [this](int code, QProcess::ExitStatus status) {
-            take(status == QProcess::NormalExit && code == 0);
-        });
+        connect(worker, &QProcess::finished, this,
+                [this](int code, QProcess::ExitStatus status) { take(status == QProcess::NormalExit && code == 0); });
         worker->setStandardInputFile(QProcess::nullDevice());
         worker->setStandardErrorFile(QProcess::nullDevice());
         if (problem.isEmpty())

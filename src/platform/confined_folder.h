@@ -75,7 +75,8 @@ public:
         unsigned mode = 0;
         unsigned user = 0;
         unsigned group = 0;
-        std::optional<Stamp> stamp = {}; ///< Of these very bytes; nothing when it changed meanwhile, or as with stamp().
+        std::optional<Stamp> stamp
+            = {}; ///< Of these very bytes; nothing when it changed meanwhile, or as with stamp().
     };
 
     /// A name in a held folder.

@@ -208,15 +208,15 @@ private Q_SLOTS:
                              QString::number(inside.files().size())};
             for (const QString &name : {u"/copy"_s, u"/copy.zip"_s}) {
                 told << errorOf([&] {
-                    FileExport copy(inside.root(), disk + name);
-                    for (quint32 i = 0; i < 60; ++i) {
-                        QByteArray noise;
-                        for (quint32 byte = 0; byte < 50000; ++byte)
-                            noise += char((byte * 2654435761U + i * 40503U) >> 11);
-                        copy.add(QString::number(i), noise, 0644);
-                    }
-                    copy.finish();
-                }).section(u':', 0, 0);
+                            FileExport copy(inside.root(), disk + name);
+                            for (quint32 i = 0; i < 60; ++i) {
+                                QByteArray noise;
+                                for (quint32 byte = 0; byte < 50000; ++byte)
+                                    noise += char((byte * 2654435761U + i * 40503U) >> 11);
+                                copy.add(QString::number(i), noise, 0644);
+                            }
+                            copy.finish();
+                        }).section(u':', 0, 0);
             }
             told << everythingIn(disk).filter(u"copy"_s);
             ::mount("tmpfs", QFile::encodeName(disk).constData(), "tmpfs", MS_REMOUNT, "size=16m");
