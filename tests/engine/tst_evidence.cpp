@@ -8,6 +8,7 @@
 
 #include <QElapsedTimer>
 #include <QTest>
+#include <QThreadPool>
 
 using namespace vesk;
 
@@ -319,6 +320,27 @@ private Q_SLOTS:
             QCOMPARE(run.model.count(u"integration_reviewer"_s), 2);
             QCOMPARE(rowOf(run, u"files"_s, u"path"_s, u"a.md"_s)[u"mark"_s], stubborn ? u"opinion"_s : u"reviews"_s);
             QCOMPARE(gapsOf(run).contains(u"a.md: рецензия дана другому файлу или другой версии."_s), stubborn);
+        }
+    }
+
+    void aTestIsTriedOnlyWithFullAccessAndWhileTheRunGoesOn()
+    {
+        for (const auto &[access, stops, tries] : {std::tuple{true, false, 1}, {false, false, 0}, {true, true, 0}}) {
+            PlannedRun run({code(u"main.py"_s), code(u"test_a.py"_s), check(u"t"_s, u"grep -q . test_a.py"_s)});
+            run.engine.computerAccess = access;
+            run.answerPermissions(true);
+            if (stops)
+                run.when(u"AutomaticCorrection"_s, u"сами тесты"_s, [&] { run.engine.cancel(); });
+            (void)run.ending();
+            QThreadPool::globalInstance()->waitForDone();
+            QCoreApplication::processEvents();
+            const QJsonArray runs = run.rows(u"agent_runs"_s);
+            QCOMPARE(std::ranges::count_if(
+                         runs, [](const QJsonValue &one) { return one[u"context"_s].toObject().contains(u"folder"_s); }),
+                     tries);
+            QCOMPARE(gapsOf(run).filter(u"проходит и с пустыми файлами"_s).size(), tries);
+            QThreadPool::globalInstance()->waitForDone();
+            QVERIFY(!QFileInfo::exists(run.engine.copiesFolder));
         }
     }
 
