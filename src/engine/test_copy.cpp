@@ -71,7 +71,8 @@ private:
         if (entry.isDir())
             return copyFolder(path, isWanted && !isMachineMade(entry.fileName()));
         const bool isWritten = order.written.contains(path);
-        return (!isWritten && (!isWanted || isCompiled(entry))) || copyFile(entry, path);
+        // Opening a pipe would wait for whoever writes into it.
+        return !entry.isFile() || (!isWritten && (!isWanted || isCompiled(entry))) || copyFile(entry, path);
     }
 
     bool copyFile(const QFileInfo &entry, const QString &path)

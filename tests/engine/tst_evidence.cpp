@@ -8,6 +8,7 @@
 
 #include <QElapsedTimer>
 #include <QTest>
+#include <QThreadPool>
 
 using namespace vesk;
 
@@ -24,16 +25,6 @@ QJsonObject rowOf(const PlannedRun &run, const QString &list, const QString &key
     const auto row
         = std::ranges::find_if(rows, [&](const QJsonValue &entry) { return entry[key].toString() == value; });
     return row == rows.end() ? QJsonObject() : row->toObject();
-}
-
-void specify(PlannedRun &run, const QStringList &criteria, const QString &title = u"Создай калькулятор"_s)
-{
-    run.model.forget(u"orchestrator"_s);
-    run.model.answer(u"orchestrator"_s,
-                     {{u"title"_s, title},
-                      {u"requirements"_s, QJsonArray::fromStringList(criteria.mid(1))},
-                      {u"acceptance_criteria"_s, QJsonArray::fromStringList(criteria.mid(0, 1))},
-                      {u"questions"_s, QJsonArray()}});
 }
 
 QJsonObject command(const QString &id, const QString &program, const QStringList &arguments,
@@ -70,18 +61,14 @@ struct Records {
         node.output = {{u"success"_s, true}, {u"started_at"_s, u"3"_s}};
         sources.nodes.append(node);
     }
-    void run(const QString &role, const QJsonObject &context, const QJsonObject &output, const QString &finished = {})
+    void review(const QString &role, const QJsonObject &answer, int of = 0)
     {
+        const QJsonObject artifact{{u"file"_s, sources.nodes.at(of).output}};
         sources.runs.append({{u"id"_s, QString::number(sources.runs.size())},
                              {u"role"_s, role},
                              {u"status"_s, u"COMPLETED"_s},
-                             {u"context"_s, context},
-                             {u"output"_s, output},
-                             {u"finished_at"_s, finished}});
-    }
-    void review(const QString &role, const QJsonObject &answer)
-    {
-        run(role, {{u"artifact"_s, QJsonObject{{u"file"_s, sources.nodes.first().output}}}}, answer);
+                             {u"context"_s, QJsonObject{{u"artifact"_s, artifact}}},
+                             {u"output"_s, answer}});
     }
     QString markOf(const QString &list, int row) const { return evidenceOf(sources)[list][row][u"mark"_s].toString(); }
     QString criterion(const QString &text)
@@ -144,6 +131,7 @@ private Q_SLOTS:
             {shell, {u"-c"_s, u"./main | grep hi"_s}, false},
             {u"/bin/true"_s, {}, true},
             {u"/usr/bin/node"_s, {u"--version"_s}, true},
+            {u"/usr/bin/node"_s, {u"--help"_s}, true},
             {u"/usr/bin/node"_s, {u"/x/npm-cli.js"_s, u"test"_s}, true},
             {u"/usr/bin/node"_s, {u"/x/npm-cli.js"_s, u"run"_s, u"build"_s}, false},
             {u"/usr/bin/node"_s, {u"test.js"_s}, false},
@@ -160,6 +148,7 @@ private Q_SLOTS:
             {u"a.py"_s, u"# TODO\n"_s, true},
             {u"a.html"_s, u"<!doctype html><!-- здесь будет страница -->"_s, true},
             {u"a.md"_s, u"TODO: описание"_s, true},
+            {u"a.md"_s, u"TODO: описание"_s.repeated(40), false},
             {u"a.js"_s, u"let a;\nfunction sum(a, b) { // TODO реализовать\n}\n"_s, true},
             {u"a.js"_s, u"const sum = (a, b) => { throw new Error('not implemented'); }"_s, true},
             {u"a.py"_s, u"def f(x):\n    # TODO\n    pass\n\nprint(1)\n"_s, true},
@@ -183,7 +172,10 @@ private Q_SLOTS:
              command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"test -s main.py"_s}, {u"main.py"_s, u"README.md"_s}),
              command(u"e"_s, u"/bin/sh"_s, {u"-c"_s, u"false || true"_s}, {u"README.md"_s, u"lib/CMakeLists.txt"_s})});
         run.engine.computerAccess = true;
-        specify(run, {u"Файл main.py не пуст"_s});
+        QJsonObject spec = ScriptedProvider::taskSpec();
+        spec[u"acceptance_criteria"_s] = QJsonArray{u"Файл main.py не пуст"_s};
+        run.model.forget(u"orchestrator"_s);
+        run.model.answer(u"orchestrator"_s, spec);
         QCOMPARE(run.ending(), u"COMPLETED"_s);
         QCOMPARE(rowOf(run, u"files"_s, u"path"_s, u"main.py"_s)[u"mark"_s], u"check"_s);
         const QJsonObject readme = rowOf(run, u"files"_s, u"path"_s, u"README.md"_s);
@@ -243,7 +235,10 @@ private Q_SLOTS:
         QCOMPARE(records.markOf(u"files"_s, 2), u"none"_s);
         QCOMPARE(records.criterion(u"Страница index.html открывается без ошибок"_s), u"check"_s);
         QCOMPARE(records.criterion(u"Страницы index.html и about.html открываются без ошибок"_s), u"opinion"_s);
-        QCOMPARE(records.criterion(u"Тестовые данные: три розы"_s), u"opinion"_s);
+        QCOMPARE(records.criterion(u"Тесты проходят"_s), u"opinion"_s);
+        records.check({u"/usr/bin/pytest"_s});
+        QCOMPARE(records.criterion(u"Тесты проходят"_s), u"check"_s);
+        QCOMPARE(records.criterion(u"Тестовые данные на месте"_s), u"opinion"_s);
         QCOMPARE(records.criterion(u"Страница открывается без ошибок, `npm run x` тоже"_s), u"none"_s);
         QCOMPARE(records.criterion(u"Рядом есть old.csv"_s), u"none"_s);
         records.there = QStringList{u"old.csv"_s};
@@ -262,6 +257,13 @@ private Q_SLOTS:
         QCOMPARE(evidenceOf(records.sources)[u"believed"_s].toInt(), 2);
         (void)records.criterion(u"Растёт"_s);
         QCOMPARE(evidenceOf(records.sources)[u"believed"_s].toInt(), 1);
+
+        const auto headline = [](int proved, int believed, int open) {
+            return evidenceHeadline({{u"proved"_s, proved}, {u"believed"_s, believed}, {u"open"_s, open}});
+        };
+        QCOMPARE(headline(0, 0, 2), u"Проверками не подтверждён ни один критерий."_s);
+        QCOMPARE(headline(1, 1, 19),
+                 u"1 из 21 критерия подтверждён проверками, 1 — только мнением агентов, 19 — не подтверждены."_s);
     }
 
     void theLastWordOfAReviewerCounts()
@@ -271,8 +273,7 @@ private Q_SLOTS:
         records.file(u"a.md"_s);
         records.review(correctness, ScriptedProvider::approval());
         QCOMPARE(records.markOf(u"files"_s, 0), u"opinion"_s);
-        QJsonObject objection = ScriptedProvider::verdict(u"REVISE"_s, u"Нет роз"_s);
-        records.review(correctness, objection);
+        records.review(correctness, ScriptedProvider::verdict(u"REVISE"_s, u"Нет роз"_s));
         QCOMPARE(records.markOf(u"files"_s, 0), u"none"_s);
         QVERIFY(records.gaps().filter(u"Нет роз"_s).isEmpty()); // Only beside an approval it is a remark.
         QJsonObject hesitant = ScriptedProvider::approval();
@@ -307,27 +308,6 @@ private Q_SLOTS:
         QCOMPARE(records.gaps().size(), 41);
     }
 
-    void whatIsNamedAndMissingIsTold()
-    {
-        PlannedRun run({code(u"logo.png"_s), code(u"design.md"_s), code(u"package.json"_s)});
-        run.texts[u"package.json"_s] = {u"{\"scripts\":{\"test\":\"jest\"}}"_s};
-        specify(run, {u"Есть design.pdf и logo.png"_s, u"pytest проходит"_s, u"Все тесты проходят"_s}, u"Отчёт"_s);
-        run.start(u"Покрась кнопку в main.css"_s);
-        QCOMPARE(run.ending(), u"COMPLETED"_s);
-        const QStringList gaps = gapsOf(run);
-        for (const QString &gap :
-             {u"logo.png: текст вместо изображения."_s,
-              u"«Есть design.pdf и logo.png»: файла design.pdf нет, есть только текст о нём: design.md."_s,
-              u"«pytest проходит»: команду «pytest» никто не запускал."_s,
-              u"Тесты из package.json (npm test) никто не запускал."_s,
-              u"Назван в тексте «запрос»: файла main.css нет."_s,
-              u"В записанной задаче нет ни одного слова из запроса."_s})
-            QVERIFY2(gaps.contains(gap), qPrintable(gap + u" in "_s + gaps.join(u'\n')));
-        QCOMPARE(rowOf(run, u"criteria"_s, u"kind"_s, u"criterion"_s)[u"mark"_s], u"none"_s);
-        QVERIFY(Narrator::report(run.engine.snapshot())
-                    .startsWith(u"Задача завершена. Проверками не подтверждён ни один критерий."_s));
-    }
-
     void aReviewOfAnotherFileIsAskedForAgainAndNotCounted()
     {
         for (const bool stubborn : {false, true}) {
@@ -343,79 +323,48 @@ private Q_SLOTS:
         }
     }
 
-    void whatWasSaidBesideAnApprovalIsKept()
+    void aTestIsTriedOnlyWithFullAccessAndWhileTheRunGoesOn()
     {
-        PlannedRun run({code(u"a.md"_s)});
-        QJsonObject hesitant = ScriptedProvider::approval();
-        hesitant[u"issues"_s] = QJsonArray{u"Нет тестов"_s};
-        hesitant[u"confidence"_s] = 0.2;
-        run.model.answer(u"validator"_s, hesitant);
-        run.model.answer(u"observer"_s, {{u"summary"_s, u"Тесты отсутствуют"_s}});
-        QCOMPARE(run.ending(), u"COMPLETED"_s);
-        const QStringList gaps = gapsOf(run);
-        QVERIFY(gaps.contains(u"Итоговая проверка: одобрено с замечанием: Нет тестов."_s));
-        QVERIFY(gaps.contains(u"Итоговая проверка: одобрено с уверенностью 0.2."_s));
-        QVERIFY(gaps.contains(u"Наблюдатель: Тесты отсутствуют"_s));
-    }
-
-    void aTestThatWasChangedAfterItFailedIsNamed()
-    {
-        PlannedRun run({code(u"tests/a.py"_s), command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"grep new tests/a.py"_s}, {})});
-        run.engine.computerAccess = true;
-        run.texts[u"tests/a.py"_s] = {u"old"_s, u"new"_s};
-        QCOMPARE(run.ending(), u"COMPLETED"_s);
-        QVERIFY(gapsOf(run).contains(u"tests/a.py: тест изменён после неудачного запуска."_s));
-    }
-
-    void whatCommandsLeftBehindIsNamed()
-    {
-        PlannedRun run({code(u"a.md"_s),
-                        command(u"t"_s, u"/bin/sh"_s, {u"-c"_s, u"cp a.md b.md; mkdir dist; cp a.md dist"_s}, {})});
-        run.engine.computerAccess = true;
-        QCOMPARE(run.ending(), u"COMPLETED"_s);
-        QVERIFY(gapsOf(run).contains(u"Созданы командами, их никто не читал: b.md."_s));
+        for (const auto &[access, stops, tries] : {std::tuple{true, false, 1}, {false, false, 0}, {true, true, 0}}) {
+            PlannedRun run({code(u"main.py"_s), code(u"test_a.py"_s), check(u"t"_s, u"grep -q . test_a.py"_s)});
+            run.engine.computerAccess = access;
+            run.answerPermissions(true);
+            if (stops)
+                run.when(u"AutomaticCorrection"_s, u"сами тесты"_s, [&] { run.engine.cancel(); });
+            (void)run.ending();
+            QThreadPool::globalInstance()->waitForDone();
+            QCoreApplication::processEvents();
+            const QJsonArray runs = run.rows(u"agent_runs"_s);
+            QCOMPARE(std::ranges::count_if(
+                         runs, [](const QJsonValue &one) { return one[u"context"_s].toObject().contains(u"folder"_s); }),
+                     tries);
+            QCOMPARE(gapsOf(run).filter(u"проходит и с пустыми файлами"_s).size(), tries);
+            QThreadPool::globalInstance()->waitForDone();
+            QVERIFY(!QFileInfo::exists(run.engine.copiesFolder));
+        }
     }
 
     void theLedgerOfALargeTaskIsCheap()
     {
-        EvidenceSources sources;
-        sources.exists = [](const QString &) { return false; };
-        sources.root = u"/p"_s;
+        Records records;
         QStringList criteria;
-        for (int i = 0; i < 64; ++i) {
-            Node node;
-            node.id = QString::number(i);
-            node.kind = i < 56 ? u"code"_s : u"tool"_s;
+        for (int i = 0; i < 56; ++i) {
             const QString path = u"src/module%1.js"_s.arg(i);
-            node.input = i < 56 ? QJsonObject{{u"path"_s, path}}
-                                : QJsonObject{{u"program"_s, u"/bin/sh"_s},
-                                              {u"arguments"_s, QJsonArray{u"-c"_s, u"node %1"_s.arg(path)}},
-                                              {u"verification"_s, true}};
-            node.output = {{u"path"_s, path},
-                           {u"revision"_s, 1},
-                           {u"hash"_s, u"h"_s},
-                           {u"success"_s, true},
-                           {u"timestamp"_s, u"1"_s},
-                           {u"started_at"_s, u"2"_s},
-                           {u"content"_s, QString(6000, u'x').replace(u"xxxxxxxxxx"_s, u"let a = 1;\n"_s)}};
-            sources.nodes.append(node);
-            criteria.append(u"Файл %1 печатает результат"_s.arg(path));
+            records.file(path, QString(6000, u'x').replace(u"xxxxxxxxxx"_s, u"let a = 1;\n"_s));
             for (const QString &role : {u"correctness_reviewer"_s, u"integration_reviewer"_s})
-                sources.runs.append(
-                    {{u"id"_s, role + path},
-                     {u"role"_s, role},
-                     {u"status"_s, u"COMPLETED"_s},
-                     {u"context"_s, QJsonObject{{u"artifact"_s, QJsonObject{{u"file"_s, node.output}}}}},
-                     {u"output"_s, ScriptedProvider::approval()}});
+                records.review(role, ScriptedProvider::approval(), i);
+            criteria.append(u"Файл %1 печатает результат"_s.arg(path));
         }
-        sources.spec[u"acceptance_criteria"_s] = QJsonArray::fromStringList(criteria.mid(0, 5));
+        for (int i = 0; i < 8; ++i)
+            records.check({u"/bin/sh"_s, u"-c"_s, u"node src/module%1.js"_s.arg(i)});
+        records.sources.spec[u"acceptance_criteria"_s] = QJsonArray::fromStringList(criteria.mid(0, 5));
         QElapsedTimer timer;
         timer.start();
-        const QJsonObject ledger = evidenceOf(sources);
+        const QJsonObject ledger = evidenceOf(records.sources);
         const qint64 spent = timer.nsecsElapsed() / 1000;
-        QCOMPARE(ledger[u"files"_s].toArray().size(), 56);
+        QCOMPARE(ledger[u"proved"_s].toInt(), 5);
         qInfo("%lld us", spent);
-        QVERIFY(spent < 100000); // 20 times what it takes: for a machine under load
+        QVERIFY(spent < 100000); // 25 times what it takes: for a machine under load
     }
 };
 

@@ -258,6 +258,8 @@ private Q_SLOTS:
 
     void dataThatCannotBeReadIsTold()
     {
+        QVERIFY(isData(u"a.xml"_s) && !isData(u"a.json"_s));
+        QVERIFY(!isData(u"tests/a.xml"_s) && !isData(u"broken.svg"_s) && !isData(u"fixtures/a.xml"_s));
         const QList<std::tuple<QString, QString, QString>> rows{
             {u"a.geojson"_s, u"{\n\"a\": 1,\n}"_s, u"строка 3: "_s},
             {u"a.json"_s, u"[1, 2"_s, u"строка 1: "_s},

@@ -10,6 +10,8 @@
 #include <QTest>
 #include <QThreadPool>
 
+#include <sys/stat.h>
+
 using namespace Qt::StringLiterals;
 using namespace vesk;
 
@@ -35,15 +37,15 @@ private Q_SLOTS:
     void onlyTestsOfTheProjectAreTried()
     {
         const QString sh = u"/bin/sh"_s;
-        const QJsonObject package{
-            {u"scripts"_s, QJsonObject{{u"test"_s, u"jest"_s}, {u"t"_s, u"eslint ."_s}, {u"x"_s, u"jest || true"_s}}}};
+        const auto package
+            = [](const QString &test) { return QJsonObject{{u"scripts"_s, QJsonObject{{u"test"_s, test}}}}; };
+        const QStringList npmTest{u"/usr/bin/node"_s, u"/x/npm-cli.js"_s, u"test"_s};
         const QList<std::pair<QStringList, bool>> rows{
             {{u"/usr/bin/python3"_s, u"-m"_s, u"pytest"_s}, true},
             {{u"/usr/bin/python3"_s, u"tests/check.py"_s}, false},
             {{u"/usr/bin/python3"_s, u"test_a.py"_s}, true},
-            {{u"/usr/bin/node"_s, u"/x/npm-cli.js"_s, u"test"_s}, true},
-            {{u"/usr/bin/node"_s, u"/x/npm-cli.js"_s, u"run"_s, u"t"_s}, false},
-            {{u"/usr/bin/node"_s, u"/x/npm-cli.js"_s, u"run"_s, u"x"_s}, false},
+            {npmTest, true},
+            {{sh, u"-c"_s, u"pytest || true"_s}, false},
             {{u"/usr/bin/cargo"_s, u"test"_s}, true},
             {{sh, u"-c"_s, u"test -s main.py"_s}, false},
             {{sh, u"-c"_s, u"./run_tests.sh && pytest"_s}, false},
@@ -52,9 +54,10 @@ private Q_SLOTS:
             {{sh, u"-c"_s, u"cd ~/x && pytest"_s}, false},
         };
         for (const auto &[line, isTried] : rows)
-            QVERIFY2(trialsOf({tool(u"t"_s, line)}, package, u"/p"_s).isEmpty() != isTried,
+            QVERIFY2(trialsOf({tool(u"t"_s, line)}, package(u"jest"_s), u"/p"_s).isEmpty() != isTried,
                      qPrintable(line.join(u' ')));
-        QVERIFY(trialsOf({tool(u"t"_s, {u"/usr/bin/pytest"_s}, u"2"_s, false)}, package, u"/p"_s).isEmpty());
+        QVERIFY(trialsOf({tool(u"t"_s, npmTest)}, package(u"eslint ."_s), u"/p"_s).isEmpty());
+        QVERIFY(trialsOf({tool(u"t"_s, npmTest, u"2"_s, false)}, package(u"jest"_s), u"/p"_s).isEmpty());
     }
 
     void buildsGoFirstAndInstallationsDoNot()
@@ -109,6 +112,8 @@ private Q_SLOTS:
         const auto write = [&](const QString &path, const QByteArray &text) { save(root + u'/' + path, text); };
         write(u"main.py"_s, "x = 1");
         write(u"test_main.py"_s, "import main");
+        write(u"README.md"_s, "x");
+        write(u"main.o"_s, "x");
         write(u"build/main.o"_s, "x");
         write(u"build/kept.py"_s, "x");
         write(u"__pycache__/main.pyc"_s, "x");
@@ -116,6 +121,7 @@ private Q_SLOTS:
         write(u"node_modules/@a/b/index.js"_s, "x");
         QVERIFY(QFile::link(u"../packages/own"_s, root + u"/node_modules/own"_s));
         QVERIFY(QFile::link(u"main.py"_s, root + u"/link.py"_s));
+        QCOMPARE(::mkfifo(QFile::encodeName(root + u"/pipe"_s).constData(), 0600), 0);
         const QString copies = folder.filePath(u"copies"_s);
         const CopyOrder order{root, copies, {u"build/kept.py"_s}, {}};
         auto copy = TestCopy::make(order);
@@ -124,7 +130,7 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo(copy->path() + u"/main.py"_s).size(), 0);
         QCOMPARE(QFileInfo(copy->path() + u"/test_main.py"_s).size(), 11);
         QVERIFY(has(u"build/kept.py"_s) && has(u"node_modules/@a/b/index.js"_s));
-        QVERIFY(!has(u"build/main.o"_s) && !has(u"__pycache__"_s) && !has(u"link.py"_s));
+        QVERIFY(!has(u"main.o"_s) && !has(u"build/main.o"_s) && !has(u"__pycache__"_s) && !has(u"link.py"_s));
         QCOMPARE(QFileInfo(copy->path() + u"/node_modules/own/index.js"_s).size(), 0);
         QVERIFY(!copy->wasBypassed());
         QVERIFY(!contentOf(root + u"/build/main.o"_s).isEmpty());
@@ -134,7 +140,7 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(copies) && QFileInfo::exists(root + u"/node_modules/@a/b/index.js"_s));
 
         QVERIFY(!TestCopy::make({root, root + u"/copies"_s, {}, {}}));
-        QVERIFY(!TestCopy::make({root, copies, {}, {u"main.py"_s, u"index.js"_s}})); // Nothing is emptied.
+        QVERIFY(!TestCopy::make({root, copies, {}, {u"main.py"_s, u"index.js"_s}})); // No source is emptied.
         write(u"film.mp4"_s, QByteArray(21 << 20, 'x'));
         QVERIFY(!TestCopy::make(order));
         QThreadPool::globalInstance()->waitForDone();
