@@ -33,9 +33,8 @@ Repository &repository()
 /// As light goes into the eye, of 0 to 1.
 double luminance(const QColor &colour)
 {
-    const auto part = [](double value) {
-        return value <= .03928 ? value / 12.92 : std::pow((value + .055) / 1.055, 2.4);
-    };
+    const auto part
+        = [](double value) { return value <= .03928 ? value / 12.92 : std::pow((value + .055) / 1.055, 2.4); };
     return .2126 * part(colour.redF()) + .7152 * part(colour.greenF()) + .0722 * part(colour.blueF());
 }
 
@@ -46,7 +45,8 @@ QColor readable(QColor colour, bool dark)
     // Of the lines that go, where code stands out least in either look.
     const double ground = luminance(dark ? QColor(0x3d, 0x26, 0x26) : QColor(0xf6, 0xdc, 0xd8)) + .05;
     const float towards = dark ? 1 : 0;
-    const auto contrast = [&] { return dark ? (luminance(colour) + .05) / ground : ground / (luminance(colour) + .05); };
+    const auto contrast
+        = [&] { return dark ? (luminance(colour) + .05) / ground : ground / (luminance(colour) + .05); };
     while (contrast() < least) {
         const auto moved = [towards](float part) { return part + (towards - part) * .1F; };
         colour.setRgbF(moved(colour.redF()), moved(colour.greenF()), moved(colour.blueF()));

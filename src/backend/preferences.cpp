@@ -20,7 +20,7 @@ const QStringList &settableKeys()
                                   u"sidebar_width"_s, u"inspector_width"_s,    u"background_js"_s,
                                   u"team_left"_s,     u"background_opacity"_s, u"agent_positions"_s,
                                   u"ffmpeg_path"_s,   u"blender_path"_s,       u"automatic_routing"_s,
-                                  u"theme"_s,         u"text_scale"_s,    u"git_commit"_s};
+                                  u"theme"_s,         u"text_scale"_s,         u"git_commit"_s};
     return keys;
 }
 

@@ -221,7 +221,8 @@ private Q_SLOTS:
         const QByteArray folder = QFile::encodeName(QDir(root).dirName()) + '/';
         QCOMPARE(git("show --format=%B --name-only HEAD"),
                  "# Моё\n\nтекст\n\n\n" + folder + "README-calculator.md\n" + folder + "calculator.html\n");
-        QCOMPARE(git("status --porcelain ."), "M  " + folder + "staged\n?? " + folder + "VESK-project.json\n?? " + folder + "untracked\n");
+        QCOMPARE(git("status --porcelain ."),
+                 "M  " + folder + "staged\n?? " + folder + "VESK-project.json\n?? " + folder + "untracked\n");
         desk->call("lookAtCommit");
         QVERIFY(settled());
         QCOMPARE(commit(u"fault"_s).toString(), u"Все файлы задачи уже зафиксированы."_s);
