@@ -407,8 +407,8 @@ void InterfaceBenchmark::nothingStutters()
     fillConversation(data.path(), project.path());
     Child child({u"--vesk"_s, u"--data-dir"_s, data.path()}, {u"BENCH_MOTION=1"_s});
     child.line();
-    for (const char *motion : {"scrolling 2000 messages", "talking below 2000 messages", "tasks at work", "a dialog opens",
-                               "a column is resized"}) {
+    for (const char *motion : {"scrolling 2000 messages", "talking below 2000 messages", "tasks at work",
+                               "a dialog opens", "a column is resized"}) {
         const QList<double> times = child.line();
         QCOMPARE(times.size(), 3);
         qInfo("%s: a frame takes %.1f ms, 99%% %.1f, longest %.1f (goal 16 and 33)", motion, times[0], times[1],

@@ -1,11 +1,9 @@
 pragma ComponentBehavior: Bound
 import QtQuick
-import QtQuick.Controls.Basic
 import QtQuick.Layouts
 import Vesk
-import "../Wording.js" as Wording
 
-/* The commands that a run asks leave for: what would be run, then the request in full. */
+/* The commands that a run asks leave for. */
 FloatingDialog {
     id: root
 
@@ -25,69 +23,25 @@ FloatingDialog {
 
     contentItem: ColumnLayout {
         spacing: 12
-        ListView {
+        SettingsScroll {
             id: requests
-            clip: true
-            spacing: 20
-            boundsBehavior: Flickable.StopAtBounds
-            model: root.pending
+            rightPadding: root.single ? 0 : 14
             Layout.fillWidth: true
             Layout.fillHeight: true
-            ScrollBar.vertical: ThinBar {}
-            delegate: ColumnLayout {
-                id: request
-                required property var modelData
-                readonly property var input: modelData.node?.input ?? {}
-                width: ListView.view.width
-                height: Math.max(implicitHeight, root.single ? ListView.view.height : 0)
-                spacing: 10
-                Rectangle {
-                    color: Theme.code
-                    radius: 8
-                    Layout.fillWidth: true
-                    Layout.preferredHeight: Math.min(Theme.px(180), command.implicitHeight)
 
-                    PlainArea {
-                        id: command
-                        objectName: "commandLine"
-                        anchors.fill: parent
-                        name: "Команда"
-                        text: Wording.visible(Wording.commandText(request.input))
-                        textFont.family: Theme.codeFamily
-                        textFont.pixelSize: Theme.body
-                    }
-                }
-                Heading { text: "ЗАПРОС ЦЕЛИКОМ" }
-                PlainArea {
-                    objectName: "commandRequest"
-                    name: "Запрос целиком"
-                    text: Wording.visible(Wording.pretty(request.input))
-                    textColor: Theme.textDetail
-                    textFont.family: Theme.codeFamily
-                    textFont.pixelSize: Theme.note
-                    Layout.fillWidth: true
-                    Layout.fillHeight: true
-                    Layout.minimumHeight: Theme.px(60)
-                    Layout.preferredHeight: Math.min(Theme.px(140), implicitHeight)
-                }
-                RowLayout {
-                    spacing: 10
-                    Action {
-                        visible: root.single
-                        text: "Закрыть"
-                        onClicked: root.close()
-                    }
-                    Item { Layout.fillWidth: true }
-                    Action {
-                        objectName: "denyCommand"
-                        text: "Запретить"
-                        onClicked: root.decide(request.modelData.id, false)
-                    }
-                    Action {
-                        objectName: "allowCommand"
-                        text: "Разрешить"
-                        primary: true
-                        onClicked: root.decide(request.modelData.id, true)
+            Column {
+                width: requests.availableWidth
+                spacing: 20
+                Repeater {
+                    model: root.pending
+                    PermissionRequest {
+                        required property var modelData
+                        width: parent.width
+                        height: Math.max(implicitHeight, root.single ? requests.availableHeight : 0)
+                        input: modelData.node?.input ?? {}
+                        closes: root.single
+                        onDecided: allow => root.decide(modelData.id, allow)
+                        onClosed: root.close()
                     }
                 }
             }

@@ -36,7 +36,7 @@ ListRow {
                 ? (root.row.usage ? root.row.usage + " · " : "") + (root.row.kind ?? "") + " · "
                   + Math.ceil((root.row.bytes ?? 0) / 1024) + " КБ"
                 : "Версия " + (root.row.revision ?? 0)
-            color: root.selected ? Theme.textDetail : Theme.textNote
+            color: root.chosen ? Theme.textDetail : Theme.textNote
             font.pixelSize: Theme.caption
             wrapMode: Text.NoWrap
             elide: Text.ElideRight

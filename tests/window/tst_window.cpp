@@ -581,7 +581,8 @@ void WindowTest::filesAreDroppedChosenAndTakenAwayAgain()
     desk->press(Qt::Key_A, Qt::ControlModifier);
     desk->type(desk->path(u"chosen"_s));
     desk->press(Qt::Key_Return);
-    QTRY_COMPARE(rowAt(desk->item(u"folderFiles"_s), 0) ? rowAt(desk->item(u"folderFiles"_s), 0)->property("text") : QVariant(),
+    QTRY_COMPARE(rowAt(desk->item(u"folderFiles"_s), 0) ? rowAt(desk->item(u"folderFiles"_s), 0)->property("text")
+                                                        : QVariant(),
                  u"две.svg"_s);
     desk->press(Qt::Key_Return);
     QTRY_COMPARE(chips(), QStringList({u"Заметка 1.txt"_s, u"две.svg"_s}));
