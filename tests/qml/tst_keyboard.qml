@@ -41,6 +41,12 @@ Item {
         }
     }
     Component { id: mainComponent; Main { backend: stub; width: 1300; height: 760 } }
+    Component { id: textComponent; PlainArea { width: 300; height: 200; text: "строка\n".repeat(99) + "конец" } }
+    Component { id: rulesComponent; RulesInput { width: 300; height: 200; text: "строка\n".repeat(99) + "конец" } }
+    Component {
+        id: listComponent
+        PaneList { width: 300; height: 200; model: 100; delegate: ListRow { width: 300; height: 20; text: "строка" } }
+    }
     Keyboard { id: keyboard }
 
     TestCase {
@@ -167,6 +173,38 @@ Item {
             tryVerify(() => !findChild(app, data.over).visible);
             if (!data.over.includes("Menu") && data.over !== "removeAgent")
                 compare(app.activeFocusItem, before);
+        }
+        function test_aLongTextOrListTurnsPages_data() {
+            return [{ tag: "text", make: textComponent }, { tag: "input", make: rulesComponent }, { tag: "list", make: listComponent }];
+        }
+        function test_aLongTextOrListTurnsPages(data) {
+            root.Window.window.requestActivate();
+            tryVerify(() => root.Window.window.active);
+            const made = createTemporaryObject(data.make, root);
+            const view = made.contentItem instanceof Flickable ? made.contentItem : made;
+            const seen = () => Math.round(view.contentY - view.originY);
+            (made.area ?? made.contentItem.contentItem?.children[0] ?? made).forceActiveFocus(Qt.TabFocusReason);
+            waitForRendering(made);
+            keyClick(Qt.Key_PageDown);
+            keyClick(Qt.Key_PageDown);
+            tryVerify(() => seen() > 100 && seen() < 450);
+            keyClick(Qt.Key_End, Qt.ControlModifier);
+            tryCompare(view, "atYEnd", true);
+            const end = seen();
+            keyClick(Qt.Key_PageUp);
+            keyClick(Qt.Key_PageUp);
+            tryVerify(() => seen() < end - 100 && seen() > end - 450);
+            keyClick(Qt.Key_Home, Qt.ControlModifier);
+            tryVerify(() => seen() < 10);
+        }
+        function test_whatIsInTheWayGoesAndTheFocusIsKept() {
+            give({ message: "Ошибка" });
+            keyClick(Qt.Key_Escape);
+            compare(stub.message, "");
+            const button = findChild(app.contentItem, "hideSidebar");
+            button.forceActiveFocus(Qt.TabFocusReason);
+            keyClick(Qt.Key_Return);
+            tryVerify(() => app.input.activeFocus);
         }
     }
 }
