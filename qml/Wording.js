@@ -174,3 +174,9 @@ function reportedPath(graph) {
 function addressOf(path) {
     return "file://" + path.split("/").map(encodeURIComponent).join("/");
 }
+
+/* A marked line without its marks, to be heard. */
+function plain(marked) {
+    const signs = { lt: "<", gt: ">", quot: '"', nbsp: " ", amp: "&" };
+    return marked.replace(/<[^>]*>/g, "").replace(/&(lt|gt|quot|nbsp|amp);/g, (_, sign) => signs[sign]);
+}

@@ -46,7 +46,7 @@ ListView {
         if (event.key === Qt.Key_F10 && event.modifiers & Qt.ShiftModifier)
             event.accepted = act(menuRequested);
         else
-            event.accepted = go(event.key);
+            event.accepted = keyNavigationEnabled && go(event.key);
     }
     Keys.onDeletePressed: event => event.accepted = act(removed)
     onActiveFocusChanged: if (activeFocus && activeFocusOnTab && currentIndex < 0) currentIndex = 0

@@ -11,7 +11,7 @@ ScrollView {
     property alias textColor: area.color
     property alias wrapMode: area.wrapMode
     property string name: ""
-    readonly property alias area: area
+    property alias area: area
 
     clip: true
     ScrollBar.vertical: ThinBar {

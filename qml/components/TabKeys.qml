@@ -6,59 +6,19 @@ QtObject {
     id: root
 
     required property Item ground
+    readonly property TabOrder order: TabOrder {
+        id: order
+    }
     readonly property list<Shortcut> keys: [
         Shortcut {
             sequence: "Tab"
             enabled: root.ground.visible
-            onActivated: root.step(true)
+            onActivated: order.step(root.ground, true)
         },
         Shortcut {
             sequences: ["Shift+Tab", "Backtab"]
             enabled: root.ground.visible
-            onActivated: root.step(false)
+            onActivated: order.step(root.ground, false)
         }
     ]
-
-    function holds(outer: Item, inner: Item): bool {
-        for (let it = inner; it; it = it.parent) {
-            if (it === outer)
-                return true;
-        }
-        return false;
-    }
-    /* The list in whose row the item is. */
-    function listAround(item: Item): ListView {
-        for (let it = item.parent; it; it = it.parent) {
-            if (it.activeFocusOnTab && it as ListView)
-                return item === it.currentItem ? null : it;
-        }
-        return null;
-    }
-    function step(forward: bool) {
-        const here = ground.Window.activeFocusItem;
-        let next = holds(ground, here) ? here : ground;
-        while (next !== ground && !next.activeFocusOnTab)
-            next = next.parent; // from a row to its list
-        for (let i = 0; i < 1000; ++i) {
-            next = next.nextItemInFocusChain(forward);
-            if (next !== ground && holds(ground, next))
-                break;
-        }
-        const list = forward ? null : listAround(here);
-        if (list && !holds(list, next))
-            next = list; // the way back would leave it out
-        // Of a list the row, not what had the focus in it last.
-        next = (next as PaneList)?.currentItem ?? next;
-        next.forceActiveFocus(forward ? Qt.TabFocusReason : Qt.BacktabFocusReason);
-        reveal(next);
-    }
-    function reveal(item: Item) {
-        for (let it = item.parent; it; it = it.parent) {
-            const view = it as Flickable;
-            if (!view || item.height > view.height || item.parent === view)
-                continue;
-            const top = item.mapToItem(view, 0, 0).y;
-            view.contentY += top < 0 ? top : Math.max(0, top + item.height - view.height);
-        }
-    }
 }

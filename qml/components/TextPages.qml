@@ -1,7 +1,8 @@
 import QtQuick
+import QtQuick.Controls.Basic
 
-/* PageUp and PageDown in a text, which Qt Quick leaves to others: `Keys.forwardTo` leads here. A text that is in view as
-   a whole leaves them to what lies around it. */
+/* The keys of a text that Qt Quick leaves to others, or keeps to itself: `Keys.forwardTo` leads here. PageUp and PageDown
+   turn pages, if there is more than is in view. Tab leads on; a text takes it before any shortcut does. */
 Item {
     id: root
 
@@ -9,16 +10,25 @@ Item {
     /* The height of what is in view. */
     required property real page
 
-    Keys.onPressed: event => {
-        const step = event.key === Qt.Key_PageDown ? 1 : event.key === Qt.Key_PageUp ? -1 : 0;
-        event.accepted = step !== 0 && area.height > page + 1;
-        if (!event.accepted)
-            return;
+    function turn(step: int, select: bool) {
         const here = area.cursorRectangle;
         const to = area.positionAt(here.x, Math.max(0, here.y + here.height / 2 + step * (page - here.height)));
-        if (event.modifiers & Qt.ShiftModifier)
+        if (select)
             area.moveCursorSelection(to);
         else
             area.cursorPosition = to;
     }
+
+    Keys.onPressed: event => {
+        const turning = event.key === Qt.Key_PageDown || event.key === Qt.Key_PageUp;
+        const leaving = event.key === Qt.Key_Tab || event.key === Qt.Key_Backtab;
+        event.accepted = leaving || (turning && area.height > page + 1);
+        if (leaving)
+            order.step(order.topmost(Overlay.overlay) ?? Window.contentItem,
+                       event.key === Qt.Key_Tab && !(event.modifiers & Qt.ShiftModifier));
+        else if (event.accepted)
+            turn(event.key === Qt.Key_PageDown ? 1 : -1, event.modifiers & Qt.ShiftModifier);
+    }
+
+    TabOrder { id: order }
 }

@@ -2,6 +2,7 @@ pragma ComponentBehavior: Bound
 import QtQuick
 import QtQuick.Controls.Basic
 import Vesk
+import "../Wording.js" as Wording
 
 /* The lines of a file with their numbers; whole lines are chosen and copied. */
 PaneList {
@@ -101,7 +102,9 @@ PaneList {
         border.width: root.activeFocus && ListView.isCurrentItem ? 1 : 0
         border.color: Theme.focus
         Accessible.role: Accessible.ListItem
-        Accessible.name: "Строка " + number
+        Accessible.name: "Строка " + number + ": " + Wording.plain(line)
+        Accessible.selectable: true
+        Accessible.selected: index >= root.from && index <= root.to
 
         TapHandler {
             onTapped: point => {

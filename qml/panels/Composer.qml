@@ -73,8 +73,6 @@ Rectangle {
                 font.pixelSize: Theme.normal
                 Accessible.name: "Сообщение"
                 Keys.forwardTo: pages
-                Keys.onTabPressed: nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
-                Keys.onBacktabPressed: nextItemInFocusChain(false).forceActiveFocus(Qt.BacktabFocusReason)
                 Keys.onPressed: event => {
                     const enter = event.key === Qt.Key_Return || event.key === Qt.Key_Enter;
                     if (!enter || (event.modifiers & Qt.ShiftModifier))

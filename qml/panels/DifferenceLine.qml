@@ -1,6 +1,7 @@
 pragma ComponentBehavior: Bound
 import QtQuick
 import Vesk
+import "../Wording.js" as Wording
 
 /* One row of a comparison: a line on one or both sides, or a fold. */
 Item {
@@ -24,9 +25,9 @@ Item {
     Accessible.role: Accessible.ListItem
     Accessible.onPressAction: if (fold) opened()
     Accessible.name: fold ? foldText.text
-        : kind === "removed" ? "Удалено, строка " + oldNumber
-        : kind === "added" ? "Добавлено, строка " + newNumber
-        : kind === "changed" ? "Изменено, строка " + newNumber : "Строка " + newNumber
+        : kind === "removed" ? "Удалено, строка " + oldNumber + ": " + Wording.plain(oldText)
+        : (kind === "added" ? "Добавлено, строка " : kind === "changed" ? "Изменено, строка " : "Строка ") + newNumber + ": "
+            + Wording.plain(newText)
 
     component Side: Rectangle {
         id: side

@@ -57,9 +57,6 @@ ColumnLayout {
             wrapMode: TextEdit.Wrap
             selectByMouse: true
             padding: 10
-            // A way out for those without a mouse; a script is short and can do without tabulators.
-            KeyNavigation.priority: KeyNavigation.BeforeItem
-            KeyNavigation.tab: applyButton
             Keys.forwardTo: pages
 
             TextPages {

@@ -24,8 +24,6 @@ ScrollView {
         font.pixelSize: Theme.body
         Accessible.name: placeholderText
         Keys.priority: Keys.BeforeItem
-        Keys.onTabPressed: nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
-        Keys.onBacktabPressed: nextItemInFocusChain(false).forceActiveFocus(Qt.BacktabFocusReason)
         Keys.forwardTo: pages
 
         TextPages {

@@ -177,13 +177,13 @@ void Keyboard::checkItem(QQuickItem *item, const QList<QQuickItem *> &stops)
 {
     if (!item->isEnabled())
         return;
-    if (isPressed(item) && !ancestor(item, isControl) && !item->objectName().startsWith("dialog"_L1))
+    const bool inList = ancestor(item, [](const QQuickItem *at) { return at->inherits("QQuickItemView"); });
+    if (isPressed(item) && !inList && !ancestor(item, isControl) && !item->objectName().startsWith("dialog"_L1))
         fault(item, u"is for the mouse alone"_s);
     if (!isControl(item))
         return;
     if (QAccessible::queryAccessibleInterface(item)->text(QAccessible::Name).isEmpty())
         fault(item, u"has no name"_s);
-    const bool inList = ancestor(item, [](const QQuickItem *at) { return at->inherits("QQuickItemView"); });
     if (!stops.contains(item) && !isReachedInRow(item, stops) && !(inList && !isInView(item)))
         fault(item, u"is not reached"_s);
 }

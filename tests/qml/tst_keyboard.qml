@@ -41,6 +41,12 @@ Item {
         }
     }
     Component { id: mainComponent; Main { backend: stub; width: 1300; height: 760 } }
+    Component { id: textComponent; PlainArea { width: 300; height: 200; text: "строка\n".repeat(99) + "конец" } }
+    Component { id: rulesComponent; RulesInput { width: 300; height: 200; text: "строка\n".repeat(99) + "конец" } }
+    Component {
+        id: listComponent
+        PaneList { width: 300; height: 200; model: 100; delegate: ListRow { width: 300; height: 20; text: "строка" } }
+    }
     Keyboard { id: keyboard }
 
     TestCase {
@@ -75,11 +81,11 @@ Item {
                 keyClick(Qt.Key_Escape);
         }
         function init() {
-            failOnWarning(/.?/);
+            failOnWarning(/^(?!QUnifiedTimer)/); // taking pictures confuses Qt's clock of animations
             app.requestActivate();
             tryVerify(() => app.active);
             app.sidebarOpen = true;
-            app.showPanel("agents");
+            app.inspectorOpen = false;
             app.selectedFile = {};
             app.input.clear();
             app.input.forceActiveFocus();
@@ -103,9 +109,15 @@ Item {
                 dialog.open();
                 then?.(dialog);
             });
-            const menuOf = (list, w) => {
-                findChild(w.contentItem, list).forceActiveFocus(Qt.TabFocusReason);
-                keyClick(Qt.Key_Menu);
+            const keyOn = (name, key) => {
+                tryVerify(() => findChild(app.contentItem, name)?.visible);
+                findChild(app.contentItem, name).forceActiveFocus(Qt.TabFocusReason);
+                keyClick(key);
+            };
+            const team = then => w => {
+                w.showPanel("agents");
+                tryVerify(() => findChild(w.contentItem, agent)?.visible);
+                then?.(w);
             };
             return [
                 scene("welcome", {}),
@@ -117,7 +129,7 @@ Item {
                 scene("edits", { chat: talk, handEdits: Array.from({ length: 8 }, (_, i) => ({ path: i + ".txt", text: i + ".txt изменён" })) }),
                 scene("paused queue", { queue: [{ id: "q", request: "a" }], queuePaused: true, uiState: { paused: true, phase: "EXECUTION" } }),
                 scene("without the left column", {}, w => w.sidebarOpen = false),
-                scene("picture", { networkUndo: "Агент удалён" }, w => findChild(w.contentItem, "agentNetwork").selectedRole = agent),
+                scene("picture", { networkUndo: "Агент удалён" }, team(w => findChild(w.contentItem, "agentNetwork").selectedRole = agent)),
                 scene("files", { files: [{ path: "a.png", type: "media", kind: "image", bytes: 1 }, { path: "b.txt" }] }, w => {
                     w.showPanel("files");
                     w.selectedFile = stub.files[0];
@@ -129,9 +141,9 @@ Item {
                 over("connection", {}, w => w.dialogs().connection.show().open()),
                 over("projectDialog", {}, w => w.dialogs().beginProject()),
                 over("projectMenu", {}, w => w.projectMenu.show().open()),
-                over("threadMenu", { tasks: [{ id: "t", phase: "", spec: { title: "Тест" } }] }, w => menuOf("threadList", w)),
-                over("panelMenu", {}, w => mouseClick(findChild(w.contentItem, "panelMenuButton"))),
-                over("agentMenu", {}, w => menuOf(agent, w)),
+                over("threadMenu", { tasks: [{ id: "t", phase: "", spec: { title: "Тест" } }] }, () => keyOn("threadList", Qt.Key_Menu)),
+                over("panelMenu", {}, team(() => keyOn("panelMenuButton", Qt.Key_Return))),
+                over("agentMenu", {}, team(() => keyOn(agent, Qt.Key_Menu))),
                 over("renameBox", {}, w => w.dialogs().showRename(Qt.point(14, 280))),
                 over("agentDetails", {}, w => w.dialogs().showAgent()),
                 over("details", {}, w => w.dialogs().showDetails("строка\n".repeat(300))),
@@ -145,16 +157,12 @@ Item {
                 over("permissions", { uiState: { phase: "EXECUTION", pending } }, w => w.dialogs().permissions.show().open()),
                 over("mcpRequests", { mcpRequests: [server] }, w => w.dialogs().serverRequests.show().open()),
                 over("takeIn", { takeIn: { phase: "looking", folder: "/a", count: 1 } }),
-                over("removeAgent", {}, w => {
-                    findChild(w.contentItem, agent).forceActiveFocus(Qt.TabFocusReason);
-                    keyClick(Qt.Key_Delete);
-                })
+                over("removeAgent", {}, team(() => keyOn(agent, Qt.Key_Delete)))
             ];
         }
         function test_everyControlIsReachedAndNamed(data) {
             const before = app.activeFocusItem;
             give(data.given);
-            tryVerify(() => findChild(app.contentItem, agent));
             waitForRendering(app.contentItem);
             data.ready(app);
             if (data.over !== "")
@@ -167,6 +175,38 @@ Item {
             tryVerify(() => !findChild(app, data.over).visible);
             if (!data.over.includes("Menu") && data.over !== "removeAgent")
                 compare(app.activeFocusItem, before);
+        }
+        function test_aLongTextOrListTurnsPages_data() {
+            return [{ tag: "text", make: textComponent }, { tag: "input", make: rulesComponent }, { tag: "list", make: listComponent }];
+        }
+        function test_aLongTextOrListTurnsPages(data) {
+            root.Window.window.requestActivate();
+            tryVerify(() => root.Window.window.active);
+            const made = createTemporaryObject(data.make, root);
+            const view = made.contentItem instanceof Flickable ? made.contentItem : made;
+            const seen = () => Math.round(view.contentY - view.originY);
+            (made.area ?? made.contentItem.contentItem?.children[0] ?? made).forceActiveFocus(Qt.TabFocusReason);
+            waitForRendering(made);
+            keyClick(Qt.Key_PageDown);
+            keyClick(Qt.Key_PageDown);
+            tryVerify(() => seen() > 100 && seen() < 450);
+            keyClick(Qt.Key_End, Qt.ControlModifier);
+            tryCompare(view, "atYEnd", true);
+            const end = seen();
+            keyClick(Qt.Key_PageUp);
+            keyClick(Qt.Key_PageUp);
+            tryVerify(() => seen() < end - 100 && seen() > end - 450);
+            keyClick(Qt.Key_Home, Qt.ControlModifier);
+            tryVerify(() => seen() < 10);
+        }
+        function test_whatIsInTheWayGoesAndTheFocusIsKept() {
+            give({ message: "Ошибка" });
+            keyClick(Qt.Key_Escape);
+            compare(stub.message, "");
+            const button = findChild(app.contentItem, "hideSidebar");
+            button.forceActiveFocus(Qt.TabFocusReason);
+            keyClick(Qt.Key_Return);
+            tryVerify(() => app.input.activeFocus);
         }
     }
 }
