@@ -41,7 +41,7 @@ ApplicationWindow {
     readonly property bool asked: live && current.pending?.length > 0
     readonly property string note: backend.chatBusy ? "Готовлю ответ"
         : backend.apiTesting ? "Проверяю API"
-        : live && current.paused ? "На паузе"
+        : current.paused ? "На паузе"
         : phase === "CLARIFICATION" ? "Нужен ваш ответ"
         : asked ? "Нужно ваше разрешение"
         : live ? backend.phaseLabel(phase) : "Готов к работе"

@@ -10,7 +10,8 @@ Item {
     required property real to
     /* 1 when a move to the right widens the column, -1 when it narrows it. */
     required property int direction
-    property alias dragging: area.pressed
+    /* It has been moved since it was caught. */
+    property bool dragging: false
 
     signal moved(real value)
     signal released(real value)
@@ -53,9 +54,15 @@ Item {
             startValue = root.value;
         }
         onPositionChanged: mouse => {
-            if (pressed)
-                root.moved(root.bounded(startValue + (mapToItem(null, mouse.x, 0).x - startX) * root.direction));
+            if (!pressed)
+                return;
+            root.moved(root.bounded(startValue + (mapToItem(null, mouse.x, 0).x - startX) * root.direction));
+            root.dragging = true;
         }
-        onReleased: root.released(root.value)
+        onReleased: {
+            if (root.dragging)
+                root.released(root.value);
+            root.dragging = false;
+        }
     }
 }

@@ -34,7 +34,10 @@ ColumnLayout {
         text: "Главный сам выбирает помощников"
         checked: !root.manual
         Accessible.description: routingTip.text
-        onToggled: root.service.setPreference("automatic_routing", checked)
+        onToggled: {
+            root.service.setPreference("automatic_routing", checked);
+            checked = Qt.binding(() => !root.manual); // what is stored, also when that was refused
+        }
         Tip {
             id: routingTip
             parent: routing

@@ -233,7 +233,9 @@ QString Backend::reportMarkdown() const
 
 void Backend::copyReport() const
 {
-    QGuiApplication::clipboard()->setText(reportMarkdown());
+    // Without a window there is no clipboard either.
+    if (qobject_cast<QGuiApplication *>(QCoreApplication::instance()))
+        QGuiApplication::clipboard()->setText(reportMarkdown());
 }
 
 QVariantMap Backend::proofs() const

@@ -10,11 +10,24 @@
 #include <QMetaObject>
 
 #include <algorithm>
+#include <functional>
+#include <numeric>
 #include <utility>
 
 using namespace Qt::StringLiterals;
 
 namespace vesk {
+
+namespace {
+
+/// In places of a font of fixed width: letters of three bytes and more may take two.
+qsizetype widthOf(QByteArrayView line)
+{
+    const auto places = [](char byte) { return (byte & 0xC0) == 0x80 ? 0 : (byte & 0xE0) == 0xE0 ? 2 : 1; };
+    return std::transform_reduce(line.begin(), line.end(), qsizetype(0), std::plus(), places);
+}
+
+} // namespace
 
 CodeView::CodeView(QObject *parent)
     : QAbstractListModel(parent)
@@ -40,7 +53,7 @@ void CodeView::show(const QString &path, const QByteArray &text)
     colours.clear();
     widest = 0;
     for (const QByteArrayView line : std::as_const(lines))
-        widest = int(std::clamp<qsizetype>(line.size(), widest, longestShownLine)); // bytes: never too short
+        widest = int(std::clamp<qsizetype>(line.size() > widest ? widthOf(line) : 0, widest, longestShownLine));
     endResetModel();
     colour();
     Q_EMIT changed();

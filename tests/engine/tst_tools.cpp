@@ -177,7 +177,9 @@ private Q_SLOTS:
             run.core.journal.record({{u"id"_s, event},
                                      {u"task_id"_s, event},
                                      {u"type"_s, u"ToolFinished"_s},
-                                     {u"data"_s, QJsonObject{{u"success"_s, true}, {u"stdout"_s, printed}}}});
+                                     {u"data"_s, QJsonObject{{u"tool"_s, u"run_command"_s},
+                                                                 {u"success"_s, true},
+                                                                 {u"stdout"_s, printed}}}});
             const QJsonArray media = run.store.list(u"artifacts"_s, event);
             QCOMPARE(media.at(0)[u"path"_s].toString(), kept);
             QCOMPARE(media.size(), kept.isEmpty() ? 0 : 1);
