@@ -107,9 +107,10 @@ PaneList {
         Accessible.selected: index >= root.from && index <= root.to
 
         TapHandler {
-            onTapped: point => {
+            id: tap
+            onTapped: {
                 root.forceActiveFocus(Qt.MouseFocusReason);
-                root.choose(row.index, point.modifiers & Qt.ShiftModifier);
+                root.choose(row.index, tap.point.modifiers & Qt.ShiftModifier);
             }
         }
         Text {
