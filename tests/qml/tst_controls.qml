@@ -81,8 +81,9 @@ Item {
             const handle = createTemporaryObject(handleComponent, root, { direction: data.direction });
             const released = spy(handle, "released");
             mousePress(root, 403, 100);
-            verify(handle.dragging);
+            verify(!handle.dragging);
             mouseMove(root, 403 + data.by / 2, 120);
+            verify(handle.dragging);
             mouseMove(root, 403 + data.by, 140);
             compare(released.count, 0);
             mouseRelease(root, 403 + data.by, 140);
