@@ -26,6 +26,7 @@ ColumnLayout {
     }
     function showForm() {
         scrollTo(form.mapToItem(content, 0, 0).y);
+        form.begin();
     }
 
     spacing: 8
