@@ -12,8 +12,9 @@ QtObject {
     /* The list in whose row the item is. */
     function listAround(item: Item): ListView {
         for (let it = item.parent; it; it = it.parent) {
-            if (it.activeFocusOnTab && it as ListView)
-                return item === it.currentItem ? null : it;
+            const list = it as ListView;
+            if (list?.activeFocusOnTab)
+                return item === list.currentItem ? null : list;
         }
         return null;
     }
