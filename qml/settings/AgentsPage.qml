@@ -26,7 +26,6 @@ ColumnLayout {
     }
     function showForm() {
         scrollTo(form.mapToItem(content, 0, 0).y);
-        form.begin();
     }
 
     spacing: 8
@@ -35,7 +34,10 @@ ColumnLayout {
 
     Connections {
         target: page.panel
-        function onAddBegun() { Qt.callLater(page.showForm); }
+        function onAddBegun() {
+            form.begin();
+            Qt.callLater(page.showForm);
+        }
         function onAgentSelected() { section.loadSkill(); }
     }
 
