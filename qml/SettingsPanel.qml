@@ -84,6 +84,7 @@ FloatingDialog {
         TabBar {
             id: tabs
             objectName: "sections"
+            Accessible.name: "Разделы настроек"
             spacing: 4
             background: null
             // Its usual list view deletes the tabs after the scope that they have the focus in.

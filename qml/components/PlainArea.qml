@@ -41,7 +41,7 @@ ScrollView {
         padding: 8
         background: null
         Accessible.name: root.name
-        Keys.forwardTo: pages
+        Keys.forwardTo: [pages]
 
         TextPages {
             id: pages

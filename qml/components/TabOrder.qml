@@ -12,8 +12,9 @@ QtObject {
     /* The list in whose row the item is. */
     function listAround(item: Item): ListView {
         for (let it = item.parent; it; it = it.parent) {
-            if (it.activeFocusOnTab && it as ListView)
-                return item === it.currentItem ? null : it;
+            const list = it as ListView;
+            if (list?.activeFocusOnTab)
+                return item === list.currentItem ? null : list;
         }
         return null;
     }
@@ -41,7 +42,11 @@ QtObject {
             if (!view || item.height > view.height || item.parent === view)
                 continue;
             const top = item.mapToItem(view, 0, 0).y;
-            view.contentY += top < 0 ? top : Math.max(0, top + item.height - view.height);
+            const beyond = top < 0 ? top : Math.max(0, top + item.height - view.height);
+            if (beyond === 0)
+                continue;
+            view.contentY += beyond;
+            view.movementEnded(); // as if the user had scrolled: who follows an end must not go back there
         }
     }
     /* Of what lies over the window the topmost that has a control: a tool tip has none. */

@@ -11,12 +11,13 @@ FloatingDialog {
 
     /* "files", "folder" or "save". */
     required property string mode
-    /* Gets the addresses of what was chosen. */
-    required property var take
     /* Each as "Name (*.a *.b)". */
     property var nameFilters: ["Все файлы (*)"]
     property url currentFolder
     property var picked: []
+
+    /* The addresses of what was chosen. */
+    signal taken(var addresses)
 
     function pathOf(folder: url): string {
         return decodeURIComponent(folder.toString().replace(/^file:\/\//, ""));
@@ -56,7 +57,7 @@ FloatingDialog {
     }
     function finish(addresses: var) {
         close();
-        take(addresses);
+        taken(addresses);
     }
 
     width: Math.min(Theme.px(720), (parent?.width ?? 720) - edge)

@@ -4,10 +4,11 @@ import QtQuick.Dialogs
 FileDialog {
     /* "files" or "save". */
     required property string mode
-    /* Gets the addresses of what was chosen. */
-    required property var take
+
+    /* The addresses of what was chosen. */
+    signal taken(var addresses)
 
     fileMode: mode === "save" ? FileDialog.SaveFile : FileDialog.OpenFiles
     defaultSuffix: mode === "save" && selectedNameFilter.index === 0 ? selectedNameFilter.extensions[0] : ""
-    onAccepted: take((mode === "save" ? [selectedFile] : selectedFiles).map(file => file.toString()))
+    onAccepted: taken((mode === "save" ? [selectedFile] : selectedFiles).map(file => file.toString()))
 }

@@ -159,9 +159,9 @@ Item {
                 "Медиа (*.png *.jpg *.jpeg *.webp *.bmp *.mp4 *.mov *.webm *.mkv *.avi *.obj *.stl *.gltf *.glb *.fbx *.blend *.svg *.mtl)",
                 "Документы и код (*.txt *.md *.json *.csv *.pdf *.docx *.js *.ts *.py)",
                 "Все файлы (*)"
-            ],
-            take: files => root.service.attachFiles(files)
+            ]
         })
+        onLoaded: dialog.taken.connect(files => root.service.attachFiles(files))
     }
     LazyDialog {
         id: connection
@@ -219,9 +219,9 @@ Item {
         settings: ({
             objectName: "folderPicker",
             mode: "folder",
-            title: "Открыть папку как проект",
-            take: folders => root.service.lookAtFolder(folders[0])
+            title: "Открыть папку как проект"
         })
+        onLoaded: dialog.taken.connect(folders => root.service.lookAtFolder(folders[0]))
     }
     LazyDialog {
         id: exportPicker
@@ -230,9 +230,9 @@ Item {
             objectName: "exportPicker",
             mode: "save",
             title: "Сохранить как…",
-            nameFilters: ["Архив (*.zip)", "Папка (*)"],
-            take: files => root.service.exportFiles(files[0], root.exported)
+            nameFilters: ["Архив (*.zip)", "Папка (*)"]
         })
+        onLoaded: dialog.taken.connect(files => root.service.exportFiles(files[0], root.exported))
     }
     LazyDialog {
         id: takeIn

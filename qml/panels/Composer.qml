@@ -72,7 +72,7 @@ Rectangle {
                 font.family: Theme.family
                 font.pixelSize: Theme.normal
                 Accessible.name: "Сообщение"
-                Keys.forwardTo: pages
+                Keys.forwardTo: [pages]
                 Keys.onPressed: event => {
                     const enter = event.key === Qt.Key_Return || event.key === Qt.Key_Enter;
                     if (!enter || (event.modifiers & Qt.ShiftModifier))

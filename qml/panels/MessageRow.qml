@@ -130,6 +130,7 @@ Item {
                         TextLink {
                             required property string modelData
                             objectName: "proof-" + root.markOf(modelData)
+                            focusPolicy: activeFocus ? Qt.TabFocus : root.focusPolicy
                             text: modelData
                             onClicked: root.proofsRequested(root.markOf(modelData))
                         }
@@ -151,7 +152,7 @@ Item {
                 visible: active
                 sourceComponent: Action {
                     text: "Показать полностью"
-                    focusPolicy: root.focusPolicy
+                    focusPolicy: activeFocus ? Qt.TabFocus : root.focusPolicy
                     onClicked: root.detailsRequested(root.whole)
                 }
             }
@@ -166,7 +167,7 @@ Item {
                         MessageAttachment {
                             required property var modelData
                             file: modelData
-                            focusPolicy: root.focusPolicy
+                            focusPolicy: activeFocus ? Qt.TabFocus : root.focusPolicy
                             onClicked: root.fileRequested(file.path ?? "")
                         }
                     }
@@ -180,7 +181,7 @@ Item {
                     spacing: 10
                     Action {
                         objectName: "openResult"
-                        focusPolicy: root.focusPolicy
+                        focusPolicy: activeFocus ? Qt.TabFocus : root.focusPolicy
                         text: "Открыть результат"
                         primary: true
                         enabled: root.hasFiles
@@ -188,13 +189,13 @@ Item {
                     }
                     Action {
                         objectName: "reportDetails"
-                        focusPolicy: root.focusPolicy
+                        focusPolicy: activeFocus ? Qt.TabFocus : root.focusPolicy
                         text: "Подробности"
                         onClicked: root.detailsRequested(root.content)
                     }
                     Action {
                         objectName: "reportProofs"
-                        focusPolicy: root.focusPolicy
+                        focusPolicy: activeFocus ? Qt.TabFocus : root.focusPolicy
                         text: "Доказательства"
                         visible: root.content.startsWith("Задача завершена")
                         onClicked: root.proofsRequested("")
@@ -202,6 +203,7 @@ Item {
                     Action {
                         id: copy
                         objectName: "copyReport"
+                        focusPolicy: activeFocus ? Qt.TabFocus : root.focusPolicy
                         text: copied.running ? "Скопировано" : "Скопировать отчёт"
                         onClicked: {
                             root.copyRequested();

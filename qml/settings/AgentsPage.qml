@@ -34,7 +34,10 @@ ColumnLayout {
 
     Connections {
         target: page.panel
-        function onAddBegun() { Qt.callLater(page.showForm); }
+        function onAddBegun() {
+            form.begin();
+            Qt.callLater(page.showForm);
+        }
         function onAgentSelected() { section.loadSkill(); }
     }
 

@@ -57,7 +57,7 @@ ColumnLayout {
             wrapMode: TextEdit.Wrap
             selectByMouse: true
             padding: 10
-            Keys.forwardTo: pages
+            Keys.forwardTo: [pages]
 
             TextPages {
                 id: pages

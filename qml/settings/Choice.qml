@@ -18,6 +18,7 @@ ComboBox {
     leftPadding: 14
     font.pixelSize: Theme.body
     Accessible.name: name
+    Accessible.onPressAction: popup.open()
     Keys.onReturnPressed: popup.open()
     Keys.onEnterPressed: popup.open()
     onModelChanged: if (startsEmpty) currentIndex = -1 // a new list would begin with its first row

@@ -29,7 +29,11 @@ ColumnLayout {
     }
 
     spacing: 12
-    onVisibleChanged: if (visible) newName.forceActiveFocus()
+    onVisibleChanged: if (visible) begin()
+
+    function begin() {
+        newName.forceActiveFocus();
+    }
 
     Rectangle {
         color: Theme.formRule

@@ -24,7 +24,7 @@ ScrollView {
         font.pixelSize: Theme.body
         Accessible.name: placeholderText
         Keys.priority: Keys.BeforeItem
-        Keys.forwardTo: pages
+        Keys.forwardTo: [pages]
 
         TextPages {
             id: pages

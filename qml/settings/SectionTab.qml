@@ -11,6 +11,7 @@ TabButton {
     rightPadding: 14
     font.pixelSize: Theme.body
     Accessible.name: text
+    Accessible.onPressAction: click()
     background: Rectangle {
         radius: 9
         color: root.checked ? Theme.softButtonHovered : root.hovered ? Theme.softButton : "transparent"

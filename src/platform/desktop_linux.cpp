@@ -23,7 +23,8 @@ QString dialogPlugin()
         return u"qxdgdesktopportal"_s;
     if (chosen == u"kde"_s || (chosen.isEmpty() && desktops.contains(u"KDE"_s)))
         return u"KDEPlasmaPlatformTheme"_s;
-    static const QStringList gtk{u"GNOME"_s, u"X-CINNAMON"_s, u"UNITY"_s, u"MATE"_s, u"XFCE"_s, u"LXDE"_s, u"PANTHEON"_s};
+    static const QStringList gtk{u"GNOME"_s, u"X-CINNAMON"_s, u"UNITY"_s,   u"MATE"_s,
+                                 u"XFCE"_s,  u"LXDE"_s,       u"PANTHEON"_s};
     const bool isGtk = std::ranges::any_of(desktops, [](const QString &desktop) { return gtk.contains(desktop); });
     return chosen == u"gtk3"_s || (chosen.isEmpty() && isGtk) ? u"qgtk3"_s : QString();
 }

@@ -43,8 +43,7 @@ bool isPressed(const QQuickItem *item)
         || std::ranges::any_of(parts, [](const QObject *part) { return part->inherits("QQuickTapHandler"); });
 }
 
-template<typename Test>
-QQuickItem *ancestor(QQuickItem *item, Test test)
+template <typename Test> QQuickItem *ancestor(QQuickItem *item, Test test)
 {
     while (item && !test(item))
         item = item->parentItem();
@@ -58,9 +57,8 @@ bool isReachedInRow(QQuickItem *item, const QList<QQuickItem *> &stops)
     const auto role = roleOf(item);
     const bool byList = role == QAccessible::ListItem || role == QAccessible::EditableText
         || item->property("focusPolicy") == QVariant(int(Qt::NoFocus));
-    return list && byList && std::ranges::any_of(stops, [list](QQuickItem *stop) {
-        return stop == list || list->isAncestorOf(stop);
-    });
+    return list && byList
+        && std::ranges::any_of(stops, [list](QQuickItem *stop) { return stop == list || list->isAncestorOf(stop); });
 }
 
 QQuickItem *topmost(QQuickWindow *window)
@@ -191,6 +189,7 @@ void Keyboard::checkItem(QQuickItem *item, const QList<QQuickItem *> &stops)
 void Keyboard::fault(const QQuickItem *item, const QString &text)
 {
     const QString kind = item ? QString::fromLatin1(item->metaObject()->className()).section(u'_', 0, 0) : u"nothing"_s;
-    const QString name = item ? item->objectName() + u" «"_s + item->property("text").toString().left(40) + u'»' : QString();
+    const QString name
+        = item ? item->objectName() + u" «"_s + item->property("text").toString().left(40) + u'»' : QString();
     found.append(kind + u' ' + name + u' ' + text);
 }

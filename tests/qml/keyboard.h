@@ -11,8 +11,8 @@ class Keyboard : public QObject {
 public:
     using QObject::QObject;
 
-    /// What is wrong in what lies topmost in the window, a line each: two rounds in each direction must be the same, reach
-    /// each control, and stop only where the focus can be seen and has a name.
+    /// What is wrong in what lies topmost in the window, a line each: two rounds in each direction must be the same,
+    /// reach each control, and stop only where the focus can be seen and has a name.
     Q_INVOKABLE QStringList faults(QQuickWindow *window);
 
 private:
