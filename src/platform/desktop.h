@@ -21,8 +21,8 @@ QList<FontSubstitutes> fontSubstitutes();
 /// Font files to be loaded when there is no desktop to ask for fonts. They need not exist.
 QStringList offscreenFontFiles();
 
-/// Whether the desktop shows dialogs for files: it has a theme of those that do, and one of `pluginFolders` has Qt's part
-/// of that theme.
+/// Whether the desktop shows dialogs for files: it has a theme of those that do, and one of `pluginFolders` has Qt's
+/// part of that theme.
 bool hasFileDialogs(const QStringList &pluginFolders);
 
 /// What the desktop gives a program that was started by a click, so that a window may come to the front: from the

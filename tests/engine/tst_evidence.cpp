@@ -335,9 +335,10 @@ private Q_SLOTS:
             QThreadPool::globalInstance()->waitForDone();
             QCoreApplication::processEvents();
             const QJsonArray runs = run.rows(u"agent_runs"_s);
-            QCOMPARE(std::ranges::count_if(
-                         runs, [](const QJsonValue &one) { return one[u"context"_s].toObject().contains(u"folder"_s); }),
-                     tries);
+            QCOMPARE(
+                std::ranges::count_if(
+                    runs, [](const QJsonValue &one) { return one[u"context"_s].toObject().contains(u"folder"_s); }),
+                tries);
             QCOMPARE(gapsOf(run).filter(u"проходит и с пустыми файлами"_s).size(), tries);
             QThreadPool::globalInstance()->waitForDone();
             QVERIFY(!QFileInfo::exists(run.engine.copiesFolder));

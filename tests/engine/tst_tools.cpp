@@ -174,12 +174,12 @@ private Q_SLOTS:
             const QString event = id();
             run.workspace.open(run.workspace.root(), event); // a project of its own
             const QString printed = json({{u"success"_s, true}, {u"path"_s, named}});
-            run.core.journal.record({{u"id"_s, event},
-                                     {u"task_id"_s, event},
-                                     {u"type"_s, u"ToolFinished"_s},
-                                     {u"data"_s, QJsonObject{{u"tool"_s, u"run_command"_s},
-                                                                 {u"success"_s, true},
-                                                                 {u"stdout"_s, printed}}}});
+            run.core.journal.record(
+                {{u"id"_s, event},
+                 {u"task_id"_s, event},
+                 {u"type"_s, u"ToolFinished"_s},
+                 {u"data"_s,
+                  QJsonObject{{u"tool"_s, u"run_command"_s}, {u"success"_s, true}, {u"stdout"_s, printed}}}});
             const QJsonArray media = run.store.list(u"artifacts"_s, event);
             QCOMPARE(media.at(0)[u"path"_s].toString(), kept);
             QCOMPARE(media.size(), kept.isEmpty() ? 0 : 1);
