@@ -13,6 +13,7 @@
 
 #include <array>
 #include <limits>
+#include <memory>
 
 using namespace Qt::StringLiterals;
 
