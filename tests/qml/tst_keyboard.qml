@@ -168,6 +168,7 @@ Item {
             if (data.over !== "")
                 tryVerify(() => findChild(app, data.over)?.opened);
             waitForRendering(app.contentItem);
+            wait(60); // A conversation finds its end once the texts are laid out.
             compare(keyboard.faults(app).join("\n"), "");
             if (data.over === "")
                 return;
