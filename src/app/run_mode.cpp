@@ -300,8 +300,12 @@ void RunMode::answerQuestion()
         return core.engine.clarify(choices.first());
     if (decision["kind"_L1].toString() == "hand_edit"_L1 && options.answers.isEmpty() && canAsk()) {
         // One question at a time; this one comes up again behind a command's.
+        QList<HandEdit> edits = core.workspace.handEdits();
+        edits.removeIf([asked = strings(decision["paths"_L1].toArray())](const HandEdit &edit) {
+            return !asked.contains(edit.path);
+        });
         if (!asking)
-            askAboutEdits(core.workspace.handEdits(), [this, choices](bool takesOwn) {
+            askAboutEdits(edits, [this, choices](bool takesOwn) {
                 guarded([&] { core.engine.clarify(choices.value(takesOwn ? 0 : 1)); });
             });
         return;

@@ -34,7 +34,12 @@ QString editQuestion(const QList<HandEdit> &edits)
 void printDifferences(const Workspace &workspace, const QList<HandEdit> &edits)
 {
     for (const HandEdit &edit : edits) {
-        const QString text = QString::fromUtf8(differenceOf(workspace, edit));
+        QString text;
+        try {
+            text = QString::fromUtf8(differenceOf(workspace, edit));
+        } catch (const std::exception &fault) { // The file has gone on changing.
+            text = edit.text() + u'\n' + textOf(fault);
+        }
         const bool isCut = text.size() > maxShownDifference;
         printErrorLine(visibleLines(isCut ? text.left(maxShownDifference) + u'…' : text.trimmed()));
     }

@@ -29,7 +29,9 @@ States statesOf(const QByteArray &status, const QString &prefix)
     const QList<QByteArray> lines = status.split('\0');
     for (const QByteArray &line : lines) {
         const QString path = QString::fromUtf8(line.sliced(std::min<qsizetype>(3, line.size())));
-        if (line.size() > 3 && path.startsWith(prefix))
+        if (line.startsWith("!! ") && path.endsWith(u'/') && prefix.startsWith(path))
+            states[QString()] = u"!!"_s; // The project itself is left out of the repository.
+        else if (line.size() > 3 && path.startsWith(prefix))
             states[path.sliced(prefix.size())] += QString::fromLatin1(line.first(2));
     }
     return states;
@@ -38,6 +40,8 @@ States statesOf(const QByteArray &status, const QString &prefix)
 /// Git names an ignored folder, and a repository in the repository, instead of what lies in it.
 QString stateOf(const States &states, const QString &path)
 {
+    if (states.contains(QString()))
+        return states.value(QString());
     for (qsizetype slash = path.indexOf(u'/'); slash > 0; slash = path.indexOf(u'/', slash + 1)) {
         const QString above = states.value(path.first(slash + 1));
         if (!above.isEmpty())
@@ -73,15 +77,19 @@ CommitPlan::File fileOf(const QString &path, const QString &state)
 
 } // namespace
 
-CommitPlan commitPlan(const QStringList &paths, const QByteArray &status, const QString &prefix)
+CommitPlan commitPlan(const QStringList &paths, const QByteArray &status, const QString &prefix,
+                      const QStringList &unwatched)
 {
     const States states = statesOf(status, prefix);
     CommitPlan plan;
     for (const QString &each : paths) {
         const QString path = slashed(each);
         const QString state = stateOf(states, path);
-        if (state.isEmpty())
+        if (state.isEmpty()) {
+            if (unwatched.contains(path))
+                plan.left.append({path, u"git не следит за этим файлом"_s});
             continue;
+        }
         const QString reason = reasonAgainst(state);
         if (reason.isEmpty())
             plan.files.append(fileOf(path, state));
@@ -91,17 +99,33 @@ CommitPlan commitPlan(const QStringList &paths, const QByteArray &status, const 
     return plan;
 }
 
+QStringList unwatched(QStringList paths, const QByteArray &listed)
+{
+    // A letter and a blank before each: "H" for what is looked at, a small one or "S" for what is to be passed over.
+    const QList<QByteArray> lines = listed.split('\0');
+    for (const QByteArray &line : lines) {
+        if (line.size() > 2 && line.front() != 'S' && QChar::isUpper(uchar(line.front())))
+            paths.removeAll(QString::fromUtf8(line.sliced(2)));
+    }
+    return paths;
+}
+
 QString gitFault(const QString &printed)
 {
-    static const std::array<std::pair<QString, QString>, 5> known{{
+    const QString nobody = u"Git не знает вашего имени: задайте user.name и user.email."_s;
+    const std::array<std::pair<QString, QString>, 8> known{{
         {u"not a git repository"_s, u"Папка проекта не в репозитории git."_s},
         {u"dubious ownership"_s, u"Репозиторий принадлежит другому пользователю."_s},
         {u"index.lock"_s, u"Репозиторий занят другой программой."_s},
-        {u"empty ident"_s, u"Git не знает вашего имени: задайте user.name и user.email."_s},
+        {u"empty ident"_s, nobody},
+        {u"Please tell me who you are"_s, nobody},
+        {u"unable to auto-detect email"_s, nobody},
+        {u"no email was given"_s, nobody},
         {u"partial commit"_s, u"В репозитории не завершено слияние или перенос."_s},
     }};
-    const QString text = visibleLines(printed.trimmed().left(maxFault));
-    const auto reason = std::ranges::find_if(known, [&](const auto &each) { return text.contains(each.first); });
+    // A hook's reason stands at the end.
+    const QString text = visibleLines(printed.trimmed().right(maxFault));
+    const auto reason = std::ranges::find_if(known, [&](const auto &each) { return printed.contains(each.first); });
     const QString sentence = reason == known.end() ? u"Git отказал."_s : reason->second;
     return text.isEmpty() ? sentence : sentence + u'\n' + text;
 }

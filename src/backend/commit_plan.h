@@ -26,7 +26,12 @@ struct CommitPlan {
 /// `status` is what `git status --porcelain=v1 -z --no-renames --untracked-files=all --ignored=matching` prints,
 /// `prefix` the project's folder in the repository ("" or "sub/"). Files that git has nothing to say of are committed
 /// already. One that its user has staged in another state than it stands on disk is left: a commit would lose that.
-CommitPlan commitPlan(const QStringList &paths, const QByteArray &status, const QString &prefix);
+/// `unwatched` are those that git does not look at, though they are there.
+CommitPlan commitPlan(const QStringList &paths, const QByteArray &status, const QString &prefix,
+                      const QStringList &unwatched = {});
+
+/// Those of these files that git does not look at by what `git ls-files -z -v` prints of them.
+QStringList unwatched(QStringList paths, const QByteArray &listed);
 
 /// What kept git from doing something, from what it printed: its own words, behind a sentence where its reason is a
 /// known one.

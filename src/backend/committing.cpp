@@ -3,11 +3,13 @@
 #include "committing.h"
 
 #include "helpers.h"
+#include "path_rules.h"
 #include "workspace.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
+#include <QProcessEnvironment>
 #include <QStandardPaths>
 
 #include <utility>
@@ -19,6 +21,7 @@ namespace vesk {
 namespace {
 
 constexpr int timeoutMs = 120000; ///< Hooks may build and test.
+constexpr qsizetype maxMessageBytes = 100000; ///< It goes as an argument, of which Linux takes 128 KiB.
 
 QString gitProgram()
 {
@@ -50,6 +53,20 @@ QString nameOf(CommitPlan::Change change)
     return u"изменён"_s;
 }
 
+/// Without what names another repository, as it is set where a hook has started this program; and with messages in
+/// the words that are looked for.
+QProcessEnvironment gitEnvironment()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const QString &name :
+         {u"ALTERNATE_OBJECT_DIRECTORIES"_s, u"OBJECT_DIRECTORY"_s, u"DIR"_s, u"WORK_TREE"_s, u"COMMON_DIR"_s,
+          u"INDEX_FILE"_s, u"PREFIX"_s, u"NAMESPACE"_s, u"CONFIG"_s, u"CONFIG_PARAMETERS"_s, u"CONFIG_COUNT"_s,
+          u"GRAFT_FILE"_s, u"SHALLOW_FILE"_s, u"REPLACE_REF_BASE"_s, u"IMPLICIT_WORK_TREE"_s})
+        environment.remove(u"GIT_"_s + name);
+    environment.insert(u"LANGUAGE"_s, u"en"_s);
+    return environment;
+}
+
 } // namespace
 
 Committing::Committing(Workspace &workspace, EventBus &events)
@@ -57,6 +74,8 @@ Committing::Committing(Workspace &workspace, EventBus &events)
     , queries(&workspace, &quiet, &queryGrants)
     , actions(&workspace, &events, &actionGrants)
 {
+    actions.endsGently = true;
+    queries.environment = actions.environment = gitEnvironment();
 }
 
 bool Committing::isPossible() const
@@ -81,6 +100,8 @@ void Committing::run(ToolRouter &tools, PermissionManager &permissions, const QS
         if (noted != generation)
             return;
         const bool success = ended["success"_L1].toBool();
+        if (ended["timed_out"_L1].toBool())
+            return then(false, u"Git не закончил за две минуты и остановлен."_s);
         const QString told = ended["error"_L1].toString() + ended["stderr"_L1].toString();
         const QString out = ended["stdout"_L1].toString();
         then(success, success ? out : gitFault(told.isEmpty() ? out : told));
@@ -94,20 +115,36 @@ void Committing::look(const QString &ofTask, const QStringList &files, const QSt
     require(!files.isEmpty(), u"Задача не меняла файлов."_s);
     cancel();
     task = ofTask;
-    paths = files;
+    paths.clear();
+    for (const QString &file : files)
+        paths.append(slashed(file));
     message = text;
     phase = u"looking"_s;
     ask({u"symbolic-ref"_s, u"--short"_s, u"-q"_s, u"HEAD"_s}, [this](bool isOnBranch, const QString &out) {
         if (!isOnBranch)
-            return fail(out.startsWith(u"Git отказал."_s) ? u"Репозиторий не на ветке: переключитесь на неё."_s : out);
+            return fail(out == u"Git отказал."_s ? u"Репозиторий не на ветке: переключитесь на неё."_s : out);
         branch = out.trimmed();
         ask({u"rev-parse"_s, u"--show-prefix"_s},
-            [this](bool success, const QString &prefix) { success ? lookAtFiles(prefix.trimmed()) : fail(prefix); });
+            [this](bool success, const QString &folder) {
+                prefix = folder.endsWith(u'\n') ? folder.chopped(1) : folder;
+                success ? lookAtFiles() : fail(folder);
+            });
     });
     Q_EMIT changed();
 }
 
-void Committing::lookAtFiles(const QString &prefix)
+void Committing::lookAtFiles()
+{
+    askState([this](bool success, const QString &status) {
+        if (!success)
+            return fail(status);
+        ask(QStringList{u"ls-files"_s, u"-z"_s, u"-v"_s, u"--"_s} + paths,
+            [this, status](bool known, const QString &tracked) { known ? offer(status, tracked) : fail(tracked); });
+    });
+}
+
+/// What git says of the task's files.
+void Committing::askState(const Then &then)
 {
     const QStringList status{u"status"_s,
                              u"--porcelain=v1"_s,
@@ -116,12 +153,15 @@ void Committing::lookAtFiles(const QString &prefix)
                              u"--ignored=matching"_s,
                              u"--untracked-files=all"_s,
                              u"--"_s};
-    ask(status + paths, [this, prefix](bool success, const QString &out) { success ? offer(out, prefix) : fail(out); });
+    ask(status + paths, then);
 }
 
-void Committing::offer(const QString &status, const QString &prefix)
+void Committing::offer(const QString &status, const QString &tracked)
 {
-    plan = commitPlan(paths, status.toUtf8(), prefix);
+    seen = status;
+    QStringList present = paths;
+    present.removeIf([this](const QString &path) { return !QFileInfo::exists(workspace.root() + u'/' + path); });
+    plan = commitPlan(paths, status.toUtf8(), prefix, unwatched(present, tracked.toUtf8()));
     phase = u"offer"_s;
     if (plan.files.isEmpty() && plan.left.isEmpty())
         fault = u"Все файлы задачи уже зафиксированы."_s;
@@ -142,27 +182,38 @@ void Committing::commit(const QString &text)
 {
     require(phase == "offer"_L1 && !plan.files.isEmpty(), u"Фиксировать нечего."_s);
     require(!text.trimmed().isEmpty(), u"Введите сообщение."_s);
+    require(text.toUtf8().size() <= maxMessageBytes, u"Сообщение длиннее 100 КБ: сократите его."_s);
     for (const CommitPlan::File &file : std::as_const(plan.files))
         require(!workspace.handEdit(file.path), u"Файл изменён вне программы: "_s + file.path);
     message = text;
     fault.clear();
     phase = u"committing"_s;
     ask({u"symbolic-ref"_s, u"--short"_s, u"-q"_s, u"HEAD"_s}, [this](bool, const QString &out) {
-        out.trimmed() == branch ? commitOn(branch) : fail(u"Ветка репозитория сменилась: посмотрите ещё раз."_s);
+        out.trimmed() == branch ? commitUnlessChanged()
+                                : fail(u"Ветка репозитория сменилась: посмотрите ещё раз."_s);
     });
     Q_EMIT changed();
 }
 
+/// What has been staged since the offer would be lost.
+void Committing::commitUnlessChanged()
+{
+    askState([this](bool success, const QString &status) {
+        success && status == seen ? commitAll()
+                                  : fail(success ? u"Состояние файлов в git изменилось: посмотрите ещё раз."_s : status);
+    });
+}
+
 /// "--only" makes the commit from an index of its own. It takes just files that git knows, so new ones are announced
 /// first, and no more if the commit fails.
-void Committing::commitOn(const QString &)
+void Committing::commitAll()
 {
     QStringList all{u"commit"_s, u"--quiet"_s, u"--only"_s, u"--cleanup=whitespace"_s, u"--message="_s + message,
                     u"--"_s};
     for (const CommitPlan::File &file : std::as_const(plan.files))
         all.append(file.path);
     const QStringList announced = newFiles();
-    const auto commitAll = [this, all, announced] {
+    const auto commitThem = [this, all, announced] {
         act(all, [this, announced](bool success, const QString &out) {
             if (success || announced.isEmpty())
                 return takeOutcome(success, out);
@@ -171,9 +222,9 @@ void Committing::commitOn(const QString &)
         });
     };
     if (announced.isEmpty())
-        return commitAll();
+        return commitThem();
     act(QStringList{u"add"_s, u"--intent-to-add"_s, u"--"_s} + announced,
-        [this, commitAll](bool success, const QString &out) { success ? commitAll() : takeOutcome(false, out); });
+        [this, commitThem](bool success, const QString &out) { success ? commitThem() : takeOutcome(false, out); });
 }
 
 void Committing::takeOutcome(bool success, const QString &out)

@@ -50,9 +50,11 @@ private:
     void run(ToolRouter &tools, PermissionManager &permissions, const QStringList &arguments, const Then &then);
     void ask(const QStringList &arguments, const Then &then) { run(queries, queryGrants, arguments, then); }
     void act(const QStringList &arguments, const Then &then) { run(actions, actionGrants, arguments, then); }
-    void lookAtFiles(const QString &prefix);
-    void offer(const QString &status, const QString &prefix);
-    void commitOn(const QString &branch);
+    void lookAtFiles();
+    void askState(const Then &then);
+    void offer(const QString &status, const QString &tracked);
+    void commitUnlessChanged();
+    void commitAll();
     void takeOutcome(bool success, const QString &out);
     void fail(const QString &text);
     QStringList newFiles() const;
@@ -67,6 +69,8 @@ private:
     QString phase;
     QString task;
     QStringList paths;
+    QString prefix; ///< The project's folder in the repository.
+    QString seen; ///< What git said of the files when they were offered.
     QString message;
     QString branch;
     QString fault;

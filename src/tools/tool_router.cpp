@@ -91,9 +91,12 @@ void keep(QByteArray &buffer, const QByteArray &more)
     buffer.append(more.first(std::min(more.size(), outputLimitBytes - buffer.size())));
 }
 
-void endTree(QProcess *process)
+void endTree(QProcess *process, bool gently)
 {
-    ProcessContainment::end(*process);
+    if (gently)
+        process->terminate(); // The guard passes it on, and kills what is left after half a second.
+    else
+        ProcessContainment::end(*process);
     QTimer::singleShot(guardLimitMs, process, &QProcess::kill);
 }
 
@@ -177,7 +180,7 @@ void ToolRouter::cancelAll()
 {
     for (QProcess *process : std::exchange(processes, {})) {
         process->disconnect();
-        endTree(process);
+        endTree(process, endsGently);
         // Deleting a process that still runs would wait for it here.
         if (process->state() == QProcess::NotRunning)
             process->deleteLater();
@@ -232,6 +235,7 @@ void ToolRouter::startProgram(Call call)
     const QString problem = run->containment->prepare(*process, arguments["program"_L1].toString(),
                                                       strings(arguments["arguments"_L1].toArray()));
     require(problem.isEmpty(), problem);
+    process->setProcessEnvironment(environment);
     process->setWorkingDirectory(run->call.tool() == "run_in_copy"_L1 ? arguments["folder"_L1].toString()
                                                                       : workspace->root());
     // Until the process is gone: cancelAll() cuts the connections, which hold it, too, before that.
@@ -243,9 +247,9 @@ void ToolRouter::startProgram(Call call)
     auto *limit = new QTimer(process);
     limit->setSingleShot(true);
     limit->setTimerType(Qt::PreciseTimer); // A coarse one may come seconds early.
-    connect(limit, &QTimer::timeout, process, [process, run] {
+    connect(limit, &QTimer::timeout, process, [this, process, run] {
         run->timedOut = true;
-        endTree(process);
+        endTree(process, endsGently);
     });
     process->start(QIODevice::ReadWrite);
     // A program that asks something gets no answer at once, instead of waiting for one until its time is up.

@@ -3,6 +3,7 @@
 #include <QHash>
 #include <QJsonObject>
 #include <QObject>
+#include <QProcessEnvironment>
 #include <QString>
 #include <QStringList>
 
@@ -57,6 +58,11 @@ public:
 
     /// Kills all running programs. Their callbacks don't run, and no "ToolFinished" is published.
     void cancelAll();
+
+    /// Programs that hold locks are asked to end, and killed half a second later.
+    bool endsGently = false;
+    /// What programs find in their environment; what this process finds in its own as long as this is empty.
+    QProcessEnvironment environment{QProcessEnvironment::InheritFromParent};
 
 private:
     struct Call;

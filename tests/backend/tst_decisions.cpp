@@ -59,6 +59,11 @@ private Q_SLOTS:
         QCOMPARE(left.join(u", "_s),
                  u"half: подготовлен в, kept: подготовлен в, both: конфликт слияния, out/a: исключён .gitignore, "
                  "sub/b: лежит в"_s);
+        QCOMPARE(commitPlan({u"a"_s}, "!! d/"_ba, u"d/e/"_s).left.first().reason, u"исключён .gitignore"_s);
+        const QStringList passedOver = unwatched({u"a"_s, u"b"_s, u"c"_s, u"d"_s}, "H a\0S b\0h c\0"_ba);
+        QCOMPARE(passedOver, (QStringList{u"b"_s, u"c"_s, u"d"_s}));
+        QCOMPARE(commitPlan({u"a"_s, u"b"_s}, {}, {}, passedOver).left.size(), 1);
+        QVERIFY(gitFault(u"Please tell me who you are"_s + u"х"_s.repeated(3000) + u"конец"_s).endsWith(u"конец"_s));
         QCOMPARE(commitMessage(u"раз\nдва "_s + u"х"_s.repeated(80), u"итог\n"_s).section(u'\n', 1), u"\nитог"_s);
         QCOMPARE(commitMessage(u"раз\nдва "_s + u"х"_s.repeated(80), {}).section(u'\n', 0, 0).size(), 72);
     }

@@ -186,9 +186,11 @@ private Q_SLOTS:
         git("add staged");
         save(root + u"/untracked"_s, "2");
         desk->call("takeEdits", {u"untracked"_s}); // the user's own, though it came with the task
-        const QByteArray refuse = "#!/bin/sh\necho no >&2\nexit 1\n";
-        save(root + u"/../.git/hooks/pre-commit"_s, refuse);
-        QFile::setPermissions(root + u"/../.git/hooks/pre-commit"_s, QFile::ReadOwner | QFile::ExeOwner);
+        const auto hook = [&](const QByteArray &line) {
+            save(root + u"/../.git/hooks/pre-commit"_s, "#!/bin/sh\n" + line + '\n');
+            QFile::setPermissions(root + u"/../.git/hooks/pre-commit"_s, QFile::ReadOwner | QFile::ExeOwner);
+        };
+        hook("echo no >&2; exit 1");
 
         const auto settled = [&] { return Desk::waitFor([&] { return commit(u"phase"_s).toString() == u"offer"_s; }); };
         desk->call("lookAtCommit");
@@ -211,6 +213,11 @@ private Q_SLOTS:
         desk->call("commitFiles", {text});
         QCOMPARE(desk->message(), u"Файл изменён вне программы: calculator.html"_s);
         desk->call("undoEdits", {u"calculator.html"_s});
+        git("add README-calculator.md");
+        desk->call("commitFiles", {text});
+        QVERIFY(settled());
+        QVERIFY(commit(u"fault"_s).toString().startsWith(u"Состояние файлов в git изменилось"_s));
+        git("reset -q README-calculator.md");
         git("checkout -q -b other");
         desk->call("commitFiles", {text});
         QVERIFY(settled());
@@ -231,6 +238,20 @@ private Q_SLOTS:
         desk->call("lookAtCommit");
         QVERIFY(settled());
         QCOMPARE(commit(u"fault"_s).toString(), u"Репозиторий не на ветке: переключитесь на неё."_s);
+
+        // The program ends while a hook is at work: the repository is left without its locks.
+        git("checkout -q work");
+        git("reset -q --soft HEAD~1");
+        hook("exec sleep 100");
+        desk->call("lookAtCommit");
+        QVERIFY(settled());
+        desk->call("commitFiles", {text});
+        const QDir store(root + u"/../.git"_s);
+        const auto locks = [&] { return store.entryList({u"*.lock"_s}, QDir::Files); };
+        QVERIFY(Desk::waitFor([&] { return !locks().isEmpty(); }));
+        QTest::qWait(200); // until the hook has begun
+        desk->backend.reset();
+        QCOMPARE(locks(), QStringList());
     }
 
 private:
