@@ -5,6 +5,7 @@
 #include "marked_line.h"
 
 #include <QColor>
+#include <QDeadlineTimer>
 #include <QMutex>
 #include <QMutexLocker>
 
@@ -15,6 +16,7 @@
 #include <KSyntaxHighlighting/State>
 #include <KSyntaxHighlighting/Theme>
 
+#include <chrono>
 #include <cmath>
 
 namespace vesk {
@@ -22,6 +24,8 @@ namespace vesk {
 namespace {
 
 using namespace KSyntaxHighlighting;
+
+constexpr auto longestColouring = std::chrono::seconds(2);
 
 /// Never deleted: a thread may still be at work when the program ends.
 Repository &repository()
@@ -94,9 +98,13 @@ LineColours coloursOf(const QString &path, const QList<QByteArrayView> &lines, b
     painter.setTheme(repository().defaultTheme(dark ? Repository::DarkTheme : Repository::LightTheme));
     LineColours colours;
     colours.reserve(lines.size());
+    const QDeadlineTimer deadline(longestColouring);
     for (const QByteArrayView line : lines) {
         if (stop)
             return {};
+        // Some rules take milliseconds for a line that was made for it. The rest stays plain.
+        if (deadline.hasExpired())
+            break;
         colours.append(painter.paint(decodedLine(line).left(longestShownLine)));
     }
     return colours;

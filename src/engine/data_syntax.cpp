@@ -6,6 +6,7 @@
 #include "helpers.h"
 
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QRegularExpression>
 #include <QXmlStreamReader>
@@ -46,9 +47,9 @@ QString jsonFault(const QString &text)
         return {};
     // Qt's reader takes no single value, which is good JSON all the same.
     if (error.error == QJsonParseError::IllegalValue || error.offset <= 1) {
-        QJsonDocument::fromJson("[" + bytes + "]", &error);
+        const QJsonArray values = QJsonDocument::fromJson("[" + bytes + "]", &error).array();
         if (error.error == QJsonParseError::NoError)
-            return {};
+            return values.size() == 1 ? QString() : placed(1, u"a single value is expected"_s);
     }
     return placed(bytes.first(std::min<qsizetype>(error.offset, bytes.size())).count('\n') + 1, error.errorString());
 }

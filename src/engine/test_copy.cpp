@@ -8,8 +8,10 @@
 #include "test_trial.h"
 
 #include <QDir>
+#include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QSet>
 #include <QThreadPool>
 
 using namespace Qt::StringLiterals;
@@ -32,6 +34,23 @@ bool holdsPackages(const QString &name)
 bool holdsHistory(const QString &name)
 {
     return name == ".git"_L1 || name == ".hg"_L1 || name == ".svn"_L1;
+}
+
+bool namesServer(const QByteArray &text)
+{
+    return text.contains("localhost") || text.contains("127.0.0.1") || text.contains("http://")
+        || text.contains("https://");
+}
+
+/// Also what stands in folders that may not be written.
+void removeTree(const QString &path)
+{
+    constexpr auto usable = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
+    QDirIterator folders(path, QDir::Dirs | QDir::Hidden | QDir::NoSymLinks | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+    while (folders.hasNext())
+        QFile::setPermissions(folders.next(), usable);
+    QDir(path).removeRecursively();
 }
 
 /// Each step is false when there is nothing to be found out by this copy.
@@ -66,13 +85,38 @@ private:
     {
         if (entry.isSymLink() || holdsHistory(entry.fileName()))
             return true;
-        if (entry.isDir() && holdsPackages(entry.fileName()))
-            return !isWanted || linkPackages(path);
+        if (entry.isDir() && holdsPackages(entry.fileName()) && !holdsOwn(path))
+            return !isWanted || (!holdsProject(entry.filePath()) && linkPackages(path));
         if (entry.isDir())
             return copyFolder(path, isWanted && !isMachineMade(entry.fileName()));
         const bool isWritten = order.written.contains(path);
         // Opening a pipe would wait for whoever writes into it.
         return !entry.isFile() || (!isWritten && (!isWanted || isCompiled(entry))) || copyFile(entry, path);
+    }
+
+    /// A folder of that name that the task has written into is no folder of packages.
+    bool holdsOwn(const QString &folder) const
+    {
+        return std::ranges::any_of(order.written,
+                                   [inner = folder + u'/'](const QString &path) { return path.startsWith(inner); });
+    }
+
+    /// Whether the project itself is installed among its packages, where its tests would find it whole.
+    bool holdsProject(const QString &packages) const
+    {
+        QSet<QString> own;
+        for (const QString &path : order.written) {
+            const QStringList parts = path.split(u'/');
+            for (const QString &part : parts)
+                own.insert(part.section(u'.', 0, 0));
+        }
+        const QFileInfoList versions = QDir(packages + u"/lib"_s).entryInfoList({u"python*"_s}, QDir::Dirs);
+        return std::ranges::any_of(versions, [&](const QFileInfo &version) {
+            const QDir site(version.filePath() + u"/site-packages"_s);
+            const QStringList modules = site.entryList(QDir::AllEntries | QDir::NoDotAndDotDot);
+            return std::ranges::any_of(modules,
+                                       [&](const QString &each) { return own.contains(each.section(u'.', 0, 0)); });
+        });
     }
 
     bool copyFile(const QFileInfo &entry, const QString &path)
@@ -83,8 +127,9 @@ private:
             return false;
         const QByteArray text = source.read(maxTextBytes);
         const TrialFile kind = fileInTrial(path, QString::fromUtf8(text), order.named);
+        // A server that runs already would answer with the whole program.
         if (kind == TrialFile::Kept)
-            return source.copy(to(path));
+            return !(isSource(path) && namesServer(text)) && source.copy(to(path));
         if (kind == TrialFile::Mixed)
             return false;
         hasEmptied = hasEmptied || (isSource(path) && !text.trimmed().isEmpty());
@@ -104,7 +149,7 @@ private:
                    if (entry.fileName().startsWith(u'@') && !entry.isSymLink())
                        return linkPackages(inner);
                    QString end = entry.isSymLink() ? entry.symLinkTarget() : entry.filePath();
-                   if (entry.isSymLink() && end.startsWith(order.root + u'/'))
+                   if (entry.isSymLink() && (end + u'/').startsWith(order.root + u'/'))
                        end = target + end.sliced(order.root.size());
                    return entry.fileName() == ".cache"_L1 || QFile::link(end, to(inner));
                });
@@ -126,7 +171,7 @@ TestCopy::TestCopy(const QString &folder)
 TestCopy::~TestCopy()
 {
     QThreadPool::globalInstance()->start([own = QFileInfo(folder).path()] {
-        QDir(own).removeRecursively();
+        removeTree(own);
         QDir().rmdir(QFileInfo(own).path()); // Succeeds with the last one.
     });
 }
@@ -152,7 +197,7 @@ bool TestCopy::wasBypassed()
 
 void removeCopies(const QString &copies)
 {
-    QDir(copies).removeRecursively();
+    removeTree(copies);
 }
 
 } // namespace vesk

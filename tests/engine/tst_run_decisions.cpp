@@ -264,6 +264,7 @@ private Q_SLOTS:
             {u"a.geojson"_s, u"{\n\"a\": 1,\n}"_s, u"строка 3: "_s},
             {u"a.json"_s, u"[1, 2"_s, u"строка 1: "_s},
             {u"a.json"_s, u"\"text\""_s, {}},
+            {u"a.json"_s, u"1, 2"_s, u"строка 1: "_s},
             {u"a.json"_s, u"{\"a\": {{ value }}}"_s, {}},
             {u"a.jsonc"_s, u"{ // a\n /* , */ \"a\": [1, /* ] */ ], // b\n}"_s, {}},
             {u"a.jsonc"_s, u"{\"a\": \"//\",,}"_s, u"строка 1: "_s},

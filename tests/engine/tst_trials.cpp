@@ -120,10 +120,12 @@ private Q_SLOTS:
         write(u"packages/own/index.js"_s, "x");
         write(u"node_modules/@a/b/index.js"_s, "x");
         QVERIFY(QFile::link(u"../packages/own"_s, root + u"/node_modules/own"_s));
+        QVERIFY(QFile::link(root, root + u"/node_modules/self"_s));
+        write(u"vendor/price.py"_s, "x = 1");
         QVERIFY(QFile::link(u"main.py"_s, root + u"/link.py"_s));
         QCOMPARE(::mkfifo(QFile::encodeName(root + u"/pipe"_s).constData(), 0600), 0);
         const QString copies = folder.filePath(u"copies"_s);
-        const CopyOrder order{root, copies, {u"build/kept.py"_s}, {}};
+        const CopyOrder order{root, copies, {u"build/kept.py"_s, u"vendor/price.py"_s}, {}};
         auto copy = TestCopy::make(order);
         QVERIFY(copy);
         const auto has = [&](const QString &path) { return QFileInfo::exists(copy->path() + u'/' + path); };
@@ -132,15 +134,25 @@ private Q_SLOTS:
         QVERIFY(has(u"build/kept.py"_s) && has(u"node_modules/@a/b/index.js"_s));
         QVERIFY(!has(u"main.o"_s) && !has(u"build/main.o"_s) && !has(u"__pycache__"_s) && !has(u"link.py"_s));
         QCOMPARE(QFileInfo(copy->path() + u"/node_modules/own/index.js"_s).size(), 0);
+        QCOMPARE(QFileInfo(copy->path() + u"/vendor/price.py"_s).size(), 0);
+        QCOMPARE(QFileInfo(copy->path() + u"/node_modules/self"_s).symLinkTarget(), copy->path());
         QVERIFY(!copy->wasBypassed());
         QVERIFY(!contentOf(root + u"/build/main.o"_s).isEmpty());
         QVERIFY(copy->wasBypassed());
+        QFile::setPermissions(copy->path() + u"/build"_s, QFile::ReadOwner | QFile::ExeOwner);
         copy.reset();
         QThreadPool::globalInstance()->waitForDone();
         QVERIFY(!QFileInfo::exists(copies) && QFileInfo::exists(root + u"/node_modules/@a/b/index.js"_s));
 
         QVERIFY(!TestCopy::make({root, root + u"/copies"_s, {}, {}}));
         QVERIFY(!TestCopy::make({root, copies, {}, {u"main.py"_s, u"index.js"_s}})); // No source is emptied.
+        // Where the whole program can be reached from a copy, nothing is found out.
+        for (const QString &path : {u".venv/lib/python3/site-packages/price.py"_s, u"test_net.py"_s}) {
+            write(path, "get('http://localhost')");
+            QVERIFY2(!TestCopy::make(order), qPrintable(path));
+            QVERIFY(QFile::remove(root + u'/' + path));
+        }
+        QVERIFY(TestCopy::make(order));
         write(u"film.mp4"_s, QByteArray(21 << 20, 'x'));
         QVERIFY(!TestCopy::make(order));
         QThreadPool::globalInstance()->waitForDone();
