@@ -86,7 +86,8 @@ private Q_SLOTS:
             const QString dark = shown.lines()->data(line, role).toString();
             shown.setDark(false);
             QVERIFY(Desk::waitFor([&] { return shown.lines()->data(line, role).toString() != dark; }));
-            for (const ColouredPart &part : coloursOf(u"a.html"_s, {"<b a='c'>&d; <!-- e -->"}, false, false).first())
+            const LineColours light = coloursOf(u"a.html"_s, {"<b a='c'>&d; <!-- e -->"}, false, false);
+            for (const ColouredPart &part : light.first())
                 QVERIFY2(qGray(part.colour) < 120, qPrintable(QString::number(part.colour, 16))); // on a light ground
         }
         QCOMPARE(shown.lines()->change(0, true), 4);
