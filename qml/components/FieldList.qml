@@ -27,6 +27,8 @@ ListView {
     model: fields
     clip: true
     spacing: 12
+    header: Item { implicitHeight: 8 }
+    footer: Item { implicitHeight: 8 }
     boundsBehavior: Flickable.StopAtBounds
     activeFocusOnTab: true
     Accessible.role: Accessible.List

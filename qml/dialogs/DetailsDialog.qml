@@ -25,7 +25,7 @@ FloatingDialog {
     }
     function showRecord(shown: list<var>, whole: var) {
         const lines = shown.every(field => !field.raw && field.text.length < 80) ? shown.length : 99;
-        show("", shown, whole, Theme.px(160 + 32 * Math.max(2, lines)));
+        show("", shown, whole, Theme.px(176 + 32 * Math.max(2, lines)));
     }
     function show(text: string, shown: list<var>, whole: var, wanted: int) {
         rawShown = false;

@@ -43,7 +43,7 @@ ColumnLayout {
         Layout.fillWidth: true
         Layout.fillHeight: true
         Layout.minimumHeight: Theme.px(60)
-        Layout.preferredHeight: Math.min(Theme.px(140), implicitHeight)
+        Layout.preferredHeight: Math.min(Theme.px(60), implicitHeight) // the answers stay in sight
     }
     RowLayout {
         spacing: 10

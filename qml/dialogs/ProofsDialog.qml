@@ -47,20 +47,20 @@ FloatingDialog {
             Layout.fillWidth: true
         }
         /* How much of it is green. */
-        Row {
-            id: bar
-            readonly property int total: root.counts.reduce((sum, part) => sum + part.count, 0)
-            visible: total > 0
+        RowLayout {
+            objectName: "proofsBar"
+            visible: root.counts.some(part => part.count > 0)
             spacing: 3
             Layout.fillWidth: true
             Repeater {
                 model: root.counts.filter(part => part.count > 0)
                 Rectangle {
                     required property var modelData
-                    width: (bar.width - 6) * modelData.count / Math.max(1, bar.total)
-                    height: 6
+                    implicitHeight: 6
                     radius: 3
                     color: root.colourOf(modelData.level)
+                    Layout.fillWidth: true
+                    Layout.horizontalStretchFactor: modelData.count
                 }
             }
         }

@@ -51,7 +51,7 @@ FloatingDialog {
 
             PaneList {
                 objectName: "restorePoints"
-                Layout.preferredWidth: Theme.px(230)
+                Layout.preferredWidth: Math.min(Theme.px(230), root.width * .24)
                 Layout.fillHeight: true
                 Accessible.name: "Сохранённые состояния"
                 model: root.points
@@ -60,6 +60,7 @@ FloatingDialog {
                     required property var modelData
                     width: ListView.view.width
                     height: Theme.px(52)
+                    topPadding: Theme.px(9)
                     leftPadding: 10
                     rightPadding: 10
                     chosen: modelData.id === root.chosen

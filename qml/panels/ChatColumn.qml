@@ -137,6 +137,7 @@ Rectangle {
                     hasFiles: root.fileCount > 0
                     Layout.fillWidth: true
                     Layout.fillHeight: true
+                    Layout.rightMargin: -barSpace // into the margin of the column
                     model: Rows {
                         source: root.service
                         list: "chat"

@@ -31,7 +31,7 @@ RowLayout {
         id: fileList
         objectName: "differenceFiles"
         visible: root.differences.files.length > 1
-        Layout.preferredWidth: Theme.px(240)
+        Layout.preferredWidth: Math.min(Theme.px(240), root.Window.width * .24)
         Layout.fillHeight: true
         Accessible.name: "Изменённые файлы"
         model: root.differences.files
@@ -40,6 +40,7 @@ RowLayout {
             required property var modelData
             width: ListView.view.width
             height: Theme.px(46)
+            topPadding: Theme.px(6)
             leftPadding: 10
             rightPadding: 10
             chosen: modelData.path === root.differences.path

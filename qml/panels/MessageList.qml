@@ -19,6 +19,8 @@ ListView {
     signal copyRequested()
 
     property bool hasFiles: false
+    /* Kept free beside the messages, so that the bar covers none of them. */
+    readonly property int barSpace: 10
 
     clip: true
     spacing: 24
@@ -132,7 +134,7 @@ ListView {
 
     delegate: MessageRow {
         required property int index
-        width: ListView.view.width
+        width: ListView.view.width - root.barSpace
         reachable: y + height > root.contentY && y + height < root.contentY + root.height + 40
         hasFiles: root.hasFiles
         onCursorMoved: (top, bottom) => root.keepInView(y + top, y + bottom)

@@ -20,7 +20,7 @@ Item {
         function connectProvider(provider: string, model: string, key: string) { calls.push([provider, model, key]); }
         function proofs(): var {
             return { headline: "1 из 2 критериев подтверждён проверками.", gaps: ["main.py: пустой файл."],
-                counts: [{ level: "proved", count: 1 }, { level: "unproved", count: 1 }], rows: [
+                counts: [{ level: "unproved", count: 1 }], rows: [
                 { list: "criteria", place: 1, section: "Что требовалось", text: "Работает", marks: ["только мнение"],
                   level: "unproved", mark: "opinion", note: "" },
                 { list: "files", place: 0, section: "Файлы", text: "main.py", marks: ["проверка", "две рецензии"],
@@ -57,6 +57,7 @@ Item {
             tryCompare(dialog, "opened", true);
             const list = findChild(dialog.contentItem, "proofRows");
             compare([list.count, list.currentIndex], [2, 1]);
+            tryCompare(findChild(dialog.contentItem, "proofsBar"), "width", list.width);
             dialog.begin("");
             compare(list.currentIndex, 0);
             compare(list.itemAtIndex(1).Accessible.name, "проверка, две рецензии: main.py");
