@@ -124,11 +124,10 @@ void Committing::look(const QString &ofTask, const QStringList &files, const QSt
         if (!isOnBranch)
             return fail(out == u"Git отказал."_s ? u"Репозиторий не на ветке: переключитесь на неё."_s : out);
         branch = out.trimmed();
-        ask({u"rev-parse"_s, u"--show-prefix"_s},
-            [this](bool success, const QString &folder) {
-                prefix = folder.endsWith(u'\n') ? folder.chopped(1) : folder;
-                success ? lookAtFiles() : fail(folder);
-            });
+        ask({u"rev-parse"_s, u"--show-prefix"_s}, [this](bool success, const QString &folder) {
+            prefix = folder.endsWith(u'\n') ? folder.chopped(1) : folder;
+            success ? lookAtFiles() : fail(folder);
+        });
     });
     Q_EMIT changed();
 }
@@ -189,8 +188,7 @@ void Committing::commit(const QString &text)
     fault.clear();
     phase = u"committing"_s;
     ask({u"symbolic-ref"_s, u"--short"_s, u"-q"_s, u"HEAD"_s}, [this](bool, const QString &out) {
-        out.trimmed() == branch ? commitUnlessChanged()
-                                : fail(u"Ветка репозитория сменилась: посмотрите ещё раз."_s);
+        out.trimmed() == branch ? commitUnlessChanged() : fail(u"Ветка репозитория сменилась: посмотрите ещё раз."_s);
     });
     Q_EMIT changed();
 }
@@ -199,8 +197,8 @@ void Committing::commit(const QString &text)
 void Committing::commitUnlessChanged()
 {
     askState([this](bool success, const QString &status) {
-        success && status == seen ? commitAll()
-                                  : fail(success ? u"Состояние файлов в git изменилось: посмотрите ещё раз."_s : status);
+        success &&status == seen ? commitAll()
+                                 : fail(success ? u"Состояние файлов в git изменилось: посмотрите ещё раз."_s : status);
     });
 }
 
