@@ -45,12 +45,16 @@ QStringList marksOf(const QJsonObject &row)
     return marks;
 }
 
-QVariantList rowsOf(const QJsonObject &ledger, const QString &list, const QString &section, const QString &key)
+/// The unproved ones first; of one kind, or of any.
+QVariantList rowsOf(const QJsonObject &ledger, const QString &list, const QString &section, const QString &key,
+                    const QString &kind = {})
 {
     QVariantList rows;
     const QJsonArray source = ledger[list].toArray();
     for (qsizetype i = 0; i < source.size(); ++i) {
         const QJsonObject row = source.at(i).toObject();
+        if (!kind.isEmpty() && row["kind"_L1].toString(u"criterion"_s) != kind)
+            continue;
         rows.append(QVariantMap{{u"list"_s, list},
                                 {u"place"_s, i},
                                 {u"section"_s, section},
@@ -115,7 +119,9 @@ QVariantMap proofsOf(const QJsonObject &state)
     return {
         {u"headline"_s, evidenceHeadline(ledger)},
         {u"rows"_s,
-         rowsOf(ledger, u"criteria"_s, u"Что требовалось"_s, u"text"_s)
+         // The counts are those of the criteria, where there are any.
+         rowsOf(ledger, u"criteria"_s, u"Критерии готовности"_s, u"text"_s, u"criterion"_s)
+             + rowsOf(ledger, u"criteria"_s, u"Требования"_s, u"text"_s, u"requirement"_s)
              + rowsOf(ledger, u"files"_s, u"Файлы"_s, u"path"_s)},
         {u"gaps"_s, strings(ledger["gaps"_L1].toArray())},
         {u"counts"_s,

@@ -21,7 +21,7 @@ Item {
         function proofs(): var {
             return { headline: "1 из 2 критериев подтверждён проверками.", gaps: ["main.py: пустой файл."],
                 counts: [{ level: "unproved", count: 1 }], rows: [
-                { list: "criteria", place: 1, section: "Что требовалось", text: "Работает", marks: ["только мнение"],
+                { list: "criteria", place: 1, section: "Критерии готовности", text: "Работает", marks: ["только мнение"],
                   level: "unproved", mark: "opinion", note: "" },
                 { list: "files", place: 0, section: "Файлы", text: "main.py", marks: ["проверка", "две рецензии"],
                   level: "proved", mark: "check", note: "пустой файл" }] };
