@@ -2,9 +2,11 @@
 
 #include "engine_p.h"
 
+#include "path_rules.h"
 #include "programs.h"
 #include "request_room.h"
 
+#include <QFileInfo>
 #include <QStandardPaths>
 #include <QTimer>
 
@@ -109,6 +111,10 @@ void Engine::start(const QString &request, bool simulated, qint64 tokens, QJsonO
     };
 
     glance = glanceAt(files, projectTree, projectTreeMap, request);
+    if (!glance.map.isEmpty()) {
+        const QString lines = openings(files);
+        glance.map = glance.map.left(maxMapChars - lines.size()) + lines;
+    }
     const QString notes = projectNotes();
     if (!notes.isEmpty())
         spec["project_notes"_L1] = notes;
@@ -175,6 +181,31 @@ QJsonArray Engine::existingFiles() const
 }
 
 /// What a project says to those who work on it; empty when it says nothing, or nothing that can be read.
+/// How the files begin that tell most of a project, for its map.
+QString Engine::openings(const QJsonArray &files) const
+{
+    constexpr qint64 quickBytes = 65536;
+    QStringList paths = projectTree;
+    if (paths.isEmpty()) {
+        for (const QJsonValue &file : files)
+            paths.append(slashed(file["path"_L1].toString()));
+    }
+    QString lines;
+    const QStringList chosen = filesToOpen(paths);
+    for (const QString &path : chosen) {
+        try {
+            const QString line = QFileInfo(workspace.resolve(path)).size() > quickBytes
+                ? QString()
+                : openingOf(QString::fromUtf8(workspace.read(path)));
+            if (!line.isEmpty())
+                lines += u'\n' + path + u": "_s + line;
+        } catch (const std::exception &) {
+            continue; // It is gone meanwhile, or may not be read.
+        }
+    }
+    return lines.isEmpty() ? lines : u'\n' + lines;
+}
+
 QString Engine::projectNotes() const
 {
     const QString file = u"AGENTS.md"_s;

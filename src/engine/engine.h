@@ -201,6 +201,7 @@ private:
     void reset();
     QJsonArray availableSpecialists() const;
     QJsonArray existingFiles() const;
+    QString openings(const QJsonArray &files) const;
     QString projectNotes() const;
     void addMedia(const QJsonArray &media);
     void requireFilesAsLeft() const;

@@ -3,6 +3,7 @@
 #include "project_map.h"
 
 #include "path_rules.h"
+#include "test_trial.h"
 
 #include <QJsonObject>
 #include <QMap>
@@ -77,6 +78,27 @@ QString projectMap(const QList<MappedFile> &files, qsizetype room)
         left -= lines.constLast().size() + 1;
     }
     return lines.join(u'\n').left(room);
+}
+
+QStringList filesToOpen(const QStringList &paths)
+{
+    constexpr qsizetype mostOpened = 24;
+    QStringList chosen;
+    for (const QString &path : paths) {
+        if (isSource(path) || path.section(u'/', -1).startsWith("README"_L1, Qt::CaseInsensitive))
+            chosen.append(path);
+    }
+    std::ranges::stable_sort(chosen, {}, [](const QString &path) { return path.count(u'/'); });
+    return chosen.first(std::min(chosen.size(), mostOpened));
+}
+
+QString openingOf(const QString &text)
+{
+    constexpr qsizetype longestOpening = 100;
+    const QList<QStringView> lines = QStringView(text).first(std::min<qsizetype>(text.size(), 4096)).split(u'\n');
+    const auto first = std::ranges::find_if(
+        lines, [](QStringView line) { return std::ranges::any_of(line, [](QChar c) { return c.isLetter(); }); });
+    return first == lines.end() ? QString() : first->trimmed().left(longestOpening).toString();
 }
 
 ProjectGlance glanceAt(const QJsonArray &tracked, const QStringList &tree, const QString &treeMap,

@@ -59,10 +59,13 @@ private Q_SLOTS:
         QVERIFY(run.save(u"AGENTS.md"_s, "Пиши тесты"));
         QDir(run.workspace.root()).mkpath(u"d7"_s);
         QVERIFY(run.save(u"d7/f77.txt"_s, "theirs"));
+        QVERIFY(run.save(u"d7/main.py"_s, "#!\n\n  # Считает всё\nimport os"));
         run.workspace.takeLazily();
         QList<MappedFile> files;
         for (int i = 0; i < 1500; ++i)
             files.append({u"d%1/f%2.txt"_s.arg(i % 50).arg(i), 100});
+        files.append({u"d7/main.py"_s, 100});
+        files.append({u"d7/gone.py"_s, 100});
         run.engine.projectTreeMap = projectMap(files, maxMapChars);
         for (const MappedFile &file : files)
             run.engine.projectTree.append(file.path);
@@ -72,7 +75,8 @@ private Q_SLOTS:
         QCOMPARE(task[u"project_notes"_s].toString(), u"Пиши тесты"_s);
         QCOMPARE(task[u"existing_files"_s].toArray(),
                  (QJsonArray{QJsonObject{{u"path"_s, u"d27/f77.txt"_s}, {u"revision"_s, 0}}}));
-        QVERIFY(task[u"project_map"_s].toString().contains(u"d7/ (30, 3 KiB): f7.txt, "_s));
+        const QString map = task[u"project_map"_s].toString();
+        QVERIFY(map.contains(u"d7/ (32, 4 KiB): f7.txt, "_s) && map.endsWith(u"\n\nd7/main.py: # Считает всё"_s));
         QCOMPARE(run.workspace.revision(u"d7/f77.txt"_s, 1)[u"content"_s].toString(), u"theirs"_s);
     }
 
