@@ -150,6 +150,8 @@ ApplicationWindow {
     onSidebarOpenChanged: if (sidebarOpen && width < 1250) inspectorOpen = false
     onFocusLostChanged: if (focusLost) Qt.callLater(keepFocus)
     onPageChanged: showPage()
+    /* Not in the middle of a commit. */
+    onClosing: event => event.accepted = backend.mayClose()
     onSettingsAgentChanged: if (settingsAgent !== "") dialogs().showSettingsOf(settingsAgent)
     Component.onCompleted: input.forceActiveFocus()
 

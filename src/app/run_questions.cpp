@@ -51,6 +51,7 @@ void printDifferences(const Workspace &workspace, const QList<HandEdit> &edits)
 /// run ends instead.
 void RunMode::askLine(const QString &question, RunExit atEnd, const ReadAnswer &read)
 {
+    dropTyped();
     printErrorLine(question);
     asking = true;
     auto *input = new QSocketNotifier(standardInput, QSocketNotifier::Read, this);

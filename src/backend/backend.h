@@ -140,6 +140,8 @@ public:
     /// it is "possible": git is there, there is a repository, and the user has switched it on.
     Q_INVOKABLE void lookAtCommit();
     Q_INVOKABLE void commitFiles(const QString &commitText);
+    /// Whether the window may be closed now; `message` says why not.
+    Q_INVOKABLE bool mayClose();
     Q_INVOKABLE void cancelCommit();
 
     /// The states to go back to, the newest first: {"id", "time", "title"}.

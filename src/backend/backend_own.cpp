@@ -254,6 +254,14 @@ void Backend::commitFiles(const QString &commitText)
     });
 }
 
+bool Backend::mayClose()
+{
+    if (!committing.isCommitting())
+        return true;
+    guard([] { require(false, u"Дождитесь конца фиксации."_s); });
+    return false;
+}
+
 void Backend::cancelCommit()
 {
     committing.cancel();

@@ -192,6 +192,7 @@ void Backend::resumeQueue()
 void Backend::stop()
 {
     guard([this] {
+        committing.stop();
         connection.stopAll();
         attachments.stop();
         // A store that can't be written to doesn't keep the rest going.

@@ -6,6 +6,8 @@
 #include "path_rules.h"
 #include "workspace.h"
 
+#include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -21,6 +23,7 @@ namespace vesk {
 namespace {
 
 constexpr int timeoutMs = 120000; ///< Hooks may build and test.
+constexpr int stopLimitMs = 3000;
 constexpr qsizetype maxMessageBytes = 100000; ///< It goes as an argument, of which Linux takes 128 KiB.
 
 QString gitProgram()
@@ -197,8 +200,13 @@ void Committing::commit(const QString &text)
 void Committing::commitUnlessChanged()
 {
     askState([this](bool success, const QString &status) {
-        success &&status == seen ? commitAll()
-                                 : fail(success ? u"Состояние файлов в git изменилось: посмотрите ещё раз."_s : status);
+        if (!success || stopping)
+            return fail(success ? QString() : status);
+        if (status == seen)
+            return commitAll();
+        phase = u"looking"_s;
+        fault = u"Состояние файлов в git изменилось: посмотрите ещё раз."_s;
+        lookAtFiles();
     });
 }
 
@@ -213,16 +221,23 @@ void Committing::commitAll()
     const QStringList announced = newFiles();
     const auto commitThem = [this, all, announced] {
         act(all, [this, announced](bool success, const QString &out) {
-            if (success || announced.isEmpty())
-                return takeOutcome(success, out);
-            act(QStringList{u"reset"_s, u"--quiet"_s, u"--"_s} + announced,
-                [this, out](bool, const QString &) { takeOutcome(false, out); });
+            success ? takeOutcome(true, out) : giveUp(announced, out);
         });
     };
     if (announced.isEmpty())
         return commitThem();
     act(QStringList{u"add"_s, u"--intent-to-add"_s, u"--"_s} + announced,
-        [this, commitThem](bool success, const QString &out) { success ? commitThem() : takeOutcome(false, out); });
+        [this, commitThem, announced](bool success, const QString &out) {
+            success && !stopping ? commitThem() : giveUp(announced, out);
+        });
+}
+
+void Committing::giveUp(const QStringList &announced, const QString &out)
+{
+    if (announced.isEmpty())
+        return takeOutcome(false, out);
+    act(QStringList{u"reset"_s, u"--quiet"_s, u"--"_s} + announced,
+        [this, out](bool, const QString &) { takeOutcome(false, out); });
 }
 
 void Committing::takeOutcome(bool success, const QString &out)
@@ -246,6 +261,21 @@ void Committing::fail(const QString &text)
     phase = u"offer"_s;
     fault = text;
     Q_EMIT changed();
+}
+
+void Committing::stop()
+{
+    if (!isCommitting())
+        return;
+    stopping = true;
+    actions.endAll();
+    for (const QDeadlineTimer limit(stopLimitMs); isCommitting() && !limit.hasExpired();)
+        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents | QEventLoop::WaitForMoreEvents, 50);
+    stopping = false;
+    if (!isCommitting())
+        return;
+    ++generation;
+    fail({});
 }
 
 /// A commit under way goes on to its end.

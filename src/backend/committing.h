@@ -34,6 +34,8 @@ public:
     void cancel();
     /// Whether git is changing something right now.
     bool isCommitting() const { return phase == u"committing"; }
+    /// For the end of the program: breaks a commit off and waits, 3 s at most, until the index is as it was.
+    void stop();
 
     /// {"phase": "" | "looking" | "offer" | "committing" | "done", "branch", "message", "fault", "result",
     ///  "files": [{"path", "change"}], "left": [{"path", "reason"}]}
@@ -55,6 +57,7 @@ private:
     void offer(const QString &status, const QString &tracked);
     void commitUnlessChanged();
     void commitAll();
+    void giveUp(const QStringList &announced, const QString &out);
     void takeOutcome(bool success, const QString &out);
     void fail(const QString &text);
     QStringList newFiles() const;
@@ -76,6 +79,7 @@ private:
     QString fault;
     QString result;
     CommitPlan plan;
+    bool stopping = false;
     quint32 generation = 0; ///< Of look() and cancel(): what an earlier one has asked counts no more.
 };
 

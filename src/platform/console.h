@@ -18,6 +18,9 @@ constexpr int standardInput = 0;
 /// True when a person can read a question on standard error and answer it on standard input.
 bool canAsk();
 
+/// Forgets what has been typed on the terminal: an answer counts only after its question.
+void dropTyped();
+
 /// What has been typed: a line, since the terminal gives no less. Empty without a value at the end of input.
 std::optional<QString> readAnswer();
 

@@ -8,6 +8,7 @@
 #include <cstdio>
 
 #include <fcntl.h>
+#include <termios.h>
 #include <unistd.h>
 
 namespace vesk {
@@ -46,6 +47,11 @@ void ensureStandardStreams()
 bool canAsk()
 {
     return ::isatty(STDIN_FILENO) == 1 && ::isatty(STDERR_FILENO) == 1;
+}
+
+void dropTyped()
+{
+    ::tcflush(STDIN_FILENO, TCIFLUSH); // fails where there is no terminal, and is not needed there
 }
 
 std::optional<QString> readAnswer()

@@ -192,6 +192,12 @@ void ToolRouter::cancelAll()
     }
 }
 
+void ToolRouter::endAll()
+{
+    for (QProcess *process : std::as_const(processes))
+        endTree(process, endsGently);
+}
+
 void ToolRouter::check(const Call &call, const QStringList &allowedTools)
 {
     static const QStringList known{u"read_file"_s, u"write_file"_s, u"run_command"_s, u"run_in_copy"_s};

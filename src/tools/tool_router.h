@@ -59,6 +59,9 @@ public:
     /// Kills all running programs. Their callbacks don't run, and no "ToolFinished" is published.
     void cancelAll();
 
+    /// Ends all running programs as their time limits do, but not "timed_out": their callbacks run.
+    void endAll();
+
     /// Programs that hold locks are asked to end, and killed half a second later.
     bool endsGently = false;
     /// What programs find in their environment; what this process finds in its own as long as this is empty.

@@ -78,7 +78,10 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     Backend &backend = *owned;
     warmFonts();
     const ProcessSignals requests;
-    QObject::connect(&requests, &ProcessSignals::endRequested, qApp, [] { QCoreApplication::quit(); });
+    QObject::connect(&requests, &ProcessSignals::endRequested, qApp, [&backend] {
+        backend.stop(); // a commit under way would keep the window open
+        QCoreApplication::quit();
+    });
 
     QObject::connect(
         &engine, &QQmlApplicationEngine::objectCreationFailed, qApp, [] { QCoreApplication::exit(startFailed); },

@@ -219,6 +219,8 @@ private Q_SLOTS:
         QVERIFY(settled());
         QVERIFY(commit(u"fault"_s).toString().startsWith(u"Состояние файлов в git изменилось"_s));
         git("reset -q README-calculator.md");
+        desk->call("lookAtCommit");
+        QVERIFY(settled());
         git("checkout -q -b other");
         desk->call("commitFiles", {text});
         QVERIFY(settled());
@@ -243,6 +245,7 @@ private Q_SLOTS:
         // The program ends while a hook is at work: the repository is left without its locks.
         git("checkout -q work");
         git("reset -q --soft HEAD~1");
+        git("reset -q -- calculator.html README-calculator.md");
         hook("exec sleep 100");
         desk->call("lookAtCommit");
         QVERIFY(settled());
@@ -251,8 +254,10 @@ private Q_SLOTS:
         const auto locks = [&] { return store.entryList({u"*.lock"_s}, QDir::Files); };
         QVERIFY(Desk::waitFor([&] { return !locks().isEmpty(); }));
         QTest::qWait(200); // until the hook has begun
-        desk->backend.reset();
+        QVERIFY(!desk->call("mayClose").toBool());
+        desk->call("stop");
         QCOMPARE(locks(), QStringList());
+        QCOMPARE(git("status --porcelain"), before);
     }
 
 private:
