@@ -18,7 +18,8 @@ struct MappedFile {
 /// than `room` characters; folders give way to those above them, names to their number.
 QString projectMap(const QList<MappedFile> &files, qsizetype room);
 
-/// Of these files the few whose first lines tell most of the project: sources and read-me files, those at the top first.
+/// Of these files the few whose first lines tell most of the project: sources and read-me files, those at the top
+/// first.
 QStringList filesToOpen(const QStringList &paths);
 /// What a text begins with: its first line with a letter, on 100 characters at most.
 QString openingOf(const QString &text);
