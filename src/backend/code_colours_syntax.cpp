@@ -7,7 +7,6 @@
 #include <QColor>
 #include <QDeadlineTimer>
 #include <QMutex>
-#include <QMutexLocker>
 
 #include <KSyntaxHighlighting/AbstractHighlighter>
 #include <KSyntaxHighlighting/Definition>
@@ -18,6 +17,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <mutex>
 
 namespace vesk {
 
@@ -89,7 +89,12 @@ private:
 LineColours coloursOf(const QString &path, const QList<QByteArrayView> &lines, bool dark, const std::atomic_bool &stop)
 {
     static QMutex onlyOne;
-    const QMutexLocker lock(&onlyOne);
+    // Whoever closes one view does not wait for the work of another.
+    while (!onlyOne.tryLock(5)) {
+        if (stop)
+            return {};
+    }
+    const std::unique_lock lock(onlyOne, std::adopt_lock);
     const Definition definition = repository().definitionForFileName(path);
     if (!definition.isValid())
         return {};

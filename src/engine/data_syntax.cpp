@@ -49,7 +49,7 @@ QString jsonFault(const QString &text)
     if (error.error == QJsonParseError::IllegalValue || error.offset <= 1) {
         const QJsonArray values = QJsonDocument::fromJson("[" + bytes + "]", &error).array();
         if (error.error == QJsonParseError::NoError)
-            return values.size() == 1 ? QString() : placed(1, u"a single value is expected"_s);
+            return values.size() == 1 ? QString() : placed(1, u"нужно одно значение"_s);
     }
     return placed(bytes.first(std::min<qsizetype>(error.offset, bytes.size())).count('\n') + 1, error.errorString());
 }
