@@ -19,11 +19,14 @@ ApplicationWindow {
         inspectorWidth === Theme.inspectorWidth && !rightHandle.dragging
             ? Math.min(Theme.inspectorMost, inspectorWidth + spare * .7) : inspectorWidth,
         width - (sidebarOpen ? shownSidebarWidth : 0) - 2 * Theme.handleWidth - Theme.centreLeast))
-    /* What a wide window leaves beside a comfortable conversation goes to columns whose width nobody has set. */
+    /* What a wide window leaves beside a comfortable conversation goes to columns whose width nobody has set. Large texts
+       take some of it for the left one. */
     readonly property real spare: Math.max(0, width - Theme.sidebarWidth - Theme.inspectorWidth - 2 * Theme.handleWidth
                                               - Theme.textColumn - 160)
     readonly property real shownSidebarWidth: sidebarWidth === Theme.sidebarWidth && !leftHandle.dragging
-        ? Math.min(Theme.sidebarRoomy, sidebarWidth + spare * .3) : sidebarWidth
+        ? Math.max(sidebarWidth, Math.min(Theme.sidebarRoomy, Math.max(sidebarWidth + spare * .3, Theme.px(sidebarWidth)),
+                                          width - Theme.centreLeast - Theme.inspectorLeast - 2 * Theme.handleWidth))
+        : sidebarWidth
     readonly property bool animated: (preferences.animations ?? true) && active && visibility !== Window.Minimized
     readonly property bool glass: preferences.glass ?? true
     readonly property var current: backend.uiState
