@@ -59,16 +59,29 @@ double threadMs()
     return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
 }
 
-double proportionalMemory(const QString &process = u"/proc/self/"_s)
+/// What the kernel says of a process' memory under that name, in MB.
+double memoryOf(const QByteArray &name, const QString &process)
 {
     QFile file(process + u"smaps_rollup"_s);
     file.open(QIODevice::ReadOnly);
     const QList<QByteArray> lines = file.readAll().split('\n');
     for (const QByteArray &line : lines) {
-        if (line.startsWith("Pss:"))
+        if (line.startsWith(name))
             return line.simplified().split(' ').value(1).toDouble() / 1024;
     }
     return 0;
+}
+
+/// Shared pages count by how many share them: for a comparison of two programs at one time.
+double proportionalMemory()
+{
+    return memoryOf("Pss:", u"/proc/self/"_s);
+}
+
+/// What the process itself has filled, whoever else comes and goes: for a comparison of one process at two times.
+double ownMemory(const QString &process)
+{
+    return memoryOf("Anonymous:", process);
 }
 
 QQuickWindow *mainWindow()
@@ -434,7 +447,7 @@ void InterfaceBenchmark::aLongSessionStaysAsItWas()
     for (int minute = 0; minute < minutes; ++minute) {
         QTest::qWait(60000);
         QCOMPARE(child.process.state(), QProcess::Running);
-        memory.append(proportionalMemory(u"/proc/%1/"_s.arg(child.process.processId())));
+        memory.append(ownMemory(u"/proc/%1/"_s.arg(child.process.processId())));
         descriptors.append(child.descriptors());
         qInfo("minute %d: %.1f MB, %lld descriptors, %lld dead children, %s", minute, memory.last(), descriptors.last(),
               child.deadChildren(), child.process.readAll().trimmed().constData());

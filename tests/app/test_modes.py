@@ -52,7 +52,7 @@ def test_the_background_worker_is_confined_and_stays_small(vesk):
     first, last = frames(1), frames(1000)
     assert "Seccomp:\t2" in last["status"] and "Threads:\t1" in last["status"]
     if "libasan" not in last["maps"]:
-        assert memory(last) < memory(first) + 4000
+        assert memory(last) < memory(first) + 4000 and memory(last) < 25_000_000 / 1024
         assert re.search(r"Max address space +536870912 ", last["limits"])
     assert not re.search("libQt6(Gui|Quick)", last["maps"])
     worker.stdin.close()

@@ -3,6 +3,7 @@
 
 #include "background_script.h"
 #include "confinement.h"
+#include "start_memory.h"
 
 #include <QJsonDocument>
 
@@ -35,6 +36,7 @@ extern "C" Q_DECL_EXPORT void veskBackgroundWorker()
     // With a limit to its time the collector wants an event loop to go on in; without one it never ends its round.
     qputenv("QV4_GC_TIMELIMIT", "0");
     BackgroundScript script;
+    releaseStartMemory();
     confineToComputing();
     std::string line;
     while (std::getline(std::cin, line)) {
