@@ -26,19 +26,19 @@ Canvas {
         return Math.max(least, Math.min(most, value));
     }
     function paintShape(context: var, shape: var) {
-        // A colour that the canvas does not know leaves the one before.
-        context.fillStyle = context.strokeStyle = Theme.shape;
-        if (shape.color)
-            context.fillStyle = context.strokeStyle = shape.color;
+        const x = number(shape.x, 0);
+        const y = number(shape.y, 0);
+        if (shape.type === "rect") {
+            context.fillRect(x, y, number(shape.w, 10), number(shape.h, 10));
+            return;
+        }
         context.beginPath();
         if (shape.type === "circle") {
-            context.arc(number(shape.x, 0), number(shape.y, 0), clamp(number(shape.r, 10), 0, 2000), 0, Math.PI * 2);
+            context.arc(x, y, clamp(number(shape.r, 10), 0, 2000), 0, Math.PI * 2);
             context.fill();
-        } else if (shape.type === "rect") {
-            context.fillRect(number(shape.x, 0), number(shape.y, 0), number(shape.w, 10), number(shape.h, 10));
         } else if (shape.type === "line") {
             context.lineWidth = clamp(number(shape.width, 1), 1, 30);
-            context.moveTo(number(shape.x, 0), number(shape.y, 0));
+            context.moveTo(x, y);
             context.lineTo(number(shape.x2, 0), number(shape.y2, 0));
             context.stroke();
         }
@@ -47,8 +47,18 @@ Canvas {
     onPaint: {
         const context = getContext("2d");
         context.clearRect(0, 0, width, height);
-        for (const shape of service.backgroundFrame)
+        let colour;
+        for (const shape of service.backgroundFrame) {
+            // To set a colour costs as much as a shape, and neighbours mostly have the same.
+            if (shape.color !== colour || colour === undefined) {
+                // One that the canvas does not know leaves the one before.
+                context.fillStyle = context.strokeStyle = Theme.shape;
+                colour = shape.color;
+                if (colour)
+                    context.fillStyle = context.strokeStyle = colour;
+            }
             paintShape(context, shape);
+        }
     }
     onPainted: {
         painting = outdated;
