@@ -123,10 +123,14 @@ QString gitFault(const QString &printed)
         {u"no email was given"_s, nobody},
         {u"partial commit"_s, u"В репозитории не завершено слияние или перенос."_s},
     }};
+    const auto reason = std::ranges::find_if(known, [&](const auto &each) { return printed.contains(each.first); });
+    return withOutput(reason == known.end() ? u"Git отказал."_s : reason->second, printed);
+}
+
+QString withOutput(const QString &sentence, const QString &printed)
+{
     // A hook's reason stands at the end.
     const QString text = visibleLines(printed.trimmed().right(maxFault));
-    const auto reason = std::ranges::find_if(known, [&](const auto &each) { return printed.contains(each.first); });
-    const QString sentence = reason == known.end() ? u"Git отказал."_s : reason->second;
     return text.isEmpty() ? sentence : sentence + u'\n' + text;
 }
 

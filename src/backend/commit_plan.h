@@ -36,6 +36,8 @@ QStringList unwatched(QStringList paths, const QByteArray &listed);
 /// What kept git from doing something, from what it printed: its own words, behind a sentence where its reason is a
 /// known one.
 QString gitFault(const QString &printed);
+/// The sentence and, below it, the last 2000 characters of what was printed, made visible.
+QString withOutput(const QString &sentence, const QString &printed);
 
 /// The first message of a commit: what was asked for in one line, then the report.
 QString commitMessage(const QString &request, const QString &report);

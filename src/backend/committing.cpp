@@ -56,15 +56,16 @@ QString nameOf(CommitPlan::Change change)
     return u"изменён"_s;
 }
 
-/// Without what names another repository, as it is set where a hook has started this program; and with messages in
-/// the words that are looked for.
+/// Without what names another repository or reads paths otherwise, as it is set where a hook has started this program;
+/// and with messages in the words that are looked for.
 QProcessEnvironment gitEnvironment()
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
     for (const QString &name :
          {u"ALTERNATE_OBJECT_DIRECTORIES"_s, u"OBJECT_DIRECTORY"_s, u"DIR"_s, u"WORK_TREE"_s, u"COMMON_DIR"_s,
           u"INDEX_FILE"_s, u"PREFIX"_s, u"NAMESPACE"_s, u"CONFIG"_s, u"CONFIG_PARAMETERS"_s, u"CONFIG_COUNT"_s,
-          u"GRAFT_FILE"_s, u"SHALLOW_FILE"_s, u"REPLACE_REF_BASE"_s, u"IMPLICIT_WORK_TREE"_s})
+          u"GRAFT_FILE"_s, u"SHALLOW_FILE"_s, u"REPLACE_REF_BASE"_s, u"IMPLICIT_WORK_TREE"_s, u"LITERAL_PATHSPECS"_s,
+          u"GLOB_PATHSPECS"_s, u"NOGLOB_PATHSPECS"_s, u"ICASE_PATHSPECS"_s})
         environment.remove(u"GIT_"_s + name);
     environment.insert(u"LANGUAGE"_s, u"en"_s);
     return environment;
@@ -103,11 +104,12 @@ void Committing::run(ToolRouter &tools, PermissionManager &permissions, const QS
         if (noted != generation)
             return;
         const bool success = ended["success"_L1].toBool();
-        if (ended["timed_out"_L1].toBool())
-            return then(false, u"Git не закончил за две минуты и остановлен."_s);
         const QString told = ended["error"_L1].toString() + ended["stderr"_L1].toString();
         const QString out = ended["stdout"_L1].toString();
-        then(success, success ? out : gitFault(told.isEmpty() ? out : told));
+        const QString last = told.isEmpty() ? out : told;
+        if (ended["timed_out"_L1].toBool())
+            return then(false, withOutput(u"Git не закончил за две минуты и остановлен."_s, last));
+        then(success, success ? out : gitFault(last));
     });
 }
 
