@@ -12,7 +12,7 @@ PaneList {
     property real shift: 0
     property int anchor: -1
     readonly property int numberWidth: Math.ceil(metrics.advanceWidth("0") * Math.max(3, String(count).length)) + 8
-    readonly property real reach: Math.max(0, view.longest * metrics.advanceWidth("0") - (width - numberWidth - 24))
+    readonly property real reach: view.prose ? 0 : Math.max(0, view.longest * metrics.advanceWidth("0") - (width - numberWidth - 24))
     readonly property int from: Math.min(anchor < 0 ? currentIndex : anchor, currentIndex)
     readonly property int to: Math.max(anchor < 0 ? currentIndex : anchor, currentIndex)
 
@@ -96,7 +96,7 @@ PaneList {
         required property string line
 
         width: ListView.view.width
-        height: Theme.px(20)
+        height: Math.max(Theme.px(20), words.wrapMode === Text.NoWrap ? 0 : words.implicitHeight + 4)
         clip: true
         color: index >= root.from && index <= root.to ? Theme.rowSelected : "transparent"
         border.width: root.activeFocus && ListView.isCurrentItem ? 1 : 0
@@ -115,7 +115,7 @@ PaneList {
         }
         Text {
             width: root.numberWidth
-            height: parent.height
+            height: Theme.px(20)
             text: row.number
             textFormat: Text.PlainText
             horizontalAlignment: Text.AlignRight
@@ -130,8 +130,11 @@ PaneList {
             clip: true
 
             Text {
+                id: words
                 x: -root.shift
+                width: root.view.prose ? parent.width : implicitWidth
                 height: parent.height
+                wrapMode: root.view.prose ? Text.Wrap : Text.NoWrap
                 text: row.line
                 textFormat: Text.StyledText // escaped by the model
                 verticalAlignment: Text.AlignVCenter

@@ -42,6 +42,16 @@ CodeView::~CodeView()
     pool.waitForDone();
 }
 
+bool CodeView::isProse() const
+{
+    static const QStringList suffixes{u"md"_s, u"markdown"_s, u"rst"_s, u"txt"_s, u"text"_s};
+    const QString file = name.section(u'/', -1);
+    if (file == "CMakeLists.txt"_L1)
+        return false;
+    return file.contains(u'.') ? suffixes.contains(file.section(u'.', -1).toLower())
+                               : file.startsWith("README"_L1) || file.startsWith("LICENSE"_L1);
+}
+
 void CodeView::show(const QString &path, const QByteArray &text)
 {
     if (path == name && text == bytes)

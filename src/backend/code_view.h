@@ -16,6 +16,7 @@ class CodeView : public QAbstractListModel {
     Q_OBJECT
     Q_PROPERTY(QString path READ path NOTIFY changed)
     Q_PROPERTY(int longest READ longest NOTIFY changed)
+    Q_PROPERTY(bool prose READ isProse NOTIFY changed)
     Q_PROPERTY(bool dark READ isDark WRITE setDark NOTIFY changed)
 public:
     enum Role { NumberRole = Qt::UserRole, TextRole };
@@ -29,6 +30,8 @@ public:
     QString path() const { return name; }
     /// Signs of the longest line, as far as one is shown.
     int longest() const { return widest; }
+    /// Whether it is text for people, whose lines are paragraphs: they are broken to the width there is.
+    bool isProse() const;
     bool isDark() const { return dark; }
     void setDark(bool ground);
 

@@ -10,10 +10,17 @@ namespace vesk {
 
 namespace {
 
+/// One between two words: a line may be broken there, and it is kept as it is.
+bool isLoneBlank(QStringView text, qsizetype at)
+{
+    return text[at] == u' ' && at > 0 && at + 1 < text.size() && !text[at - 1].isSpace() && !text[at + 1].isSpace();
+}
+
 QString escaped(QStringView text)
 {
     QString marked;
-    for (const QChar c : text) {
+    for (qsizetype at = 0; at < text.size(); ++at) {
+        const QChar c = text[at];
         if (c == u'&')
             marked += "&amp;"_L1;
         else if (c == u'<')
@@ -22,7 +29,7 @@ QString escaped(QStringView text)
             marked += "&gt;"_L1;
         else if (c == u'\t')
             marked += u"&nbsp;&nbsp;&nbsp;&nbsp;"_s;
-        else if (c.isSpace())
+        else if (c.isSpace() && !isLoneBlank(text, at))
             marked += "&nbsp;"_L1; // as such it is kept at the start of a line
         else
             marked += c;

@@ -101,6 +101,7 @@ private Q_SLOTS:
         QCOMPARE(markedLine(u"a<bc d"_s, {{1, 3}}, {{0, 2, 0x112233}, {5, 1, 0xff}}),
                  u"<font color=\"#112233\">a</font><u><b><font color=\"#112233\">&lt;</font></b></u><u><b>bc</b></u>"
                  "&nbsp;<font color=\"#0000ff\">d</font>"_s);
+        QCOMPARE(markedLine(u" два слова  и"_s, {}), u"&nbsp;два слова&nbsp;&nbsp;и"_s);
         desk->call("compareTask", {u""_s});
         QVERIFY(Desk::waitFor([&] { return !shown.isBusy(); }));
         QCOMPARE(shown.files().size(), 2);
