@@ -181,7 +181,7 @@ set(VESK_TEST_ENVIRONMENT
 #   SERIAL   nothing else runs beside it: for tests that measure time
 #   DEPENDS  programs it starts; their paths are the compile definitions <TARGET>_PROGRAM
 function(vesk_test name)
-    cmake_parse_arguments(PARSE_ARGV 1 ARG "SERIAL" "TIMEOUT" "SOURCES;LINKS;ARGS;DEPENDS;LABELS")
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "SERIAL" "TIMEOUT" "SOURCES;LINKS;ARGS;DEPENDS")
     set(target tst_${name})
     add_executable(${target} tst_${name}.cpp ${ARG_SOURCES})
     target_include_directories(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support")
@@ -205,7 +205,7 @@ function(vesk_test name)
     endif()
     set_tests_properties(${name} PROPERTIES
         ENVIRONMENT "${VESK_TEST_ENVIRONMENT}" TIMEOUT ${ARG_TIMEOUT}
-        LABELS "${ARG_LABELS}" RUN_SERIAL "${ARG_SERIAL}")
+        RUN_SERIAL "${ARG_SERIAL}")
 endfunction()
 
 # test_<name>.py as the ctest test <name>, run by pytest. Its programs lie in VESK_BIN; where pytest or pexpect isn't

@@ -107,7 +107,7 @@ mirror() {
     grep -qs '^ID=debian$' /etc/os-release || return 0
     {
         sed -n 's/^URIs:[[:space:]]*\([^ ]*\).*/\1/p' /etc/apt/sources.list.d/debian.sources
-        sed -nE 's/^deb[[:space:]]+(\[[^]]*\][[:space:]]*)?([^ ]+)[[:space:]]+bookworm[[:space:]].*/\2/p' /etc/apt/sources.list
+        sed -nE 's/^deb[[:space:]]+(\[[^]]*\][[:space:]]*)?([^ ]+)[[:space:]]+[a-z]+[[:space:]]+main.*/\2/p' /etc/apt/sources.list
     } 2>/dev/null | grep '^http' | grep -v security | head -n 1 || true
 }
 # The first process of a process namespace: whatever the caller dies of, its end of standard input closes; then

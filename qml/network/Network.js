@@ -9,7 +9,6 @@ const rowHeight = 100;
 
 /* A node as it is drawn, in pixels: a square above its label. */
 const nodeWidth = 80;
-const nodeHeight = 66;
 const square = 34;
 const labelTop = 39;
 const labelHeight = 15;

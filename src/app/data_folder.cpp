@@ -3,6 +3,7 @@
 #include "data_folder.h"
 
 #include "helpers.h"
+#include "project_record.h"
 
 #include <QDir>
 #include <QFile>
@@ -19,7 +20,7 @@ DataFolder::DataFolder(const QString &path)
     const bool isNew = !QFileInfo::exists(folder);
     require(QDir().mkpath(folder), u"Не удалось создать папку данных: "_s + folder);
     // Only what is ours: a folder that was there may be anything that the user has named.
-    if (isNew || QFileInfo::exists(folder + u"/vesk.sqlite"_s))
+    if (isNew || QFileInfo::exists(databaseIn(folder)))
         QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     lock = std::make_unique<FolderLock>(folder);
     require(lock->outcome() != FolderLock::Outcome::Unavailable, u"Не удалось занять папку данных: "_s + folder);

@@ -7,6 +7,7 @@
 #include "helpers.h"
 #include "path_rules.h"
 #include "project_lookup.h"
+#include "project_record.h"
 #include "store.h"
 #include "workspace.h"
 
@@ -122,7 +123,7 @@ DiffOptions parseDiffOptions(const QStringList &arguments)
 
 int printDifferences(const DiffOptions &options, const QString &dataFolder)
 {
-    Store store(dataFolder + u"/vesk.sqlite"_s);
+    Store store(databaseIn(dataFolder));
     const QString root = QFileInfo(options.projectFolder).canonicalFilePath();
     const QString project = root.isEmpty() ? QString() : projectAt(store, root);
     require(!project.isEmpty(), u"В этой папке нет проекта: "_s + options.projectFolder);

@@ -5,6 +5,7 @@
 #include "credential_store.h"
 #include "data_folder.h"
 #include "diff_mode.h"
+#include "entry_points.h"
 #include "environment.h"
 #include "helpers.h"
 #include "live_smoke.h"
@@ -168,7 +169,7 @@ int openInterface(int argc, char **argv)
         return usageError;
     }
     QLibrary library(interfaceLibrary());
-    const auto open = reinterpret_cast<int (*)(int, char **)>(library.resolve("veskInterface"));
+    const auto open = reinterpret_cast<decltype(&veskInterface)>(library.resolve("veskInterface"));
     if (!open) {
         printErrorLine(u"Не удалось загрузить интерфейс: "_s + library.errorString());
         return usageError;
@@ -180,8 +181,7 @@ int openInterface(int argc, char **argv)
 int driveBackend(const CommandLine &line)
 {
     QLibrary library(interfaceLibrary());
-    const auto drive
-        = reinterpret_cast<int (*)(const CommandLine *, const QString *)>(library.resolve("veskDriveBackend"));
+    const auto drive = reinterpret_cast<decltype(&veskDriveBackend)>(library.resolve("veskDriveBackend"));
     require(drive, u"Не удалось загрузить интерфейс: "_s + library.errorString());
     // A skill that is only tried leaves nothing in the user's data.
     const QTemporaryDir temporary;
@@ -192,7 +192,7 @@ int driveBackend(const CommandLine &line)
 int runMedia(const CommandLine &line)
 {
     QLibrary library(mediaLibrary());
-    const auto run = reinterpret_cast<int (*)(const char *)>(library.resolve("veskMediaJob"));
+    const auto run = reinterpret_cast<decltype(&veskMediaJob)>(library.resolve("veskMediaJob"));
     require(run, u"Не удалось загрузить обработку медиа: "_s + library.errorString());
     return run(line.value(u"--media-job"_s).toUtf8().constData());
 }
@@ -201,7 +201,7 @@ int runMedia(const CommandLine &line)
 void runBackground()
 {
     QLibrary library(backgroundLibrary());
-    const auto run = reinterpret_cast<void (*)()>(library.resolve("veskBackgroundWorker"));
+    const auto run = reinterpret_cast<decltype(&veskBackgroundWorker)>(library.resolve("veskBackgroundWorker"));
     require(run, u"Не удалось загрузить фон: "_s + library.errorString());
     run();
 }

@@ -11,6 +11,7 @@
 #include "narrator.h"
 #include "phases.h"
 #include "project_lookup.h"
+#include "project_record.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>
@@ -62,7 +63,7 @@ QString questionText(const QJsonObject &decision)
 RunMode::RunMode(const RunOptions &options, const QString &dataFolder,
                  const std::function<ILLMProvider &(const Store &)> &chooseModel)
     : options(options)
-    , core(dataFolder + u"/vesk.sqlite"_s, nullptr)
+    , core(databaseIn(dataFolder), nullptr)
 {
     core.engine.setProvider(&chooseModel(core.store));
     core.recover();
@@ -88,9 +89,7 @@ void RunMode::bindProject()
     QString project = projectAt(core.store, root);
     if (project.isEmpty()) {
         project = id();
-        core.store.put(
-            u"projects"_s, project, {},
-            {{u"id"_s, project}, {u"name"_s, QFileInfo(root).fileName()}, {u"root"_s, root}, {u"created_at"_s, now()}});
+        core.store.put(u"projects"_s, project, {}, projectRecord(project, QFileInfo(root).fileName(), root));
     }
     core.workspace.open(root, project);
     while (core.workspace.restoreNext()) { } // that a crash has interrupted

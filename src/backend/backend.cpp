@@ -6,6 +6,7 @@
 #include "mcp_link.h"
 #include "narrator.h"
 #include "phases.h"
+#include "project_record.h"
 #include "read_models.h"
 
 #include <QTimer>
@@ -31,7 +32,7 @@ QJsonObject wholeRecord(const QJsonObject &record)
 
 Backend::Backend(const QString &dataFolder, QObject *parent)
     : QObject(parent)
-    , core(dataFolder + u"/vesk.sqlite"_s, &mock)
+    , core(databaseIn(dataFolder), &mock)
     , preferences(core.store)
     , view(core.store, core.workspace, core.engine)
     , queue(core.store)
@@ -40,6 +41,7 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
     , team(core.store, preferences)
     , attachments(core.store, core.workspace)
     , editWatch(core.workspace)
+    , settling(core.workspace)
     , treeWatch(core.workspace)
     , compared(core.workspace)
     , taking(core.store, core.workspace)
@@ -94,6 +96,7 @@ void Backend::connectServices()
         core.engine.projectTreeMap = treeWatch.map();
     });
     connect(&editWatch, &EditWatch::changed, this, &Backend::notifyUi);
+    connect(&settling, &EditSettling::ended, this, &Backend::takeSettled);
     connect(&team, &AgentTeam::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::concluded, this, &Backend::show);
     connect(&attachments, &Attachments::changed, this, &Backend::notifyUi);

@@ -8,6 +8,7 @@
 #include "conversation.h"
 #include "core.h"
 #include "differences.h"
+#include "edit_settling.h"
 #include "edit_watch.h"
 #include "exporting.h"
 #include "growing_list.h"
@@ -187,6 +188,8 @@ public:
     Q_INVOKABLE void setPriority(const QString &node, int priority);
     /// Ends everything that is going on: checks, imports, chat, the run.
     Q_INVOKABLE void stop();
+    /// The same at the end of the program: a commit under way is broken off and waited for.
+    Q_INVOKABLE void finish();
     Q_INVOKABLE void cancelQueued(const QString &key);
     /// Takes out all that waits. What was taken out last, one request or all, comes back to its place with
     /// undoQueue(), as long as `queueRemoved`, their number, is not 0.
@@ -338,6 +341,8 @@ private:
     static QString taskTitle(); ///< Of the comparison of a task.
     void settleEdits(const QString &path, bool takesOwn);
     void requireStill();
+    void takeUpProject();
+    void takeSettled(const QStringList &faults);
     void beginRestore(const QString &checkpoint);
     void startRestoring();
     void resumeRestore();
@@ -431,6 +436,7 @@ private:
     AgentTeam team;
     Attachments attachments;
     EditWatch editWatch;
+    EditSettling settling;
     TreeWatch treeWatch;
     Differences compared;
     CodeView shownFile;

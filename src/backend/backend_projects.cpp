@@ -4,6 +4,7 @@
 
 #include "helpers.h"
 #include "project_folder.h"
+#include "project_record.h"
 
 #include <QDesktopServices>
 #include <QStandardPaths>
@@ -50,15 +51,9 @@ void Backend::makeProject(const QString &name, const QString &folder)
     writeProjectFile(root, name, projectId);
     queue.open(projectId, {});
     projectName = name;
-    core.store.put(u"projects"_s, projectId, {},
-                   {{u"id"_s, projectId}, {u"name"_s, name}, {u"root"_s, root}, {u"created_at"_s, now()}});
+    core.store.put(u"projects"_s, projectId, {}, projectRecord(projectId, name, root));
     view.followRun();
-    editWatch.forget();
-    compared.clear();
-    committing.cancel();
-    resumeRestore();
-    taking.resume();
-    treeWatch.look();
+    takeUpProject();
 }
 
 void Backend::selectProject(const QString &projectId)
@@ -79,13 +74,19 @@ void Backend::openProject(const QString &projectId)
     attachments.clear();
     queue.open(projectId, waiting);
     view.open(outlines.isEmpty() ? QString() : outlines.last()["id"_L1].toString());
+    takeUpProject();
+    lookForEdits();
+}
+
+/// What was seen of another project is forgotten, and what was begun in this one goes on.
+void Backend::takeUpProject()
+{
     editWatch.forget();
     compared.clear();
     committing.cancel();
     resumeRestore();
     taking.resume();
     treeWatch.look();
-    lookForEdits();
 }
 
 void Backend::selectTask(const QString &task)

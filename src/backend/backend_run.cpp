@@ -206,6 +206,12 @@ void Backend::stop()
     });
 }
 
+void Backend::finish()
+{
+    stop();
+    committing.finish();
+}
+
 void Backend::stopChat()
 {
     clearProgress();

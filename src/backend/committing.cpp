@@ -127,7 +127,7 @@ void Committing::look(const QString &ofTask, const QStringList &files, const QSt
     phase = u"looking"_s;
     ask({u"symbolic-ref"_s, u"--short"_s, u"-q"_s, u"HEAD"_s}, [this](bool isOnBranch, const QString &out) {
         if (!isOnBranch)
-            return fail(out == u"Git отказал."_s ? u"Репозиторий не на ветке: переключитесь на неё."_s : out);
+            return fail(out == gitFault({}) ? u"Репозиторий не на ветке: переключитесь на неё."_s : out);
         branch = out.trimmed();
         ask({u"rev-parse"_s, u"--show-prefix"_s}, [this](bool success, const QString &folder) {
             prefix = folder.endsWith(u'\n') ? folder.chopped(1) : folder;
@@ -191,6 +191,7 @@ void Committing::commit(const QString &text)
         require(!workspace.handEdit(file.path), u"Файл изменён вне программы: "_s + file.path);
     message = text;
     fault.clear();
+    stopping = false;
     phase = u"committing"_s;
     ask({u"symbolic-ref"_s, u"--short"_s, u"-q"_s, u"HEAD"_s}, [this](bool, const QString &out) {
         out.trimmed() == branch ? commitUnlessChanged() : fail(u"Ветка репозитория сменилась: посмотрите ещё раз."_s);
@@ -271,9 +272,13 @@ void Committing::stop()
         return;
     stopping = true;
     actions.endAll();
+}
+
+void Committing::finish()
+{
+    stop();
     for (const QDeadlineTimer limit(stopLimitMs); isCommitting() && !limit.hasExpired();)
         QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents | QEventLoop::WaitForMoreEvents, 50);
-    stopping = false;
     if (!isCommitting())
         return;
     ++generation;

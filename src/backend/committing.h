@@ -34,8 +34,10 @@ public:
     void cancel();
     /// Whether git is changing something right now.
     bool isCommitting() const { return phase == u"committing"; }
-    /// For the end of the program: breaks a commit off and waits, 3 s at most, until the index is as it was.
+    /// Breaks a commit off: it ends as a failed one does, with the index as it was.
     void stop();
+    /// The same for the end of the program, which waits for it 3 s at most.
+    void finish();
 
     /// {"phase": "" | "looking" | "offer" | "committing" | "done", "branch", "message", "fault", "result",
     ///  "files": [{"path", "change"}], "left": [{"path", "reason"}]}
@@ -79,7 +81,7 @@ private:
     QString fault;
     QString result;
     CommitPlan plan;
-    bool stopping = false;
+    bool stopping = false; ///< The commit under way.
     quint32 generation = 0; ///< Of look() and cancel(): what an earlier one has asked counts no more.
 };
 

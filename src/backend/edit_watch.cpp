@@ -2,7 +2,7 @@
 
 #include "edit_watch.h"
 
-#include <QElapsedTimer>
+#include "slice.h"
 
 #include <utility>
 
@@ -11,8 +11,6 @@ using namespace Qt::StringLiterals;
 namespace vesk {
 
 namespace {
-
-constexpr int sliceMs = 6; ///< Of the 16 that a picture has.
 
 QVariantMap shown(const HandEdit &edit)
 {
@@ -45,9 +43,8 @@ void EditWatch::forget()
 
 void EditWatch::lookOn()
 {
-    QElapsedTimer clock;
-    clock.start();
-    for (; next < records.size() && clock.elapsed() < sliceMs; ++next) {
+    const Slice slice;
+    for (; next < records.size() && !slice.isOver(); ++next) {
         // Of the newest record: a run may have written since the look began.
         if (const auto edit = workspace.handEdit(std::as_const(records)[next]["path"_L1].toString()))
             finding.append(shown(*edit));

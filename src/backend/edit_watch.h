@@ -18,7 +18,6 @@ public:
 
     /// Begins to look, anew if it is looking already.
     void look();
-    bool isLooking() const { return timer.isActive(); }
     /// What the last look has found, each as {"path", "text": "изменён a.html", "kind": "изменён"}.
     QVariantList edits() const { return found; }
     /// The project is closed, or its edits are settled.

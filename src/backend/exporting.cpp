@@ -3,8 +3,8 @@
 #include "exporting.h"
 
 #include "helpers.h"
+#include "slice.h"
 
-#include <QElapsedTimer>
 #include <QMetaObject>
 
 #include <exception>
@@ -17,7 +17,6 @@ namespace vesk {
 
 namespace {
 
-constexpr int sliceMs = 6; ///< Of the 16 that a picture has.
 constexpr qsizetype batchBytes = 2 * 1024 * 1024;
 constexpr int usualMode = 0644;
 
@@ -72,10 +71,9 @@ void Exporting::goOn()
 {
     Batch batch;
     qsizetype bytes = 0;
-    QElapsedTimer clock;
-    clock.start();
+    const Slice slice;
     try {
-        for (; next < records.size() && bytes < batchBytes && clock.elapsed() < sliceMs; ++next) {
+        for (; next < records.size() && bytes < batchBytes && !slice.isOver(); ++next) {
             const QJsonObject record = std::as_const(records)[next].toObject();
             if (auto content = workspace.bytesOf(record)) {
                 const QString path = record["path"_L1].toString();

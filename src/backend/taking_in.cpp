@@ -3,9 +3,10 @@
 #include "taking_in.h"
 
 #include "helpers.h"
+#include "project_record.h"
+#include "slice.h"
 #include "store.h"
 
-#include <QElapsedTimer>
 #include <QFileInfo>
 
 #include <exception>
@@ -16,7 +17,6 @@ namespace vesk {
 
 namespace {
 
-constexpr int sliceMs = 8; ///< Of the 16 that a picture has.
 constexpr qsizetype batch = 16;
 constexpr qint64 batchBytes = 256 * 1024; ///< Of one transaction.
 
@@ -61,9 +61,7 @@ QString TakingIn::accept()
     const QString root = offered->root();
     const QString taken = project;
     store.atomicDurable([&] {
-        store.put(
-            u"projects"_s, taken, {},
-            {{u"id"_s, taken}, {u"name"_s, QFileInfo(root).fileName()}, {u"root"_s, root}, {u"created_at"_s, now()}});
+        store.put(u"projects"_s, taken, {}, projectRecord(taken, QFileInfo(root).fileName(), root));
         store.put(u"settings"_s, noteKey(taken), {}, {{u"lazy"_s, scan->isLarge()}, {u"pending"_s, !scan->isLarge()}});
     });
     cancel();
@@ -92,10 +90,9 @@ void TakingIn::resume()
 
 void TakingIn::step()
 {
-    QElapsedTimer clock;
-    clock.start();
+    const Slice slice;
     try {
-        while (timer.isActive() && clock.elapsed() < sliceMs)
+        while (timer.isActive() && !slice.isOver())
             goOn();
     } catch (const std::exception &fault) {
         // What was agreed stays noted, and goes on when the project is opened again.

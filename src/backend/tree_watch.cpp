@@ -3,9 +3,9 @@
 #include "tree_watch.h"
 
 #include "project_map.h"
+#include "slice.h"
 #include "workspace.h"
 
-#include <QElapsedTimer>
 #include <QMetaObject>
 
 #include <exception>
@@ -17,7 +17,6 @@ namespace vesk {
 
 namespace {
 
-constexpr int sliceMs = 4; ///< Of the 16 that a picture has.
 constexpr qsizetype mostFiles = 100000;
 
 } // namespace
@@ -50,11 +49,10 @@ void TreeWatch::look()
 
 void TreeWatch::lookOn()
 {
-    QElapsedTimer clock;
-    clock.start();
+    const Slice slice;
     bool isMore = true;
     try {
-        while (isMore && clock.elapsed() < sliceMs)
+        while (isMore && !slice.isOver())
             isMore = scan->lookOn() && scan->files().size() < mostFiles;
     } catch (const std::exception &) {
         isMore = false; // the folder is gone; whoever works on it is told so

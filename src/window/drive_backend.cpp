@@ -5,6 +5,7 @@
 #include "console.h"
 #include "credential_store.h"
 #include "data_folder.h"
+#include "entry_points.h"
 #include "environment.h"
 
 #include <QCoreApplication>

@@ -7,6 +7,7 @@
 #include "credential_store.h"
 #include "data_folder.h"
 #include "desktop.h"
+#include "entry_points.h"
 #include "helpers.h"
 #include "interface_options.h"
 #include "process_signals.h"
@@ -79,14 +80,14 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     warmFonts();
     const ProcessSignals requests;
     QObject::connect(&requests, &ProcessSignals::endRequested, qApp, [&backend] {
-        backend.stop(); // a commit under way would keep the window open
+        backend.finish(); // a commit under way would keep the window open
         QCoreApplication::quit();
     });
 
     QObject::connect(
         &engine, &QQmlApplicationEngine::objectCreationFailed, qApp, [] { QCoreApplication::exit(startFailed); },
         Qt::QueuedConnection);
-    QObject::connect(qApp, &QCoreApplication::aboutToQuit, &backend, &Backend::stop);
+    QObject::connect(qApp, &QCoreApplication::aboutToQuit, &backend, &Backend::finish);
     WindowPlace place(folder.path());
     const bool attended = !isUnattended(line);
     QVariantMap properties{{u"backend"_s, QVariant::fromValue(&backend)}};

@@ -247,16 +247,18 @@ private Q_SLOTS:
         git("checkout -q work");
         git("reset -q --soft HEAD~1");
         git("reset -q -- calculator.html README-calculator.md");
-        hook("exec sleep 100");
+        hook("touch begun; exec sleep 100");
         desk->call("lookAtCommit");
         QVERIFY(settled());
         desk->call("commitFiles", {text});
         const QDir store(root + u"/../.git"_s);
         const auto locks = [&] { return store.entryList({u"*.lock"_s}, QDir::Files); };
-        QVERIFY(Desk::waitFor([&] { return !locks().isEmpty(); }));
-        QTest::qWait(200); // until the hook has begun
+        const QString begun = root + u"/../begun"_s;
+        QVERIFY(Desk::waitFor([&] { return QFile::exists(begun); }));
+        QVERIFY(!locks().isEmpty());
         QVERIFY(!desk->call("mayClose").toBool());
-        desk->call("stop");
+        desk->call("finish");
+        QVERIFY(QFile::remove(begun));
         QCOMPARE(locks(), QStringList());
         QCOMPARE(git("status --porcelain"), before);
     }

@@ -3,6 +3,7 @@
 
 #include "background_script.h"
 #include "confinement.h"
+#include "entry_points.h"
 #include "start_memory.h"
 
 #include <QJsonDocument>

@@ -2,6 +2,8 @@
 
 #include "media_job.h"
 
+#include "entry_points.h"
+
 extern "C" Q_DECL_EXPORT int veskMediaJob(const char *job)
 {
     return vesk::runMediaJob(QByteArray(job));

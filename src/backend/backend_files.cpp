@@ -1,11 +1,12 @@
-// The project belongs to its user: what was edited by hand.
+// What the user does with the project's files: edits, folders that are taken in, differences, ways back, copies,
+// commits.
 
 #include "backend.h"
 
 #include "helpers.h"
 #include "narrator.h"
+#include "slice.h"
 
-#include <QElapsedTimer>
 #include <QFileInfo>
 #include <QUrl>
 
@@ -14,12 +15,6 @@
 using namespace Qt::StringLiterals;
 
 namespace vesk {
-
-namespace {
-
-constexpr int sliceMs = 8; ///< Of the 16 that a picture has.
-
-} // namespace
 
 QString Backend::taskTitle()
 {
@@ -53,23 +48,21 @@ void Backend::settleEdits(const QString &path, bool takesOwn)
         for (const QVariant &edit : editWatch.edits())
             paths.append(edit.toMap().value(u"path"_s).toString());
     }
-    // One that can't be settled doesn't keep the others from it.
-    QStringList faults;
-    for (const QString &each : std::as_const(paths)) {
-        try {
-            (void)(takesOwn ? core.workspace.takeEdit(each) : core.workspace.undoEdit(each));
-        } catch (const std::exception &fault) {
-            faults.append(each + u": "_s + textOf(fault));
-        }
-    }
+    settling.begin(paths, takesOwn);
+}
+
+void Backend::takeSettled(const QStringList &faults)
+{
     editWatch.look();
-    require(faults.isEmpty(), faults.join(u'\n'));
+    if (!faults.isEmpty())
+        show(faults.join(u'\n'));
 }
 
 /// Files that change by themselves are nothing to work with.
 void Backend::requireStill()
 {
     require(!taking.isTaking(), u"Дождитесь, пока файлы проекта будут приняты."_s);
+    require(!settling.isSettling(), u"Дождитесь, пока правки будут разобраны."_s);
     require(!committing.isCommitting(), u"Дождитесь конца фиксации."_s);
     if (!core.workspace.isRestoring())
         return;
@@ -179,11 +172,10 @@ void Backend::resumeRestore()
 
 void Backend::restoreOn()
 {
-    QElapsedTimer clock;
-    clock.start();
+    const Slice slice;
     try {
         while (core.workspace.restoreNext()) {
-            if (clock.elapsed() >= sliceMs)
+            if (slice.isOver())
                 return;
         }
         restoreTimer.stop();
