@@ -205,10 +205,10 @@ void request()
 
 void watchFirstFrame()
 {
-    static QTimer minutes;
-    if (qEnvironmentVariableIsSet("BENCH_REQUESTS")) {
-        QObject::connect(&minutes, &QTimer::timeout, qApp, request);
-        minutes.start(std::chrono::minutes(1));
+    static QTimer pause;
+    if (const int seconds = qEnvironmentVariableIntValue("BENCH_REQUESTS"); seconds > 0) {
+        QObject::connect(&pause, &QTimer::timeout, qApp, request);
+        pause.start(std::chrono::seconds(seconds));
     }
     QTimer::singleShot(0, qApp, [] {
         if (QQuickWindow *window = mainWindow())
@@ -440,7 +440,7 @@ void InterfaceBenchmark::aLongSessionStaysAsItWas()
         store.put(u"settings"_s, u"workspace-ui"_s, {},
                   {{u"animations"_s, true}, {u"background_js"_s, movingCircles()}, {u"computer_access"_s, true}});
     }
-    Child child({u"--vesk"_s, u"--data-dir"_s, data.path()}, {u"BENCH_REQUESTS=1"_s});
+    Child child({u"--vesk"_s, u"--data-dir"_s, data.path()}, {u"BENCH_REQUESTS=60"_s});
     QCOMPARE(child.line().size(), 2);
     QList<double> memory;
     QList<qsizetype> descriptors;
