@@ -33,9 +33,6 @@ QNetworkRequest skillRequest(const QUrl &address)
 {
     QNetworkRequest request(address);
     request.setTransferTimeout(longestLoad);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     return request;
 }
 

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "bounded_reply.h"
+#include "private_network.h"
 
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMap>
-#include <QNetworkAccessManager>
 #include <QObject>
 #include <QPointer>
 #include <QString>
@@ -98,7 +98,7 @@ private:
 
     Store &store;
     Preferences &preferences;
-    QNetworkAccessManager skillNetwork;
+    PrivateNetwork skillNetwork;
     QHash<QString, quint64> skillGeneration; ///< A load of an older one comes too late.
     QHash<QString, QPointer<QNetworkReply>> loads;
     Change lastChange;

@@ -67,7 +67,7 @@ void Backend::requireStill()
     if (!core.workspace.isRestoring())
         return;
     startRestoring(); // once more, if it has given up
-    require(false, u"Дождитесь восстановления файлов."_s);
+    refuse(u"Дождитесь восстановления файлов."_s);
 }
 
 void Backend::startRestoring()
@@ -250,7 +250,7 @@ bool Backend::mayClose()
 {
     if (!committing.isCommitting())
         return true;
-    guard([] { require(false, u"Дождитесь конца фиксации."_s); });
+    guard([] { refuse(u"Дождитесь конца фиксации."_s); });
     return false;
 }
 

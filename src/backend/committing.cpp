@@ -98,8 +98,7 @@ void Committing::run(ToolRouter &tools, PermissionManager &permissions, const QS
     const QJsonObject call{{u"program"_s, gitProgram()},
                            {u"arguments"_s, QJsonArray::fromStringList(all + arguments)},
                            {u"timeout_ms"_s, timeoutMs}};
-    permissions.grants = {{tool, task, workspace.project(), ToolRouter::fingerprint(tool, call), u"THIS_ACTION"_s,
-                           PermissionLevel::Execute}};
+    permissions.grants = {actionGrant(tool, task, workspace.project(), ToolRouter::fingerprint(tool, call))};
     tools.execute(task, userAuthor, {tool}, tool, call, [this, then, noted = generation](const QJsonObject &ended) {
         if (noted != generation)
             return;

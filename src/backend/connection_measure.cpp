@@ -6,7 +6,6 @@
 #include "helpers.h"
 #include "low_delay.h"
 
-#include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 
@@ -27,9 +26,6 @@ QNetworkRequest probeRequest(const QString &url, const QString &key)
 {
     QNetworkRequest request(chatAddress({.url = url, .model = {}, .root = {}}));
     request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     request.setTransferTimeout(silenceMs);
     if (!key.isEmpty())
         request.setRawHeader("Authorization", "Bearer " + key.toUtf8());
@@ -46,7 +42,6 @@ void ConnectionMeasure::start(const QString &url, const QString &model, const QS
     asked = model;
     key = itsKey;
     running = true;
-    network.setProxy(isLoopback(QUrl(url).host()) ? QNetworkProxy::NoProxy : QNetworkProxy::DefaultProxy);
     askNext();
 }
 

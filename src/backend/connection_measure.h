@@ -1,10 +1,10 @@
 #pragma once
 
 #include "measure_plan.h"
+#include "private_network.h"
 
 #include <QElapsedTimer>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QObject>
 #include <QPointer>
@@ -37,7 +37,7 @@ private:
     void ask(Probe probe, int lines);
     void take(const ProbeAnswer &answer);
 
-    QNetworkAccessManager network;
+    PrivateNetwork network;
     QPointer<QNetworkReply> reply;
     QElapsedTimer clock;
     QList<ProbeAnswer> answers;

@@ -2,12 +2,9 @@
 
 #include "model_catalog.h"
 
-#include "chat_request.h"
-
 #include <QFuture>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QPromise>
@@ -79,9 +76,6 @@ QNetworkRequest catalogRequest(const QString &base, const QString &key)
     if (!key.isEmpty())
         request.setRawHeader("Authorization", "Bearer " + key.toUtf8());
     request.setTransferTimeout(silenceMs);
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     return request;
 }
 
@@ -120,8 +114,6 @@ void ModelCatalog::beginFor(const QString &provider, const QString &agent)
 
 void ModelCatalog::ask(const QString &base, const QString &key)
 {
-    // A key for a server on this machine stays on it, whatever proxy the environment names.
-    catalogNetwork.setProxy(isLoopback(QUrl(base).host()) ? QNetworkProxy::NoProxy : QNetworkProxy::DefaultProxy);
     modelsReply = catalogNetwork.get(catalogRequest(base, key));
     collect(modelsReply, maxBodyBytes, longestAnswer,
             [this, base, key, noted = catalogGeneration](const ServerReply &answer) {

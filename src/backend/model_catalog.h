@@ -1,9 +1,9 @@
 #pragma once
 
 #include "bounded_reply.h"
+#include "private_network.h"
 
 #include <QJsonArray>
-#include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QObject>
 #include <QPointer>
@@ -18,7 +18,7 @@ namespace vesk {
 /// The name under which a server at an address of the user's own stands beside those of the known providers.
 QString ownServerName();
 
-/// The GET of a server's list of models. The key goes nowhere else: no redirect is followed, no cookie kept.
+/// The GET of a server's list of models.
 QNetworkRequest catalogRequest(const QString &base, const QString &key);
 
 /// What the list of a server comes to.
@@ -63,7 +63,7 @@ Q_SIGNALS:
 private:
     void read(const ServerReply &answer, const QString &base, const QString &key);
 
-    QNetworkAccessManager catalogNetwork;
+    PrivateNetwork catalogNetwork;
     QPointer<QNetworkReply> modelsReply;
     quint32 catalogGeneration = 0; ///< Raised to make answers on their way harmless.
     bool reading = false;

@@ -10,6 +10,7 @@
 #include "helpers.h"
 #include "mock_provider.h"
 #include "preferences.h"
+#include "private_network.h"
 #include "read_models.h"
 #include "server_connection.h"
 #include "store.h"
@@ -25,13 +26,7 @@ namespace vesk {
 
 namespace {
 
-constexpr int parallelRequests = 8;
 constexpr auto longestCheck = std::chrono::minutes(10);
-
-bool isThisMachine(const QString &host)
-{
-    return host == "localhost"_L1 || host == "127.0.0.1"_L1 || host == "::1"_L1;
-}
 
 } // namespace
 
@@ -43,7 +38,7 @@ QString serverAddress(const QString &typed)
     if (address.isEmpty() || address.contains("://"_L1))
         return address;
     const QString secure = u"https://"_s + address;
-    return isThisMachine(QUrl(secure).host()) ? u"http://"_s + address : secure;
+    return isLoopback(QUrl(secure).host()) ? u"http://"_s + address : secure;
 }
 
 void requireApiAddress(const QString &url)
@@ -52,7 +47,7 @@ void requireApiAddress(const QString &url)
     const bool isPlain = !address.host().isEmpty() && address.userInfo().isEmpty() && !address.hasQuery()
         && !address.hasFragment() && !url.contains(u'{') && !url.contains(u'}');
     const bool isReachable
-        = address.scheme() == "https"_L1 || (address.scheme() == "http"_L1 && isThisMachine(address.host()));
+        = address.scheme() == "https"_L1 || (address.scheme() == "http"_L1 && isLoopback(address.host()));
     require(address.isValid() && isPlain && isReachable,
             u"Укажите полный адрес API: HTTPS или HTTP для локальной модели. Замените шаблон WorkspaceId своим "
             "значением."_s);
@@ -70,7 +65,7 @@ ModelConnection::ModelConnection(Store &store, Engine &engine, MockProvider &moc
     QString key;
     document = storedConnection(store, key);
     setConnection(client, store, document["base_url"_L1].toString(), document["model"_L1].toString(), key);
-    engine.maxParallel = parallelRequests;
+    engine.maxParallel = maxParallelRequests;
     if (!isDemo())
         engine.setProvider(&client);
 
@@ -169,19 +164,20 @@ void ModelConnection::saveSettings(bool useMock, const QString &typedUrl, const 
     require(key.isEmpty() || CredentialStore::save(connectionTarget(url), key),
             u"Windows не смог сохранить API-ключ."_s);
 
-    storeSettings({{u"mock"_s, useMock}, {u"base_url"_s, url}, {u"model"_s, model}, {u"parallel"_s, parallelRequests}});
+    storeSettings(
+        {{u"mock"_s, useMock}, {u"base_url"_s, url}, {u"model"_s, model}, {u"parallel"_s, maxParallelRequests}});
     // What is still being learned is of the connection that was.
     stopMeasuring();
     setConnection(client, store, url, model, url.isEmpty() ? QString() : CredentialStore::read(connectionTarget(url)));
     facts = serverFacts(store, url, model);
-    engine.maxParallel = parallelRequests;
+    engine.maxParallel = maxParallelRequests;
     engine.setProvider(useMock ? static_cast<ILLMProvider *>(&mock) : &client);
     say(u"Настройки сохранены. Подключение можно проверить кнопкой ниже."_s);
 }
 
 void ModelConnection::useDemonstration()
 {
-    saveSettings(true, document["base_url"_L1].toString(), document["model"_L1].toString(), {}, parallelRequests);
+    saveSettings(true, document["base_url"_L1].toString(), document["model"_L1].toString(), {}, maxParallelRequests);
     say(u"Включена демонстрация. Адрес и ключ сохранены."_s);
 }
 

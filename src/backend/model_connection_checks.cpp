@@ -19,7 +19,6 @@ namespace vesk {
 
 namespace {
 
-constexpr int parallelRequests = 8;
 constexpr int probeTokens = 2048;
 constexpr int agentSilenceMs = 180000;
 constexpr int qwenSilenceMs = 45000;
@@ -77,7 +76,7 @@ void ModelConnection::takeProvider(const Target &target, const LLMResult &result
         return;
     }
     conclude([&] {
-        saveSettings(false, target.url, target.model, target.key, parallelRequests);
+        saveSettings(false, target.url, target.model, target.key, maxParallelRequests);
         QJsonObject named = document;
         named["provider"_L1] = target.provider;
         storeSettings(named);
@@ -125,7 +124,7 @@ void ModelConnection::tryQwenEndpoint(const QString &key, qsizetype index, const
             return tryQwenEndpoint(key, index + 1, urls);
         endCheck();
         conclude([&] {
-            saveSettings(false, urls[index], u"qwen3-8"_s, key, parallelRequests);
+            saveSettings(false, urls[index], u"qwen3-8"_s, key, maxParallelRequests);
             require(!isDemo() && client.url == urls[index], u"Не удалось сохранить подключение."_s);
             say(u"Qwen 3.8 подключён · Alem Plus"_s);
         });
@@ -295,7 +294,7 @@ void ModelConnection::takeServer(const Target &target, const LLMResult &result)
     }
     serverLine.clear();
     conclude([&] {
-        saveSettings(false, target.url, target.model, target.key, parallelRequests);
+        saveSettings(false, target.url, target.model, target.key, maxParallelRequests);
         say(u"Подключено: "_s + target.model);
     });
 }

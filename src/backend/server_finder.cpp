@@ -4,7 +4,6 @@
 
 #include "model_catalog.h"
 
-#include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 
@@ -31,11 +30,6 @@ QList<ServerFinder::Place> ServerFinder::usualPlaces()
             {u"Ollama"_s, u"http://127.0.0.1:11434/v1"_s},
             {u"LM Studio"_s, u"http://127.0.0.1:1234/v1"_s},
             {u"vLLM"_s, u"http://127.0.0.1:8000/v1"_s}};
-}
-
-ServerFinder::ServerFinder()
-{
-    network.setProxy(QNetworkProxy::NoProxy);
 }
 
 QVariantList ServerFinder::found() const

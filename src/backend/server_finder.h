@@ -1,9 +1,9 @@
 #pragma once
 
 #include "bounded_reply.h"
+#include "private_network.h"
 
 #include <QList>
-#include <QNetworkAccessManager>
 #include <QObject>
 #include <QString>
 #include <QVariant>
@@ -21,8 +21,6 @@ public:
     };
     /// llama.cpp, Ollama, LM Studio and vLLM.
     static QList<Place> usualPlaces();
-
-    ServerFinder();
 
     bool isSearching() const { return waitingFor > 0; }
     /// What has answered as a model server so far, in the order of the places: {"name", "url", "models": [{"id"}]}. One
@@ -43,7 +41,7 @@ Q_SIGNALS:
 private:
     void take(qsizetype place, const QString &name, const QString &url, const ServerReply &answer);
 
-    QNetworkAccessManager network;
+    PrivateNetwork network;
     QList<QVariantMap> servers; ///< One for each place, empty where nothing was found.
     qsizetype waitingFor = 0;
     quint32 generation = 0;

@@ -7,7 +7,6 @@
 #include <QJsonDocument>
 #include <QUuid>
 
-#include <algorithm>
 #include <exception>
 #include <stdexcept>
 
@@ -43,48 +42,45 @@ QString digest(const QByteArray &bytes)
 void require(bool ok, const QString &message)
 {
     if (!ok)
-        throw std::runtime_error(message.toStdString());
+        refuse(message);
 }
 
-namespace {
-
-/// Qt reads no text that is nested deeper than 1024 levels, but writes one: an answer that is just read would stand in
-/// a task's document, some levels further down, and that could never be read again.
-constexpr int deepest = 512;
-
-/// How deep the values of a well-formed JSON text are nested.
-int nesting(const QString &text)
+void refuse(const QString &message)
 {
+    throw std::runtime_error(message.toStdString());
+}
+
+bool isTooDeep(const QByteArray &json)
+{
+    // Qt reads no text that is nested deeper than 1024 levels, but writes one.
+    constexpr int deepest = 512;
     int depth = 0;
-    int most = 0;
     bool quoted = false;
-    for (qsizetype i = 0; i < text.size(); ++i) {
-        const QChar c = text[i];
-        if (quoted && c == u'\\')
+    for (qsizetype i = 0; i < json.size(); ++i) {
+        const char c = json.at(i);
+        if (quoted && c == '\\')
             ++i;
-        else if (c == u'"')
+        else if (c == '"')
             quoted = !quoted;
-        else if (!quoted && (c == u'{' || c == u'['))
-            most = std::max(most, ++depth);
-        else if (!quoted && (c == u'}' || c == u']'))
+        else if (!quoted && (c == '{' || c == '[') && ++depth > deepest)
+            return true;
+        else if (!quoted && (c == '}' || c == ']'))
             --depth;
     }
-    return most;
+    return false;
 }
 
-} // namespace
-
-QJsonObject parseObject(QString text)
+QJsonObject parseObject(const QString &text)
 {
     const qsizetype first = text.indexOf(u'{');
     const qsizetype last = text.lastIndexOf(u'}');
     require(first >= 0 && last >= first, u"Expected a JSON object"_s);
-    text = text.sliced(first, last - first + 1);
+    const QByteArray bytes = QStringView(text).sliced(first, last - first + 1).toUtf8();
 
     QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(text.toUtf8(), &error);
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     require(document.isObject(), u"Invalid JSON: "_s + error.errorString());
-    require(nesting(text) <= deepest, u"Invalid JSON: "_s + u"too deep"_s);
+    require(!isTooDeep(bytes), u"Invalid JSON: too deep"_s);
     return document.object();
 }
 

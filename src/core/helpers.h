@@ -25,10 +25,17 @@ QString digest(const QByteArray &bytes);
 /// Throws std::runtime_error with the UTF-8 of `message` unless `ok`.
 void require(bool ok, const QString &message);
 
+/// Throws it in any case.
+[[noreturn]] void refuse(const QString &message);
+
+/// Whether the values of a JSON text are nested deeper than 512 levels. Such a text can be read, but a few levels
+/// further down, in the record that it goes into, it could be written and never be read again.
+bool isTooDeep(const QByteArray &json);
+
 /// The JSON object inside a model's reply: all from the first opening to the last closing brace.
 /// Throws "Expected a JSON object" when there is no such pair, "Invalid JSON: " and the parser's text when it is none
 /// or is nested deeper than 512 levels.
-QJsonObject parseObject(QString text);
+QJsonObject parseObject(const QString &text);
 
 /// The strings of an array, each element by string conversion.
 QStringList strings(const QJsonArray &array);

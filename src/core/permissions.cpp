@@ -10,11 +10,14 @@ namespace vesk {
 
 namespace {
 
+constexpr auto thisAction = "THIS_ACTION"_L1;
+constexpr auto currentTask = "CURRENT_TASK"_L1;
+
 bool scopeApplies(const Grant &grant, const QString &taskId, const QString &projectId, const QString &fingerprint)
 {
-    if (grant.scope == "THIS_ACTION"_L1)
+    if (grant.scope == thisAction)
         return grant.task == taskId && grant.project == projectId && grant.fingerprint == fingerprint;
-    if (grant.scope == "CURRENT_TASK"_L1)
+    if (grant.scope == currentTask)
         return grant.task == taskId && grant.project == projectId;
     if (grant.scope == "CURRENT_PROJECT"_L1)
         return grant.project == projectId;
@@ -22,6 +25,16 @@ bool scopeApplies(const Grant &grant, const QString &taskId, const QString &proj
 }
 
 } // namespace
+
+Grant taskGrant(const QString &tool, const QString &task, const QString &project, PermissionLevel level)
+{
+    return {tool, task, project, {}, currentTask, level};
+}
+
+Grant actionGrant(const QString &tool, const QString &task, const QString &project, const QString &fingerprint)
+{
+    return {tool, task, project, fingerprint, thisAction, PermissionLevel::Execute};
+}
 
 bool PermissionManager::allowed(const QString &tool, PermissionLevel level, const QString &taskId,
                                 const QString &projectId, const QString &fingerprint, bool consume)
@@ -32,7 +45,7 @@ bool PermissionManager::allowed(const QString &tool, PermissionLevel level, cons
     });
     if (grant == grants.end())
         return false;
-    if (consume && grant->scope == "THIS_ACTION"_L1)
+    if (consume && grant->scope == thisAction)
         grants.erase(grant);
     return true;
 }
@@ -40,7 +53,7 @@ bool PermissionManager::allowed(const QString &tool, PermissionLevel level, cons
 void PermissionManager::expireTask(const QString &taskId)
 {
     grants.removeIf([&](const Grant &grant) {
-        return grant.task == taskId && (grant.scope == "CURRENT_TASK"_L1 || grant.scope == "THIS_ACTION"_L1);
+        return grant.task == taskId && (grant.scope == currentTask || grant.scope == thisAction);
     });
 }
 

@@ -18,6 +18,11 @@ struct Grant {
     PermissionLevel level = PermissionLevel::Read;
 };
 
+/// A grant for all that a tool does within a task.
+Grant taskGrant(const QString &tool, const QString &task, const QString &project, PermissionLevel level);
+/// One to execute an exact action once.
+Grant actionGrant(const QString &tool, const QString &task, const QString &project, const QString &fingerprint);
+
 /// Answers whether a tool action is covered by a grant. It does not know how grants come to be.
 class PermissionManager {
 public:

@@ -45,6 +45,12 @@ QJsonObject outlineOf(const QJsonObject &task)
                          {u"original_request"_s, spec["original_request"_L1].toString().left(outlineRequestChars)}}}};
 }
 
+/// What a record takes of a cache, in units of so many bytes. What is larger than the whole cache is not kept.
+int costOf(qsizetype bytes, qsizetype unit)
+{
+    return int(std::clamp<qsizetype>(bytes / unit, 1, cacheCost + 1));
+}
+
 QString cacheKey(const QString &table, const QString &key)
 {
     return table + u':' + key;
@@ -189,6 +195,40 @@ void Store::execute(const QString &sql) const
     check(query);
 }
 
+QString Store::sqlOf(Statement kind)
+{
+    switch (kind) {
+    case Statement::Put:
+        // The body is bound as UTF-8 bytes and cast, which changes nothing in them: bound as text, every record would
+        // be converted to UTF-16 and back on its way.
+        return u"INSERT INTO %1(id,task,body,updated) VALUES(?,?,CAST(? AS TEXT),?) ON CONFLICT(id) DO UPDATE SET "
+               "task=excluded.task,body=excluded.body,updated=excluded.updated"_s;
+    case Statement::PutOutline:
+        return sqlOf(Statement::Put).replace(u"%1"_s, u"task_outlines"_s);
+    case Statement::PutRevision:
+        return u"INSERT OR REPLACE INTO revision_keys(id,task,body,updated) VALUES(?,?,?,?)"_s;
+    case Statement::Get:
+        return u"SELECT CAST(body AS BLOB) FROM %1 WHERE id=?"_s;
+    case Statement::ListAll:
+        return u"SELECT CAST(body AS BLOB) FROM %1 ORDER BY updated,rowid"_s;
+    case Statement::ListOwner:
+        return u"SELECT CAST(body AS BLOB) FROM %1 WHERE task=? ORDER BY updated,rowid"_s;
+    case Statement::RowsAfter:
+        return u"SELECT rowid,CAST(body AS BLOB) FROM %1 WHERE task=? AND rowid>? ORDER BY rowid"_s;
+    case Statement::LastRows:
+        return u"SELECT rowid,CAST(body AS BLOB) FROM %1 WHERE task=? AND rowid>? ORDER BY rowid DESC LIMIT ?"_s;
+    case Statement::Outlines:
+        return u"SELECT CAST(body AS BLOB) FROM task_outlines WHERE task=? OR ?='' ORDER BY updated,rowid"_s;
+    case Statement::FileRevisions:
+        return u"SELECT CAST(r.body AS BLOB) FROM revision_keys AS k JOIN file_revisions AS r ON r.id=k.id "
+               "WHERE k.task=? ORDER BY CAST(k.body AS INTEGER)"_s;
+    case Statement::FileRevision:
+        return u"SELECT CAST(r.body AS BLOB) FROM revision_keys AS k JOIN file_revisions AS r ON r.id=k.id "
+               "WHERE k.task=? AND k.body=? LIMIT 1"_s;
+    }
+    return {};
+}
+
 QSqlQuery &Store::statement(Statement kind, const QString &table) const
 {
     const QString key = QString::number(int(kind)) + table;
@@ -196,52 +236,9 @@ QSqlQuery &Store::statement(Statement kind, const QString &table) const
     if (known != prepared.end())
         return known->second;
 
-    QString sql;
-    switch (kind) {
-    case Statement::Put:
-        // The body is bound as UTF-8 bytes and cast, which changes nothing in them: bound as text, every record would
-        // be converted to UTF-16 and back on its way.
-        sql = u"INSERT INTO "_s + table
-            + u"(id,task,body,updated) VALUES(?,?,CAST(? AS TEXT),?) ON CONFLICT(id) DO UPDATE SET "
-              "task=excluded.task,body=excluded.body,updated=excluded.updated"_s;
-        break;
-    case Statement::Get:
-        sql = u"SELECT CAST(body AS BLOB) FROM "_s + table + u" WHERE id=?"_s;
-        break;
-    case Statement::ListAll:
-        sql = u"SELECT CAST(body AS BLOB) FROM "_s + table + u" ORDER BY updated,rowid"_s;
-        break;
-    case Statement::RowsAfter:
-        sql = u"SELECT rowid,CAST(body AS BLOB) FROM "_s + table + u" WHERE task=? AND rowid>? ORDER BY rowid"_s;
-        break;
-    case Statement::LastRows:
-        sql = u"SELECT rowid,CAST(body AS BLOB) FROM "_s + table
-            + u" WHERE task=? AND rowid>? ORDER BY rowid DESC LIMIT ?"_s;
-        break;
-    case Statement::Outlines:
-        sql = u"SELECT CAST(body AS BLOB) FROM task_outlines WHERE task=? OR ?='' ORDER BY updated,rowid"_s;
-        break;
-    case Statement::PutOutline:
-        sql = u"INSERT INTO task_outlines(id,task,body,updated) VALUES(?,?,CAST(? AS TEXT),?) ON CONFLICT(id) DO "
-              u"UPDATE "
-              "SET task=excluded.task,body=excluded.body,updated=excluded.updated"_s;
-        break;
-    case Statement::PutRevision:
-        sql = u"INSERT OR REPLACE INTO revision_keys(id,task,body,updated) VALUES(?,?,?,?)"_s;
-        break;
-    case Statement::FileRevisions:
-    case Statement::FileRevision:
-        sql = u"SELECT CAST(r.body AS BLOB) FROM revision_keys AS k JOIN file_revisions AS r ON r.id=k.id WHERE "
-              "k.task=?"_s
-            + (kind == Statement::FileRevision ? u" AND k.body=? LIMIT 1"_s : u" ORDER BY CAST(k.body AS INTEGER)"_s);
-        break;
-    case Statement::ListOwner:
-        sql = u"SELECT CAST(body AS BLOB) FROM "_s + table + u" WHERE task=? ORDER BY updated,rowid"_s;
-        break;
-    }
     QSqlQuery query(database);
     query.setForwardOnly(true);
-    query.prepare(sql);
+    query.prepare(sqlOf(kind).replace(u"%1"_s, table));
     check(query);
     return prepared.emplace(key, std::move(query)).first->second;
 }
@@ -255,7 +252,7 @@ void Store::put(const QString &table, const QString &id, const QString &task, co
         write(Statement::PutOutline, table, id, task, jsonBytes(outlineOf(body)), time);
     if (table == "file_revisions"_L1)
         putRevision(id, body);
-    records.insert(cacheKey(table, id), new QJsonObject(body), int(std::max<qsizetype>(1, text.size() / 512)));
+    records.insert(cacheKey(table, id), new QJsonObject(body), costOf(text.size(), 512));
 }
 
 void Store::putText(const QString &table, const QString &id, const QString &task, const QByteArray &body)
@@ -337,7 +334,7 @@ QJsonObject Store::get(const QString &table, const QString &id) const
     query.finish();
 
     const QJsonObject record = parsed(body);
-    records.insert(key, new QJsonObject(record), int(std::max<qsizetype>(1, body.size() / 1024)));
+    records.insert(key, new QJsonObject(record), costOf(body.size(), 1024));
     return record;
 }
 
@@ -364,8 +361,7 @@ QJsonArray Store::list(const QString &table, const QString &task) const
     check(query); // A page that can't be read ends the rows early.
     query.finish();
 
-    const qsizetype cost = bytes < 2048 ? 1 : bytes / 1024;
-    lists.insert(key, new QJsonArray(array), int(std::min<qsizetype>(cost, cacheCost + 1)));
+    lists.insert(key, new QJsonArray(array), costOf(bytes, 1024));
     listKeys[table].insert(key);
     return array;
 }

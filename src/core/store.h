@@ -107,6 +107,7 @@ private:
     void execute(const QString &sql) const;
     QString write(Statement kind, const QString &table, const QString &id, const QString &task, const QByteArray &body,
                   const QString &time = {});
+    static QString sqlOf(Statement kind);
     QSqlQuery &statement(Statement kind, const QString &table) const;
     void forgetLists(const QString &table);
 

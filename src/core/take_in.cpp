@@ -5,6 +5,7 @@
 #include "confined_folder.h"
 #include "diff.h"
 #include "ignore_rules.h"
+#include "made_folders.h"
 #include "path_rules.h"
 #include "workspace.h"
 
@@ -18,7 +19,6 @@ namespace vesk {
 namespace {
 
 constexpr qint64 largestBinary = 1024 * 1024;
-constexpr qint64 largestFile = 2 * 1024 * 1024;
 
 bool isOneOf(const QString &name, const QStringList &globs)
 {
@@ -41,29 +41,9 @@ bool isSecret(const QString &name)
 
 QString reasonAgainstName(const QString &name, bool isFolder)
 {
-    static const QStringList versions{u".git"_s, u".hg"_s, u".svn"_s, u".bzr"_s};
-    static const QStringList made{u"node_modules"_s,
-                                  u"bower_components"_s,
-                                  u".venv"_s,
-                                  u"venv"_s,
-                                  u"__pycache__"_s,
-                                  u"build"_s,
-                                  u"build-*"_s,
-                                  u"cmake-build-*"_s,
-                                  u"dist"_s,
-                                  u"out"_s,
-                                  u"target"_s,
-                                  u".cache"_s,
-                                  u".pytest_cache"_s,
-                                  u".mypy_cache"_s,
-                                  u".tox"_s,
-                                  u".gradle"_s,
-                                  u".next"_s,
-                                  u".idea"_s,
-                                  u".vs"_s};
-    if (isOneOf(name, versions))
+    if (holdsHistory(name))
         return u"система версий"_s;
-    if (isFolder && isOneOf(name, made))
+    if (isFolder && isMachineMade(name))
         return u"сборка и зависимости"_s;
     if (isSecret(name))
         return u"ключи и пароли"_s;
@@ -101,7 +81,7 @@ QString TakeIn::reasonAgainst(const QString &path, bool isFolder) const
 
 QString TakeIn::reasonAgainstFile(const QString &path, qint64 bytes) const
 {
-    if (bytes > largestFile)
+    if (bytes > Workspace::maxFileBytes)
         return u"больше 2 МиБ"_s;
     try {
         if (bytes > largestBinary && isBinary(workspace.read(path)))

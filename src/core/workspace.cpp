@@ -29,8 +29,6 @@ namespace {
 using Kind = ConfinedFolder::Kind;
 using Result = ConfinedFolder::Result;
 
-constexpr qint64 limitBytes = 2097152;
-
 /// Of files that nothing special is known of; only other modes are kept in a snapshot.
 constexpr unsigned usualMode = 0644;
 
@@ -55,20 +53,20 @@ void requireDone(Result result, const QString &path)
     case Result::Mount:
         return requireSafe(Kind::Mount);
     case Result::Missing:
-        return require(false, u"Tracked file removed externally: "_s + path);
+        return refuse(u"Tracked file removed externally: "_s + path);
     case Result::Exists:
     case Result::Changed:
-        return require(false, u"Existing/untracked or externally modified file: "_s + path);
+        return refuse(u"Existing/untracked or externally modified file: "_s + path);
     case Result::TooLarge:
-        return require(false, tooLarge);
+        return refuse(tooLarge);
     case Result::Unreadable:
-        return require(false, u"Cannot read "_s + path);
+        return refuse(u"Cannot read "_s + path);
     case Result::Unwritable:
-        return require(false, u"Cannot write "_s + path);
+        return refuse(u"Cannot write "_s + path);
     case Result::ShortWrite:
-        return require(false, u"Short write"_s);
+        return refuse(u"Short write"_s);
     case Result::Failed:
-        return require(false, u"Atomic file replacement failed"_s);
+        return refuse(u"Atomic file replacement failed"_s);
     }
 }
 
@@ -144,7 +142,7 @@ void Workspace::open(const QString &root, const QString &projectId)
 }
 
 /// Only folders of tracked files can hold any: a new file has no name until it is whole.
-void Workspace::removeLeftovers() const
+void Workspace::removeLeftovers()
 {
     // An older version took files with names that only temporary files may have now.
     QHash<QString, QSet<QByteArray>> namesIn{{QString(), {}}};
@@ -190,7 +188,7 @@ ConfinedFolder::Content Workspace::load(const Place &place, const QString &relat
     ConfinedFolder::Content content;
     Result result = Result::Unreadable;
     if (place.kind == Kind::File)
-        result = folder->read(place.path, limitBytes, content);
+        result = folder->read(place.path, maxFileBytes, content);
     const bool hasOwnText
         = result == Result::Done || result == Result::TooLarge || result == Result::Link || result == Result::Mount;
     requireDone(hasOwnText ? result : Result::Unreadable, relativePath);
@@ -207,7 +205,7 @@ QJsonObject Workspace::write(const QString &relativePath, const QByteArray &byte
 QJsonObject Workspace::writeAs(const QString &relativePath, const QByteArray &bytes, const QString &author,
                                int expectedRevision, std::optional<unsigned> mode)
 {
-    require(bytes.size() <= limitBytes, tooLarge);
+    require(bytes.size() <= maxFileBytes, tooLarge);
     const Place target = vet(relativePath);
     require(target.kind != Kind::Unknown, u"Cannot write "_s + relativePath);
     const QJsonObject record = latest(relativePath);
@@ -315,7 +313,7 @@ void Workspace::takeLazily()
 
 /// Brings the bytes to their name. `old` is what stands there and was checked; none for a file that is to be new.
 void Workspace::put(const Place &place, const QString &relativePath, const QByteArray &bytes,
-                    const std::optional<ConfinedFolder::Content> &old, std::optional<unsigned> mode) const
+                    const std::optional<ConfinedFolder::Content> &old, std::optional<unsigned> mode)
 {
     ConfinedFolder::Spot spot;
     const Result made = folder->makeParent(place.path, spot);
@@ -567,7 +565,14 @@ QJsonObject Workspace::checkpoint(const QString &taskId, const QJsonArray &graph
         records.append(record);
     }
 
-    const QJsonObject snapshot{
+    const QJsonObject snapshot = snapshotOf(taskId, records, graph);
+    store.put(u"checkpoints"_s, snapshot["id"_L1].toString(), projectId, snapshot);
+    return snapshot;
+}
+
+QJsonObject Workspace::snapshotOf(const QString &taskId, const QJsonArray &records, const QJsonArray &graph) const
+{
+    return {
         {u"id"_s, id()},
         {u"project_id"_s, projectId},
         {u"task_id"_s, taskId},
@@ -576,16 +581,21 @@ QJsonObject Workspace::checkpoint(const QString &taskId, const QJsonArray &graph
         {u"graph"_s, graph},
         {u"kind"_s, u"controlled_workspace_snapshot"_s},
     };
-    store.put(u"checkpoints"_s, snapshot["id"_L1].toString(), projectId, snapshot);
+}
+
+/// A snapshot of this project.
+QJsonObject Workspace::ownSnapshot(const QString &checkpointId) const
+{
+    const QJsonObject snapshot = store.get(u"checkpoints"_s, checkpointId);
+    require(!snapshot.isEmpty() && snapshot["project_id"_L1].toString() == projectId,
+            u"Checkpoint belongs to another project"_s);
     return snapshot;
 }
 
 void Workspace::rollback(const QString &checkpointId)
 {
     require(!rootPath.isEmpty(), noWorkspace);
-    const QJsonObject snapshot = store.get(u"checkpoints"_s, checkpointId);
-    require(!snapshot.isEmpty() && snapshot["project_id"_L1].toString() == projectId,
-            u"Checkpoint belongs to another project"_s);
+    const QJsonObject snapshot = ownSnapshot(checkpointId);
     const QJsonArray records = files();
     for (const QJsonValue &record : records)
         (void)requireUnchanged(record.toObject(), u"Rollback conflict: external changes"_s);
@@ -625,14 +635,14 @@ QByteArray Workspace::contentOf(const QJsonObject &entry) const
     return isSame && digest(text) != hash ? read(path) : text;
 }
 
-QJsonObject Workspace::remove(const QJsonObject &record) const
+QJsonObject Workspace::remove(const QJsonObject &record)
 {
     const QString path = record["path"_L1].toString();
     const Place place = vet(path);
     ConfinedFolder::Content content;
     Result result = Result::Missing;
     if (place.kind == Kind::File)
-        result = folder->read(place.path, limitBytes, content);
+        result = folder->read(place.path, maxFileBytes, content);
     if (result == Result::Done) {
         // Restoring the others took its time; what was saved meanwhile isn't ours to remove.
         require(digest(content.bytes) == record["hash"_L1].toString(), u"Rollback conflict: external changes"_s);

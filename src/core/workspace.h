@@ -51,6 +51,9 @@ inline constexpr QLatin1StringView removedByUser("DELETED");
 /// std::runtime_error with the text named. Lives as long as the backend; main thread only.
 class Workspace {
 public:
+    /// Of each file that is read or written.
+    static constexpr qint64 maxFileBytes = 2097152;
+
     explicit Workspace(Store &store, ConfinedFolder::Walk walk = ConfinedFolder::Walk::InKernel);
 
     /// The canonical absolute path of the folder; empty until open() succeeded.
@@ -182,7 +185,7 @@ private:
     Place vet(const QString &relativePath) const;
     ConfinedFolder::Content load(const Place &place, const QString &relativePath) const;
     void put(const Place &place, const QString &relativePath, const QByteArray &bytes,
-             const std::optional<ConfinedFolder::Content> &old, std::optional<unsigned> mode) const;
+             const std::optional<ConfinedFolder::Content> &old, std::optional<unsigned> mode);
     QJsonObject writeAs(const QString &relativePath, const QByteArray &bytes, const QString &author,
                         int expectedRevision, std::optional<unsigned> mode);
     QJsonObject bring(const QString &relativePath, const QJsonObject &entry);
@@ -191,8 +194,10 @@ private:
     void noteRestore(const QString &target, const QString &origin);
     void turnRestore(const QString &target, const QString &origin);
     QJsonObject keep(const QString &relativePath, const QByteArray &bytes, const QString &author, bool deleted = false);
-    QJsonObject remove(const QJsonObject &record) const;
-    void removeLeftovers() const;
+    QJsonObject remove(const QJsonObject &record);
+    void removeLeftovers();
+    QJsonObject snapshotOf(const QString &taskId, const QJsonArray &records, const QJsonArray &graph) const;
+    QJsonObject ownSnapshot(const QString &checkpointId) const;
     std::optional<HandEdit> handEdit(const QString &relativePath, const QJsonObject &record) const;
 
     /// What stands on disk, by its hash.

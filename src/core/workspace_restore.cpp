@@ -8,6 +8,7 @@
 
 #include <exception>
 #include <optional>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -39,10 +40,7 @@ QList<FileChange> reversed(const QList<FileChange> &changes)
 
 QList<FileChange> Workspace::restorePlan(const QString &checkpointId) const
 {
-    const QJsonObject snapshot = store.get(u"checkpoints"_s, checkpointId);
-    require(!snapshot.isEmpty() && snapshot["project_id"_L1].toString() == projectId,
-            u"Checkpoint belongs to another project"_s);
-    return reversed(changesSince(snapshot));
+    return reversed(changesSince(ownSnapshot(checkpointId)));
 }
 
 QString Workspace::restoreKey() const
@@ -74,17 +72,9 @@ QJsonObject Workspace::beginRestore(const QString &checkpointId)
             record["mode"_L1] = int(*mode);
         records.append(record);
     }
-    const QJsonObject snapshot{
-        {u"id"_s, id()},
-        {u"project_id"_s, projectId},
-        {u"task_id"_s, QString()},
-        {u"time"_s, now()},
-        {u"files"_s, records},
-        {u"graph"_s, QJsonArray()},
-        {u"kind"_s, u"controlled_workspace_snapshot"_s},
-        {u"reason"_s, u"restore"_s},
-    };
-    const QString origin = snapshot["id"_L1].toString();
+    QJsonObject snapshot = snapshotOf(u""_s, records, {});
+    const QString origin = std::as_const(snapshot)["id"_L1].toString();
+    snapshot["reason"_L1] = u"restore"_s;
     store.atomicDurable([&] {
         store.put(u"checkpoints"_s, origin, projectId, snapshot);
         noteRestore(checkpointId, origin);

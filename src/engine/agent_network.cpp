@@ -14,7 +14,6 @@ namespace vesk {
 
 namespace {
 
-constexpr qsizetype maxAgents = 24;
 constexpr qsizetype maxNameChars = 60;
 constexpr qsizetype maxRuleChars = 8000;
 constexpr int mediaPriority = 80;

@@ -5,7 +5,6 @@
 #include "data_syntax.h"
 #include "task_graph.h"
 
-#include <QJsonDocument>
 #include <QSet>
 
 #include <algorithm>
@@ -39,8 +38,7 @@ QString jsonFault(const QString &path, const QString &content)
 {
     if (!path.endsWith(".json"_L1, Qt::CaseInsensitive))
         return {};
-    QJsonParseError fault;
-    QJsonDocument::fromJson(plainJson(path, content).toUtf8(), &fault);
+    const QJsonParseError fault = jsonError(plainJson(path, content).toUtf8());
     if (fault.error == QJsonParseError::NoError)
         return {};
     return u"Ошибка JSON в "_s + path + u": "_s + fault.errorString();

@@ -7,7 +7,6 @@
 
 #include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
 #include <QRegularExpression>
 #include <QXmlStreamReader>
 
@@ -38,19 +37,20 @@ bool takesComments(const QString &path)
     return names.match(path).hasMatch();
 }
 
+/// Of a text that Qt's reader does not take as it is: how many values it holds. 0 when it cannot be read.
+qsizetype valuesIn(const QByteArray &text)
+{
+    return QJsonDocument::fromJson('[' + text + ']').array().size();
+}
+
 QString jsonFault(const QString &text)
 {
     const QByteArray bytes = text.toUtf8();
-    QJsonParseError error;
-    QJsonDocument::fromJson(bytes, &error);
+    const QJsonParseError error = jsonError(bytes);
     if (error.error == QJsonParseError::NoError)
         return {};
-    // Qt's reader takes no single value, which is good JSON all the same.
-    if (error.error == QJsonParseError::IllegalValue || error.offset <= 1) {
-        const QJsonArray values = QJsonDocument::fromJson("[" + bytes + "]", &error).array();
-        if (error.error == QJsonParseError::NoError)
-            return values.size() == 1 ? QString() : placed(1, u"нужно одно значение"_s);
-    }
+    if ((error.error == QJsonParseError::IllegalValue || error.offset <= 1) && valuesIn(bytes) > 1)
+        return placed(1, u"нужно одно значение"_s);
     return placed(bytes.first(std::min<qsizetype>(error.offset, bytes.size())).count('\n') + 1, error.errorString());
 }
 
@@ -73,6 +73,15 @@ bool isData(const QString &path)
     static const QRegularExpression meant(
         u"(?:^|/)(?:fixtures?|testdata|samples?)/|broken|invalid|malformed|corrupt|bad[_-]|\\[\\[|\\{\\{"_s);
     return kinds.contains(suffixOf(path)) && !isTestPath(path) && !meant.match(path).hasMatch();
+}
+
+QJsonParseError jsonError(const QByteArray &text)
+{
+    QJsonParseError error;
+    QJsonDocument::fromJson(text, &error);
+    if (error.error != QJsonParseError::NoError && valuesIn(text) == 1)
+        error.error = QJsonParseError::NoError;
+    return error;
 }
 
 QString plainJson(const QString &path, const QString &text)
@@ -99,11 +108,10 @@ QString dataFault(const QString &path, const QString &text)
 {
     static const QRegularExpression unfilled(u"\\{%|\\{\\{|<%|<\\?php"_s);
     // An empty file is told as such elsewhere.
-    if (text.trimmed().isEmpty())
+    if (text.trimmed().isEmpty() || text.contains(unfilled))
         return {};
     const QString suffix = suffixOf(path);
-    const QString fault = suffix == "xml"_L1 || suffix == "svg"_L1 ? xmlFault(text) : jsonFault(plainJson(path, text));
-    return text.contains(unfilled) ? QString() : fault;
+    return suffix == "xml"_L1 || suffix == "svg"_L1 ? xmlFault(text) : jsonFault(plainJson(path, text));
 }
 
 QJsonObject dataSyntaxResult(const QStringList &paths, const std::function<QString(const QString &path)> &textOf)

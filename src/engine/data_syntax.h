@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QByteArray>
+#include <QJsonDocument>
 #include <QJsonObject>
 #include <QString>
 
@@ -15,6 +17,9 @@ bool isData(const QString &path);
 /// JSON with blanks in place of what its format adds: comments, and commas behind a last element. Only files of tools
 /// that take these (tsconfig.json, *.jsonc, .vscode/*.json) are changed.
 QString plainJson(const QString &path, const QString &text);
+
+/// What is wrong with a JSON text. A single value is right, too, though Qt's reader takes none.
+QJsonParseError jsonError(const QByteArray &text);
 
 /// What is wrong with the text of such a file, with its line, in Russian. Empty when it can be read, and for templates,
 /// which are no data yet.

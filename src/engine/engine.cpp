@@ -180,7 +180,6 @@ QJsonArray Engine::existingFiles() const
     return list;
 }
 
-/// What a project says to those who work on it; empty when it says nothing, or nothing that can be read.
 /// How the files begin that tell most of a project, for its map.
 QString Engine::openings(const QJsonArray &files) const
 {
@@ -206,6 +205,7 @@ QString Engine::openings(const QJsonArray &files) const
     return lines.isEmpty() ? lines : u'\n' + lines;
 }
 
+/// What a project says to those who work on it; empty when it says nothing, or nothing that can be read.
 QString Engine::projectNotes() const
 {
     const QString file = u"AGENTS.md"_s;
@@ -234,10 +234,14 @@ QJsonArray Engine::availableSpecialists() const
 
 void Engine::grantFileAccess()
 {
-    const QString project = workspace.project();
     if (!simulation)
-        permissions.grants.append({u"write_file"_s, taskId, project, {}, u"CURRENT_TASK"_s, PermissionLevel::Write});
-    permissions.grants.append({u"read_file"_s, taskId, project, {}, u"CURRENT_TASK"_s, PermissionLevel::Read});
+        grantWriting();
+    permissions.grants.append(taskGrant(u"read_file"_s, taskId, workspace.project(), PermissionLevel::Read));
+}
+
+void Engine::grantWriting()
+{
+    permissions.grants.append(taskGrant(u"write_file"_s, taskId, workspace.project(), PermissionLevel::Write));
 }
 
 void Engine::stage(const QString &next)
@@ -411,10 +415,7 @@ void Engine::attempt(const Step &work)
 /// A step on a later turn of the event loop, unless the run has ended by then.
 void Engine::later(int delayMs, Step work)
 {
-    QTimer::singleShot(delayMs, this, [this, noted = generation, work = std::move(work)] {
-        if (noted == generation && busy())
-            step(work);
-    });
+    QTimer::singleShot(delayMs, this, whileThisRun([this, work = std::move(work)] { step(work); }));
 }
 
 void Engine::publish(const QString &type, const QString &message, const QJsonObject &data)

@@ -2,6 +2,7 @@
 
 #include "budget.h"
 #include "job.h"
+#include "llm_provider.h"
 #include "project_map.h"
 #include "roles.h"
 #include "task_graph.h"
@@ -23,6 +24,7 @@
 #include <deque>
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace vesk {
 
@@ -30,8 +32,6 @@ struct BrowserVerdict;
 struct HandEdit;
 struct CheckTools;
 class EventBus;
-class ILLMProvider;
-struct LLMResult;
 class PermissionManager;
 struct ProjectCheck;
 struct RoomFacts;
@@ -54,7 +54,6 @@ class Engine : public QObject {
     Q_OBJECT
 public:
     using Answer = std::function<void(QJsonObject)>;
-    using Verdict = std::function<void(QString, QList<QJsonObject>)>;
 
     /// All collaborators outlive the engine, which owns none of them.
     Engine(Store &store, Workspace &workspace, EventBus &events, PermissionManager &permissions, ToolRouter &tools,
@@ -92,7 +91,7 @@ public:
 
     // Settings and inputs of the next start. They belong to no task: start() doesn't clear them.
 
-    int maxParallel = 8; ///< Concurrent requests; held to 1..8.
+    int maxParallel = maxParallelRequests; ///< Concurrent requests; held to 1..8.
     bool computerAccess = false; ///< Programs run without a question.
     bool automaticRouting = false; ///< The chief agent decides how a run goes on.
     QHash<QString, ILLMProvider *> agentProviders; ///< By agent or role; not owned.
@@ -121,83 +120,27 @@ Q_SIGNALS:
     void finished(QString status);
 
 public:
-    // The steps of a run. Each stage calls the next; tests enter at one of them.
+    // Steps of a run that are reached from outside, too.
 
-    // Run (engine.cpp)
-
-    /// Moves to a phase and stores the state; does no more than store it when the phase is that already or the task has
-    /// ended.
-    void stage(const QString &phase);
-
-    // State (engine_state.cpp)
-
+    /// Stores the state of the task as it is.
     void persist();
-    /// Replaces or adds a run record and stores it.
-    void saveRun(const QJsonObject &run);
-
-    // Requests to models (engine_jobs.cpp)
-
-    /// The entry for all stages: the user's agents in front of the role first, then the role itself.
-    void enqueue(const QString &role, const QJsonObject &artifact, Answer callback);
+    /// Asks a model without the user's agents in front of it.
     void enqueueDirect(const QString &role, const QJsonObject &artifact, Answer callback);
-    void pump();
-    void dispatch(std::shared_ptr<Job> job);
-
-    // Intake (engine_intake.cpp)
-
-    void intake();
-
-    // Questions to the user (engine_questions.cpp)
-
+    /// Asks the user. Throws when there is nothing to ask, or a question is open.
     void askDecision(QString question, QJsonArray options, std::function<void()> continuation);
+    /// Asks the coordinator what an objection means; what only the user can decide becomes a question.
     void consult(QString topic, QJsonObject context, std::function<void()> continuation);
-
-    // Plan and structure (engine_planning.cpp), panels (engine_panel.cpp)
-
-    void planning();
-    void structuring();
-    void judges(const QStringList &roles, const QJsonObject &artifact, Verdict callback);
-    void judgeRound(QStringList roles, QJsonObject artifact, int round, Verdict callback);
-
-    // Nodes (engine_nodes.cpp)
-
-    void activatePlan();
-    void execution();
-    void scheduleNodes();
-    void executeNode(int index);
+    /// Orders the file of a node from a coder.
     void codeNode(int index, const QJsonArray &fixes);
-    void documentPart(int index, QJsonObject payload, const QString &content, int target, int part);
-
-    // Files and their review (engine_files.cpp)
-
-    void writeCodeResult(int index, const QJsonObject &answer);
-    void reviewFile(int index, const QJsonObject &revision);
-
-    // Programs and MCP tools (engine_tools.cpp)
-
-    void runTool(int index);
-
-    // Added checks and what follows from a failed one (engine_checks.cpp)
-
-    /// True when there is something to check first; the run then goes on there.
-    bool prepareProjectChecks();
-    bool prepareBrowserCheck();
-    void recoverVerification(int index, const QJsonObject &result);
-
-    // The end (engine_validation.cpp)
-
-    void finalValidation();
-    void validate();
-
-    // The user's agents (engine_workflow.cpp)
-
-    void runWorkflow(const QString &key, QJsonObject input, std::function<void(QJsonArray)> callback);
-    void pumpWorkflow(const QString &key);
 
 private:
     using Step = std::function<void()>;
+    using Verdict = std::function<void(QString, QList<QJsonObject>)>;
 
     // engine.cpp
+    /// Moves to a phase and stores the state; does no more than store it when the phase is that already or the task has
+    /// ended.
+    void stage(const QString &phase);
     void reset();
     QJsonArray availableSpecialists() const;
     QJsonArray existingFiles() const;
@@ -206,6 +149,7 @@ private:
     void addMedia(const QJsonArray &media);
     void requireFilesAsLeft() const;
     void grantFileAccess();
+    void grantWriting();
     void enter(const QString &next);
     void endRun(const QString &endPhase, const QString &reason);
     void tidyRun(const QString &endPhase);
@@ -215,9 +159,19 @@ private:
     void step(const Step &work);
     void attempt(const Step &work);
     void later(int delayMs, Step work);
+    /// A callback that does nothing once this run has ended.
+    template <typename Callback> auto whileThisRun(Callback callback)
+    {
+        return [this, noted = generation, callback = std::move(callback)](const auto &...results) {
+            if (noted == generation && busy())
+                callback(results...);
+        };
+    }
     void publish(const QString &type, const QString &message, const QJsonObject &data = {});
 
     // engine_state.cpp
+    /// Replaces or adds a run record and stores it.
+    void saveRun(const QJsonObject &run);
     void writeState();
     void writeDocument();
     void writeLateDocument();
@@ -225,6 +179,10 @@ private:
     QJsonObject headOfState() const;
 
     // engine_jobs.cpp
+    /// The entry for all stages: the user's agents in front of the role first, then the role itself.
+    void enqueue(const QString &role, const QJsonObject &artifact, Answer callback);
+    void pump();
+    void dispatch(std::shared_ptr<Job> job);
     void skipRole(Answer callback);
     const Agent &agentFor(const QString &role);
     Agent &makeAgent(const QString &role, const QString &name, const QStringList &capabilities,
@@ -244,6 +202,7 @@ private:
     void requeue(const std::shared_ptr<Job> &job);
 
     // engine_intake.cpp
+    void intake();
     void takeSpec(const QJsonObject &answer);
     bool takeDelegations(const QJsonObject &answer);
     QJsonObject newDelegations(const QJsonArray &orders);
@@ -251,10 +210,21 @@ private:
     void followAction(const QJsonObject &answer);
 
     // engine_planning.cpp
+    void planning();
+    void structuring();
     void reviewPlan();
     void reviewStructure();
 
+    // engine_panel.cpp
+    void judges(const QStringList &roles, const QJsonObject &artifact, Verdict callback);
+    void judgeRound(QStringList roles, QJsonObject artifact, int round, Verdict callback);
+
     // engine_nodes.cpp
+    void activatePlan();
+    void execution();
+    void scheduleNodes();
+    void executeNode(int index);
+    void documentPart(int index, QJsonObject payload, const QString &content, int target, int part);
     void bindBuildCommand(const QJsonObject &command);
     bool isReleased(int index) const;
     QJsonObject codingPayload(const Node &node, const QJsonArray &fixes) const;
@@ -266,6 +236,8 @@ private:
     QJsonArray graphWithoutOutputs() const;
 
     // engine_files.cpp
+    void writeCodeResult(int index, const QJsonObject &answer);
+    void reviewFile(int index, const QJsonObject &revision);
     QString faultOf(int index, const QJsonArray &files) const;
     QString pathFault(const QString &path) const;
     QJsonArray assembled(const QJsonArray &files, const QString &expected, QString &fault) const;
@@ -288,6 +260,7 @@ private:
     QString fileText(const QString &path) const;
 
     // engine_tools.cpp
+    void runTool(int index);
     void grantAction(const QString &fingerprint);
     bool needsNoQuestion(const QJsonObject &command) const;
     void askPermission(int index, const QString &fingerprint);
@@ -310,6 +283,10 @@ private:
                   const std::function<void(bool passed)> &next);
 
     // engine_checks.cpp
+    /// True when there is something to check first; the run then goes on there.
+    bool prepareProjectChecks();
+    bool prepareBrowserCheck();
+    void recoverVerification(int index, const QJsonObject &result);
     void waitFor(const QString &nodeId, const QStringList &others);
     void repeatStepsOf(const QString &codeId);
     void installNewPackages(const QString &path);
@@ -328,6 +305,8 @@ private:
     void noteLimitation(int index, const QString &text);
 
     // engine_validation.cpp
+    void finalValidation();
+    void validate();
     QJsonArray compactGraph() const;
     QJsonObject validatorContext() const;
     QJsonArray projectFiles() const;
@@ -340,6 +319,8 @@ private:
     void reworkAfterValidation(const QJsonObject &review);
 
     // engine_workflow.cpp
+    void runWorkflow(const QString &key, QJsonObject input, std::function<void(QJsonArray)> callback);
+    void pumpWorkflow(const QString &key);
     void startMember(const QString &key, const QJsonObject &member);
     void takeDeliverable(const QString &key, const QJsonObject &member, const QJsonObject &answer);
     void finishWorkflow(const QString &key);

@@ -4,6 +4,7 @@
 
 #include "by_products.h"
 #include "evidence.h"
+#include "made_folders.h"
 
 #include <QDateTime>
 #include <QDirIterator>

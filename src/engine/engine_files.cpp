@@ -164,10 +164,9 @@ void Engine::writeFile(int index, const QJsonObject &file)
         {u"expected_revision"_s, workspace.latest(path)["revision"_L1].toInt()},
     };
     tools.execute(taskId, author.id, author.allowed_tools, u"write_file"_s, arguments,
-                  [this, index, file, noted = generation](const QJsonObject &result) {
-                      if (noted == generation && busy())
-                          step([&] { takeWritten(index, file, result); });
-                  });
+                  whileThisRun([this, index, file](const QJsonObject &result) {
+                      step([&] { takeWritten(index, file, result); });
+                  }));
 }
 
 void Engine::takeWritten(int index, const QJsonObject &file, const QJsonObject &result)

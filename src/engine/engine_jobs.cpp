@@ -21,9 +21,6 @@ namespace vesk {
 
 namespace {
 
-constexpr int defaultPriority = 50;
-constexpr int largestParallel = 8;
-
 /// Read from a constant job: a look through a modifiable one would copy the record.
 QString runIdOf(const Job &job)
 {
@@ -263,7 +260,7 @@ void Engine::queueJob(std::shared_ptr<Job> job)
 
 void Engine::pump()
 {
-    while (!waiting() && busy() && !queue.empty() && active.size() < std::clamp(maxParallel, 1, largestParallel)) {
+    while (!waiting() && busy() && !queue.empty() && active.size() < std::clamp(maxParallel, 1, maxParallelRequests)) {
         // The first of the highest rank.
         const auto next = std::ranges::max_element(queue, {}, [](const auto &job) { return job->priority; });
         const std::shared_ptr<Job> job = *next;
@@ -295,9 +292,10 @@ void Engine::dispatch(std::shared_ptr<Job> job)
 
     const LLMRequest request{runId, job->role, job->agent.system_prompt, job->context, job->maxTokens};
     // The provider outlives the engine and may answer when there is none any more.
-    job->provider->request(request, [self = QPointer(this), job, noted](const LLMResult &result) {
-        if (self && noted == self->generation && self->busy())
-            self->step([&] { self->receive(job, result); });
+    const auto take = whileThisRun([this, job](const LLMResult &result) { step([&] { receive(job, result); }); });
+    job->provider->request(request, [self = QPointer(this), take](const LLMResult &result) {
+        if (self)
+            take(result);
     });
 }
 

@@ -161,8 +161,7 @@ void Engine::runPreview()
 {
     require(phase == Phase::preview, u"No preview ready"_s);
     simulation = false;
-    permissions.grants.append(
-        {u"write_file"_s, taskId, workspace.project(), {}, u"CURRENT_TASK"_s, PermissionLevel::Write});
+    grantWriting();
     step([this] { execution(); });
 }
 
@@ -276,10 +275,9 @@ QJsonObject Engine::codingPayload(const Node &node, const QJsonArray &fixes) con
 void Engine::documentPart(int index, QJsonObject payload, const QString &content, int target, int part)
 {
     payload["segment"_L1] = segmentOf(content, target, part);
-    enqueue(u"coding"_s, payload, [=, this, noted = generation](const QJsonObject &answer) {
-        if (noted == generation && busy())
-            takeDocumentPart(index, payload, content, target, part, answer);
-    });
+    enqueue(u"coding"_s, payload, whileThisRun([=, this](const QJsonObject &answer) {
+                takeDocumentPart(index, payload, content, target, part, answer);
+            }));
 }
 
 void Engine::takeDocumentPart(int index, const QJsonObject &payload, const QString &content, int target, int part,

@@ -52,8 +52,7 @@ void Engine::runTool(int index)
 
 void Engine::grantAction(const QString &fingerprint)
 {
-    permissions.grants.append(
-        {runCommand(), taskId, workspace.project(), fingerprint, u"THIS_ACTION"_s, PermissionLevel::Execute});
+    permissions.grants.append(actionGrant(runCommand(), taskId, workspace.project(), fingerprint));
 }
 
 bool Engine::needsNoQuestion(const QJsonObject &command) const
@@ -129,17 +128,16 @@ void Engine::startTool(int index)
     if (noted != generation)
         return;
     if (isOwnParse(node.input)) {
-        QTimer::singleShot(0, this, [this, index, tested = testedRevisions(graph.nodes, index), run, noted] {
-            if (noted == generation && busy())
-                step([&] { takeToolResult(index, tested, run, readData(graph.nodes.at(index))); });
+        later(0, [this, index, tested = testedRevisions(graph.nodes, index), run] {
+            takeToolResult(index, tested, run, readData(graph.nodes.at(index)));
         });
         return;
     }
-    tools.execute(taskId, terminal.id, terminal.allowed_tools, runCommand(), node.input,
-                  [this, index, tested = testedRevisions(graph.nodes, index), run, noted](const QJsonObject &result) {
-                      if (noted == generation && busy())
-                          step([&] { takeToolResult(index, tested, run, result); });
-                  });
+    tools.execute(
+        taskId, terminal.id, terminal.allowed_tools, runCommand(), node.input,
+        whileThisRun([this, index, tested = testedRevisions(graph.nodes, index), run](const QJsonObject &result) {
+            step([&] { takeToolResult(index, tested, run, result); });
+        }));
 }
 
 QJsonObject Engine::terminalRun(const Agent &terminal, const QString &task, const QJsonObject &command)
@@ -236,9 +234,7 @@ void Engine::callMcp(int index)
     require(bool(mcpCall), u"MCP-клиент недоступен"_s);
     const QJsonObject input = graph.nodes.at(index).input;
     mcpCall(input["server_id"_L1].toString(), input["tool"_L1].toString(), input["arguments"_L1].toObject(),
-            [this, index, noted = generation](const QJsonObject &result) {
-                if (noted != generation || !busy())
-                    return;
+            whileThisRun([this, index](const QJsonObject &result) {
                 step([&] {
                     const bool success = result["success"_L1].toBool();
                     finishNode(index, result, success);
@@ -248,7 +244,7 @@ void Engine::callMcp(int index)
                     else
                         fail(reason.isEmpty() ? u"Ошибка инструмента MCP"_s : reason);
                 });
-            });
+            }));
 }
 
 } // namespace vesk

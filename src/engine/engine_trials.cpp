@@ -55,10 +55,8 @@ void Engine::tryNext(QList<Trial> left)
 void Engine::makeCopy(const Trial &trial, const std::function<void(std::shared_ptr<TestCopy>)> &next)
 {
     auto promise = std::make_shared<QPromise<std::shared_ptr<TestCopy>>>();
-    promise->future().then(this, [this, noted = generation, next](const std::shared_ptr<TestCopy> &copy) {
-        if (noted == generation && busy())
-            step([&] { next(copy); });
-    });
+    const auto take = whileThisRun([this, next](const std::shared_ptr<TestCopy> &copy) { step([&] { next(copy); }); });
+    promise->future().then(this, [take](const std::shared_ptr<TestCopy> &copy) { take(copy); });
     promise->start();
     const CopyOrder order{workspace.root(), copiesFolder, codePaths(), trial.named};
     QThreadPool::globalInstance()->start([promise, order] {
@@ -78,8 +76,7 @@ void Engine::runTrial(const Trial &trial, const std::shared_ptr<TestCopy> &copy,
             tookMs = std::max(tookMs, node.output["duration_ms"_L1].toInteger());
     }
     const QJsonObject command = movedCommand(trial.commands.at(nth), tookMs, workspace.root(), copy->path());
-    permissions.grants.append({tool, taskId, workspace.project(), ToolRouter::fingerprint(tool, command),
-                               u"THIS_ACTION"_s, PermissionLevel::Execute});
+    permissions.grants.append(actionGrant(tool, taskId, workspace.project(), ToolRouter::fingerprint(tool, command)));
     const Agent terminal = makeAgent(u"terminal"_s, u"Terminal Agent"_s, {u"process"_s}, {u"run_command"_s});
     const QJsonObject run = terminalRun(terminal, taskId, command);
     const int noted = generation;
@@ -87,18 +84,16 @@ void Engine::runTrial(const Trial &trial, const std::shared_ptr<TestCopy> &copy,
     // Whoever was told of the run may have ended it.
     if (noted != generation)
         return;
-    tools.execute(taskId, terminal.id, {tool}, tool, command, [=, this](const QJsonObject &result) {
-        if (noted != generation || !busy())
-            return;
-        step([&] {
-            // That it fails is good news: nothing in the run went wrong.
-            endTerminalRun(run, RunStatus::completed, result);
-            if (nth + 1 < trial.commands.size())
-                runTrial(trial, copy, nth + 1, next);
-            else
-                next(result["success"_L1].toBool());
-        });
-    });
+    tools.execute(taskId, terminal.id, {tool}, tool, command, whileThisRun([=, this](const QJsonObject &result) {
+                      step([&] {
+                          // That it fails is good news: nothing in the run went wrong.
+                          endTerminalRun(run, RunStatus::completed, result);
+                          if (nth + 1 < trial.commands.size())
+                              runTrial(trial, copy, nth + 1, next);
+                          else
+                              next(result["success"_L1].toBool());
+                      });
+                  }));
 }
 
 } // namespace vesk

@@ -26,11 +26,9 @@ struct EvidenceSources {
 /// What each claim of a finished task rests on:
 ///
 /// - "criteria": {"text", "kind" ("requirement" or "criterion"), "mark" ("check", "opinion" or "none"), "checks" (ids
-/// of
-///   nodes), "files" (paths), "notes"}
+///   of nodes), "files" (paths), "notes"}
 /// - "files": {"path", "revision", "hash", "node", "mark" ("check", "syntax", "reviews", "opinion" or "none"),
-/// "checks",
-///   "reviews" (ids of runs), "notes"}
+///   "checks", "reviews" (ids of runs), "notes"}
 /// - "checks": {"node", "title", "command", "folder", "exit_code", "time", "passed", "kind", "empty" (why it proves
 ///   nothing)}
 /// - "opinions": {"role", "about", "text", "run"}

@@ -2,6 +2,8 @@
 
 #include "evidence_text.h"
 
+#include "project_checks.h"
+
 #include <QFileInfo>
 #include <QRegularExpression>
 #include <QSet>
@@ -363,6 +365,19 @@ bool isTestPath(const QString &path)
     return test.match(path).hasMatch();
 }
 
+const QStringList &testRunners()
+{
+    static const QStringList runners{u"pytest"_s, u"unittest"_s, u"ctest"_s,  u"jest"_s,    u"vitest"_s,
+                                     u"mocha"_s,  u"ava"_s,      u"--test"_s, u"phpunit"_s, u"rspec"_s};
+    return runners;
+}
+
+const QStringList &syntaxOptions()
+{
+    static const QStringList options{u"--check"_s, u"py_compile"_s, u"-fsyntax-only"_s};
+    return options;
+}
+
 CheckKind kindOfCheck(const QString &program, const QStringList &arguments)
 {
     const QStringList line = commandWords(program, arguments);
@@ -371,17 +386,10 @@ CheckKind kindOfCheck(const QString &program, const QStringList &arguments)
     };
     if (has({u"browser-check.mjs"_s}))
         return CheckKind::Page;
-    // What the engine adds for several files at once.
-    static const QString mark = u"# syntax\n"_s;
-    if (program == "syntax"_L1
-        || std::ranges::any_of(arguments, [](const QString &argument) { return argument.startsWith(mark); }))
+    if (program == ownParser || std::ranges::any_of(arguments, isSyntaxProgram) || has(syntaxOptions())
+        || (isShell(program) && line.value(1) == "-n"_L1))
         return CheckKind::Syntax;
-    if (has({u"--check"_s, u"py_compile"_s, u"-fsyntax-only"_s}) || (isShell(program) && line.value(1) == "-n"_L1))
-        return CheckKind::Syntax;
-    const bool tests = has({u"test"_s, u"pytest"_s, u"unittest"_s, u"ctest"_s, u"jest"_s, u"vitest"_s, u"mocha"_s,
-                            u"--test"_s, u"phpunit"_s, u"rspec"_s})
-        || std::ranges::any_of(line, isTestPath);
-    if (tests)
+    if (line.contains("test"_L1) || has(testRunners()) || std::ranges::any_of(line, isTestPath))
         return CheckKind::Test;
     const bool builds = has({u"build"_s, u"make"_s, u"cmake"_s, u"ninja"_s, u"gcc"_s, u"cc"_s, u"g++"_s, u"clang"_s,
                              u"tsc"_s, u"javac"_s, u"webpack"_s, u"vite"_s});

@@ -56,6 +56,10 @@ bool isTestPath(const QString &path);
 /// What a real check is, for the criteria that it can answer.
 enum class CheckKind { Test, Build, Page, Syntax, Other };
 
+/// Programs and options that run tests, whatever else stands in the command, and those that look at syntax alone.
+const QStringList &testRunners();
+const QStringList &syntaxOptions();
+
 CheckKind kindOfCheck(const QString &program, const QStringList &arguments);
 
 /// Whether a passed check of this kind answers a criterion by the kind alone ("Все тесты проходят").

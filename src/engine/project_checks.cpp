@@ -27,9 +27,11 @@ bool isScript(const QString &path)
     return path.endsWith(".js"_L1) || path.endsWith(".mjs"_L1) || path.endsWith(".cjs"_L1);
 }
 
+/// The programs begin with it, by which they are known.
+const QString syntaxMark = u"# syntax\n"_s;
+
 /// Looks at every file, so that all faults go back at once.
-const QString pythonSyntax = uR"(# syntax
-import sys, traceback
+const QString pythonSyntax = syntaxMark + uR"(import sys, traceback
 bad = 0
 for path in sys.argv[1:]:
     try:
@@ -41,8 +43,7 @@ for path in sys.argv[1:]:
 sys.exit(bad)
 )"_s;
 
-const QString shellSyntax = uR"(# syntax
-bad=0
+const QString shellSyntax = syntaxMark + uR"(bad=0
 for path do "$BASH" -n "$path" || bad=1; done
 exit $bad
 )"_s;
@@ -163,6 +164,11 @@ QList<ProjectCheck> syntaxChecks(const QList<Node> &nodes)
             needed.append({u"Проверить синтаксис "_s + path, {u"--check"_s, path}, true, {node.id}});
     }
     return needed;
+}
+
+bool isSyntaxProgram(const QString &argument)
+{
+    return argument.startsWith(syntaxMark);
 }
 
 QList<ProjectCheck> sharedSyntaxChecks(const QList<Node> &nodes,

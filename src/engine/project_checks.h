@@ -50,6 +50,9 @@ QList<ProjectCheck> syntaxChecks(const QList<Node> &nodes);
 /// Stands for a program where the application reads files itself: data_syntax.h.
 inline const QString ownParser = QStringLiteral("syntax");
 
+/// Whether an argument is the text of a program of sharedSyntaxChecks().
+bool isSyntaxProgram(const QString &argument);
+
 /// Programs that look at the syntax of files without running them; empty for what must not or cannot be asked.
 struct SyntaxTools {
     QString python;

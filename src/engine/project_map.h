@@ -14,8 +14,8 @@ struct MappedFile {
 };
 
 /// The files of a project too large to be listed, folder by folder: "src/core/ (21, 96 KiB): budget.cpp, budget.h, …",
-/// where all sizes of a folder are known. Not more
-/// than `room` characters; folders give way to those above them, names to their number.
+/// where all sizes of a folder are known. Not more than `room` characters; folders give way to those above them, names
+/// to their number.
 QString projectMap(const QList<MappedFile> &files, qsizetype room);
 
 /// Of these files the few whose first lines tell most of the project: sources and read-me files, those at the top

@@ -36,8 +36,7 @@ QJsonObject fitted(QJsonObject artifact, qsizetype room, const RoomFacts &facts)
 
 /// The tools of MCP servers in at most `room` characters of compact JSON, or a little more: whole when they fit.
 /// Otherwise each has an even share: descriptions keep 200 characters, a schema that does not fit in the share gives
-/// way
-/// ("inputSchema_omitted"), and of more tools than there is room for the last are left out.
+/// way ("inputSchema_omitted"), and of more tools than there is room for the last are left out.
 QJsonArray fittedTools(const QJsonArray &tools, qsizetype room);
 
 } // namespace vesk

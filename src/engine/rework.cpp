@@ -46,8 +46,7 @@ bool isInstallation(const Node &node)
 bool looksAtOneFile(const Node &check)
 {
     const QStringList arguments = strings(check.input["arguments"_L1].toArray());
-    return arguments.contains(u"--check"_s) || arguments.contains(u"py_compile"_s)
-        || arguments.contains(u"-fsyntax-only"_s);
+    return std::ranges::any_of(syntaxOptions(), [&](const QString &option) { return arguments.contains(option); });
 }
 
 /// It names the files that are wrong: the others of its files are not written anew.

@@ -4,6 +4,7 @@
 
 #include "by_products.h"
 #include "helpers.h"
+#include "made_folders.h"
 #include "open_watch.h"
 #include "test_trial.h"
 
@@ -24,17 +25,6 @@ constexpr qint64 maxBytes = qint64(20) << 20;
 constexpr int maxEntries = 10000;
 constexpr qint64 maxTextBytes = 1 << 20;
 constexpr auto allEntries = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
-
-bool holdsPackages(const QString &name)
-{
-    static const QStringList names{u"node_modules"_s, u".venv"_s, u"venv"_s, u"vendor"_s};
-    return names.contains(name);
-}
-
-bool holdsHistory(const QString &name)
-{
-    return name == ".git"_L1 || name == ".hg"_L1 || name == ".svn"_L1;
-}
 
 bool namesServer(const QByteArray &text)
 {
@@ -85,7 +75,7 @@ private:
     {
         if (entry.isSymLink() || holdsHistory(entry.fileName()))
             return true;
-        if (entry.isDir() && holdsPackages(entry.fileName()) && !holdsOwn(path))
+        if (entry.isDir() && !holdsOwn(path) && (holdsPackages(entry.fileName()) || entry.fileName() == "vendor"_L1))
             return !isWanted || (!holdsProject(entry.filePath()) && linkPackages(path));
         if (entry.isDir())
             return copyFolder(path, isWanted && !isMachineMade(entry.fileName()));

@@ -41,10 +41,9 @@ QStringList allWords(const QJsonObject &command, const QJsonObject &package)
 
 bool isRunner(const QStringList &words, qsizetype at)
 {
-    static const QSet<QString> runners{u"pytest"_s, u"unittest"_s, u"ctest"_s,  u"jest"_s,    u"vitest"_s,
-                                       u"mocha"_s,  u"ava"_s,      u"--test"_s, u"phpunit"_s, u"rspec"_s};
     static const QSet<QString> tools{u"cargo"_s, u"go"_s, u"dotnet"_s, u"mvn"_s, u"gradle"_s};
-    return runners.contains(words.at(at)) || (words.at(at) == "test"_L1 && at > 0 && tools.contains(words.at(at - 1)));
+    return testRunners().contains(words.at(at))
+        || (words.at(at) == "test"_L1 && at > 0 && tools.contains(words.at(at - 1)));
 }
 
 /// Scripts of a shell can do anything with files that they do not name.

@@ -14,9 +14,6 @@ namespace vesk {
 
 namespace {
 
-constexpr int maxAgents = 24;
-constexpr int defaultPriority = 50;
-
 void requireSoundLink(const QJsonObject &agent, const QJsonObject &other)
 {
     require(!other.isEmpty(), u"Связанный агент не найден"_s);

@@ -11,6 +11,11 @@
 
 namespace vesk {
 
+/// Of the user's own.
+constexpr qsizetype maxAgents = 24;
+/// Of an agent whose record has none.
+constexpr int defaultPriority = 50;
+
 /// A group of the user's agents that runs in front of one stage. It lives until all members have results.
 struct WorkflowGroup {
     QJsonArray members; ///< Agent records in network order.

@@ -138,6 +138,7 @@ private:
     static Result refusal(int error);
     static Result failed(Result result, const QByteArray &path);
     static bool flushFolder(int folder);
+    static QList<QByteArray> namesIn(int folder);
 
     Descriptor root;
     QByteArray name;

@@ -262,20 +262,33 @@ ConfinedFolder::Kind ConfinedFolder::probe(const QByteArray &path) const
     }
 }
 
+/// All names in a folder that is held by its path alone; none when it can't be listed.
+QList<QByteArray> ConfinedFolder::namesIn(int folder)
+{
+    const int listed = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::unique_ptr<DIR, int (*)(DIR *)> entries(listed < 0 ? nullptr : ::fdopendir(listed), ::closedir);
+    if (listed >= 0 && !entries)
+        ::close(listed);
+    QList<QByteArray> names;
+    while (const dirent *entry = entries ? ::readdir(entries.get()) : nullptr) {
+        const QByteArray name(entry->d_name);
+        if (name != "." && name != "..")
+            names.append(name);
+    }
+    return names;
+}
+
 QList<ConfinedFolder::Entry> ConfinedFolder::entries(const QByteArray &path) const
 {
     const Descriptor folder = open(root.get(), path.isEmpty() ? QByteArray(".") : path, O_PATH | O_DIRECTORY);
     struct stat home{};
     if (!folder || ::fstat(root.get(), &home) != 0)
         return {};
-    const int listed = ::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, int (*)(DIR *)> names(listed < 0 ? nullptr : ::fdopendir(listed), ::closedir);
     QList<Entry> found;
-    while (const dirent *name = names ? ::readdir(names.get()) : nullptr) {
+    const QList<QByteArray> names = namesIn(folder.get());
+    for (const QByteArray &called : names) {
         struct stat state{};
-        const QByteArray called(name->d_name);
-        if (called == "." || called == ".."
-            || ::fstatat(folder.get(), name->d_name, &state, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
+        if (::fstatat(folder.get(), called.constData(), &state, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
             continue;
         // A folder mounted from the same file system is told apart when it is opened.
         const Kind kind = S_ISLNK(state.st_mode) ? Kind::Link

@@ -11,7 +11,6 @@
 #include <memory>
 #include <utility>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -487,18 +486,15 @@ ConfinedFolder::Result ConfinedFolder::remove(const QByteArray &path, const Cont
 
 void ConfinedFolder::removeLeftovers(const QByteArray &path, const QSet<QByteArray> &kept) const
 {
-    Descriptor folder = open(root.get(), path.isEmpty() ? QByteArray(".") : path, O_PATH | O_DIRECTORY);
+    const Descriptor folder = open(root.get(), path.isEmpty() ? QByteArray(".") : path, O_PATH | O_DIRECTORY);
     if (!folder)
         return;
-    const int listed = ::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, int (*)(DIR *)> entries(listed < 0 ? nullptr : ::fdopendir(listed), ::closedir);
-    if (!entries)
-        return;
-    while (const dirent *entry = ::readdir(entries.get())) {
-        const pid_t process = writerOf(entry->d_name);
+    const QList<QByteArray> names = namesIn(folder.get());
+    for (const QByteArray &each : names) {
+        const pid_t process = writerOf(each.constData());
         const bool isOver = process == ::getpid() || (process > 0 && ::kill(process, 0) != 0 && errno == ESRCH);
-        if (isOver && !kept.contains(entry->d_name))
-            ::unlinkat(folder.get(), entry->d_name, 0);
+        if (isOver && !kept.contains(each))
+            ::unlinkat(folder.get(), each.constData(), 0);
     }
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "descriptor.h"
+
 #include <QString>
 
 namespace vesk {
@@ -15,14 +17,11 @@ public:
     };
 
     explicit FolderLock(const QString &folder);
-    ~FolderLock();
-    FolderLock(const FolderLock &) = delete;
-    FolderLock &operator=(const FolderLock &) = delete;
 
     Outcome outcome() const { return state; }
 
 private:
-    int descriptor = -1;
+    Descriptor held;
     Outcome state = Outcome::Unavailable;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "descriptor.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QStringList>
@@ -18,7 +20,6 @@ namespace vesk {
 class ProcessContainment : public std::enable_shared_from_this<ProcessContainment> {
 public:
     ProcessContainment() = default;
-    ~ProcessContainment();
     ProcessContainment(const ProcessContainment &) = delete;
     ProcessContainment &operator=(const ProcessContainment &) = delete;
 
@@ -34,17 +35,20 @@ public:
     /// Kills a program that was prepared by a containment, with all its tree. `process` ends soon after, by signal 9.
     static void end(QProcess &process);
 
+    /// Deletes a process once it has ended: deleting one that still runs would wait for it.
+    static void deleteWhenEnded(QProcess *process);
+
     /// True when the guard could not execute the program. The reason is then in the standard error of the process.
     /// Known for certain once the process has ended.
     bool failedToStart();
 
 private:
     struct Pipe {
-        int read = -1;
-        int write = -1;
+        Descriptor read;
+        Descriptor write;
     };
     static bool open(Pipe &pipe);
-    static bool liftAboveStandard(int &descriptor);
+    static bool liftAboveStandard(Descriptor &descriptor);
 
     Pipe lifeline; ///< Nothing is ever written to it; the guard waits for its end of file.
     Pipe status; ///< Lines of the guard.

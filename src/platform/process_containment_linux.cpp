@@ -8,6 +8,7 @@
 #include <QProcess>
 
 #include <csignal>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -30,14 +31,6 @@ QString guardPath()
 
 } // namespace
 
-ProcessContainment::~ProcessContainment()
-{
-    for (const int descriptor : {lifeline.read, lifeline.write, status.read, status.write}) {
-        if (descriptor >= 0)
-            ::close(descriptor);
-    }
-}
-
 void ProcessContainment::useGuard(const QString &path)
 {
     chosenGuard = path;
@@ -50,21 +43,21 @@ QString ProcessContainment::prepare(QProcess &process, const QString &program, c
         return u"Cannot create process job"_s;
     if (!open(lifeline))
         return u"Cannot set process job limits"_s;
-    if (!open(status) || ::fcntl(status.read, F_SETFL, O_NONBLOCK) != 0)
+    if (!open(status) || ::fcntl(status.read.get(), F_SETFL, O_NONBLOCK) != 0)
         return u"Cannot initialize process attributes"_s;
     if (!liftAboveStandard(lifeline.read) || !liftAboveStandard(status.write))
         return u"Cannot assign process job attribute"_s;
 
     process.setProgram(guard);
-    process.setArguments(QStringList{u"--lifeline"_s, QString::number(lifeline.read), u"--status"_s,
-                                     QString::number(status.write), u"--grace"_s, QString::number(graceMs), u"--"_s,
-                                     program}
+    process.setArguments(QStringList{u"--lifeline"_s, QString::number(lifeline.read.get()), u"--status"_s,
+                                     QString::number(status.write.get()), u"--grace"_s, QString::number(graceMs),
+                                     u"--"_s, program}
                          + arguments);
     // A session of its own keeps a Ctrl-C in the terminal from the guard: whether its program ends is decided here.
     process.setUnixProcessParameters(QProcess::UnixProcessFlag::CreateNewSession | QProcess::UnixProcessFlag::UseVFork);
     process.setChildProcessModifier([self = shared_from_this()] {
-        ::fcntl(self->lifeline.read, F_SETFD, 0);
-        ::fcntl(self->status.write, F_SETFD, 0);
+        ::fcntl(self->lifeline.read.get(), F_SETFD, 0);
+        ::fcntl(self->status.write.get(), F_SETFD, 0);
     });
     return {};
 }
@@ -78,10 +71,20 @@ void ProcessContainment::end(QProcess &process)
     ::kill(guard, SIGCONT);
 }
 
+void ProcessContainment::deleteWhenEnded(QProcess *process)
+{
+    if (process->state() == QProcess::NotRunning)
+        return process->deleteLater();
+    QObject::connect(process, &QProcess::stateChanged, process, [process](QProcess::ProcessState state) {
+        if (state == QProcess::NotRunning)
+            process->deleteLater();
+    });
+}
+
 bool ProcessContainment::failedToStart()
 {
     char bytes[512];
-    for (ssize_t length; status.read >= 0 && (length = ::read(status.read, bytes, sizeof bytes)) > 0;)
+    for (ssize_t length; status.read && (length = ::read(status.read.get(), bytes, sizeof bytes)) > 0;)
         statusText.append(bytes, length);
     return statusText.startsWith("failed ");
 }
@@ -91,19 +94,18 @@ bool ProcessContainment::open(Pipe &pipe)
     int ends[2];
     if (::pipe2(ends, O_CLOEXEC) != 0)
         return false;
-    pipe = {ends[0], ends[1]};
+    pipe = {Descriptor(ends[0]), Descriptor(ends[1])};
     return true;
 }
 
 // Where this process was started without standard descriptors, a pipe may have got one of their numbers, which in the
 // child stand for the program's input and output.
-bool ProcessContainment::liftAboveStandard(int &descriptor)
+bool ProcessContainment::liftAboveStandard(Descriptor &descriptor)
 {
-    const int lifted = ::fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-    if (lifted < 0)
+    Descriptor lifted(::fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    if (!lifted)
         return false;
-    ::close(descriptor);
-    descriptor = lifted;
+    descriptor = std::move(lifted);
     return true;
 }
 

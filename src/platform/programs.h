@@ -26,6 +26,16 @@ QString browserProgram();
 /// Where Blender lies besides the search path: the highest version first. Empty here where it has no such place.
 QString installedBlender();
 
+/// A script that another program has brought along, and what runs it. It need not be there.
+struct InstalledScript {
+    QString path;
+    QString program;
+    QStringList arguments;
+};
+
+/// The MCP server of Roblox Studio.
+InstalledScript studioServer();
+
 /// Where a program `name` lies when it comes with the application in this folder. It need not be there.
 QString bundledProgram(const QString &applicationFolder, const QString &name);
 

@@ -62,6 +62,13 @@ QString installedBlender()
     return {}; // Distributions and archives put it on the search path.
 }
 
+InstalledScript studioServer()
+{
+    // The variable is set where programs of another system run on this one.
+    const QString path = qEnvironmentVariable("LOCALAPPDATA") + u"/Roblox/mcp.bat"_s;
+    return {path, u"cmd.exe"_s, {u"/d"_s, u"/c"_s, QDir::toNativeSeparators(path)}};
+}
+
 QStringList configurationFolders()
 {
     // The first is set where programs of another system run on this one.

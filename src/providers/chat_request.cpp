@@ -5,6 +5,7 @@
 #include "confined_folder.h"
 #include "endpoints.h"
 #include "helpers.h"
+#include "private_network.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -118,11 +119,6 @@ QJsonObject completionsBody(const LLMRequest &request, const ChatSettings &setti
 }
 
 } // namespace
-
-bool isLoopback(const QString &host)
-{
-    return host == "127.0.0.1"_L1 || host == "localhost"_L1 || host == "::1"_L1;
-}
 
 QUrl chatAddress(const ChatSettings &settings)
 {

@@ -40,9 +40,6 @@ struct ChatSettings {
     double temperature = 0.2;
 };
 
-/// Whether a host is this machine.
-bool isLoopback(const QString &host);
-
 /// The address that requests go to.
 QUrl chatAddress(const ChatSettings &settings);
 

@@ -41,8 +41,7 @@ QString endpoint(const QString &provider)
         const QString replacement = known.replacedBy ? qEnvironmentVariable(known.replacedBy) : QString();
         return replacement.isEmpty() ? QString(known.baseUrl) : replacement;
     }
-    require(false, u"Неизвестный провайдер"_s);
-    return {};
+    refuse(u"Неизвестный провайдер"_s);
 }
 
 bool isPublished(const QUrl &address)

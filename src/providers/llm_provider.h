@@ -31,6 +31,9 @@ struct LLMResult {
     bool foreign = false; ///< What came is no answer of a model server at all, such as a web page.
 };
 
+/// How many requests are under way at a time, at most.
+constexpr int maxParallelRequests = 8;
+
 /// A source of model answers, used on the thread that owns it.
 ///
 /// request() returns at once and the callback runs later, exactly once, unless cancelAll() comes first: then it never

@@ -8,7 +8,6 @@
 
 #include <QElapsedTimer>
 #include <QHttp1Configuration>
-#include <QNetworkProxy>
 #include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QTimer>
@@ -22,7 +21,6 @@ namespace vesk {
 
 namespace {
 
-constexpr int parallelRequests = 8;
 constexpr int maxTransferSilenceMs = 45000;
 constexpr int maxRepeats = 2;
 constexpr int repeatBaseMs = 500;
@@ -109,21 +107,15 @@ void OpenAICompatibleProvider::post(const std::shared_ptr<Attempt> &attempt)
 {
     QNetworkRequest http(chatAddress(attempt->settings));
     http.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
-    http.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-    // Nothing but the key says who is asking: an endpoint's cookies would go on with the next key.
-    http.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    http.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     http.setTransferTimeout(attempt->anyByteCounts ? attempt->silenceMs
                                                    : std::min(attempt->silenceMs, maxTransferSilenceMs));
     // As many as the engine has in flight: a request that waits for a connection would run into its time limit.
     QHttp1Configuration connections;
-    connections.setNumberOfConnectionsPerHost(parallelRequests);
+    connections.setNumberOfConnectionsPerHost(maxParallelRequests);
     http.setHttp1Configuration(connections);
     if (!attempt->key.isEmpty())
         http.setRawHeader("Authorization", "Bearer " + attempt->key.toUtf8());
 
-    // A key for a server on this machine stays on it, whatever proxy the environment names.
-    network.setProxy(isLoopback(http.url().host()) ? QNetworkProxy::NoProxy : QNetworkProxy::DefaultProxy);
     attempt->stream = {};
     attempt->reply = network.post(http, jsonBytes(chatBody(attempt->request, attempt->settings)));
     sendWithoutDelay(attempt->reply);

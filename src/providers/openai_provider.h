@@ -2,8 +2,8 @@
 
 #include "chat_request.h"
 #include "llm_provider.h"
+#include "private_network.h"
 
-#include <QNetworkAccessManager>
 #include <QSet>
 #include <QString>
 
@@ -47,7 +47,7 @@ private:
     ServerTraits known() const { return learnedUrl == url && learnedFrom == traits ? learned : traits; }
     ChatSettings settings() const;
 
-    QNetworkAccessManager network;
+    PrivateNetwork network;
     QSet<QNetworkReply *> active;
     int generation = 0;
 

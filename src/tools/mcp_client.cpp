@@ -5,6 +5,7 @@
 #include "helpers.h"
 #include "mcp_config.h"
 #include "mcp_server.h"
+#include "programs.h"
 
 #include <QDeadlineTimer>
 #include <QDir>
@@ -82,11 +83,10 @@ void McpClient::scan(const QString &folder)
         for (auto entry = found.begin(); entry != found.end(); ++entry)
             add(entry.key(), entry.value().toObject(), path);
     }
-    const QString studio = qEnvironmentVariable("LOCALAPPDATA") + u"/Roblox/mcp.bat"_s;
-    if (QFileInfo::exists(studio))
+    const InstalledScript studio = studioServer();
+    if (QFileInfo::exists(studio.path))
         add(u"Roblox Studio"_s,
-            {{u"command"_s, u"cmd.exe"_s}, {u"args"_s, QJsonArray{u"/d"_s, u"/c"_s, QDir::toNativeSeparators(studio)}}},
-            studio);
+            {{u"command"_s, studio.program}, {u"args"_s, QJsonArray::fromStringList(studio.arguments)}}, studio.path);
     Q_EMIT changed();
 }
 

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "private_network.h"
+
 #include <QHash>
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QMap>
-#include <QNetworkAccessManager>
 #include <QObject>
 #include <QSet>
 #include <QString>
@@ -116,7 +117,7 @@ private:
     void finishReply(QNetworkReply *reply, const std::shared_ptr<Exchange> &exchange);
 
     QMap<QString, ServerPtr> servers; ///< By id.
-    QNetworkAccessManager network;
+    PrivateNetwork network;
     qint64 nextId = 1; ///< Of requests, over all servers.
     QString root; ///< Of the project.
     QString loginPath;

@@ -30,9 +30,7 @@ constexpr const char *requestProperty = "mcpRequest";
 
 bool maySendTo(const QUrl &url)
 {
-    static const QStringList ownMachine{u"localhost"_s, u"127.0.0.1"_s, u"::1"_s};
-    return url.isValid()
-        && (url.scheme() == "https"_L1 || (url.scheme() == "http"_L1 && ownMachine.contains(url.host())));
+    return url.isValid() && (url.scheme() == "https"_L1 || (url.scheme() == "http"_L1 && isLoopback(url.host())));
 }
 
 QJsonObject failed(const QJsonValue &id, const QString &text)
@@ -71,10 +69,6 @@ void McpClient::post(const ServerPtr &server, const QJsonObject &message)
     request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
     request.setRawHeader("Accept", "application/json, text/event-stream");
     request.setRawHeader("MCP-Protocol-Version", mcpProtocol.toLatin1());
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-    // Nothing but the headers of the entry says who is asking.
-    request.setAttribute(QNetworkRequest::CookieLoadControlAttribute, QNetworkRequest::Manual);
-    request.setAttribute(QNetworkRequest::CookieSaveControlAttribute, QNetworkRequest::Manual);
     const bool cancels = message["method"_L1].toString() == "notifications/cancelled"_L1;
     request.setTransferTimeout(cancels ? notificationLimitMs : transferLimitMs);
     QHttp1Configuration connections;

@@ -28,17 +28,6 @@ constexpr qsizetype keptErrorBytes = 4 * shownErrorChars;
 // A turn of the event loop takes no more than this of a server that writes without end.
 constexpr qint64 pieceBytes = 65536;
 
-/// Deleting a process that still runs would wait for it.
-void deleteWhenEnded(QProcess *process)
-{
-    if (process->state() == QProcess::NotRunning)
-        return process->deleteLater();
-    QObject::connect(process, &QProcess::stateChanged, process, [process](QProcess::ProcessState state) {
-        if (state == QProcess::NotRunning)
-            process->deleteLater();
-    });
-}
-
 } // namespace
 
 void McpClient::startProgram(const ServerPtr &server)
@@ -202,7 +191,7 @@ void McpClient::release(const ServerPtr &server, int lingerMs)
     } else {
         ProcessContainment::end(*process);
     }
-    deleteWhenEnded(process);
+    ProcessContainment::deleteWhenEnded(process);
 }
 
 } // namespace vesk

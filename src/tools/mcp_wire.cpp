@@ -70,31 +70,6 @@ void McpLines::clear()
     scanned = 0;
 }
 
-namespace {
-
-/// Deeper than this a message could be written into a record, a few levels down in it, and not be read again.
-constexpr int deepest = 512;
-
-bool isTooDeep(const QByteArray &json)
-{
-    int depth = 0;
-    bool inText = false;
-    for (qsizetype i = 0; i < json.size(); ++i) {
-        const char c = json.at(i);
-        if (inText && c == '\\')
-            ++i;
-        else if (c == '"')
-            inText = !inText;
-        else if (!inText && (c == '{' || c == '[') && ++depth > deepest)
-            return true;
-        else if (!inText && (c == '}' || c == ']'))
-            --depth;
-    }
-    return false;
-}
-
-} // namespace
-
 QJsonObject mcpMessage(const QByteArray &bytes)
 {
     return isTooDeep(bytes) ? QJsonObject() : QJsonDocument::fromJson(bytes).object();

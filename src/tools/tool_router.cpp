@@ -65,7 +65,9 @@ bool isCommand(const QString &tool)
 void checkCommand(const QJsonObject &arguments)
 {
     const QString program = arguments["program"_L1].toString();
-    require(program.startsWith(u'/'), u"Terminal requires absolute executable path"_s);
+    // Qt takes ":/..." for an absolute path, too: that of a resource.
+    require(QDir::isAbsolutePath(program) && !program.startsWith(u':'),
+            u"Terminal requires absolute executable path"_s);
     require(reachesProgramWhole(program) && QFileInfo::exists(program), u"Executable not found"_s);
     require(arguments["arguments"_L1].isArray(), u"arguments must be an array"_s);
     const QJsonArray list = arguments["arguments"_L1].toArray();
@@ -181,14 +183,7 @@ void ToolRouter::cancelAll()
     for (QProcess *process : std::exchange(processes, {})) {
         process->disconnect();
         endTree(process, endsGently);
-        // Deleting a process that still runs would wait for it here.
-        if (process->state() == QProcess::NotRunning)
-            process->deleteLater();
-        else
-            connect(process, &QProcess::stateChanged, process, [process](QProcess::ProcessState state) {
-                if (state == QProcess::NotRunning)
-                    process->deleteLater();
-            });
+        ProcessContainment::deleteWhenEnded(process);
     }
 }
 

@@ -374,6 +374,7 @@ private Q_SLOTS:
             {files({a, u"SUB\\other.txt"_s}), u"Файл уже поручен другому узлу: SUB\\other.txt"_s},
             {files({u"b.Json"_s, a}, u"{\"a\":"_s), u"Ошибка JSON в b.Json: unterminated object"_s},
             {files({u"b.json"_s, a}, u"[]"_s), {}},
+            {files({u"b.json"_s, a}, u" \"text\"\n"_s), {}},
             {files({u"web/tsconfig.app.json"_s, a}, u"{ // b\n}"_s), {}},
             {files({u".vscode/tasks.json"_s, a}, u"{\"a\": [1,],}"_s), {}},
             {files({u"vscode/package.json"_s, a}, u"{}//"_s),

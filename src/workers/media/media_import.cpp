@@ -3,6 +3,7 @@
 #include "helpers.h"
 #include "media_job.h"
 #include "media_parts.h"
+#include "path_rules.h"
 
 #include <QBuffer>
 #include <QDir>
@@ -141,8 +142,7 @@ QString noteOf(const QString &kind)
 {
     if (kind == "video"_L1)
         return u"Видео: модели передаются до 8 кадров по длительности ролика с временными метками. Звук и события "
-               u"между "
-               "кадрами не анализируются."_s;
+               "между кадрами не анализируются."_s;
     if (kind == "3d"_L1)
         return u"3D-ресурс: геометрия не визуализирована автоматически."_s;
     if (kind == "file"_L1)
@@ -158,8 +158,6 @@ QString storedName(QString name)
     constexpr qsizetype maxNameBytes = 220;
     constexpr qsizetype maxSuffixBytes = 20;
     static const QRegularExpression forbidden(u"[<>:\"/\\\\|?*\\p{Cc}\\p{Cf}\\p{Zl}\\p{Zp}]"_s);
-    static const QRegularExpression taken(u"^(con|prn|aux|nul|com[1-9]|lpt[1-9])(\\.|$)|^\\.git$"_s,
-                                          QRegularExpression::CaseInsensitiveOption);
     name.replace(forbidden, u"_"_s);
     QString ending = QFileInfo(name).suffix().prepend(u'.');
     if (ending.size() == 1 || ending.toUtf8().size() > maxSuffixBytes)
@@ -170,7 +168,8 @@ QString storedName(QString name)
     name += ending;
     while (name.endsWith(u'.') || name.endsWith(u' '))
         name.chop(1);
-    return name.isEmpty() || taken.match(name).hasMatch() ? u'_' + name : name;
+    const JudgedPath path = judged(name);
+    return path.fault.isEmpty() && path.newFault.isEmpty() ? name : u'_' + name;
 }
 
 /// The name that the one who ordered the import knows the copy's folder by, so that it can clear up after a worker that
