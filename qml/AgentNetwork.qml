@@ -13,6 +13,7 @@ Item {
     property var positions: ({})
     property bool animated: true
     property real scrollOffset: 0
+    readonly property real toolsHeight: tools.height
 
     property var dragPositions: ({})
     property string hoveredRole: ""
@@ -33,7 +34,7 @@ Item {
     })
     readonly property var labelWidths: Network.labelWidths(places,
                                                            nodes.map(node => Math.ceil(metrics.advanceWidth(node.label)) + 1),
-                                                           Theme.textScale)
+                                                           Theme.textScale, width)
     /* Each edge from end to end in pixels, as NetworkWires takes them. */
     readonly property list<real> wires: Network.wires(graph.edges, places, graph.nodes.map(node => active(node.role)))
 
@@ -169,6 +170,7 @@ Item {
         }
     }
     NetworkTools {
+        id: tools
         y: root.scrollOffset
         width: root.width
         z: 10

@@ -101,7 +101,7 @@ ApplicationWindow {
     }
     function agentFields(run: var): list<var> {
         // What state it is in stands above them.
-        return Wording.agentSections(run, storedRun(run), backend.agentProfiles, backend).slice(1);
+        return Wording.asFields(Wording.agentSections(run, storedRun(run), backend.agentProfiles, backend).slice(1));
     }
     function storedRun(run: var): var {
         const stored = run.id ? backend.runDetails(run.id) : {};

@@ -67,7 +67,7 @@ function ofRun(run, profiles, labels) {
         { label: "Код завершения", text: output.exit_code === undefined ? "" : String(output.exit_code) },
         { label: "Вывод", text: output.stdout ?? "", raw: true },
         { label: "Ошибки", text: output.stderr ?? "", raw: true }
-    ]).concat(Wording.outputSections(output));
+    ]).concat(Wording.asFields(Wording.outputSections(output)));
 }
 
 function ofVersions(versions) {

@@ -75,6 +75,7 @@ FloatingDialog {
     }
     footer: DialogGrip {
         size: 14
+        rounding: 22
         opacity: .5
         onDraggedBy: (x, y) => settings.resizeBy(x, y)
     }

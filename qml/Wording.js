@@ -68,7 +68,8 @@ function duration(milliseconds) {
 }
 
 function size(bytes) {
-    return bytes < 1024 ? bytes + " Б" : Math.ceil(bytes / 1024) + " КБ";
+    return bytes < 1024 ? bytes + " Б" : bytes < 10 * 1024 * 1024 ? Math.ceil(bytes / 1024) + " КБ"
+        : Math.ceil(bytes / 1024 / 1024) + " МБ";
 }
 
 // What a command runs, and below it an argument a line; one whose end could not be seen is in quotation marks.
@@ -125,9 +126,17 @@ function outputSections(output) {
         found.push({ label: "Замечания", text: lines(output.issues) });
     for (const [key, title] of sections) {
         if (isGiven(output[key]))
-            found.push({ label: title, text: typeof output[key] === "string" ? output[key] : pretty(output[key]) });
+            found.push({ label: title, text: typeof output[key] === "string" ? output[key] : pretty(output[key]),
+                         list: output[key] });
     }
     return found;
+}
+
+// The same to be read in a window: a list of sentences is no data.
+function asFields(parts) {
+    const isList = list => list?.length > 0 && Array.from(list).every(item => typeof item === "string");
+    return parts.map(part => typeof part.list !== "string" && isList(part.list)
+        ? Object.assign({}, part, { text: lines(part.list) }) : part);
 }
 
 // The report of an agent as fields, {label, text, short}. `run` as it is in view, `whole` as it is stored (or the

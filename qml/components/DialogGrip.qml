@@ -6,13 +6,15 @@ Item {
     id: root
 
     property int size: 12
+    /* Of the dialog's corner, which the grip stays within. */
+    property int rounding: 20
 
     signal draggedBy(x: real, y: real)
 
     implicitHeight: size + 4
 
     Rectangle {
-        anchors { right: parent.right; bottom: parent.bottom; margins: 6 }
+        anchors { right: parent.right; bottom: parent.bottom; margins: Math.round(root.rounding * .36) }
         width: root.size
         height: root.size
         radius: 4

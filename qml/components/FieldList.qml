@@ -10,6 +10,8 @@ ListView {
 
     required property list<var> fields
     property string name: ""
+    /* Has the focus without showing it. */
+    property bool quiet: false
     readonly property int nameWidth: Theme.px(150)
     /* A value beyond this is shown in its beginning: laying out a megabyte would stop the window. */
     readonly property int longest: 20000
@@ -31,6 +33,7 @@ ListView {
     footer: Item { implicitHeight: 8 }
     boundsBehavior: Flickable.StopAtBounds
     activeFocusOnTab: true
+    onActiveFocusChanged: if (!activeFocus) quiet = false
     Accessible.role: Accessible.List
     Accessible.name: name
     ScrollBar.vertical: ThinBar {}
@@ -58,7 +61,7 @@ ListView {
     Rectangle {
         parent: root
         anchors.fill: parent
-        visible: root.activeFocus
+        visible: root.activeFocus && !root.quiet
         color: "transparent"
         radius: 8
         border.color: Theme.focus

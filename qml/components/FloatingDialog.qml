@@ -35,6 +35,9 @@ Dialog {
     function focusFirst() {
         const item = first ?? contentItem.nextItemInFocusChain(true);
         item.forceActiveFocus(byKeyboard ? Qt.TabFocusReason : Qt.PopupFocusReason);
+        // Who works by mouse has no use for a frame round the first list.
+        if (item instanceof PaneList || item instanceof FieldList)
+            item.quiet = !byKeyboard; // qmllint disable missing-property
     }
 
     function centre() {

@@ -10,7 +10,7 @@ AbstractButton {
     property int corner: 8
     /* It is the one shown elsewhere. */
     property bool chosen: false
-    property bool current: ListView.isCurrentItem && ListView.view.activeFocus
+    property bool current: ListView.isCurrentItem && ListView.view.activeFocus && !(ListView.view as PaneList)?.quiet
 
     focusPolicy: Qt.NoFocus
     hoverEnabled: true

@@ -5,6 +5,9 @@ import QtQuick.Controls.Basic
 ListView {
     id: root
 
+    /* Has the focus without showing it, until a key is pressed. */
+    property bool quiet: false
+
     signal activated(int place)
     /* The menu key on the row chosen, and Delete. */
     signal menuRequested(int place)
@@ -43,11 +46,17 @@ ListView {
     Keys.onSpacePressed: event => event.accepted = act(activated)
     Keys.onMenuPressed: event => event.accepted = act(menuRequested)
     Keys.onPressed: event => {
+        quiet = false;
         if (event.key === Qt.Key_F10 && event.modifiers & Qt.ShiftModifier)
             event.accepted = act(menuRequested);
         else
             event.accepted = keyNavigationEnabled && go(event.key);
     }
     Keys.onDeletePressed: event => event.accepted = act(removed)
-    onActiveFocusChanged: if (activeFocus && activeFocusOnTab && currentIndex < 0) currentIndex = 0
+    onActiveFocusChanged: {
+        if (!activeFocus)
+            quiet = false;
+        else if (activeFocusOnTab && currentIndex < 0)
+            currentIndex = 0;
+    }
 }

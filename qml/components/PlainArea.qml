@@ -23,7 +23,7 @@ ScrollView {
     background: Rectangle {
         color: "transparent"
         radius: 8
-        border.width: area.activeFocus ? 1 : 0
+        border.width: area.activeFocus && area.focusReason !== Qt.PopupFocusReason ? 1 : 0
         border.color: Theme.focus
     }
 

@@ -3,7 +3,7 @@ import QtQuick.Layouts
 import Vesk
 
 /* The last change of the team, to be taken back. It can be put away, until a change reads otherwise. */
-RowLayout {
+GridLayout {
     id: root
 
     required property Backend service
@@ -11,7 +11,9 @@ RowLayout {
     property string seen: ""
 
     visible: change !== "" && change !== seen
-    spacing: 8
+    columns: width < Theme.px(300) ? 2 : 3
+    columnSpacing: 8
+    rowSpacing: 4
     onChangeChanged: if (change === "") seen = ""
 
     LabelText {
@@ -19,14 +21,16 @@ RowLayout {
         text: root.change
         color: Theme.textStatus
         font.pixelSize: Theme.note
-        wrapMode: Text.NoWrap
+        maximumLineCount: 3
         elide: Text.ElideRight
         Accessible.role: Accessible.AlertMessage
+        Layout.columnSpan: root.columns === 2 ? 2 : 1
         Layout.fillWidth: true
     }
     IconAction {
         objectName: "undoNetwork"
         text: "Вернуть"
+        Layout.fillWidth: root.columns === 2
         Accessible.description: root.change
         onClicked: root.service.undoNetwork()
     }

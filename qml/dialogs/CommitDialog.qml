@@ -42,7 +42,10 @@ FloatingDialog {
             visible: count > 0
             spacing: 2
             Layout.fillWidth: true
+            Layout.fillHeight: true // gives way in a low window
+            Layout.minimumHeight: 30
             Layout.preferredHeight: Math.min(Theme.px(180), contentHeight)
+            Layout.maximumHeight: Layout.preferredHeight
             Accessible.name: "Файлы, которые будут зафиксированы"
             model: root.files
             delegate: ListRow {
@@ -76,6 +79,7 @@ FloatingDialog {
             enabled: root.phase === "offer"
             Layout.fillWidth: true
             Layout.fillHeight: true
+            Layout.minimumHeight: Theme.px(44)
 
             Binding on text {
                 when: root.phase === "looking"
@@ -84,6 +88,7 @@ FloatingDialog {
             }
         }
         Note {
+            visible: root.height > Theme.px(340)
             text: "Только эти файлы и только новая запись на этой ветке. Что ещё подготовлено в git, остаётся подготовленным; сценарии и подпись репозитория действуют как обычно."
             Layout.fillWidth: true
         }

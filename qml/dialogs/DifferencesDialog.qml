@@ -11,8 +11,8 @@ FloatingDialog {
 
     objectName: "differences"
     title: service.differences.title
-    width: Math.min(Theme.px(1180), (parent?.width ?? 1180) - 40)
-    height: Math.min(Theme.px(760), (parent?.height ?? 760) - 40)
+    width: Math.min(Math.max(Theme.px(1180), (parent?.width ?? 0) * .7), (parent?.width ?? 1180) - 40)
+    height: Math.min(Math.max(Theme.px(760), (parent?.height ?? 0) * .7), (parent?.height ?? 760) - 40)
 
     function newest(): int {
         return service.files.find(file => file.path === differences.path)?.revision ?? 0;

@@ -20,7 +20,10 @@ ColumnLayout {
         color: Theme.code
         radius: 8
         Layout.fillWidth: true
+        Layout.fillHeight: true // gives way in a low window
+        Layout.minimumHeight: Theme.px(40)
         Layout.preferredHeight: Math.min(Theme.px(180), command.implicitHeight)
+        Layout.maximumHeight: Layout.preferredHeight
 
         PlainArea {
             id: command
@@ -42,7 +45,7 @@ ColumnLayout {
         textFont.pixelSize: Theme.note
         Layout.fillWidth: true
         Layout.fillHeight: true
-        Layout.minimumHeight: Theme.px(60)
+        Layout.minimumHeight: Theme.px(30)
         Layout.preferredHeight: Math.min(Theme.px(60), implicitHeight) // the answers stay in sight
     }
     RowLayout {

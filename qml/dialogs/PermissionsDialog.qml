@@ -37,7 +37,7 @@ FloatingDialog {
                     PermissionRequest {
                         required property var modelData
                         width: parent.width
-                        height: Math.max(implicitHeight, root.single ? requests.availableHeight : 0)
+                        height: root.single ? Math.max(Theme.px(180), requests.availableHeight) : implicitHeight
                         input: modelData.node?.input ?? {}
                         closes: root.single
                         onDecided: allow => root.decide(modelData.id, allow)

@@ -78,7 +78,7 @@ FloatingDialog {
                 readonly property bool opensSection: index === 0 || root.rows[index - 1].section !== modelData.section
                 width: ListView.view.width
                 height: topInset + Math.max(44, line.implicitHeight + 16)
-                topInset: opensSection ? 30 : 0
+                topInset: opensSection ? Theme.px(30) : 0
                 topPadding: topInset
                 leftPadding: 12
                 rightPadding: 12
@@ -87,7 +87,7 @@ FloatingDialog {
 
                 Heading {
                     visible: row.opensSection
-                    y: 8
+                    y: Theme.px(8)
                     text: row.modelData.section
                 }
                 contentItem: RowLayout {

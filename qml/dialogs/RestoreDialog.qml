@@ -16,8 +16,8 @@ FloatingDialog {
 
     objectName: "restore"
     title: "Вернуться к прежнему состоянию"
-    width: Math.min(Theme.px(1240), (parent?.width ?? 1240) - 40)
-    height: Math.min(Theme.px(760), (parent?.height ?? 760) - 40)
+    width: Math.min(Math.max(Theme.px(1240), (parent?.width ?? 0) * .7), (parent?.width ?? 1240) - 40)
+    height: Math.min(Math.max(Theme.px(760), (parent?.height ?? 0) * .7), (parent?.height ?? 760) - 40)
 
     function begin() {
         points = service.restorePoints();
@@ -93,9 +93,13 @@ FloatingDialog {
                 Layout.fillHeight: true
             }
         }
-        RowLayout {
-            spacing: 8
+        /* What it means stands above the buttons when there is no room beside them. */
+        GridLayout {
+            columns: width < Theme.px(760) ? 3 : 4
+            columnSpacing: 8
+            rowSpacing: 8
             Note {
+                Layout.columnSpan: parent.columns === 3 ? 3 : 1
                 text: root.service.restoring ? "Восстанавливаю файлы…"
                     : root.points.length === 0 ? "Состояния появятся с первой задачей."
                     : "Изменится файлов: " + root.count + ". Нынешнее состояние сохранится, его можно вернуть."
@@ -103,6 +107,7 @@ FloatingDialog {
             }
             Action {
                 objectName: "exportPoint"
+                Layout.fillWidth: parent.columns === 3
                 text: "Сохранить как…"
                 tip: "Скопировать файлы этого состояния в папку или архив"
                 enabled: root.chosen !== "" && root.service.exporting === ""
@@ -110,6 +115,7 @@ FloatingDialog {
             }
             Action {
                 objectName: "undoRestore"
+                Layout.fillWidth: parent.columns === 3
                 text: "Вернуть как было"
                 tip: "Отменить последнее восстановление"
                 enabled: root.service.restoreCanUndo && !root.service.restoring
@@ -117,6 +123,7 @@ FloatingDialog {
             }
             Action {
                 objectName: "doRestore"
+                Layout.fillWidth: parent.columns === 3
                 text: "Вернуться к этому состоянию"
                 primary: true
                 enabled: root.chosen !== "" && root.count > 0 && !root.service.restoring

@@ -3,6 +3,7 @@ import QtQuick
 import QtQuick.Controls.Basic
 import QtQuick.Layouts
 import Vesk
+import "../Wording.js" as Wording
 
 /* What of a folder would become a project, and how far it is. */
 FloatingDialog {
@@ -30,7 +31,7 @@ FloatingDialog {
         LabelText {
             objectName: "takeInCount"
             text: (root.phase === "looking" ? "Смотрю… " : root.phase === "taking" ? "Принимаю: " + root.about.done + " из " : "Файлов: ")
-                + (root.about.count ?? 0) + ", " + Math.ceil((root.about.bytes ?? 0) / 1024) + " КБ"
+                + (root.about.count ?? 0) + ", " + Wording.size(root.about.bytes ?? 0)
             font.weight: Font.DemiBold
             Layout.fillWidth: true
         }
@@ -40,22 +41,35 @@ FloatingDialog {
             Accessible.name: "Принято " + Math.round(root.share * 100) + " %"
             Layout.fillWidth: true
         }
-        Note {
-            visible: root.about.large ?? false
-            text: "Папка большая: файл попадёт в историю, когда задача впервые его коснётся."
+        SettingsScroll {
+            id: notes
+            rightPadding: 0
             Layout.fillWidth: true
-        }
-        Repeater {
-            model: root.about.left ?? []
-            Note {
-                required property var modelData
-                text: "Не войдёт: " + modelData.reason + " — " + modelData.count
-                Layout.fillWidth: true
+            Layout.fillHeight: true
+            Layout.preferredHeight: Math.min(lines.implicitHeight, (root.parent?.height ?? 999) - Theme.px(250))
+
+            ColumnLayout {
+                id: lines
+                width: notes.availableWidth
+                spacing: 12
+                Note {
+                    visible: root.about.large ?? false
+                    text: "Папка большая: файл попадёт в историю, когда задача впервые его коснётся."
+                    Layout.fillWidth: true
+                }
+                Repeater {
+                    model: root.about.left ?? []
+                    Note {
+                        required property var modelData
+                        text: "Не войдёт: " + modelData.reason + " — " + modelData.count
+                        Layout.fillWidth: true
+                    }
+                }
+                Note {
+                    text: "Сами файлы не изменятся."
+                    Layout.fillWidth: true
+                }
             }
-        }
-        Note {
-            text: "Сами файлы не изменятся."
-            Layout.fillWidth: true
         }
         RowLayout {
             spacing: 10

@@ -172,10 +172,13 @@ function wires(joined, places, active) {
     return numbers;
 }
 
-/* The widths that labels have when none runs into another, nor into a square; 0 for one that there is no room for.
-   `places` are the upper left corners of the nodes, `wanted` what the labels would take; `scale` is that of texts. */
-function labelWidths(places, wanted, scale = 1) {
-    const widths = wanted.map(width => Math.min(labelWidth * scale, width));
+/* The widths that labels have when none runs into another, into a square or beyond the edges; 0 for one that there is no
+   room for. `places` are the upper left corners of the nodes, `wanted` what the labels would take; `scale` is that of
+   texts, `across` the width of the view, when it is known. */
+function labelWidths(places, wanted, scale = 1, across = 0) {
+    const middle = place => place.x + nodeWidth / 2;
+    const edge = place => across ? 2 * Math.max(0, Math.min(middle(place), across - middle(place))) : Infinity;
+    const widths = wanted.map((width, i) => Math.min(labelWidth * scale, width, edge(places[i])));
     const high = labelHeight * scale;
     const between = (a, b) => Math.abs(a.x - b.x) - labelGap;
     const limit = (i, width) => widths[i] = width < leastLabel ? 0 : Math.min(widths[i], width);

@@ -12,18 +12,20 @@ Rectangle {
 
     signal triggered()
 
+    implicitHeight: line.implicitHeight + 16
     radius: 14
     color: Theme.card
     border.color: Theme.cardBorder
 
     RowLayout {
+        id: line
         anchors.fill: parent
         anchors.leftMargin: 16
         anchors.rightMargin: 12
         spacing: 12
         LabelText {
             text: root.text
-            wrapMode: Text.NoWrap
+            maximumLineCount: 2
             elide: Text.ElideRight
             Layout.fillWidth: true
         }

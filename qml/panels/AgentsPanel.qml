@@ -35,9 +35,9 @@ ColumnLayout {
             service.linkAgent(agent, "");
     }
     function reveal(top: real, bottom: real) {
-        const tools = 32; // the row of buttons lies over the picture
+        const tools = scroller.topMargin + 32; // the row of buttons lies over the picture
         if (top - tools < scroller.contentY)
-            scroller.contentY = Math.max(0, top - tools);
+            scroller.contentY = Math.max(-scroller.topMargin, top - tools);
         else if (bottom > scroller.contentY + scroller.height)
             scroller.contentY = Math.min(scroller.contentHeight, bottom) - scroller.height;
     }
@@ -45,11 +45,11 @@ ColumnLayout {
     spacing: 12
 
     RowLayout {
-        Note {
+        NameText {
             objectName: "atWork"
             text: root.atWork || root.note
-            wrapMode: Text.NoWrap
-            elide: Text.ElideRight
+            color: Theme.textNote
+            font.pixelSize: Theme.note
             Layout.fillWidth: true
         }
         IconAction {
@@ -61,16 +61,19 @@ ColumnLayout {
     Flickable {
         id: scroller
         clip: true
+        topMargin: Math.max(0, ((picture.item as AgentNetwork)?.toolsHeight ?? 0) - Theme.px(28)) // of more than one row
+        onTopMarginChanged: if (contentY <= 0) contentY = -topMargin
         boundsBehavior: Flickable.StopAtBounds
         contentWidth: width
         contentHeight: Math.max(height, 760 + 100 * Math.ceil(root.customAgents / 3))
         Layout.fillWidth: true
         Layout.fillHeight: true
-        Layout.minimumHeight: 400
+        Layout.minimumHeight: Math.min(400, root.height * .45) // what stands below stays in sight
         ScrollBar.vertical: ThinBar {}
 
         /* The window doesn't wait for it. */
         Loader {
+            id: picture
             asynchronous: true
             width: scroller.width
             height: scroller.contentHeight
@@ -98,6 +101,7 @@ ColumnLayout {
         }
     }
     UndoLine {
+        id: undo
         service: root.service
         Layout.fillWidth: true
     }
@@ -116,6 +120,7 @@ ColumnLayout {
         Layout.fillWidth: true
     }
     Note {
+        visible: root.height > Theme.px(330) || !undo.visible
         text: "Перетаскивайте узлы. Двойной щелчок — skill и настройки."
         font.pixelSize: Theme.small
         Layout.fillWidth: true

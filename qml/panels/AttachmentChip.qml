@@ -8,6 +8,8 @@ Rectangle {
     required property var row
 
     signal removed()
+    /* By keyboard. */
+    signal reached()
 
     width: Theme.px(210)
     height: 64
@@ -25,6 +27,14 @@ Rectangle {
         fillMode: Image.PreserveAspectFit
         sourceSize: Qt.size(104, 104)
     }
+    Sign {
+        anchors.centerIn: picture
+        width: 22
+        height: 22
+        visible: picture.status !== Image.Ready
+        sign: "▤"
+        color: Theme.textNote
+    }
     NameText {
         anchors { left: picture.right; right: remove.left; verticalCenter: parent.verticalCenter; margins: 6 }
         objectName: "attachmentName"
@@ -39,6 +49,7 @@ Rectangle {
         anchors { right: parent.right; verticalCenter: parent.verticalCenter; rightMargin: 6 }
         text: "×"
         Accessible.name: "Убрать " + (root.row.name ?? "файл")
+        onVisualFocusChanged: if (visualFocus) root.reached()
         onClicked: root.removed()
     }
 }

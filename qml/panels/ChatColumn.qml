@@ -18,6 +18,8 @@ Rectangle {
     readonly property bool clarifying: current.phase === "CLARIFICATION"
     readonly property bool empty: all.count === 0
     readonly property bool asked: (current.pending?.length ?? 0) > 0
+    /* A window on half a small screen: what stands elsewhere, too, gives way to the conversation and the input box. */
+    readonly property bool low: height < Theme.px(400)
 
     signal sidebarRequested()
     signal connectionRequested()
@@ -75,6 +77,7 @@ Rectangle {
             onPanelToggled: panel => root.panelToggled(panel)
         }
         MessageStrip {
+            id: strip
             message: root.service.message
             Layout.fillWidth: true
             onOpened: root.detailsRequested(message)
@@ -98,8 +101,9 @@ Rectangle {
                 anchors.fill: parent
                 anchors.leftMargin: side
                 anchors.rightMargin: side
-                anchors.bottomMargin: 18
-                spacing: 14
+                anchors.topMargin: strip.visible ? 12 : 0
+                anchors.bottomMargin: root.low ? 10 : 18
+                spacing: root.low ? 8 : 14
 
                 Item {
                     visible: root.empty
@@ -108,6 +112,7 @@ Rectangle {
                     Welcome {
                         anchors.centerIn: parent
                         width: parent.width
+                        low: root.low
                         onDrafted: text => {
                             root.input.text = text;
                             root.input.cursorPosition = text.length;
@@ -121,7 +126,7 @@ Rectangle {
                 }
                 ProgressCard {
                     objectName: "progressCard"
-                    visible: told.count > 0
+                    visible: told.count > 0 && !root.low
                     note: root.live ? root.note : root.service.phaseLabel(root.current.phase || "IDLE")
                     streamNote: root.live && !root.service.chatBusy ? root.service.streamNote : ""
                     live: root.live
@@ -159,6 +164,9 @@ Rectangle {
                     active: !root.live && root.service.handEdits.length > 0
                     visible: active
                     Layout.fillWidth: true
+                    Layout.fillHeight: true
+                    Layout.minimumHeight: Theme.px(130)
+                    Layout.maximumHeight: Math.max(Theme.px(130), implicitHeight)
                     sourceComponent: EditsBanner {
                         service: root.service
                         onCompared: path => {
@@ -189,7 +197,7 @@ Rectangle {
                     action: "Продолжить"
                     primary: true
                     Layout.fillWidth: true
-                    Layout.preferredHeight: 54
+                    Layout.preferredHeight: Math.max(54, implicitHeight)
                     onTriggered: root.service.runPreview()
                 }
                 ActionCard {
@@ -198,16 +206,16 @@ Rectangle {
                     text: "Нужно разрешение на команду"
                     action: "Посмотреть"
                     Layout.fillWidth: true
-                    Layout.preferredHeight: 58
+                    Layout.preferredHeight: Math.max(58, implicitHeight)
                     onTriggered: root.permissionsRequested()
                 }
                 ActionCard {
                     objectName: "serverCard"
-                    visible: root.service.mcpRequests.length > 0
+                    visible: root.service.mcpRequests.length > 0 && !(root.low && root.asked)
                     text: "Проект просит запустить свой сервер инструментов"
                     action: "Посмотреть"
                     Layout.fillWidth: true
-                    Layout.preferredHeight: 58
+                    Layout.preferredHeight: Math.max(58, implicitHeight)
                     onTriggered: root.serversRequested()
                 }
                 QueueLine {
@@ -233,6 +241,7 @@ Rectangle {
                     service: root.service
                     live: root.live
                     told: told.count > 0 || root.service.chatBusy
+                    visible: !root.low
                     Layout.fillWidth: true
                 }
             }

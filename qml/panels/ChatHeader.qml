@@ -40,11 +40,9 @@ Rectangle {
             tip: "Подключение модели"
             onClicked: root.connectionRequested()
         }
-        LabelText {
+        NameText {
             objectName: "note"
             text: root.note
-            wrapMode: Text.NoWrap
-            elide: Text.ElideRight
             Layout.fillWidth: true
         }
         IconAction {

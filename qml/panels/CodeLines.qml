@@ -32,6 +32,7 @@ PaneList {
     }
 
     spacing: 0
+    bottomMargin: reach > 0 ? 8 : 0 // the bar covers no line
     reuseItems: true
     model: view
     keyNavigationEnabled: false

@@ -29,23 +29,36 @@ Rectangle {
         anchors { left: parent.left; right: parent.right; top: parent.top; margins: 12 }
         spacing: 8
 
-        Flow {
+        /* In a low window one row of them is in sight, in a high one two and a half. */
+        Flickable {
+            id: shelf
             visible: chips.count > 0 || root.importing
-            spacing: 8
+            clip: true
+            boundsBehavior: Flickable.StopAtBounds
+            contentHeight: files.implicitHeight
+            ScrollBar.vertical: ThinBar {}
             Layout.fillWidth: true
-            Repeater {
-                id: chips
-                model: Rows {
-                    source: root.service
-                    list: "attachments"
+            Layout.preferredHeight: Math.min(files.implicitHeight, root.Window.height < Theme.px(720) ? 70 : 176)
+
+            Flow {
+                id: files
+                width: shelf.width - 8
+                spacing: 8
+                Repeater {
+                    id: chips
+                    model: Rows {
+                        source: root.service
+                        list: "attachments"
+                    }
+                    AttachmentChip {
+                        onRemoved: root.service.removeAttachment(row.id)
+                        onReached: shelf.contentY = Math.max(0, Math.min(y, shelf.contentHeight - shelf.height))
+                    }
                 }
-                AttachmentChip {
-                    onRemoved: root.service.removeAttachment(row.id)
+                Note {
+                    visible: root.importing
+                    text: "Добавляю файлы…"
                 }
-            }
-            Note {
-                visible: root.importing
-                text: "Добавляю файлы…"
             }
         }
         Flickable {

@@ -56,7 +56,7 @@ Rectangle {
 
             Flow {
                 id: choices
-                width: content.width
+                width: content.width - (scroller.contentHeight > scroller.height ? 10 : 0) // beside the bar
                 spacing: 8
                 Repeater {
                     model: Array.from(root.decision?.options ?? []).filter(option => typeof option === "string")
@@ -67,7 +67,7 @@ Rectangle {
                         text: modelData
                         wraps: true
                         primary: index === 0
-                        width: Math.min(implicitWidth, content.width)
+                        width: Math.min(implicitWidth, choices.width)
                         onClicked: root.answered(modelData)
                         onVisualFocusChanged: if (visualFocus) scroller.reveal(y, y + height)
                     }
@@ -78,7 +78,7 @@ Rectangle {
                         required property string modelData
                         objectName: "decisionDifferences"
                         text: "Посмотреть различия: " + modelData
-                        width: Math.min(implicitWidth, content.width)
+                        width: Math.min(implicitWidth, choices.width)
                         onClicked: root.compared(modelData)
                     }
                 }

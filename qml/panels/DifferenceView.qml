@@ -10,6 +10,9 @@ RowLayout {
 
     required property Differences differences
     property real shift: 0
+    /* Whether there is room for two texts beside each other, and whether they are wanted so. */
+    readonly property bool wide: ground.width >= Theme.px(560)
+    property bool besideWanted: true
 
     spacing: 12
 
@@ -17,6 +20,14 @@ RowLayout {
         target: root.differences
         property: "dark"
         value: Theme.code.hslLightness < 0.5
+    }
+
+    Binding {
+        when: root.visible && ground.width > 0
+        target: root.differences
+        property: "beside"
+        value: root.besideWanted && root.wide
+        restoreMode: Binding.RestoreNone
     }
 
     function go(forward: bool) {
@@ -82,28 +93,38 @@ RowLayout {
             }
             IconAction {
                 objectName: "previousChange"
+                enabled: root.differences.note === ""
                 text: "↑"
                 tip: "Предыдущее изменение"
                 onClicked: root.go(false)
             }
             IconAction {
                 objectName: "nextChange"
+                enabled: root.differences.note === ""
                 text: "↓"
                 tip: "Следующее изменение"
                 onClicked: root.go(true)
             }
             Action {
                 objectName: "besideToggle"
+                visible: root.wide
                 text: root.differences.beside ? "Друг под другом" : "Рядом"
-                onClicked: root.differences.beside = !root.differences.beside
+                onClicked: root.besideWanted = !root.besideWanted
             }
         }
         Rectangle {
+            id: ground
             color: Theme.code
             radius: 8
             Layout.fillWidth: true
             Layout.fillHeight: true
 
+            Rectangle {
+                visible: root.differences.beside && lines.count > 0
+                anchors { top: parent.top; bottom: parent.bottom; horizontalCenter: parent.horizontalCenter }
+                width: 1
+                color: Theme.rule
+            }
             PaneList {
                 id: lines
                 objectName: "differenceLines"

@@ -26,7 +26,7 @@ Rectangle {
     }
     ColumnLayout {
         id: content
-        anchors { left: parent.left; right: parent.right; top: parent.top; margins: 14 }
+        anchors { fill: parent; margins: 14 }
         spacing: 8
 
         LabelText {
@@ -40,7 +40,9 @@ Rectangle {
             objectName: "editList"
             spacing: 4
             Layout.fillWidth: true
+            Layout.fillHeight: true // in a low window the list gives way
             Layout.preferredHeight: Math.min(Theme.px(132), contentHeight)
+            Layout.maximumHeight: Layout.preferredHeight
             Accessible.name: heading.text
             model: edits
             onActivated: place => root.compared(edits.at(place).path)
@@ -83,6 +85,7 @@ Rectangle {
             visible: !root.single
             path: ""
             Layout.alignment: Qt.AlignRight
+            Layout.maximumWidth: content.width
             onTaken: root.service.takeEdits("")
             onUndone: root.service.undoEdits("")
         }

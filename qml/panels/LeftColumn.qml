@@ -109,7 +109,7 @@ Rectangle {
             objectName: "openFolder"
             text: "Открыть папку"
             flat: true
-            visible: root.service.root !== ""
+            visible: root.service.root !== "" && root.height > Theme.px(400) // the panel of files has it, too
             Layout.fillWidth: true
             onClicked: root.service.openWorkspace()
         }
@@ -141,8 +141,11 @@ Rectangle {
             Layout.fillWidth: true
             Layout.preferredHeight: 1
         }
-        RowLayout {
-            spacing: 8
+        /* With large texts in a narrow column the button stands below. */
+        GridLayout {
+            id: foot
+            columns: model.implicitWidth + settingsButton.implicitWidth + 24 > width ? 2 : 3
+            columnSpacing: 8
             Rectangle {
                 color: root.demo ? Theme.dotOff : Theme.dotOn
                 radius: 3.5
@@ -150,6 +153,7 @@ Rectangle {
                 Layout.preferredHeight: 7
             }
             NameText {
+                id: model
                 objectName: "modelName"
                 text: root.demo ? "Демонстрация" : root.service.settings.model ?? ""
                 color: Theme.textNote
@@ -157,7 +161,10 @@ Rectangle {
                 Layout.fillWidth: true
             }
             IconAction {
+                id: settingsButton
                 objectName: "settingsButton"
+                Layout.columnSpan: 4 - foot.columns
+                Layout.fillWidth: foot.columns === 2
                 text: "Настройки"
                 tip: "Настройки пространства и агентов"
                 onClicked: root.settings()

@@ -14,7 +14,7 @@ Rectangle {
 
     objectName: "messageStrip"
     visible: message !== ""
-    implicitHeight: Math.max(Math.min(text.implicitHeight, 160), 28) + 16
+    implicitHeight: Math.max(Math.min(text.implicitHeight, 160, Math.max(40, Window.height * .12)), 28) + 16
     color: Theme.strip
     clip: true
     Accessible.role: Accessible.AlertMessage

@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Layouts
 import Vesk
 
 /* One conversation of the project. */
@@ -15,27 +14,30 @@ ListRow {
     fill: chosen ? Theme.rowCurrent : hovered ? Theme.rowHovered : "transparent"
     Accessible.name: title.text.replace(/\s+/g, " ") + ", " + phase
 
-    contentItem: RowLayout {
-        spacing: 4
-        ColumnLayout {
+    contentItem: Item {
+        Column {
+            anchors { left: parent.left; right: parent.right; verticalCenter: parent.verticalCenter }
+            anchors.rightMargin: more.opacity > 0 ? more.width + 4 : 0
             spacing: 2
             NameText {
                 id: title
                 text: root.row.spec?.title || root.row.spec?.original_request || "Новая задача"
+                width: parent.width
                 maximumLineCount: 1
                 font.pixelSize: Theme.note
-                Layout.fillWidth: true
             }
             Note {
                 text: root.phase
                 font.pixelSize: Theme.caption
                 wrapMode: Text.NoWrap
                 elide: Text.ElideRight
-                Layout.fillWidth: true
+                width: parent.width
             }
         }
+        /* Over the end of the title, which makes room for it when it shows. */
         IconAction {
             id: more
+            anchors { right: parent.right; verticalCenter: parent.verticalCenter }
             objectName: "threadMenuButton"
             text: "⋯"
             tip: "Действия с диалогом"

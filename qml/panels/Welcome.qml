@@ -6,12 +6,18 @@ import Vesk
 ColumnLayout {
     id: root
 
+    /* There is room for the words, and for little else. */
+    property bool low: false
+
     signal drafted(string text)
     signal demoRequested()
 
-    spacing: 14
+    spacing: low ? 8 : 14
 
-    Face { Layout.alignment: Qt.AlignHCenter }
+    Face {
+        visible: !root.low
+        Layout.alignment: Qt.AlignHCenter
+    }
     LabelText {
         text: "Что сделаем сегодня?"
         font.pixelSize: Theme.headline
@@ -21,12 +27,13 @@ ColumnLayout {
     }
     LabelText {
         text: "Опишите задачу. Я подготовлю план и соберу команду."
+        visible: !root.low || root.width > Theme.px(420)
         color: Theme.textNote
         horizontalAlignment: Text.AlignHCenter
         Layout.fillWidth: true
     }
     GridLayout {
-        columns: site.implicitWidth + improve.implicitWidth + demo.implicitWidth + 20 > root.width ? 1 : 3
+        columns: site.implicitWidth + improve.implicitWidth + demo.implicitWidth + 20 <= root.width ? 3 : root.low ? 2 : 1
         columnSpacing: 10
         rowSpacing: 8
         Layout.alignment: Qt.AlignHCenter

@@ -11,7 +11,10 @@ ColumnLayout {
     readonly property string example: "return Array.from({length:12},(_,i)=>({type:'circle',x:w*(i+1)/13,y:h/2+Math.sin(t*.5+i)*h*.22,r:25+i*3,color:'#353535'}));"
     readonly property string applied: service.preferences.background_js ?? ""
 
-    spacing: 12
+    /* There is room for the script, its error and the buttons alone. */
+    readonly property bool low: height < Theme.px(240)
+
+    spacing: low ? 8 : 12
     Component.onCompleted: backgroundCode.text = applied
 
     /* As if typed, so that it can be undone. */
@@ -25,11 +28,13 @@ ColumnLayout {
     }
 
     LabelText {
+        visible: !page.low
         text: "Свой живой фон"
         color: Theme.textStrong
         font.pixelSize: Theme.px(20)
     }
     LabelText {
+        visible: !page.low
         text: "Верните массив фигур circle, line или rect. t — время, w и h — размер. Код выполняется отдельно от интерфейса."
         color: Theme.textStatus
         Layout.fillWidth: true

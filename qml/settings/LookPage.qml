@@ -8,6 +8,9 @@ SettingsScroll {
 
     required property Backend service
     readonly property var preferences: service.preferences
+    readonly property real textScale: Number(preferences.text_scale) || 0
+    /* One that was set elsewhere is among them. */
+    readonly property var textScales: [...new Set([.9, 1, 1.1, 1.25, 1.5].concat(textScale || []))].sort()
     readonly property var layouts: Object.keys(preferences.network_layouts ?? {})
 
     function keepLayout() {
@@ -81,10 +84,10 @@ SettingsScroll {
             ValueChoice {
                 objectName: "textScaleChoice"
                 name: "Размер текста"
-                model: [{ id: "0", name: "как в системе" }].concat([.9, 1, 1.1, 1.25, 1.5].map(scale => ({
+                model: [{ id: "0", name: "как в системе" }].concat(page.textScales.map(scale => ({
                     id: String(scale), name: Math.round(scale * 100) + " %"
                 })))
-                value: String(page.preferences.text_scale ?? 0)
+                value: String(page.textScale)
                 Layout.preferredWidth: Theme.px(200)
                 onPicked: scale => page.service.setPreference("text_scale", Number(scale))
             }

@@ -59,15 +59,22 @@ Column {
             }
         }
     }
-    PlainArea {
-        objectName: "serverDetails"
+    Rectangle {
         visible: root.said !== "" && !root.connected
         width: root.width
-        height: visible ? Math.min(Theme.px(120), implicitHeight) : 0
-        name: "Что сообщил сервер"
-        text: Wording.visible(root.said)
-        textColor: Theme.textDetail
-        textFont.family: Theme.codeFamily
-        textFont.pixelSize: Theme.note
+        height: visible ? Math.min(Theme.px(120), details.implicitHeight) : 0
+        radius: 8
+        color: Theme.code
+
+        PlainArea {
+            id: details
+            objectName: "serverDetails"
+            anchors.fill: parent
+            name: "Что сообщил сервер"
+            text: Wording.visible(root.said)
+            textColor: Theme.textCode
+            textFont.family: Theme.codeFamily
+            textFont.pixelSize: Theme.note
+        }
     }
 }

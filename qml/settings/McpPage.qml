@@ -40,13 +40,17 @@ ColumnLayout {
     PaneList {
         id: servers
         objectName: "mcpServers"
+        readonly property int barSpace: 12
         activeFocusOnTab: false // the buttons are
         spacing: 10
         Layout.fillWidth: true
         Layout.fillHeight: true
+        Layout.rightMargin: -barSpace // into the margin of the dialog
         Accessible.name: "Серверы"
+        // What asks for a word is in sight when it comes.
+        onHeaderItemChanged: if (headerItem) headerItem.heightChanged.connect(() => Qt.callLater(positionViewAtBeginning))
         header: Column {
-            width: servers.width
+            width: servers.width - servers.barSpace
             spacing: 10
             bottomPadding: requests.count > 0 ? 10 : 0
             Repeater {
@@ -57,7 +61,7 @@ ColumnLayout {
                 }
                 delegate: McpRequestCard {
                     required property var row
-                    width: servers.width
+                    width: parent.width
                     request: row
                     onDecided: allow => root.backend.allowMcp(row.id, allow)
                 }
@@ -70,7 +74,7 @@ ColumnLayout {
         delegate: McpEntry {
             required property var row
             server: row
-            width: ListView.view.width
+            width: ListView.view.width - servers.barSpace
             onConnectRequested: root.backend.connectMcp(row.id)
             onDisconnectRequested: root.backend.disconnectMcp(row.id)
         }

@@ -38,7 +38,7 @@ Rectangle {
             textFont.family: Theme.codeFamily
             textFont.pixelSize: Theme.note
             Layout.fillWidth: true
-            Layout.preferredHeight: Math.min(180, implicitHeight)
+            Layout.preferredHeight: Math.min(Theme.px(220), implicitHeight)
         }
         RowLayout {
             spacing: 10

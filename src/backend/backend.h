@@ -384,6 +384,7 @@ private:
     template <typename Read> auto answered(const Read &read) const -> decltype(read());
     QVariantList projectRecords(Remembered<QVariantList> &slot, const QString &table) const;
     QJsonArray projectMedia() const;
+    bool isOpaque(const QString &path) const;
     QVariantMap settingsMap() const { return connection.settings().toVariantMap(); }
     QVariantMap preferencesMap() const { return preferences.document().toVariantMap(); }
     QVariantList queueList() const { return queue.items().toVariantList(); }

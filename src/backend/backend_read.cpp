@@ -261,13 +261,19 @@ QStringList Backend::proofPictures(const QString &list, int place) const
     });
 }
 
+/// A medium that is no text.
+bool Backend::isOpaque(const QString &path) const
+{
+    const QJsonArray media = projectMedia();
+    return std::ranges::any_of(media, [&](const QJsonValue &item) {
+        return item["path"_L1].toString() == path && item["kind"_L1].toString() != "text"_L1;
+    });
+}
+
 QString Backend::fileContent(const QString &path) const
 {
     try {
-        const QJsonArray media = projectMedia();
-        const auto medium
-            = std::ranges::find_if(media, [&](const QJsonValue &item) { return item["path"_L1].toString() == path; });
-        if (medium != media.end() && (*medium)["kind"_L1].toString() != "text"_L1)
+        if (isOpaque(path))
             return u"Медиафайл: "_s + path
                 + u"\nОткройте файл для просмотра в системном приложении. Оригинал хранится в папке проекта."_s;
         return QString::fromUtf8(core.workspace.read(path));
@@ -279,10 +285,14 @@ QString Backend::fileContent(const QString &path) const
 void Backend::showFile(const QString &path)
 {
     const bool isPicture = PictureView::isPicture(path);
-    QByteArray text = path.isEmpty() || isPicture ? QByteArray() : fileContent(path).toUtf8();
+    const QString told = path.isEmpty() || isPicture ? QString() : fileContent(path);
+    const QByteArray text = told.toUtf8();
     if (isBinary(text))
-        text = u"Файл не текстовый."_s.toUtf8();
-    shownFile.show(path, text);
+        shownFile.show(path, {}, u"Файл не текстовый."_s);
+    else if (answered([&] { return isOpaque(path); }))
+        shownFile.show(path, {}, told);
+    else
+        shownFile.show(path, text);
     shownPicture.show(core.workspace.root(), isPicture ? path : QString());
 }
 

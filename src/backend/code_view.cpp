@@ -3,6 +3,7 @@
 #include "code_view.h"
 
 #include "diff.h"
+#include "helpers.h"
 #include "marked_line.h"
 
 #include <QClipboard>
@@ -20,11 +21,12 @@ namespace vesk {
 
 namespace {
 
-/// In places of a font of fixed width: letters of three bytes and more may take two.
+/// In places of a font of fixed width: letters of three bytes and more may take two, what can't be seen is a number.
 qsizetype widthOf(QByteArrayView line)
 {
     const auto places = [](char byte) { return (byte & 0xC0) == 0x80 ? 0 : (byte & 0xE0) == 0xE0 ? 2 : 1; };
-    return std::transform_reduce(line.begin(), line.end(), qsizetype(0), std::plus(), places);
+    const QString text = decodedLine(line.first(std::min(line.size(), 4 * longestShownLine)));
+    return std::transform_reduce(line.begin(), line.end(), visibleText(text).size() - text.size(), std::plus(), places);
 }
 
 } // namespace
@@ -52,12 +54,13 @@ bool CodeView::isProse() const
                                : file.startsWith("README"_L1) || file.startsWith("LICENSE"_L1);
 }
 
-void CodeView::show(const QString &path, const QByteArray &text)
+void CodeView::show(const QString &path, const QByteArray &text, const QString &note)
 {
-    if (path == name && text == bytes)
+    if (path == name && text == bytes && note == said)
         return;
     beginResetModel();
     name = path;
+    said = note;
     bytes = text;
     lines = linesOf(bytes);
     colours.clear();

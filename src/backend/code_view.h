@@ -15,6 +15,7 @@ namespace vesk {
 class CodeView : public QAbstractListModel {
     Q_OBJECT
     Q_PROPERTY(QString path READ path NOTIFY changed)
+    Q_PROPERTY(QString note READ note NOTIFY changed)
     Q_PROPERTY(int longest READ longest NOTIFY changed)
     Q_PROPERTY(bool prose READ isProse NOTIFY changed)
     Q_PROPERTY(bool dark READ isDark WRITE setDark NOTIFY changed)
@@ -24,10 +25,11 @@ public:
     explicit CodeView(QObject *parent = nullptr);
     ~CodeView() override;
 
-    /// Shows a text under the name of its file; the same once more changes nothing.
-    void show(const QString &path, const QByteArray &text);
+    /// Shows a text under the name of its file, or a note instead of one; the same once more changes nothing.
+    void show(const QString &path, const QByteArray &text, const QString &note = {});
 
     QString path() const { return name; }
+    QString note() const { return said; }
     /// Signs of the longest line, as far as one is shown.
     int longest() const { return widest; }
     /// Whether it is text for people, whose lines are paragraphs: they are broken to the width there is.
@@ -52,6 +54,7 @@ private:
     QThreadPool pool;
     std::shared_ptr<std::atomic_bool> stale; ///< Tells a thread at work that its colours are wanted no more.
     QString name;
+    QString said;
     QByteArray bytes;
     QList<QByteArrayView> lines;
     LineColours colours;

@@ -2,6 +2,8 @@
 
 #include "marked_line.h"
 
+#include "helpers.h"
+
 #include <algorithm>
 
 using namespace Qt::StringLiterals;
@@ -16,11 +18,26 @@ bool isLoneBlank(QStringView text, qsizetype at)
     return text[at] == u' ' && at > 0 && at + 1 < text.size() && !text[at - 1].isSpace() && !text[at + 1].isSpace();
 }
 
+/// How many of the next places are one sign.
+qsizetype signAt(QStringView text, qsizetype at)
+{
+    const bool isPair = text[at].isHighSurrogate() && at + 1 < text.size() && text[at + 1].isLowSurrogate();
+    return isPair ? 2 : 1;
+}
+
+/// A sign as it is, or, when it can't be seen, leaning as a number.
+QString shown(const QString &sign)
+{
+    const QString seen = visibleText(sign);
+    return seen == sign ? sign : u"<i>"_s + seen + u"</i>"_s;
+}
+
 QString escaped(QStringView text)
 {
     QString marked;
-    for (qsizetype at = 0; at < text.size(); ++at) {
+    for (qsizetype at = 0, length = 1; at < text.size(); at += length) {
         const QChar c = text[at];
+        length = signAt(text, at);
         if (c == u'&')
             marked += "&amp;"_L1;
         else if (c == u'<')
@@ -29,10 +46,10 @@ QString escaped(QStringView text)
             marked += "&gt;"_L1;
         else if (c == u'\t')
             marked += u"&nbsp;&nbsp;&nbsp;&nbsp;"_s;
-        else if (c.isSpace() && !isLoneBlank(text, at))
+        else if (c == u' ' && !isLoneBlank(text, at))
             marked += "&nbsp;"_L1; // as such it is kept at the start of a line
         else
-            marked += c;
+            marked += c.unicode() >= u' ' && c.unicode() < 0x7f ? QString(c) : shown(text.sliced(at, length).toString());
     }
     return marked;
 }

@@ -102,6 +102,8 @@ private Q_SLOTS:
                  u"<font color=\"#112233\">a</font><u><b><font color=\"#112233\">&lt;</font></b></u><u><b>bc</b></u>"
                  "&nbsp;<font color=\"#0000ff\">d</font>"_s);
         QCOMPARE(markedLine(u" два слова  и"_s, {}), u"&nbsp;два слова&nbsp;&nbsp;и"_s);
+        QCOMPARE(markedLine(QString::fromUcs4(U" \u202e\tя\u00a0\U0001f600\U000e0041"), {}),
+                 u"&nbsp;<i>\\u{202e}</i>&nbsp;&nbsp;&nbsp;&nbsp;я<i>\\u{a0}</i>\U0001f600<i>\\u{e0041}</i>"_s);
         desk->call("compareTask", {u""_s});
         QVERIFY(Desk::waitFor([&] { return !shown.isBusy(); }));
         QCOMPARE(shown.files().size(), 2);

@@ -202,7 +202,7 @@ Item {
             const entry = list.itemAtIndex(0);
             compare(findChild(entry, "serverStatus").text, data.text);
             compare(findChild(entry, "serverDetails").visible, data.details !== "");
-            compare(entry.width, list.width);
+            compare(entry.width, list.width - list.barSpace);
             const button = findChild(entry, "serverAction");
             compare(button.text, data.button);
             mouseClick(button);

@@ -110,11 +110,12 @@ Rectangle {
                 { tag: "the longer", nodes: [at(0, 0, 100), at(88, 0, 70)], widths: [90, 70] },
                 { tag: "on one another", nodes: [at(0, 0, 60), at(3, 3, 60)], widths: [60, 0] },
                 { tag: "other lines", nodes: [at(0, 0, 100), at(10, 100, 100)], widths: [100, 100] },
-                { tag: "a square", nodes: [at(0, 0, 100), at(55, 39, 60)], widths: [60, 60] }
+                { tag: "a square", nodes: [at(0, 0, 100), at(55, 39, 60)], widths: [60, 60] },
+                { tag: "the edges", across: 260, nodes: [at(0, 0, 100), at(190, 0, 90)], widths: [80, 60] }
             ];
         }
         function test_labelsGiveWay(data) {
-            compare(Network.labelWidths(data.nodes, data.nodes.map(node => node.width)), data.widths);
+            compare(Network.labelWidths(data.nodes, data.nodes.map(node => node.width), 1, data.across), data.widths);
         }
         function test_aNodeIsDraggedWithinThePicture_data() {
             return [

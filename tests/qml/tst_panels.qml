@@ -16,6 +16,7 @@ Item {
         property bool apiTesting: false
         property string streamNote: ""
         property string projectName: ""
+        property string root: "/p"
         property string message: ""
         property var settings: ({})
         property var preferences: ({})
