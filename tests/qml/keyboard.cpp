@@ -139,7 +139,7 @@ QList<QQuickItem *> Keyboard::round(Qt::Key key)
     QImage with = looking ? window->grabWindow() : QImage();
     do {
         const QRect area = here->mapRectToScene(here->boundingRect()).toRect().adjusted(-14, -14, 14, 14);
-        QTest::keyClick(window, key);
+        QTest::keyClick(window, key, key == Qt::Key_Backtab ? Qt::ShiftModifier : Qt::NoModifier);
         QQuickItem *next = window->activeFocusItem();
         const QImage without = looking ? window->grabWindow() : QImage();
         if (looking && here != next)
