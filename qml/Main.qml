@@ -135,6 +135,26 @@ ApplicationWindow {
         page = "Чат";
         input.forceActiveFocus();
     }
+    /* The parts of the window in their order, as far as they are shown. */
+    function panes(): list<var> {
+        return [leftColumn, chat.messages, chat.card, input, rightColumn].filter(pane => pane?.visible);
+    }
+    function stepPane(forward: bool) {
+        const all = panes();
+        const order = tabKeys.order;
+        const here = all.findIndex(pane => order.holds(pane, activeFocusItem));
+        const next = here < 0 ? all.indexOf(input) : (here + (forward ? 1 : all.length - 1)) % all.length;
+        if (all[next] === input)
+            input.forceActiveFocus(Qt.TabFocusReason);
+        else if (all[next] === chat.messages)
+            chat.messages.takeFocus();
+        else
+            order.enter(all[next]);
+    }
+    function beginChat() {
+        backend.newConversation();
+        focusInput();
+    }
     function keepFocus() {
         if (focusLost)
             input.forceActiveFocus();
@@ -234,13 +254,20 @@ ApplicationWindow {
         spacing: 0
         layoutDirection: app.teamLeft ? Qt.RightToLeft : Qt.LeftToRight
         Keys.onEscapePressed: event => {
-            event.accepted = app.backend.message !== "";
-            app.backend.dismissMessage();
+            event.accepted = true;
+            if (app.backend.message === "")
+                app.focusInput();
+            else
+                app.backend.dismissMessage();
         }
 
-        TabKeys { ground: app.contentItem }
+        TabKeys {
+            id: tabKeys
+            ground: app.contentItem
+        }
 
         SlidingColumn {
+            id: leftColumn
             objectName: "leftColumn"
             open: app.sidebarOpen
             contentWidth: app.shownSidebarWidth
@@ -255,15 +282,13 @@ ApplicationWindow {
                 quiet: !app.live && !app.backend.chatBusy
                 currentTask: app.current.id ?? ""
                 currentNote: app.asked ? "Нужно ваше разрешение" : ""
-                onNewChat: {
-                    app.backend.newConversation();
-                    app.focusInput();
-                }
+                onNewChat: app.beginChat()
                 onNewProject: app.dialogs().beginProject()
                 onFolderRequested: app.dialogs().pick(app.dialogs().folderPicker)
                 onProjectChosen: selection.dropFile()
                 onTaskChosen: app.page = "Чат"
                 onTaskMenu: (task, row) => app.dialogs().showThreadMenu(task, row)
+                onTaskRename: (task, row) => app.dialogs().renameThread(task, row)
                 onSettings: app.dialogs().workspaceSettings.show().open()
                 onHidden: app.sidebarOpen = false
             }
@@ -319,6 +344,7 @@ ApplicationWindow {
             onReleased: value => app.backend.setPreference("inspector_width", value)
         }
         SlidingColumn {
+            id: rightColumn
             objectName: "rightColumn"
             open: app.inspectorOpen
             contentWidth: app.shownInspectorWidth
@@ -334,5 +360,18 @@ ApplicationWindow {
         }
     }
 
+    WindowKeys {
+        onNewChat: if (left.quiet) app.beginChat()
+        onNewProject: app.dialogs().beginProject()
+        onFolderRequested: app.dialogs().pick(app.dialogs().folderPicker)
+        onSettingsRequested: app.dialogs().workspaceSettings.show().open()
+        onPanelToggled: panel => app.togglePanel(panel)
+        onSidebarToggled: app.sidebarOpen = !app.sidebarOpen
+        onConversationStepped: rows => left.step(rows)
+        onPaneStepped: forward => app.stepPane(forward)
+        onInputRequested: app.focusInput()
+        onHelpRequested: app.dialogs().showKeys()
+        onEndRequested: app.close()
+    }
     Loader { id: dialogLoader }
 }

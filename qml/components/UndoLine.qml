@@ -14,7 +14,7 @@ RowLayout {
     spacing: 8
     onChangeChanged: if (change === "") seen = ""
 
-    LabelText {
+    LiveText {
         objectName: "networkChange"
         text: root.change
         color: Theme.textStatus

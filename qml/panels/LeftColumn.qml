@@ -22,10 +22,13 @@ Rectangle {
     signal projectChosen()
     signal taskChosen()
     signal taskMenu(string task, Item row)
+    signal taskRename(string task, Item row)
     signal settings()
     signal hidden()
 
     color: Theme.column
+    Accessible.role: Accessible.Pane
+    Accessible.name: "Проекты и диалоги"
 
     ColumnLayout {
         anchors.fill: parent
@@ -135,6 +138,7 @@ Rectangle {
             }
             onActivated: place => root.choose(threads.at(place).id)
             onMenuRequested: place => root.taskMenu(threads.at(place).id, itemAtIndex(place))
+            onRenamed: place => root.taskRename(threads.at(place).id, itemAtIndex(place))
         }
         Rectangle {
             color: Theme.rule
@@ -165,6 +169,17 @@ Rectangle {
         }
     }
 
+    /* The conversation that many rows below the one in view. */
+    function step(rows: int) {
+        let here = -1;
+        for (let i = 0; i < threads.count; ++i) {
+            if (threads.at(i).id === currentTask)
+                here = i;
+        }
+        const next = here < 0 ? 0 : here + rows;
+        if (next >= 0 && next < threads.count)
+            choose(threads.at(next).id);
+    }
     function choose(task: string) {
         service.selectTask(task);
         taskChosen();

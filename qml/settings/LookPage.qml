@@ -10,6 +10,8 @@ SettingsScroll {
     readonly property var preferences: service.preferences
     readonly property var layouts: Object.keys(preferences.network_layouts ?? {})
 
+    signal keysRequested()
+
     function keepLayout() {
         service.saveNetwork(layoutName.text);
         if (service.message === "")
@@ -151,6 +153,11 @@ SettingsScroll {
             displayText: currentIndex < 0 ? enabled ? "Выбрать раскладку" : "Сохранённых раскладок нет" : currentText
             Layout.fillWidth: true
             onActivated: page.service.loadNetwork(currentText)
+        }
+        SoftButton {
+            objectName: "showKeys"
+            text: "Сочетания клавиш (F1)"
+            onClicked: page.keysRequested()
         }
     }
 }

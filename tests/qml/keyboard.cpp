@@ -6,6 +6,7 @@
 #include <QTest>
 
 #include <algorithm>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -99,7 +100,22 @@ bool isInView(QQuickItem *item)
     return shown.contains(middle) || shown.height() > 40;
 }
 
+QStringList announced;
+
 } // namespace
+
+Keyboard::Keyboard()
+{
+    QAccessible::installUpdateHandler([](QAccessibleEvent *event) {
+        if (event->type() == QAccessible::Announcement)
+            announced.append(static_cast<QAccessibleAnnouncementEvent *>(event)->message());
+    });
+}
+
+QStringList Keyboard::told()
+{
+    return std::exchange(announced, {});
+}
 
 QStringList Keyboard::faults(QQuickWindow *shown)
 {
