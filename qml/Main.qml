@@ -32,6 +32,7 @@ ApplicationWindow {
     readonly property var current: backend.uiState
     property bool sidebarOpen: true
     property bool inspectorOpen: true
+    property bool panelCalled: false
     property string panel: "agents"
     property string page: "Чат"
     property alias selectedRun: selection.run
@@ -150,6 +151,23 @@ ApplicationWindow {
             chat.messages.takeFocus();
         else
             order.enter(all[next]);
+    }
+    /* Into a panel, or away from it. */
+    function stepPanel(name: string) {
+        if (inspectorOpen && panel === name && tabKeys.order.holds(rightColumn, activeFocusItem)) {
+            inspectorOpen = false;
+            return;
+        }
+        showPanel(name);
+        panelCalled = true;
+        Qt.callLater(enterPanel);
+    }
+    /* A column that slides in can't have the focus before. */
+    function enterPanel() {
+        if (!panelCalled || !rightColumn.visible)
+            return;
+        panelCalled = false;
+        tabKeys.order.enter(rightColumn);
     }
     function beginChat() {
         backend.newConversation();
@@ -346,6 +364,7 @@ ApplicationWindow {
         SlidingColumn {
             id: rightColumn
             objectName: "rightColumn"
+            onVisibleChanged: app.enterPanel()
             open: app.inspectorOpen
             contentWidth: app.shownInspectorWidth
             dragged: rightHandle.dragging
@@ -365,7 +384,7 @@ ApplicationWindow {
         onNewProject: app.dialogs().beginProject()
         onFolderRequested: app.dialogs().pick(app.dialogs().folderPicker)
         onSettingsRequested: app.dialogs().workspaceSettings.show().open()
-        onPanelToggled: panel => app.togglePanel(panel)
+        onPanelCalled: panel => app.stepPanel(panel)
         onSidebarToggled: app.sidebarOpen = !app.sidebarOpen
         onConversationStepped: rows => left.step(rows)
         onPaneStepped: forward => app.stepPane(forward)

@@ -8,7 +8,7 @@ Item {
     signal newProject()
     signal folderRequested()
     signal settingsRequested()
-    signal panelToggled(string panel)
+    signal panelCalled(string panel)
     signal sidebarToggled()
     signal conversationStepped(int rows)
     signal paneStepped(bool forward)
@@ -34,15 +34,15 @@ Item {
     }
     Shortcut {
         sequence: "Ctrl+1"
-        onActivated: root.panelToggled("agents")
+        onActivated: root.panelCalled("agents")
     }
     Shortcut {
         sequence: "Ctrl+2"
-        onActivated: root.panelToggled("files")
+        onActivated: root.panelCalled("files")
     }
     Shortcut {
         sequence: "Ctrl+3"
-        onActivated: root.panelToggled("history")
+        onActivated: root.panelCalled("history")
     }
     Shortcut {
         sequence: "Ctrl+B"

@@ -14,7 +14,7 @@ RowLayout {
     spacing: 8
     onChangeChanged: if (change === "") seen = ""
 
-    LiveText {
+    LabelText {
         objectName: "networkChange"
         text: root.change
         color: Theme.textStatus

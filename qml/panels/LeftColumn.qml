@@ -138,6 +138,23 @@ Rectangle {
             }
             onActivated: place => root.choose(threads.at(place).id)
             onMenuRequested: place => root.taskMenu(threads.at(place).id, itemAtIndex(place))
+            /* What is renamed or goes on moves to the top, and stays the one that the keyboard is on. */
+            property string moving: ""
+            function follow() {
+                const place = root.placeOf(moving);
+                if (place >= 0)
+                    currentIndex = place;
+            }
+            Connections {
+                target: threads
+                function onRowsAboutToBeRemoved(parent: var, first: int, last: int) {
+                    const here = threadList.currentIndex;
+                    if (here < first || here > last)
+                        return;
+                    threadList.moving = threads.at(here).id;
+                    Qt.callLater(threadList.follow);
+                }
+            }
             onRenamed: place => root.taskRename(threads.at(place).id, itemAtIndex(place))
         }
         Rectangle {
@@ -169,13 +186,16 @@ Rectangle {
         }
     }
 
+    function placeOf(task: string): int {
+        for (let i = 0; i < threads.count; ++i) {
+            if (threads.at(i).id === task)
+                return i;
+        }
+        return -1;
+    }
     /* The conversation that many rows below the one in view. */
     function step(rows: int) {
-        let here = -1;
-        for (let i = 0; i < threads.count; ++i) {
-            if (threads.at(i).id === currentTask)
-                here = i;
-        }
+        const here = placeOf(currentTask);
         const next = here < 0 ? 0 : here + rows;
         if (next >= 0 && next < threads.count)
             choose(threads.at(next).id);

@@ -14,8 +14,10 @@ Item {
     /* Of connecting a model, and of looking for one on this computer. */
     readonly property string apiStatus: service.apiStatus
     readonly property string serverStatus: service.serverStatus
+    /* Of the team, which can be taken back. */
+    readonly property string change: service.networkUndo
     property bool begun: false
-    property string firstRow: ""
+    property string beginning: ""
     property int known: 0
 
     function tell(text: string, atOnce: bool) {
@@ -23,26 +25,25 @@ Item {
             Accessible.announce(text, atOnce ? Accessible.Assertive : Accessible.Polite);
     }
     function tellRows() {
-        // A line that is on its way has no id yet.
-        const same = idOf(0) === firstRow || firstRow === "" && known === 1;
+        // Not by its id: a line that is on its way has none yet.
+        const begin = chat.at(0).content ?? "";
+        const same = begin === beginning;
         for (let i = same ? known : chat.count; i < chat.count; ++i) {
             const row = chat.at(i);
             if (row.role !== "user")
                 tell("VESK: " + (row.content ?? "").slice(0, 400), false);
         }
-        firstRow = idOf(0);
+        beginning = begin;
         known = chat.count;
     }
     function tellQuestion() {
         tell(question && "Вопрос: " + question, true);
     }
-    function idOf(place: int): string {
-        return String(chat.at(place).id ?? "");
-    }
 
     Accessible.ignored: true
     onNoteChanged: if (question === "") tell(note, note.startsWith("Нуж"))
     onApiStatusChanged: tell(apiStatus, false)
+    onChangeChanged: tell(change, false)
     onServerStatusChanged: tell(serverStatus, false)
     Component.onCompleted: begun = true
     onQuestionChanged: if (question !== "") Qt.callLater(tellQuestion) // it may come in pieces

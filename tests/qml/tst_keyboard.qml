@@ -243,6 +243,16 @@ Item {
             keySequence("Ctrl+W");
             tryCompare(dialog, "visible", false);
         }
+        function test_theRowUnderTheKeyboardStaysTheSame() {
+            const row = id => ({ id, phase: "", spec: { title: id } });
+            give({ tasks: [row("a"), row("b"), row("c")] });
+            const list = findChild(app.contentItem, "threadList");
+            list.forceActiveFocus(Qt.TabFocusReason);
+            keyClick(Qt.Key_End);
+            compare(list.currentItem.row.id, "a");
+            stub.tasks = [row("b"), row("c"), row("a")];
+            tryVerify(() => list.currentItem.row.id === "a");
+        }
         function test_aScreenReaderIsToldWhatHappens() {
             give({ chat: talk.slice(0, 1) });
             keyboard.told();
