@@ -32,6 +32,7 @@ ApplicationWindow {
     readonly property var current: backend.uiState
     property bool sidebarOpen: true
     property bool inspectorOpen: true
+    property bool panelCalled: false
     property string panel: "agents"
     property string page: "Чат"
     property alias selectedRun: selection.run
@@ -135,6 +136,43 @@ ApplicationWindow {
         page = "Чат";
         input.forceActiveFocus();
     }
+    /* The parts of the window in their order, as far as they are shown. */
+    function panes(): list<var> {
+        return [leftColumn, chat.messages, chat.card, input, rightColumn].filter(pane => pane?.visible);
+    }
+    function stepPane(forward: bool) {
+        const all = panes();
+        const order = tabKeys.order;
+        const here = all.findIndex(pane => order.holds(pane, activeFocusItem));
+        const next = here < 0 ? all.indexOf(input) : (here + (forward ? 1 : all.length - 1)) % all.length;
+        if (all[next] === input)
+            input.forceActiveFocus(Qt.TabFocusReason);
+        else if (all[next] === chat.messages)
+            chat.messages.takeFocus();
+        else
+            order.enter(all[next]);
+    }
+    /* Into a panel, or away from it. */
+    function stepPanel(name: string) {
+        if (inspectorOpen && panel === name && tabKeys.order.holds(rightColumn, activeFocusItem)) {
+            inspectorOpen = false;
+            return;
+        }
+        showPanel(name);
+        panelCalled = true;
+        Qt.callLater(enterPanel);
+    }
+    /* A column that slides in can't have the focus before. */
+    function enterPanel() {
+        if (!panelCalled || !rightColumn.visible)
+            return;
+        panelCalled = false;
+        tabKeys.order.enter(rightColumn);
+    }
+    function beginChat() {
+        backend.newConversation();
+        focusInput();
+    }
     function keepFocus() {
         if (focusLost)
             input.forceActiveFocus();
@@ -234,13 +272,20 @@ ApplicationWindow {
         spacing: 0
         layoutDirection: app.teamLeft ? Qt.RightToLeft : Qt.LeftToRight
         Keys.onEscapePressed: event => {
-            event.accepted = app.backend.message !== "";
-            app.backend.dismissMessage();
+            event.accepted = true;
+            if (app.backend.message === "")
+                app.focusInput();
+            else
+                app.backend.dismissMessage();
         }
 
-        TabKeys { ground: app.contentItem }
+        TabKeys {
+            id: tabKeys
+            ground: app.contentItem
+        }
 
         SlidingColumn {
+            id: leftColumn
             objectName: "leftColumn"
             open: app.sidebarOpen
             contentWidth: app.shownSidebarWidth
@@ -255,15 +300,13 @@ ApplicationWindow {
                 quiet: !app.live && !app.backend.chatBusy
                 currentTask: app.current.id ?? ""
                 currentNote: app.asked ? "Нужно ваше разрешение" : ""
-                onNewChat: {
-                    app.backend.newConversation();
-                    app.focusInput();
-                }
+                onNewChat: app.beginChat()
                 onNewProject: app.dialogs().beginProject()
                 onFolderRequested: app.dialogs().pick(app.dialogs().folderPicker)
                 onProjectChosen: selection.dropFile()
                 onTaskChosen: app.page = "Чат"
                 onTaskMenu: (task, row) => app.dialogs().showThreadMenu(task, row)
+                onTaskRename: (task, row) => app.dialogs().renameThread(task, row)
                 onSettings: app.dialogs().workspaceSettings.show().open()
                 onHidden: app.sidebarOpen = false
             }
@@ -319,7 +362,9 @@ ApplicationWindow {
             onReleased: value => app.backend.setPreference("inspector_width", value)
         }
         SlidingColumn {
+            id: rightColumn
             objectName: "rightColumn"
+            onVisibleChanged: app.enterPanel()
             open: app.inspectorOpen
             contentWidth: app.shownInspectorWidth
             dragged: rightHandle.dragging
@@ -334,5 +379,18 @@ ApplicationWindow {
         }
     }
 
+    WindowKeys {
+        onNewChat: if (left.quiet) app.beginChat()
+        onNewProject: app.dialogs().beginProject()
+        onFolderRequested: app.dialogs().pick(app.dialogs().folderPicker)
+        onSettingsRequested: app.dialogs().workspaceSettings.show().open()
+        onPanelCalled: panel => app.stepPanel(panel)
+        onSidebarToggled: app.sidebarOpen = !app.sidebarOpen
+        onConversationStepped: rows => left.step(rows)
+        onPaneStepped: forward => app.stepPane(forward)
+        onInputRequested: app.focusInput()
+        onHelpRequested: app.dialogs().showKeys()
+        onEndRequested: app.close()
+    }
     Loader { id: dialogLoader }
 }

@@ -33,6 +33,7 @@ FloatingDialog {
 
     signal addBegun()
     signal agentSelected()
+    signal keysRequested()
 
     function beginAdd() {
         section = 1;
@@ -52,6 +53,22 @@ FloatingDialog {
             return agent.tasks;
         const media = agent.media_analysis ?? "";
         return media === "both" ? ["photo", "video"] : media === "" ? [] : [media];
+    }
+
+    function stepSection(step: int) {
+        section = (section + step + tabs.count) % tabs.count;
+        tabs.currentItem.forceActiveFocus(Qt.TabFocusReason);
+    }
+
+    Shortcut {
+        sequence: "Ctrl+Tab"
+        enabled: settings.visible
+        onActivated: settings.stepSection(1)
+    }
+    Shortcut {
+        sequence: "Ctrl+Shift+Tab"
+        enabled: settings.visible
+        onActivated: settings.stepSection(-1)
     }
 
     objectName: "workspaceSettings"
@@ -86,6 +103,8 @@ FloatingDialog {
             id: tabs
             objectName: "sections"
             Accessible.name: "Разделы настроек"
+            Keys.onLeftPressed: settings.stepSection(-1)
+            Keys.onRightPressed: settings.stepSection(1)
             spacing: 4
             background: null
             // Its usual list view deletes the tabs after the scope that they have the focus in.
@@ -105,7 +124,10 @@ FloatingDialog {
             Layout.fillWidth: true
             Layout.fillHeight: true
 
-            LookPage { service: settings.service }
+            LookPage {
+                service: settings.service
+                onKeysRequested: settings.keysRequested()
+            }
             LazyPage {
                 current: tabs.currentIndex === 1
                 sourceComponent: AgentsPage { panel: settings }

@@ -17,6 +17,8 @@ Button {
     readonly property string told: tip || ((contentItem as ButtonText)?.truncated ? text : "")
     /* Who has pressed the button needs no explanation any more. */
     property bool explained: false
+    /* While it can't be pressed Qt takes the focus away, and gives it back without the ring that shows it. */
+    property bool ringed: false
 
     padding: 7
     leftPadding: 11
@@ -25,10 +27,14 @@ Button {
     hoverEnabled: true
     focusPolicy: Qt.TabFocus // by mouse, one presses it and types on
     scale: down ? .97 : 1
-    Accessible.name: tip || text
+    Accessible.name: tip || text.replace(/^\+ +| +↗$/g, "")
     onPressed: explained = true
     onHoveredChanged: explained = explained && hovered
-    onVisualFocusChanged: explained = false
+    onVisualFocusChanged: {
+        explained = false;
+        ringed = visualFocus || (ringed && !enabled);
+    }
+    onEnabledChanged: if (enabled && ringed && activeFocus) focusReason = Qt.TabFocusReason
     Keys.onReturnPressed: click()
     Keys.onEnterPressed: click()
 

@@ -4,7 +4,8 @@ import QtQuick.Controls.Basic
 import Vesk
 
 /* A record to be read: names with their values beside them, {label, text, raw}. What a program wrote (`raw`) stands
-   below its name in signs of one width, as it is. */
+   below its name in signs of one width, as it is. By keyboard, Enter goes into the first value in view, arrows on from
+   there into its neighbours, Escape back to scrolling. */
 ListView {
     id: root
 
@@ -13,13 +14,33 @@ ListView {
     /* Has the focus without showing it. */
     property bool quiet: false
     readonly property int nameWidth: Theme.px(150)
-    /* A value beyond this is shown in its beginning: laying out a megabyte would stop the window. */
-    readonly property int longest: 20000
 
     function scrollTo(y: real) {
         contentY = Math.max(originY, Math.min(originY + Math.max(0, contentHeight - height), y));
     }
-
+    function keepInView(top: real, bottom: real) {
+        if (top < contentY)
+            scrollTo(top);
+        else if (bottom > contentY + height)
+            scrollTo(bottom - height);
+    }
+    function read(place: int, atEnd: bool) {
+        positionViewAtIndex(place, ListView.Contain);
+        (itemAtIndex(place) as FieldRow)?.read(atEnd);
+    }
+    function readFirst() {
+        // Between two rows, and above the first, there is none.
+        const places = [1, spacing + 1].map(below => indexAt(0, contentY + below));
+        read(places.find(place => place >= 0) ?? 0, false);
+    }
+    function leaveText(from: int, step: int) {
+        if (step === 0) {
+            (itemAtIndex(from) as FieldRow).leave(); // or it would have the focus in the list again
+            forceActiveFocus(Qt.TabFocusReason);
+        } else if (from + step >= 0 && from + step < count) {
+            read(from + step, step < 0);
+        }
+    }
     function copyAll() {
         copier.text = fields.map(field => (field.label && field.label + ": ") + field.text).join("\n");
         copier.selectAll();
@@ -36,9 +57,12 @@ ListView {
     onActiveFocusChanged: if (!activeFocus) quiet = false
     Accessible.role: Accessible.List
     Accessible.name: name
+    Accessible.description: "Enter — читать и выделять, Escape — обратно к списку"
     ScrollBar.vertical: ThinBar {}
     Keys.onUpPressed: scrollTo(contentY - 60)
     Keys.onDownPressed: scrollTo(contentY + 60)
+    Keys.onReturnPressed: if (count > 0) readFirst()
+    Keys.onEnterPressed: if (count > 0) readFirst()
     Keys.onPressed: event => {
         if (event.matches(StandardKey.Copy))
             copyAll();
@@ -66,53 +90,11 @@ ListView {
         radius: 8
         border.color: Theme.focus
     }
-    delegate: Item {
-        id: field
-        required property var modelData
-        readonly property bool raw: modelData.raw ?? false
-        readonly property bool beside: !raw && modelData.label !== ""
-        readonly property int inset: raw ? 10 : 0
-        readonly property string whole: modelData.text
+    delegate: FieldRow {
+        required property int index
         width: ListView.view.width - 12
-        height: Math.max(label.visible ? label.y + label.height : 0, ground.y + ground.height)
-        Accessible.role: Accessible.ListItem
-        Accessible.name: (modelData.label === "" ? "" : modelData.label + ": ") + whole.slice(0, 1000)
-
-        Note {
-            id: label
-            x: 8
-            y: 2
-            visible: text !== ""
-            width: field.beside ? root.nameWidth : parent.width - 8
-            text: field.modelData.label
-        }
-        Rectangle {
-            id: ground
-            x: field.beside ? root.nameWidth + 20 : 8
-            y: field.raw && label.visible ? label.height + 6 : 0
-            width: parent.width - x
-            height: value.height + 2 * field.inset
-            radius: 8
-            color: field.raw ? Theme.code : "transparent"
-
-            TextEdit {
-                id: value
-                objectName: "fieldValue"
-                x: field.inset
-                y: field.inset
-                width: parent.width - 2 * field.inset
-                text: field.whole.length > root.longest ? field.whole.slice(0, root.longest) + "…" : field.whole
-                textFormat: TextEdit.PlainText
-                readOnly: true
-                selectByMouse: true
-                wrapMode: field.raw ? TextEdit.WrapAnywhere : TextEdit.Wrap
-                color: field.raw ? Theme.textCode : Theme.textMessage
-                selectionColor: Theme.dotOn
-                selectedTextColor: Theme.window
-                font.family: field.raw ? Theme.codeFamily : Theme.family
-                font.pixelSize: field.raw ? Theme.small : Theme.body
-                Accessible.ignored: true
-            }
-        }
+        nameWidth: root.nameWidth
+        onCursorMoved: (top, bottom) => root.keepInView(y + top, y + bottom)
+        onCursorLeft: step => root.leaveText(index, step)
     }
 }

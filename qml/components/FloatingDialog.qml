@@ -84,6 +84,12 @@ Dialog {
         function onHeightChanged() { root.fit(); }
     }
     TabKeys { ground: root.contentItem.parent }
+    DialogKeys {
+        enabled: root.visible
+        onMovedBy: (x, y) => root.moveBy(x, y)
+        onResizedBy: (x, y) => root.resizeBy(x, y)
+        onClosed: root.close()
+    }
     /* Also when the focus has gone to the window beneath. */
     Shortcut {
         sequence: "Escape"

@@ -12,6 +12,11 @@ ListView {
     /* The menu key on the row chosen, and Delete. */
     signal menuRequested(int place)
     signal removed(int place)
+    /* F2, and Space in a list of which several rows can be taken. */
+    signal renamed(int place)
+    signal marked(int place)
+
+    property bool marking: false
 
     function act(what: var): bool {
         if (currentIndex < 0 || currentIndex >= count)
@@ -43,12 +48,14 @@ ListView {
     ScrollBar.vertical: ThinBar {}
     Keys.onReturnPressed: event => event.accepted = act(activated)
     Keys.onEnterPressed: event => event.accepted = act(activated)
-    Keys.onSpacePressed: event => event.accepted = act(activated)
+    Keys.onSpacePressed: event => event.accepted = act(marking ? marked : activated)
     Keys.onMenuPressed: event => event.accepted = act(menuRequested)
     Keys.onPressed: event => {
         quiet = false;
         if (event.key === Qt.Key_F10 && event.modifiers & Qt.ShiftModifier)
             event.accepted = act(menuRequested);
+        else if (event.key === Qt.Key_F2)
+            event.accepted = act(renamed);
         else
             event.accepted = keyNavigationEnabled && go(event.key);
     }

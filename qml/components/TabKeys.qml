@@ -16,7 +16,7 @@ QtObject {
             onActivated: order.step(root.ground, true)
         },
         Shortcut {
-            sequences: ["Shift+Tab", "Backtab"]
+            sequence: "Shift+Tab" // beside "Backtab", which a real keyboard sends, it would be ambiguous
             enabled: root.ground.visible
             onActivated: order.step(root.ground, false)
         }

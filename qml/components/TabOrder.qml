@@ -20,9 +20,10 @@ QtObject {
     }
     function step(ground: Item, forward: bool) {
         const here = ground.Window.activeFocusItem;
-        let next = holds(ground, here) ? here : ground;
-        while (next !== ground && !next.activeFocusOnTab)
-            next = next.parent; // from a row to its list
+        let stop = holds(ground, here) ? here : ground;
+        while (stop !== ground && !stop.activeFocusOnTab)
+            stop = stop.parent; // from a row to its list
+        let next = stop === ground && holds(ground, here) ? here : stop;
         for (let i = 0; i < 1000; ++i) {
             next = next.nextItemInFocusChain(forward);
             if (next !== ground && holds(ground, next))
@@ -35,6 +36,20 @@ QtObject {
         next = (next as PaneList)?.currentItem ?? next;
         next.forceActiveFocus(forward ? Qt.TabFocusReason : Qt.BacktabFocusReason);
         reveal(next);
+    }
+    /* Into a part of the window: on its list, or else its first control. */
+    function enter(ground: Item) {
+        let first = null;
+        for (let next = ground.nextItemInFocusChain(true); holds(ground, next); next = next.nextItemInFocusChain(true)) {
+            if (next === first)
+                break;
+            first = first ?? next;
+            if (next as PaneList) {
+                first = next;
+                break;
+            }
+        }
+        first?.forceActiveFocus(Qt.TabFocusReason);
     }
     function reveal(item: Item) {
         for (let it = item.parent; it; it = it.parent) {

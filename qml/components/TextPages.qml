@@ -23,10 +23,11 @@ Item {
         const turning = event.key === Qt.Key_PageDown || event.key === Qt.Key_PageUp;
         const leaving = event.key === Qt.Key_Tab || event.key === Qt.Key_Backtab;
         event.accepted = leaving || (turning && area.height > page + 1);
-        if (leaving)
+        // Beside a screen reader, which looks at each key first, a shortcut may have led on already.
+        if (leaving && area.activeFocus)
             order.step(order.topmost(Overlay.overlay) ?? Window.contentItem,
                        event.key === Qt.Key_Tab && !(event.modifiers & Qt.ShiftModifier));
-        else if (event.accepted)
+        else if (turning && event.accepted)
             turn(event.key === Qt.Key_PageDown ? 1 : -1, event.modifiers & Qt.ShiftModifier);
     }
 

@@ -8,6 +8,7 @@ ScrollBar {
 
     minimumSize: .06
     padding: 1
+    Accessible.ignored: true
     contentItem: Rectangle {
         implicitWidth: root.hovered || root.pressed ? 6 : 4
         implicitHeight: root.hovered || root.pressed ? 6 : 4

@@ -27,7 +27,7 @@ FloatingDialog {
     contentItem: ColumnLayout {
         spacing: 12
 
-        LabelText {
+        LiveText {
             objectName: "commitState"
             text: root.phase === "done" ? root.about.result : root.about.fault || root.service.message
                 || (root.phase === "looking" ? "Смотрю…" : root.phase === "committing" ? "Фиксирую…"

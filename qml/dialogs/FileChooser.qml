@@ -103,7 +103,9 @@ FloatingDialog {
             Layout.fillHeight: true
             Accessible.name: "Содержимое папки"
             model: files
+            marking: root.mode === "files"
             onActivated: place => root.openAt(place)
+            onMarked: place => files.isFolder(place) ? root.openAt(place) : root.pick(place)
 
             function showFirst() {
                 currentIndex = count > 0 ? 0 : -1;

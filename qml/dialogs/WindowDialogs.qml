@@ -90,11 +90,20 @@ Item {
         if (dialog?.visible)
             dialog.fields = app.agentFields(app.selectedRun);
     }
-    function showThreadMenu(task: string, row: Item) {
+    function choose(task: string, row: Item): point {
         app.menuTask = task;
         app.renameDraft = titleOf(app.tasks.find("id", task));
         const place = row.mapToItem(null, 0, 0);
-        (threadMenu.show() as ThreadMenu).openBy(row, Qt.point(place.x, Math.min(place.y, app.height - 70)));
+        return Qt.point(place.x, Math.min(place.y, app.height - 70));
+    }
+    function showThreadMenu(task: string, row: Item) {
+        (threadMenu.show() as ThreadMenu).openBy(row, choose(task, row));
+    }
+    function renameThread(task: string, row: Item) {
+        showRename(choose(task, row));
+    }
+    function showKeys() {
+        (keys.show() as KeysDialog).open();
     }
     function showRename(place: point) {
         const box = renameBox.show() as RenameBox;
@@ -203,6 +212,10 @@ Item {
         sourceComponent: DetailsDialog {}
     }
     LazyDialog {
+        id: keys
+        sourceComponent: KeysDialog {}
+    }
+    LazyDialog {
         id: proofs
         sourceComponent: ProofsDialog {
             service: root.service
@@ -279,6 +292,7 @@ Item {
         sourceComponent: SettingsPanel {
             service: root.service
             backdropItem: root.backdrop
+            onKeysRequested: root.showKeys()
         }
     }
 }

@@ -15,6 +15,9 @@ Rectangle {
     required property string openPanel
     required property int fileCount
     property alias input: composer.input
+    property alias messages: messages
+    /* What waits for the user's answer, if anything does. */
+    readonly property Item card: [decisionCard, previewCard, permissionCard, serverCard].find(card => card.visible) ?? null
     readonly property bool clarifying: current.phase === "CLARIFICATION"
     readonly property bool empty: all.count === 0
     readonly property bool asked: (current.pending?.length ?? 0) > 0
@@ -36,6 +39,8 @@ Rectangle {
     signal differencesRequested()
 
     color: "transparent"
+    Accessible.role: Accessible.Pane
+    Accessible.name: "Диалог"
 
     readonly property string task: current.id ?? ""
 
@@ -59,6 +64,11 @@ Rectangle {
         only: ["progress"]
     }
 
+    Teller {
+        service: root.service
+        note: root.note
+        question: root.clarifying ? decisionCard.said : ""
+    }
     ColumnLayout {
         anchors.fill: parent
         spacing: 0
@@ -176,6 +186,7 @@ Rectangle {
                     }
                 }
                 DecisionCard {
+                    id: decisionCard
                     objectName: "decisionCard"
                     visible: root.clarifying
                     decision: root.current.decision
@@ -191,6 +202,7 @@ Rectangle {
                     onOwnAnswer: root.input.forceActiveFocus()
                 }
                 ActionCard {
+                    id: previewCard
                     objectName: "previewCard"
                     visible: root.current.phase === "PREVIEW"
                     text: "План из предыдущей версии готов."
@@ -201,6 +213,7 @@ Rectangle {
                     onTriggered: root.service.runPreview()
                 }
                 ActionCard {
+                    id: permissionCard
                     objectName: "permissionCard"
                     visible: root.asked
                     text: "Нужно разрешение на команду"
@@ -210,6 +223,7 @@ Rectangle {
                     onTriggered: root.permissionsRequested()
                 }
                 ActionCard {
+                    id: serverCard
                     objectName: "serverCard"
                     visible: root.service.mcpRequests.length > 0 && !(root.low && root.asked)
                     text: "Проект просит запустить свой сервер инструментов"

@@ -10,6 +10,10 @@ Rectangle {
 
     required property var decision
 
+    readonly property list<string> answers: Array.from(decision?.options ?? []).filter(option => typeof option === "string")
+    /* The question with its answers, as it is read out. */
+    readonly property string said: question.text + (answers.length > 0 ? " Варианты: " + answers.join("; ") : "")
+
     signal answered(string answer)
     signal ownAnswer()
     signal compared(string path)
@@ -59,7 +63,7 @@ Rectangle {
                 width: content.width - (scroller.contentHeight > scroller.height ? 10 : 0) // beside the bar
                 spacing: 8
                 Repeater {
-                    model: Array.from(root.decision?.options ?? []).filter(option => typeof option === "string")
+                    model: root.answers
                     Action {
                         required property string modelData
                         required property int index

@@ -22,10 +22,13 @@ Rectangle {
     signal projectChosen()
     signal taskChosen()
     signal taskMenu(string task, Item row)
+    signal taskRename(string task, Item row)
     signal settings()
     signal hidden()
 
     color: Theme.column
+    Accessible.role: Accessible.Pane
+    Accessible.name: "Проекты и диалоги"
 
     ColumnLayout {
         anchors.fill: parent
@@ -135,6 +138,24 @@ Rectangle {
             }
             onActivated: place => root.choose(threads.at(place).id)
             onMenuRequested: place => root.taskMenu(threads.at(place).id, itemAtIndex(place))
+            /* What is renamed or goes on moves to the top, and stays the one that the keyboard is on. */
+            property string moving: ""
+            function follow() {
+                const place = root.placeOf(moving);
+                if (place >= 0)
+                    currentIndex = place;
+            }
+            Connections {
+                target: threads
+                function onRowsAboutToBeRemoved(parent: var, first: int, last: int) {
+                    const here = threadList.currentIndex;
+                    if (here < first || here > last)
+                        return;
+                    threadList.moving = threads.at(here).id;
+                    Qt.callLater(threadList.follow);
+                }
+            }
+            onRenamed: place => root.taskRename(threads.at(place).id, itemAtIndex(place))
         }
         Rectangle {
             color: Theme.rule
@@ -172,6 +193,20 @@ Rectangle {
         }
     }
 
+    function placeOf(task: string): int {
+        for (let i = 0; i < threads.count; ++i) {
+            if (threads.at(i).id === task)
+                return i;
+        }
+        return -1;
+    }
+    /* The conversation that many rows below the one in view. */
+    function step(rows: int) {
+        const here = placeOf(currentTask);
+        const next = here < 0 ? 0 : here + rows;
+        if (next >= 0 && next < threads.count)
+            choose(threads.at(next).id);
+    }
     function choose(task: string) {
         service.selectTask(task);
         taskChosen();

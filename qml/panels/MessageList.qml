@@ -69,10 +69,13 @@ ListView {
         const places = [indexAt(0, bottom), indexAt(0, bottom - spacing), count - 1];
         read(places.find(place => place >= 0), true);
     }
+    function takeFocus() {
+        keys.forceActiveFocus(Qt.TabFocusReason);
+    }
     function leaveText(from: int, step: int) {
         const to = from + step;
         if (step === 0)
-            keys.forceActiveFocus();
+            takeFocus();
         else if (to >= 0 && to < count)
             read(to, step < 0);
     }
@@ -124,7 +127,7 @@ ListView {
         onClicked: {
             root.follow = true;
             root.keepEnd();
-            root.forceActiveFocus();
+            root.takeFocus();
         }
     }
     WheelHandler {

@@ -45,8 +45,7 @@ Item {
     signal copyRequested()
 
     function read(atEnd: bool) {
-        text.cursorPosition = atEnd ? text.length : 0;
-        text.forceActiveFocus();
+        text.read(atEnd);
     }
     function markOf(part: string): string {
         return part.includes("мнением") ? "opinion" : part.includes("— не ") ? "none" : part.startsWith("Проверками не") ? "" : "check";
@@ -84,40 +83,18 @@ Item {
                     : root.row.kind === "question" ? "VESK · вопрос" : "VESK"
                 font.pixelSize: Theme.small
             }
-            TextEdit {
+            ReadText {
                 id: text
                 objectName: "messageText"
                 width: body.width
                 text: root.cut ? root.whole.slice(0, root.longest) + "…" : root.whole
-                textFormat: TextEdit.PlainText
-                readOnly: true
-                selectByMouse: true
-                selectByKeyboard: true
-                wrapMode: TextEdit.Wrap
-                color: Theme.textMessage
-                selectionColor: Theme.dotOn
-                selectedTextColor: Theme.window
-                font.family: Theme.family
                 font.pixelSize: Theme.normal
                 Accessible.name: header.text
-                onCursorRectangleChanged: if (activeFocus) tellCursor()
-                onActiveFocusChanged: if (activeFocus) tellCursor()
-                Keys.onUpPressed: event => event.accepted = leave(cursorRectangle.y < font.pixelSize / 2, -1, event)
-                Keys.onDownPressed: event => {
-                    event.accepted = leave(cursorRectangle.y + 1.5 * cursorRectangle.height > height, 1, event);
+                onCursorMoved: (top, bottom) => {
+                    const y = mapToItem(root, 0, 0).y;
+                    root.cursorMoved(y + top, y + bottom);
                 }
-                Keys.onEscapePressed: root.cursorLeft(0)
-
-                function tellCursor() {
-                    const place = mapToItem(root, cursorRectangle.x, cursorRectangle.y);
-                    root.cursorMoved(place.y, place.y + cursorRectangle.height);
-                }
-                function leave(atEdge: bool, step: int, event: KeyEvent): bool {
-                    const leaving = atEdge && event.modifiers === Qt.NoModifier;
-                    if (leaving)
-                        root.cursorLeft(step);
-                    return leaving;
-                }
+                onCursorLeft: step => root.cursorLeft(step)
             }
             Loader {
                 active: root.proved.length > 0

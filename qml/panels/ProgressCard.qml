@@ -77,7 +77,7 @@ Rectangle {
             Note {
                 id: remark
                 objectName: "progressNote"
-                text: root.ended ? root.result() : root.streamNote || "План, структура и действия команды"
+                text: root.ended ? root.result() : !root.waiting && root.streamNote || "План, структура и действия команды"
                 wrapMode: Text.NoWrap
                 elide: Text.ElideRight
                 Layout.fillWidth: true

@@ -14,6 +14,8 @@ Rectangle {
     readonly property string panel: app.panel
 
     color: Theme.inspector
+    Accessible.role: Accessible.Pane
+    Accessible.name: title.text
 
     ColumnLayout {
         anchors.fill: parent
@@ -23,6 +25,7 @@ Rectangle {
         RowLayout {
             spacing: 8
             LabelText {
+                id: title
                 objectName: "panelTitle"
                 text: root.panel === "agents" ? "Команда" : root.panel === "files" ? "Файлы проекта" : "События"
                 font.weight: Font.DemiBold

@@ -58,6 +58,7 @@ ColumnLayout {
                 spacing: 12
 
                 ValueChoice {
+                    id: choice
                     objectName: "agentChoice"
                     name: "Агент"
                     model: page.panel.profiles
@@ -106,7 +107,10 @@ ColumnLayout {
                 panel: page.panel
                 manual: page.manual
                 Layout.fillWidth: true
-                onAdded: Qt.callLater(page.scrollTo, 0)
+                onAdded: {
+                    Qt.callLater(page.scrollTo, 0);
+                    choice.forceActiveFocus(Qt.TabFocusReason); // the button that was pressed is gone
+                }
             }
             Item { Layout.preferredHeight: 16 }
         }

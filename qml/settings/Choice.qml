@@ -17,7 +17,7 @@ ComboBox {
     padding: 10
     leftPadding: 14
     font.pixelSize: Theme.body
-    Accessible.name: name
+    Accessible.name: displayText === "" ? name : name + ": " + displayText
     Accessible.onPressAction: popup.open()
     Keys.onReturnPressed: popup.open()
     Keys.onEnterPressed: popup.open()

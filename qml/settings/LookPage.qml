@@ -13,6 +13,8 @@ SettingsScroll {
     readonly property var textScales: [...new Set([.9, 1, 1.1, 1.25, 1.5].concat(textScale || []))].sort()
     readonly property var layouts: Object.keys(preferences.network_layouts ?? {})
 
+    signal keysRequested()
+
     function keepLayout() {
         service.saveNetwork(layoutName.text);
         if (service.message === "")
@@ -154,6 +156,11 @@ SettingsScroll {
             displayText: currentIndex < 0 ? enabled ? "Выбрать раскладку" : "Сохранённых раскладок нет" : currentText
             Layout.fillWidth: true
             onActivated: page.service.loadNetwork(currentText)
+        }
+        SoftButton {
+            objectName: "showKeys"
+            text: "Сочетания клавиш (F1)"
+            onClicked: page.keysRequested()
         }
     }
 }

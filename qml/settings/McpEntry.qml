@@ -45,7 +45,7 @@ Column {
                     onClicked: root.connected ? root.disconnectRequested() : root.connectRequested()
                 }
             }
-            LabelText {
+            LiveText {
                 objectName: "serverStatus"
                 text: root.server.error ? Wording.visible(root.server.error)
                     : root.connected ? "Подключён · инструментов: " + root.server.tool_count

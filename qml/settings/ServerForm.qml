@@ -150,6 +150,11 @@ ColumnLayout {
         }
     }
     Choice {
+        id: models
+        // Who has asked for them by Enter goes on here.
+        onCountChanged: if (count > 1 && form.ownCatalog && (address.focus || key.focus)) {
+            Qt.callLater(() => models.forceActiveFocus(Qt.TabFocusReason));
+        }
         objectName: "serverModels"
         name: "Модели сервера"
         visible: count > 1

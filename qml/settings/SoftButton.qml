@@ -8,6 +8,8 @@ Button {
     id: root
 
     property string tip: ""
+    /* While it can't be pressed Qt takes the focus away, and gives it back without the ring that shows it. */
+    property bool ringed: false
 
     padding: 10
     leftPadding: 14
@@ -17,6 +19,8 @@ Button {
     font.pixelSize: Theme.body
     Accessible.name: text
     Accessible.description: tip
+    onVisualFocusChanged: ringed = visualFocus || (ringed && !enabled)
+    onEnabledChanged: if (enabled && ringed && activeFocus) focusReason = Qt.TabFocusReason
     Keys.onReturnPressed: click()
     Keys.onEnterPressed: click()
 

@@ -6,6 +6,7 @@
 #include <QTest>
 
 #include <algorithm>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -99,7 +100,22 @@ bool isInView(QQuickItem *item)
     return shown.contains(middle) || shown.height() > 40;
 }
 
+QStringList announced;
+
 } // namespace
+
+Keyboard::Keyboard()
+{
+    QAccessible::installUpdateHandler([](QAccessibleEvent *event) {
+        if (event->type() == QAccessible::Announcement)
+            announced.append(static_cast<QAccessibleAnnouncementEvent *>(event)->message());
+    });
+}
+
+QStringList Keyboard::told()
+{
+    return std::exchange(announced, {});
+}
 
 QStringList Keyboard::faults(QQuickWindow *shown)
 {
@@ -139,7 +155,7 @@ QList<QQuickItem *> Keyboard::round(Qt::Key key)
     QImage with = looking ? window->grabWindow() : QImage();
     do {
         const QRect area = here->mapRectToScene(here->boundingRect()).toRect().adjusted(-14, -14, 14, 14);
-        QTest::keyClick(window, key);
+        QTest::keyClick(window, key, key == Qt::Key_Backtab ? Qt::ShiftModifier : Qt::NoModifier);
         QQuickItem *next = window->activeFocusItem();
         const QImage without = looking ? window->grabWindow() : QImage();
         if (looking && here != next)

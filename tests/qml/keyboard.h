@@ -9,11 +9,13 @@
 class Keyboard : public QObject {
     Q_OBJECT
 public:
-    using QObject::QObject;
+    Keyboard();
 
     /// What is wrong in what lies topmost in the window, a line each: two rounds in each direction must be the same,
     /// reach each control, and stop only where the focus can be seen and has a name.
     Q_INVOKABLE QStringList faults(QQuickWindow *window);
+    /// What a screen reader was to say since the last call.
+    Q_INVOKABLE QStringList told();
 
 private:
     QList<QQuickItem *> round(Qt::Key key);

@@ -209,5 +209,62 @@ Item {
             keyClick(Qt.Key_Return);
             tryVerify(() => app.input.activeFocus);
         }
+        function test_theWindowHasKeysOfItsOwn_data() {
+            const dialog = name => () => findChild(app, name)?.opened ?? false;
+            const focus = name => () => app.activeFocusItem?.objectName === name;
+            return [
+                { tag: "Ctrl+B", done: () => !app.sidebarOpen }, { tag: "Ctrl+2", done: () => app.inspectorOpen && app.panel === "files" },
+                { tag: "Ctrl+,", done: dialog("workspaceSettings") }, { tag: "F1", done: dialog("keysDialog") },
+                { tag: "Ctrl+Shift+N", done: dialog("projectDialog") }, { tag: "Ctrl+O", done: dialog("folderPicker") },
+                { tag: "Shift+F6", done: focus("decisionOption0") }, { tag: "F6", done: focus("threadList") }
+            ];
+        }
+        function test_theWindowHasKeysOfItsOwn(data) {
+            give({ chat: talk, tasks: [{ id: "t", phase: "", spec: {} }],
+                   uiState: { id: "t", phase: "CLARIFICATION", decision: { question: "Как?", options: ["Так"] } } });
+            keySequence(data.tag);
+            tryVerify(() => data.done() || app.activeFocusItem?.ListView.view?.objectName === "threadList" && data.tag === "F6");
+        }
+        function test_aDialogIsMovedReadAndClosedByKeyboard() {
+            app.dialogs().showRecord([{ label: "Имя", text: "один" }, { label: "Вид", text: "два" }], null);
+            const dialog = findChild(app, "details");
+            tryCompare(dialog, "opened", true);
+            const place = [dialog.x, dialog.width];
+            keySequence("Alt+Left");
+            keySequence("Alt+Shift+Right");
+            compare([dialog.x < place[0], dialog.width > place[1]], [true, true]);
+            const list = findChild(dialog.contentItem, "detailsFields");
+            keyClick(Qt.Key_Return);
+            keyClick(Qt.Key_Down);
+            keyClick(Qt.Key_End, Qt.ShiftModifier);
+            compare(app.activeFocusItem.selectedText, "два");
+            keyClick(Qt.Key_Escape);
+            verify(list.activeFocus && app.activeFocusItem.objectName !== "fieldValue");
+            keySequence("Ctrl+W");
+            tryCompare(dialog, "visible", false);
+        }
+        function test_theRowUnderTheKeyboardStaysTheSame() {
+            const row = id => ({ id, phase: "", spec: { title: id } });
+            give({ tasks: [row("a"), row("b"), row("c")] });
+            const list = findChild(app.contentItem, "threadList");
+            list.forceActiveFocus(Qt.TabFocusReason);
+            keyClick(Qt.Key_End);
+            compare(list.currentItem.row.id, "a");
+            stub.tasks = [row("b"), row("c"), row("a")];
+            tryVerify(() => list.currentItem.row.id === "a");
+        }
+        function test_aScreenReaderIsToldWhatHappens() {
+            give({ chat: talk.slice(0, 1) });
+            keyboard.told();
+            stub.chat = talk;
+            compare(keyboard.told().map(text => text.slice(0, 11)), ["VESK: текст", "VESK: Задач"]);
+            stub.uiState = { phase: "EXECUTION", pending };
+            compare(keyboard.told(), ["Нужно ваше разрешение"]);
+            stub.uiState = { phase: "CLARIFICATION", decision: { question: "Как?", options: ["Так"] } };
+            let said = [];
+            tryVerify(() => (said = said.concat(keyboard.told())).includes("Вопрос: Как? Варианты: Так"));
+            give({ chat: [{ id: "9", role: "assistant", content: "Другой разговор" }] });
+            compare(keyboard.told().filter(text => text.startsWith("VESK")), []);
+        }
     }
 }
