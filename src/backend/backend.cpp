@@ -96,6 +96,7 @@ void Backend::connectServices()
         core.engine.projectTreeMap = treeWatch.map();
     });
     connect(&editWatch, &EditWatch::changed, this, &Backend::notifyUi);
+    connect(&editWatch, &EditWatch::failed, this, &Backend::show);
     connect(&settling, &EditSettling::ended, this, &Backend::takeSettled);
     connect(&team, &AgentTeam::changed, this, &Backend::notifyUi);
     connect(&team, &AgentTeam::concluded, this, &Backend::show);

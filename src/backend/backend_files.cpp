@@ -53,7 +53,7 @@ void Backend::settleEdits(const QString &path, bool takesOwn)
 
 void Backend::takeSettled(const QStringList &faults)
 {
-    editWatch.look();
+    attempt([this] { editWatch.look(); });
     if (!faults.isEmpty())
         show(faults.join(u'\n'));
 }
@@ -195,8 +195,7 @@ void Backend::restoreOn()
 
 QString Backend::lastRestore() const
 {
-    const QString project = core.workspace.project();
-    const QJsonArray all = project.isEmpty() ? QJsonArray() : core.store.list(u"checkpoints"_s, project);
+    const QJsonArray all = core.store.checkpointOutlines(core.workspace.project());
     QString last;
     for (const QJsonValue &point : all) {
         if (point["reason"_L1].toString() == "restore"_L1)

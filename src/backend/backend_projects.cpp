@@ -7,6 +7,7 @@
 #include "project_record.h"
 
 #include <QDesktopServices>
+#include <QDir>
 #include <QStandardPaths>
 #include <QUrl>
 
@@ -17,6 +18,16 @@ namespace vesk {
 namespace {
 
 constexpr qsizetype maxTitle = 100;
+
+/// The newest of those that the list shows; empty for none.
+QString lastListed(const QJsonArray &outlines)
+{
+    for (qsizetype i = outlines.size() - 1; i >= 0; --i) {
+        if (!outlines[i]["archived"_L1].toBool())
+            return outlines[i]["id"_L1].toString();
+    }
+    return {};
+}
 
 } // namespace
 
@@ -32,7 +43,13 @@ void Backend::requireQuiet()
 void Backend::requireProject(const QString &name)
 {
     if (core.workspace.root().isEmpty())
-        makeProject(name, defaultFolder());
+        return makeProject(name, defaultFolder());
+    // The folder of a project that could not be stored when it was made is in use all the same.
+    const QString project = core.workspace.project();
+    if (core.store.get(u"projects"_s, project).isEmpty()) {
+        projectName = QDir(core.workspace.root()).dirName();
+        core.store.put(u"projects"_s, project, {}, projectRecord(project, projectName, core.workspace.root()));
+    }
 }
 
 void Backend::createProject(const QString &name, const QString &folder)
@@ -73,7 +90,7 @@ void Backend::openProject(const QString &projectId)
     projectName = project["name"_L1].toString();
     attachments.clear();
     queue.open(projectId, waiting);
-    view.open(outlines.isEmpty() ? QString() : outlines.last()["id"_L1].toString());
+    view.open(lastListed(outlines));
     takeUpProject();
     lookForEdits();
 }

@@ -157,7 +157,7 @@ QVariantList Backend::restorePoints() const
                 = title.isEmpty() ? task["spec"_L1]["original_request"_L1].toString() : title;
         }
         QVariantList points;
-        const QJsonArray all = core.store.list(u"checkpoints"_s, project);
+        const QJsonArray all = core.store.checkpointOutlines(project);
         for (const QJsonValue &point : all) {
             const QString task = point["task_id"_L1].toString();
             points.prepend(QVariantMap{

@@ -6,13 +6,13 @@
 #include "path_rules.h"
 #include "workspace.h"
 
-#include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QDir>
+#include <QEventLoop>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QProcessEnvironment>
 #include <QStandardPaths>
+#include <QTimer>
 
 #include <utility>
 
@@ -276,8 +276,12 @@ void Committing::stop()
 void Committing::finish()
 {
     stop();
-    for (const QDeadlineTimer limit(stopLimitMs); isCommitting() && !limit.hasExpired();)
-        QCoreApplication::processEvents(QEventLoop::ExcludeUserInputEvents | QEventLoop::WaitForMoreEvents, 50);
+    if (!isCommitting())
+        return;
+    QEventLoop loop;
+    connect(this, &Committing::ended, &loop, &QEventLoop::quit);
+    QTimer::singleShot(stopLimitMs, &loop, &QEventLoop::quit);
+    loop.exec(QEventLoop::ExcludeUserInputEvents);
     if (!isCommitting())
         return;
     ++generation;

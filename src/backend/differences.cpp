@@ -25,16 +25,19 @@ bool isThere(const QJsonObject &record)
 
 Differences::Differences(const Workspace &workspace)
     : workspace(workspace)
+    , stale(std::make_shared<std::atomic_bool>(false))
 {
     pool.setMaxThreadCount(1);
+    colourPool.setMaxThreadCount(1);
 }
 
 Differences::~Differences()
 {
     ++generation;
-    leaving = true;
+    *stale = true;
     pool.clear();
     pool.waitForDone();
+    colourPool.waitForDone();
 }
 
 void Differences::show(const QString &title, const QList<FileChange> &changes)
@@ -72,6 +75,7 @@ void Differences::clear()
 void Differences::begin(const QString &title, const QList<File> &all)
 {
     ++generation;
+    *stale = true;
     heading = title;
     olderRevision = 0;
     newerRevision = 0;
@@ -155,16 +159,18 @@ void Differences::showLines()
 void Differences::colour()
 {
     const File *file = shownFile();
+    *stale = true;
     if (!file || !file->compared || file->compared->binary)
         return;
-    pool.start([this, at = file - compareds.constData(), noted = generation, compared = file->compared, ground = dark] {
+    stale = std::make_shared<std::atomic_bool>(false);
+    colourPool.start([this, at = file - compareds.constData(), compared = file->compared, ground = dark, stop = stale] {
         auto colours = std::make_shared<FileColours>();
-        colours->old = coloursOf(compared->path, compared->oldLines, ground, leaving);
-        colours->now = coloursOf(compared->path, compared->newLines, ground, leaving);
+        colours->old = coloursOf(compared->path, compared->oldLines, ground, *stop);
+        colours->now = coloursOf(compared->path, compared->newLines, ground, *stop);
         QMetaObject::invokeMethod(
             this,
-            [this, at, noted, ground, colours] {
-                if (noted != generation || ground != dark)
+            [this, at, stop, colours] {
+                if (*stop)
                     return;
                 compareds[at].colours = colours;
                 if (&compareds[at] == shownFile())

@@ -79,14 +79,15 @@ private:
     void colour();
 
     const Workspace &workspace;
-    QThreadPool pool;
+    QThreadPool pool; ///< For comparing, which nobody waits with colours for.
+    QThreadPool colourPool;
     QList<File> compareds;
     QString heading;
     QString selected;
     DifferenceModel model;
     int olderRevision = 0;
     int newerRevision = 0;
-    std::atomic_bool leaving = false; ///< The pool is waited for.
+    std::shared_ptr<std::atomic_bool> stale; ///< Tells a thread at work that its colours are wanted no more.
     bool beside = true;
     bool dark = true;
     bool comparing = false;

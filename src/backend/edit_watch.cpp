@@ -2,8 +2,10 @@
 
 #include "edit_watch.h"
 
+#include "helpers.h"
 #include "slice.h"
 
+#include <exception>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -44,10 +46,16 @@ void EditWatch::forget()
 void EditWatch::lookOn()
 {
     const Slice slice;
-    for (; next < records.size() && !slice.isOver(); ++next) {
-        // Of the newest record: a run may have written since the look began.
-        if (const auto edit = workspace.handEdit(std::as_const(records)[next]["path"_L1].toString()))
-            finding.append(shown(*edit));
+    try {
+        for (; next < records.size() && !slice.isOver(); ++next) {
+            // Of the newest record: a run may have written since the look began.
+            if (const auto edit = workspace.handEdit(std::as_const(records)[next]["path"_L1].toString()))
+                finding.append(shown(*edit));
+        }
+    } catch (const std::exception &fault) { // of the store
+        timer.stop();
+        Q_EMIT failed(textOf(fault));
+        return;
     }
     if (next < records.size())
         return;

@@ -26,6 +26,8 @@ public:
 Q_SIGNALS:
     /// A look has ended and `edits` is new.
     void changed();
+    /// The look has ended before its time: `edits` stays as it was.
+    void failed(const QString &text);
 
 private:
     void lookOn();

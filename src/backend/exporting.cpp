@@ -103,7 +103,7 @@ void Exporting::goOn()
 
 void Exporting::end(const QString &text)
 {
-    copy.reset();
+    pool.start([ended = std::move(copy)] { }); // a copy that has failed takes away what it has written
     records = {};
     Q_EMIT concluded(text);
 }

@@ -33,7 +33,13 @@ constexpr qsizetype searchLimit = 200;
 constexpr qsizetype outlineRequestChars = 200;
 
 /// What a list of tasks shows of one.
-QJsonObject outlineOf(const QJsonObject &task)
+/// Where the outlines of a table's records stand; empty for a table that has none.
+QString outlinesOf(const QString &table)
+{
+    return table == "tasks"_L1 ? u"task_outlines"_s : table == "checkpoints"_L1 ? u"checkpoint_outlines"_s : QString();
+}
+
+QJsonObject taskOutline(const QJsonObject &task)
 {
     const QJsonValue spec = task["spec"_L1];
     return {{u"id"_s, task["id"_L1]},
@@ -43,6 +49,18 @@ QJsonObject outlineOf(const QJsonObject &task)
             {u"spec"_s,
              QJsonObject{{u"title"_s, spec["title"_L1]},
                          {u"original_request"_s, spec["original_request"_L1].toString().left(outlineRequestChars)}}}};
+}
+
+QJsonObject outlineOf(const QString &table, const QJsonObject &body)
+{
+    if (table == "tasks"_L1)
+        return taskOutline(body);
+    QJsonObject outline;
+    for (const QString &key : {u"id"_s, u"project_id"_s, u"task_id"_s, u"time"_s, u"reason"_s}) {
+        if (body.contains(key))
+            outline[key] = body[key];
+    }
+    return outline;
 }
 
 /// What a record takes of a cache, in units of so many bytes. What is larger than the whole cache is not kept.
@@ -127,7 +145,8 @@ void Store::open(const QString &path)
                 + u" (id TEXT PRIMARY KEY, task TEXT NOT NULL, body TEXT NOT NULL, updated TEXT NOT NULL)"_s);
         execute(u"CREATE INDEX IF NOT EXISTS idx_"_s + table + u"_task ON "_s + table + u"(task)"_s);
     }
-    openOutlines();
+    openOutlines(u"tasks"_s);
+    openOutlines(u"checkpoints"_s);
     openRevisions();
     QSqlQuery(database).exec(u"PRAGMA user_version=1"_s);
     // SQLite opens a file that it may not write to for reading and says so only at the first write,
@@ -136,32 +155,33 @@ void Store::open(const QString &path)
     execute(u"ROLLBACK"_s);
 }
 
-/// The outlines stand beside the tasks, since a task's document may be megabytes long: an index over expressions parsed
-/// each of them at every write. What another program, or a crash between the two writes, has left behind is made up for
-/// here; the time of the last write tells.
-void Store::openOutlines()
+/// The outlines stand beside the records, since the document of a task or of a checkpoint may be megabytes long: an
+/// index over expressions parsed each of them at every write. What another program, or a crash between the two writes,
+/// has left behind is made up for here; the time of the last write tells.
+void Store::openOutlines(const QString &table)
 {
-    execute(u"CREATE TABLE IF NOT EXISTS task_outlines (id TEXT PRIMARY KEY, task TEXT NOT NULL, body TEXT NOT NULL, "
-            "updated TEXT NOT NULL)"_s);
+    const QString outlines = outlinesOf(table);
+    execute(u"CREATE TABLE IF NOT EXISTS "_s + outlines
+            + u" (id TEXT PRIMARY KEY, task TEXT NOT NULL, body TEXT NOT NULL, updated TEXT NOT NULL)"_s);
     // Without this index the comparison would walk through the pages of every document to the column behind it.
-    execute(u"CREATE INDEX IF NOT EXISTS idx_tasks_updated ON tasks(updated,id)"_s);
+    execute(u"CREATE INDEX IF NOT EXISTS idx_%1_updated ON %1(updated,id)"_s.arg(table));
     QSqlQuery query(database);
-    query.exec(u"SELECT t.id FROM tasks AS t LEFT JOIN task_outlines AS o ON o.id=t.id AND o.updated=t.updated "
-               "WHERE o.id IS NULL"_s);
+    query.exec(u"SELECT t.id FROM %1 AS t LEFT JOIN %2 AS o ON o.id=t.id AND o.updated=t.updated WHERE o.id IS NULL "
+               "ORDER BY t.updated"_s.arg(table, outlines));
     check(query);
     QStringList missing;
     while (query.next())
         missing.append(query.value(0).toString());
     query.finish();
-    for (const QString &task : std::as_const(missing))
-        addOutline(task);
+    for (const QString &id : std::as_const(missing))
+        addOutline(table, id);
 }
 
-void Store::addOutline(const QString &task)
+void Store::addOutline(const QString &table, const QString &id)
 {
     QSqlQuery query(database);
-    query.prepare(u"SELECT task,CAST(body AS BLOB),updated FROM tasks WHERE id=?"_s);
-    query.bindValue(0, task);
+    query.prepare(u"SELECT task,CAST(body AS BLOB),updated FROM %1 WHERE id=?"_s.arg(table));
+    query.bindValue(0, id);
     query.exec();
     check(query);
     if (!query.next())
@@ -170,9 +190,9 @@ void Store::addOutline(const QString &task)
     const QJsonObject body = parsed(query.value(1).toByteArray());
     const QString time = query.value(2).toString();
     query.finish();
-    QJsonObject outline = outlineOf(body);
-    outline["id"_L1] = task;
-    write(Statement::PutOutline, u"tasks"_s, task, owner, jsonBytes(outline), time);
+    QJsonObject outline = outlineOf(table, body);
+    outline["id"_L1] = id;
+    write(Statement::PutOutline, outlinesOf(table), id, owner, jsonBytes(outline), time);
 }
 
 /// By file and number: those of one file are a handful among all that a project has had. What is missing is made up
@@ -204,7 +224,7 @@ QString Store::sqlOf(Statement kind)
         return u"INSERT INTO %1(id,task,body,updated) VALUES(?,?,CAST(? AS TEXT),?) ON CONFLICT(id) DO UPDATE SET "
                "task=excluded.task,body=excluded.body,updated=excluded.updated"_s;
     case Statement::PutOutline:
-        return sqlOf(Statement::Put).replace(u"%1"_s, u"task_outlines"_s);
+        return sqlOf(Statement::Put);
     case Statement::PutRevision:
         return u"INSERT OR REPLACE INTO revision_keys(id,task,body,updated) VALUES(?,?,?,?)"_s;
     case Statement::Get:
@@ -218,7 +238,7 @@ QString Store::sqlOf(Statement kind)
     case Statement::LastRows:
         return u"SELECT rowid,CAST(body AS BLOB) FROM %1 WHERE task=? AND rowid>? ORDER BY rowid DESC LIMIT ?"_s;
     case Statement::Outlines:
-        return u"SELECT CAST(body AS BLOB) FROM task_outlines WHERE task=? OR ?='' ORDER BY updated,rowid"_s;
+        return u"SELECT CAST(body AS BLOB) FROM %1 WHERE task=? OR ?='' ORDER BY updated,rowid"_s;
     case Statement::FileRevisions:
         return u"SELECT CAST(r.body AS BLOB) FROM revision_keys AS k JOIN file_revisions AS r ON r.id=k.id "
                "WHERE k.task=? ORDER BY CAST(k.body AS INTEGER)"_s;
@@ -248,8 +268,8 @@ void Store::put(const QString &table, const QString &id, const QString &task, co
     requireTable(table);
     const QByteArray text = jsonBytes(body);
     const QString time = write(Statement::Put, table, id, task, text);
-    if (table == "tasks"_L1)
-        write(Statement::PutOutline, table, id, task, jsonBytes(outlineOf(body)), time);
+    if (const QString outlines = outlinesOf(table); !outlines.isEmpty())
+        write(Statement::PutOutline, outlines, id, task, jsonBytes(outlineOf(table, body)), time);
     if (table == "file_revisions"_L1)
         putRevision(id, body);
     records.insert(cacheKey(table, id), new QJsonObject(body), costOf(text.size(), 512));
@@ -259,8 +279,8 @@ void Store::putText(const QString &table, const QString &id, const QString &task
 {
     requireTable(table);
     const QString time = write(Statement::Put, table, id, task, body);
-    if (table == "tasks"_L1)
-        write(Statement::PutOutline, table, id, task, jsonBytes(outlineOf(parsed(body))), time);
+    if (const QString outlines = outlinesOf(table); !outlines.isEmpty())
+        write(Statement::PutOutline, outlines, id, task, jsonBytes(outlineOf(table, parsed(body))), time);
     if (table == "file_revisions"_L1)
         putRevision(id, parsed(body));
 }
@@ -268,7 +288,7 @@ void Store::putText(const QString &table, const QString &id, const QString &task
 void Store::putTask(const QString &id, const QString &project, const QByteArray &body, const QJsonObject &head)
 {
     const QString time = write(Statement::Put, u"tasks"_s, id, project, body);
-    write(Statement::PutOutline, u"tasks"_s, id, project, jsonBytes(outlineOf(head)), time);
+    write(Statement::PutOutline, outlinesOf(u"tasks"_s), id, project, jsonBytes(taskOutline(head)), time);
 }
 
 void Store::putRevision(const QString &id, const QJsonObject &body)
@@ -414,17 +434,27 @@ QJsonObject Store::fileRevision(const QString &file, int revision) const
 
 QJsonArray Store::taskOutlines(const QString &project) const
 {
-    QSqlQuery &query = statement(Statement::Outlines, u"tasks"_s);
+    return outlines(u"tasks"_s, project);
+}
+
+QJsonArray Store::checkpointOutlines(const QString &project) const
+{
+    return project.isEmpty() ? QJsonArray() : outlines(u"checkpoints"_s, project);
+}
+
+QJsonArray Store::outlines(const QString &table, const QString &project) const
+{
+    QSqlQuery &query = statement(Statement::Outlines, outlinesOf(table));
     query.bindValue(0, boundKey(project));
     query.bindValue(1, boundKey(project));
     query.exec();
     check(query);
-    QJsonArray outlines;
+    QJsonArray all;
     while (query.next())
-        outlines.append(parsed(query.value(0).toByteArray()));
+        all.append(parsed(query.value(0).toByteArray()));
     check(query);
     query.finish();
-    return outlines;
+    return all;
 }
 
 QJsonArray Store::search(const QString &query) const

@@ -62,6 +62,8 @@ public:
     /// {"id", "project_id", "phase", "archived", "spec": {"title", "original_request"}} with the request cut to 200
     /// characters. The documents, which may be large, are not read.
     QJsonArray taskOutlines(const QString &project) const;
+    /// The checkpoints of a project likewise, each as {"id", "project_id", "task_id", "time", "reason"}.
+    QJsonArray checkpointOutlines(const QString &project) const;
 
     /// The revisions of a file (their "file_id") in order of their numbers, found without a look at those of others.
     QJsonArray fileRevisions(const QString &file) const;
@@ -100,8 +102,9 @@ private:
     };
 
     void open(const QString &path);
-    void openOutlines();
-    void addOutline(const QString &task);
+    void openOutlines(const QString &table);
+    void addOutline(const QString &table, const QString &id);
+    QJsonArray outlines(const QString &table, const QString &project) const;
     void openRevisions();
     void putRevision(const QString &id, const QJsonObject &body);
     void execute(const QString &sql) const;

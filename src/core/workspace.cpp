@@ -484,13 +484,13 @@ QJsonObject Workspace::undoEdit(const QString &relativePath)
 
 QJsonObject Workspace::checkpointOf(const QString &taskId) const
 {
-    const QJsonArray all = projectId.isEmpty() ? QJsonArray() : store.list(u"checkpoints"_s, projectId);
+    const QJsonArray all = store.checkpointOutlines(projectId);
     QString task = taskId;
     for (qsizetype i = all.size() - 1; i >= 0 && task.isEmpty(); --i)
         task = all[i]["task_id"_L1].toString();
-    for (const QJsonValue &snapshot : all) {
-        if (!task.isEmpty() && snapshot["task_id"_L1].toString() == task)
-            return snapshot.toObject();
+    for (const QJsonValue &outline : all) {
+        if (!task.isEmpty() && outline["task_id"_L1].toString() == task)
+            return store.get(u"checkpoints"_s, outline["id"_L1].toString());
     }
     return {};
 }
@@ -502,21 +502,23 @@ QList<FileChange> Workspace::changesSince(const QJsonObject &snapshot) const
 
 QStringList Workspace::filesOf(const QString &taskId) const
 {
-    const QJsonArray all = projectId.isEmpty() ? QJsonArray() : store.list(u"checkpoints"_s, projectId);
-    QJsonObject first;
-    QJsonObject next;
-    for (const QJsonValue &value : all) {
-        const QString task = value["task_id"_L1].toString();
+    const QJsonArray all = store.checkpointOutlines(projectId);
+    QString first;
+    QString next;
+    for (const QJsonValue &outline : all) {
+        const QString task = outline["task_id"_L1].toString();
         if (first.isEmpty() && task == taskId && !task.isEmpty())
-            first = value.toObject();
+            first = outline["id"_L1].toString();
         else if (!first.isEmpty() && next.isEmpty() && task != taskId && !task.isEmpty())
-            next = value.toObject();
+            next = outline["id"_L1].toString();
     }
     if (first.isEmpty())
         return {};
+    const auto filesAt = [this](const QString &snapshot) {
+        return store.get(u"checkpoints"_s, snapshot)["files"_L1].toArray();
+    };
     QStringList paths;
-    const QList<FileChange> changes
-        = changesBetween(first["files"_L1].toArray(), next.isEmpty() ? files() : next["files"_L1].toArray());
+    const QList<FileChange> changes = changesBetween(filesAt(first), next.isEmpty() ? files() : filesAt(next));
     for (const FileChange &change : changes) {
         const int from = change.before["revision"_L1].toInt();
         const int to = change.after["revision"_L1].toInt();
