@@ -9,6 +9,7 @@
 option(VESK_WERROR "Warnings are errors" ON)
 option(VESK_SANITIZE "Build with address and undefined-behaviour checks" OFF)
 option(VESK_FUZZ "Build tests/fuzz with libFuzzer, which takes clang" OFF)
+set(VESK_TOGETHER 6 CACHE STRING "Files of a library that are compiled as one, 1 for each alone")
 
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
@@ -123,6 +124,14 @@ add_library(vesk_qt_test INTERFACE)
 target_link_libraries(vesk_qt_test INTERFACE Qt6::Core $<LINK_ONLY:Qt6::Test>)
 target_include_directories(vesk_qt_test SYSTEM INTERFACE $<TARGET_PROPERTY:Qt6::Test,INTERFACE_INCLUDE_DIRECTORIES>)
 
+# Loading the headers costs more than compiling a short file, so some are compiled as one. They share their anonymous
+# namespaces then: a name in there stands once in a folder.
+function(vesk_compile_together target)
+    if(VESK_TOGETHER GREATER 1)
+        set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${VESK_TOGETHER})
+    endif()
+endfunction()
+
 # A target of tests or measurements.
 function(vesk_test_settings target)
     target_link_libraries(${target} PRIVATE vesk_lenient)
@@ -131,6 +140,8 @@ function(vesk_test_settings target)
     if(type STREQUAL EXECUTABLE) # its classes are in no header: this file is empty
         set_source_files_properties(${CMAKE_CURRENT_BINARY_DIR}/${target}_autogen/mocs_compilation.cpp
             PROPERTIES SKIP_PRECOMPILE_HEADERS ON)
+    else()
+        vesk_compile_together(${target})
     endif()
 endfunction()
 
@@ -145,6 +156,7 @@ function(vesk_library name)
     # A folder of headers alone is a library, too: it keeps its place between the layers.
     set_property(GLOBAL APPEND PROPERTY VESK_TARGETS vesk_${name})
     set_target_properties(vesk_${name} PROPERTIES LINKER_LANGUAGE CXX)
+    vesk_compile_together(vesk_${name})
 endfunction()
 
 # A program build/bin/<name>.
@@ -164,6 +176,7 @@ function(vesk_loaded name file)
     vesk_use_precompiled(vesk_${name} vesk_headers)
     set_target_properties(vesk_${name} PROPERTIES OUTPUT_NAME ${file}
         LIBRARY_OUTPUT_DIRECTORY "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}")
+    vesk_compile_together(vesk_${name})
     install(TARGETS vesk_${name} LIBRARY DESTINATION lib/vesk)
     set_property(GLOBAL APPEND PROPERTY VESK_TARGETS vesk_${name})
 endfunction()

@@ -79,57 +79,63 @@ class Sources:
         self.source, self.build = source, build
         self.cache = Path(os.environ.get("XDG_CACHE_HOME") or Path.home() / ".cache") / "vesk-lint"
         self.hashes = {}
-        self.included = self.read_includes()
-        self.entries = [entry for entry in json.loads((build / "compile_commands.json").read_text())
-                        if self.is_ours(Path(entry["file"]))]
+        self.direct = {}
+        self.entries = [entry for compiled in json.loads((build / "compile_commands.json").read_text())
+                        for entry in self.single(compiled) if self.is_ours(Path(entry["file"]))]
         self.common = "\n".join([Path(__file__).read_text(), (source / ".clang-tidy").read_text(),
-                                 run(["clang-tidy", "--version"])[1], run(["clazy-standalone", "--version"])[1]])
+                                 run(["clang-tidy", "--version"])[1], run(["clazy-standalone", "--version"])[1],
+                                 os.environ.get("VESK_TOOLCHAIN", "")])
 
     def is_ours(self, path):
         """Not so what moc and rcc have made."""
         return path.is_relative_to(self.source) and not path.is_relative_to(self.build)
 
-    def read_includes(self):
-        """Object file -> what it was made from, as the last build noted it."""
-        includes, current = {}, None
-        for line in run(["ninja", "-C", str(self.build), "-t", "deps"])[1].splitlines():
-            if line.startswith("    "):
-                if "/cmake_pch.hxx" not in line:  # its headers follow, and no two builds of it are the same
-                    current.append(line.strip())
-            elif ": #deps" in line:
-                current = includes.setdefault(line.split(": #deps")[0], [])
-        return includes
+    @staticmethod
+    def single(entry):
+        """The files that the build compiles as one, each with the same flags."""
+        path = Path(entry["file"])
+        if path.parent.name != "Unity" or not path.exists():
+            return [entry]
+        return [{**entry, "file": name} for name in re.findall(r'(?m)^#include "(.+)"', path.read_text())]
 
-    def describe(self, name):
-        """A header's path and text; of a system header, which comes with a package, its size."""
-        if name not in self.hashes:
-            path = self.build / name
-            try:
-                ours = path.is_relative_to(self.source)
-                what = hashlib.sha256(path.read_bytes()).hexdigest() if ours else str(path.stat().st_size)
-                self.hashes[name] = f"{os.path.relpath(path, self.source) if ours else path} {what}"
-            except OSError:
-                self.hashes[name] = f"{path} is gone"
-        return self.hashes[name]
+    def includes_of(self, path, folders):
+        """The headers of ours that stand in a file."""
+        if path not in self.direct:
+            names = re.findall(r'(?m)^#include "(.+)"', path.read_text()) if path.is_file() else []
+            places = [next((folder / name for folder in [path.parent, *folders] if (folder / name).is_file()), None)
+                      for name in names]
+            self.direct[path] = [place.resolve() for place in places if place and self.is_ours(place.resolve())]
+        return self.direct[path]
+
+    def made_from(self, entry):
+        """The file and all headers of ours that it includes, directly or through others."""
+        folders = [Path(word[2:]) for word in shlex.split(entry["command"]) if word.startswith("-I")]
+        seen, waiting = set(), [Path(entry["file"])]
+        while waiting:
+            path = waiting.pop()
+            if path not in seen:
+                seen.add(path)
+                waiting += self.includes_of(path, folders)
+        return seen
+
+    def describe(self, path):
+        if path not in self.hashes:
+            self.hashes[path] = f"{path.relative_to(self.source)} {hashlib.sha256(path.read_bytes()).hexdigest()}"
+        return self.hashes[path]
 
     def mark(self, entry, check):
-        """The file that exists when this entry is known to be clean; None if its headers are not known yet."""
-        includes = self.included.get(entry["output"])
-        if includes is None:
-            return None
-        parts = [check, self.common, entry["command"].replace(str(self.source), "."), self.describe(entry["file"])]
-        parts += sorted(self.describe(name) for name in includes)
+        """The file that exists when this entry is known to be clean."""
+        flags = entry["command"].split(" -o ")[0].replace(str(self.source), ".")
+        parts = [check, self.common, flags, *sorted(map(self.describe, self.made_from(entry)))]
         return self.cache / hashlib.sha256("\n".join(parts).encode()).hexdigest()
 
     def is_clean(self, entry, check="all"):
-        mark = self.mark(entry, check)
-        return mark is not None and mark.exists()
+        return self.mark(entry, check).exists()
 
     def note_clean(self, entries, check="all"):
         self.cache.mkdir(parents=True, exist_ok=True)
         for entry in entries:
-            if mark := self.mark(entry, check):
-                mark.touch()
+            self.mark(entry, check).touch()
 
     def forget_old(self):
         oldest = time.time() - KEPT_DAYS * 86400
@@ -241,7 +247,7 @@ def check_sources(source, build):
 
 
 def usable():
-    for tool in ("clang-format", "clang-tidy", "ninja", "git"):
+    for tool in ("clang-format", "clang-tidy", "git"):
         if not shutil.which(tool):
             return f"{tool} is missing"
     for tool in ("clang-format", "clang-tidy"):

@@ -24,7 +24,7 @@ namespace vesk {
 namespace {
 
 constexpr int usageError = 2;
-constexpr int timedOut = 3;
+constexpr int smokeTimedOut = 3;
 constexpr auto longestRun = std::chrono::seconds(900);
 
 QString request()
@@ -110,7 +110,7 @@ int runLiveSmoke(const QString &folder, const QString &temporaryFolder)
     });
     QTimer::singleShot(longestRun, &engine, [&] {
         engine.cancel();
-        QCoreApplication::exit(timedOut);
+        QCoreApplication::exit(smokeTimedOut);
     });
     QTimer::singleShot(0, &engine, [&] { orLeave([&] { engine.start(request(), false, defaultTaskTokens, {}); }); });
     return QCoreApplication::exec();

@@ -19,7 +19,7 @@ namespace {
 constexpr auto limit = std::chrono::seconds(35);
 constexpr int noServer = 2;
 constexpr int notConnected = 3;
-constexpr int timedOut = 4;
+constexpr int probeTimedOut = 4;
 
 QJsonObject recordOf(const McpClient &client, const QString &id)
 {
@@ -58,7 +58,7 @@ int runProbeMcp()
         return noServer;
     QObject::connect(&client, &McpClient::changed, &client, [&] { check(client, id); });
     QTimer::singleShot(0, &client, [&] { client.connectServer(id); });
-    QTimer::singleShot(limit, &client, [] { QCoreApplication::exit(timedOut); });
+    QTimer::singleShot(limit, &client, [] { QCoreApplication::exit(probeTimedOut); });
     return QCoreApplication::exec();
 }
 

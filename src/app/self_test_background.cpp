@@ -18,7 +18,7 @@ namespace vesk {
 namespace {
 
 constexpr auto timeLimit = 12s;
-constexpr int timedOut = 5;
+constexpr int stepsTimedOut = 5;
 
 struct Step {
     QString script;
@@ -54,7 +54,7 @@ int runSelfTestBackground()
     renderLater();
     QTimer::singleShot(timeLimit, Qt::PreciseTimer, &renderer, [] {
         qWarning("Background self-test timed out");
-        QCoreApplication::exit(timedOut);
+        QCoreApplication::exit(stepsTimedOut);
     });
     return QCoreApplication::exec();
 }

@@ -18,15 +18,15 @@ namespace vesk {
 
 namespace {
 
-constexpr int silenceMs = 180000;
+constexpr int probeSilenceMs = 180000;
 constexpr auto longestProbe = std::chrono::seconds(240);
-constexpr qsizetype maxBodyBytes = 1024 * 1024;
+constexpr qsizetype maxProbeBytes = 1024 * 1024;
 
 QNetworkRequest probeRequest(const QString &url, const QString &key)
 {
     QNetworkRequest request(chatAddress({.url = url, .model = {}, .root = {}}));
     request.setHeader(QNetworkRequest::ContentTypeHeader, u"application/json"_s);
-    request.setTransferTimeout(silenceMs);
+    request.setTransferTimeout(probeSilenceMs);
     if (!key.isEmpty())
         request.setRawHeader("Authorization", "Bearer " + key.toUtf8());
     return request;
@@ -74,7 +74,7 @@ void ConnectionMeasure::ask(Probe probe, int lines)
         if (*firstMs < 0)
             *firstMs = clock.elapsed();
     });
-    collect(reply, maxBodyBytes, longestProbe,
+    collect(reply, maxProbeBytes, longestProbe,
             [this, probe, lines, firstMs, noted = generation](const ServerReply &received) {
                 if (noted != generation)
                     return;

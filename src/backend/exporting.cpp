@@ -17,7 +17,7 @@ namespace vesk {
 
 namespace {
 
-constexpr qsizetype batchBytes = 2 * 1024 * 1024;
+constexpr qsizetype exportBatchBytes = 2 * 1024 * 1024;
 constexpr int usualMode = 0644;
 
 struct Batch {
@@ -73,7 +73,7 @@ void Exporting::goOn()
     qsizetype bytes = 0;
     const Slice slice;
     try {
-        for (; next < records.size() && bytes < batchBytes && !slice.isOver(); ++next) {
+        for (; next < records.size() && bytes < exportBatchBytes && !slice.isOver(); ++next) {
             const QJsonObject record = std::as_const(records)[next].toObject();
             if (auto content = workspace.bytesOf(record)) {
                 const QString path = record["path"_L1].toString();

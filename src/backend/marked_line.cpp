@@ -26,7 +26,7 @@ qsizetype signAt(QStringView text, qsizetype at)
 }
 
 /// A sign as it is, or, when it can't be seen, leaning as a number.
-QString shown(const QString &sign)
+QString leaning(const QString &sign)
 {
     const QString seen = visibleText(sign);
     return seen == sign ? sign : u"<i>"_s + seen + u"</i>"_s;
@@ -49,7 +49,7 @@ QString escaped(QStringView text)
         else if (c == u' ' && !isLoneBlank(text, at))
             marked += "&nbsp;"_L1; // as such it is kept at the start of a line
         else
-            marked += c.unicode() >= u' ' && c.unicode() < 0x7f ? QString(c) : shown(text.sliced(at, length).toString());
+            marked += c.unicode() >= u' ' && c.unicode() < 0x7f ? QString(c) : leaning(text.sliced(at, length).toString());
     }
     return marked;
 }

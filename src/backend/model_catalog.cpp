@@ -20,9 +20,9 @@ namespace vesk {
 
 namespace {
 
-constexpr int silenceMs = 20000;
+constexpr int catalogSilenceMs = 20000;
 constexpr auto longestAnswer = std::chrono::seconds(60);
-constexpr qsizetype maxBodyBytes = 8 * 1024 * 1024;
+constexpr qsizetype maxCatalogBytes = 8 * 1024 * 1024;
 constexpr qsizetype maxOwnModels = 5000;
 constexpr qsizetype maxIdChars = 200;
 
@@ -75,7 +75,7 @@ QNetworkRequest catalogRequest(const QString &base, const QString &key)
     QNetworkRequest request(QUrl(base.endsWith(u'/') ? base + u"models"_s : base + u"/models"_s));
     if (!key.isEmpty())
         request.setRawHeader("Authorization", "Bearer " + key.toUtf8());
-    request.setTransferTimeout(silenceMs);
+    request.setTransferTimeout(catalogSilenceMs);
     return request;
 }
 
@@ -115,7 +115,7 @@ void ModelCatalog::beginFor(const QString &provider, const QString &agent)
 void ModelCatalog::ask(const QString &base, const QString &key)
 {
     modelsReply = catalogNetwork.get(catalogRequest(base, key));
-    collect(modelsReply, maxBodyBytes, longestAnswer,
+    collect(modelsReply, maxCatalogBytes, longestAnswer,
             [this, base, key, noted = catalogGeneration](const ServerReply &answer) {
                 if (noted == catalogGeneration)
                     read(answer, base, key);

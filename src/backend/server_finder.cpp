@@ -14,7 +14,7 @@ namespace vesk {
 namespace {
 
 constexpr auto longestSearch = std::chrono::milliseconds(1900);
-constexpr qsizetype maxBodyBytes = 1024 * 1024;
+constexpr qsizetype maxServerBytes = 1024 * 1024;
 constexpr qsizetype maxModels = 200;
 
 bool asksForKey(const ServerReply &answer)
@@ -53,7 +53,7 @@ void ServerFinder::search(const QList<Place> &places)
         QNetworkReply *reply = network.get(catalogRequest(place.url, {}));
         // A new search forgets the answers to this one, and ends it.
         connect(this, &ServerFinder::stopped, reply, &QNetworkReply::abort);
-        collect(reply, maxBodyBytes, longestSearch, [this, i, place, noted = generation](const ServerReply &answer) {
+        collect(reply, maxServerBytes, longestSearch, [this, i, place, noted = generation](const ServerReply &answer) {
             if (noted == generation)
                 take(i, place.name, place.url, answer);
         });

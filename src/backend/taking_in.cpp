@@ -18,7 +18,7 @@ namespace vesk {
 namespace {
 
 constexpr qsizetype batch = 16;
-constexpr qint64 batchBytes = 256 * 1024; ///< Of one transaction.
+constexpr qint64 takeInBatchBytes = 256 * 1024; ///< Of one transaction.
 
 QString noteKey(const QString &project)
 {
@@ -123,7 +123,7 @@ void TakingIn::takeBatch()
 {
     QStringList paths;
     qint64 bytes = 0;
-    for (; done < scan->files().size() && paths.size() < batch && bytes < batchBytes; ++done) {
+    for (; done < scan->files().size() && paths.size() < batch && bytes < takeInBatchBytes; ++done) {
         paths.append(scan->files()[done].path);
         bytes += scan->files()[done].bytes;
     }

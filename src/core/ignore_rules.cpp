@@ -2,6 +2,7 @@
 
 #include "ignore_rules.h"
 
+#include <algorithm>
 #include <ranges>
 
 using namespace Qt::StringLiterals;
@@ -98,6 +99,12 @@ bool fitsGlob(QStringView glob, QStringView name)
         star = -1;
     }
     return true;
+}
+
+bool fitsOneOf(const QString &name, const QStringList &globs)
+{
+    const QString lower = name.toLower();
+    return std::ranges::any_of(globs, [&](const QString &glob) { return fitsGlob(glob, lower); });
 }
 
 void IgnoreRules::add(const QString &folder, const QString &text)

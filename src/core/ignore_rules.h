@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QStringView>
 
 namespace vesk {
@@ -29,5 +30,7 @@ private:
 /// Whether a name fits a pattern: "*" and "?" stop at a slash, "**/" and "/**" don't; "[a-z]", "[!a]" and "\\" as
 /// usual.
 bool fitsGlob(QStringView glob, QStringView name);
+/// Whether a name fits one of the patterns, which are in small letters, in any case.
+bool fitsOneOf(const QString &name, const QStringList &globs);
 
 } // namespace vesk

@@ -9,7 +9,6 @@
 #include "path_rules.h"
 #include "workspace.h"
 
-#include <algorithm>
 #include <exception>
 
 using namespace Qt::StringLiterals;
@@ -20,12 +19,6 @@ namespace {
 
 constexpr qint64 largestBinary = 1024 * 1024;
 
-bool isOneOf(const QString &name, const QStringList &globs)
-{
-    const QString lower = name.toLower();
-    return std::ranges::any_of(globs, [&](const QString &glob) { return fitsGlob(glob, lower); });
-}
-
 bool isSecret(const QString &name)
 {
     static const QStringList secrets{
@@ -34,7 +27,7 @@ bool isSecret(const QString &name)
         u".netrc"_s, u".npmrc"_s,     u".pypirc"_s, u".htpasswd"_s, u"credentials"_s,     u"credentials.json"_s,
         u".ssh"_s,   u".aws"_s,       u".gnupg"_s,  u"secrets.*"_s, u".git-credentials"_s};
     static const QStringList samples{u"*.example"_s, u"*.sample"_s, u"*.template"_s, u"*.pub"_s};
-    return isOneOf(name, secrets) && !isOneOf(name, samples);
+    return fitsOneOf(name, secrets) && !fitsOneOf(name, samples);
 }
 
 } // namespace

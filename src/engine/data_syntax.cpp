@@ -5,7 +5,6 @@
 #include "evidence_text.h"
 #include "helpers.h"
 
-#include <QFileInfo>
 #include <QJsonArray>
 #include <QRegularExpression>
 #include <QXmlStreamReader>
@@ -15,11 +14,6 @@ using namespace Qt::StringLiterals;
 namespace vesk {
 
 namespace {
-
-QString suffixOf(const QString &path)
-{
-    return QFileInfo(path).suffix().toLower();
-}
 
 QString placed(qsizetype line, const QString &fault)
 {

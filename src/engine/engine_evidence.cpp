@@ -17,7 +17,7 @@ namespace vesk {
 
 namespace {
 
-constexpr int maxEntries = 5000; ///< Of a folder that commands have filled.
+constexpr int maxStrayEntries = 5000; ///< Of a folder that commands have filled.
 constexpr qsizetype maxStrays = 50;
 
 /// Also media of the project, and what package managers note for themselves.
@@ -50,7 +50,7 @@ QStringList Engine::strayFiles() const
     const QDateTime began = QDateTime::fromString(runs.constFirst()["created_at"_L1].toString(), Qt::ISODateWithMs);
     QStringList strays;
     QDirIterator entries(workspace.root(), QDir::Files | QDir::NoSymLinks, QDirIterator::Subdirectories);
-    for (int seen = 0; entries.hasNext() && seen < maxEntries && strays.size() < maxStrays; ++seen) {
+    for (int seen = 0; entries.hasNext() && seen < maxStrayEntries && strays.size() < maxStrays; ++seen) {
         const QFileInfo file = entries.nextFileInfo();
         const QString path = file.filePath().sliced(workspace.root().size() + 1);
         if (!isNobodys(path, file) && file.lastModified() >= began && workspace.latest(path).isEmpty())

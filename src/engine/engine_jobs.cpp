@@ -10,6 +10,7 @@
 #include "prompt_notes.h"
 #include "request_room.h"
 #include "retry.h"
+#include "workflow.h"
 
 #include <QPointer>
 

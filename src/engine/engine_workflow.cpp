@@ -11,7 +11,7 @@ namespace {
 
 constexpr int maxAutomaticReworks = 2;
 
-QString idOf(const QJsonValue &member)
+QString memberIdOf(const QJsonValue &member)
 {
     return member["id"_L1].toString();
 }
@@ -68,7 +68,7 @@ void Engine::startMember(const QString &key, const QJsonObject &member)
     const std::shared_ptr<WorkflowGroup> group = workflowGroups.value(key);
     if (!busy() || !group)
         return;
-    const QString memberId = idOf(member);
+    const QString memberId = memberIdOf(member);
     group->running.insert(memberId);
 
     QJsonArray upstream;
@@ -97,7 +97,7 @@ void Engine::takeDeliverable(const QString &key, const QJsonObject &member, cons
     const std::shared_ptr<WorkflowGroup> group = workflowGroups.value(key);
     if (!busy() || !group)
         return;
-    const QString memberId = idOf(member);
+    const QString memberId = memberIdOf(member);
     group->running.remove(memberId);
     if (member["kind"_L1].toString() == "review"_L1 && answer["verdict"_L1].toString() != "APPROVE"_L1) {
         reworkChain(key, memberId, answer);
@@ -115,7 +115,7 @@ void Engine::finishWorkflow(const QString &key)
     QJsonArray analyses = std::as_const(spec)["media_analysis"_L1].toArray();
     const qsizetype before = analyses.size();
     for (const QJsonValue &member : std::as_const(group->members)) {
-        const QJsonObject result = group->results.value(idOf(member));
+        const QJsonObject result = group->results.value(memberIdOf(member));
         deliverables.append(
             QJsonObject{{u"agent_id"_s, member["id"_L1]}, {u"agent"_s, member["name"_L1]}, {u"result"_s, result}});
         if (!member["media_analysis"_L1].toString().isEmpty())

@@ -117,11 +117,6 @@ QString emptyScript(const QString &script)
     return {};
 }
 
-QString suffixOf(const QString &path)
-{
-    return QFileInfo(path).suffix().toLower();
-}
-
 /// False for kinds of files whose comments are not known.
 bool isOnlyComments(const QString &suffix, const QString &text)
 {
@@ -356,6 +351,11 @@ bool shareWords(const QString &one, const QString &other)
     if (isRussian(one) != isRussian(other))
         return true;
     return wanted.isEmpty() || wanted.intersects(stems(other));
+}
+
+QString suffixOf(const QString &path)
+{
+    return QFileInfo(path).suffix().toLower();
 }
 
 bool isTestPath(const QString &path)

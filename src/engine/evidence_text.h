@@ -50,6 +50,8 @@ bool isWrittenInUse(const QString &path);
 /// Whether an observer's words complain: "Тесты не запускались", but not "Ошибки отсутствуют".
 bool isComplaint(const QString &observation);
 
+/// What kind of file a name promises: "js" for "src/App.JS".
+QString suffixOf(const QString &path);
 /// True for the path of a file that tests others.
 bool isTestPath(const QString &path);
 

@@ -17,7 +17,7 @@ namespace vesk {
 namespace {
 
 constexpr qsizetype maxPages = 8;
-constexpr qsizetype maxNamed = 10;
+constexpr qsizetype maxPaths = 10;
 constexpr qsizetype maxReasonChars = 600;
 const QString startPage = u"index.html"_s;
 constexpr int notOpened = 2; ///< The exit code of the check in a browser when it had nothing to open the page with.
@@ -105,9 +105,9 @@ QString leftOut(QStringList paths)
 {
     if (paths.isEmpty())
         return {};
-    const qsizetype more = paths.size() - maxNamed;
+    const qsizetype more = paths.size() - maxPaths;
     if (more > 0)
-        paths = paths.first(maxNamed) << u"и ещё %1"_s.arg(more);
+        paths = paths.first(maxPaths) << u"и ещё %1"_s.arg(more);
     return u"В браузере не проверены страницы: "_s + paths.join(u", "_s) + u'.';
 }
 

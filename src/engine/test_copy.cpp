@@ -22,7 +22,7 @@ namespace vesk {
 namespace {
 
 constexpr qint64 maxBytes = qint64(20) << 20;
-constexpr int maxEntries = 10000;
+constexpr int maxCopied = 10000;
 constexpr qint64 maxTextBytes = 1 << 20;
 constexpr auto allEntries = QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot;
 
@@ -60,7 +60,7 @@ public:
         const QFileInfoList list = QDir(from(path)).entryInfoList(allEntries);
         return std::ranges::all_of(list, [&](const QFileInfo &entry) {
             const QString inner = path.isEmpty() ? entry.fileName() : path + u'/' + entry.fileName();
-            return ++entries <= maxEntries && copyEntry(entry, inner, isWanted);
+            return ++entries <= maxCopied && copyEntry(entry, inner, isWanted);
         });
     }
 
@@ -134,7 +134,7 @@ private:
         const QFileInfoList list = QDir(from(path)).entryInfoList(allEntries);
         return QDir().mkpath(to(path)) && std::ranges::all_of(list, [&](const QFileInfo &entry) {
                    const QString inner = path + u'/' + entry.fileName();
-                   if (++entries > maxEntries)
+                   if (++entries > maxCopied)
                        return false;
                    if (entry.fileName().startsWith(u'@') && !entry.isSymLink())
                        return linkPackages(inner);

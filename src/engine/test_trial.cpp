@@ -115,7 +115,7 @@ bool isConfiguration(const QString &path)
         u"(?:^|/)(?:\\.[^/]*|package(?:-lock)?\\.json|composer\\.json|deno\\.json|[jt]sconfig[^/]*\\.json|"
         u"requirements[^/]*\\.txt|CMakeLists\\.txt|[Mm]akefile|Dockerfile|Gemfile|Rakefile|Procfile|setup\\.py|"
         u"conftest\\.py|[^/]*\\.config\\.[^/.]+|[^/]*\\.setup\\.[^/.]+)\\z"_s);
-    return suffixes.contains(QFileInfo(path).suffix().toLower()) || names.match(path).hasMatch();
+    return suffixes.contains(suffixOf(path)) || names.match(path).hasMatch();
 }
 
 /// Also what is not named like a test and holds some.
@@ -162,7 +162,7 @@ bool isSource(const QString &path)
         u"py"_s, u"js"_s,  u"mjs"_s, u"cjs"_s, u"ts"_s,  u"mts"_s,  u"tsx"_s,   u"jsx"_s,  u"vue"_s, u"svelte"_s,
         u"sh"_s, u"c"_s,   u"h"_s,   u"cc"_s,  u"cpp"_s, u"hpp"_s,  u"cxx"_s,   u"go"_s,   u"rs"_s,  u"java"_s,
         u"cs"_s, u"php"_s, u"rb"_s,  u"kt"_s,  u"lua"_s, u"dart"_s, u"swift"_s, u"html"_s, u"css"_s, u"sql"_s};
-    return suffixes.contains(QFileInfo(path).suffix().toLower());
+    return suffixes.contains(suffixOf(path));
 }
 
 TrialFile fileInTrial(const QString &path, const QString &text, const QStringList &named)

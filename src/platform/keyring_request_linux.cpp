@@ -50,7 +50,7 @@ struct UnrefValue {
 };
 
 /// Ends the operation with what stood in its way.
-struct Refusal {
+struct KeyringRefusal {
     SecretOutcome outcome;
     QString reason;
 };
@@ -77,7 +77,7 @@ public:
         if (!error)
             return;
         const bool locked = is(lib().secret_error_get_quark(), SECRET_ERROR_IS_LOCKED);
-        throw Refusal{locked ? SecretOutcome::Locked : SecretOutcome::Failed, step + u": "_s + text()};
+        throw KeyringRefusal{locked ? SecretOutcome::Locked : SecretOutcome::Failed, step + u": "_s + text()};
     }
 
 private:
@@ -129,7 +129,7 @@ void Operation::connect()
     Fault fault;
     bus.reset(lib().g_bus_get_sync(G_BUS_TYPE_SESSION, cancellable, fault.out()));
     if (!bus)
-        throw Refusal{SecretOutcome::Absent, u"сеансовая шина D-Bus недоступна: "_s + fault.text()};
+        throw KeyringRefusal{SecretOutcome::Absent, u"сеансовая шина D-Bus недоступна: "_s + fault.text()};
     // Else GLib ends the whole process when the bus goes away.
     lib().g_dbus_connection_set_exit_on_close(bus.get(), FALSE);
     startService();
@@ -159,7 +159,7 @@ void Operation::startService() const
     Fault fault;
     askBus("StartServiceByName", lib().g_variant_new("(su)", serviceName, 0U), fault);
     if (fault.is(lib().g_dbus_error_quark(), G_DBUS_ERROR_SERVICE_UNKNOWN))
-        throw Refusal{SecretOutcome::Absent, u"на сеансовой шине нет службы секретов"_s};
+        throw KeyringRefusal{SecretOutcome::Absent, u"на сеансовой шине нет службы секретов"_s};
     fault.check(u"служба секретов не запускается"_s);
 }
 
@@ -192,7 +192,7 @@ SecretAnswer Operation::read()
     fault.check(u"служба секретов не отдаёт ключ"_s);
     const std::unique_ptr<SecretValue, UnrefValue> value(lib().secret_item_get_secret(item));
     if (!value)
-        throw Refusal{SecretOutcome::Failed, u"служба секретов отдала запись без ключа"_s};
+        throw KeyringRefusal{SecretOutcome::Failed, u"служба секретов отдала запись без ключа"_s};
     gsize size = 0;
     const char *bytes = lib().secret_value_get(value.get(), &size);
     return {SecretOutcome::Done, SecretBytes(bytes, qsizetype(size)), {}};
@@ -254,7 +254,7 @@ Operation::Items Operation::find()
     if (!collection || !lib().secret_collection_get_locked(collection.get()))
         return items;
     if (!unlock(G_DBUS_PROXY(collection.get())))
-        throw Refusal{SecretOutcome::Locked, u"связка ключей заблокирована"_s};
+        throw KeyringRefusal{SecretOutcome::Locked, u"связка ключей заблокирована"_s};
     return search();
 }
 
@@ -294,13 +294,13 @@ void Operation::makeDefaultCollection()
 void Operation::stopAsking()
 {
     if (!askingPerson(false))
-        throw Refusal{SecretOutcome::Silent, u"ответ пришёл слишком поздно"_s};
+        throw KeyringRefusal{SecretOutcome::Silent, u"ответ пришёл слишком поздно"_s};
 }
 
 void Operation::open(SecretItem *item)
 {
     if (lib().secret_item_get_locked(item) && !unlock(G_DBUS_PROXY(item)))
-        throw Refusal{SecretOutcome::Locked, u"связка ключей заблокирована"_s};
+        throw KeyringRefusal{SecretOutcome::Locked, u"связка ключей заблокирована"_s};
 }
 
 bool Operation::unlock(GDBusProxy *object)
@@ -333,7 +333,7 @@ SecretAnswer askKeyring(const KeyringRequest &request, GCancellable *cancellable
 {
     try {
         return Operation(request, cancellable, askingPerson).run();
-    } catch (const Refusal &refusal) {
+    } catch (const KeyringRefusal &refusal) {
         return {refusal.outcome, {}, refusal.reason};
     }
 }

@@ -26,14 +26,14 @@ namespace vesk {
 namespace {
 
 constexpr auto fileName = "credentials";
-constexpr auto temporaryName = "credentials.tmp";
+constexpr auto unfinishedName = "credentials.tmp";
 constexpr auto lockName = "credentials.lock";
 constexpr qint64 limitBytes = 1 << 20;
 constexpr std::chrono::seconds lockLimit(3);
 constexpr int lockPauseUs = 10000;
 
 /// Ends the operation: what stood in its way.
-struct Refusal {
+struct FileRefusal {
     QString reason;
 };
 
@@ -69,14 +69,14 @@ HeldFolder::HeldFolder(const QString &path)
 
 void HeldFolder::fail(const QString &what) const
 {
-    throw Refusal{u"файл ключей %1: %2: %3"_s.arg(file, what, QString::fromLocal8Bit(std::strerror(errno)))};
+    throw FileRefusal{u"файл ключей %1: %2: %3"_s.arg(file, what, QString::fromLocal8Bit(std::strerror(errno)))};
 }
 
 void HeldFolder::check(const struct stat &status) const
 {
     const auto demand = [this](bool ok, const QString &reason) {
         if (!ok)
-            throw Refusal{u"файл ключей %1 не используется: %2"_s.arg(file, reason)};
+            throw FileRefusal{u"файл ключей %1 не используется: %2"_s.arg(file, reason)};
     };
     demand(S_ISREG(status.st_mode), u"это не обычный файл"_s);
     // None at all is the number of a file that was replaced just now.
@@ -139,19 +139,19 @@ void HeldFolder::write(const Descriptor &target, QByteArrayView bytes) const
 void HeldFolder::replace(const SecretBytes &bytes) const
 {
     // The lock is ours: what has this name was left by a process that was killed while writing.
-    ::unlinkat(folder.get(), temporaryName, 0);
+    ::unlinkat(folder.get(), unfinishedName, 0);
     const Descriptor fresh(
-        ::openat(folder.get(), temporaryName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        ::openat(folder.get(), unfinishedName, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!fresh)
         fail(u"не записывается"_s);
-    const auto removeTemporary = qScopeGuard([this] { ::unlinkat(folder.get(), temporaryName, 0); });
+    const auto removeTemporary = qScopeGuard([this] { ::unlinkat(folder.get(), unfinishedName, 0); });
     struct stat status;
     if (::fchmod(fresh.get(), 0600) != 0 || ::fstat(fresh.get(), &status) != 0)
         fail(u"не получает прав доступа"_s);
     // Some file systems know no modes: there everybody could read it.
     check(status);
     write(fresh, bytes.view());
-    if (::fsync(fresh.get()) != 0 || ::renameat(folder.get(), temporaryName, folder.get(), fileName) != 0)
+    if (::fsync(fresh.get()) != 0 || ::renameat(folder.get(), unfinishedName, folder.get(), fileName) != 0)
         fail(u"не записывается"_s);
     ::fsync(folder.get());
 }
@@ -189,7 +189,7 @@ SecretAnswer SecretFile::read(const QString &target) const
     try {
         const HeldFolder held(folder);
         return held.exists() ? secretOf(held.read().view(), target) : SecretAnswer{SecretOutcome::Missing, {}, {}};
-    } catch (const Refusal &refusal) {
+    } catch (const FileRefusal &refusal) {
         return {SecretOutcome::Failed, {}, refusal.reason};
     }
 }
@@ -198,10 +198,10 @@ SecretAnswer SecretFile::save(const QString &target, const SecretBytes &secret) 
 {
     try {
         if (!QDir().mkpath(folder))
-            throw Refusal{u"не удалось создать папку %1"_s.arg(folder)};
+            throw FileRefusal{u"не удалось создать папку %1"_s.arg(folder)};
         saveIn(HeldFolder(folder), target, secret);
         return {SecretOutcome::Done, {}, {}};
-    } catch (const Refusal &refusal) {
+    } catch (const FileRefusal &refusal) {
         return {SecretOutcome::Failed, {}, refusal.reason};
     }
 }
@@ -210,7 +210,7 @@ SecretAnswer SecretFile::remove(const QString &target) const
 {
     try {
         return removeFrom(HeldFolder(folder), target);
-    } catch (const Refusal &refusal) {
+    } catch (const FileRefusal &refusal) {
         return {SecretOutcome::Failed, {}, refusal.reason};
     }
 }

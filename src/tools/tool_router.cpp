@@ -36,7 +36,7 @@ constexpr int longestTimeoutMs = 120000;
 constexpr int guardLimitMs = 30000;
 
 // How long the destructor waits for all trees together.
-constexpr int destructionLimitMs = 3000;
+constexpr int serversEndLimitMs = 3000;
 
 PermissionLevel levelOf(const QString &tool)
 {
@@ -144,7 +144,7 @@ ToolRouter::ToolRouter(Workspace *workspace, EventBus *events, PermissionManager
 ToolRouter::~ToolRouter()
 {
     cancelAll();
-    const QDeadlineTimer deadline(destructionLimitMs);
+    const QDeadlineTimer deadline(serversEndLimitMs);
     const QList<QProcess *> ending = findChildren<QProcess *>(Qt::FindDirectChildrenOnly);
     for (QProcess *process : ending)
         process->waitForFinished(int(deadline.remainingTime()));

@@ -31,12 +31,12 @@ def headers_of(folder):
 
 
 def commands():
-    """How the compiler is called for a source file of each folder."""
+    """How the compiler is called for the sources of each folder."""
     found = {}
     for entry in json.loads((build / "compile_commands.json").read_text()):
-        path = Path(entry["file"])
-        if path.is_relative_to(source / "src"):
-            found.setdefault(str(path.parent.relative_to(source / "src")), shlex.split(entry["command"]))
+        folder = entry["output"].split("/CMakeFiles/")[0]
+        if folder.startswith("src/"):
+            found.setdefault(folder.removeprefix("src/"), shlex.split(entry["command"]))
     return found
 
 
