@@ -8,6 +8,8 @@ Flow {
     required property string path
     readonly property bool all: path === ""
     property int focusPolicy: Qt.TabFocus
+    /* On one line; `implicitWidth` is that of the lines there are. */
+    readonly property real lineWidth: take.implicitWidth + undo.implicitWidth + (all ? 6 : compare.implicitWidth + 12)
 
     signal taken()
     signal undone()
@@ -16,6 +18,7 @@ Flow {
     spacing: 6
 
     Action {
+        id: take
         objectName: "takeEdit" + root.path
         focusPolicy: root.focusPolicy
         text: root.all ? "Взять все мои версии" : "Взять мою версию"
@@ -24,6 +27,7 @@ Flow {
         onClicked: root.taken()
     }
     Action {
+        id: undo
         objectName: "undoEdit" + root.path
         focusPolicy: root.focusPolicy
         text: root.all ? "Вернуть все версии программы" : "Вернуть версию программы"
@@ -31,6 +35,7 @@ Flow {
         onClicked: root.undone()
     }
     Action {
+        id: compare
         objectName: "compareEdit" + root.path
         focusPolicy: root.focusPolicy
         text: "Посмотреть различия"

@@ -57,7 +57,7 @@ Rectangle {
 
                 contentItem: GridLayout {
                     id: cells
-                    columns: choices.implicitWidth > width - Theme.px(160) ? 1 : 2
+                    columns: choices.lineWidth > width - Theme.px(160) ? 1 : 2
                     columnSpacing: 8
                     rowSpacing: 4
 
@@ -72,6 +72,7 @@ Rectangle {
                     EditChoices {
                         id: choices
                         Layout.fillWidth: cells.columns === 1
+                        Layout.preferredWidth: lineWidth
                         path: line.row.path
                         focusPolicy: line.ListView.isCurrentItem ? Qt.TabFocus : Qt.NoFocus
                         onTaken: root.service.takeEdits(path)
@@ -85,6 +86,7 @@ Rectangle {
             visible: !root.single
             path: ""
             Layout.alignment: Qt.AlignRight
+            Layout.preferredWidth: lineWidth
             Layout.maximumWidth: content.width
             onTaken: root.service.takeEdits("")
             onUndone: root.service.undoEdits("")
