@@ -87,6 +87,7 @@ Item {
     function beginConnecting(role: string) {
         selectedRole = role;
         connecting = role;
+        Accessible.announce("Выберите второго агента. Enter — соединить, Escape — отменить");
     }
     function drag(role: string, pointer: point) {
         dragPositions = Network.moved(positions, role, pointer, width, height);

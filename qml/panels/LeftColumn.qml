@@ -40,7 +40,7 @@ Rectangle {
             Image {
                 source: "qrc:/assets/vesk-logo.png"
                 asynchronous: true
-                sourceSize: Qt.size(56, 56)
+                sourceSize: Qt.size(28 * Screen.devicePixelRatio, 28 * Screen.devicePixelRatio)
                 Layout.preferredWidth: 28
                 Layout.preferredHeight: 28
                 smooth: true

@@ -25,6 +25,9 @@ QStringList offscreenFontFiles();
 /// part of that theme.
 bool hasFileDialogs(const QStringList &pluginFolders);
 
+/// Whether Qt draws windows by OpenGL here when nothing else is asked for.
+bool usesOpenGL();
+
 /// What the desktop gives a program that was started by a click, so that a window may come to the front: from the
 /// environment, and back into it for the next window that asks to. Only printable characters are taken; empty where the
 /// desktop has no such thing.

@@ -55,6 +55,11 @@ QStringList offscreenFontFiles()
     return {folder + u"/Fonts/segoeui.ttf"_s, folder + u"/Fonts/consola.ttf"_s};
 }
 
+bool usesOpenGL()
+{
+    return true;
+}
+
 QByteArray activationToken()
 {
     return qgetenv(tokenVariable);

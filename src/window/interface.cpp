@@ -21,9 +21,11 @@
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QIcon>
+#include <QOpenGLContext>
 #include <QQmlApplicationEngine>
 #include <QQmlComponent>
 #include <QQuickStyle>
+#include <QQuickWindow>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QtQml/qqmlextensionplugin.h>
@@ -68,6 +70,17 @@ void warmFonts()
     }
 }
 
+/// Without a graphics library that works (a broken driver, a screen far away) Qt would end the program at the first
+/// frame. Before the first window only.
+void chooseRenderer()
+{
+    if (qEnvironmentVariableIsSet("QT_QUICK_BACKEND") || qEnvironmentVariableIsSet("QSG_RHI_BACKEND"))
+        return;
+    QOpenGLContext tried;
+    if (usesOpenGL() && (!tried.create() || tried.format().majorVersion() < 2))
+        QQuickWindow::setGraphicsApi(QSGRendererInterface::Software);
+}
+
 int showWindow(const CommandLine &line, const DataFolder &folder, const QTemporaryDir &temporary, qreal desktopPoints)
 {
     // Outlives the scene, and is made while a thread of the scene's engine loads its types.
@@ -78,6 +91,7 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     owned = std::make_unique<Backend>(folder.path());
     Backend &backend = *owned;
     warmFonts();
+    chooseRenderer();
     const ProcessSignals requests;
     QObject::connect(&requests, &ProcessSignals::endRequested, qApp, [&backend] {
         backend.finish(); // a commit under way would keep the window open
@@ -136,6 +150,8 @@ extern "C" Q_DECL_EXPORT int veskInterface(int argc, char **argv)
     QGuiApplication::setDesktopFileName(u"vesk"_s);
     QGuiApplication::setWindowIcon(QIcon(u":/assets/vesk-logo.png"_s));
     QQuickStyle::setStyle(u"Basic"_s);
+    // A graphics card would draw letters from their outlines: small ones become thin and blurred by that.
+    QQuickWindow::setTextRenderType(QQuickWindow::NativeTextRendering);
     const qreal desktopPoints = prepareFonts();
     try {
         return runInterface(CommandLine(QCoreApplication::arguments().sliced(1)), desktopPoints);

@@ -63,6 +63,13 @@ def test_the_self_test_works_the_whole_window(vesk, request, screen):
     assert not (vesk.folder / "home/.local/share/VESK").exists()
 
 
+def test_the_window_opens_where_nothing_can_be_drawn_by_opengl(vesk, x_server):
+    broken = x_server | {"QT_XCB_GL_INTEGRATION": "none"}
+    ended = vesk.call("--screenshot", vesk.folder / "shot.png", "--data-dir", vesk.data, environment=broken,
+                      unset=["QT_QUICK_BACKEND"])
+    assert ended.code == 0 and size_of(vesk.folder / "shot.png") == (1440, 900), ended.said
+
+
 def test_the_self_test_says_when_a_picture_cannot_be_saved(vesk):
     (vesk.folder / "shots/cycle.png").mkdir(parents=True)
     assert vesk.call("--self-test-ui", "shots").code == 4
