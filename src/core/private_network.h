@@ -9,12 +9,9 @@ namespace vesk {
 bool isLoopback(const QString &host);
 
 /// Sends requests that carry keys, which are for the server of the address alone: none goes on to where that server
-/// points, none takes or leaves cookies, and what goes to this machine stays on it, whatever proxy the environment
-/// names.
+/// points, and none takes or leaves cookies. What goes to this machine passes no proxy, whatever the environment names:
+/// that is a rule of Qt.
 class PrivateNetwork : public QNetworkAccessManager {
-public:
-    PrivateNetwork();
-
 protected:
     QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request, QIODevice *body) override;
 };

@@ -7,7 +7,6 @@
 #include "tagged_processes.h"
 #include "wire_server.h"
 
-#include <QNetworkProxy>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -201,15 +200,6 @@ private Q_SLOTS:
         QCOMPARE(http.requests.first().json(),
                  object(u"{'id':1,'jsonrpc':'2.0','method':'initialize','params':{'capabilities':{},'clientInfo':"
                         "{'name':'VESK','version':'1.1'},'protocolVersion':'2025-03-26'}}"_s));
-    }
-
-    void noProxyGetsToSeeWhatStaysOnThisMachine()
-    {
-        QNetworkProxy::setApplicationProxy({QNetworkProxy::HttpProxy, u"127.0.0.1"_s, 9});
-        const auto back = qScopeGuard([] { QNetworkProxy::setApplicationProxy({}); });
-        WireServer http(httpServer(WireReply::document(404, QByteArray())));
-        Desk desk;
-        QCOMPARE(desk.connectTo({{u"url"_s, http.url()}}), u"Подключён"_s);
     }
 
     void anAnswerThatComesTooLateIsDropped()
