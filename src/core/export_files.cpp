@@ -46,6 +46,17 @@ template <typename Number> QByteArray little(Number number)
     return bytes;
 }
 
+/// The raw stream of these bytes; nothing where there is none to be had, and of no bytes.
+QByteArray deflated(const QByteArray &bytes)
+{
+    // qCompress puts a length and a zlib header in front of the raw stream, and a checksum behind it; of no bytes it
+    // gives the length alone.
+    constexpr qsizetype before = 6;
+    constexpr qsizetype behind = 4;
+    const QByteArray wrapped = bytes.isEmpty() ? QByteArray() : qCompress(bytes);
+    return wrapped.size() > before + behind ? wrapped.sliced(before, wrapped.size() - before - behind) : QByteArray();
+}
+
 /// The plain form of a zip file, without the extensions for more than 65,535 files or 4 GiB.
 class ZipFile : public FileSink {
 public:
@@ -61,10 +72,8 @@ public:
         require(count < std::numeric_limits<quint16>::max()
                     && device.pos() + bytes.size() < std::numeric_limits<quint32>::max(),
                 u"Для одного zip-файла слишком много файлов: сохраните в папку."_s);
-        // qCompress puts a length and a zlib header in front of the raw stream, and a checksum behind it.
-        const QByteArray wrapped = qCompress(bytes);
-        const QByteArray packed = wrapped.sliced(6, wrapped.size() - 10);
-        const bool isSmaller = packed.size() < bytes.size();
+        const QByteArray packed = deflated(bytes);
+        const bool isSmaller = !packed.isEmpty() && packed.size() < bytes.size();
         const QByteArray &stored = isSmaller ? packed : bytes;
         constexpr quint16 utf8Names = 0x0800;
         constexpr quint16 noTime = 0;
@@ -133,6 +142,18 @@ private:
     QString part;
 };
 
+/// Where a path that may not exist yet leads, with all links on the way followed.
+QString leadingTo(const QString &path)
+{
+    QString there = QDir::cleanPath(path);
+    QString rest;
+    while (!QFileInfo::exists(there) && there.contains(u'/') && there != "/"_L1) {
+        rest.prepend(u'/' + there.section(u'/', -1));
+        there = QFileInfo(there).path();
+    }
+    return QFileInfo(there).canonicalFilePath() + rest;
+}
+
 } // namespace
 
 FileExport::FileExport(const QString &projectRoot, const QString &target)
@@ -141,7 +162,7 @@ FileExport::FileExport(const QString &projectRoot, const QString &target)
     require(QDir::isAbsolutePath(target), u"Нужен полный путь: "_s + target);
     require(!QFileInfo::exists(target), u"Такой файл или папка уже есть: "_s + target);
     // Into the project itself a copy would be taken for the user's new files.
-    require(!(QDir::cleanPath(target) + u'/').startsWith(projectRoot + u'/'),
+    require(!(leadingTo(target) + u'/').startsWith(projectRoot + u'/'),
             u"Выберите место вне папки проекта: "_s + target);
 }
 

@@ -76,6 +76,12 @@ QString slashed(QString path)
     return path.replace(u'\\', u'/');
 }
 
+bool isPreview(const QString &path)
+{
+    return path.startsWith("assets/"_L1, Qt::CaseInsensitive) && path.endsWith(".preview.jpg"_L1)
+        && judged(path).fault.isEmpty();
+}
+
 JudgedPath judged(const QString &relativePath)
 {
     const QString path = slashed(relativePath);

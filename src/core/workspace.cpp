@@ -80,6 +80,12 @@ bool isDeleted(const QJsonObject &record)
     return record["deleted"_L1].toBool();
 }
 
+/// Whether a record is of a file that is to be there.
+bool isKept(const QJsonObject &record)
+{
+    return !record.isEmpty() && !isDeleted(record);
+}
+
 /// The record of bytes that are no text; its "content" shows them as far as it can.
 constexpr auto bytesKey = "content_base64"_L1;
 constexpr auto contentKey = "content"_L1;
@@ -176,6 +182,11 @@ QString Workspace::resolve(const QString &relativePath) const
 {
     vet(relativePath);
     return rootPath + u'/' + slashed(relativePath);
+}
+
+ConfinedFolder::Room Workspace::room(const QString &relativePath) const
+{
+    return folder->room(vet(relativePath).path);
 }
 
 QByteArray Workspace::read(const QString &relativePath) const
@@ -348,7 +359,7 @@ QJsonObject Workspace::revision(const QString &relativePath, int number) const
 
 std::optional<QByteArray> Workspace::bytesOf(const QJsonObject &record) const
 {
-    if (record.isEmpty() || isDeleted(record))
+    if (!isKept(record))
         return std::nullopt;
     const QByteArray bytes = contentOf(record);
     require(digest(bytes) == record["hash"_L1].toString(), u"Cannot restore "_s + record["path"_L1].toString());
@@ -415,13 +426,16 @@ unsigned Workspace::requireUnchanged(const QJsonObject &record, const QString &m
     return seen.mode;
 }
 
-std::optional<HandEdit> Workspace::handEdit(const QString &relativePath, const QJsonObject &record) const
+/// How what stands there differs from a record; what isn't to be there may also be no plain file, and Unreadable then.
+std::optional<HandEdit> Workspace::difference(const QString &relativePath, const QJsonObject &record) const
 {
     try {
         const Place place = vet(relativePath);
         const bool isThere = place.kind != Kind::Missing;
-        if (record.isEmpty() || isDeleted(record))
-            return isThere ? std::optional(HandEdit{relativePath, HandEdit::Kind::Added}) : std::nullopt;
+        if (!isKept(record)) {
+            const auto kind = place.kind == Kind::File ? HandEdit::Kind::Added : HandEdit::Kind::Unreadable;
+            return isThere ? std::optional(HandEdit{relativePath, kind}) : std::nullopt;
+        }
         if (!isThere)
             return HandEdit{relativePath, HandEdit::Kind::Deleted};
         if (look(place, relativePath).hash == record["hash"_L1].toString())
@@ -435,6 +449,12 @@ std::optional<HandEdit> Workspace::handEdit(const QString &relativePath, const Q
 std::optional<HandEdit> Workspace::handEdit(const QString &relativePath) const
 {
     return handEdit(relativePath, latest(relativePath));
+}
+
+std::optional<HandEdit> Workspace::handEdit(const QString &relativePath, const QJsonObject &record) const
+{
+    const auto edit = difference(relativePath, record);
+    return edit && (isKept(record) || edit->kind == HandEdit::Kind::Added) ? edit : std::nullopt;
 }
 
 QList<HandEdit> Workspace::handEdits() const
@@ -464,7 +484,7 @@ QJsonObject Workspace::takeEdit(const QString &relativePath)
 {
     const Place place = vet(relativePath);
     const QJsonObject record = latest(relativePath);
-    const bool isKnown = !record.isEmpty() && !isDeleted(record);
+    const bool isKnown = isKept(record);
     if (place.kind == Kind::Missing)
         return isKnown ? keep(relativePath, {}, userAuthor, true) : record;
     const QByteArray bytes = load(place, relativePath).bytes;

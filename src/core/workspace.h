@@ -70,6 +70,9 @@ public:
     /// "Path escapes workspace". For showing: who opens the path by its name loses the protection.
     QString resolve(const QString &relativePath) const;
 
+    /// Whether a file can have this path. Throws as resolve() does.
+    ConfinedFolder::Room room(const QString &relativePath) const;
+
     /// The bytes of a regular file with one name. Throws as resolve() does, "Cannot read <path>", "File exceeds 2 MiB
     /// limit".
     QByteArray read(const QString &relativePath) const;
@@ -104,7 +107,8 @@ public:
 
     /// The tracked files that are not as they were left, in the order of files().
     QList<HandEdit> handEdits() const;
-    /// The same of one path, which also may have no record; nothing when it is as it was left, or not there.
+    /// The same of one path, which also may have no record; nothing when it is as it was left, or not there. What stands
+    /// in the place of a file that is not recorded, or as removed, is an edit if it is a plain file.
     std::optional<HandEdit> handEdit(const QString &relativePath) const;
     /// Each as text().
     QStringList externalChanges() const;
@@ -199,6 +203,7 @@ private:
     QJsonObject snapshotOf(const QString &taskId, const QJsonArray &records, const QJsonArray &graph) const;
     QJsonObject ownSnapshot(const QString &checkpointId) const;
     std::optional<HandEdit> handEdit(const QString &relativePath, const QJsonObject &record) const;
+    std::optional<HandEdit> difference(const QString &relativePath, const QJsonObject &record) const;
 
     /// What stands on disk, by its hash.
     struct Seen {

@@ -60,7 +60,7 @@ QJsonObject Workspace::beginRestore(const QString &checkpointId)
     QHash<QString, unsigned> modes;
     for (const FileChange &change : plan) {
         (void)bytesOf(change.after);
-        require(!handEdit(change.path, change.before), u"Rollback conflict: external changes"_s);
+        require(!difference(change.path, change.before), u"Rollback conflict: external changes"_s);
         modes[change.path] = requireUnchanged(change.before, u"Rollback conflict: external changes"_s);
     }
     QJsonArray records;
@@ -110,7 +110,7 @@ bool Workspace::restoreNext()
     try {
         (void)bring(next.path, next.after);
     } catch (const std::exception &) {
-        if (!handEdit(next.path)) {
+        if (!difference(next.path, latest(next.path))) {
             turnRestore(target, note["origin"_L1].toString());
             throw;
         }
@@ -134,7 +134,7 @@ QJsonObject Workspace::bring(const QString &relativePath, const QJsonObject &ent
 {
     const std::optional<QByteArray> wanted = bytesOf(entry);
     const QJsonObject record = latest(relativePath);
-    if (const auto edit = handEdit(relativePath, record)) {
+    if (const auto edit = difference(relativePath, record)) {
         const bool isThere = edit->kind == HandEdit::Kind::Changed || edit->kind == HandEdit::Kind::Added;
         const bool isDone = wanted ? isThere && read(relativePath) == *wanted : edit->kind == HandEdit::Kind::Deleted;
         require(isDone, u"Rollback conflict: external changes"_s);
@@ -151,7 +151,7 @@ QJsonObject Workspace::restoreRevision(const QString &relativePath, int number)
 {
     const QJsonObject entry = revision(relativePath, number);
     require(!entry.isEmpty(), u"Cannot restore "_s + relativePath);
-    require(!handEdit(relativePath), u"Rollback conflict: external changes"_s);
+    require(!difference(relativePath, latest(relativePath)), u"Rollback conflict: external changes"_s);
     return bring(relativePath, entry);
 }
 

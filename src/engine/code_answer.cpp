@@ -3,6 +3,7 @@
 #include "code_answer.h"
 
 #include "data_syntax.h"
+#include "path_rules.h"
 #include "task_graph.h"
 
 #include <QSet>
@@ -29,9 +30,9 @@ QString pathOf(const QJsonValue &file)
 }
 
 /// Equal for two spellings of one file: the workspace takes both slashes, and some disks both cases.
-QString fileKey(QString path)
+QString fileKey(const QString &path)
 {
-    return path.replace(u'\\', u'/').toCaseFolded();
+    return slashed(path).toCaseFolded();
 }
 
 QString jsonFault(const QString &path, const QString &content)
@@ -50,7 +51,7 @@ QString expectedPath(const QString &planned, const QJsonArray &files)
 {
     if (files.size() < 2 || !looksLikeList(planned))
         return planned;
-    const QString first = pathOf(files.first());
+    const QString first = slashed(pathOf(files.first()));
     return planned.isEmpty() || planned.contains(first) ? first : planned;
 }
 

@@ -240,6 +240,7 @@ private:
     void reviewFile(int index, const QJsonObject &revision);
     QString faultOf(int index, const QJsonArray &files) const;
     QString pathFault(const QString &path) const;
+    QString fileFault(const QString &path) const;
     QJsonArray assembled(const QJsonArray &files, const QString &expected, QString &fault) const;
     void repairFileList(int index, const QString &fault, const QString &change);
     QList<std::pair<int, QJsonObject>> splitOff(int index, const QJsonArray &files, const QString &primaryPath);

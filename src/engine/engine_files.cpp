@@ -4,6 +4,7 @@
 #include "engine_p.h"
 
 #include "code_answer.h"
+#include "path_rules.h"
 #include "rework.h"
 
 using namespace Qt::StringLiterals;
@@ -13,10 +14,23 @@ namespace vesk {
 namespace {
 
 constexpr int maxFormatRepairs = 3;
+constexpr qsizetype maxShownPath = 200;
 
 QString filePath(const QJsonValue &file)
 {
     return file["path"_L1].toString();
+}
+
+/// One file has one name, whichever slashes a model has written.
+QJsonArray withForwardSlashes(const QJsonArray &files)
+{
+    QJsonArray same;
+    for (const QJsonValue &value : files) {
+        QJsonObject file = value.toObject();
+        file["path"_L1] = slashed(filePath(file));
+        same.append(file);
+    }
+    return same;
 }
 
 } // namespace
@@ -46,6 +60,7 @@ void Engine::writeCodeResult(int index, const QJsonObject &answer)
         return;
     }
 
+    files = withForwardSlashes(files);
     const auto others = splitOff(index, files, expected);
     for (const auto &[other, file] : others) {
         if (!busy())
@@ -63,6 +78,8 @@ QJsonArray Engine::assembled(const QJsonArray &files, const QString &expected, Q
     for (const QJsonValue &value : files) {
         QJsonObject file = value.toObject();
         const QJsonArray edits = file.take("edits"_L1).toArray();
+        if (slashed(filePath(file)) == expected)
+            file["path"_L1] = expected;
         const QString path = filePath(file);
         if (!edits.isEmpty() && file["content"_L1].toString().isEmpty()) {
             const QJsonObject known = workspace.latest(path);
@@ -90,8 +107,28 @@ QString Engine::faultOf(int index, const QJsonArray &files) const
             foreign.append(pathOf(graph.nodes.at(i)));
     }
     return filesFault(files, {pathOf(graph.nodes.at(index)), foreign, graph.nodes.size(), [this](const QString &path) {
-                                  return pathFault(path);
+                                  return fileFault(path);
                               }});
+}
+
+/// Why no file can be written to a path; empty when nothing is known against it.
+QString Engine::fileFault(const QString &path) const
+{
+    const QString fault = pathFault(path);
+    if (!fault.isEmpty())
+        return fault;
+    const QString shown = path.left(maxShownPath);
+    switch (workspace.room(path)) {
+    case ConfinedFolder::Room::Free:
+        break;
+    case ConfinedFolder::Room::Taken:
+        return u"Этот путь занят папкой или другим объектом, который не является файлом: "_s + shown;
+    case ConfinedFolder::Room::BelowFile:
+        return u"На пути стоит файл, в нём не может быть других файлов: "_s + shown;
+    case ConfinedFolder::Room::NameTooLong:
+        return u"Слишком длинное имя файла: "_s + shown;
+    }
+    return {};
 }
 
 /// Why the workspace refuses a path; empty when it doesn't.

@@ -3,6 +3,7 @@
 #include "engine_p.h"
 
 #include "file_excerpt.h"
+#include "path_rules.h"
 #include "project_checks.h"
 #include "rework.h"
 
@@ -71,6 +72,8 @@ void Engine::activatePlan()
         node.output = {};
         node.revision = 0;
         dropCounters(node.input);
+        if (isCode(node) && !pathOf(node).isEmpty())
+            node.input["path"_L1] = slashed(pathOf(node));
     }
     // Of another plan than the one that checks were added to before.
     for (const QString &flag : {u"checks_prepared"_s, u"browser_check_prepared"_s})
@@ -287,7 +290,7 @@ void Engine::takeDocumentPart(int index, const QJsonObject &payload, const QStri
     const QJsonArray files = answer["files"_L1].toArray();
     require(files.size() == 1, u"Для части документа нужен один файл"_s);
     QJsonObject file = files.first().toObject();
-    require(file["path"_L1].toString() == pathOf(node), u"Часть документа изменила путь файла"_s);
+    require(slashed(file["path"_L1].toString()) == pathOf(node), u"Часть документа изменила путь файла"_s);
     const QString chunk = file["content"_L1].toString();
     require(chunk.trimmed().size() >= std::min<qsizetype>(target - content.size(), smallestSegment),
             u"Модель не добавила содержательную часть документа"_s);

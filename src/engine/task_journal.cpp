@@ -6,6 +6,7 @@
 #include "helpers.h"
 #include "narration.h"
 #include "narrator.h"
+#include "path_rules.h"
 #include "statuses.h"
 #include "store.h"
 #include "workspace.h"
@@ -119,6 +120,11 @@ void TaskJournal::keepToolOutput(const QString &task, const QString &printed)
                    u"progress"_s);
         return;
     }
+    // What only this program says of a medium: what is shown of it, and what it is pinned to.
+    for (const QString &own : {u"url"_s, u"pinned"_s, u"usage"_s})
+        made.remove(own);
+    if (!isOwnPreview(std::as_const(made)["preview"_L1].toString()))
+        made.remove("preview"_L1);
     made["id"_L1] = id();
     made["type"_L1] = u"media"_s;
     made["path"_L1] = path;
@@ -128,6 +134,16 @@ void TaskJournal::keepToolOutput(const QString &task, const QString &printed)
     made["status"_L1] = RunStatus::completed;
     made["bytes"_L1] = file.size();
     store.put(u"artifacts"_s, std::as_const(made)["id"_L1].toString(), workspace.project(), made);
+}
+
+bool TaskJournal::isOwnPreview(const QString &path) const
+{
+    try {
+        (void)workspace.resolve(path);
+        return isPreview(path);
+    } catch (const std::exception &) {
+        return false;
+    }
 }
 
 /// The path from the project folder on of a file that a tool has named, in full or so. Throws what Workspace::resolve

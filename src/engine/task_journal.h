@@ -29,6 +29,7 @@ public:
 private:
     void saveWorkNote(const QJsonObject &state);
     void keepToolOutput(const QString &task, const QString &printed);
+    bool isOwnPreview(const QString &path) const;
     QString projectPath(const QString &named) const;
 
     Store &store;

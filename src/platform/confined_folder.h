@@ -55,6 +55,14 @@ public:
         Failed,
     };
 
+    /// Whether a file can have a path, as far as names and what is there tell.
+    enum class Room {
+        Free, ///< It has it already, or nothing is known against it.
+        Taken, ///< By a folder, FIFO, socket or device.
+        BelowFile, ///< What should be a folder on the way is none.
+        NameTooLong, ///< For this file system.
+    };
+
     /// What changes with every write to a file, as far as the clock of the system is fine enough to tell.
     struct Stamp {
         quint64 device = 0;
@@ -102,6 +110,8 @@ public:
     bool isInPlace() const;
 
     Kind probe(const QByteArray &path) const;
+
+    Room room(const QByteArray &path) const;
 
     /// What stands in a folder, in no order; an empty path is the held folder itself. Nothing when it can't be listed.
     QList<Entry> entries(const QByteArray &path) const;

@@ -262,6 +262,22 @@ ConfinedFolder::Kind ConfinedFolder::probe(const QByteArray &path) const
     }
 }
 
+ConfinedFolder::Room ConfinedFolder::room(const QByteArray &path) const
+{
+    const long longest = ::fpathconf(root.get(), _PC_NAME_MAX);
+    const QList<QByteArray> names = path.split('/');
+    const auto isTooLong = [longest](const QByteArray &each) { return longest > 0 && each.size() > longest; };
+    if (name.size() + 1 + path.size() >= PATH_MAX || std::any_of(names.begin(), names.end(), isTooLong))
+        return Room::NameTooLong;
+
+    Kind there = probe(path);
+    if (there != Kind::Missing)
+        return there == Kind::Folder || there == Kind::Other ? Room::Taken : Room::Free;
+    for (qsizetype end = path.lastIndexOf('/'); end > 0 && there == Kind::Missing; end = path.lastIndexOf('/', end - 1))
+        there = probe(path.first(end));
+    return there == Kind::File || there == Kind::Other ? Room::BelowFile : Room::Free;
+}
+
 /// All names in a folder that is held by its path alone; none when it can't be listed.
 QList<QByteArray> ConfinedFolder::namesIn(int folder)
 {

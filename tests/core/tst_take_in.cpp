@@ -115,6 +115,8 @@ private Q_SLOTS:
     {
         workspace->write(u"d/a.txt"_s, QByteArray(5000, 'a'), u"me"_s, 0);
         workspace->write(u"ё.sh"_s, "1", u"me"_s, 0);
+        workspace->write(u"пусто"_s, "", u"me"_s, 0);
+        QVERIFY(QFile::link(workspace->root(), top->filePath(u"way"_s)));
         save(file(u"secret"_s), "theirs");
         QFile::setPermissions(file(u"ё.sh"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         const QJsonArray records = workspace->checkpoint(u"t"_s, {})["files"_L1].toArray();
@@ -122,10 +124,10 @@ private Q_SLOTS:
 
         const QString folder = top->filePath(u"copy"_s);
         exportTo(records, folder);
-        QCOMPARE(everythingIn(folder), (QStringList{u"d"_s, u"ё.sh"_s}));
+        QCOMPARE(everythingIn(folder), (QStringList{u"d"_s, u"пусто"_s, u"ё.sh"_s}));
         QCOMPARE(contentOf(folder + u"/d/a.txt"_s), QByteArray(5000, 'a'));
         QVERIFY(QFileInfo(folder + u"/ё.sh"_s).isExecutable());
-        for (const QString &bad : {folder, file(u"inside"_s), u"copy"_s})
+        for (const QString &bad : {folder, file(u"inside"_s), top->filePath(u"way/new/inside"_s), u"copy"_s})
             QVERIFY(!errorOf([&] { exportTo(records, bad); }).isEmpty());
         QVERIFY(!QFile::exists(file(u"inside"_s)));
         {
@@ -146,7 +148,7 @@ private Q_SLOTS:
                       top->filePath(u"copy.zip"_s)});
         QVERIFY(reader.waitForFinished());
         QCOMPARE(QString::fromUtf8(reader.readAll()).trimmed(),
-                 u"[('d/a.txt', 5000, '0o100644'), ('ё.sh', 1, '0o100700')]"_s);
+                 u"[('d/a.txt', 5000, '0o100644'), ('ё.sh', 1, '0o100700'), ('пусто', 0, '0o100644')]"_s);
     }
 
     void aKilledTakeInGoesOnAndTakesEachFileOnce()

@@ -334,6 +334,9 @@ private Q_SLOTS:
         for (const auto revisions = store->list(u"file_revisions"_s, u"p"_s); const QJsonValue &revision : revisions)
             history << fields(revision.toObject(), u"author_agent revision"_s);
         QCOMPARE(history.join(u' '), u"me 1 user 2 user 3 rollback 4 user 5 user 6"_s);
+        QVERIFY(QDir().mkdir(path(u"a"_s)));
+        QVERIFY(!workspace->handEdit(u"a"_s)); // what is no file can't be taken
+        QVERIFY(QDir().rmdir(path(u"a"_s)));
 
         save(path(u"a"_s), QByteArray(2097153, 'x'));
         for (const auto &way : {&Workspace::takeEdit, &Workspace::undoEdit})

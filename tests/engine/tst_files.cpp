@@ -42,9 +42,13 @@ private Q_SLOTS:
     {
         for (const auto &[path, fault] :
              {std::pair{u"sub\\other.txt"_s, u"Файл уже поручен другому узлу: sub\\other.txt"_s},
-              {u"out/b.txt"_s, u"Symlink paths are not allowed"_s}}) {
+              {u"out/b.txt"_s, u"Symlink paths are not allowed"_s},
+              {u"dir"_s, u"Этот путь занят папкой или другим объектом, который не является файлом: dir"_s},
+              {u"plain/new/b.txt"_s, u"На пути стоит файл, в нём не может быть других файлов: plain/new/b.txt"_s},
+              {u"б"_s.repeated(128), u"Слишком длинное имя файла: "_s + u"б"_s.repeated(128)}}) {
             const QTemporaryDir outside;
             PlannedRun run({code(u"sub/other.txt"_s), code(u"a.txt"_s)});
+            QVERIFY(QDir(run.workspace.root()).mkdir(u"dir"_s) && run.save(u"plain"_s, "x"));
             QVERIFY(QFile::link(outside.path(), run.projectFile(u"out"_s)));
             answerFirst(run, {{u"a.txt"_s, u"1"_s}, {path, u"2"_s}});
             QCOMPARE(run.ending(), u"COMPLETED"_s);
@@ -59,6 +63,19 @@ private Q_SLOTS:
             QCOMPARE(run.workspace.files().size(), 2);
             QCOMPARE(QDir(outside.path()).count(), 2u); // but for . and ..
         }
+    }
+
+    void bothSlashesNameOneFile()
+    {
+        PlannedRun run({code(u"sub\\a.txt"_s)});
+        run.coder = [](const QJsonObject &, int nth) {
+            return filesAnswer({{u"sub\\a.txt"_s, QString::number(nth)}, {u"sub\\b.txt"_s, u"2"_s}});
+        };
+        QCOMPARE(run.ending(), u"COMPLETED"_s);
+        QStringList paths;
+        for (const auto files = run.workspace.files(); const QJsonValue &file : files)
+            paths << file[u"path"_s].toString();
+        QCOMPARE(paths, (QStringList{u"sub/b.txt"_s, u"sub/a.txt"_s}));
     }
 
     void aLongFileIsChangedByEdits()

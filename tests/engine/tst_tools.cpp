@@ -173,7 +173,9 @@ private Q_SLOTS:
              }) {
             const QString event = id();
             run.workspace.open(run.workspace.root(), event); // a project of its own
-            const QString printed = json({{u"success"_s, true}, {u"path"_s, named}});
+            const bool isOwn = named == u"art/out.png"_s;
+            const QString preview = isOwn ? u"assets/o.preview.jpg"_s : u"../../secret.png"_s;
+            const QString printed = json({{u"success"_s, true}, {u"path"_s, named}, {u"preview"_s, preview}});
             run.core.journal.record(
                 {{u"id"_s, event},
                  {u"task_id"_s, event},
@@ -182,6 +184,7 @@ private Q_SLOTS:
                   QJsonObject{{u"tool"_s, u"run_command"_s}, {u"success"_s, true}, {u"stdout"_s, printed}}}});
             const QJsonArray media = run.store.list(u"artifacts"_s, event);
             QCOMPARE(media.at(0)[u"path"_s].toString(), kept);
+            QCOMPARE(media.at(0)[u"preview"_s].toString(), isOwn ? preview : QString());
             QCOMPARE(media.size(), kept.isEmpty() ? 0 : 1);
             QCOMPARE(run.store.list(u"messages"_s, event).at(0)[u"content"_s].toString(), told);
         }
