@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
+#include <QTimer>
 
 #include <csignal>
 #include <utility>
@@ -21,6 +22,7 @@ namespace {
 
 // What the programs get between SIGTERM and SIGKILL when this process is gone without having ended them.
 constexpr int graceMs = 500;
+constexpr int wakeAgainMs = 200;
 
 QString chosenGuard;
 
@@ -69,6 +71,14 @@ void ProcessContainment::end(QProcess &process)
         return;
     ::kill(guard, SIGUSR1);
     ::kill(guard, SIGCONT);
+    // A program that stops its guard may do so a moment later as well.
+    auto *again = new QTimer(&process);
+    QObject::connect(again, &QTimer::timeout, &process, [&process, guard] {
+        if (process.processId() == guard)
+            ::kill(guard, SIGCONT);
+    });
+    QObject::connect(&process, &QProcess::finished, again, &QObject::deleteLater);
+    again->start(wakeAgainMs);
 }
 
 void ProcessContainment::deleteWhenEnded(QProcess *process)
