@@ -1,5 +1,7 @@
 #include "keyboard.h"
 
+#include "visible_items.h"
+
 #include <QAccessible>
 #include <QImage>
 #include <QSet>
@@ -78,16 +80,6 @@ QQuickItem *topmost(QQuickWindow *window)
     return window->contentItem();
 }
 
-void collect(QQuickItem *item, QList<QQuickItem *> &list)
-{
-    if (!item->isVisible())
-        return;
-    list.append(item);
-    const QList<QQuickItem *> children = item->childItems();
-    for (QQuickItem *child : children)
-        collect(child, list);
-}
-
 /// Whether what cuts it off leaves the item's middle in view or, of a large one, some lines.
 bool isInView(QQuickItem *item)
 {
@@ -139,9 +131,8 @@ QStringList Keyboard::faults(QQuickWindow *shown)
         if (round(Qt::Key_Backtab) != back)
             found.append(u"the way back differs"_s);
     }
-    QList<QQuickItem *> items;
-    collect(ground, items);
-    for (QQuickItem *item : std::as_const(items))
+    const QList<QQuickItem *> items = visibleItems(ground);
+    for (QQuickItem *item : items)
         checkItem(item, stops);
     found.removeDuplicates();
     return found;

@@ -1,5 +1,7 @@
 #include "window_desk.h"
 
+#include "visible_items.h"
+
 #include <QDir>
 #include <QSignalSpy>
 #include <QTest>
@@ -9,16 +11,6 @@ using namespace Qt::StringLiterals;
 namespace {
 
 constexpr int patienceMs = 30000;
-
-void collect(QQuickItem *item, QList<QQuickItem *> &list)
-{
-    if (!item->isVisible())
-        return;
-    list.append(item);
-    const QList<QQuickItem *> children = item->childItems();
-    for (QQuickItem *child : children)
-        collect(child, list);
-}
 
 QPointF middleOf(const QQuickItem *item)
 {
@@ -61,15 +53,12 @@ void WindowDesk::close()
 
 QList<QQuickItem *> WindowDesk::visibleItems() const
 {
-    QList<QQuickItem *> list;
-    collect(window->contentItem(), list);
-    return list;
+    return ::visibleItems(window->contentItem());
 }
 
 QQuickItem *WindowDesk::item(const QString &name, QQuickItem *within) const
 {
-    QList<QQuickItem *> items;
-    collect(within ? within : window->contentItem(), items);
+    const QList<QQuickItem *> items = ::visibleItems(within ? within : window->contentItem());
     for (QQuickItem *item : items) {
         if (item->objectName() == name)
             return item;
