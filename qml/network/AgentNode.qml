@@ -114,7 +114,18 @@ Control {
             visible: root.visualFocus
         }
     }
+    /* No wire goes through the words. */
+    Rectangle {
+        anchors.centerIn: name
+        visible: name.visible
+        width: name.contentWidth + 6
+        height: name.contentHeight
+        radius: 4
+        color: Theme.nodeGround
+        opacity: .9
+    }
     Text {
+        id: name
         objectName: "nodeLabel"
         anchors { top: face.bottom; topMargin: 5; horizontalCenter: parent.horizontalCenter }
         visible: root.labelWidth > 0
@@ -124,8 +135,6 @@ Control {
         horizontalAlignment: Text.AlignHCenter
         elide: Text.ElideRight
         color: Theme.nodeLabel
-        style: Text.Outline // wires may pass below it
-        styleColor: Theme.nodeGround
         font.family: Theme.family
         font.pixelSize: Theme.small
     }

@@ -179,6 +179,7 @@ Rectangle {
                     Layout.maximumHeight: Math.max(Theme.px(130), implicitHeight)
                     sourceComponent: EditsBanner {
                         service: root.service
+                        low: root.low
                         onCompared: path => {
                             root.service.compareEdit(path);
                             root.differencesRequested();

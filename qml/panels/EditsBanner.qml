@@ -8,6 +8,8 @@ Rectangle {
     id: root
 
     required property Backend service
+    /* There is room for the files alone, each with its own answers. */
+    property bool low: false
     readonly property bool single: edits.count === 1
 
     signal compared(string path)
@@ -83,7 +85,7 @@ Rectangle {
             }
         }
         EditChoices {
-            visible: !root.single
+            visible: !root.single && !root.low
             path: ""
             Layout.alignment: Qt.AlignRight
             Layout.preferredWidth: lineWidth
