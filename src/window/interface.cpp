@@ -14,6 +14,7 @@
 #include "roles.h"
 #include "self_test_ui.h"
 #include "shown_window.h"
+#include "unfinished.h"
 #include "window_place.h"
 
 #include <QFont>
@@ -120,7 +121,9 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     SelfTestUi selfTest(engine, backend, temporary.path());
     if (line.has(u"--self-test-ui"_s))
         selfTest.begin(line.value(u"--self-test-ui"_s), line.has(u"--workflow-demo"_s));
-    return QCoreApplication::exec();
+    const int code = QCoreApplication::exec();
+    finishLoaders(engine);
+    return code;
 }
 
 int runInterface(const CommandLine &line, qreal desktopPoints)

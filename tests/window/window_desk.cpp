@@ -1,5 +1,7 @@
 #include "window_desk.h"
 
+#include "unfinished.h"
+
 #include <QDir>
 #include <QSignalSpy>
 #include <QTest>
@@ -55,6 +57,8 @@ void WindowDesk::close()
 {
     if (backend)
         backend->stop();
+    if (engine)
+        vesk::finishLoaders(*engine);
     engine.reset();
     backend.reset();
 }
