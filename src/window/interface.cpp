@@ -7,6 +7,7 @@
 #include "credential_store.h"
 #include "data_folder.h"
 #include "desktop.h"
+#include "desktop_scheme.h"
 #include "entry_points.h"
 #include "helpers.h"
 #include "interface_options.h"
@@ -115,6 +116,12 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     engine.loadFromModule("Vesk", "Main");
     if (attended)
         place.follow(firstWindow(engine));
+    const DesktopScheme scheme;
+    const auto tellScheme = [&] {
+        if (QQuickWindow *window = firstWindow(engine))
+            window->setProperty("portalScheme", int(scheme.scheme()));
+    };
+    QObject::connect(&scheme, &DesktopScheme::changed, &engine, tellScheme);
     const ShownWindow shown(folder.path(), firstWindow(engine));
     applyWindowOptions(line, engine);
     armTimedOptions(line, engine, backend);
