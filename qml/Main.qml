@@ -55,6 +55,8 @@ ApplicationWindow {
     readonly property Rows tasks: taskRows
     /* Whether the desktop has a dialog for files. */
     property bool desktopFileDialogs: false
+    /* What the desktop tells every program: a Qt.ColorScheme. */
+    property int portalScheme: Qt.ColorScheme.Unknown
     /* Of the desktop's own font, when the window was made. */
     property real desktopPoints: 10
     /* The control that had the focus is gone, or can't be used any more. */
@@ -210,6 +212,11 @@ ApplicationWindow {
         target: Theme
         property: "look"
         value: app.preferences.theme ?? "dark"
+    }
+    Binding {
+        target: Theme
+        property: "desktopScheme"
+        value: app.portalScheme || Application.styleHints.colorScheme
     }
     Binding {
         target: Theme

@@ -12,7 +12,7 @@ find_native() {
     qmake=$(command -v qmake6 || command -v qtpaths6) || return 1
     version=$("$qmake" -query QT_VERSION) && libs=$("$qmake" -query QT_INSTALL_LIBS) || return 1
     [ "$(printf '%s\n' 6.8 "$version" | sort -V | head -n 1)" = 6.8 ] || return 1
-    for module in Core Gui Sql Network Qml Quick QuickControls2 Test; do
+    for module in Core DBus Gui Sql Network Qml Quick QuickControls2 Test; do
         [ -e "$libs/cmake/Qt6$module/Qt6${module}Config.cmake" ] || return 1
     done
     pkg-config --exists libsecret-1 2>/dev/null || return 1

@@ -105,7 +105,7 @@ ColumnLayout {
         visible: page.service.backgroundError !== ""
         spacing: 8
 
-        LabelText {
+        LiveText {
             objectName: "backgroundError"
             text: page.service.backgroundError
             color: Theme.textError

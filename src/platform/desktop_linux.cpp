@@ -3,6 +3,9 @@
 #include "desktop.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QStandardPaths>
 
 #include <algorithm>
 
@@ -14,13 +17,31 @@ namespace {
 
 constexpr auto tokenVariable = "XDG_ACTIVATION_TOKEN"; // The same for X11 and Wayland (xdg-activation).
 
+/// The portal itself shows nothing: it needs a part of a desktop that does. What is in a sandbox can't see that part.
+bool hasPortalDialogs()
+{
+    if (QFile::exists(u"/.flatpak-info"_s))
+        return true;
+    const QStringList folders = QStandardPaths::locateAll(
+        QStandardPaths::GenericDataLocation, u"xdg-desktop-portal/portals"_s, QStandardPaths::LocateDirectory);
+    for (const QString &folder : folders) {
+        const QFileInfoList parts = QDir(folder).entryInfoList({u"*.portal"_s}, QDir::Files);
+        for (const QFileInfo &part : parts) {
+            QFile file(part.filePath());
+            if (file.open(QFile::ReadOnly) && file.read(4096).contains("portal.FileChooser"))
+                return true;
+        }
+    }
+    return false;
+}
+
 /// The plugin by which Qt would show dialogs of the desktop; empty for a desktop that has none.
 QString dialogPlugin()
 {
     const QString chosen = qEnvironmentVariable("QT_QPA_PLATFORMTHEME");
     const QStringList desktops = qEnvironmentVariable("XDG_CURRENT_DESKTOP").toUpper().split(u':');
     if (chosen == u"xdgdesktopportal"_s)
-        return u"qxdgdesktopportal"_s;
+        return hasPortalDialogs() ? u"qxdgdesktopportal"_s : QString();
     if (chosen == u"kde"_s || (chosen.isEmpty() && desktops.contains(u"KDE"_s)))
         return u"KDEPlasmaPlatformTheme"_s;
     static const QStringList gtk{u"GNOME"_s, u"X-CINNAMON"_s, u"UNITY"_s,   u"MATE"_s,

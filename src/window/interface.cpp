@@ -7,6 +7,7 @@
 #include "credential_store.h"
 #include "data_folder.h"
 #include "desktop.h"
+#include "desktop_scheme.h"
 #include "entry_points.h"
 #include "helpers.h"
 #include "interface_options.h"
@@ -14,6 +15,7 @@
 #include "roles.h"
 #include "self_test_ui.h"
 #include "shown_window.h"
+#include "unfinished.h"
 #include "window_place.h"
 
 #include <QFont>
@@ -114,13 +116,21 @@ int showWindow(const CommandLine &line, const DataFolder &folder, const QTempora
     engine.loadFromModule("Vesk", "Main");
     if (attended)
         place.follow(firstWindow(engine));
+    const DesktopScheme scheme;
+    const auto tellScheme = [&] {
+        if (QQuickWindow *window = firstWindow(engine))
+            window->setProperty("portalScheme", int(scheme.scheme()));
+    };
+    QObject::connect(&scheme, &DesktopScheme::changed, &engine, tellScheme);
     const ShownWindow shown(folder.path(), firstWindow(engine));
     applyWindowOptions(line, engine);
     armTimedOptions(line, engine, backend);
     SelfTestUi selfTest(engine, backend, temporary.path());
     if (line.has(u"--self-test-ui"_s))
         selfTest.begin(line.value(u"--self-test-ui"_s), line.has(u"--workflow-demo"_s));
-    return QCoreApplication::exec();
+    const int code = QCoreApplication::exec();
+    finishLoaders(engine);
+    return code;
 }
 
 int runInterface(const CommandLine &line, qreal desktopPoints)

@@ -1,5 +1,6 @@
 #include "window_desk.h"
 
+#include "unfinished.h"
 #include "visible_items.h"
 
 #include <QDir>
@@ -47,6 +48,8 @@ void WindowDesk::close()
 {
     if (backend)
         backend->stop();
+    if (engine)
+        vesk::finishLoaders(*engine);
     engine.reset();
     backend.reset();
 }
