@@ -352,8 +352,10 @@ private:
 
     void judgeFolder()
     {
-        if (!sources.strays.isEmpty())
-            gaps.append(u"Созданы командами, их никто не читал: %1."_s.arg(listed(sources.strays)));
+        if (!sources.strays.paths.isEmpty())
+            gaps.append(u"Созданы командами, их никто не читал: %1."_s.arg(listed(sources.strays.paths)));
+        if (sources.strays.isCut)
+            gaps.append(u"В папке проекта слишком много файлов: что ещё создали команды, не просмотрено."_s);
         // Those that the request speaks of were meant.
         const QStringList meant = namedFiles(sources.spec["original_request"_L1].toString());
         QStringList replaced;
@@ -505,7 +507,7 @@ private:
     /// Found below a folder of the project that commands fill.
     bool isBesideOther(const QString &path) const
     {
-        return std::ranges::any_of(sources.strays, [&](const QString &stray) { return nameOf(stray) == nameOf(path); });
+        return std::ranges::any_of(sources.strays.paths, [&](const QString &stray) { return nameOf(stray) == nameOf(path); });
     }
 
     QJsonArray rowsOfChecks() const
