@@ -66,7 +66,8 @@ RunMode::RunMode(const RunOptions &options, const QString &dataFolder,
     , core(databaseIn(dataFolder), nullptr)
 {
     core.engine.setProvider(&chooseModel(core.store));
-    core.recover();
+    const QString fault = core.recover();
+    require(fault.isEmpty(), fault);
     bindProject();
     core.engine.computerAccess = options.allowCommands;
     if (options.workflowDemo)

@@ -52,11 +52,13 @@ Backend::Backend(const QString &dataFolder, QObject *parent)
 {
     connectRun();
     connectServices();
-    core.recover();
+    const QString fault = core.recover();
 
     const QJsonArray all = core.store.list(u"projects"_s, {});
     if (!all.isEmpty())
         selectProject(all.last()["id"_L1].toString());
+    if (!fault.isEmpty())
+        show(fault);
 }
 
 void Backend::connectRun()

@@ -32,13 +32,13 @@ constexpr int cacheCost = 16384;
 constexpr qsizetype searchLimit = 200;
 constexpr qsizetype outlineRequestChars = 200;
 
-/// What a list of tasks shows of one.
 /// Where the outlines of a table's records stand; empty for a table that has none.
 QString outlinesOf(const QString &table)
 {
     return table == "tasks"_L1 ? u"task_outlines"_s : table == "checkpoints"_L1 ? u"checkpoint_outlines"_s : QString();
 }
 
+/// What a list of tasks shows of one.
 QJsonObject taskOutline(const QJsonObject &task)
 {
     const QJsonValue spec = task["spec"_L1];
@@ -167,7 +167,7 @@ void Store::openOutlines(const QString &table)
     execute(u"CREATE INDEX IF NOT EXISTS idx_%1_updated ON %1(updated,id)"_s.arg(table));
     QSqlQuery query(database);
     query.exec(u"SELECT t.id FROM %1 AS t LEFT JOIN %2 AS o ON o.id=t.id AND o.updated=t.updated WHERE o.id IS NULL "
-               "ORDER BY t.updated"_s.arg(table, outlines));
+               "ORDER BY t.rowid"_s.arg(table, outlines));
     check(query);
     QStringList missing;
     while (query.next())
@@ -239,6 +239,8 @@ QString Store::sqlOf(Statement kind)
         return u"SELECT rowid,CAST(body AS BLOB) FROM %1 WHERE task=? AND rowid>? ORDER BY rowid DESC LIMIT ?"_s;
     case Statement::Outlines:
         return u"SELECT CAST(body AS BLOB) FROM %1 WHERE task=? OR ?='' ORDER BY updated,rowid"_s;
+    case Statement::OutlinesByPlace:
+        return u"SELECT CAST(body AS BLOB) FROM %1 WHERE task=? OR ?='' ORDER BY rowid"_s;
     case Statement::FileRevisions:
         return u"SELECT CAST(r.body AS BLOB) FROM revision_keys AS k JOIN file_revisions AS r ON r.id=k.id "
                "WHERE k.task=? ORDER BY CAST(k.body AS INTEGER)"_s;
@@ -434,17 +436,17 @@ QJsonObject Store::fileRevision(const QString &file, int revision) const
 
 QJsonArray Store::taskOutlines(const QString &project) const
 {
-    return outlines(u"tasks"_s, project);
+    return outlines(Statement::Outlines, u"tasks"_s, project);
 }
 
 QJsonArray Store::checkpointOutlines(const QString &project) const
 {
-    return project.isEmpty() ? QJsonArray() : outlines(u"checkpoints"_s, project);
+    return project.isEmpty() ? QJsonArray() : outlines(Statement::OutlinesByPlace, u"checkpoints"_s, project);
 }
 
-QJsonArray Store::outlines(const QString &table, const QString &project) const
+QJsonArray Store::outlines(Statement order, const QString &table, const QString &project) const
 {
-    QSqlQuery &query = statement(Statement::Outlines, outlinesOf(table));
+    QSqlQuery &query = statement(order, outlinesOf(table));
     query.bindValue(0, boundKey(project));
     query.bindValue(1, boundKey(project));
     query.exec();

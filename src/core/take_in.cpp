@@ -2,12 +2,12 @@
 
 #include "take_in.h"
 
-#include "confined_folder.h"
-#include "diff.h"
 #include "ignore_rules.h"
 #include "made_folders.h"
 #include "path_rules.h"
 #include "workspace.h"
+
+#include <QStringConverter>
 
 #include <exception>
 
@@ -18,6 +18,16 @@ namespace vesk {
 namespace {
 
 constexpr qint64 largestBinary = 1024 * 1024;
+constexpr qint64 judgedBytes = 8 * 1024; ///< By which it is told whether a file is text.
+constexpr qsizetype piece = 32; ///< Files and folders that are looked at in one go.
+
+/// Whether a file that begins so is text; the last character of a beginning may be cut.
+bool beginsAsText(const QByteArray &beginning)
+{
+    QStringDecoder decoder(QStringConverter::Utf8);
+    const QString text = decoder(beginning);
+    return !decoder.hasError() && !text.contains(QChar::Null);
+}
 
 bool isSecret(const QString &name)
 {
@@ -77,7 +87,10 @@ QString TakeIn::reasonAgainstFile(const QString &path, qint64 bytes) const
     if (bytes > Workspace::maxFileBytes)
         return u"больше 2 МиБ"_s;
     try {
-        if (bytes > largestBinary && isBinary(workspace.read(path)))
+        const QByteArray beginning = bytes > largestBinary ? workspace.start(path, judgedBytes) : QByteArray();
+        if (bytes > largestBinary && beginning.isEmpty())
+            return u"не читаются"_s;
+        if (!beginsAsText(beginning))
             return u"не текст, больше 1 МиБ"_s;
     } catch (const std::exception &) {
         return u"не читаются"_s;
@@ -87,29 +100,38 @@ QString TakeIn::reasonAgainstFile(const QString &path, qint64 bytes) const
 
 bool TakeIn::lookOn()
 {
-    if (waiting.isEmpty())
-        return false;
-    const QString folder = waiting.takeLast();
-    readRules(folder);
-    const QList<ConfinedFolder::Entry> entries = workspace.entries(folder);
-    for (const ConfinedFolder::Entry &entry : entries) {
-        const QString name = QString::fromUtf8(entry.name);
-        const QString path = folder.isEmpty() ? name : folder + u'/' + name;
-        const bool isFolder = entry.kind == ConfinedFolder::Kind::Folder;
-        QString reason = reasonAgainst(path, isFolder);
-        if (reason.isEmpty() && !isFolder)
-            reason = entry.kind != ConfinedFolder::Kind::File ? u"ссылки и другие файловые системы"_s
-                                                              : reasonAgainstFile(path, entry.bytes);
-        if (!reason.isEmpty()) {
-            ++left[reason];
-        } else if (isFolder) {
-            waiting.append(path);
-        } else {
-            found.append({path, entry.bytes});
-            size += entry.bytes;
-        }
+    if (!listing) {
+        if (waiting.isEmpty())
+            return false;
+        folder = waiting.takeLast();
+        readRules(folder);
+        listing = workspace.listing(folder);
     }
-    return !waiting.isEmpty();
+    const QList<ConfinedFolder::Entry> entries = listing->next(piece);
+    for (const ConfinedFolder::Entry &entry : entries)
+        take(entry);
+    if (entries.isEmpty())
+        listing.reset();
+    return listing || !waiting.isEmpty();
+}
+
+void TakeIn::take(const ConfinedFolder::Entry &entry)
+{
+    const QString name = QString::fromUtf8(entry.name);
+    const QString path = folder.isEmpty() ? name : folder + u'/' + name;
+    const bool isFolder = entry.kind == ConfinedFolder::Kind::Folder;
+    QString reason = reasonAgainst(path, isFolder);
+    if (reason.isEmpty() && !isFolder)
+        reason = entry.kind != ConfinedFolder::Kind::File ? u"ссылки и другие файловые системы"_s
+                                                          : reasonAgainstFile(path, entry.bytes);
+    if (!reason.isEmpty()) {
+        ++left[reason];
+    } else if (isFolder) {
+        waiting.append(path);
+    } else {
+        found.append({path, entry.bytes});
+        size += entry.bytes;
+    }
 }
 
 } // namespace vesk

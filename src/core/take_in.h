@@ -1,5 +1,6 @@
 #pragma once
 
+#include "confined_folder.h"
 #include "ignore_rules.h"
 
 #include <QList>
@@ -7,11 +8,13 @@
 #include <QString>
 #include <QStringList>
 
+#include <optional>
+
 namespace vesk {
 
 class Workspace;
 
-/// A look at a folder that is to become a project, one folder of it at a time: what would be taken in, and what is left
+/// A look at a folder that is to become a project, a few files of it at a time: what would be taken in, and what is left
 /// out and why. Nothing is written. Links are not followed, and nothing outside the held folder is looked at.
 class TakeIn {
 public:
@@ -25,7 +28,7 @@ public:
 
     explicit TakeIn(const Workspace &workspace);
 
-    /// Looks at the next folder; false when that was all.
+    /// Looks at the next few files and folders, which takes about a millisecond; false when that was all.
     bool lookOn();
 
     const QList<File> &files() const { return found; }
@@ -35,12 +38,15 @@ public:
     const QMap<QString, int> &leftOut() const { return left; }
 
 private:
+    void take(const ConfinedFolder::Entry &entry);
     void readRules(const QString &folder);
     QString reasonAgainst(const QString &path, bool isFolder) const;
     QString reasonAgainstFile(const QString &path, qint64 bytes) const;
 
     const Workspace &workspace;
     QStringList waiting; ///< Folders still to be looked at.
+    QString folder; ///< The one that is looked at.
+    std::optional<ConfinedFolder::Listing> listing; ///< What is left of it.
     IgnoreRules rules;
     QList<File> found;
     qint64 size = 0;

@@ -137,6 +137,9 @@ void Workspace::open(const QString &root, const QString &projectId)
     require(!canonical.isEmpty() && canonical != "/"_L1, u"Invalid workspace"_s);
     std::optional<ConfinedFolder> held = ConfinedFolder::hold(QFile::encodeName(canonical), walk);
     require(held.has_value(), u"Invalid workspace"_s);
+    // Without a project it isn't known which files of a folder are its user's.
+    if (!projectId.isEmpty())
+        removeLeftovers(*held, projectId);
 
     folder = std::move(held);
     rootPath = canonical;
@@ -144,22 +147,21 @@ void Workspace::open(const QString &root, const QString &projectId)
     skipped.clear();
     restoring.reset();
     hashed.clear();
-    removeLeftovers();
 }
 
 /// Only folders of tracked files can hold any: a new file has no name until it is whole.
-void Workspace::removeLeftovers()
+void Workspace::removeLeftovers(const ConfinedFolder &held, const QString &project) const
 {
     // An older version took files with names that only temporary files may have now.
     QHash<QString, QSet<QByteArray>> namesIn{{QString(), {}}};
-    const QJsonArray tracked = files();
+    const QJsonArray tracked = store.list(u"files"_s, project);
     for (const QJsonValue &record : tracked) {
         const QString path = slashed(record["path"_L1].toString());
         const qsizetype slash = path.lastIndexOf(u'/');
         namesIn[path.first(std::max<qsizetype>(slash, 0))].insert(QFile::encodeName(path.sliced(slash + 1)));
     }
     for (const auto &[path, names] : std::as_const(namesIn).asKeyValueRange())
-        folder->removeLeftovers(QFile::encodeName(path), names);
+        held.removeLeftovers(QFile::encodeName(path), names);
 }
 
 /// Every component is judged by its name and by what stands on disk before the next one is, so of several faults in a
@@ -271,11 +273,16 @@ QJsonObject Workspace::keep(const QString &relativePath, const QByteArray &bytes
     return revision;
 }
 
-QList<ConfinedFolder::Entry> Workspace::entries(const QString &path) const
+ConfinedFolder::Listing Workspace::listing(const QString &path) const
 {
     require(!rootPath.isEmpty(), noWorkspace);
     require(folder->isInPlace(), u"Workspace root changed or was redirected"_s);
-    return folder->entries(QFile::encodeName(path));
+    return folder->listing(QFile::encodeName(path));
+}
+
+QByteArray Workspace::start(const QString &relativePath, qint64 most) const
+{
+    return folder->start(vet(relativePath).path, most);
 }
 
 void Workspace::takeNew(const QStringList &paths)

@@ -61,7 +61,8 @@ public:
     QString project() const { return projectId; }
 
     /// Binds the object to a folder, which is made when missing. Throws "Workspace must be an absolute folder",
-    /// "Cannot create workspace", "Invalid workspace"; the former binding stays then.
+    /// "Cannot create workspace", "Invalid workspace", or what the store says; the former binding stays then. What killed
+    /// processes have left in the folders of the project's files is cleared away; without a project nothing is.
     void open(const QString &root, const QString &projectId);
 
     /// The absolute path of a file that may not exist yet. Throws "Select a workspace first", "Workspace root changed
@@ -134,7 +135,10 @@ public:
     QStringList filesOf(const QString &taskId) const;
 
     /// What stands in a folder of the project, "" for the top.
-    QList<ConfinedFolder::Entry> entries(const QString &folder) const;
+    ConfinedFolder::Listing listing(const QString &folder) const;
+
+    /// The first bytes of a file, nothing of one that can't be read. Throws as resolve() does.
+    QByteArray start(const QString &relativePath, qint64 most) const;
 
     /// Makes files that have no record yet revisions 1 by the user, in one transaction; those that have one, or can't
     /// be read, are passed over. Their "files" records hold no content, which is that of the revision.
@@ -199,7 +203,7 @@ private:
     void turnRestore(const QString &target, const QString &origin);
     QJsonObject keep(const QString &relativePath, const QByteArray &bytes, const QString &author, bool deleted = false);
     QJsonObject remove(const QJsonObject &record);
-    void removeLeftovers();
+    void removeLeftovers(const ConfinedFolder &held, const QString &project) const;
     QJsonObject snapshotOf(const QString &taskId, const QJsonArray &records, const QJsonArray &graph) const;
     QJsonObject ownSnapshot(const QString &checkpointId) const;
     std::optional<HandEdit> handEdit(const QString &relativePath, const QJsonObject &record) const;

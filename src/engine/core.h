@@ -2,12 +2,9 @@
 
 #include "engine.h"
 #include "event_bus.h"
-#include "page_pictures.h"
 #include "permissions.h"
-#include "recovery.h"
 #include "store.h"
 #include "task_journal.h"
-#include "test_copy.h"
 #include "tool_router.h"
 #include "workspace.h"
 
@@ -35,13 +32,9 @@ public:
     }
 
     /// Puts in order what earlier processes have left: unfinished tasks, copies of projects, old pictures. For the
-    /// process that holds the data folder.
-    void recover()
-    {
-        recoverInterruptedTasks(store);
-        removeCopies(engine.copiesFolder);
-        removeOldPictures(engine.picturesFolder);
-    }
+    /// process that holds the data folder. Returns why it can't be done, for people; empty when all is done. What is
+    /// left is there for reading, and is put in order at the next start.
+    [[nodiscard]] QString recover();
 
     Store store;
     EventBus events;

@@ -31,6 +31,7 @@ namespace vesk {
 struct BrowserVerdict;
 struct HandEdit;
 struct CheckTools;
+struct Strays;
 class EventBus;
 class PermissionManager;
 struct ProjectCheck;
@@ -315,7 +316,7 @@ private:
 
     // engine_evidence.cpp
     QJsonObject readEvidence() const;
-    QStringList strayFiles() const;
+    Strays strayFiles() const;
     void askJudge(const QString &role, const QJsonObject &artifact, bool again, const Answer &callback);
     void reworkAfterValidation(const QJsonObject &review);
 

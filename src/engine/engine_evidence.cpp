@@ -20,14 +20,18 @@ namespace {
 constexpr int maxStrayEntries = 5000; ///< Of a folder that commands have filled.
 constexpr qsizetype maxStrays = 50;
 
-/// Also media of the project, and what package managers note for themselves.
-bool isNobodys(const QString &path, const QFileInfo &file)
+/// Whether a folder holds what nobody wrote, or media of the project.
+bool isNobodys(const QString &name)
+{
+    return name == "assets"_L1 || isMachineMade(name);
+}
+
+/// Also what package managers note for themselves.
+bool isNobodys(const QFileInfo &file)
 {
     static const QStringList names{u"package-lock.json"_s, u"yarn.lock"_s, u"pnpm-lock.yaml"_s, u"Cargo.lock"_s,
                                    u"poetry.lock"_s,       u"uv.lock"_s,   u"go.sum"_s,         u"composer.lock"_s};
-    const QStringList parts = path.split(u'/');
-    return names.contains(file.fileName()) || parts.contains(u"assets"_s)
-        || std::ranges::any_of(parts, [](const QString &part) { return isMachineMade(part); }) || isCompiled(file);
+    return names.contains(file.fileName()) || isNobodys(file.fileName()) || isCompiled(file);
 }
 
 } // namespace
@@ -41,22 +45,31 @@ QJsonObject Engine::readEvidence() const
                        strayFiles(), hollowTests});
 }
 
-/// Files that appeared while programs ran and that are no revisions of ours.
-QStringList Engine::strayFiles() const
+/// Files that appeared while programs ran and that are no revisions of ours. Folders that tools make, which may hold any
+/// number of them, are not looked into.
+Strays Engine::strayFiles() const
 {
     const auto isProgram = [](const QJsonObject &run) { return run["role"_L1].toString() == "terminal"_L1; };
     if (std::ranges::none_of(runs, isProgram))
         return {};
     const QDateTime began = QDateTime::fromString(runs.constFirst()["created_at"_L1].toString(), Qt::ISODateWithMs);
-    QStringList strays;
-    QDirIterator entries(workspace.root(), QDir::Files | QDir::NoSymLinks, QDirIterator::Subdirectories);
-    for (int seen = 0; entries.hasNext() && seen < maxStrayEntries && strays.size() < maxStrays; ++seen) {
-        const QFileInfo file = entries.nextFileInfo();
-        const QString path = file.filePath().sliced(workspace.root().size() + 1);
-        if (!isNobodys(path, file) && file.lastModified() >= began && workspace.latest(path).isEmpty())
-            strays.append(path);
+    Strays strays;
+    QStringList folders{workspace.root()};
+    for (int seen = 0; !folders.isEmpty() && !strays.isCut;) {
+        QDirIterator entries(folders.takeLast(),
+                             QDir::Files | QDir::Dirs | QDir::Hidden | QDir::NoSymLinks | QDir::NoDotAndDotDot);
+        while (entries.hasNext() && !strays.isCut) {
+            const QFileInfo entry = entries.nextFileInfo();
+            strays.isCut = ++seen > maxStrayEntries || strays.paths.size() == maxStrays;
+            if (entry.isDir() && !isNobodys(entry.fileName()))
+                folders.append(entry.filePath());
+            const QString path = entry.filePath().sliced(workspace.root().size() + 1);
+            if (entry.isFile() && !strays.isCut && entry.lastModified() >= began && !isNobodys(entry)
+                && workspace.latest(path).isEmpty())
+                strays.paths.append(path);
+        }
     }
-    strays.sort();
+    strays.paths.sort();
     return strays;
 }
 

@@ -12,6 +12,12 @@
 
 namespace vesk {
 
+/// Files that appeared during a task and that nobody recorded.
+struct Strays {
+    QStringList paths;
+    bool isCut = false; ///< There were too many files to look at them all.
+};
+
 /// What a finished task has left, from which the ledger is read. No model is asked.
 struct EvidenceSources {
     QJsonObject spec; ///< The task, with "original_request", "requirements", "acceptance_criteria", "existing_files".
@@ -19,7 +25,7 @@ struct EvidenceSources {
     QList<QJsonObject> runs; ///< In full, with "context" and "output".
     QString root; ///< The folder of the project.
     std::function<bool(const QString &path)> exists; ///< A file of this path is in the project's folder.
-    QStringList strays; ///< Files that appeared during the task and that nobody recorded.
+    Strays strays;
     QSet<QString> hollow = {}; ///< Ids of tests that also pass when the files under test are empty.
 };
 

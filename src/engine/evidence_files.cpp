@@ -113,8 +113,10 @@ bool Ledger::hasChangedSinceFailure(const Node &node) const
 
 void Ledger::judgeFolder()
 {
-    if (!sources.strays.isEmpty())
-        gaps.append(u"Созданы командами, их никто не читал: %1."_s.arg(listed(sources.strays)));
+    if (!sources.strays.paths.isEmpty())
+        gaps.append(u"Созданы командами, их никто не читал: %1."_s.arg(listed(sources.strays.paths)));
+    if (sources.strays.isCut)
+        gaps.append(u"В папке проекта слишком много файлов: что ещё создали команды, не просмотрено."_s);
     // Those that the request speaks of were meant.
     const QStringList meant = namedFiles(sources.spec["original_request"_L1].toString());
     QStringList replaced;

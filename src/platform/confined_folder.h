@@ -6,6 +6,7 @@
 #include <QList>
 #include <QSet>
 
+#include <memory>
 #include <optional>
 
 namespace vesk {
@@ -25,6 +26,7 @@ namespace vesk {
 /// A file gets its new content whole: the content is written and flushed to disk under no name, or beside the target
 /// as `.vesk-<process>-<16 hexadecimal digits>.tmp`, and takes the name in one step. A file of that pattern is left
 /// only by a process that was killed within the few microseconds between two such steps; `removeLeftovers` clears it.
+/// What its user saved meanwhile and could not be given back to its name stays beside it as `<name>.vesk-kept-<digits>`.
 class ConfinedFolder {
 public:
     enum class Walk { InKernel, ByComponent };
@@ -113,8 +115,19 @@ public:
 
     Room room(const QByteArray &path) const;
 
-    /// What stands in a folder, in no order; an empty path is the held folder itself. Nothing when it can't be listed.
-    QList<Entry> entries(const QByteArray &path) const;
+    /// What stands in a folder, in no order, read piece by piece.
+    class Listing {
+    public:
+        /// The next entries, not more than so many; none at the end, or when the folder can't be listed.
+        QList<Entry> next(qsizetype most);
+
+    private:
+        friend class ConfinedFolder;
+        std::shared_ptr<void> stream;
+        quint64 device = 0; ///< That of the held folder.
+    };
+    /// An empty path is the held folder itself.
+    Listing listing(const QByteArray &path) const;
 
     /// The stamp of a regular file with one name. Nothing for anything else, and on file systems whose times can't be
     /// relied on, such as those of other machines.
@@ -122,6 +135,9 @@ public:
 
     /// Reads a regular file with one name and at most `limit` bytes.
     Result read(const QByteArray &path, qint64 limit, Content &content) const;
+
+    /// The first bytes of such a file, at most `most`; nothing when it can't be read.
+    QByteArray start(const QByteArray &path, qint64 most) const;
 
     /// The folder of a path, made and flushed to disk with those above it where missing. Failed if one can't be made.
     Result makeParent(const QByteArray &path, Spot &spot) const;
@@ -153,7 +169,8 @@ private:
     Descriptor root;
     QByteArray name;
     Walk walk;
-    bool leases; ///< Whether the file system is a local one that tells truly of leases and times.
+    bool leases; ///< Whether the file system is a local one that tells truly of leases.
+    bool times; ///< The same of times.
 };
 
 } // namespace vesk

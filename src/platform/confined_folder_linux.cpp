@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <initializer_list>
 #include <limits.h>
 #include <memory>
 #include <utility>
@@ -129,15 +130,27 @@ Descriptor openAbsolute(const QByteArray &path, int flags, ConfinedFolder::Walk 
     return openByComponent(top.get(), path.sliced(1), flags, true);
 }
 
+bool isOneOf(int folder, std::initializer_list<quint32> known)
+{
+    struct statfs system;
+    return ::fstatfs(folder, &system) == 0
+        && std::find(known.begin(), known.end(), quint32(system.f_type)) != known.end();
+}
+
 /// A lease tells whether somebody has a file open for writing. Network file systems refuse it for reasons of their
 /// own with the same error, so only those are asked which are known to tell the truth.
 bool hasHonestLeases(int folder)
 {
-    struct statfs system;
-    if (::fstatfs(folder, &system) != 0)
-        return false;
-    constexpr quint32 known[] = {EXT4_SUPER_MAGIC, XFS_SUPER_MAGIC, BTRFS_SUPER_MAGIC, F2FS_SUPER_MAGIC, TMPFS_MAGIC};
-    return std::find(std::begin(known), std::end(known), quint32(system.f_type)) != std::end(known);
+    return isOneOf(folder, {EXT4_SUPER_MAGIC, XFS_SUPER_MAGIC, BTRFS_SUPER_MAGIC, F2FS_SUPER_MAGIC, TMPFS_MAGIC});
+}
+
+/// Each write gives a file other times. On the disks of other machines, and on what programs make up (FUSE), a write may
+/// be seen later than its times.
+bool hasHonestTimes(int folder)
+{
+    constexpr quint32 zfs = 0x2fc12fc1;
+    constexpr quint32 bcachefs = 0xca451a4e;
+    return hasHonestLeases(folder) || isOneOf(folder, {OVERLAYFS_SUPER_MAGIC, zfs, bcachefs});
 }
 
 ConfinedFolder::Kind kindOf(mode_t mode)
@@ -194,6 +207,7 @@ ConfinedFolder::ConfinedFolder(Descriptor folder, const QByteArray &path, Walk w
     , name(path)
     , walk(walk)
     , leases(hasHonestLeases(root.get()))
+    , times(hasHonestTimes(root.get()))
 {
 }
 
@@ -294,21 +308,39 @@ QList<QByteArray> ConfinedFolder::namesIn(int folder)
     return names;
 }
 
-QList<ConfinedFolder::Entry> ConfinedFolder::entries(const QByteArray &path) const
+ConfinedFolder::Listing ConfinedFolder::listing(const QByteArray &path) const
 {
+    Listing begun;
     const Descriptor folder = open(root.get(), path.isEmpty() ? QByteArray(".") : path, O_PATH | O_DIRECTORY);
     struct stat home{};
     if (!folder || ::fstat(root.get(), &home) != 0)
-        return {};
+        return begun;
+    const int listed = ::openat(folder.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    DIR *stream = listed < 0 ? nullptr : ::fdopendir(listed);
+    if (listed >= 0 && !stream)
+        ::close(listed);
+    if (stream)
+        begun.stream = std::shared_ptr<void>(stream, [](void *open) { ::closedir(static_cast<DIR *>(open)); });
+    begun.device = home.st_dev;
+    return begun;
+}
+
+QList<ConfinedFolder::Entry> ConfinedFolder::Listing::next(qsizetype most)
+{
+    DIR *entries = static_cast<DIR *>(stream.get());
     QList<Entry> found;
-    const QList<QByteArray> names = namesIn(folder.get());
-    for (const QByteArray &called : names) {
+    while (entries && found.size() < most) {
+        const dirent *entry = ::readdir(entries);
+        if (!entry)
+            break;
+        const QByteArray called(entry->d_name);
         struct stat state{};
-        if (::fstatat(folder.get(), called.constData(), &state, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
+        if (called == "." || called == ".."
+            || ::fstatat(::dirfd(entries), called.constData(), &state, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT) != 0)
             continue;
         // A folder mounted from the same file system is told apart when it is opened.
         const Kind kind = S_ISLNK(state.st_mode) ? Kind::Link
-            : state.st_dev != home.st_dev        ? Kind::Mount
+            : state.st_dev != device             ? Kind::Mount
             : S_ISREG(state.st_mode)             ? Kind::File
             : S_ISDIR(state.st_mode)             ? Kind::Folder
                                                  : Kind::Other;
@@ -319,7 +351,7 @@ QList<ConfinedFolder::Entry> ConfinedFolder::entries(const QByteArray &path) con
 
 std::optional<ConfinedFolder::Stamp> ConfinedFolder::stamp(const QByteArray &path) const
 {
-    if (!leases)
+    if (!times)
         return {};
     const Descriptor file = open(root.get(), path, O_PATH);
     struct stat status;
@@ -350,9 +382,21 @@ ConfinedFolder::Result ConfinedFolder::read(const QByteArray &path, qint64 limit
     content.group = status.st_gid;
     const Result result = readAll(file.get(), status.st_size, limit, content.bytes);
     struct stat after;
-    if (leases && ::fstat(file.get(), &after) == 0 && stampOf(after) == stampOf(status))
+    if (times && ::fstat(file.get(), &after) == 0 && stampOf(after) == stampOf(status))
         content.stamp = stampOf(status);
     return result == Result::Unreadable ? failed(result, path) : result;
+}
+
+QByteArray ConfinedFolder::start(const QByteArray &path, qint64 most) const
+{
+    const Descriptor file = open(root.get(), path, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+    struct stat status;
+    QByteArray bytes;
+    if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode) || status.st_nlink > 1
+        || readAll(file.get(), status.st_size, most, bytes) == Result::Unreadable)
+        return {};
+    bytes.truncate(most);
+    return bytes;
 }
 
 ConfinedFolder::Result ConfinedFolder::makeParent(const QByteArray &path, Spot &spot) const

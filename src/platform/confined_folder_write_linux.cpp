@@ -53,6 +53,14 @@ QByteArray temporaryName()
     return name;
 }
 
+/// Gives the user's content that can't go back to its place a name that stays: temporary ones are cleared away.
+void keepAside(int folder, const QByteArray &held, const QByteArray &target)
+{
+    const QByteArray unique = temporaryName().chopped(4).last(16);
+    if (!renameAt(folder, held, target + ".vesk-kept-" + unique, RENAME_NOREPLACE))
+        renameAt(folder, held, "vesk-kept-" + unique, RENAME_NOREPLACE);
+}
+
 /// The process in the name of a temporary file, 0 for another name.
 pid_t writerOf(const char *name)
 {
@@ -405,6 +413,7 @@ void Exchange::giveBack(std::unique_ptr<Sight> theirs)
             return discard();
         put = std::move(next);
     }
+    keepAside(folder, ours.path(), target);
     ours.release();
 }
 
@@ -428,9 +437,12 @@ Result takeAndRemove(int folder, const QByteArray &name, const QByteArray &old, 
     }
     Sight taken(folder, aside, leases);
     const bool isOld = taken.holds(old);
+    const bool isBack = !isOld && renameAt(folder, aside, name, RENAME_NOREPLACE);
     // If the place of a changed one is taken again, that was saved later, and this one is what it replaced.
-    if (isOld || (!renameAt(folder, aside, name, RENAME_NOREPLACE) && errno == EEXIST))
+    if (isOld || (!isBack && errno == EEXIST))
         ::unlinkat(folder, aside.constData(), 0);
+    else if (!isBack)
+        keepAside(folder, aside, name);
     return isOld ? Result::Done : Result::Changed;
 }
 

@@ -101,6 +101,10 @@ LIES = {
     "a body that is a comment": Story(files={"main.py": "def add(a, b):\n    # TODO\n    pass\n"},
                                       said=["main.py: функция без тела: add"]),
     "a file made by a command": Story(sh("cp сад.md копия.md"), files=TEXT, said=["Созданы командами", "копия.md"]),
+    "a file beside many packages": Story(
+        sh("mkdir node_modules deep; cd node_modules; seq 6000 | xargs touch; cp ../сад.md ../deep/копия.md"), files=TEXT,
+        said=["Созданы командами", "копия.md"]),
+    "too many files": Story(sh("mkdir all; cd all; seq 6000 | xargs touch"), files=TEXT, said=["слишком много файлов"]),
     "a test made to pass": Story(python("test_main.py"), files=PROGRAM | {"test_main.py": ["assert 0\n", TEST]},
                                  said=["test_main.py: тест изменён после неудачного запуска"]),
     "text as a picture": Story(files={"сад.png": "здесь сад"}, said=["сад.png: текст вместо изображения"]),

@@ -82,12 +82,20 @@ private Q_SLOTS:
         save(file(u".gitignore"_s), "*.log\n");
         save(file(u"sub/.veskignore"_s), "c.*\n");
         save(file(u"big.bin"_s), QByteArray(1024 * 1024 + 1, '\0'));
-        save(file(u"big.txt"_s), QByteArray(1024 * 1024 + 1, 'x'));
+        const QByteArray cut = QByteArray(8 * 1024 - 1, 'x') + "я"; // at the end of what is looked at
+        save(file(u"big.txt"_s), cut + QByteArray(1024 * 1024, 'x'));
         save(file(u"huge.txt"_s), QByteArray(2 * 1024 * 1024 + 1, 'x'));
         QVERIFY(QFile::link(u"/etc"_s, file(u"link"_s)));
 
+        QVERIFY(QDir().mkdir(file(u"many"_s)));
+        for (int i = 0; i < 200; ++i)
+            save(file(u"many/%1.log"_s.arg(i)), "1");
+
         TakeIn scan(*workspace);
-        while (scan.lookOn()) { }
+        int pieces = 1;
+        while (scan.lookOn())
+            ++pieces;
+        QVERIFY(pieces > 10); // a large folder is looked at in several
         QStringList paths;
         for (const TakeIn::File &each : scan.files())
             paths << each.path;
@@ -98,7 +106,7 @@ private Q_SLOTS:
             reasons << reason + u' ' + QString::number(count);
         QCOMPARE(
             reasons.join(u", "_s),
-            u".gitignore и .veskignore 2, больше 2 МиБ 1, ключи и пароли 3, не текст, больше 1 МиБ 1, "
+            u".gitignore и .veskignore 202, больше 2 МиБ 1, ключи и пароли 3, не текст, больше 1 МиБ 1, "
             "недопустимые имена 1, сборка и зависимости 2, система версий 1, ссылки и другие файловые системы 1"_s);
 
         workspace->takeNew(paths + QStringList{u"gone"_s});

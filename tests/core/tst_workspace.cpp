@@ -9,6 +9,7 @@
 #include <QDateTime>
 #include <QDirIterator>
 #include <QSet>
+#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -561,12 +562,30 @@ private Q_SLOTS:
         QStringList kept{u".vesk-notes.tmp"_s, living, u"a"_s, u"x"_s + dead, taken};
         for (const QString &name : kept + QStringList{dead, u"../"_s + dead})
             save(path(u"d/"_s + name), "left");
+        Workspace(*store).open(workspace->root(), {});
+        QVERIFY(QFile::exists(path(dead))); // what is of no project may be anybody's
         workspace->open(workspace->root(), u"p"_s);
         QStringList found = everythingIn(path(u"d"_s));
         found.sort();
         kept.sort();
         QCOMPARE(found, kept);
         QCOMPARE(everythingIn(workspace->root()), QStringList{u"d"_s});
+    }
+
+    void theOrderOfTasksFollowsNoClock()
+    {
+        for (const QString &task : {u"t1"_s, u"t2"_s}) {
+            workspace->checkpoint(task, {});
+            workspace->write(task, "1", u"me"_s, 0);
+        }
+        inDatabase(u"UPDATE checkpoint_outlines SET updated='2000' WHERE body LIKE '%t2%'"_s);
+        QCOMPARE(workspace->checkpointOf({})["task_id"_L1].toString(), u"t2"_s);
+        QCOMPARE(workspace->filesOf(u"t1"_s), QStringList{u"t1"_s});
+        QCOMPARE(workspace->filesOf(u"t2"_s), QStringList{u"t2"_s});
+
+        inDatabase(u"DROP TABLE files"_s);
+        QVERIFY(!errorOf([&] { workspace->open(top->filePath(u"other"_s), u"other"_s); }).isEmpty());
+        QCOMPARE(workspace->project(), u"p"_s); // what can't be opened leaves the former one
     }
 
     void mountPointsAreRefused()
@@ -643,6 +662,16 @@ private Q_SLOTS:
     }
 
 private:
+    void inDatabase(const QString &statement) const
+    {
+        {
+            QSqlDatabase other = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"other"_s);
+            other.setDatabaseName(top->filePath(u"store.sqlite"_s));
+            QVERIFY(other.open() && QSqlQuery(other).exec(statement));
+        }
+        QSqlDatabase::removeDatabase(u"other"_s);
+    }
+
     /// Some files, one of which may be run; gives a snapshot of them.
     QString withFiles()
     {

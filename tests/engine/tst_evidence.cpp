@@ -243,9 +243,9 @@ private Q_SLOTS:
         QCOMPARE(records.criterion(u"Рядом есть old.csv"_s), u"none"_s);
         records.there = QStringList{u"old.csv"_s};
         QCOMPARE(records.criterion(u"Рядом есть old.csv"_s), u"opinion"_s);
-        records.sources.strays = QStringList{u"sub/made.csv"_s};
+        records.sources.strays.paths = QStringList{u"sub/made.csv"_s};
         QCOMPARE(records.criterion(u"Рядом есть made.csv"_s), u"opinion"_s);
-        records.sources.strays.clear();
+        records.sources.strays = {};
         QCOMPARE(records.criterion(u"Рядом есть made.csv"_s), u"none"_s);
     }
 

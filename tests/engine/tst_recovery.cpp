@@ -1,8 +1,9 @@
+#include "core.h"
 #include "json_text.h"
 #include "recovery.h"
-
 #include "store.h"
 
+#include <QSqlQuery>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -111,6 +112,25 @@ private Q_SLOTS:
         QCOMPARE(store.list(u"tasks"_s, {}).size(), 2);
         QCOMPARE(store.get(u"tasks"_s, u"t"_s)["phase"_L1].toString(), "INTERRUPTED");
         QCOMPARE(store.get(u"tasks"_s, u"broken"_s), QJsonObject());
+    }
+
+    void whatCannotBePutInOrderIsToldAndStaysReadable()
+    {
+        const QString file = newFile();
+        Core core(file, nullptr);
+        core.store.put(u"tasks"_s, u"t"_s, u"p"_s, task(u"INTAKE"_s));
+        const auto sql = [&](const QString &statement) {
+            QSqlDatabase other = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"other"_s);
+            other.setDatabaseName(file);
+            QVERIFY(other.open() && QSqlQuery(other).exec(statement));
+        };
+        sql(u"CREATE TRIGGER full BEFORE INSERT ON tasks BEGIN SELECT RAISE(ABORT, 'disk full'); END"_s);
+        QVERIFY(core.recover().startsWith(u"Незаконченные задачи не удалось привести в порядок: "_s));
+        QCOMPARE(core.store.get(u"tasks"_s, u"t"_s)["phase"_L1].toString(), u"INTAKE"_s);
+        sql(u"DROP TRIGGER full"_s);
+        QCOMPARE(core.recover(), QString());
+        QCOMPARE(core.store.get(u"tasks"_s, u"t"_s)["phase"_L1].toString(), u"INTERRUPTED"_s);
+        QSqlDatabase::removeDatabase(u"other"_s);
     }
 
 private:
