@@ -191,6 +191,7 @@ Rectangle {
                     objectName: "decisionCard"
                     visible: root.clarifying
                     decision: root.current.decision
+                    low: root.low
                     Layout.fillWidth: true
                     onCompared: path => {
                         root.service.compareEdit(path);

@@ -9,6 +9,8 @@ Rectangle {
     id: root
 
     required property var decision
+    /* The answers and the input box below need the room. */
+    property bool low: false
 
     readonly property list<string> answers: Array.from(decision?.options ?? []).filter(option => typeof option === "string")
     /* The question with its answers, as it is read out. */
@@ -39,7 +41,7 @@ Rectangle {
             objectName: "decisionQuestion"
             text: root.decision?.question || "Уточните задачу"
             font.weight: Font.DemiBold
-            maximumLineCount: 6
+            maximumLineCount: root.low ? 3 : 6
             elide: Text.ElideRight
             Layout.fillWidth: true
         }

@@ -49,7 +49,8 @@ QString escaped(QStringView text)
         else if (c == u' ' && !isLoneBlank(text, at))
             marked += "&nbsp;"_L1; // as such it is kept at the start of a line
         else
-            marked += c.unicode() >= u' ' && c.unicode() < 0x7f ? QString(c) : leaning(text.sliced(at, length).toString());
+            marked
+                += c.unicode() >= u' ' && c.unicode() < 0x7f ? QString(c) : leaning(text.sliced(at, length).toString());
     }
     return marked;
 }

@@ -108,8 +108,8 @@ public:
 
     /// The tracked files that are not as they were left, in the order of files().
     QList<HandEdit> handEdits() const;
-    /// The same of one path, which also may have no record; nothing when it is as it was left, or not there. What stands
-    /// in the place of a file that is not recorded, or as removed, is an edit if it is a plain file.
+    /// The same of one path, which also may have no record; nothing when it is as it was left, or not there. What
+    /// stands in the place of a file that is not recorded, or as removed, is an edit if it is a plain file.
     std::optional<HandEdit> handEdit(const QString &relativePath) const;
     /// Each as text().
     QStringList externalChanges() const;

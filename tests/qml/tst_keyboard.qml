@@ -40,7 +40,7 @@ Item {
                 marks: ["проверка"], level: "proved", note: "" }] };
         }
     }
-    Component { id: mainComponent; Main { backend: stub; width: 1300; height: 760 } }
+    Component { id: mainComponent; Main { backend: stub; width: 1300; height: 760; minimumWidth: 500; minimumHeight: 300 } }
     Component { id: textComponent; PlainArea { width: 300; height: 200; text: "строка\n".repeat(99) + "конец" } }
     Component { id: rulesComponent; RulesInput { width: 300; height: 200; text: "строка\n".repeat(99) + "конец" } }
     Component {
@@ -86,6 +86,7 @@ Item {
             tryVerify(() => app.active);
             app.sidebarOpen = true;
             app.inspectorOpen = false;
+            app.inspectorWidth = 390;
             app.selectedFile = {};
             app.input.clear();
             app.input.forceActiveFocus();
@@ -144,6 +145,11 @@ Item {
                 over("threadMenu", { tasks: [{ id: "t", phase: "", spec: { title: "Тест" } }] }, () => keyOn("threadList", Qt.Key_Menu)),
                 over("panelMenu", {}, team(() => keyOn("panelMenuButton", Qt.Key_Return))),
                 over("agentMenu", {}, team(() => keyOn(agent, Qt.Key_Menu))),
+                over("filesMenu", { files: [{ path: "a.txt" }], commit: { possible: true } }, w => {
+                    w.inspectorWidth = 280;
+                    w.showPanel("files");
+                    keyOn("allFiles", Qt.Key_Return);
+                }),
                 over("renameBox", {}, w => w.dialogs().showRename(Qt.point(14, 280))),
                 over("agentDetails", {}, w => w.dialogs().showAgent()),
                 over("details", {}, w => w.dialogs().showDetails("строка\n".repeat(300))),
@@ -176,6 +182,25 @@ Item {
             tryVerify(() => !findChild(app, data.over).visible);
             if (!data.over.includes("Menu") && data.over !== "removeAgent")
                 compare(app.activeFocusItem, before);
+        }
+        function test_whatIsToBeAnsweredIsInSightInALowWindow_data() {
+            const options = Array.from({ length: 9 }, (_, i) => "Ответ " + i + " слово".repeat(20));
+            const edits = Array.from({ length: 8 }, (_, i) => ({ path: i + ".txt", text: i + ".txt изменён" }));
+            return [
+                { tag: "decisionCard", given: { uiState: { phase: "CLARIFICATION", decision: { question: "Как? ".repeat(30), options } } } },
+                { tag: "editList", given: { handEdits: edits } },
+                { tag: "permissionCard", given: { message: "Ошибка ".repeat(60), mcpRequests: [server], uiState: { phase: "EXECUTION", pending } } }
+            ];
+        }
+        function test_whatIsToBeAnsweredIsInSightInALowWindow(data) {
+            give(Object.assign({ chat: talk }, data.given));
+            Object.assign(app, { width: 681, height: 344 });
+            for (const name of [data.tag, "composer"])
+                tryVerify(() => {
+                    const item = findChild(app.contentItem, name);
+                    return item?.height > 30 && item.mapToItem(null, 0, item.height).y <= app.height;
+                }, 5000, name);
+            Object.assign(app, { width: 1300, height: 760 });
         }
         function test_aLongTextOrListTurnsPages_data() {
             return [{ tag: "text", make: textComponent }, { tag: "input", make: rulesComponent }, { tag: "list", make: listComponent }];
