@@ -12,6 +12,7 @@ bool isLoopback(const QString &host);
 /// points, and none takes or leaves cookies. What goes to this machine passes no proxy, whatever the environment names:
 /// that is a rule of Qt.
 class PrivateNetwork : public QNetworkAccessManager {
+    Q_OBJECT
 protected:
     QNetworkReply *createRequest(Operation operation, const QNetworkRequest &request, QIODevice *body) override;
 };

@@ -23,7 +23,7 @@ QString shownCommand(const QString &program, const QStringList &arguments)
 {
     QStringList shown{Ledger::nameOf(program)};
     for (const QString &argument : arguments)
-        shown.append(argument.startsWith("# syntax\n"_L1) ? u"…"_s : argument);
+        shown.append(isSyntaxProgram(argument) ? u"…"_s : argument);
     return shown.join(u' ');
 }
 
