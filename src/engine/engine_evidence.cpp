@@ -57,7 +57,7 @@ Strays Engine::strayFiles() const
     QStringList folders{workspace.root()};
     for (int seen = 0; !folders.isEmpty() && !strays.isCut;) {
         QDirIterator entries(folders.takeLast(),
-                             QDir::Files | QDir::Dirs | QDir::Hidden | QDir::NoSymLinks | QDir::NoDotAndDotDot);
+                             QDir::Files | QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot);
         while (entries.hasNext() && !strays.isCut) {
             const QFileInfo entry = entries.nextFileInfo();
             strays.isCut = ++seen > maxStrayEntries || strays.paths.size() == maxStrays;
