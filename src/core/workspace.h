@@ -108,6 +108,8 @@ public:
 
     /// The tracked files that are not as they were left, in the order of files().
     QList<HandEdit> handEdits() const;
+    /// Those among some of the files() there were a moment ago, from one index to before another.
+    QList<HandEdit> handEditsAmong(const QJsonArray &records, qsizetype from, qsizetype end) const;
     /// The same of one path, which also may have no record; nothing when it is as it was left, or not there. What stands
     /// in the place of a file that is not recorded, or as removed, is an edit if it is a plain file.
     std::optional<HandEdit> handEdit(const QString &relativePath) const;
