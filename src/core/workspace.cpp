@@ -549,9 +549,8 @@ QStringList Workspace::filesOf(const QString &taskId) const
     }
     if (first.isEmpty())
         return {};
-    const auto filesAt = [this](const QString &snapshot) {
-        return store.get(u"checkpoints"_s, snapshot)["files"_L1].toArray();
-    };
+    const auto filesAt
+        = [this](const QString &snapshot) { return store.get(u"checkpoints"_s, snapshot)["files"_L1].toArray(); };
     QStringList paths;
     const QList<FileChange> changes = changesBetween(filesAt(first), next.isEmpty() ? files() : filesAt(next));
     for (const FileChange &change : changes) {
