@@ -3,13 +3,28 @@
 #include "task_view.h"
 
 #include "engine.h"
+#include "phases.h"
 #include "read_models.h"
 #include "store.h"
 #include "workspace.h"
 
+#include <utility>
+
 using namespace Qt::StringLiterals;
 
 namespace vesk {
+
+namespace {
+
+/// A stored task that nobody runs has been cut off, also where that could not be stored at the start.
+QJsonObject asLeft(QJsonObject stored)
+{
+    if (!stored.isEmpty() && !isEndPhase(std::as_const(stored)["phase"_L1].toString()))
+        stored["phase"_L1] = Phase::interrupted;
+    return stored;
+}
+
+} // namespace
 
 TaskView::TaskView(const Store &store, const Workspace &workspace, const Engine &engine)
     : store(store)
@@ -32,8 +47,8 @@ QJsonObject TaskView::selected() const
     if (showsRun())
         return engine.snapshot();
     if (!chosen.isEmpty() && chosen != engine.task())
-        return store.get(u"tasks"_s, chosen);
-    const QJsonObject stored = store.get(u"tasks"_s, engine.task());
+        return asLeft(store.get(u"tasks"_s, chosen));
+    const QJsonObject stored = asLeft(store.get(u"tasks"_s, engine.task()));
     if (stored.isEmpty())
         return engine.snapshot();
     return stored["project_id"_L1].toString() == workspace.project() ? stored : emptyState();

@@ -62,7 +62,8 @@ public:
     /// {"id", "project_id", "phase", "archived", "spec": {"title", "original_request"}} with the request cut to 200
     /// characters. The documents, which may be large, are not read.
     QJsonArray taskOutlines(const QString &project) const;
-    /// The checkpoints of a project likewise, but in the order in which they were taken, whatever the clock said; each as {"id", "project_id", "task_id", "time", "reason"}.
+    /// The checkpoints of a project likewise, but in the order in which they were taken, whatever the clock said; each
+    /// as {"id", "project_id", "task_id", "time", "reason"}.
     QJsonArray checkpointOutlines(const QString &project) const;
 
     /// The revisions of a file (their "file_id") in order of their numbers, found without a look at those of others.

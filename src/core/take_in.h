@@ -14,8 +14,8 @@ namespace vesk {
 
 class Workspace;
 
-/// A look at a folder that is to become a project, a few files of it at a time: what would be taken in, and what is left
-/// out and why. Nothing is written. Links are not followed, and nothing outside the held folder is looked at.
+/// A look at a folder that is to become a project, a few files of it at a time: what would be taken in, and what is
+/// left out and why. Nothing is written. Links are not followed, and nothing outside the held folder is looked at.
 class TakeIn {
 public:
     struct File {

@@ -466,13 +466,21 @@ std::optional<HandEdit> Workspace::handEdit(const QString &relativePath, const Q
 
 QList<HandEdit> Workspace::handEdits() const
 {
-    QList<HandEdit> edits;
     const QJsonArray records = files();
+    return handEditsAmong(records, 0, records.size());
+}
+
+QList<HandEdit> Workspace::handEditsAmong(const QJsonArray &records, qsizetype from, qsizetype end) const
+{
+    QList<HandEdit> edits;
     const bool isInPlace = folder && folder->isInPlace(); // asked once for all that are as they were seen last
-    for (const QJsonValue &record : records) {
-        if (isInPlace && seenUnchanged(record.toObject()))
+    for (qsizetype i = from; i < end; ++i) {
+        const QJsonObject record = records[i].toObject();
+        const QString path = record["path"_L1].toString();
+        if ((isInPlace && seenUnchanged(record)) || !handEdit(path, record))
             continue;
-        if (const auto edit = handEdit(record["path"_L1].toString(), record.toObject()))
+        // The record may be older than a write of ours.
+        if (const auto edit = handEdit(path))
             edits.append(*edit);
     }
     return edits;

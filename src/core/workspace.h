@@ -61,8 +61,8 @@ public:
     QString project() const { return projectId; }
 
     /// Binds the object to a folder, which is made when missing. Throws "Workspace must be an absolute folder",
-    /// "Cannot create workspace", "Invalid workspace", or what the store says; the former binding stays then. What killed
-    /// processes have left in the folders of the project's files is cleared away; without a project nothing is.
+    /// "Cannot create workspace", "Invalid workspace", or what the store says; the former binding stays then. What
+    /// killed processes have left in the folders of the project's files is cleared away; without a project nothing is.
     void open(const QString &root, const QString &projectId);
 
     /// The absolute path of a file that may not exist yet. Throws "Select a workspace first", "Workspace root changed
@@ -108,6 +108,8 @@ public:
 
     /// The tracked files that are not as they were left, in the order of files().
     QList<HandEdit> handEdits() const;
+    /// Those among some of the files() there were a moment ago, from one index to before another.
+    QList<HandEdit> handEditsAmong(const QJsonArray &records, qsizetype from, qsizetype end) const;
     /// The same of one path, which also may have no record; nothing when it is as it was left, or not there. What
     /// stands in the place of a file that is not recorded, or as removed, is an edit if it is a plain file.
     std::optional<HandEdit> handEdit(const QString &relativePath) const;

@@ -32,6 +32,7 @@ struct BrowserVerdict;
 struct HandEdit;
 struct CheckTools;
 struct Strays;
+class EditLook;
 class EventBus;
 class PermissionManager;
 struct ProjectCheck;
@@ -223,6 +224,8 @@ private:
     // engine_nodes.cpp
     void activatePlan();
     void execution();
+    void lookForEdits(const std::shared_ptr<EditLook> &look);
+    void beginExecution();
     void scheduleNodes();
     void executeNode(int index);
     void documentPart(int index, QJsonObject payload, const QString &content, int target, int part);

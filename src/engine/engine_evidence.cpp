@@ -45,8 +45,8 @@ QJsonObject Engine::readEvidence() const
                        strayFiles(), hollowTests});
 }
 
-/// Files that appeared while programs ran and that are no revisions of ours. Folders that tools make, which may hold any
-/// number of them, are not looked into.
+/// Files that appeared while programs ran and that are no revisions of ours. Folders that tools make, which may hold
+/// any number of them, are not looked into.
 Strays Engine::strayFiles() const
 {
     const auto isProgram = [](const QJsonObject &run) { return run["role"_L1].toString() == "terminal"_L1; };

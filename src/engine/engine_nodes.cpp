@@ -2,6 +2,7 @@
 
 #include "engine_p.h"
 
+#include "edit_look.h"
 #include "file_excerpt.h"
 #include "path_rules.h"
 #include "project_checks.h"
@@ -152,9 +153,29 @@ QJsonArray Engine::graphWithoutOutputs() const
 
 void Engine::execution()
 {
-    if (askAboutEdits(workspace.handEdits(), [this] { execution(); }))
-        return;
-    const QJsonObject checkpoint = workspace.checkpoint(taskId, graph.toJson());
+    lookForEdits(std::make_shared<EditLook>(workspace));
+}
+
+/// All files of a large project are looked at on several turns of the event loop.
+void Engine::lookForEdits(const std::shared_ptr<EditLook> &look)
+{
+    if (look->lookOn())
+        later(0, [this, look] { lookForEdits(look); });
+    else if (!askAboutEdits(look->edits(), [this] { execution(); }))
+        beginExecution();
+}
+
+void Engine::beginExecution()
+{
+    QJsonObject checkpoint;
+    try {
+        checkpoint = workspace.checkpoint(taskId, graph.toJson());
+    } catch (const std::exception &) {
+        // A file may have been edited since it was looked at.
+        if (askAboutEdits(workspace.handEdits(), [this] { execution(); }))
+            return;
+        throw;
+    }
     publish(u"CheckpointCreated"_s, u"Before execution"_s, checkpoint);
     stage(Phase::execution);
     scheduleNodes();
@@ -162,7 +183,7 @@ void Engine::execution()
 
 void Engine::runPreview()
 {
-    require(phase == Phase::preview, u"No preview ready"_s);
+    require(phase == Phase::preview && simulation, u"No preview ready"_s);
     simulation = false;
     grantWriting();
     step([this] { execution(); });

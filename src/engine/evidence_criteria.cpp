@@ -140,7 +140,8 @@ bool Ledger::isOfUse(const QString &path) const
 
 bool Ledger::isBesideOther(const QString &path) const
 {
-    return std::ranges::any_of(sources.strays.paths, [&](const QString &stray) { return nameOf(stray) == nameOf(path); });
+    return std::ranges::any_of(sources.strays.paths,
+                               [&](const QString &stray) { return nameOf(stray) == nameOf(path); });
 }
 
 } // namespace vesk

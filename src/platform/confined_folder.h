@@ -26,7 +26,8 @@ namespace vesk {
 /// A file gets its new content whole: the content is written and flushed to disk under no name, or beside the target
 /// as `.vesk-<process>-<16 hexadecimal digits>.tmp`, and takes the name in one step. A file of that pattern is left
 /// only by a process that was killed within the few microseconds between two such steps; `removeLeftovers` clears it.
-/// What its user saved meanwhile and could not be given back to its name stays beside it as `<name>.vesk-kept-<digits>`.
+/// What its user saved meanwhile and could not be given back to its name stays beside it as
+/// `<name>.vesk-kept-<digits>`.
 class ConfinedFolder {
 public:
     enum class Walk { InKernel, ByComponent };

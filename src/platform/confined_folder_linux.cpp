@@ -144,8 +144,8 @@ bool hasHonestLeases(int folder)
     return isOneOf(folder, {EXT4_SUPER_MAGIC, XFS_SUPER_MAGIC, BTRFS_SUPER_MAGIC, F2FS_SUPER_MAGIC, TMPFS_MAGIC});
 }
 
-/// Each write gives a file other times. On the disks of other machines, and on what programs make up (FUSE), a write may
-/// be seen later than its times.
+/// Each write gives a file other times. On the disks of other machines, and on what programs make up (FUSE), a write
+/// may be seen later than its times.
 bool hasHonestTimes(int folder)
 {
     constexpr quint32 zfs = 0x2fc12fc1;

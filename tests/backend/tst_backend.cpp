@@ -115,6 +115,19 @@ private Q_SLOTS:
         desk.call("stop");
     }
 
+    void aTaskThatCouldNotBePutInOrderIsToldAndIsNoRun()
+    {
+        Desk desk(u"Проба"_s);
+        desk.call("sendMessage", {u"Создай калькулятор"_s});
+        desk.call("stop");
+        desk.sql(
+            u"UPDATE tasks SET body=replace(body,'\"phase\":\"CANCELLED\"','\"phase\":\"EXECUTION\"'),updated='2000'"_s);
+        desk.sql(u"CREATE TRIGGER full BEFORE INSERT ON tasks BEGIN SELECT RAISE(ABORT, 'disk full'); END"_s);
+        desk.reopen();
+        QVERIFY(desk.message().startsWith(u"Незаконченные задачи не удалось привести в порядок: "_s));
+        QCOMPARE(desk.phase(), u"INTERRUPTED"_s);
+    }
+
     void stopEndsEverything()
     {
         Desk desk(u"Проба"_s);

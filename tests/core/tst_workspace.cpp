@@ -1,3 +1,4 @@
+#include "edit_look.h"
 #include "error_of.h"
 #include "files.h"
 #include "json_text.h"
@@ -258,6 +259,24 @@ private Q_SLOTS:
         QFile::link(root + u"/same"_s, root + u"/link"_s);
         QCOMPARE(workspace->externalChanges(),
                  (QStringList{u"изменён changed"_s, u"удалён gone"_s, u"не читается link"_s}));
+    }
+
+    void manyFilesAreLookedAtInSlices()
+    {
+        store->atomic([&] {
+            for (int i = 0; i < 3000; ++i) {
+                const QString name = QString::number(i);
+                store->put(u"files"_s, u"p:"_s + name, u"p"_s, {{u"path"_s, name}, {u"hash"_s, u"x"_s}});
+            }
+        });
+        EditLook look(*workspace);
+        store->put(u"files"_s, u"p:2999"_s, u"p"_s, {{u"path"_s, u"2999"_s}, {u"deleted"_s, true}}); // meanwhile
+        int slices = 1;
+        while (look.lookOn())
+            ++slices;
+        QVERIFY(slices > 1);
+        QCOMPARE(look.edits().size(), 2999);
+        QCOMPARE(look.edits().constLast().text(), u"удалён 2998"_s);
     }
 
     void anEditIsSeenWhateverElseItLeavesTheSame()

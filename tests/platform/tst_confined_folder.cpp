@@ -9,6 +9,7 @@
 #include <memory>
 
 #include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -173,6 +174,28 @@ private Q_SLOTS:
         QCOMPARE(::stat(path("new/a").constData(), &status), 0);
         QCOMPARE(status.st_mode & 07777, 0707U);
         QVERIFY(!isRoot || (status.st_uid == 1234 && status.st_gid == 5678));
+    }
+
+    void timesAreTrustedOnAnOverlay()
+    {
+        const QString outcome = sandbox::inChild([&]() -> QString {
+            const QByteArray disk = path("disk");
+            ::mkdir(disk.constData(), 0777);
+            if (!sandbox::haveOwnMounts() || ::mount("tmpfs", disk.constData(), "tmpfs", 0, nullptr) != 0)
+                return u"no mounts"_s;
+            for (const char *name : {"/lower", "/upper", "/work", "/top"})
+                ::mkdir((disk + name).constData(), 0777);
+            const QByteArray layers = "lowerdir=" + disk + "/lower,upperdir=" + disk + "/upper,workdir=" + disk + "/work";
+            if (::mount("overlay", (disk + "/top").constData(), "overlay", 0, layers.constData()) != 0)
+                return u"no mounts"_s;
+            saveShort(disk + "/top/a", "1", 0);
+            const auto there = ConfinedFolder::hold(disk + "/top");
+            const auto stamp = there->stamp("a");
+            return stamp && there->read("a", 10, old) == Result::Done && old.stamp == stamp ? u"trusted"_s : u"not"_s;
+        });
+        if (outcome == "no mounts"_L1)
+            QSKIP("no mounts of its own");
+        QCOMPARE(outcome, u"trusted"_s);
     }
 
 private:
