@@ -81,7 +81,7 @@ ColumnLayout {
                 /* Of a character; to be found again when the lines are broken in other places. */
                 function place(position: int): rect {
                     void backgroundCode.contentHeight;
-                    return backgroundCode.positionToRectangle(Math.max(0, position));
+                    return backgroundCode.positionToRectangle(Math.max(0, Math.min(position, backgroundCode.length)));
                 }
 
                 color: "transparent"

@@ -48,9 +48,10 @@ QString escaped(QStringView text)
             marked += u"&nbsp;&nbsp;&nbsp;&nbsp;"_s;
         else if (c == u' ' && !isLoneBlank(text, at))
             marked += "&nbsp;"_L1; // as such it is kept at the start of a line
+        else if (c == u' ' || (length == 1 && c.isPrint() && !c.isSpace()))
+            marked += c; // most signs; asking leaning() of each would be felt
         else
-            marked
-                += c.unicode() >= u' ' && c.unicode() < 0x7f ? QString(c) : leaning(text.sliced(at, length).toString());
+            marked += leaning(text.sliced(at, length).toString());
     }
     return marked;
 }
