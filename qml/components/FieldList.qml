@@ -77,6 +77,7 @@ ListView {
             scrollTo(places[event.key]);
     }
 
+    TabOrder { id: order }
     TextEdit {
         id: copier
         visible: false
@@ -96,5 +97,6 @@ ListView {
         nameWidth: root.nameWidth
         onCursorMoved: (top, bottom) => root.keepInView(y + top, y + bottom)
         onCursorLeft: step => root.leaveText(index, step)
+        onTabPressed: forward => order.leave(root, forward)
     }
 }

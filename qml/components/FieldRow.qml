@@ -17,6 +17,7 @@ Item {
     /* Of the value while it is read by keyboard. */
     signal cursorMoved(real top, real bottom)
     signal cursorLeft(int step)
+    signal tabPressed(bool forward)
 
     function read(atEnd: bool) {
         value.read(atEnd);
@@ -63,6 +64,7 @@ Item {
             Accessible.name: label.text
             onCursorMoved: (top, bottom) => root.cursorMoved(ground.y + y + top, ground.y + y + bottom)
             onCursorLeft: step => root.cursorLeft(step)
+            onTabPressed: forward => root.tabPressed(forward)
         }
     }
 }

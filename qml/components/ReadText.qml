@@ -9,6 +9,8 @@ TextEdit {
     /* The cursor is between these heights now, and has left for the row that many places on, or, with 0, for the list. */
     signal cursorMoved(real top, real bottom)
     signal cursorLeft(int step)
+    /* A text takes the key before any shortcut does. */
+    signal tabPressed(bool forward)
 
     function read(atEnd: bool) {
         cursorPosition = atEnd ? length : 0;
@@ -42,4 +44,6 @@ TextEdit {
         event.accepted = leave(cursorRectangle.y + 1.5 * cursorRectangle.height > height, 1, event);
     }
     Keys.onEscapePressed: root.cursorLeft(0)
+    Keys.onTabPressed: if (activeFocus) root.tabPressed(true)
+    Keys.onBacktabPressed: if (activeFocus) root.tabPressed(false)
 }

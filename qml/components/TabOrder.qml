@@ -1,4 +1,5 @@
 import QtQuick
+import QtQuick.Controls.Basic
 
 /* Where Tab leads within a part of the window, and what that brings into view. */
 QtObject {
@@ -36,6 +37,10 @@ QtObject {
         next = (next as PaneList)?.currentItem ?? next;
         next.forceActiveFocus(forward ? Qt.TabFocusReason : Qt.BacktabFocusReason);
         reveal(next);
+    }
+    /* From what the item holds on, within what lies topmost. */
+    function leave(item: Item, forward: bool) {
+        step(topmost(item.Overlay.overlay) ?? item.Window.contentItem, forward);
     }
     /* Into a part of the window: on its list, or else its first control. */
     function enter(ground: Item) {

@@ -1,5 +1,4 @@
 import QtQuick
-import QtQuick.Controls.Basic
 
 /* The keys of a text that Qt Quick leaves to others, or keeps to itself: `Keys.forwardTo` leads here. PageUp and PageDown
    turn pages, if there is more than is in view. Tab leads on; a text takes it before any shortcut does. */
@@ -25,8 +24,7 @@ Item {
         event.accepted = leaving || (turning && area.height > page + 1);
         // Beside a screen reader, which looks at each key first, a shortcut may have led on already.
         if (leaving && area.activeFocus)
-            order.step(order.topmost(Overlay.overlay) ?? Window.contentItem,
-                       event.key === Qt.Key_Tab && !(event.modifiers & Qt.ShiftModifier));
+            order.leave(area, event.key === Qt.Key_Tab && !(event.modifiers & Qt.ShiftModifier));
         else if (turning && event.accepted)
             turn(event.key === Qt.Key_PageDown ? 1 : -1, event.modifiers & Qt.ShiftModifier);
     }

@@ -97,6 +97,7 @@ ListView {
     Keys.onEnterPressed: if (count > 0) readLast()
     Keys.onPressed: event => event.accepted = turn(event.key)
 
+    TabOrder { id: order }
     FadeEdge {
         parent: root
         list: root
@@ -142,6 +143,7 @@ ListView {
         hasFiles: root.hasFiles
         onCursorMoved: (top, bottom) => root.keepInView(y + top, y + bottom)
         onCursorLeft: step => root.leaveText(index, step)
+        onTabPressed: forward => order.leave(root, forward)
         onFileRequested: path => root.fileRequested(path)
         onResultRequested: root.resultRequested()
         onDetailsRequested: text => root.detailsRequested(text)

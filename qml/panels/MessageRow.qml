@@ -38,6 +38,7 @@ Item {
        places on, or, with 0, for the list. */
     signal cursorMoved(real top, real bottom)
     signal cursorLeft(int step)
+    signal tabPressed(bool forward)
     signal resultRequested()
     signal detailsRequested(string text)
     /* With a mark: what has it first. */
@@ -95,6 +96,7 @@ Item {
                     root.cursorMoved(y + top, y + bottom);
                 }
                 onCursorLeft: step => root.cursorLeft(step)
+                onTabPressed: forward => root.tabPressed(forward)
             }
             Loader {
                 active: root.proved.length > 0

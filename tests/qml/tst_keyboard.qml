@@ -265,6 +265,9 @@ Item {
             compare(app.activeFocusItem.selectedText, "два");
             keyClick(Qt.Key_Escape);
             verify(list.activeFocus && app.activeFocusItem.objectName !== "fieldValue");
+            keyClick(Qt.Key_Return);
+            keyClick(Qt.Key_Tab);
+            compare(app.activeFocusItem.objectName, "rawData");
             keySequence("Ctrl+W");
             tryCompare(dialog, "visible", false);
         }
