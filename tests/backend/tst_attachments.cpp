@@ -236,7 +236,7 @@ void AttachmentsTest::aPictureNeedsAModelThatCanSee()
 
 void AttachmentsTest::aFollowUpQuestionKeepsItsFile()
 {
-    desk->sql(u"INSERT INTO files SELECT 'x', id, '{\"path\":\"gone\",\"hash\":\"x\"}', '' FROM projects"_s);
+    desk->sql(u"INSERT INTO files SELECT id || ':gone', id, '{\"path\":\"gone\",\"hash\":\"x\"}', '' FROM projects"_s);
     desk->reopen();
     attach({file(u"plan.txt"_s)});
     desk->call("sendMessage", {u"Создай калькулятор"_s});
