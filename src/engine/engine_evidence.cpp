@@ -56,8 +56,7 @@ Strays Engine::strayFiles() const
     Strays strays;
     QStringList folders{workspace.root()};
     for (int seen = 0; !folders.isEmpty() && !strays.isCut;) {
-        QDirIterator entries(folders.takeLast(),
-                             QDir::Files | QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot);
+        QDirIterator entries(folders.takeLast(), QDir::Files | QDir::Dirs | QDir::NoSymLinks | QDir::NoDotAndDotDot);
         while (entries.hasNext() && !strays.isCut) {
             const QFileInfo entry = entries.nextFileInfo();
             strays.isCut = ++seen > maxStrayEntries || strays.paths.size() == maxStrays;

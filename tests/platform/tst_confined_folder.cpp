@@ -185,7 +185,8 @@ private Q_SLOTS:
                 return u"no mounts"_s;
             for (const char *name : {"/lower", "/upper", "/work", "/top"})
                 ::mkdir((disk + name).constData(), 0777);
-            const QByteArray layers = "lowerdir=" + disk + "/lower,upperdir=" + disk + "/upper,workdir=" + disk + "/work";
+            const QByteArray layers
+                = "lowerdir=" + disk + "/lower,upperdir=" + disk + "/upper,workdir=" + disk + "/work";
             if (::mount("overlay", (disk + "/top").constData(), "overlay", 0, layers.constData()) != 0)
                 return u"no mounts"_s;
             saveShort(disk + "/top/a", "1", 0);
