@@ -3,6 +3,7 @@
 #include "edit_look.h"
 
 #include "slice.h"
+#include "workspace.h"
 
 #include <algorithm>
 

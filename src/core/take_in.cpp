@@ -2,11 +2,13 @@
 
 #include "take_in.h"
 
+#include "confined_folder.h"
 #include "ignore_rules.h"
 #include "made_folders.h"
 #include "path_rules.h"
 #include "workspace.h"
 
+#include <QByteArray>
 #include <QStringConverter>
 
 #include <exception>
