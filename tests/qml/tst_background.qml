@@ -55,6 +55,17 @@ Item {
                 : Array.from(item.children).map(child => buttonOf(child, text)).find(found => found) ?? null;
         }
 
+        function test_whatComesDuringAFrameIsDrawnInTheNext() {
+            background.opacity = 1;
+            tryVerify(() => !background.painting);
+            painted.clear();
+            for (const color of ["red", "lime", "blue"]) {
+                stub.backgroundFrame = [{ type: "rect", w: 200, h: 100, color }];
+                stub.backgroundChanged();
+            }
+            tryVerify(() => painted.count === 2 && !background.painting);
+            compare(grabImage(background).pixel(50, 50), "#0000ff");
+        }
         function test_aShapeIsDrawnAsItSays() {
             const far = 1e308, red = "#ff0000", usual = "#303030", none = "#ffffff";
             const line = { type: "line", x: 0, y: 50, x2: 200, y2: 50, width: 99, color: red };
