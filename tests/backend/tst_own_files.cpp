@@ -170,6 +170,19 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(desk->path(u"copy.zip"_s)));
         desk->call("lookAtFolder", {folder});
         QCOMPARE(phase(), QString()); // it is a project by now
+
+        // Many edits are settled bit by bit, and nothing begins in between.
+        for (int i = 0; i < 300; ++i)
+            save(folder + u"/d/f%1.txt"_s.arg(i), "edited");
+        desk->call("lookForEdits");
+        QVERIFY(Desk::waitFor([&] { return edits().size() == 300; }));
+        desk->call("undoEdits", {u""_s});
+        QCOMPARE(contentOf(folder + u"/d/f299.txt"_s), "mine");
+        QCOMPARE(contentOf(folder + u"/d/f0.txt"_s), "edited");
+        desk->call("start", {u"Создай калькулятор"_s, false, 5000, u""_s, u"[]"_s});
+        QCOMPARE(desk->message(), u"Дождитесь, пока правки будут разобраны."_s);
+        QVERIFY(Desk::waitFor([&] { return edits().isEmpty(); }));
+        QCOMPARE(contentOf(folder + u"/d/f0.txt"_s), "mine");
     }
 
     void aTaskIsCommittedAndNothingElse()
